@@ -1,0 +1,24 @@
+include(GoogleTest)
+
+# pelago_test(NAME [LIBRARY...]) builds NAME_test.cpp and registers each of its cases.
+function(pelago_test name)
+    add_executable(${name}_test ${name}_test.cpp)
+    target_link_libraries(${name}_test PRIVATE pelago::foundation pelago::test_support ${ARGN})
+    gtest_discover_tests(${name}_test TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
+                         PROPERTIES LABELS unit TIMEOUT 120)
+endfunction()
+
+# pelago_sandbox_program_test(NAME TARGET) runs a test program on a machine of its own.
+function(pelago_sandbox_program_test name target)
+    add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh $<TARGET_FILE:${target}>)
+    set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT 300)
+endfunction()
+
+# pelago_sandbox_test(NAME FILE [VAR=VALUE...]) runs a Python test file on a machine of its own.
+function(pelago_sandbox_test name file)
+    add_test(NAME ${name}
+             COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh python3 ${CMAKE_CURRENT_SOURCE_DIR}/${file}
+             WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+    set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT 300
+                         ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;${ARGN}")
+endfunction()
