@@ -1,0 +1,22 @@
+/* dyld.h -- the running program's own path. */
+#ifndef PELAGO_LINUX_MACH_O_DYLD_H
+#define PELAGO_LINUX_MACH_O_DYLD_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/*
+ * Copies the NUL-terminated path of the running program to buffer, which holds *bufferSize bytes,
+ * and returns 0; -1, with the size needed in *bufferSize, when it does not fit.  The path is the
+ * kernel's: links on the way to the program are already resolved.
+ */
+int _NSGetExecutablePath(char *buffer, uint32_t *bufferSize);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* PELAGO_LINUX_MACH_O_DYLD_H */
