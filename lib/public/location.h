@@ -1,0 +1,43 @@
+/*
+ * location.h -- where the product lives on this machine, and each of its files in it.
+ *
+ * A program declares once, with its process tag, who it is.  From then on every file of the product
+ * that has a key can be asked for.  A program inside the product's bundle finds the root from its
+ * own real path, so a bundle that was moved is found; any other program takes it from the variable
+ * TARVEX_LOCATION_ROOT_FULLPATH or else from the file that Location_GetLastUsedFile() names.
+ */
+#ifndef PELAGO_LOCATION_H
+#define PELAGO_LOCATION_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/*
+ * Declares the calling program.  Call it first thing in main(), before there are other threads.  An
+ * unknown tag, or a second call, is told of in a Warning and takes effect all the same; an unknown
+ * tag leaves the program one outside the bundle.
+ */
+void Location_Init(const char *processTag);
+
+/*
+ * The full path for key, which the caller releases with free().  NULL, silently, for a key that is
+ * not known, and after a Warning that says why when the root cannot be found.  The root is looked
+ * for anew on every call, from any thread.
+ */
+char *Location_Get(const char *key);
+
+/* The constant path for key below the root; "" for the root itself, NULL for an unknown key. */
+const char *Location_GetRelative(const char *key);
+
+/* The constant path of the file in which the product notes the root that it was last used from. */
+const char *Location_GetLastUsedFile(void);
+
+/* The constant path of the folder that holds the product's data by default.  Not a root. */
+const char *Location_GetDefaultRoot(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* PELAGO_LOCATION_H */

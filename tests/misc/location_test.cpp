@@ -1,0 +1,352 @@
+// Runs on a machine of its own as its root: it writes the product's fixed paths below /Library.
+#include "location.h"
+
+#include "codeset.h"
+#include "hostinfo.h"
+#include "posix.h"
+#include "scopedForTests.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <sys/wait.h>
+
+// The program's own path, for one test: nullptr for the real one, "" for none.
+static const char *sModulePath;
+static bool sRealPathFails;
+static int sStrdupFailures;
+
+extern "C" {
+char *__real_Hostinfo_GetModulePath(uint32_t privilege);
+char *__wrap_Hostinfo_GetModulePath(uint32_t privilege)
+{
+    EXPECT_EQ(privilege, 1u);
+    if (sModulePath == nullptr) {
+        return __real_Hostinfo_GetModulePath(privilege);
+    }
+    return *sModulePath == '\0' ? nullptr : strcpy(static_cast<char *>(malloc(4096)), sModulePath);
+}
+char *__real_Posix_RealPath(const char *path);
+char *__wrap_Posix_RealPath(const char *path)
+{
+    if (sModulePath != nullptr && !sRealPathFails) {
+        return strcpy(static_cast<char *>(malloc(4096)), path); // a place that need not exist
+    }
+    return sRealPathFails ? nullptr : __real_Posix_RealPath(path);
+}
+char *__real_strdup(const char *text);
+char *__wrap_strdup(const char *text)
+{
+    if (sStrdupFailures > 0) {
+        sStrdupFailures--;
+        return nullptr;
+    }
+    return __real_strdup(text);
+}
+}
+
+namespace {
+
+constexpr char ROOT_VARIABLE[] = "TARVEX_LOCATION_ROOT_FULLPATH";
+constexpr char LAST_USED_FOLDER[] = "/Library/Preferences/Tarvex Pelago";
+constexpr char NEVER_RUN[] = "LocationGetRoot: Unable to determine the product location. It is "
+                             "likely that the product has never been run on this machine.\n";
+
+// The up-count is set for the life of a process, so each case runs in a process of its own.  What
+// the body returns and what it wrote to standard error come back together.
+struct Outcome {
+    std::string result, errors;
+};
+Outcome InChild(const std::function<std::string()> &body)
+{
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    testing::internal::CaptureStderr();
+    const pid_t child = fork();
+    if (child == 0) {
+        const std::string result = body();
+        _exit(write(ends[1], result.data(), result.size()) == static_cast<ssize_t>(result.size())
+                  ? 0
+                  : 1);
+    }
+    close(ends[1]);
+    Outcome outcome;
+    char bytes[4096];
+    for (ssize_t n; (n = read(ends[0], bytes, sizeof bytes)) > 0;) {
+        outcome.result.append(bytes, static_cast<size_t>(n));
+    }
+    close(ends[0]);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    outcome.errors = testing::internal::GetCapturedStderr();
+    return outcome;
+}
+
+void WriteLastUsed(const std::string &content)
+{
+    std::filesystem::create_directories(LAST_USED_FOLDER);
+    std::ofstream(Location_GetLastUsedFile(), std::ios::binary) << content;
+}
+
+class Location : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        unsetenv(ROOT_VARIABLE);
+        std::filesystem::remove_all(LAST_USED_FOLDER);
+    }
+};
+
+TEST_F(Location, NamesItsFixedPaths)
+{
+    EXPECT_STREQ(Location_GetLastUsedFile(), "/Library/Preferences/Tarvex Pelago/lastLocationUsed");
+    EXPECT_STREQ(Location_GetDefaultRoot(), "/Library/Application Support/Tarvex/Tarvex Pelago");
+    EXPECT_EQ(CodeSetGetLocationFunc(), Location_Get);
+}
+
+struct KeyCase {
+    const char *key, *relativePath;
+};
+class LocationKey : public testing::TestWithParam<KeyCase> {};
+TEST_P(LocationKey, HasItsPlaceBelowTheRoot)
+{
+    const auto &[key, relativePath] = GetParam();
+    EXPECT_STREQ(Location_GetRelative(key), relativePath);
+    const Outcome outcome = InChild([key = key] {
+        sModulePath = "/Applications/X.app/Contents/Library/shares/pelagoShareTool";
+        Location_Init("shareTool");
+        return Take(Location_Get(key));
+    });
+    EXPECT_EQ(outcome.result, std::string("/Applications/X.app") + relativePath);
+    EXPECT_EQ(outcome.errors, "");
+}
+INSTANTIATE_TEST_SUITE_P(
+    Table, LocationKey,
+    testing::Values(KeyCase{"rootDir", ""}, KeyCase{"icuDir", "/Contents/Library/icu"},
+                    KeyCase{"shareToolFile", "/Contents/Library/shares/pelagoShareTool"},
+                    KeyCase{"shareAddUserFile", "/Contents/Library/shares/adduser.sh"},
+                    KeyCase{"shareRmUserFile", "/Contents/Library/shares/rmuser.sh"},
+                    KeyCase{"shareAddShareFile", "/Contents/Library/shares/addshare.sh"},
+                    KeyCase{"shareRmShareFile", "/Contents/Library/shares/rmshare.sh"}),
+    [](const auto &row) { return row.param.key; });
+
+TEST_F(Location, SaysNothingAboutAnUnknownKey)
+{
+    EXPECT_EQ(Location_GetRelative("ShareToolFile"), nullptr) << "keys are compared exactly";
+    const Outcome outcome = InChild([] {
+        Location_Init("shareTool");
+        return Take(Location_Get("noSuchFile"));
+    });
+    EXPECT_EQ(outcome.result, "(none)");
+    EXPECT_EQ(outcome.errors, "");
+}
+
+TEST_F(Location, WarnsOfASecondInitialisationAndKeepsItsUpCount)
+{
+    const Outcome outcome = InChild([] {
+        sModulePath = "/r/Contents/Library/shares/tool";
+        Location_Init("shareTool");
+        Location_Init("shareTool");
+        return Take(Location_Get("rootDir"));
+    });
+    EXPECT_EQ(outcome.result, "/r");
+    EXPECT_EQ(outcome.errors,
+              "Location_Init: Invalid initialization: sUpCount 4, processTag shareTool.\n");
+}
+
+TEST_F(Location, TakesAnUnknownTagForAProgramOutsideTheBundle)
+{
+    const Outcome outcome = InChild([] {
+        setenv(ROOT_VARIABLE, "/elsewhere", 1);
+        Location_Init("shareTool");
+        Location_Init("sharetool");
+        Location_Init("nobody");
+        return Take(Location_Get("rootDir"));
+    });
+    EXPECT_EQ(outcome.result, "/elsewhere");
+    EXPECT_EQ(outcome.errors,
+              "Location_Init: Invalid initialization: sUpCount 4, processTag sharetool.\n"
+              "Location_Init: Invalid initialization: sUpCount 0, processTag nobody.\n");
+}
+
+TEST_F(Location, ClimbsFromTheProgramItselfAndLooksAtNothingElse)
+{
+    WriteLastUsed("/lastUsed");
+    const Outcome outcome = InChild([] {
+        setenv(ROOT_VARIABLE, "/fromEnvironment", 1);
+        Location_Init("shareTool");
+        return Take(Location_Get("rootDir"));
+    });
+    std::filesystem::path root = std::filesystem::read_symlink("/proc/self/exe");
+    for (int i = 0; i < 4; i++) {
+        root = root.parent_path();
+    }
+    EXPECT_EQ(outcome.result, root.string());
+    EXPECT_EQ(outcome.errors, "");
+}
+
+TEST_F(Location, CannotClimbAboveTheTop)
+{
+    const Outcome outcome = InChild([] {
+        sModulePath = "/a/b/tool";
+        Location_Init("shareTool");
+        return Take(Location_Get("rootDir"));
+    });
+    EXPECT_EQ(outcome.result, "(none)");
+    EXPECT_EQ(outcome.errors, "LocationGetRoot: sUpCount (4) is too large for \n")
+        << "three cuts empty the path, the fourth finds nothing";
+}
+
+TEST_F(Location, ReachesTheTopItself)
+{
+    const Outcome outcome = InChild([] {
+        sModulePath = "/Contents/Library/shares/tool";
+        Location_Init("shareTool");
+        return "<" + Take(Location_Get("rootDir")) + ">" + Take(Location_Get("icuDir"));
+    });
+    EXPECT_EQ(outcome.result, "<>/Contents/Library/icu");
+    EXPECT_EQ(outcome.errors, "");
+}
+
+TEST_F(Location, SaysWhenTheProgramHasNoPath)
+{
+    const Outcome outcome = InChild([] {
+        sModulePath = "";
+        Location_Init("shareTool");
+        return Take(Location_Get("rootDir"));
+    });
+    EXPECT_EQ(outcome.result, "(none)");
+    EXPECT_EQ(outcome.errors, "LocationGetRoot: Unable to retrieve path to executable.");
+}
+
+TEST_F(Location, SaysWhenThePathIsNotReal)
+{
+    const Outcome outcome = InChild([] {
+        sModulePath = "/gone/tool";
+        sRealPathFails = true;
+        Location_Init("shareTool");
+        return Take(Location_Get("rootDir"));
+    });
+    EXPECT_EQ(outcome.result, "(none)");
+    EXPECT_EQ(outcome.errors, "LocationGetRoot: Unable to get the realpath for /gone/tool");
+}
+
+TEST_F(Location, TakesTheRootFromTheEnvironmentAsItStands)
+{
+    WriteLastUsed("/lastUsed");
+    const auto withRoot = [](const char *root) {
+        return InChild([root] {
+            setenv(ROOT_VARIABLE, root, 1);
+            return Take(Location_Get("icuDir"));
+        });
+    };
+    EXPECT_EQ(withRoot("/opt/p").result, "/opt/p/Contents/Library/icu");
+    EXPECT_EQ(withRoot("/opt/p/").result, "/opt/p//Contents/Library/icu");
+    EXPECT_EQ(withRoot("").result, "/Contents/Library/icu") << "set to nothing is set, too";
+    EXPECT_EQ(withRoot("").errors, "");
+}
+
+TEST_F(Location, SaysWhenTheEnvironmentCannotBeCopied)
+{
+    const Outcome outcome = InChild([] {
+        setenv(ROOT_VARIABLE, "/opt/p", 1);
+        sStrdupFailures = 1;
+        return Take(Location_Get("rootDir"));
+    });
+    EXPECT_EQ(outcome.result, "(none)");
+    EXPECT_EQ(outcome.errors, "LocationGetRoot: Unable to copy the environment variable.\n");
+}
+
+struct LastUsedCase {
+    const char *name;
+    std::string content, root;
+};
+class LocationLastUsedFile : public testing::TestWithParam<LastUsedCase> {};
+TEST_P(LocationLastUsedFile, IsTheRootAsItStands)
+{
+    unsetenv(ROOT_VARIABLE);
+    WriteLastUsed(GetParam().content);
+    const Outcome outcome = InChild([] { return Take(Location_Get("icuDir")); });
+    EXPECT_EQ(outcome.result, GetParam().root + "/Contents/Library/icu");
+    EXPECT_EQ(outcome.errors, "");
+}
+INSTANTIATE_TEST_SUITE_P(Content, LocationLastUsedFile,
+                         testing::Values(LastUsedCase{"Plain", "/opt/p", "/opt/p"},
+                                         LastUsedCase{"Newline", "/opt/p\n", "/opt/p\n"},
+                                         LastUsedCase{"Blanks", " /opt/p ", " /opt/p "},
+                                         LastUsedCase{"CutAtItsFirstNul",
+                                                      std::string("/opt\0/p", 7), "/opt"},
+                                         LastUsedCase{"Empty", "", ""},
+                                         LastUsedCase{"AsLongAsItMayBe", std::string(1023, 'p'),
+                                                      std::string(1023, 'p')}),
+                         [](const auto &row) { return row.param.name; });
+
+TEST_F(Location, RefusesALastUsedFileThatIsTooLong)
+{
+    for (const size_t size : {1024, 1025, 100000}) {
+        WriteLastUsed(std::string(size, 'p'));
+        const Outcome outcome = InChild([] { return Take(Location_Get("rootDir")); });
+        EXPECT_EQ(outcome.result, "(none)") << size;
+        EXPECT_EQ(outcome.errors,
+                  std::string("LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
+    }
+}
+
+TEST_F(Location, SaysThatTheProductWasNeverRun)
+{
+    const Outcome outcome = InChild([] { return Take(Location_Get("rootDir")); });
+    EXPECT_EQ(outcome.result, "(none)");
+    EXPECT_EQ(outcome.errors,
+              std::string("LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
+}
+
+TEST_F(Location, TakesAFileThatCannotBeReadForOneThatCannotBeOpened)
+{
+    std::filesystem::create_directories(Location_GetLastUsedFile()); // a folder opens, but no more
+    const Outcome outcome = InChild([] { return Take(Location_Get("rootDir")); });
+    EXPECT_EQ(outcome.errors,
+              std::string("LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
+}
+
+TEST_F(Location, SaysWhenTheLastUsedRootCannotBeCopied)
+{
+    WriteLastUsed("/opt/p");
+    const Outcome outcome = InChild([] {
+        sStrdupFailures = 1;
+        return Take(Location_Get("rootDir"));
+    });
+    EXPECT_EQ(outcome.result, "(none)");
+    EXPECT_EQ(outcome.errors,
+              std::string("LocationLastUsed: Failed to copy last used path: /opt/p\n") + NEVER_RUN);
+}
+
+TEST_F(Location, TrustsNobodyInASetuidProcess)
+{
+    WriteLastUsed("/lastUsed");
+    const Outcome outcome = InChild([] {
+        setenv(ROOT_VARIABLE, "/fromEnvironment", 1);
+        if (seteuid(65534) != 0) {
+            return std::string("seteuid failed");
+        }
+        return Take(Location_Get("rootDir")) + Take(Location_Get("icuDir"));
+    });
+    EXPECT_EQ(outcome.result, "(none)(none)");
+    EXPECT_EQ(outcome.errors, "LocationGetRoot: Cannot get location root of a setuid process.\n"
+                              "LocationGetRoot: Cannot get location root of a setuid process.\n");
+}
+
+TEST_F(Location, DoesNotMindAnotherUserInsideTheBundle)
+{
+    const Outcome outcome = InChild([] {
+        sModulePath = "/r/Contents/Library/shares/tool";
+        Location_Init("shareTool");
+        return seteuid(65534) == 0 ? Take(Location_Get("rootDir")) : std::string("seteuid failed");
+    });
+    EXPECT_EQ(outcome.result, "/r");
+    EXPECT_EQ(outcome.errors, "");
+}
+
+} // namespace
