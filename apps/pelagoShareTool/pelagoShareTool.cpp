@@ -1,0 +1,324 @@
+// pelagoShareTool.cpp -- shares one folder over SMB for one user, for as long as the caller keeps
+// our standard input open, and puts everything back.
+//
+// Standard output is the caller's protocol: it is parsed byte by byte, so every text that goes
+// there stays as it is.  Standard error is for people.
+#include "diagnostics.h"
+#include "location.h"
+#include "runScript.h"
+#include "unicode.h"
+#include "util.h"
+
+#include <SystemConfiguration/SystemConfiguration.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+#define SAMBA_PREFS_FILE "/Library/Preferences/SystemConfiguration/com.apple.smb.server.plist"
+
+constexpr int EXIT_USAGE = 2;
+constexpr int LINE_SIZE = 80; // bytes of the caller's line that are looked at, with a NUL
+
+// The reports of a product file that has no path carry these; they belong to the message.
+constexpr char SOURCE_PATH[] = "apps/pelagoShareTool/pelagoShareTool";
+constexpr int ADD_USER_CHECK = 305;
+constexpr int RM_USER_CHECK = 340;
+constexpr int ADD_SHARE_CHECK = 377;
+constexpr int RM_SHARE_CHECK = 415;
+
+struct Request {
+    const char *folderPath;
+    const char *shareName;
+    const char *username;
+    const char *pathPasswordFile;
+    const char *access; // the add-share script's business
+};
+
+struct FreeBlock {
+    void operator()(char *block) const { free(block); }
+};
+using ScopedPath = std::unique_ptr<char, FreeBlock>;
+
+struct ReleaseObject {
+    void operator()(CFTypeRef object) const { CFRelease(object); }
+};
+template <typename Ref>
+using ScopedRef = std::unique_ptr<std::remove_pointer_t<Ref>, ReleaseObject>;
+
+// Makes this process one that a caller's state cannot lead astray.
+void SettleProcess()
+{
+    // A descriptor that the caller closed would be given to the preferences file, and our messages
+    // would end up in it.
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+        if (fcntl(fd, F_GETFD) == -1) {
+            open("/dev/null", O_RDWR); // gets the lowest free number, which is fd
+        }
+    }
+    // With SIGCHLD ignored a script's result would be lost.
+    signal(SIGCHLD, SIG_DFL);
+    // A caller that died is the reason to clean up, not to be killed at the first message.
+    signal(SIGPIPE, SIG_IGN);
+}
+
+CFRange FullRange(CFArrayRef array)
+{
+    return CFRangeMake(0, CFArrayGetCount(array));
+}
+
+bool IsArray(CFTypeRef value)
+{
+    return CFGetTypeID(value) == CFArrayGetTypeID();
+}
+
+CFPropertyListRef GetEnabledServices(SCPreferencesRef prefs)
+{
+    return SCPreferencesGetValue(prefs, CFSTR("EnabledServices"));
+}
+
+// Whether the SMB service is on; nothing, after a message, when the preferences do not tell.
+std::optional<bool> IsFileSharingEnabled(SCPreferencesRef prefs)
+{
+    const CFPropertyListRef services = GetEnabledServices(prefs);
+    if (services == nullptr) {
+        return false;
+    }
+    if (!IsArray(services)) {
+        fprintf(stderr, "%s result of 'EnabledServices' is not of type CFArrayRef\n", __func__);
+        return std::nullopt;
+    }
+    const auto array = static_cast<CFArrayRef>(services);
+    return CFArrayContainsValue(array, FullRange(array), CFSTR("disk"));
+}
+
+// Stores services and writes the preferences; says what failed in the name of caller, doing what.
+bool CommitServices(SCPreferencesRef prefs, CFArrayRef services, const char *caller,
+                    const char *doing)
+{
+    if (!SCPreferencesSetValue(prefs, CFSTR("EnabledServices"), services)) {
+        fprintf(stderr, "%s: error while %s file sharing\n", caller, doing);
+        return false;
+    }
+    if (!SCPreferencesCommitChanges(prefs)) {
+        fprintf(stderr, "%s: error while committing preference change to disk\n", caller);
+        return false;
+    }
+    return true;
+}
+
+bool EnableFileSharing(SCPreferencesRef prefs)
+{
+    fprintf(stderr, "Enabling Windows File Sharing.\n");
+    const CFPropertyListRef present = GetEnabledServices(prefs);
+    if (present != nullptr && !IsArray(present)) {
+        fprintf(stderr, "%s: EnabledServicesKey has unexpected non-array type\n", __func__);
+        return false;
+    }
+    const ScopedRef<CFMutableArrayRef> services(
+        CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+    if (!services) {
+        fprintf(stderr, "%s: Unable to allocate mutable array for enabled services\n", __func__);
+        return false;
+    }
+    if (present != nullptr) {
+        const auto array = static_cast<CFArrayRef>(present);
+        CFArrayAppendArray(services.get(), array, FullRange(array));
+    }
+    CFArrayAppendValue(services.get(), CFSTR("disk"));
+    return CommitServices(prefs, services.get(), __func__, "enabling");
+}
+
+bool DisableFileSharing(SCPreferencesRef prefs)
+{
+    fprintf(stderr, "Disabling Windows File Sharing.\n");
+    const CFPropertyListRef present = GetEnabledServices(prefs);
+    if (present == nullptr) {
+        return true;
+    }
+    if (!IsArray(present)) {
+        fprintf(stderr, "%s: EnabledServicesKey has unexpected non-array type\n", __func__);
+        return false;
+    }
+    const auto array = static_cast<CFArrayRef>(present);
+    const CFIndex disk = CFArrayGetFirstIndexOfValue(array, FullRange(array), CFSTR("disk"));
+    if (disk == kCFNotFound) {
+        return true;
+    }
+    const ScopedRef<CFMutableArrayRef> services(
+        CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, array));
+    if (!services) {
+        fprintf(stderr, "%s: failed to create mutable copy of ENABLED_SERVICES\n", __func__);
+        return false;
+    }
+    CFArrayRemoveValueAtIndex(services.get(), disk); // one: a second "disk" is somebody else's
+    return CommitServices(prefs, services.get(), __func__, "disabling");
+}
+
+// Finds out whether the SMB service is on, and switches it on when it is not.  Returns whether it
+// was on before; nothing, after a line to the caller, when it cannot be had.
+std::optional<bool> EnsureFileSharing(SCPreferencesRef prefs)
+{
+    const std::optional<bool> wasEnabled = IsFileSharingEnabled(prefs);
+    if (!wasEnabled) {
+        puts("1 - Unable to determine Windows File Sharing capability");
+        return std::nullopt;
+    }
+    if (!*wasEnabled && !EnableFileSharing(prefs)) {
+        puts("1 - Unable to enable Windows File Sharing");
+        return std::nullopt;
+    }
+    return wasEnabled;
+}
+
+// The path of a product file; ends the process, with check in the report, when it has none.
+ScopedPath GetProductFile(const char *key, int check)
+{
+    ScopedPath path(Location_Get(key));
+    if (!path) {
+        Panic(UTIL_NOT_IMPLEMENTED_REPORT, SOURCE_PATH, check);
+    }
+    return path;
+}
+
+bool AddUser(const Request &request)
+{
+    const ScopedPath script = GetProductFile("shareAddUserFile", ADD_USER_CHECK);
+    // The script is given the name twice, on purpose.
+    const char *const argv[] = {script.get(), request.username, request.username,
+                                request.pathPasswordFile, nullptr};
+    if (RunScript(argv) == 0) {
+        return true;
+    }
+    fprintf(stderr, "Failed to create user %s\n", request.username);
+    printf("1 - failed to create user %s\n", request.username);
+    return false;
+}
+
+// Returns the script's status.
+int AddShare(const Request &request)
+{
+    fprintf(stderr, "Sharing %s as %s\n", request.folderPath, request.shareName);
+    const ScopedPath script = GetProductFile("shareAddShareFile", ADD_SHARE_CHECK);
+    const char *const argv[] = {script.get(),
+                                request.username,
+                                request.pathPasswordFile,
+                                request.folderPath,
+                                request.shareName,
+                                request.access,
+                                nullptr};
+    const int status = RunScript(argv);
+    printf("%d is the sharing result (0=ok). %s\n", status,
+           status == 0 ? "Press Enter to delete it and exit:" : "Exiting.");
+    fflush(stdout); // the caller waits for this line, and we are about to wait for the caller
+    return status;
+}
+
+void WaitForCaller()
+{
+    fprintf(stderr, "Waiting for data or pipe closure to delete share...\n");
+    char line[LINE_SIZE];
+    if (fgets(line, sizeof line, stdin) != nullptr) {
+        fprintf(stderr, "tool deleting share because we received '%s'.", line);
+    } else {
+        fprintf(stderr, "tool deleting share because pipe was closed.\n");
+    }
+}
+
+// Returns the script's status.
+int RemoveShare(const Request &request)
+{
+    const ScopedPath script = GetProductFile("shareRmShareFile", RM_SHARE_CHECK);
+    const char *const argv[] = {script.get(), request.shareName, request.folderPath, nullptr};
+    const int status = RunScript(argv);
+    printf("%d is the delete share result (0=success, nonzero=failure).\n", status);
+    return status;
+}
+
+bool RemoveUser(const Request &request)
+{
+    const ScopedPath script = GetProductFile("shareRmUserFile", RM_USER_CHECK);
+    const char *const argv[] = {script.get(), request.username, nullptr};
+    if (RunScript(argv) == 0) {
+        return true;
+    }
+    fprintf(stderr, "Failed to delete user %s\n", request.username);
+    return false;
+}
+
+// Creates user and share, waits for the caller, and undoes it all, the service switch included.
+// The preferences are unlocked meanwhile; only after a share was served they are locked again, and
+// after a failure the commit takes the lock for itself.  Returns the exit status.
+int ServeShare(const Request &request, ScopedRef<SCPreferencesRef> prefs, bool sharingWasEnabled)
+{
+    int status = EXIT_FAILURE;
+    const bool userCreated = AddUser(request);
+    if (userCreated) {
+        status = AddShare(request);
+    }
+    if (userCreated && status == 0) {
+        WaitForCaller();
+        status = RemoveShare(request);
+        if (!SCPreferencesLock(prefs.get(), true)) {
+            prefs.reset();
+            fprintf(stderr, "Unable to lock preferences to restore original state\n");
+            return EXIT_FAILURE;
+        }
+    }
+    if (!sharingWasEnabled && !DisableFileSharing(prefs.get())) {
+        fprintf(stderr, "Unable to disable Windows File Sharing\n");
+        status = EXIT_FAILURE;
+    }
+    if (userCreated && !RemoveUser(request)) {
+        status = EXIT_FAILURE;
+    }
+    SCPreferencesUnlock(prefs.get()); // where the lock is not held this says so, and does nothing
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    SettleProcess();
+    if (argc != 6) {
+        // Cut off on purpose: callers match this line byte for byte.
+        puts("2 - usage error. pelagoShareTool <folderPath> <shareName> <username> "
+             "<pathPasswordFile");
+        return EXIT_USAGE;
+    }
+    const Request request = {argv[1], argv[2], argv[3], argv[4], argv[5]};
+    Location_Init("shareTool");
+    Unicode_Init();
+
+    if (access(SAMBA_PREFS_FILE, R_OK) != 0) {
+        fprintf(stderr, "Samba prefs file %s not found, exiting.\n", SAMBA_PREFS_FILE);
+        printf("1 - cannot find Samba preferences file %s.\n", SAMBA_PREFS_FILE);
+        return EXIT_FAILURE;
+    }
+    ScopedRef<SCPreferencesRef> prefs(SCPreferencesCreate(
+        kCFAllocatorDefault, CFSTR("pelagoShareTool"), CFSTR(SAMBA_PREFS_FILE)));
+    if (!prefs) {
+        puts("1 - Failure reported by SCPreferencesCreate");
+        return EXIT_FAILURE;
+    }
+    if (!SCPreferencesLock(prefs.get(), true)) {
+        prefs.reset();
+        puts("1 - Unable to lock preferences. Are you running as root?");
+        return EXIT_FAILURE;
+    }
+    const std::optional<bool> sharingWasEnabled = EnsureFileSharing(prefs.get());
+    SCPreferencesUnlock(prefs.get());
+    if (!sharingWasEnabled) {
+        return EXIT_FAILURE;
+    }
+    return ServeShare(request, std::move(prefs), *sharingWasEnabled);
+}

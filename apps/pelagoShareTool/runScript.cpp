@@ -1,0 +1,36 @@
+// runScript.cpp -- runs one helper script to its end.
+#include "runScript.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+[[noreturn]] void BecomeScript(const char *const argv[])
+{
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    execv(argv[0], const_cast<char *const *>(argv)); // execv takes its vector as it is
+    fprintf(stderr, "execv() failed with error %d\n", errno);
+    // Not _exit(): what the tool had not flushed yet is shown on standard error, too.
+    exit(1);
+}
+
+} // namespace
+
+int RunScript(const char *const argv[])
+{
+    const pid_t child = fork();
+    if (child == -1) {
+        fprintf(stderr, "fork() failed with error %d\n", errno);
+        return 1;
+    }
+    if (child == 0) {
+        BecomeScript(argv);
+    }
+    int status = 1 << 8; // a wait that fails must not read as a script's success
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {}
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}

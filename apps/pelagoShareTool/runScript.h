@@ -1,0 +1,15 @@
+// runScript.h -- runs one helper script to its end.
+#ifndef PELAGO_RUNSCRIPT_H
+#define PELAGO_RUNSCRIPT_H
+
+/*
+ * Runs the program argv[0], an absolute path, with the NULL-terminated vector argv, and waits for
+ * it without a time limit.  What it writes to its standard output goes to our standard error, so
+ * that it never gets into the caller's protocol; it inherits everything else.
+ *
+ * Returns its exit code, 0 to 255; 1 when it could not be run, which is told of on standard error,
+ * or was ended by a signal.
+ */
+int RunScript(const char *const argv[]);
+
+#endif // PELAGO_RUNSCRIPT_H

@@ -1,0 +1,383 @@
+"""The whole run of the tool, path by path, on recording scripts and the real preferences."""
+
+import plistlib
+import shutil
+import signal
+import unittest
+from pathlib import Path
+
+from toolhost import (ACCESS, ARGUMENTS, BUNDLE, CLOSED, DELETED, DISABLING, ENABLING, FOLDER,
+                      PASSWORD_FILE, PREFS, SCRIPTS, SHARE, SHARED, SHARES, SHARING, STATE, USER,
+                      WAITING, ToolCase, lock_preferences, vector)
+
+USAGE = "2 - usage error. pelagoShareTool <folderPath> <shareName> <username> <pathPasswordFile\n"
+FAILED_USER = "Failed to create user alice\n"
+
+
+class Usage(ToolCase):
+    def test_any_other_number_of_arguments(self):
+        for count in (0, 1, 4, 6, 7, 50):
+            with self.subTest(count):
+                before = PREFS.read_bytes()
+                process = self.start(*["a"] * count) if count else self.start_bare()
+                self.assertRun(self.finish(process), USAGE, "", 2)
+                self.assertEqual(self.called(), [])
+                self.assertEqual(PREFS.read_bytes(), before)
+
+    def start_bare(self):
+        import subprocess
+        process = subprocess.Popen([self.tool], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE)
+        self.addCleanup(self.end, process)
+        return process
+
+    def test_comes_before_anything_else(self):
+        PREFS.unlink()
+        self.assertRun(self.run_tool("a"), USAGE, "", 2)
+
+
+class WholeSession(ToolCase):
+    def test_with_sharing_off(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        self.assertEqual(self.called(), ["adduser", "addshare"])
+        self.assertEqual(self.services(), ["disk"])
+        out, err, status = self.finish(process)
+        self.assertEqual(out, DELETED)
+        self.assertEqual(err, ENABLING + SHARING + WAITING + CLOSED + DISABLING)
+        self.assertEqual(status, 0)
+        self.assertEqual([call.argv for call in self.calls()], [vector(name) for name in
+                         ("adduser", "addshare", "rmshare", "rmuser")])
+        self.assertEqual(self.prefs(), self.OTHER_KEYS | {"EnabledServices": []},
+                         "the key stays, empty")
+
+    def test_what_each_script_sees(self):
+        self.run_tool()
+        self.assertEqual([(call.name, call.services, call.locked) for call in self.calls()],
+                         [("adduser", ["disk"], False), ("addshare", ["disk"], False),
+                          ("rmshare", ["disk"], False), ("rmuser", [], True)])
+        self.assertFalse(Path(f"{PREFS}-lock").exists(), "the lock is given back at the end")
+
+    def test_with_sharing_on(self):
+        self.write_prefs(["disk"])
+        before, node = PREFS.read_bytes(), PREFS.stat().st_ino
+        self.assertRun(self.run_tool(), SHARED + DELETED, SHARING + WAITING + CLOSED, 0)
+        self.assertEqual(PREFS.read_bytes(), before)
+        self.assertEqual(PREFS.stat().st_ino, node, "the file is not even written anew")
+
+    def test_disk_is_found_anywhere(self):
+        for services in (["disk", "print"], ["print", "disk"], ["a", "b", "disk", "c"]):
+            with self.subTest(services):
+                self.write_prefs(services)
+                self.assertRun(self.run_tool(), SHARED + DELETED, SHARING + WAITING + CLOSED, 0)
+                self.assertEqual(self.services(), services)
+
+    def test_only_the_very_string_counts(self):
+        for other in ("Disk", "disk ", "disks", b"disk", {"disk": True}, ["disk"], 1, True):
+            with self.subTest(other):
+                self.write_prefs([other])
+                process = self.start()
+                self.wait_until_shared(process)
+                self.assertEqual(self.services(), [other, "disk"])
+                self.assertEqual(self.finish(process)[2], 0)
+                self.assertEqual(self.services(), [other])
+
+    def test_other_services_keep_value_type_and_order(self):
+        import datetime
+        services = ["print", 5, -7, 2**63, 1.5, True, b"\x00\xff", "",
+                    datetime.datetime(2001, 2, 3, 4, 5, 6), {"k": ["v", {}]}, [], "gr\u00fc\u00df \U0001f600"]
+        self.write_prefs(services)
+        process = self.start()
+        self.wait_until_shared(process)
+        self.assertEqual(repr(self.services()), repr(services + ["disk"]))
+        self.finish(process)
+        self.assertEqual(repr(self.services()), repr(services))
+
+    def test_runs_from_wherever_the_bundle_lies(self):
+        elsewhere = Path("/srv/moved\n$(bundle)")
+        shutil.rmtree(elsewhere, ignore_errors=True)
+        shutil.move(BUNDLE, elsewhere)
+        link = STATE / "link"
+        link.symlink_to(elsewhere / "Contents/Library/shares/pelagoShareTool")
+        self.tool = link  # the real path counts, not the one it was started by
+        self.assertEqual(self.run_tool()[2], 0)
+        self.assertEqual([call.argv[0] for call in self.calls()],
+                         [f"{elsewhere}/Contents/Library/shares/{name}.sh" for name in SCRIPTS])
+        shutil.rmtree(elsewhere)
+
+    def test_arguments_reach_the_scripts_untouched(self):
+        odd = ["/srv/ $HOME;`id` \\\n\t*", "-s 'q' \"d\"", "--", "", "%s%n"]
+        folder, share, user, password_file, access = odd
+        out, err, status = self.run_tool(*odd)
+        self.assertEqual(status, 0)
+        self.assertIn(f"Sharing {folder} as {share}\n", err)
+        self.assertEqual([call.argv[1:] for call in self.calls()],
+                         [[user, user, password_file], [user, password_file, folder, share, access],
+                          [share, folder], [user]])
+
+    def test_the_environment_is_inherited(self):
+        self.script_does("adduser", "[ \"$MARK\" = 'a b' ] || exit 9")
+        self.assertEqual(self.run_tool(env={"MARK": "a b"})[2], 0)
+
+    def test_script_output_goes_to_standard_error(self):
+        for name in SCRIPTS:
+            self.script_does(name, f"echo {name} out; echo {name} err >&2")
+        said = {name: f"{name} out\n{name} err\n" for name in SCRIPTS}
+        self.assertRun(self.run_tool(), SHARED + DELETED,
+                       ENABLING + said["adduser"] + SHARING + said["addshare"] + WAITING + CLOSED
+                       + said["rmshare"] + DISABLING + said["rmuser"], 0)
+
+
+class Waiting(ToolCase):
+    def received(self, line):
+        return f"tool deleting share because we received '{line}'."
+
+    def test_ends_at_a_line(self):
+        for data, line in ((b"\n", "\n"), (b"bye\n", "bye\n"), (b"no newline", "no newline"),
+                           (b"two\nlines\n", "two\n")):
+            with self.subTest(data):
+                self.write_prefs()
+                self.assertRun(self.run_tool(data=data), SHARED + DELETED,
+                               ENABLING + SHARING + WAITING + self.received(line) + DISABLING, 0)
+
+    def test_a_line_ends_it_while_the_pipe_stays_open(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        process.stdin.write(b"now\n")
+        process.stdin.flush()
+        self.assertEqual(process.wait(timeout=20), 0)
+        self.assertEqual(self.services(), [])
+
+    def test_takes_79_characters_of_a_long_line(self):
+        for length in (78, 79, 80, 5000):
+            with self.subTest(length):
+                self.write_prefs()
+                out, err, status = self.run_tool(data=b"x" * length + b"\n")
+                shown = ("x" * length + "\n")[:79]
+                self.assertEqual(err, ENABLING + SHARING + WAITING + self.received(shown) + DISABLING)
+                self.assertEqual((out, status), (SHARED + DELETED, 0))
+
+    def test_waits_for_as_long_as_the_pipe_is_open(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        with self.assertRaises(Exception):
+            process.wait(timeout=0.5)
+        self.assertEqual(self.called(), ["adduser", "addshare"])
+        self.assertEqual(self.finish(process)[2], 0)
+
+    def test_a_killed_tool_restores_nothing_and_the_next_one_works(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        process.kill()
+        process.wait()
+        self.assertEqual(self.services(), ["disk"])
+        self.assertEqual(self.called(), ["adduser", "addshare"])
+        self.assertRun(self.run_tool(), SHARED + DELETED, SHARING + WAITING + CLOSED, 0)
+
+    def test_only_the_first_of_two_disks_is_removed(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        self.write_prefs(["a", "disk", "b", "disk"])
+        self.assertEqual(self.finish(process), (DELETED, ENABLING + SHARING + WAITING + CLOSED + DISABLING, 0))
+        self.assertEqual(self.services(), ["a", "b", "disk"])
+
+    def test_restores_on_top_of_what_others_wrote_meanwhile(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        self.write_prefs(["print", "disk"], Workgroup="NEW")
+        self.assertEqual(self.finish(process)[2], 0)
+        self.assertEqual(self.prefs(), {"Workgroup": "NEW", "EnabledServices": ["print"]})
+
+    def test_a_disk_that_others_removed_is_not_missed(self):
+        for content in ({"EnabledServices": ["print"]}, {"Other": 1}):
+            with self.subTest(content):
+                self.write_prefs()
+                process = self.start()
+                self.wait_until_shared(process)
+                PREFS.write_bytes(plistlib.dumps(content))
+                before = PREFS.read_bytes()
+                self.assertEqual(self.finish(process),
+                                 (DELETED, ENABLING + SHARING + WAITING + CLOSED + DISABLING, 0))
+                self.assertEqual(PREFS.read_bytes(), before)
+
+    def test_an_array_that_others_spoilt_is_left_alone(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        self.write_prefs("disk")
+        before = PREFS.read_bytes()
+        self.assertEqual(self.finish(process), (
+            DELETED, ENABLING + SHARING + WAITING + CLOSED + DISABLING
+            + "DisableFileSharing: EnabledServicesKey has unexpected non-array type\n"
+            + "Unable to disable Windows File Sharing\n", 1))
+        self.assertEqual(PREFS.read_bytes(), before)
+        self.assertEqual(self.called(), list(SCRIPTS), "the user goes all the same")
+
+
+class EarlyFailures(ToolCase):
+    def test_no_preferences_file(self):
+        PREFS.unlink()
+        self.assertRun(self.run_tool(), f"1 - cannot find Samba preferences file {PREFS}.\n",
+                       f"Samba prefs file {PREFS} not found, exiting.\n", 1)
+        self.assertEqual(self.called(), [])
+
+    def test_a_link_to_nowhere_is_no_preferences_file(self):
+        PREFS.unlink()
+        PREFS.symlink_to("/nonexistent")
+        self.assertRun(self.run_tool(), f"1 - cannot find Samba preferences file {PREFS}.\n",
+                       f"Samba prefs file {PREFS} not found, exiting.\n", 1)
+
+    def test_not_root(self):
+        self.tool.chmod(0o755)
+        outcome = self.run_tool(user=65534, group=65534)
+        self.assertRun(outcome, "1 - Unable to lock preferences. Are you running as root?\n", "", 1)
+        self.assertEqual(self.called(), [])
+
+    def test_services_that_are_no_array(self):
+        for value in ("disk", {"disk": True}, 1, True, b"disk"):
+            with self.subTest(value):
+                self.write_prefs(value)
+                before = PREFS.read_bytes()
+                self.assertRun(self.run_tool(), "1 - Unable to determine Windows File Sharing capability\n",
+                               "IsFileSharingEnabled result of 'EnabledServices' is not of type CFArrayRef\n", 1)
+                self.assertEqual(PREFS.read_bytes(), before)
+                self.assertFalse(Path(f"{PREFS}-lock").exists())
+
+    def test_a_lock_that_others_hold_is_waited_for(self):
+        lock = lock_preferences()
+        process = self.start()
+        with self.assertRaises(Exception):
+            process.wait(timeout=0.5)
+        self.assertEqual((self.called(), self.services()), ([], None))
+        lock.close()
+        self.assertRun(self.finish(process), SHARED + DELETED,
+                       ENABLING + SHARING + WAITING + CLOSED + DISABLING, 0)
+
+
+class FailedUser(ToolCase):
+    OUT = "1 - failed to create user alice\n"
+
+    def test_switches_the_service_back(self):
+        for body in ("exit 1", "exit 3", "exit 255", "kill -KILL $$"):
+            with self.subTest(body):
+                self.setUp()
+                self.script_does("adduser", body)
+                self.assertRun(self.run_tool(), self.OUT, ENABLING + FAILED_USER + DISABLING, 1)
+                self.assertEqual(self.called(), ["adduser"])
+                self.assertEqual(self.services(), [])
+
+    def test_leaves_a_service_on_that_was_on(self):
+        self.write_prefs(["disk"])
+        self.script_does("adduser", "exit 1")
+        before = PREFS.read_bytes()
+        self.assertRun(self.run_tool(), self.OUT, FAILED_USER, 1)
+        self.assertEqual(PREFS.read_bytes(), before)
+
+    def test_a_script_that_cannot_be_run(self):
+        (SHARES / "adduser.sh").unlink()
+        self.assertRun(self.run_tool(), self.OUT,
+                       ENABLING + "execv() failed with error 2\n" + FAILED_USER + DISABLING, 1)
+        self.assertEqual(self.services(), [])
+
+
+class FailedShare(ToolCase):
+    def test_passes_its_status_on(self):
+        for body, status in (("exit 1", 1), ("exit 3", 3), ("exit 255", 255), ("kill -KILL $$", 1)):
+            with self.subTest(body):
+                self.setUp()
+                self.script_does("addshare", body)
+                self.assertRun(self.run_tool(), f"{status} is the sharing result (0=ok). Exiting.\n",
+                               ENABLING + SHARING + DISABLING, status)
+                self.assertEqual([(call.name, call.services, call.locked) for call in self.calls()],
+                                 [("adduser", ["disk"], False), ("addshare", ["disk"], False),
+                                  ("rmuser", [], False)], "no lock is taken on this path")
+
+    def test_leaves_a_service_on_that_was_on(self):
+        self.write_prefs(["disk"])
+        self.script_does("addshare", "exit 3")
+        self.assertRun(self.run_tool(), "3 is the sharing result (0=ok). Exiting.\n", SHARING, 3)
+        self.assertEqual(self.services(), ["disk"])
+
+    def test_does_not_wait_for_the_caller(self):
+        self.script_does("addshare", "exit 3")
+        process = self.start()
+        self.assertEqual(process.wait(timeout=20), 3)
+
+    def test_a_user_that_stays_is_the_worse_failure(self):
+        self.script_does("addshare", "exit 3")
+        self.script_does("rmuser", "exit 4")
+        self.assertRun(self.run_tool(), "3 is the sharing result (0=ok). Exiting.\n",
+                       ENABLING + SHARING + DISABLING + "Failed to delete user alice\n", 1)
+
+
+class FailedRemoval(ToolCase):
+    def test_of_the_share_is_the_exit_status_and_stops_nothing(self):
+        for body, status in (("exit 5", 5), ("exit 255", 255), ("kill -TERM $$", 1)):
+            with self.subTest(body):
+                self.setUp()
+                self.script_does("rmshare", body)
+                self.assertRun(self.run_tool(), SHARED
+                               + f"{status} is the delete share result (0=success, nonzero=failure).\n",
+                               ENABLING + SHARING + WAITING + CLOSED + DISABLING, status)
+                self.assertEqual(self.called(), list(SCRIPTS))
+                self.assertEqual(self.services(), [])
+
+    def test_of_the_user(self):
+        for share_status, body in ((0, "exit 5"), (7, "exit 2"), (0, "kill -KILL $$")):
+            with self.subTest((share_status, body)):
+                self.setUp()
+                self.script_does("rmshare", f"exit {share_status}")
+                self.script_does("rmuser", body)
+                self.assertRun(self.run_tool(), SHARED
+                               + f"{share_status} is the delete share result (0=success, nonzero=failure).\n",
+                               ENABLING + SHARING + WAITING + CLOSED + DISABLING
+                               + "Failed to delete user alice\n", 1)
+                self.assertEqual(self.services(), [])
+
+    def test_a_script_that_cannot_be_run_shows_what_was_not_flushed(self):
+        # Its child ends with the ordinary exit, on standard error: the caller's stream stays clean.
+        (SHARES / "rmuser.sh").unlink()
+        self.assertRun(self.run_tool(), SHARED + DELETED,
+                       ENABLING + SHARING + WAITING + CLOSED + DISABLING
+                       + "execv() failed with error 2\n" + DELETED + "Failed to delete user alice\n", 1)
+
+
+class MissingLocation(ToolCase):
+    """A product file without a path ends the tool at once; the number tells which."""
+
+    def report(self, check):
+        return f"Panic: NOT_IMPLEMENTED apps/pelagoShareTool/pelagoShareTool:{check}\n"
+
+    def test_add_user(self):
+        shallow = Path("/opt/shallow")
+        shutil.copy(self.tool, shallow)
+        self.tool = shallow
+        too_large = "LocationGetRoot: sUpCount (4) is too large for \n"
+        self.assertRun(self.run_tool(), "", too_large + ENABLING + too_large + self.report(305), 1)
+        self.assertEqual(self.services(), ["disk"], "nothing is undone")
+        self.assertEqual(self.called(), [])
+
+    def vanishes_after(self, script, check, out, err):
+        self.script_does(script, f'rm "{self.tool}"')
+        gone = f"LocationGetRoot: Unable to get the realpath for {self.tool} (deleted)"
+        self.assertRun(self.run_tool(), out, err + gone + self.report(check), 1)
+        self.assertEqual(self.services(), ["disk"])
+
+    def test_add_share(self):
+        self.vanishes_after("adduser", 377, "", ENABLING + SHARING)
+        self.assertEqual(self.called(), ["adduser"])
+
+    def test_remove_share(self):
+        self.vanishes_after("addshare", 415, SHARED, ENABLING + SHARING + WAITING + CLOSED)
+        self.assertEqual(self.called(), ["adduser", "addshare"])
+
+    def test_remove_user(self):
+        self.script_does("rmshare", f'rm "{self.tool}"')
+        gone = f"LocationGetRoot: Unable to get the realpath for {self.tool} (deleted)"
+        self.assertRun(self.run_tool(), SHARED + DELETED, ENABLING + SHARING + WAITING + CLOSED + DISABLING
+                       + gone + self.report(340), 1)
+        self.assertEqual(self.called(), ["adduser", "addshare", "rmshare"])
+        self.assertEqual(self.services(), [], "the switch was put back before")
+
+
+if __name__ == "__main__":
+    unittest.main()
