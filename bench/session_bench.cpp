@@ -1,0 +1,173 @@
+// session_bench.cpp -- what the tool costs beside what its work must cost.
+//
+// Runs as root on a machine of its own with a real disk at /Library (bench.sh sees to that).  Takes
+// the programs to compare from its environment.  Every figure is wall time from just before a
+// program is started to just after it is reaped.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <spawn.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path PREFS_FOLDER = "/Library/Preferences/SystemConfiguration";
+const fs::path PREFS = PREFS_FOLDER / "com.apple.smb.server.plist";
+const fs::path SHARES = "/opt/bench/Pelago.app/Contents/Library/shares";
+constexpr const char *SCRIPTS[] = {"adduser.sh", "addshare.sh", "rmshare.sh", "rmuser.sh"};
+constexpr char PREFS_TEXT[] = "<plist version=\"1.0\"><dict><key>EnabledServices</key>"
+                              "<array><string>print</string></array></dict></plist>\n";
+
+[[noreturn]] void Fail(const std::string &what)
+{
+    perror(what.c_str());
+    exit(1);
+}
+
+// Standard input at its end, and nothing shown.
+void QuietStandardStreams()
+{
+    const int null = open("/dev/null", O_RDWR);
+    dup2(null, STDIN_FILENO);
+    dup2(null, STDOUT_FILENO);
+    dup2(null, STDERR_FILENO);
+}
+
+// Starts argv, waits, and returns its peak of resident memory in KiB.
+long Run(const char *const argv[], int wantedStatus)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        QuietStandardStreams();
+        execv(argv[0], const_cast<char *const *>(argv));
+        _exit(127);
+    }
+    int status = -1;
+    rusage usage = {};
+    if (wait4(child, &status, 0, &usage) != child || WEXITSTATUS(status) != wantedStatus) {
+        Fail(std::string("not the wanted status: ") + argv[0]);
+    }
+    return usage.ru_maxrss;
+}
+
+// The least that a durable replacement of the file can be.
+void CommitBare(const std::string &content)
+{
+    const std::string fresh = PREFS.string() + "-bare";
+    const int file = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (write(file, content.data(), content.size()) != static_cast<ssize_t>(content.size()) ||
+        fsync(file) != 0 || close(file) != 0 || rename(fresh.c_str(), PREFS.c_str()) != 0) {
+        Fail("bare commit");
+    }
+    const int folder = open(PREFS_FOLDER.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fsync(folder) != 0 || close(folder) != 0) {
+        Fail("bare commit of the folder");
+    }
+}
+
+void WritePrefs()
+{
+    std::ofstream(PREFS) << PREFS_TEXT;
+}
+
+const char *Program(const char *variable)
+{
+    const char *path = getenv(variable);
+    if (path == nullptr) {
+        Fail(std::string("no ") + variable);
+    }
+    return path;
+}
+
+// Puts a program where the tool belongs.
+fs::path Install(const char *variable)
+{
+    const fs::path place = SHARES / fs::path(variable);
+    fs::copy_file(Program(variable), place, fs::copy_options::overwrite_existing);
+    return place;
+}
+
+void BM_WholeSession(benchmark::State &state)
+{
+    const fs::path tool = Install("PELAGO_TOOL");
+    const char *const argv[] = {tool.c_str(), "/srv", "Docs", "alice", "/dev/null", "rw", nullptr};
+    long peak = 0;
+    WritePrefs();
+    for (auto _ : state) {
+        peak = std::max(peak, Run(argv, 0));
+    }
+    state.counters["peak KiB"] = static_cast<double>(peak);
+}
+
+void BM_ScriptsAndCommits(benchmark::State &state)
+{
+    WritePrefs();
+    const std::string content(300, '#'); // as long as the preferences that the tool writes
+    for (auto _ : state) {
+        CommitBare(content);
+        for (const char *script : SCRIPTS) {
+            const std::string path = SHARES / script;
+            const char *const argv[] = {path.c_str(), "alice", nullptr};
+            Run(argv, 0);
+        }
+        CommitBare(content);
+    }
+    WritePrefs();
+}
+
+void BM_Start(benchmark::State &state, const char *variable, int wantedStatus, bool withArguments)
+{
+    const fs::path program = Install(variable);
+    const char *const full[] = {program.c_str(), "/srv", "Docs", "alice",
+                                "/dev/null",     "rw",   nullptr};
+    const char *const bare[] = {program.c_str(), nullptr};
+    fs::remove(PREFS); // so that a tool with arguments ends right after its initialisation
+    for (auto _ : state) {
+        Run(withArguments ? full : bare, wantedStatus);
+    }
+}
+
+} // namespace
+
+BENCHMARK(BM_WholeSession)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ScriptsAndCommits)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_Start, UsageError, "PELAGO_TOOL", 2, false)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_Start, Nothing, "PELAGO_NOTHING", 2, false)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_Start, AsShipped, "PELAGO_TOOL", 1, true)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_Start, SharedIcu, "PELAGO_SHARED_ICU", 1, true)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_Start, SharedRuntime, "PELAGO_SHARED_RUNTIME", 1, true)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+
+int main(int argc, char **argv)
+{
+    fs::create_directories(PREFS_FOLDER);
+    fs::create_directories(SHARES);
+    fs::create_directories(SHARES.parent_path() / "icu");
+    std::ofstream(SHARES.parent_path() / "icu/icudt44l.dat");
+    for (const char *script : SCRIPTS) {
+        std::ofstream(SHARES / script) << "#!/bin/sh\nexit 0\n";
+        chmod((SHARES / script).c_str(), 0755);
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

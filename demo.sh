@@ -1,0 +1,134 @@
+#!/bin/sh
+# demo.sh -- from a fresh machine to a share that a client reads, and then cannot.
+#
+# Installs what is needed, builds, and shows one session for real: the tool, its scripts, Samba and
+# a client, on a throw-away copy of this machine (tools/sandbox.sh), so that nothing of its own is
+# touched.  Needs root for that, and asks sudo for it.
+# Exit status: 0 when every step held.
+set -eu
+cd "$(dirname "$0")"
+project=$(pwd -P)
+bundle=$project/build/release/Pelago.app
+prefs=/Library/Preferences/SystemConfiguration/com.apple.smb.server.plist
+folder=/home/carol/Documents
+failures=0
+
+# ---- The transcript
+
+if [ -t 1 ]; then bold=$(printf '\033[1m') plain=$(printf '\033[0m'); else bold='' plain=''; fi
+title() { printf '\n%s%s%s\n' "$bold" "$1" "$plain"; }
+tell() { printf '   %s\n' "$1"; }
+
+# expect TEXT COMMAND [ARG...]: shows whether the command held what the text says.
+expect() {
+    expectation=$1
+    shift
+    if "$@" >/tmp/expect.log 2>&1; then
+        printf '   ok      %s\n' "$expectation"
+    else
+        printf '   FAILED  %s\n' "$expectation"
+        sed 's/^/           /' /tmp/expect.log
+        failures=$((failures + 1))
+    fi
+}
+
+# ---- The client
+
+# smbGet USER PASSWORD_FILE: fetches the file as that user would.
+smbGet() {
+    PASSWD_FD=9 smbclient -U "$1" //127.0.0.1/Docs -c 'get letter.txt /tmp/fetched' 9<"$2" 2>&1
+}
+isRefused() {
+    if answer=$(smbGet "$1" "$2"); then
+        printf 'let in: %s\n' "$answer"
+        return 1
+    fi
+    printf '%s\n' "$answer"
+    printf '%s\n' "$answer" | grep -q "$3"
+}
+fetchesTheLetter() { smbGet alice /root/password && cmp /tmp/fetched "$folder/letter.txt"; }
+cannotConnect() { isRefused alice /root/password NT_STATUS_CONNECTION_REFUSED; }
+
+servicesAre() { [ "$(plistutil -i "$prefs" | grep -o '<string>[a-z]*</string>' | tr -d '\n')" = "$1" ]; }
+notHere() { ! "$@"; }
+isUser() { getent passwd "$1" || pdbedit -L -u "$1"; }
+isShare() { net conf showshare "$1"; }
+
+# What runs while the share is open.
+client() {
+    expect 'the preferences have "disk" now' servicesAre '<string>print</string><string>disk</string>'
+    expect 'alice fetches letter.txt from \\127.0.0.1\Docs' fetchesTheLetter
+    expect 'alice with a wrong password is refused' isRefused alice /root/wrong NT_STATUS_LOGON_FAILURE
+    expect 'bob, who has a password of his own, is refused' \
+        isRefused bob /root/bob NT_STATUS_ACCESS_DENIED
+    return "$failures"
+}
+
+# ---- The session, on the throw-away machine
+
+prepare() {
+    title 'A machine of its own'
+    mkdir -p /etc/samba /run/samba /var/log/samba /var/cache/samba /var/lib/samba/private
+    cp "$project/examples/smb.conf" /etc/samba/smb.conf
+    mkdir -p "${prefs%/*}"
+    plistutil -o "$prefs" <<'END_OF_PREFS'
+<plist version="1.0"><dict>
+<key>NetBIOSName</key><string>DEMO</string>
+<key>EnabledServices</key><array><string>print</string></array>
+</dict></plist>
+END_OF_PREFS
+    cp "$prefs" /root/prefs.before
+    umask 077
+    printf 'correct horse; "battery" $taple' >/root/password
+    printf 'wrong\n' >/root/wrong
+    printf 'bobs own\n' >/root/bob
+    umask 022
+    useradd --no-create-home --home-dir /home/carol carol
+    useradd --no-create-home --shell /usr/sbin/nologin bob
+    cat /root/bob /root/bob | smbpasswd -s -a bob >/dev/null
+    mkdir -p "$folder"
+    printf 'Dear Alice, this is for your eyes only.\n' >"$folder/letter.txt"
+    chown -R carol "$folder"
+    chmod 0700 "$folder"
+    timeout 300 "$bundle/Contents/Library/switch/smbSwitch.sh" &
+    tell "carol has $folder (mode 0700), the SMB service is off,"
+    tell 'bob is a user of this host, and alice is nobody yet.'
+    expect 'no alice here' notHere isUser alice
+    expect 'nobody answers on port 445' cannotConnect
+}
+
+session() {
+    prepare
+    title 'pelagoShareTool shares the folder as Docs for alice'
+    status=0
+    "$project/build/release/examples/shareWhile" \
+        "$bundle/Contents/Library/shares/pelagoShareTool" \
+        "$folder" Docs alice /root/password ro "$project/demo.sh" --client || status=$?
+    title 'Afterwards'
+    expect 'the tool and the client ended well' [ "$status" -eq 0 ]
+    expect 'the share is gone' notHere isShare Docs
+    expect 'alice is gone' notHere isUser alice
+    expect 'nobody answers on port 445 any more' cannotConnect
+    expect 'the preferences are what they were, to the byte' cmp "$prefs" /root/prefs.before
+    expect 'no process is left of the session' notHere pgrep -l 'smbd|pelagoShareTool|rpcd'
+    title "$([ "$failures" -eq 0 ] && echo 'Every step held.' || echo "$failures steps failed.")"
+    [ "$failures" -eq 0 ]
+}
+
+case ${1-} in
+    --client) client ;;
+    --session) session ;;
+    '')
+        tools/setup.sh
+        mkdir -p build
+        printf 'building ...\n'
+        { cmake --preset release && cmake --build --preset release; } >build/demo.log 2>&1 ||
+            { cat build/demo.log >&2; exit 1; }
+        if [ "$(id -u)" -eq 0 ]; then
+            exec tools/sandbox.sh "$project/demo.sh" --session
+        else
+            exec sudo tools/sandbox.sh "$project/demo.sh" --session
+        fi
+        ;;
+    *) printf 'usage: demo.sh\n' >&2; exit 2 ;;
+esac
