@@ -17,7 +17,7 @@ say() { printf 'setup.sh: %s\n' "$1"; }
 id=unknown version=
 # shellcheck disable=SC1091 # the host's own
 [ ! -r /etc/os-release ] || { . /etc/os-release && id=$ID version=${VERSION_ID-}; }
-[ "$id" = debian ] && [ "$version" = 12 ] ||
+[ "$id $version" = 'debian 12' ] ||
     fail "this sets up Debian 12, and here is $id $version; install the like of:$(printf '%s' "$PACKAGES" | tr -s '\n ' ' ')"
 
 missing=

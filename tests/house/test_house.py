@@ -1,0 +1,161 @@
+"""What holds the house together: who includes whom, no test of the host outside platform/, documented
+headers that stand alone, one layout, hardened binaries, and nothing of Linux in the tool."""
+
+import os
+import re
+import subprocess
+import unittest
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+PUBLIC = ROOT / "lib/public"
+
+# Rooms of the library, and whose headers each may include beside its own; lib/public by name.
+ANY_PUBLIC = {path.name for path in PUBLIC.glob("*.h")}
+MAY_INCLUDE = {
+    "apps/pelagoShareTool": ANY_PUBLIC,
+    "lib/misc": ANY_PUBLIC,
+    "lib/string": {"bsd_vsnprintf.h", "str.h", "util.h", "diagnostics.h"},
+    "lib/unicode": {"unicode.h", "codeset.h", "util.h", "diagnostics.h"},
+    "lib/public": ANY_PUBLIC,
+}
+# Headers that only one host has, or that only one host declares that way.
+HOST_HEADERS = {
+    "sys/vfs.h", "sys/statfs.h", "malloc.h", "endian.h", "byteswap.h", "features.h", "error.h", "sys/auxv.h",
+    "sys/sysinfo.h", "sys/prctl.h", "sys/epoll.h", "sys/inotify.h", "linux/", "plist/", "sys/random.h",
+}
+# All that the tool's own objects ask of the host: calls that are there on either one.
+TOOL_IMPORTS = {
+    "CFArrayAppendArray", "CFArrayAppendValue", "CFArrayContainsValue", "CFArrayCreateMutable",
+    "CFArrayCreateMutableCopy", "CFArrayGetCount", "CFArrayGetFirstIndexOfValue", "CFArrayGetTypeID",
+    "CFArrayRemoveValueAtIndex", "CFGetTypeID", "CFRelease", "__CFStringMakeConstantString",
+    "kCFAllocatorDefault", "kCFTypeArrayCallBacks", "SCPreferencesCommitChanges", "SCPreferencesCreate",
+    "SCPreferencesGetValue", "SCPreferencesLock", "SCPreferencesSetValue", "SCPreferencesUnlock",
+    "Location_Get", "Location_Init", "Panic", "Unicode_Init",
+    "access", "dup2", "execv", "exit", "fcntl", "fcntl64", "fflush", "fgets", "fork", "fprintf", "fputc", "fputs",
+    "free", "fwrite", "open", "open64", "printf", "putchar", "puts", "signal", "stderr", "stdin", "stdout",
+    "vfprintf", "waitpid", "errno",
+}
+
+
+def sources(*folders, suffixes=(".cpp", ".h")):
+    for folder in folders:
+        for path in sorted((ROOT / folder).rglob("*")):
+            if path.suffix in suffixes:
+                yield path
+
+
+def run(*command, **options):
+    return subprocess.run(command, capture_output=True, text=True, cwd=ROOT, **options)
+
+
+class Rooms(unittest.TestCase):
+    def test_no_room_tests_for_a_host(self):
+        pattern = re.compile(r"^\s*#\s*(el)?if.*(__linux__|__APPLE__|__gnu_linux__|__MACH__|__GLIBC__|_WIN32)", re.M)
+        for path in sources("apps", "lib"):
+            self.assertNotRegex(path.read_text(), pattern, path)
+
+    def test_no_host_only_header_outside_platform(self):
+        for path in sources("apps", "lib"):
+            for header in re.findall(r"#\s*include\s*<([^>]+)>", path.read_text()):
+                self.assertFalse(any(header.startswith(host) for host in HOST_HEADERS), f"{path}: {header}")
+
+    def test_includes_run_downwards(self):
+        for room, allowed in MAY_INCLUDE.items():
+            files = list(sources(room))
+            self.assertTrue(files, room)
+            own = {path.name for path in files}
+            for path in files:
+                for header in re.findall(r'#\s*include\s*"([^"]+)"', path.read_text()):
+                    self.assertIn(header, allowed | own, f"{path} includes {header}")
+
+    def test_the_platform_layer_knows_nothing_above_it(self):
+        above = ANY_PUBLIC | {path.name for path in sources("apps", "lib")}
+        for path in sources("platform"):
+            for header in re.findall(r'#\s*include\s*"([^"]+)"', path.read_text()):
+                self.assertNotIn(header, above, path)
+
+
+class PublicHeaders(unittest.TestCase):
+    def test_each_stands_alone_in_both_languages(self):
+        for header in sorted(PUBLIC.glob("*.h")):
+            for compiler, standard in (("gcc", "c11"), ("clang", "c11"), ("g++", "c++20"), ("clang++", "c++20")):
+                language = "c" if standard == "c11" else "c++"
+                done = run(compiler, f"-std={standard}", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-fsyntax-only",
+                           "-x", language, "-iquote", PUBLIC, "-", input=f'#include "{header.name}"\n')
+                self.assertEqual(done.returncode, 0, f"{header.name}, {compiler}: {done.stderr}")
+
+    def test_each_symbol_of_the_library_is_declared_and_documented(self):
+        exported = set(re.findall(r" [TDBR] (\w+)$", run("nm", "-g", os.environ["PELAGO_FOUNDATION"]).stdout, re.M))
+        symbols = {name for name in exported if not name.startswith("_Z") and "asan" not in name and "san_" not in name}
+        self.assertIn("Location_Get", symbols)
+        text = "".join(header.read_text() for header in PUBLIC.glob("*.h"))
+        for name in symbols:
+            declaration = re.search(rf"^\w[^;/{{}}]*\b{name}\(", text, re.M)
+            self.assertIsNotNone(declaration, f"{name} is in no public header")
+            before = text[:declaration.start()].rstrip()
+            self.assertTrue(before.endswith("*/") or before.endswith(";") and name == "Str_Vasprintf",
+                            f"{name} has no comment")
+
+
+class Layout(unittest.TestCase):
+    def test_clang_format_has_nothing_to_change(self):
+        files = [path for path in sources("apps", "lib", "platform", "tests", "fuzz", "bench", "examples")]
+        done = run("clang-format", "--dry-run", "--Werror", *files)
+        self.assertEqual(done.returncode, 0, done.stderr[:3000])
+
+    def test_shellcheck_has_nothing_to_say(self):
+        scripts = [path for path in run("git", "ls-files", "--cached", "--others", "--exclude-standard",
+                                        "*.sh", ".ci/run").stdout.split()] \
+            or [str(path) for path in ROOT.rglob("*.sh") if "build" not in path.parts]
+        self.assertGreater(len(scripts), 5)
+        done = run("shellcheck", "--external-sources", *scripts)
+        self.assertEqual(done.returncode, 0, done.stdout)
+
+    def test_links_in_the_documents_lead_somewhere(self):
+        for page in [*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md"), *(ROOT / "product").rglob("*.md")]:
+            for target in re.findall(r"\]\(([^)#:]+)\)", page.read_text()):
+                self.assertTrue((page.parent / target).exists(), f"{page}: {target}")
+
+
+class Binaries(unittest.TestCase):
+    def test_the_tool_asks_only_what_both_hosts_have(self):
+        if os.environ["PELAGO_SANITIZE"]:
+            return  # a sanitizer adds calls of its own; the plain build holds the line
+        objects = os.environ["PELAGO_TOOL_OBJECTS"].split(":")
+        self.assertEqual(len(objects), 3)
+        for line in run("nm", "-u", *objects).stdout.splitlines():
+            name = line.removeprefix(" " * 17 + "U ").strip() if " U " in line else ""
+            # The C library's hardened forms of the same calls, and the C++ and compiler runtimes.
+            plain = re.sub(r"^__(\w+)_chk$", r"\1", name)
+            if not name or name.startswith(("_Z", "__gxx", "_Unwind", "__stack_chk", "_GLOBAL_OFFSET", "__cxa")):
+                continue
+            if name == "__errno_location":
+                continue
+            self.assertIn(plain, TOOL_IMPORTS)
+
+    def test_the_tool_is_hardened(self):
+        tool = os.environ["PELAGO_TOOL"]
+        header, dynamic = run("readelf", "-hW", tool).stdout, run("readelf", "-dlW", tool).stdout
+        self.assertIn("DYN (Position-Independent Executable file)", header)
+        self.assertIn("GNU_RELRO", dynamic)
+        self.assertRegex(dynamic, r"FLAGS_1.*\bNOW\b")
+        self.assertRegex(dynamic, r"GNU_STACK.* RW ")
+        if not os.environ["PELAGO_SANITIZE"]:
+            imports = run("nm", "-D", "-u", tool).stdout
+            self.assertIn("__stack_chk_fail", imports)
+            self.assertIn("__fprintf_chk", imports)
+
+    def test_the_bundle_is_whole(self):
+        library = Path(os.environ["PELAGO_TOOL"]).parents[1]
+        for name in ("adduser.sh", "addshare.sh", "rmshare.sh", "rmuser.sh"):
+            script = library / "shares" / name
+            self.assertTrue(os.access(script, os.X_OK), script)
+            self.assertEqual(script.read_bytes(), (ROOT / "product/linux/shares" / name).read_bytes())
+        data = library / "icu/icudt44l.dat"
+        listed = run("icupkg", "-l", data, env=os.environ | {"PATH": os.environ["PATH"] + ":/usr/sbin"})
+        self.assertEqual((listed.returncode, listed.stdout), (0, ""), "a valid package without an item")
+
+
+if __name__ == "__main__":
+    unittest.main()
