@@ -43,7 +43,7 @@ insideAsRoot='
 set -eu
 fail() { printf "sandbox.sh: %s\n" "$1" >&2; exit 125; }
 base=$PELAGO_SCRATCH project=$PELAGO_PROJECT binds=$PELAGO_BINDS
-unset PELAGO_SCRATCH PELAGO_PROJECT PELAGO_BINDS
+unset PELAGO_SCRATCH PELAGO_PROJECT PELAGO_BINDS TMPDIR
 mount -t tmpfs tmpfs "$base" || fail "cannot mount a tmpfs"
 mkdir "$base/up" "$base/scratch" "$base/new"
 new=$base/new
@@ -102,7 +102,7 @@ runAsOrdinaryUser() {
     done
     status=0
     bwrap --die-with-parent --unshare-user --uid 0 --gid 0 --unshare-pid --unshare-net \
-        --proc /proc --dev /dev --tmpfs /run --tmpfs /tmp "$@" || status=$?
+        --proc /proc --dev /dev --tmpfs /run --tmpfs /tmp --unsetenv TMPDIR "$@" || status=$?
     return "$status"
 }
 
@@ -110,7 +110,7 @@ newline='
 '
 binds=
 if [ "${1-}" = --can ]; then
-    [ "${2-}" = users ] && [ "$(id -u)" -eq 0 ]
+    [ "${2-}" = users ] && [ "$(id -u)" -eq 0 ] && "$0" true 2>/dev/null
     exit
 fi
 while [ "${1-}" = --bind ] && [ "$#" -ge 3 ]; do
