@@ -1,5 +1,2 @@
 // nothing.cpp -- does nothing, with the tool's libraries.
-int main()
-{
-    return 2;
-}
+int main() { return 2; }

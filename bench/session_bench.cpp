@@ -70,22 +70,15 @@ void CommitBare(const std::string &content)
         Fail("bare commit");
     }
     const int folder = open(PREFS_FOLDER.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fsync(folder) != 0 || close(folder) != 0) {
-        Fail("bare commit of the folder");
-    }
+    if (fsync(folder) != 0 || close(folder) != 0) { Fail("bare commit of the folder"); }
 }
 
-void WritePrefs()
-{
-    std::ofstream(PREFS) << PREFS_TEXT;
-}
+void WritePrefs() { std::ofstream(PREFS) << PREFS_TEXT; }
 
 const char *Program(const char *variable)
 {
     const char *path = getenv(variable);
-    if (path == nullptr) {
-        Fail(std::string("no ") + variable);
-    }
+    if (path == nullptr) { Fail(std::string("no ") + variable); }
     return path;
 }
 

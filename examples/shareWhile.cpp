@@ -45,9 +45,7 @@ Pipe MakePipe()
 pid_t StartTool(char *const argv[], const Pipe &input, const Pipe &output, const Pipe &errors)
 {
     const pid_t tool = fork();
-    if (tool != 0) {
-        return tool == -1 ? (Fail("fork"), -1) : tool;
-    }
+    if (tool != 0) { return tool == -1 ? (Fail("fork"), -1) : tool; }
     // Out of reach of the terminal's Ctrl-C: it is to end us, and the closing pipe the share.
     setpgid(0, 0);
     dup2(input.readEnd, STDIN_FILENO);
@@ -62,9 +60,7 @@ int ExitStatus(pid_t child)
 {
     int status = 0;
     while (waitpid(child, &status, 0) == -1) {
-        if (errno != EINTR) {
-            Fail("waitpid");
-        }
+        if (errno != EINTR) { Fail("waitpid"); }
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }
@@ -72,9 +68,7 @@ int ExitStatus(pid_t child)
 int RunCommand(char *const argv[])
 {
     const pid_t command = fork();
-    if (command == -1) {
-        Fail("fork");
-    }
+    if (command == -1) { Fail("fork"); }
     if (command == 0) {
         execvp(argv[0], argv);
         perror(argv[0]);
@@ -95,9 +89,7 @@ public:
         char bytes[4096];
         const ssize_t size = read(mFd, bytes, sizeof bytes);
         if (size <= 0) {
-            if (!mPending.empty()) {
-                Show(mPending);
-            }
+            if (!mPending.empty()) { Show(mPending); }
             return size < 0 && errno == EINTR;
         }
         mPending.append(bytes, static_cast<size_t>(size));
@@ -171,9 +163,7 @@ int main(int argc, char **argv)
     LineReader readers[] = {{output.readEnd, "stdout"}, {errors.readEnd, "stderr"}};
     pollfd polls[] = {{readers[0].Fd(), POLLIN, 0}, {readers[1].Fd(), POLLIN, 0}};
     for (int open = 2; open > 0;) {
-        if (poll(polls, 2, -1) == -1 && errno != EINTR) {
-            Fail("poll");
-        }
+        if (poll(polls, 2, -1) == -1 && errno != EINTR) { Fail("poll"); }
         for (int i = 0; i < 2; i++) {
             if (polls[i].revents != 0 && !readers[i].Read(onLine)) {
                 polls[i].fd = -1; // poll passes over it
@@ -181,9 +171,7 @@ int main(int argc, char **argv)
             }
         }
     }
-    if (user.joinable()) {
-        user.join();
-    }
+    if (user.joinable()) { user.join(); }
     const int toolStatus = ExitStatus(tool);
     const bool shared = sharingResult == 0 && deleteResult == 0 && toolStatus == 0;
     return shared ? commandStatus : 1;

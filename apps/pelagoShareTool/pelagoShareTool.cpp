@@ -70,15 +70,9 @@ void SettleProcess()
     signal(SIGPIPE, SIG_IGN);
 }
 
-CFRange FullRange(CFArrayRef array)
-{
-    return CFRangeMake(0, CFArrayGetCount(array));
-}
+CFRange FullRange(CFArrayRef array) { return CFRangeMake(0, CFArrayGetCount(array)); }
 
-bool IsArray(CFTypeRef value)
-{
-    return CFGetTypeID(value) == CFArrayGetTypeID();
-}
+bool IsArray(CFTypeRef value) { return CFGetTypeID(value) == CFArrayGetTypeID(); }
 
 CFPropertyListRef GetEnabledServices(SCPreferencesRef prefs)
 {
@@ -89,9 +83,7 @@ CFPropertyListRef GetEnabledServices(SCPreferencesRef prefs)
 std::optional<bool> IsFileSharingEnabled(SCPreferencesRef prefs)
 {
     const CFPropertyListRef services = GetEnabledServices(prefs);
-    if (services == nullptr) {
-        return false;
-    }
+    if (services == nullptr) { return false; }
     if (!IsArray(services)) {
         fprintf(stderr, "%s result of 'EnabledServices' is not of type CFArrayRef\n", __func__);
         return std::nullopt;
@@ -141,18 +133,14 @@ bool DisableFileSharing(SCPreferencesRef prefs)
 {
     fprintf(stderr, "Disabling Windows File Sharing.\n");
     const CFPropertyListRef present = GetEnabledServices(prefs);
-    if (present == nullptr) {
-        return true;
-    }
+    if (present == nullptr) { return true; }
     if (!IsArray(present)) {
         fprintf(stderr, "%s: EnabledServicesKey has unexpected non-array type\n", __func__);
         return false;
     }
     const auto array = static_cast<CFArrayRef>(present);
     const CFIndex disk = CFArrayGetFirstIndexOfValue(array, FullRange(array), CFSTR("disk"));
-    if (disk == kCFNotFound) {
-        return true;
-    }
+    if (disk == kCFNotFound) { return true; }
     const ScopedRef<CFMutableArrayRef> services(
         CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, array));
     if (!services) {
@@ -183,9 +171,7 @@ std::optional<bool> EnsureFileSharing(SCPreferencesRef prefs)
 ScopedPath GetProductFile(const char *key, int check)
 {
     ScopedPath path(Location_Get(key));
-    if (!path) {
-        Panic(UTIL_NOT_IMPLEMENTED_REPORT, SOURCE_PATH, check);
-    }
+    if (!path) { Panic(UTIL_NOT_IMPLEMENTED_REPORT, SOURCE_PATH, check); }
     return path;
 }
 
@@ -195,9 +181,7 @@ bool AddUser(const Request &request)
     // The script is given the name twice, on purpose.
     const char *const argv[] = {script.get(), request.username, request.username,
                                 request.pathPasswordFile, nullptr};
-    if (RunScript(argv) == 0) {
-        return true;
-    }
+    if (RunScript(argv) == 0) { return true; }
     fprintf(stderr, "Failed to create user %s\n", request.username);
     printf("1 - failed to create user %s\n", request.username);
     return false;
@@ -247,9 +231,7 @@ bool RemoveUser(const Request &request)
 {
     const ScopedPath script = GetProductFile("shareRmUserFile", RM_USER_CHECK);
     const char *const argv[] = {script.get(), request.username, nullptr};
-    if (RunScript(argv) == 0) {
-        return true;
-    }
+    if (RunScript(argv) == 0) { return true; }
     fprintf(stderr, "Failed to delete user %s\n", request.username);
     return false;
 }
@@ -261,9 +243,7 @@ int ServeShare(const Request &request, ScopedRef<SCPreferencesRef> prefs, bool s
 {
     int status = EXIT_FAILURE;
     const bool userCreated = AddUser(request);
-    if (userCreated) {
-        status = AddShare(request);
-    }
+    if (userCreated) { status = AddShare(request); }
     if (userCreated && status == 0) {
         WaitForCaller();
         status = RemoveShare(request);
@@ -277,9 +257,7 @@ int ServeShare(const Request &request, ScopedRef<SCPreferencesRef> prefs, bool s
         fprintf(stderr, "Unable to disable Windows File Sharing\n");
         status = EXIT_FAILURE;
     }
-    if (userCreated && !RemoveUser(request)) {
-        status = EXIT_FAILURE;
-    }
+    if (userCreated && !RemoveUser(request)) { status = EXIT_FAILURE; }
     SCPreferencesUnlock(prefs.get()); // where the lock is not held this says so, and does nothing
     return status;
 }
@@ -317,8 +295,6 @@ int main(int argc, char **argv)
     }
     const std::optional<bool> sharingWasEnabled = EnsureFileSharing(prefs.get());
     SCPreferencesUnlock(prefs.get());
-    if (!sharingWasEnabled) {
-        return EXIT_FAILURE;
-    }
+    if (!sharingWasEnabled) { return EXIT_FAILURE; }
     return ServeShare(request, std::move(prefs), *sharingWasEnabled);
 }

@@ -27,9 +27,7 @@ int RunScript(const char *const argv[])
         fprintf(stderr, "fork() failed with error %d\n", errno);
         return 1;
     }
-    if (child == 0) {
-        BecomeScript(argv);
-    }
+    if (child == 0) { BecomeScript(argv); }
     int status = 1 << 8; // a wait that fails must not read as a script's success
     while (waitpid(child, &status, 0) == -1 && errno == EINTR) {}
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;

@@ -20,17 +20,13 @@ bool sUseIcu; // written by the initialisation, before any conversion reads it
 // Returns the path of the data file as a heap string, or nullptr when there can be none.
 char *CodeSetDataFile(const char *icuDataDir)
 {
-    if (icuDataDir != nullptr) {
-        return Str_Asprintf(nullptr, "%s/%s", icuDataDir, ICU_DATA_FILE);
-    }
+    if (icuDataDir != nullptr) { return Str_Asprintf(nullptr, "%s/%s", icuDataDir, ICU_DATA_FILE); }
     const CodeSetLocationFunc getLocation = CodeSetGetLocationFunc();
     if (getLocation == nullptr) {
         return Str_Asprintf(nullptr, "%s/icu/%s", DEFAULT_LIBRARY_DIRECTORY, ICU_DATA_FILE);
     }
     ScopedFree<char> directory(getLocation("icuDir"));
-    if (!directory) {
-        return nullptr;
-    }
+    if (!directory) { return nullptr; }
     return Str_Asprintf(nullptr, "%s/%s", directory.get(), ICU_DATA_FILE);
 }
 
@@ -48,12 +44,6 @@ extern "C" bool CodeSet_Init(const char *icuDataDir)
     return true;
 }
 
-extern "C" void CodeSet_DontUseIcu()
-{
-    sUseIcu = false;
-}
+extern "C" void CodeSet_DontUseIcu() { sUseIcu = false; }
 
-bool CodeSetUsesIcu()
-{
-    return sUseIcu;
-}
+bool CodeSetUsesIcu() { return sUseIcu; }

@@ -69,18 +69,14 @@ char *LocationLastUsed()
     char content[LAST_USED_SIZE];
     const int fd = open(LOCATION_CONFIG.lastUsedFile, O_RDONLY | O_CLOEXEC);
     const ssize_t size = fd < 0 ? -1 : read(fd, content, sizeof content);
-    if (fd >= 0) {
-        close(fd);
-    }
+    if (fd >= 0) { close(fd); }
     if (size < 0 || static_cast<size_t>(size) >= sizeof content) {
         Log("%s: Failed opening lastLocationUsed.\n", __func__);
         return nullptr;
     }
     content[size] = '\0';
     char *root = strdup(content); // as it stands: a newline at its end is part of the path
-    if (root == nullptr) {
-        Log("%s: Failed to copy last used path: %s\n", __func__, content);
-    }
+    if (root == nullptr) { Log("%s: Failed to copy last used path: %s\n", __func__, content); }
     return root;
 }
 
@@ -111,9 +107,7 @@ char *LocationClimb(const char *caller)
 // Returns the root as a new heap string, or nullptr after a Warning that says why not.
 char *LocationGetRoot()
 {
-    if (sUpCount != 0) {
-        return LocationClimb(__func__);
-    }
+    if (sUpCount != 0) { return LocationClimb(__func__); }
     if (geteuid() != getuid()) {
         // Its environment and the file are in the hands of whoever started it.
         Warning("%s: Cannot get location root of a setuid process.\n", __func__);
@@ -128,9 +122,7 @@ char *LocationGetRoot()
         }
         return root;
     }
-    if (LOCATION_CONFIG.lastUsedFile == nullptr) {
-        return LocationClimb(__func__);
-    }
+    if (LOCATION_CONFIG.lastUsedFile == nullptr) { return LocationClimb(__func__); }
     char *root = LocationLastUsed();
     if (root == nullptr) {
         Warning("%s: Unable to determine the product location. It is likely that the product has "
@@ -158,9 +150,7 @@ extern "C" void Location_Init(const char *processTag)
 extern "C" char *Location_Get(const char *key)
 {
     const char *relativePath = Location_GetRelative(key);
-    if (relativePath == nullptr) {
-        return nullptr;
-    }
+    if (relativePath == nullptr) { return nullptr; }
     ScopedFree<char> root(LocationGetRoot());
     return root ? Str_Asprintf(nullptr, "%s%s", root.get(), relativePath) : nullptr;
 }
@@ -168,24 +158,16 @@ extern "C" char *Location_Get(const char *key)
 extern "C" const char *Location_GetRelative(const char *key)
 {
     for (const LocationEntry *row = LOCATION_CONFIG.entries; row->key != nullptr; row++) {
-        if (strcmp(row->key, key) == 0) {
-            return row->relativePath;
-        }
+        if (strcmp(row->key, key) == 0) { return row->relativePath; }
     }
     return nullptr; // an unknown key is an answer, not a fault: nothing is printed
 }
 
-extern "C" const char *Location_GetLastUsedFile()
-{
-    return LOCATION_CONFIG.lastUsedFile;
-}
+extern "C" const char *Location_GetLastUsedFile() { return LOCATION_CONFIG.lastUsedFile; }
 
 extern "C" const char *Location_GetDefaultRoot()
 {
     return "/Library/Application Support/Tarvex/Tarvex Pelago";
 }
 
-extern "C" CodeSetLocationFunc CodeSetGetLocationFunc()
-{
-    return Location_Get;
-}
+extern "C" CodeSetLocationFunc CodeSetGetLocationFunc() { return Location_Get; }

@@ -33,15 +33,11 @@ struct GatherList {
 // The smallest multiple of the capacity that holds the bytes pending and a NUL.
 bool bsd_grow(Sink *sink, size_t pending)
 {
-    if (sink->length + pending + 1 <= sink->capacity) {
-        return true;
-    }
+    if (sink->length + pending + 1 <= sink->capacity) { return true; }
     const size_t wanted = sink->length + pending + sink->capacity;
     const size_t capacity = wanted - wanted % sink->capacity;
     char *buffer = static_cast<char *>(realloc(sink->buffer, capacity));
-    if (buffer == nullptr) {
-        return false;
-    }
+    if (buffer == nullptr) { return false; }
     sink->buffer = buffer;
     sink->capacity = capacity;
     return true;
@@ -50,9 +46,7 @@ bool bsd_grow(Sink *sink, size_t pending)
 // Copies what waits, as far as there is room, and empties the list.  False when memory runs out.
 bool bsd_sprint(Sink *sink, GatherList *list)
 {
-    if (sink->growable && !bsd_grow(sink, list->total)) {
-        return false;
-    }
+    if (sink->growable && !bsd_grow(sink, list->total)) { return false; }
     for (int i = 0; i < list->count; i++) {
         const Piece &piece = list->pieces[i];
         const size_t length = std::min(piece.length, sink->capacity - 1 - sink->length);
@@ -66,9 +60,7 @@ bool bsd_sprint(Sink *sink, GatherList *list)
 
 bool bsd_add(Sink *sink, GatherList *list, const char *text, size_t length)
 {
-    if (length == 0) {
-        return true;
-    }
+    if (length == 0) { return true; }
     list->pieces[list->count++] = {text, length};
     list->total += length;
     return list->count < GATHER_COUNT || bsd_sprint(sink, list);
@@ -88,23 +80,18 @@ int bsd_format(Sink *sink, const char *format, va_list arguments)
             case '\0':
                 format++; // a lone "%" at the end prints nothing
                 continue;
-            case '%':
-                text = "%";
-                break;
+            case '%': text = "%"; break;
             case 's':
                 text = va_arg(arguments, const char *);
                 text = text == nullptr ? "(null)" : text;
                 break;
-            default:
-                return -1;
+            default: return -1;
             }
             length = strlen(text);
             format += 2;
         }
         total += length;
-        if (total > INT_MAX || !bsd_add(sink, &list, text, length)) {
-            return -1;
-        }
+        if (total > INT_MAX || !bsd_add(sink, &list, text, length)) { return -1; }
     }
     return bsd_sprint(sink, &list) ? static_cast<int>(total) : -1;
 }
@@ -118,20 +105,14 @@ extern "C" int bsd_vsnprintf(char **bufp, size_t size, const char *format, va_li
         const size_t wanted = strlen(format) + FIRST_CAPACITY;
         sink.capacity = *format == '\0' ? 1 : wanted - wanted % FIRST_CAPACITY;
         sink.buffer = static_cast<char *>(malloc(sink.capacity));
-        if (sink.buffer == nullptr) {
-            return -1;
-        }
+        if (sink.buffer == nullptr) { return -1; }
     }
     const int length = bsd_format(&sink, format, arguments);
     if (length < 0) {
-        if (sink.growable) {
-            free(sink.buffer);
-        }
+        if (sink.growable) { free(sink.buffer); }
         return -1;
     }
-    if (sink.capacity > 0) {
-        sink.buffer[sink.length] = '\0';
-    }
+    if (sink.capacity > 0) { sink.buffer[sink.length] = '\0'; }
     *bufp = sink.buffer;
     return length;
 }

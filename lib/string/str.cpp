@@ -7,12 +7,8 @@ extern "C" char *Str_Vasprintf(size_t *lengthOut, const char *format, va_list ar
 {
     char *text = nullptr;
     const int length = bsd_vsnprintf(&text, 0, format, arguments);
-    if (length < 0) {
-        return nullptr;
-    }
-    if (lengthOut != nullptr) {
-        *lengthOut = static_cast<size_t>(length);
-    }
+    if (length < 0) { return nullptr; }
+    if (lengthOut != nullptr) { *lengthOut = static_cast<size_t>(length); }
     return text;
 }
 

@@ -23,10 +23,7 @@ void UnicodeLockInit()
     }
 }
 
-void UnicodeUnlockInit()
-{
-    sInitLock.store(0);
-}
+void UnicodeUnlockInit() { sInitLock.store(0); }
 
 void UnicodeInitInternal(const char *icuDataDir)
 {
@@ -45,10 +42,7 @@ void UnicodeInitInternal(const char *icuDataDir)
 
 } // namespace
 
-extern "C" void Unicode_Init()
-{
-    UnicodeInitInternal(nullptr);
-}
+extern "C" void Unicode_Init() { UnicodeInitInternal(nullptr); }
 
 extern "C" void Unicode_InitEx(int, char **, char **, const char *icuDataDir)
 {

@@ -9,10 +9,7 @@
 
 namespace {
 
-void MakeDataFile(const std::string &folder)
-{
-    std::ofstream(folder + "/icudt44l.dat") << "data";
-}
+void MakeDataFile(const std::string &folder) { std::ofstream(folder + "/icudt44l.dat") << "data"; }
 
 TEST(CodeSetInit, UsesIcuWhenItsDataFileIsThere)
 {

@@ -10,10 +10,7 @@
 
 namespace {
 
-std::string OwnPath()
-{
-    return std::filesystem::read_symlink("/proc/self/exe").string();
-}
+std::string OwnPath() { return std::filesystem::read_symlink("/proc/self/exe").string(); }
 
 TEST(HostinfoGetModulePath, IsThisProgramWithEitherPrivilege)
 {

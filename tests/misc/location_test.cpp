@@ -23,9 +23,7 @@ char *__real_Hostinfo_GetModulePath(uint32_t privilege);
 char *__wrap_Hostinfo_GetModulePath(uint32_t privilege)
 {
     EXPECT_EQ(privilege, 1u);
-    if (sModulePath == nullptr) {
-        return __real_Hostinfo_GetModulePath(privilege);
-    }
+    if (sModulePath == nullptr) { return __real_Hostinfo_GetModulePath(privilege); }
     return *sModulePath == '\0' ? nullptr : strcpy(static_cast<char *>(malloc(4096)), sModulePath);
 }
 char *__real_Posix_RealPath(const char *path);
@@ -328,9 +326,7 @@ TEST_F(Location, TrustsNobodyInASetuidProcess)
     WriteLastUsed("/lastUsed");
     const Outcome outcome = InChild([] {
         setenv(ROOT_VARIABLE, "/fromEnvironment", 1);
-        if (seteuid(65534) != 0) {
-            return std::string("seteuid failed");
-        }
+        if (seteuid(65534) != 0) { return std::string("seteuid failed"); }
         return Take(Location_Get("rootDir")) + Take(Location_Get("icuDir"));
     });
     EXPECT_EQ(outcome.result, "(none)(none)");

@@ -14,10 +14,7 @@ TEST(UtilSafeMalloc, GivesABlock)
     free(block);
 }
 
-TEST(UtilSafeMalloc, TakesNothingForAnAnswerWhenNothingIsAsked)
-{
-    free(Util_SafeMalloc(0));
-}
+TEST(UtilSafeMalloc, TakesNothingForAnAnswerWhenNothingIsAsked) { free(Util_SafeMalloc(0)); }
 
 TEST(UtilDeathTest, EndsTheProcessWithoutMemory)
 {

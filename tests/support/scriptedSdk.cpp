@@ -30,9 +30,7 @@ template <typename Call> auto Really(Call call)
 
 void Note(const std::string &line)
 {
-    if (sDepth > 0) {
-        return;
-    }
+    if (sDepth > 0) { return; }
     if (const char *path = getenv("PELAGO_SDK_LOG")) {
         FILE *log = fopen(path, "ae");
         fprintf(log, "%s\n", line.c_str());
@@ -43,9 +41,7 @@ void Note(const std::string &line)
 // Counts the call and tells whether this one is to fail.
 bool IsToFail(const char *name)
 {
-    if (sDepth > 0) {
-        return false;
-    }
+    if (sDepth > 0) { return false; }
     const char *script = getenv("PELAGO_SDK_FAIL");
     const std::string wanted = std::string(" ") + name + ":" + std::to_string(++sCalls[name]) + " ";
     const bool fails =
@@ -62,9 +58,7 @@ SCPreferencesRef __real_SCPreferencesCreate(CFAllocatorRef, CFStringRef, CFStrin
 SCPreferencesRef __wrap_SCPreferencesCreate(CFAllocatorRef allocator, CFStringRef name,
                                             CFStringRef prefsID)
 {
-    if (IsToFail("SCPreferencesCreate")) {
-        return nullptr;
-    }
+    if (IsToFail("SCPreferencesCreate")) { return nullptr; }
     char text[200];
     CFStringGetCString(name, text, sizeof text, kCFStringEncodingUTF8);
     Note(std::string("  as ") + text);
@@ -76,9 +70,7 @@ SCPreferencesRef __wrap_SCPreferencesCreate(CFAllocatorRef allocator, CFStringRe
 Boolean __real_SCPreferencesLock(SCPreferencesRef, Boolean);
 Boolean __wrap_SCPreferencesLock(SCPreferencesRef prefs, Boolean wait)
 {
-    if (IsToFail("SCPreferencesLock")) {
-        return false;
-    }
+    if (IsToFail("SCPreferencesLock")) { return false; }
     Note(wait ? "  waiting" : "  not waiting");
     return Really([&] { return __real_SCPreferencesLock(prefs, wait); });
 }
@@ -93,9 +85,7 @@ Boolean __wrap_SCPreferencesUnlock(SCPreferencesRef prefs)
 CFPropertyListRef __real_SCPreferencesGetValue(SCPreferencesRef, CFStringRef);
 CFPropertyListRef __wrap_SCPreferencesGetValue(SCPreferencesRef prefs, CFStringRef key)
 {
-    if (IsToFail("SCPreferencesGetValue")) {
-        return CFSTR("not an array");
-    }
+    if (IsToFail("SCPreferencesGetValue")) { return CFSTR("not an array"); }
     return Really([&] { return __real_SCPreferencesGetValue(prefs, key); });
 }
 
@@ -118,9 +108,7 @@ CFMutableArrayRef __real_CFArrayCreateMutable(CFAllocatorRef, CFIndex, const CFA
 CFMutableArrayRef __wrap_CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                               const CFArrayCallBacks *callBacks)
 {
-    if (IsToFail("CFArrayCreateMutable")) {
-        return nullptr;
-    }
+    if (IsToFail("CFArrayCreateMutable")) { return nullptr; }
     return sArray =
                Really([&] { return __real_CFArrayCreateMutable(allocator, capacity, callBacks); });
 }
@@ -129,9 +117,7 @@ CFMutableArrayRef __real_CFArrayCreateMutableCopy(CFAllocatorRef, CFIndex, CFArr
 CFMutableArrayRef __wrap_CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
                                                   CFArrayRef array)
 {
-    if (IsToFail("CFArrayCreateMutableCopy")) {
-        return nullptr;
-    }
+    if (IsToFail("CFArrayCreateMutableCopy")) { return nullptr; }
     return sArray =
                Really([&] { return __real_CFArrayCreateMutableCopy(allocator, capacity, array); });
 }

@@ -17,9 +17,7 @@ namespace {
 template <typename Body> bool InChild(Body body)
 {
     const pid_t child = fork();
-    if (child == 0) {
-        _exit(body() ? 0 : 1);
-    }
+    if (child == 0) { _exit(body() ? 0 : 1); }
     int status = -1;
     waitpid(child, &status, 0);
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
