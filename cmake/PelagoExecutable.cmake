@@ -1,9 +1,20 @@
+# The host that is built for, by the name of its folders.
+if(CMAKE_SYSTEM_NAME STREQUAL Darwin)
+    set(PELAGO_HOST macos)
+else()
+    string(TOLOWER ${CMAKE_SYSTEM_NAME} PELAGO_HOST)
+endif()
+
 # Where the product's bundle is put together in the build tree.
 set(PELAGO_BUNDLE ${PROJECT_BINARY_DIR}/Pelago.app)
 
 # pelago_lean_executable(TARGET) links a program that starts as fast as it can: nothing that it does
 # not call, and no C++ runtime to load.  A sanitizer brings a runtime of its own.
 function(pelago_lean_executable target)
+    if(PELAGO_HOST STREQUAL macos)
+        target_link_options(${target} PRIVATE -Wl,-dead_strip)
+        return()
+    endif()
     target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,-z,relro -Wl,-z,now -Wl,--as-needed)
     if(NOT PELAGO_SANITIZE)
         target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)

@@ -1,17 +1,20 @@
-include(GoogleTest)
+# A failed allocation is an answer here, not an error of the sanitizer's.
+set(PELAGO_TEST_ENVIRONMENT "ASAN_OPTIONS=allocator_may_return_null=1;TSAN_OPTIONS=allocator_may_return_null=1")
 
-# pelago_test(NAME [LIBRARY...]) builds NAME_test.cpp and registers each of its cases.
+# pelago_test(NAME [LIBRARY...]) builds NAME_test.cpp and registers it as NAME.
 function(pelago_test name)
     add_executable(${name}_test ${name}_test.cpp)
     target_link_libraries(${name}_test PRIVATE pelago::foundation pelago::test_support ${ARGN})
-    gtest_discover_tests(${name}_test TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
-                         PROPERTIES LABELS unit TIMEOUT 120)
+    add_test(NAME ${name} COMMAND ${name}_test)
+    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 300
+                         ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
 endfunction()
 
 # pelago_sandbox_program_test(NAME TARGET) runs a test program on a machine of its own.
 function(pelago_sandbox_program_test name target)
     add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh $<TARGET_FILE:${target}>)
-    set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT 300)
+    set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT 300
+                         ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
 endfunction()
 
 # pelago_sandbox_test(NAME FILE [VAR=VALUE...]) runs a Python test file on a machine of its own.

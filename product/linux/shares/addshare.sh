@@ -1,0 +1,119 @@
+#!/bin/sh
+# addshare.sh USER PASSWORD_FILE FOLDER SHARE ACCESS -- serves FOLDER as SHARE to USER alone.
+# ACCESS is rw or ro.  The client acts as the owner of the folder, whose rights decide.
+# Exit status: 0 a client can connect now; otherwise there is no share, and stderr says why.
+# shellcheck source=SCRIPTDIR/common.sh
+. "${0%/*}/common.sh"
+
+SMBD_SECONDS=10 # how long to wait for smbd to come up
+
+# Sets folderOwner, folderUid and folderGid.  smbd can act only as a user that it can name.
+checkFolder() {
+    case $1 in /*) ;; *) fail "the folder's path is not absolute: \"$1\"" ;; esac
+    isUtf8 "$1" || fail "the folder's path is not valid UTF-8"
+    [ -d "$1" ] || fail "not a folder: \"$1\""
+    folderOwner=$(stat -L -c %U -- "$1") || fail "cannot tell whose folder it is: \"$1\""
+    folderUid=$(stat -L -c %u -- "$1") || fail "cannot tell whose folder it is: \"$1\""
+    [ "$(id -u -- "$folderOwner" 2>/dev/null)" = "$folderUid" ] ||
+        fail "the owner of the folder, number $folderUid, is no user of this host: \"$1\""
+    case $folderOwner in
+        *[%\"[:cntrl:]]* | ' '* | *' ' | *\\)
+            fail "Samba cannot act as the owner of the folder, \"$folderOwner\"" ;;
+    esac
+    folderGid=$(id -g -- "$folderOwner") || fail "cannot tell the group of $folderOwner"
+    setpriv --reuid "$folderUid" --regid "$folderGid" --init-groups \
+        test -x "$1/." || fail "the owner of the folder, $folderOwner, cannot enter it: \"$1\""
+}
+
+checkHost() {
+    registryShares=$(testparm -s --parameter-name='registry shares' 2>/dev/null) ||
+        fail "cannot read Samba's configuration"
+    [ "$registryShares" = Yes ] ||
+        fail 'Samba does not serve shares from its registry: set "registry shares = yes" in smb.conf'
+}
+
+checkUser() {
+    findUser "$1"
+    [ -n "$userUid" ] || fail "there is no user $1"
+    isOurUser || fail "the user $1 was not made for a share"
+    ! isInUseByAnother "$USER_STATE/$1" || fail "the user $1 belongs to another session that runs"
+    isKnownToSamba "$1" || fail "Samba does not know the user $1"
+}
+
+# Removes a share of this name that an earlier session left, or refuses what is not ours.
+makeWay() {
+    findShare "$1"
+    if isOurPath "$sharePath"; then
+        ! isInUse "${sharePath%/folder}/owner" ||
+            fail "the share \"$1\" is in use by a session that runs"
+        say "removing the share \"$1\" of a session that has ended"
+        removeShare "$1" "${sharePath%/folder}" || fail "cannot replace the share \"$1\""
+        findShare "$1"
+    fi
+    [ -z "$sharePath" ] || fail "the share \"$1\" exists already"
+    ! testparm -s --section-name="$1" >/dev/null 2>&1 ||
+        fail "the share \"$1\" exists already in Samba's configuration file"
+}
+
+# smb.conf's syntax cannot spell every path, and expands % in it; a link with a plain name can lead
+# to any folder.
+makeState() {
+    shareState=$(mktemp -d -- "$SHARE_STATE/XXXXXXXXXX") &&
+        chmod 0711 -- "$shareState" &&
+        ln -s -- "$1" "$shareState/folder"
+}
+
+# All settings arrive in one transaction: no moment with the share open to others.  The name as an
+# argument matters, for without it the import would replace every share of the host.
+importShare() {
+    printf '[%s]\n path = %s\n valid users = %s\n force user = %s\n read only = %s\n guest ok = no\n' \
+        "$1" "$shareState/folder" "$2" "$folderOwner" "$3" |
+        net conf import /dev/stdin -- "$1"
+}
+
+waitForSmbd() {
+    deadline=$(($(uptimeSeconds) + SMBD_SECONDS))
+    until isSmbdRunning; do
+        [ "$(uptimeSeconds)" -lt "$deadline" ] || return 1
+        sleep 0.05
+    done
+}
+
+undo() {
+    [ -n "$shareState" ] || return 0
+    findShare "$share"
+    if [ "$sharePath" = "$shareState/folder" ]; then
+        removeShare "$share" "$shareState" || say "the share \"$share\" is left behind"
+    fi
+    removeShareState "$shareState"
+}
+
+# USER FOLDER SHARE READ_ONLY
+main() {
+    [ -n "$session" ] || fail 'the caller has gone'
+    share=$3 shareState=''
+    checkHost
+    checkUser "$1"
+    makeWay "$3"
+    undoOnExit undo
+    forgetNumbers "$folderUid" "$folderGid"
+    makeState "$2" || fail "cannot make a folder in $SHARE_STATE"
+    importShare "$3" "$1" "$4" || fail "Samba did not take the share \"$3\""
+    findShare "$3"
+    [ "$sharePath" = "$shareState/folder" ] || fail "Samba does not show the share \"$3\""
+    waitForSmbd || fail "smbd has not come up within $SMBD_SECONDS s"
+    claim "$shareState/owner" || fail "cannot write $shareState/owner"
+    finish
+}
+
+[ "$#" -eq 5 ] || fail 'usage: addshare.sh USER PASSWORD_FILE FOLDER SHARE rw|ro'
+checkUserName "$1"
+[ -n "$2" ] || fail 'the name of the password file is empty'
+checkFolder "$3"
+checkShareName "$4"
+case $5 in
+    rw) readOnly=no ;;
+    ro) readOnly=yes ;;
+    *) fail "the access is neither rw nor ro: \"$5\"" ;;
+esac
+underLock main "$1" "$3" "$4" "$readOnly"

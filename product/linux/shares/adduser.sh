@@ -1,0 +1,81 @@
+#!/bin/sh
+# adduser.sh USER USER PASSWORD_FILE -- makes the user that a share is served to.
+# Exit status: 0 the user can log in to Samba with that password; otherwise nothing was changed,
+# and stderr says why.
+# shellcheck source=SCRIPTDIR/common.sh
+. "${0%/*}/common.sh"
+
+# Sets passwordOctal to the password, each byte as a backslash and three octal digits.  Samba would
+# take an empty password, and would cut one that is too long or holds a NUL.
+readPassword() {
+    # A variable that came with the environment stays exported whatever is assigned to it.
+    unset passwordOctal
+    [ -r "$1" ] || fail "cannot read the password file: $1"
+    [ ! -d "$1" ] || fail "the password file is a folder: $1"
+    # A read that fails half-way ends in a NUL, which is refused; half a password must not count.
+    passwordOctal=$({ head -c 130 || printf '\000'; } <"$1" | od -An -v -to1 | tr -d '\n') ||
+        fail "cannot read the password file: $1"
+    passwordOctal=${passwordOctal%' 012'}
+    case $passwordOctal in
+        '') fail 'the password is empty' ;;
+        *' 000'*) fail 'the password holds a NUL byte' ;;
+        *' 012'*) fail 'the password file has more than one line' ;;
+    esac
+    [ "$((${#passwordOctal} / 4))" -le 127 ] || fail 'the password is longer than 127 bytes'
+    passwordOctal=$(printf '%s' "$passwordOctal" | sed 's/ /\\/g')
+}
+
+# printf is part of the shell and smbpasswd reads its standard input, so that the password is in no
+# program's arguments or environment.  The format is octal throughout: it holds no % of its own.
+setPassword() {
+    # shellcheck disable=SC2059 # the format is the text
+    printf "$passwordOctal\\012$passwordOctal\\012" | smbpasswd -s -a "$1" >/dev/null
+}
+
+# Removes what an earlier session left of a user of this name, or refuses what is not ours.
+makeWay() {
+    findUser "$1"
+    if isOurUser; then
+        ! isInUse "$USER_STATE/$1" || fail "the user $1 is in use by a session that runs"
+        say "taking over the user $1 from a session that has ended"
+        removeUser "$1" || fail "cannot take over the user $1"
+    fi
+    findUser "$1"
+    [ -z "$userUid" ] || fail "the user $1 exists already"
+    groupStatus=0
+    getent group "$1" >/dev/null || groupStatus=$?
+    case $groupStatus in
+        0) fail "the group $1 exists already" ;;
+        2) ;;
+        *) fail 'cannot read the group database' ;;
+    esac
+    ! isKnownToSamba "$1" || fail "Samba knows a user $1 already"
+}
+
+# There was no such user a moment ago, so whoever has the name and the mark now was made here.
+undo() {
+    findUser "$1"
+    ! isOurUser || removeUser "$1" || say "the user $1 is left behind"
+}
+
+main() {
+    [ -n "$session" ] || fail 'the caller has gone'
+    makeWay "$1"
+    removeLeftoverShares
+    undoOnExit "undo $1"
+    useradd --system --no-create-home --home-dir /nonexistent --shell /usr/sbin/nologin \
+        --user-group --comment "$USER_COMMENT" -- "$1" || fail "cannot make the user $1"
+    findUser "$1"
+    setPassword "$1" || fail "cannot set the password of $1"
+    isKnownToSamba "$1" || fail "Samba did not take the user $1"
+    forgetNumbers "$userUid" "$userGid"
+    claim "$USER_STATE/$1" || fail "cannot write $USER_STATE/$1"
+    finish
+}
+
+[ "$#" -eq 3 ] || fail 'usage: adduser.sh USER USER PASSWORD_FILE'
+checkUserName "$1"
+[ "$1" = "$2" ] || fail "the two user names differ: \"$1\" and \"$2\""
+[ -n "$3" ] || fail 'the name of the password file is empty'
+readPassword "$3"
+underLock main "$1"

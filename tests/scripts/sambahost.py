@@ -1,0 +1,396 @@
+"""A Samba host for the tests of the share scripts and of the service switch.
+
+Everything here changes the machine: users, Samba's configuration, programs in /usr/bin.  It runs in
+tools/sandbox.sh only, whose machine is thrown away at the end.  The sandbox makes the whole of /etc
+private, not single files in it: useradd replaces passwd by renaming, which no mount point survives.
+"""
+
+import base64
+import contextlib
+import json
+import os
+import pwd
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+SHARES = '/tmp/Pelago Test.app/Contents/Library/shares'  # the blank is there on purpose
+STATE = '/run/pelago'
+COMMENT = 'Pelago share user'
+PROGRAM_PATH = '/usr/sbin:/usr/bin:/sbin:/bin'
+HANG = 40  # seconds after which something hangs; nothing is asserted about times below it
+
+SMB_CONF = """\
+[global]
+  server role = standalone server
+  workgroup = WORKGROUP
+  interfaces = lo
+  bind interfaces only = yes
+  smb ports = 445
+  disable netbios = yes
+  map to guest = never
+  restrict anonymous = 2
+  server min protocol = SMB2
+  load printers = no
+  printing = bsd
+  printcap name = /dev/null
+  disable spoolss = yes
+  registry shares = yes
+[Textual]
+  path = /srv
+"""
+
+
+# ---- The machine
+
+def require_sandbox():
+    with open('/proc/self/mounts', encoding='utf-8') as mounts:
+        if not any(line.startswith('overlay / overlay') and 'lowerdir=/,' in line for line in mounts):
+            sys.exit('sambahost: run this in tools/sandbox.sh only; it changes users and services')
+
+
+def set_up():
+    """Makes this machine a Samba host with the scripts in place and no share, user or smbd."""
+    require_sandbox()
+    for folder in ('/run/samba', '/var/log/samba', '/var/cache/samba', '/var/lib/samba/private'):
+        os.makedirs(folder, exist_ok=True)
+    write('/etc/samba/smb.conf', SMB_CONF)
+    if not os.path.isdir(SHARES):
+        shutil.copytree(REPO + '/product/linux/shares', SHARES)
+
+
+def write(path, content, mode=None):
+    with open(path, 'wb') as file:
+        file.write(content if isinstance(content, bytes) else content.encode())
+    if mode is not None:
+        os.chmod(path, mode)
+    return path
+
+
+def read(path):
+    with open(path, 'rb') as file:
+        return file.read()
+
+
+def command(*args, check=True, **kwargs):
+    """Runs a command of the host; its stdout and stderr together, as text."""
+    done = subprocess.run(args, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, timeout=HANG, check=False, **kwargs)
+    text = done.stdout.decode(errors='surrogateescape')
+    if check and done.returncode != 0:
+        raise AssertionError('%r ended with %d: %s' % (args, done.returncode, text))
+    return text
+
+
+def succeeds(*args):
+    return subprocess.run(args, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                          stderr=subprocess.DEVNULL, timeout=HANG, check=False).returncode == 0
+
+
+def wait_until(condition, what):
+    deadline = time.monotonic() + HANG
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError('waited in vain for ' + what)
+        time.sleep(0.01)
+
+
+def answers():
+    return succeeds('smbcontrol', '-t', '1', 'smbd', 'ping')
+
+
+def has_child(pid, program):
+    """Whether the process has a child that runs the program just now."""
+    for child in read('/proc/%d/task/%d/children' % (pid, pid)).split():
+        with contextlib.suppress(FileNotFoundError, ProcessLookupError):
+            if read('/proc/%s/comm' % child.decode()) == program.encode() + b'\n':
+                return True
+    return False
+
+
+class Smbd:
+    """The server itself, in a process group of its own."""
+
+    def __init__(self):
+        # pylint: disable=consider-using-with
+        self.process = subprocess.Popen(
+            ['smbd', '--foreground', '--no-process-group'], start_new_session=True,
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_until(answers, 'smbd to come up')
+
+    def stop(self):
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(self.process.pid, signal.SIGTERM)
+        self.process.wait(HANG)
+        wait_until(lambda: not answers(), 'smbd to go')
+
+
+# ---- The scripts
+
+class Result:
+    def __init__(self, status, output):
+        self.status, self.output = status, output
+
+    def __repr__(self):
+        return 'status %d, stderr %r' % (self.status, self.output)
+
+
+def script_path(name):
+    return '%s/%s.sh' % (SHARES, name)
+
+
+def run_script(name, *args, **kwargs):
+    """Runs a script as a child of this process, its stdout on its stderr as its caller has it."""
+    kwargs.setdefault('stdin', subprocess.DEVNULL)
+    done = subprocess.run([script_path(name), *args], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, timeout=HANG, check=False, **kwargs)
+    return Result(done.returncode, done.stdout.decode(errors='surrogateescape'))
+
+
+class Session:
+    """Another process that runs scripts: a second tool, which can be killed."""
+
+    def __init__(self):
+        # pylint: disable=consider-using-with
+        self.process = subprocess.Popen([sys.executable, os.path.abspath(__file__), '--session'],
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
+    def start(self, name, *args):
+        request = [script_path(name)] + [os.fsdecode(arg) for arg in args]
+        self.process.stdin.write(json.dumps(request).encode() + b'\n')
+        self.process.stdin.flush()
+
+    def finish(self):
+        answer = json.loads(self.process.stdout.readline())
+        return Result(answer['status'],
+                      base64.b64decode(answer['output']).decode(errors='surrogateescape'))
+
+    def run(self, name, *args):
+        self.start(name, *args)
+        return self.finish()
+
+    def kill(self):
+        self.process.kill()
+        self.close()
+
+    def close(self):
+        with contextlib.suppress(BrokenPipeError):
+            self.process.stdin.close()
+        self.process.stdout.close()
+        self.process.wait(HANG)
+
+
+def serve_session():
+    for line in sys.stdin.buffer:
+        argv = [os.fsencode(arg) for arg in json.loads(line)]
+        done = subprocess.run(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, check=False)
+        print(json.dumps({'status': done.returncode,
+                          'output': base64.b64encode(done.stdout).decode()}), flush=True)
+
+
+# ---- The client
+
+def client(user, password, share, commands):
+    """One smbclient run; (status, output).  The password reaches it by a descriptor."""
+    password = password if isinstance(password, bytes) else password.encode()
+    reader, writer = os.pipe()
+    try:
+        os.write(writer, password + b'\n')
+        os.close(writer)
+        args = ['smbclient', '-U', user] if user else ['smbclient', '-N', '-U', '%']
+        done = subprocess.run(
+            args + ['//127.0.0.1/' + share, '-c', commands], pass_fds=[reader],
+            env=dict(os.environ, PASSWD_FD=str(reader)), stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG, check=False)
+    finally:
+        os.close(reader)
+    return done.returncode, done.stdout.decode(errors='surrogateescape')
+
+
+class ConnectedClient:
+    """A client that stays connected; ask() sends one command and returns what came back."""
+
+    def __init__(self, user, password, share):
+        reader, writer = os.pipe()
+        os.write(writer, password.encode() + b'\n')
+        os.close(writer)
+        # pylint: disable=consider-using-with
+        self.process = subprocess.Popen(
+            # It waits for the descriptor, not for its buffer: a line that is read ahead would wait.
+            ['stdbuf', '-i0', '-oL', 'smbclient', '-U', user, '//127.0.0.1/' + share], pass_fds=[reader],
+            env=dict(os.environ, PASSWD_FD=str(reader)), stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        os.close(reader)
+        self.count = 0
+
+    def ask(self, request):
+        self.count += 1
+        end = 'end of answer %d' % self.count
+        with contextlib.suppress(BrokenPipeError):
+            self.process.stdin.write(('%s\n!echo %s\n' % (request, end)).encode())
+            self.process.stdin.flush()
+        lines = []
+        for line in self.process.stdout:
+            line = line.decode(errors='surrogateescape').rstrip('\n')
+            if line.endswith(end):
+                break
+            lines.append(line)
+        return '\n'.join(lines)
+
+    def close(self):
+        with contextlib.suppress(BrokenPipeError):
+            self.process.stdin.close()
+        self.process.kill()
+        self.process.stdout.close()
+        self.process.wait(HANG)
+
+
+def watch_for_a_hang(case):
+    """Fails the test when it waits for ever, on a client for example."""
+    def fail(*_):
+        raise AssertionError('the test hangs')
+    signal.signal(signal.SIGALRM, fail)
+    signal.alarm(3 * HANG)
+    case.addCleanup(signal.alarm, 0)
+
+
+# ---- What there is
+
+def snapshot():
+    """All that a script could have changed, as text, to compare."""
+    state = {path: read(path) for path in
+             ('/etc/passwd', '/etc/group', '/etc/shadow', '/etc/gshadow')}
+    state['registry'] = command('net', 'conf', 'list')
+    state['passwords'] = command('pdbedit', '-L', '-w', check=False)
+    tree = []
+    for folder, folders, files in os.walk(STATE):
+        for name in folders + files:
+            path = os.path.join(folder, name)
+            kind = os.readlink(path) if os.path.islink(path) else os.path.isfile(path) and read(path)
+            tree.append((path, kind))
+    furniture = [STATE + name for name in ('/lock', '/shares', '/users')]
+    state['state'] = sorted(entry for entry in tree if entry[0] not in furniture)
+    return state
+
+
+def user_exists(user):
+    with contextlib.suppress(KeyError):
+        pwd.getpwnam(user)
+        return True
+    return False
+
+
+def samba_knows(user):
+    return succeeds('pdbedit', '-L', '-u', user)
+
+
+def share_exists(share):
+    return succeeds('net', 'conf', 'showshare', '--', share)
+
+
+def wipe():
+    """Removes whatever a test has left, by other means than the scripts."""
+    for entry in pwd.getpwall():
+        if entry.pw_gecos == COMMENT:
+            command('pdbedit', '-x', '-u', entry.pw_name, check=False)
+            command('userdel', '-f', entry.pw_name, check=False)
+    command('net', 'conf', 'drop')
+    shutil.rmtree(STATE, ignore_errors=True)
+
+
+class ScriptTest(unittest.TestCase):
+    """Base of the tests: a running smbd, a folder of bob's, and the means to make things fail."""
+
+    needs_smbd = True
+    password = 'correct horse'
+
+    @classmethod
+    def setUpClass(cls):
+        set_up()
+        cls.smbd = Smbd() if cls.needs_smbd else None
+        if not user_exists('bob'):
+            command('useradd', '--no-create-home', '--shell', '/usr/sbin/nologin', 'bob')
+
+    @classmethod
+    def tearDownClass(cls):
+        if cls.smbd:
+            cls.smbd.stop()
+
+    def setUp(self):
+        watch_for_a_hang(self)
+        self.addCleanup(wipe)
+        self.scratch = tempfile.mkdtemp(dir='/srv')
+        self.addCleanup(shutil.rmtree, self.scratch)
+        os.chmod(self.scratch, 0o711)
+        self.password_file = write(self.scratch + '/password', self.password + '\n', 0o600)
+        self.folder = self.make_folder(self.scratch + '/Documents')
+
+    def make_folder(self, path, owner='bob', content=b'some text\n'):
+        """A folder that only its owner can look into, with one file f."""
+        os.mkdir(path, 0o700)
+        name = os.path.join(os.fsencode(path), b'f')
+        write(name, content, 0o600)
+        uid = pwd.getpwnam(owner).pw_uid if isinstance(owner, str) else owner
+        os.chown(name, uid, -1)
+        os.chown(path, uid, -1)
+        return path
+
+    def stand_in(self, program, text):
+        """Puts a shell script in a program's place until the test ends; $real is the program."""
+        path = shutil.which(program, path=PROGRAM_PATH)
+        real = path + '.real'
+        os.rename(path, real)
+        self.addCleanup(os.rename, real, path)
+        write(path, '#!/bin/sh\nreal=%s\n%s\n' % (real, text), 0o755)
+
+    def session(self):
+        session = Session()
+        self.addCleanup(session.close)
+        return session
+
+    def add_user(self, user='alice', run=run_script):
+        self.assert_done(run('adduser', user, user, self.password_file))
+
+    def add_share(self, share='Docs', user='alice', folder=None, access='rw', run=run_script):
+        self.assert_done(run('addshare', user, self.password_file, folder or self.folder, share,
+                             access))
+
+    def add_both(self, run=run_script):
+        self.add_user(run=run)
+        self.add_share(run=run)
+
+    def assert_done(self, result):
+        self.assertEqual(result.status, 0, result.output)
+
+    def assert_refused(self, result, reason, status=1):
+        self.assertEqual(result.status, status, result.output)
+        self.assertIn(reason, result.output)
+
+    @contextlib.contextmanager
+    def unchanged(self):
+        before = snapshot()
+        yield
+        self.assertEqual(snapshot(), before)
+
+    def assert_served(self, share='Docs', user='alice', password=None, content=b'some text\n'):
+        got = self.scratch + '/got'
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(got)
+        status, output = client(user, password or self.password, share, 'get f "%s"' % got)
+        self.assertEqual(status, 0, output)
+        self.assertEqual(read(got), content)
+
+    def assert_not_served(self, reason, share='Docs', user='alice', password=None):
+        status, output = client(user, password or self.password, share, 'ls')
+        self.assertNotEqual(status, 0, output)
+        self.assertIn(reason, output)
+
+
+if __name__ == '__main__' and sys.argv[1:] == ['--session']:
+    serve_session()

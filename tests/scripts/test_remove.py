@@ -1,0 +1,302 @@
+"""rmshare.sh and rmuser.sh: what was made is taken away, and nothing else."""
+
+import fcntl
+import os
+import signal
+import subprocess
+import unittest
+
+import sambahost
+from sambahost import (HANG, ConnectedClient, command, run_script, samba_knows, script_path,
+                       share_exists, user_exists, wait_until, write)
+
+LOCK = '/Library/Preferences/SystemConfiguration/com.apple.smb.server.plist-lock'
+
+
+def sessions(user):
+    lines = command('smbstatus', '-p').splitlines()
+    return [line for line in lines if line.split()[1:2] == [user]]
+
+
+class Remove(sambahost.ScriptTest):
+
+    def remove_share(self, share='Docs', folder=None, **kwargs):
+        return run_script('rmshare', share, folder or self.folder, **kwargs)
+
+    def remove_user(self, user='alice', **kwargs):
+        return run_script('rmuser', user, **kwargs)
+
+    def connect(self, share='Docs'):
+        connected = ConnectedClient('alice', self.password, share)
+        self.addCleanup(connected.close)
+        self.assertIn('blocks available', connected.ask('ls'))
+        return connected
+
+    def test_leaves_nothing_and_says_nothing(self):
+        with self.unchanged():
+            self.add_both()
+            self.assert_served()
+            for result in (self.remove_share(), self.remove_user()):
+                self.assertEqual((result.status, result.output), (0, ''))
+        self.assert_not_served('LOGON_FAILURE')
+        self.assertEqual(sambahost.read(self.folder + '/f'), b'some text\n')
+
+    def test_a_share_that_is_removed_is_gone_at_once(self):
+        self.add_both()
+        self.assert_done(self.remove_share())
+        self.assert_not_served('BAD_NETWORK_NAME')
+
+    def test_cuts_off_connected_clients(self):
+        for share in ('Docs', 'a b', '-dash', 'ünïÁ', 'x$'):
+            with self.subTest(share):
+                self.add_user()
+                self.add_share(share)
+                connected = self.connect(share)
+                self.assert_done(self.remove_share(share))
+                wait_until(lambda: 'NETWORK_NAME_DELETED' in connected.ask('ls'), 'the cut')
+                self.assertIn('BAD_NETWORK_NAME', connected.ask('tcon ' + share.replace(' ', '\\ ')))
+                self.assert_done(self.remove_user())
+
+    def test_an_open_connection_cannot_enter_again(self):
+        # It has left the share, so that there is nothing to cut, and yet smbd has it in mind.
+        self.add_both()
+        connected = self.connect()
+        connected.ask('tdis')
+        self.assertIn('successful', connected.ask('tcon Docs'))
+        connected.ask('tdis')
+        self.assert_done(self.remove_share())
+        wait_until(lambda: 'BAD_NETWORK_NAME' in connected.ask('tcon Docs'), 'the refusal')
+
+    def test_ends_the_sessions_of_the_user(self):
+        self.add_both()
+        connected = self.connect()
+        self.assert_done(self.remove_share())
+        connections = sessions('alice')
+        self.assertEqual(len(connections), 1, 'without its share the session goes on')
+        process = '/proc/' + connections[0].split()[0]
+        self.assertTrue(os.path.exists(process))
+        self.assert_done(self.remove_user())
+        self.assertFalse(os.path.exists(process))
+        self.assertRegex(connected.ask('ls'), 'CONNECTION|NETWORK_NAME_DELETED')
+
+    def test_leaves_the_sessions_of_others(self):
+        self.add_both()
+        self.assert_done(run_script('adduser', 'carol', 'carol', self.password_file))
+        self.add_share('Carols', 'carol')
+        connected = ConnectedClient('carol', self.password, 'Carols')
+        self.addCleanup(connected.close)
+        self.assertIn('blocks available', connected.ask('ls'))
+        self.assert_done(self.remove_share())
+        self.assert_done(self.remove_user())
+        self.assertIn('blocks available', connected.ask('ls'))
+
+    def test_ends_a_session_whose_process_runs_as_the_user(self):
+        # The user owns the folder, so smbd's process has the identity that userdel looks for.
+        self.add_user()
+        folder = self.make_folder(self.scratch + '/own', 'alice')
+        self.add_share('Own', folder=folder)
+        self.connect('Own')
+        self.assert_done(self.remove_share('Own', folder))
+        self.assert_done(self.remove_user())
+        self.assertFalse(user_exists('alice'))
+
+    def test_tries_again_while_a_process_runs_as_the_user(self):
+        self.add_user()
+        self.stand_in('userdel', 'cd %s; echo >>tries; [ "$(wc -l <tries)" -gt 3 ] || exit 8\n'
+                                 'exec $real "$@"' % self.scratch)
+        self.assert_done(self.remove_user())
+        self.assertFalse(user_exists('alice'))
+
+    def test_gives_up_when_the_process_stays(self):
+        self.add_user()
+        case = self.__class__('run')
+        case.stand_in('userdel', 'echo process 77 >&2; exit 8')
+        result = self.remove_user()
+        case.doCleanups()
+        self.assert_refused(result, 'process 77')
+        self.assertFalse(samba_knows('alice'), 'nobody logs in any more')
+        self.assert_done(self.remove_user())
+        self.assertFalse(user_exists('alice'))
+
+    def test_a_number_that_is_used_again_is_the_new_users(self):
+        self.add_user()
+        folder = self.make_folder(self.scratch + '/own', 'alice')
+        self.add_share('Own', folder=folder)
+        self.assert_served('Own') # Samba now remembers whose the number is
+        number = os.stat(folder).st_uid
+        self.assert_done(self.remove_share('Own', folder))
+        self.assert_done(self.remove_user())
+        for key in ('UID2SID/%d' % number,):
+            self.assertNotIn(key, command('net', 'cache', 'list'))
+        self.assert_done(run_script('adduser', 'carol', 'carol', self.password_file))
+        self.assertEqual(sambahost.pwd.getpwnam('carol').pw_uid, number, 'the case that is meant')
+        self.add_share('Own', 'carol', folder)
+        self.assert_served('Own', 'carol')
+
+    def test_a_second_run_succeeds_and_says_so(self):
+        self.add_both()
+        for script, args in (('rmshare', ('Docs', self.folder)), ('rmuser', ('alice',))):
+            self.assert_done(run_script(script, *args))
+            with self.unchanged():
+                result = run_script(script, *args)
+                self.assertEqual(result.status, 0)
+                self.assertRegex(result.output, r'there is no .* any more')
+
+    def test_refuses_what_was_not_made_by_the_other_scripts(self):
+        command('net', 'conf', 'addshare', 'Other', self.folder, 'writeable=n', 'guest_ok=n', '')
+        subprocess.run(['smbpasswd', '-s', '-a', 'bob'], input=b'x\nx\n', check=True,
+                       stdout=subprocess.DEVNULL)
+        self.addCleanup(command, 'pdbedit', '-x', '-u', 'bob')
+        with self.unchanged():
+            self.assert_refused(self.remove_share('Other'), 'not made by')
+            self.assert_refused(self.remove_share('OTHER'), 'not made by')
+            self.assert_refused(self.remove_user('bob'), 'not made')
+            self.assert_refused(self.remove_user('root'), 'not made')
+        self.assertTrue(share_exists('Other'))
+
+    def test_refuses_paths_that_only_look_like_ours(self):
+        for path in ('/run/pelago/shares/../../x/folder', '/run/pelago/shares/x/y/folder',
+                     '/run/pelago/shares/x/folder/y', '/run/pelago/shares/x', '/srv/folder'):
+            subprocess.run(['net', 'conf', 'import', '/dev/stdin', '--', 'Other'], check=True,
+                           input=('[Other]\npath = %s\n' % path).encode())
+            with self.subTest(path), self.unchanged():
+                self.assert_refused(self.remove_share('Other'), 'not made by')
+
+    def test_refuses_another_folder_than_the_share_serves(self):
+        self.add_both()
+        os.symlink(self.folder, self.scratch + '/link')
+        with self.unchanged():
+            for folder in ('/srv', self.folder + '/', self.folder + '\n', self.scratch + '/link'):
+                with self.subTest(folder):
+                    self.assert_refused(self.remove_share(folder=folder), 'another folder')
+        self.assert_served()
+
+    def test_knows_the_folder_by_every_byte_of_its_path(self):
+        self.add_user()
+        for number, ending in enumerate((b'\n', b'\n\n', b' ', b'\\', b'%U', b'*', b'\xc3\x88')):
+            with self.subTest(ending):
+                folder = os.fsencode(self.folder) + ending
+                share = 'Share%d' % number
+                self.make_folder(folder)
+                self.add_share(share, folder=folder)
+                self.assert_refused(self.remove_share(share, self.folder), 'another folder')
+                self.assert_done(self.remove_share(share, folder))
+
+    def test_removes_the_group_where_the_host_keeps_groups(self):
+        settings = sambahost.read('/etc/login.defs')
+        self.addCleanup(write, '/etc/login.defs', settings)
+        write('/etc/login.defs', settings.replace(b'USERGROUPS_ENAB', b'#') + b'\nUSERGROUPS_ENAB no\n')
+        with self.unchanged():
+            self.add_user()
+            self.assert_done(self.remove_user())
+
+    def test_refuses_wrong_arguments(self):
+        self.add_both()
+        with self.unchanged():
+            for args in ((), ('Docs',), ('Docs', self.folder, 'more')):
+                self.assert_refused(run_script('rmshare', *args), 'usage')
+            self.assert_refused(run_script('rmshare', 'Docs', ''), 'empty')
+            for share, reason in (('', 'empty'), ('global', 'reserved'), ('a\nb', 'control'),
+                                  ('x' * 300, '80'), (b'\xff', 'UTF-8'), ('a%U', 'holds one of')):
+                with self.subTest(share):
+                    self.assert_refused(self.remove_share(share), reason)
+            for args in ((), ('alice', 'more')):
+                self.assert_refused(run_script('rmuser', *args), 'usage')
+            for user in ('', '-f', 'Alice', 'a b', 'alice\n', '../users/alice', '*', 'a' * 33):
+                with self.subTest(user):
+                    self.assert_refused(self.remove_user(user), 'user name')
+        self.assert_served()
+
+    def test_does_not_take_a_failure_for_an_absence(self):
+        self.add_both()
+        for program, args in (('net', ('rmshare', 'Docs', self.folder)), ('getent', ('rmuser', 'alice')),
+                              ('pdbedit', ('rmuser', 'alice')), ('smbstatus', ('rmuser', 'alice'))):
+            case = self.__class__('run')
+            with self.subTest(program):
+                case.stand_in(program, 'case "$*" in *-x*) exec $real "$@" ;; esac; echo broken; exit 3')
+                result = run_script(*args)
+                case.doCleanups()
+                self.assert_refused(result, 'cannot')
+                self.assertTrue(user_exists('alice'))
+        self.assertTrue(share_exists('Docs'))
+
+    def test_tells_a_real_error_of_the_removal(self):
+        self.add_both()
+        case = self.__class__('run')
+        case.stand_in('net', 'case "$*" in *delshare*) echo why it failed >&2; exit 255 ;; esac\n'
+                             'exec $real "$@"')
+        with self.unchanged():
+            self.assert_refused(self.remove_share(), 'why it failed')
+        case.doCleanups()
+        self.assert_done(self.remove_share())
+
+    def test_tells_when_clients_could_not_be_cut_off(self):
+        self.add_both()
+        self.stand_in('smbcontrol', 'case "$*" in *close-share*) exit 1 ;; esac; exec $real "$@"')
+        self.assert_refused(self.remove_share(), 'cannot cut off')
+        self.assertFalse(share_exists('Docs'))
+
+    def test_a_user_can_go_before_its_share(self):
+        self.add_both()
+        self.assert_done(self.remove_user())
+        self.assert_not_served('LOGON_FAILURE')
+        self.assert_done(self.remove_share())
+
+    def test_removes_the_user_while_the_caller_holds_the_preferences_lock(self):
+        self.add_both()
+        self.connect()
+        os.makedirs(os.path.dirname(LOCK), exist_ok=True)
+        with open(LOCK, 'w', encoding='utf-8') as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            self.assert_done(self.remove_user()) # run_script fails the test when it hangs
+        self.assertFalse(user_exists('alice'))
+
+    def test_cleans_up_when_nobody_reads_what_it_says(self):
+        for ignore in (signal.SIG_DFL, signal.SIG_IGN):
+            with self.subTest(ignore):
+                self.add_both()
+                self.connect()
+                reader, writer = os.pipe()
+                os.close(reader)
+                with open(writer, 'wb') as broken:
+                    def run(*args, ignore=ignore, broken=broken):
+                        return subprocess.run(
+                            args, stdout=broken, stderr=broken, timeout=HANG, check=False,
+                            preexec_fn=lambda: signal.signal(signal.SIGPIPE, ignore)).returncode
+                    self.assertEqual(run(script_path('rmshare'), 'Docs', self.folder), 0)
+                    self.assertEqual(run(script_path('rmshare'), 'Docs', self.folder), 0)
+                    self.assertEqual(run(script_path('rmshare'), 'global', self.folder), 1)
+                    self.assertEqual(run(script_path('rmuser'), 'alice'), 0)
+                self.assertFalse(user_exists('alice'))
+
+
+class RemoveWithoutAServer(sambahost.ScriptTest):
+
+    needs_smbd = False
+
+    def test_removes_share_and_user(self):
+        smbd = sambahost.Smbd()
+        self.add_both()
+        self.assert_served()
+        smbd.stop()
+        for script, args in (('rmshare', ('Docs', self.folder)), ('rmuser', ('alice',))):
+            result = run_script(script, *args)
+            self.assertEqual((result.status, result.output), (0, ''))
+        self.assertFalse(share_exists('Docs') or user_exists('alice') or samba_knows('alice'))
+
+    def test_removes_the_user_while_smbd_goes_down(self):
+        for _ in range(3):
+            smbd = sambahost.Smbd()
+            self.add_both()
+            connected = ConnectedClient('alice', self.password, 'Docs')
+            self.addCleanup(connected.close)
+            self.assertIn('blocks available', connected.ask('ls'))
+            self.assert_done(run_script('rmshare', 'Docs', self.folder))
+            with subprocess.Popen([script_path('rmuser'), 'alice']) as script:
+                smbd.stop()
+                self.assertEqual(script.wait(HANG), 0)
+            self.assertFalse(user_exists('alice') or samba_knows('alice'))
+
+
+if __name__ == '__main__':
+    unittest.main()

@@ -1,0 +1,174 @@
+"""Several sessions beside each other, and after each other when one was killed."""
+
+import concurrent.futures
+import os
+import unittest
+
+import sambahost
+from sambahost import (command, run_script, samba_knows, share_exists, user_exists)
+
+
+class Sessions(sambahost.ScriptTest):
+
+    def start_session(self, user, share, folder):
+        session = self.session()
+        self.add_user(user, run=session.run)
+        self.add_share(share, user, folder, run=session.run)
+        return session
+
+    def left_behind(self, user='alice', share='Docs'):
+        """What a session leaves that is killed while it waits."""
+        self.start_session(user, share, self.folder).kill()
+
+    def reboot(self):
+        """/run is empty after a reboot; users and the registry are as they were."""
+        command('rm', '-rf', sambahost.STATE)
+
+    def test_two_at_once_serve_each_their_user(self):
+        hers, his = self.session(), self.session()
+        other = self.make_folder(self.scratch + '/Other', content=b'other text\n')
+
+        def run(session, user, share, folder):
+            self.add_user(user, run=session.run)
+            self.add_share(share, user, folder, run=session.run)
+
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            for future in [pool.submit(run, hers, 'alice', 'Hers', self.folder),
+                           pool.submit(run, his, 'carl', 'His', other)]:
+                future.result()
+        self.assert_served('Hers', 'alice')
+        self.assert_served('His', 'carl', content=b'other text\n')
+        self.assert_not_served('ACCESS_DENIED', 'His', 'alice')
+        self.assert_not_served('ACCESS_DENIED', 'Hers', 'carl')
+        self.assert_done(hers.run('rmshare', 'Hers', self.folder))
+        self.assert_done(hers.run('rmuser', 'alice'))
+        self.assert_served('His', 'carl', content=b'other text\n')
+
+    def test_the_same_folder_can_be_shared_twice(self):
+        self.start_session('alice', 'One', self.folder)
+        self.start_session('carl', 'Two', self.folder)
+        self.assert_served('One', 'alice')
+        self.assert_served('Two', 'carl')
+
+    def test_a_session_that_runs_keeps_what_it_has(self):
+        self.start_session('alice', 'Docs', self.folder)
+        self.add_user('carl')
+        with self.unchanged():
+            self.assert_refused(run_script('adduser', 'alice', 'alice', self.password_file), 'in use')
+            self.assert_refused(run_script('addshare', 'carl', self.password_file, self.folder, 'Docs',
+                                           'rw'), 'in use')
+            self.assert_refused(run_script('rmshare', 'Docs', self.folder), 'another session')
+            self.assert_refused(run_script('rmuser', 'alice'), 'another session')
+        self.assert_served()
+
+    def test_a_killed_session_is_followed_by_a_new_one(self):
+        self.left_behind()
+        self.assertTrue(user_exists('alice') and share_exists('Docs'))
+        sambahost.write(self.password_file, 'another password\n')
+        self.add_user()
+        self.assertFalse(share_exists('Docs'), 'nothing is served that the new session did not ask for')
+        self.assert_not_served('LOGON_FAILURE', 'IPC$', password=self.password)
+        self.add_share()
+        self.assert_served(password='another password')
+        self.assert_done(run_script('rmshare', 'Docs', self.folder))
+        self.assert_done(run_script('rmuser', 'alice'))
+        self.assertEqual(os.listdir(sambahost.STATE + '/shares'), [])
+
+    def test_a_client_of_a_killed_session_is_cut_off(self):
+        self.left_behind()
+        connected = sambahost.ConnectedClient('alice', self.password, 'Docs')
+        self.addCleanup(connected.close)
+        self.assertIn('blocks available', connected.ask('ls'))
+        self.add_user()
+        self.assertNotIn('blocks available', connected.ask('ls'))
+
+    def test_a_new_user_does_not_inherit_an_old_users_share(self):
+        self.left_behind(share='Private')
+        self.add_user()
+        self.assert_not_served('BAD_NETWORK_NAME', 'Private')
+
+    def test_a_killed_sessions_share_is_replaced_for_another_user(self):
+        self.left_behind()
+        self.add_user('carl')
+        self.add_share('Docs', 'carl')
+        self.assert_served('Docs', 'carl')
+        self.assert_not_served('ACCESS_DENIED', 'Docs', 'alice')
+
+    def test_a_share_left_behind_after_the_user_was_made_is_replaced(self):
+        self.add_user()
+        session = self.session()
+        self.add_user('carl', run=session.run)
+        self.add_share('Docs', 'carl', run=session.run)
+        session.kill()
+        self.add_share('dOCS', 'alice')
+        self.assert_served('Docs', 'alice')
+
+    def test_what_a_killed_session_left_can_be_removed_by_hand(self):
+        with self.unchanged():
+            self.left_behind()
+            self.assert_done(run_script('rmshare', 'Docs', self.folder))
+            self.assert_done(run_script('rmuser', 'alice'))
+
+    def test_a_session_before_the_last_boot_is_followed_by_a_new_one(self):
+        self.left_behind()
+        self.reboot()
+        self.add_user()
+        self.add_share()
+        self.assert_served()
+
+    def test_what_was_left_before_the_last_boot_can_be_removed_by_hand(self):
+        self.left_behind()
+        self.reboot()
+        self.assert_done(run_script('rmshare', 'Docs', self.folder))
+        self.assert_done(run_script('rmuser', 'alice'))
+        self.assertFalse(share_exists('Docs') or user_exists('alice') or samba_knows('alice'))
+
+    def test_a_process_that_has_the_number_now_is_not_the_session(self):
+        self.left_behind()
+        owner = sambahost.STATE + '/users/alice'
+        start = sambahost.read(owner).split()[1].decode()
+        sambahost.write(owner, '%d %s\n' % (os.getpid(), start))
+        self.add_user()
+        self.add_share()
+        self.assert_served()
+
+    def test_a_session_that_has_ended_but_was_not_waited_for_counts_as_gone(self):
+        session = self.start_session('alice', 'Docs', self.folder)
+        session.process.kill()
+        os.waitid(os.P_PID, session.process.pid, os.WEXITED | os.WNOWAIT)
+        self.add_user()
+
+    def test_a_caller_may_have_any_name(self):
+        # The name stands in the middle of the line that the start time is read from.
+        with open('/proc/self/comm', encoding='utf-8') as file:
+            name = file.read().strip()
+        self.addCleanup(sambahost.write, '/proc/self/comm', name)
+        sambahost.write('/proc/self/comm', 'a) Z 1 (\n) X *')
+        self.add_user()
+        pid, start = sambahost.read(sambahost.STATE + '/users/alice').split()
+        self.assertEqual(int(pid), os.getpid())
+        rest = sambahost.read('/proc/self/stat').rpartition(b')')[2].split()
+        self.assertEqual(start, rest[22 - 3])
+        self.assert_refused(run_script('adduser', 'alice', 'alice', self.password_file), 'in use')
+
+    def test_shares_that_are_not_ours_survive_the_clearing(self):
+        command('net', 'conf', 'addshare', 'Other', '/srv', 'writeable=n', 'guest_ok=n', '')
+        self.left_behind()
+        self.add_user()
+        self.assertTrue(share_exists('Other'))
+        self.assertFalse(share_exists('Docs'))
+
+    def test_the_state_survives_the_clearing_when_its_session_runs(self):
+        self.start_session('carl', 'His', self.folder)
+        self.left_behind()
+        self.add_user()
+        self.assert_served('His', 'carl')
+
+    def test_the_folder_survives_whatever_is_cleared(self):
+        self.left_behind()
+        self.add_user()
+        self.assertEqual(sambahost.read(self.folder + '/f'), b'some text\n')
+
+
+if __name__ == '__main__':
+    unittest.main()

@@ -1,0 +1,315 @@
+"""The service switch: smbd runs while the preferences say so."""
+
+import glob
+import os
+import plistlib
+import shutil
+import signal
+import subprocess
+import sys
+import unittest
+
+import sambahost
+from sambahost import HANG, answers, command, wait_until, write
+
+FOLDER = '/Library/Preferences/SystemConfiguration'
+FILE = FOLDER + '/com.apple.smb.server.plist'
+SWITCH = '/opt/Pelago.app/Contents/Library/switch'
+SOURCE = sambahost.REPO + '/product/linux/switch'
+
+# Stands in for the product's program when the caller names none.
+SERVICE_WANTED = """\
+#!%s
+import plistlib, sys
+try:
+    with open('%s', 'rb') as file:
+        services = plistlib.load(file).get('EnabledServices', [])
+except FileNotFoundError:
+    sys.exit(1)
+except Exception as problem:
+    print(problem, file=sys.stderr)
+    sys.exit(2)
+sys.exit(0 if 'disk' in services else 1)
+""" % (sys.executable, FILE)
+
+
+def set_services(*services):
+    """Puts a new file in the old one's place, as the preferences are always written."""
+    put(plistlib.dumps({'EnabledServices': list(services)}))
+
+
+def put(content):
+    write(FILE + '-new', content)
+    os.rename(FILE + '-new', FILE)
+
+
+def processes(program):
+    found = []
+    for path in glob.glob('/proc/[0-9]*/exe'):
+        try:
+            if os.path.basename(os.readlink(path)) == program:
+                found.append(int(path.split('/')[2]))
+        except OSError:
+            pass # it has ended
+    return found
+
+
+def is_off():
+    return not processes('smbd')
+
+
+class Switch(unittest.TestCase):
+
+    @classmethod
+    def setUpClass(cls):
+        sambahost.set_up()
+        shutil.copytree(SOURCE, SWITCH)
+        built = os.environ.get('PELAGO_SERVICE_WANTED')
+        if built:
+            shutil.copy(built, SWITCH + '/smbServiceWanted')
+        else:
+            print('PELAGO_SERVICE_WANTED is not set: a stand-in reads the preferences', file=sys.stderr)
+            write(SWITCH + '/smbServiceWanted', SERVICE_WANTED, 0o755)
+
+    def setUp(self):
+        sambahost.watch_for_a_hang(self)
+        self.loop = None
+        shutil.rmtree(FOLDER, ignore_errors=True)
+        os.makedirs(FOLDER)
+        self.addCleanup(self.all_off)
+
+    def all_off(self):
+        if self.loop and self.loop.poll() is None:
+            self.loop.kill()
+            self.loop.wait()
+        for program in ('inotifywait', 'smbd', 'samba-dcerpcd'):
+            for pid in processes(program):
+                with sambahost.contextlib.suppress(ProcessLookupError):
+                    os.kill(pid, signal.SIGTERM)
+            wait_until(lambda program=program: not processes(program), 'the end of ' + program)
+
+    def start_loop(self):
+        # pylint: disable=consider-using-with
+        self.loop = subprocess.Popen([SWITCH + '/smbSwitch.sh'], start_new_session=True,
+                                     stdin=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        self.addCleanup(self.loop.stderr.close)
+
+    def once(self):
+        return subprocess.run([SWITCH + '/smbSwitch.sh', '--once'], stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG,
+                              check=False)
+
+    def assert_once(self):
+        done = self.once()
+        self.assertEqual((done.returncode, done.stdout), (0, b''))
+
+    def end_of_loop(self):
+        """The loop has ended by itself, without leaving its watcher behind; (status, stderr)."""
+        output = self.loop.communicate(timeout=HANG)[1].decode()
+        wait_until(lambda: not processes('inotifywait'), 'the end of the watcher')
+        return self.loop.returncode, output
+
+    def test_once_switches_on_and_off_and_twice_does_no_harm(self):
+        set_services('disk')
+        self.assert_once()
+        self.assertTrue(answers())
+        before = sorted(processes('smbd'))
+        self.assert_once()
+        self.assertEqual(sorted(processes('smbd')), before)
+        set_services('print')
+        self.assert_once()
+        self.assertEqual(processes('smbd'), [])
+        self.assert_once()
+
+    def test_no_file_means_off(self):
+        set_services('disk')
+        self.assert_once()
+        os.unlink(FILE)
+        self.assert_once()
+        self.assertEqual(processes('smbd'), [])
+
+    def test_a_file_that_cannot_be_read_changes_nothing(self):
+        for running in (False, True):
+            with self.subTest(running=running):
+                set_services(*(['disk'] if running else []))
+                self.assert_once()
+                put(b'<plist><dict>')
+                done = self.once()
+                self.assertEqual(done.returncode, 0)
+                self.assertIn(b'stays as it is', done.stdout)
+                self.assertEqual(answers(), running)
+
+    def test_says_why_it_cannot_switch(self):
+        program = SWITCH + '/smbServiceWanted'
+        os.rename(program, program + '.away')
+        self.addCleanup(os.rename, program + '.away', program)
+        done = self.once()
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b'smbServiceWanted ended with status 127', done.stdout)
+
+    def test_refuses_wrong_arguments(self):
+        for args in (['--twice'], ['--once', 'more'], ['']):
+            done = subprocess.run([SWITCH + '/smbSwitch.sh', *args], stderr=subprocess.PIPE,
+                                  timeout=HANG, check=False)
+            self.assertEqual(done.returncode, 1)
+            self.assertIn(b'usage', done.stderr)
+
+    def test_what_listing_shares_started_ends_with_smbd(self):
+        set_services('disk')
+        self.assert_once()
+        command('useradd', '--no-create-home', 'lister')
+        self.addCleanup(command, 'userdel', 'lister')
+        subprocess.run(['smbpasswd', '-s', '-a', 'lister'], input=b'x\nx\n', check=True,
+                       stdout=subprocess.DEVNULL)
+        self.addCleanup(command, 'pdbedit', '-x', '-u', 'lister')
+        command('smbclient', '-U', 'lister%x', '-L', '//127.0.0.1')
+        wait_until(lambda: processes('samba-dcerpcd'), 'the helper that listing starts')
+        set_services()
+        self.assert_once()
+        self.assertEqual(processes('samba-dcerpcd') + processes('smbd'), [])
+
+    def test_a_pid_file_that_was_left_behind_harms_nobody(self):
+        with subprocess.Popen(['sleep', '600']) as bystander:
+            for name in ('smbd', 'samba-dcerpcd'):
+                write('/run/samba/%s.pid' % name, '%d\n' % bystander.pid)
+            self.addCleanup(os.unlink, '/run/samba/samba-dcerpcd.pid')
+            self.assert_once()
+            self.assertIsNone(bystander.poll())
+            set_services('disk')
+            self.assert_once()
+            set_services()
+            self.assert_once()
+            self.assertIsNone(bystander.poll())
+            bystander.kill()
+
+    def test_smbd_holds_nothing_of_the_switch(self):
+        set_services('disk')
+        self.start_loop()
+        wait_until(answers, 'smbd to come up')
+        for pid in processes('smbd'):
+            self.assertNotEqual(os.getsid(pid), os.getsid(self.loop.pid))
+            for link in glob.glob('/proc/%d/fd/*' % pid):
+                target = os.readlink(link)
+                self.assertNotIn('smb-switch', target)
+                self.assertNotIn('/events', target)
+        self.assertTrue(sambahost.succeeds('flock', '-w', '20', '/run/pelago-smb-switch.lock', 'true'))
+
+    def test_follows_every_replacement_of_the_file(self):
+        self.start_loop()
+        for _ in range(3):
+            set_services('disk')
+            wait_until(answers, 'smbd to come up')
+            set_services('print', 'other')
+            wait_until(is_off, 'smbd to go')
+        os.unlink(FILE)
+        set_services('disk')
+        wait_until(answers, 'smbd to come up')
+        os.unlink(FILE)
+        wait_until(is_off, 'smbd to go')
+        write(FILE, plistlib.dumps({'EnabledServices': ['disk']})) # written in place
+        wait_until(answers, 'smbd to come up')
+        self.assertIsNone(self.loop.poll(), 'stopping smbd does not stop the loop')
+
+    def test_loses_no_change_of_many_quick_ones(self):
+        self.start_loop()
+        for last, state in ((('disk',), answers), ((), is_off)) * 2:
+            for _ in range(8):
+                set_services('disk')
+                set_services()
+            set_services(*last)
+            wait_until(state, 'the last change')
+        self.assertIsNone(self.loop.poll())
+
+    def test_sees_what_was_set_before_it_started(self):
+        set_services('disk')
+        self.start_loop()
+        wait_until(answers, 'smbd to come up')
+
+    def test_other_files_in_the_folder_do_not_matter(self):
+        self.start_loop()
+        for name in ('other.plist', 'a\nb', 'com.apple.smb.server.plist-lock', 'x DELETE_SELF',
+                     'Watches established.', '-n'):
+            write(FOLDER + '/' + name, '')
+            os.unlink(FOLDER + '/' + name)
+        set_services('disk')
+        wait_until(answers, 'smbd to come up')
+        self.assertIsNone(self.loop.poll())
+
+    def test_ends_when_the_folder_goes(self):
+        for way in (shutil.rmtree, lambda folder: os.rename(folder, folder + '.moved')):
+            with self.subTest(way):
+                os.makedirs(FOLDER, exist_ok=True)
+                set_services('disk')
+                self.start_loop()
+                wait_until(answers, 'smbd to come up')
+                way(FOLDER)
+                status, output = self.end_of_loop()
+                self.assertEqual(status, 1)
+                self.assertIn('is gone', output)
+        shutil.rmtree(FOLDER + '.moved')
+
+    def test_ends_when_there_is_no_folder(self):
+        os.rmdir(FOLDER)
+        self.start_loop()
+        status, output = self.end_of_loop()
+        self.assertEqual(status, 1)
+        self.assertIn('cannot watch ' + FOLDER, output)
+
+    def test_ends_when_its_watcher_is_killed(self):
+        set_services('disk')
+        self.start_loop()
+        wait_until(answers, 'the loop to be under way')
+        for pid in processes('inotifywait'):
+            os.kill(pid, signal.SIGKILL)
+        status, output = self.end_of_loop()
+        self.assertEqual(status, 1)
+        self.assertIn('inotifywait has ended', output)
+
+    def test_a_signal_ends_it_and_its_watcher_but_not_smbd(self):
+        for number in (signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number):
+                set_services('disk')
+                self.start_loop()
+                wait_until(answers, 'the loop to be under way')
+                wait_until(lambda: processes('inotifywait'), 'the watcher')
+                self.loop.send_signal(number)
+                self.assertEqual(self.end_of_loop()[0], 128 + number)
+                self.assertTrue(answers())
+
+    def test_leaves_smbd_to_systemd_where_that_is_process_1(self):
+        os.makedirs('/run/systemd/system')
+        self.addCleanup(os.removedirs, '/run/systemd/system')
+        os.rename('/usr/bin/systemctl', '/usr/bin/systemctl.real')
+        self.addCleanup(os.rename, '/usr/bin/systemctl.real', '/usr/bin/systemctl')
+        log = FOLDER + '/calls'
+        write('/usr/bin/systemctl', '#!/bin/sh\necho "$@" >>%s\n' % log, 0o755)
+        set_services('disk')
+        self.assert_once()
+        set_services()
+        self.assert_once()
+        self.assertEqual(sambahost.read(log), b'start smbd.service\nstop smbd.service\n')
+        self.assertEqual(processes('smbd'), [])
+        write('/usr/bin/systemctl', '#!/bin/sh\nexit 5\n', 0o755)
+        done = self.once()
+        self.assertEqual((done.returncode, done.stdout), (1, b'smbSwitch.sh: cannot stop smbd\n'))
+
+
+class Unit(unittest.TestCase):
+
+    def test_is_a_service_that_stays(self):
+        units = [name for name in os.listdir(SOURCE) if not name.endswith('.sh')]
+        self.assertEqual(units, ['pelago-smb-switch.service'], 'a path unit would lose changes')
+        text = sambahost.read(SOURCE + '/' + units[0]).decode().splitlines()
+        for line in ('Type=simple', 'Restart=always', 'ExecStart=%s/smbSwitch.sh' % SWITCH):
+            self.assertIn(line, text)
+
+    def test_satisfies_systemd(self):
+        sambahost.set_up()
+        shutil.copytree(SOURCE, SWITCH, dirs_exist_ok=True)
+        output = command('systemd-analyze', 'verify', '--man=no',
+                         SOURCE + '/pelago-smb-switch.service')
+        self.assertEqual(output, '')
+
+
+if __name__ == '__main__':
+    unittest.main()
