@@ -1,0 +1,49 @@
+// Any bytes can be read without harm; and what was read, written and read again is the same.
+#include "../platform/linux/cfTypes.h"
+#include "../platform/linux/propertyList.h"
+
+#include <cstdlib>
+
+namespace {
+
+using Fault = PropertyListFault;
+
+CFOwned<CFDictionaryRef> Values(const PropertyList &list)
+{
+    return CFOwned<CFDictionaryRef>(list.CopyValues());
+}
+
+// The values as text, set one by one into a list that starts in XML.  Empty when that is refused: a
+// date that XML cannot tell, or more than a list may hold.
+std::string AsXml(const PropertyList &list)
+{
+    PropertyList other;
+    const CFOwned<CFDictionaryRef> values = Values(list);
+    for (const __CFDictionary::Entry &entry : values->mEntries) {
+        if (other.SetValue(entry.key->mText.c_str(), entry.value.get()) != Fault::None) {
+            return "";
+        }
+    }
+    std::string written;
+    return other.Write(&written) == Fault::None ? written : "";
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    PropertyList list;
+    const std::string_view bytes(reinterpret_cast<const char *>(data), size);
+    if (list.Read(bytes) != PropertyListFault::None) { return 0; }
+    std::string written;
+    // Whatever was read can be written: the format is kept.
+    if (list.Write(&written) != Fault::None) { abort(); }
+    PropertyList copy;
+    if (copy.Read(written) != Fault::None || copy.IsBinary() != list.IsBinary()) { abort(); }
+    if (!CFEqual(Values(list).get(), Values(copy).get())) { abort(); }
+    // Equality of objects does not see the sign of a zero, nor the type of a number; the text does.
+    const std::string text = AsXml(list);
+    if (text != AsXml(copy)) { abort(); }
+    if (!list.IsBinary() && text != written) { abort(); }
+    return 0;
+}

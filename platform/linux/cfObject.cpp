@@ -1,0 +1,49 @@
+// cfObject.cpp -- reference counts, type numbers and equality, the same for every class.
+#include "cfObject.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+extern "C" const CFAllocatorRef kCFAllocatorDefault = nullptr;
+
+void CFStop(const char *function, const char *reason)
+{
+    fprintf(stderr, "Core Foundation: %s: %s\n", function, reason);
+    abort();
+}
+
+extern "C" CFTypeRef CFRetain(CFTypeRef object)
+{
+    if (object == nullptr) { CFStop(__func__, "NULL where an object is expected"); }
+    const CFObject *target = CFObjectOf(object);
+    // Whoever retains holds a reference already, so nothing needs to be ordered.
+    if (!target->mIsConstant) { target->mCount.fetch_add(1, std::memory_order_relaxed); }
+    return object;
+}
+
+extern "C" void CFRelease(CFTypeRef object)
+{
+    if (object == nullptr) { CFStop(__func__, "NULL where an object is expected"); }
+    const CFObject *target = CFObjectOf(object);
+    if (target->mIsConstant) { return; }
+    // The last holder must see everything that the others did to the object before they let go.
+    if (target->mCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        target->mClass->destroy(target);
+    }
+}
+
+extern "C" CFTypeID CFGetTypeID(CFTypeRef object)
+{
+    if (object == nullptr) { CFStop(__func__, "NULL where an object is expected"); }
+    return CFObjectOf(object)->mClass->typeID;
+}
+
+extern "C" Boolean CFEqual(CFTypeRef one, CFTypeRef other)
+{
+    if (one == nullptr || other == nullptr) {
+        CFStop(__func__, "NULL where an object is expected");
+    }
+    const CFObject *left = CFObjectOf(one), *right = CFObjectOf(other);
+    if (left == right) { return true; }
+    return left->mClass == right->mClass && left->mClass->equal(left, right);
+}

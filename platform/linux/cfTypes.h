@@ -1,0 +1,93 @@
+/*
+ * cfTypes.h -- the classes behind Core Foundation's opaque types, and what only the platform layer
+ * makes of them.  The names with two underscores are the SDK's own tags for these types.
+ *
+ * The Create functions here follow the SDK's rules: the result is the caller's, nullptr means that
+ * memory ran out or that the input is invalid.
+ */
+#ifndef PELAGO_LINUX_CFTYPES_H
+#define PELAGO_LINUX_CFTYPES_H
+
+#include "cfObject.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+struct __CFString final : CFObject {
+    __CFString(std::string text, CFIndex unitCount, bool isConstant);
+    std::string mText;  // valid UTF-8 without NULs
+    CFIndex mUnitCount; // its length in UTF-16 units
+};
+
+struct __CFArray final : CFObject {
+    __CFArray(const CFArrayCallBacks *callBacks, bool isMutable);
+    ~__CFArray();
+    const void *Retained(const void *value) const;
+    void Released(const void *value) const;
+    bool AreEqual(const void *one, const void *other) const;
+    CFArrayCallBacks mCallBacks; // all null when the creator gave none
+    bool mIsMutable;
+    std::vector<const void *> mValues;
+};
+
+// Keeps the order in which keys came in.
+struct __CFDictionary final : CFObject {
+    __CFDictionary();
+    struct Entry {
+        CFOwned<CFStringRef> key;
+        CFOwned<CFTypeRef> value;
+    };
+    // A key that is there already gets the new value.  After std::bad_alloc it can only be
+    // released.
+    void Set(CFStringRef key, CFTypeRef value);
+    const Entry *Find(std::string_view key) const;
+    std::vector<Entry> mEntries;
+    std::unordered_map<std::string_view, size_t> mIndex; // the text is the key object's
+};
+
+// Only what does not fit a signed number is kept as an unsigned one.
+struct __CFNumber final : CFObject {
+    enum class Kind { Signed, Unsigned, Real };
+    explicit __CFNumber(int64_t value);
+    explicit __CFNumber(uint64_t value);
+    explicit __CFNumber(double value);
+    Kind mKind;
+    int64_t mSigned = 0;
+    uint64_t mUnsigned = 0;
+    double mReal = 0;
+};
+
+struct __CFBoolean final : CFObject {
+    constexpr __CFBoolean(const CFClass &cls, bool value) : CFObject(cls, true), mValue(value) {}
+    bool mValue;
+};
+
+struct __CFDate final : CFObject {
+    explicit __CFDate(CFAbsoluteTime at);
+    CFAbsoluteTime mAt;
+};
+
+struct __CFData final : CFObject {
+    explicit __CFData(std::vector<UInt8> bytes);
+    std::vector<UInt8> mBytes;
+};
+
+// What archives in binary property lists refer to each other by.  The SDK has this type too, and
+// names it to nobody.
+struct CFUid final : CFObject {
+    explicit CFUid(uint64_t value);
+    uint64_t mValue;
+};
+
+// The length in UTF-16 units, when the text is strict UTF-8: no surrogates, no overlong forms,
+// nothing above U+10FFFF.  NULs count as text.
+std::optional<CFIndex> CFUtf8UnitCount(std::string_view text);
+
+CFStringRef CFStringCreateWithText(std::string_view text); // nullptr for a NUL in the text too
+CFNumberRef CFNumberCreateUnsigned(uint64_t value);
+CFMutableDictionaryRef CFDictionaryCreateEmpty();
+
+#endif /* PELAGO_LINUX_CFTYPES_H */

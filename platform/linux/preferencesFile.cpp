@@ -1,0 +1,234 @@
+// preferencesFile.cpp -- locking, loading and replacing one file.
+#include "preferencesFile.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <optional>
+#include <utility>
+
+namespace {
+
+constexpr mode_t NEW_FILE_MODE = 0644;
+constexpr mode_t PERMISSION_BITS = 07777;
+
+struct Ownership {
+    bool isThere; // a file that is replaced, and not made
+    uid_t user;
+    gid_t group;
+    mode_t mode;
+};
+
+int WriteAll(int fd, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno != EINTR) { return errno; }
+        if (written > 0) { bytes.remove_prefix(static_cast<size_t>(written)); }
+    }
+    return 0;
+}
+
+// The bytes until the end or until the buffer is full; -1 with errno.
+ssize_t ReadAll(int fd, char *buffer, size_t size)
+{
+    size_t have = 0;
+    while (have < size) {
+        const ssize_t got = read(fd, buffer + have, size - have);
+        if (got == 0) { break; }
+        if (got < 0 && errno != EINTR) { return -1; }
+        if (got > 0) { have += static_cast<size_t>(got); }
+    }
+    return static_cast<ssize_t>(have);
+}
+
+std::string FolderOf(const std::string &path)
+{
+    const size_t slash = path.rfind('/');
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// What the next file gets; nothing, with errno, when the present one cannot be asked.
+std::optional<Ownership> NextOwnership(const char *path)
+{
+    struct stat status;
+    if (stat(path, &status) == 0) {
+        return Ownership{true, status.st_uid, status.st_gid, status.st_mode & PERMISSION_BITS};
+    }
+    if (errno != ENOENT) { return std::nullopt; }
+    return Ownership{false, geteuid(), getegid(), NEW_FILE_MODE};
+}
+
+// A fresh file that only its owner can open yet.
+OwnedFd MakeNewFile(const char *path)
+{
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    OwnedFd fd(open(path, FLAGS, S_IRUSR | S_IWUSR));
+    if (fd.IsOpen() || errno != EEXIST) { return fd; }
+    // What lies there is left from a process that was killed.
+    if (unlink(path) != 0) { return fd; }
+    return OwnedFd(open(path, FLAGS, S_IRUSR | S_IWUSR));
+}
+
+int FillNewFile(OwnedFd *fd, std::string_view bytes, const Ownership &ownership,
+                FileSignature *signature)
+{
+    // The owner first: changing it may clear bits of the mode.
+    if (fchown(fd->Get(), ownership.user, ownership.group) != 0 ||
+        fchmod(fd->Get(), ownership.mode) != 0) {
+        return errno;
+    }
+    const int writeError = WriteAll(fd->Get(), bytes);
+    if (writeError != 0) { return writeError; }
+    struct stat status;
+    if (fsync(fd->Get()) != 0 || fstat(fd->Get(), &status) != 0) { return errno; }
+    *signature = FileSignature::Of(status);
+    return fd->Close() == 0 ? 0 : errno;
+}
+
+// Puts the bytes into newPath and renames it to path.
+int WriteAndRename(const std::string &newPath, const std::string &path, std::string_view bytes,
+                   const Ownership &ownership, FileSignature *signature)
+{
+    OwnedFd fd = MakeNewFile(newPath.c_str());
+    if (!fd.IsOpen()) { return errno; }
+    FileSignature made;
+    int error = FillNewFile(&fd, bytes, ownership, &made);
+    if (error == 0 && rename(newPath.c_str(), path.c_str()) != 0) { error = errno; }
+    if (error == 0) {
+        *signature = made;
+    } else {
+        unlink(newPath.c_str());
+    }
+    return error;
+}
+
+// Locks the file; EWOULDBLOCK when it is taken and wait is false.
+int LockDescriptor(int fd, bool wait)
+{
+    while (flock(fd, LOCK_EX | (wait ? 0 : LOCK_NB)) != 0) {
+        if (errno != EINTR) { return errno; }
+    }
+    return 0;
+}
+
+// Whether the path still leads to the file that fd has open.
+int IsSameFile(int fd, const char *path, bool *isSame)
+{
+    struct stat ours, present;
+    *isSame = false;
+    if (fstat(fd, &ours) != 0) { return errno; }
+    if (stat(path, &present) != 0) { return errno == ENOENT ? 0 : errno; }
+    *isSame = ours.st_dev == present.st_dev && ours.st_ino == present.st_ino;
+    return 0;
+}
+
+// The holder's number is there for people, so failing to write it changes nothing.
+void WriteHolder(int fd)
+{
+    char line[32];
+    const int size = snprintf(line, sizeof line, "%ld\n", static_cast<long>(getpid()));
+    if (ftruncate(fd, 0) != 0) { return; } // a longer number of a holder that was killed
+    (void)WriteAll(fd, std::string_view(line, static_cast<size_t>(size)));
+}
+
+} // namespace
+
+OwnedFd &OwnedFd::operator=(OwnedFd &&other) noexcept
+{
+    if (this != &other) {
+        Close();
+        mFd = std::exchange(other.mFd, -1);
+    }
+    return *this;
+}
+
+int OwnedFd::Close()
+{
+    const int fd = std::exchange(mFd, -1);
+    return fd < 0 ? 0 : close(fd);
+}
+
+FileSignature FileSignature::Of(const struct stat &status)
+{
+    return {status.st_dev, status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
+            status.st_size};
+}
+
+FileSignature FileSignature::OfPath(const char *path)
+{
+    struct stat status;
+    return stat(path, &status) == 0 ? Of(status) : FileSignature();
+}
+
+int LockFile::Lock(const std::string &path, bool wait)
+{
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
+    mPath = path;
+    // Its last holder may have removed the file between our open and our lock: then once more.
+    for (bool isSame = false; !isSame;) {
+        OwnedFd fd(open(path.c_str(), FLAGS, NEW_FILE_MODE));
+        if (!fd.IsOpen()) {
+            mIsLocked = errno == EROFS;
+            return mIsLocked ? 0 : errno;
+        }
+        int error = LockDescriptor(fd.Get(), wait);
+        if (error == 0) { error = IsSameFile(fd.Get(), path.c_str(), &isSame); }
+        if (error != 0) { return error; }
+        mFd = std::move(fd);
+    }
+    WriteHolder(mFd.Get());
+    mIsLocked = true;
+    return 0;
+}
+
+void LockFile::Unlock()
+{
+    // Removed first: once it is closed the file may already be somebody else's.
+    if (mFd.IsOpen()) { unlink(mPath.c_str()); }
+    mFd.Close();
+    mIsLocked = false;
+}
+
+int ReadWholeFile(const char *path, size_t maxSize, std::string *bytes, FileSignature *signature)
+{
+    *signature = FileSignature();
+    // Not to wait for the other end when somebody put a pipe there.
+    const OwnedFd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd.IsOpen()) { return errno; }
+    struct stat status;
+    if (fstat(fd.Get(), &status) != 0) { return errno; }
+    *signature = FileSignature::Of(status);
+    if (!S_ISREG(status.st_mode)) { return EINVAL; }
+    if (static_cast<size_t>(status.st_size) > maxSize) { return EFBIG; }
+    bytes->resize(static_cast<size_t>(status.st_size));
+    const ssize_t got = ReadAll(fd.Get(), bytes->data(), bytes->size());
+    if (got < 0) { return errno; }
+    bytes->resize(static_cast<size_t>(got));
+    return 0;
+}
+
+int ReplaceFile(const std::string &path, std::string_view bytes, std::string_view oldBytes,
+                FileSignature *signature)
+{
+    const std::string newPath = path + "-new";
+    const std::optional<Ownership> ownership = NextOwnership(path.c_str());
+    if (!ownership) { return errno; }
+    // Opened before anything is changed, so that this at least cannot fail afterwards.
+    const OwnedFd folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder.IsOpen()) { return errno; }
+    const int error = WriteAndRename(newPath, path, bytes, *ownership, signature);
+    if (error != 0 || fsync(folder.Get()) == 0) { return error; }
+    const int syncError = errno;
+    // Callers take a failure for "nothing was changed".
+    if (!ownership->isThere) {
+        unlink(path.c_str());
+        *signature = FileSignature();
+    } else {
+        WriteAndRename(newPath, path, oldBytes, *ownership, signature);
+    }
+    return syncError;
+}

@@ -1,0 +1,277 @@
+// scPreferences.cpp -- a session on one preferences file.
+// The file is read at the first access; from then on the session answers from memory, until it is
+// told to forget or takes the lock after somebody else has written the file.
+#include <SystemConfiguration/SystemConfiguration.h>
+
+#include "cfTypes.h"
+#include "preferencesFile.h"
+#include "propertyList.h"
+
+#include <cerrno>
+#include <map>
+#include <unistd.h>
+
+namespace {
+
+constexpr char DEFAULT_FOLDER[] = "/Library/Preferences/SystemConfiguration/";
+constexpr char DEFAULT_NAME[] = "preferences.plist";
+
+thread_local int sError = kSCStatusOK;
+
+Boolean Fail(int error)
+{
+    sError = error;
+    return false;
+}
+
+bool SessionEqual(const CFObject *one, const CFObject *other) { return one == other; }
+
+void SessionDestroy(const CFObject *object);
+
+constexpr CFClass SESSION_CLASS = {CF_TYPE_PREFERENCES, SessionDestroy, SessionEqual};
+
+} // namespace
+
+struct __SCPreferences final : CFObject {
+    explicit __SCPreferences(std::string path)
+        : CFObject(SESSION_CLASS), mPath(std::move(path)), mIsRoot(geteuid() == 0)
+    {}
+
+    // What was handed out or set.
+    struct Value {
+        CFOwned<CFTypeRef> object;
+        bool isChanged = false; // to be written at the next commit
+    };
+
+    int Lock(bool wait);
+    void Access();
+    void Forget();
+    CFTypeRef Get(CFStringRef key);
+    void Set(CFStringRef key, CFTypeRef object);
+    int Commit();
+
+    const std::string mPath;
+    const bool mIsRoot;
+    LockFile mLock;
+
+private:
+    int LockAnew(bool wait);
+    int WriteChanges();
+
+    bool mIsAccessed = false;
+    bool mIsChanged = false;    // since the last commit
+    bool mIsUnreadable = false; // the file holds something that must not be overwritten
+    FileSignature mSignature;
+    std::string mBytes; // the file's, to be put back when a commit fails too late
+    PropertyList mList;
+    std::map<std::string, Value> mValues;
+};
+
+namespace {
+
+void SessionDestroy(const CFObject *object) { delete static_cast<const __SCPreferences *>(object); }
+
+// The SDK hands sessions around as pointers to const.
+__SCPreferences *Session(SCPreferencesRef prefs, const char *function)
+{
+    CFRequire(prefs, CF_TYPE_PREFERENCES, function);
+    return const_cast<__SCPreferences *>(prefs);
+}
+
+// Runs a session's function for C callers, who see no exceptions.
+template <typename Call> int Guarded(const Call &call)
+{
+    try {
+        return call();
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+}
+
+std::string PathOf(CFStringRef prefsID)
+{
+    const std::string name = prefsID ? prefsID->mText : DEFAULT_NAME;
+    return name.starts_with('/') ? name : DEFAULT_FOLDER + name;
+}
+
+// The status of opening a session on the path: kSCStatusNoConfigFile still opens one.
+int AccessStatus(const char *path)
+{
+    if (access(path, R_OK) == 0) { return kSCStatusOK; }
+    switch (errno) {
+    case ENOENT: return kSCStatusNoConfigFile;
+    case EACCES: return kSCStatusAccessError;
+    default: return kSCStatusFailed;
+    }
+}
+
+} // namespace
+
+int __SCPreferences::Lock(bool wait)
+{
+    if (mLock.IsLocked()) { return kSCStatusLocked; }
+    if (!mIsRoot) { return kSCStatusAccessError; }
+    const int error = LockAnew(wait);
+    if (error != 0) { mLock.Unlock(); }
+    return error;
+}
+
+int __SCPreferences::LockAnew(bool wait)
+{
+    const int error = mLock.Lock(mPath + "-lock", wait);
+    if (error != 0) { return error == EWOULDBLOCK ? kSCStatusPrefsBusy : error; }
+    if (!mIsAccessed || FileSignature::OfPath(mPath.c_str()) == mSignature) { return kSCStatusOK; }
+    if (mIsChanged) { return kSCStatusStale; }
+    Forget(); // nothing of ours is lost: the next access sees what the others wrote
+    return kSCStatusOK;
+}
+
+void __SCPreferences::Forget()
+{
+    mValues.clear();
+    mList = PropertyList();
+    mBytes.clear();
+    mIsAccessed = mIsChanged = mIsUnreadable = false;
+}
+
+void __SCPreferences::Access()
+{
+    if (mIsAccessed) { return; }
+    const int error = ReadWholeFile(mPath.c_str(), PROPERTY_LIST_MAX_BYTES, &mBytes, &mSignature);
+    if (error == 0) {
+        const PropertyListFault fault = mList.Read(mBytes);
+        mIsUnreadable = fault != PropertyListFault::None && fault != PropertyListFault::Empty;
+    } else {
+        mIsUnreadable = error != ENOENT;
+    }
+    mIsAccessed = true;
+}
+
+CFTypeRef __SCPreferences::Get(CFStringRef key)
+{
+    Access();
+    const auto found = mValues.find(key->mText);
+    if (found != mValues.end()) { return found->second.object.get(); }
+    CFOwned<CFTypeRef> object(mList.CopyValue(key->mText.c_str()));
+    return object ? (mValues[key->mText].object = std::move(object)).get() : nullptr;
+}
+
+void __SCPreferences::Set(CFStringRef key, CFTypeRef object)
+{
+    Access();
+    Value &value = mValues[key->mText];
+    value.object.reset(CFRetain(object));
+    value.isChanged = mIsChanged = true;
+}
+
+int __SCPreferences::Commit()
+{
+    const bool wasLocked = mLock.IsLocked();
+    const int lockError = wasLocked ? kSCStatusOK : Lock(true);
+    if (lockError != kSCStatusOK) { return lockError; }
+    const int error = mIsChanged ? Guarded([this] { return WriteChanges(); }) : kSCStatusOK;
+    if (!wasLocked) { mLock.Unlock(); }
+    return error;
+}
+
+int __SCPreferences::WriteChanges()
+{
+    if (mIsUnreadable) { return kSCStatusFailed; }
+    for (const auto &[key, value] : mValues) {
+        if (!value.isChanged) { continue; }
+        if (mList.SetValue(key.c_str(), value.object.get()) != PropertyListFault::None) {
+            return kSCStatusFailed;
+        }
+    }
+    std::string bytes;
+    if (mList.Write(&bytes) != PropertyListFault::None) { return kSCStatusFailed; }
+    const int error = ReplaceFile(mPath, bytes, mBytes, &mSignature);
+    if (error != 0) { return error; }
+    mBytes = std::move(bytes);
+    for (auto &[key, value] : mValues) {
+        value.isChanged = false;
+    }
+    mIsChanged = false;
+    return kSCStatusOK;
+}
+
+extern "C" int SCError(void) { return sError; }
+
+extern "C" SCPreferencesRef SCPreferencesCreate(CFAllocatorRef, CFStringRef, CFStringRef prefsID)
+{
+    SCPreferencesRef session = nullptr;
+    const int status = Guarded([&]() -> int {
+        std::string path = PathOf(prefsID);
+        const int accessStatus = AccessStatus(path.c_str());
+        if (accessStatus == kSCStatusOK || accessStatus == kSCStatusNoConfigFile) {
+            session = new __SCPreferences(std::move(path));
+        }
+        return accessStatus;
+    });
+    if (status != kSCStatusOK) { sError = status; }
+    return session;
+}
+
+extern "C" Boolean SCPreferencesLock(SCPreferencesRef prefs, Boolean wait)
+{
+    if (prefs == nullptr) { return Fail(kSCStatusNoPrefsSession); }
+    __SCPreferences *session = Session(prefs, __func__);
+    const int error = Guarded([&] { return session->Lock(wait); });
+    return error == kSCStatusOK || Fail(error);
+}
+
+extern "C" Boolean SCPreferencesUnlock(SCPreferencesRef prefs)
+{
+    if (prefs == nullptr) { return Fail(kSCStatusNoPrefsSession); }
+    __SCPreferences *session = Session(prefs, __func__);
+    if (!session->mLock.IsLocked()) { return Fail(kSCStatusNeedLock); }
+    session->mLock.Unlock();
+    return true;
+}
+
+extern "C" CFPropertyListRef SCPreferencesGetValue(SCPreferencesRef prefs, CFStringRef key)
+{
+    CFTypeRef value = nullptr;
+    if (prefs == nullptr) {
+        Fail(kSCStatusNoPrefsSession);
+        return nullptr;
+    }
+    __SCPreferences *session = Session(prefs, __func__);
+    CFRequire(key, CF_TYPE_STRING, __func__);
+    const int error = Guarded([&]() -> int {
+        value = session->Get(key);
+        return value ? kSCStatusOK : kSCStatusNoKey;
+    });
+    if (error != kSCStatusOK) { Fail(error); }
+    return value;
+}
+
+extern "C" Boolean SCPreferencesSetValue(SCPreferencesRef prefs, CFStringRef key,
+                                         CFPropertyListRef value)
+{
+    if (prefs == nullptr) { return Fail(kSCStatusNoPrefsSession); }
+    __SCPreferences *session = Session(prefs, __func__);
+    CFRequire(key, CF_TYPE_STRING, __func__);
+    const int error = Guarded([&]() -> int {
+        session->Set(key, value);
+        return kSCStatusOK;
+    });
+    return error == kSCStatusOK || Fail(error);
+}
+
+extern "C" Boolean SCPreferencesCommitChanges(SCPreferencesRef prefs)
+{
+    if (prefs == nullptr) { return Fail(kSCStatusNoPrefsSession); }
+    __SCPreferences *session = Session(prefs, __func__);
+    const int error = Guarded([&] { return session->Commit(); });
+    return error == kSCStatusOK || Fail(error);
+}
+
+extern "C" void SCPreferencesSynchronize(SCPreferencesRef prefs)
+{
+    if (prefs == nullptr) {
+        Fail(kSCStatusNoPrefsSession);
+        return;
+    }
+    Session(prefs, __func__)->Forget();
+}

@@ -1,0 +1,52 @@
+// commitOnce FILE [unlocked] -- takes "disk" out of EnabledServices, or puts it in when it is not
+// there, and commits.  Locked around all of it, or, "unlocked", only in the commit.
+// Exit status: 0 committed; 1 not committed, with SCError() on stderr; 2 not even tried.
+#include <SystemConfiguration/SystemConfiguration.h>
+
+#include <cstdio>
+#include <cstring>
+
+static int Failed(int status)
+{
+    fprintf(stderr, "commitOnce: %d\n", SCError());
+    return status;
+}
+
+static CFMutableArrayRef CopyToggled(CFTypeRef services)
+{
+    if (services == nullptr) {
+        CFMutableArrayRef array = CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks);
+        CFArrayAppendValue(array, CFSTR("disk"));
+        return array;
+    }
+    const CFArrayRef before = static_cast<CFArrayRef>(services);
+    CFMutableArrayRef array = CFArrayCreateMutableCopy(nullptr, 0, before);
+    const CFRange all = CFRangeMake(0, CFArrayGetCount(before));
+    const CFIndex at = CFArrayGetFirstIndexOfValue(before, all, CFSTR("disk"));
+    if (at == kCFNotFound) {
+        CFArrayAppendValue(array, CFSTR("disk"));
+    } else {
+        CFArrayRemoveValueAtIndex(array, at);
+    }
+    return array;
+}
+
+int main(int argc, char **argv)
+{
+    if (argc < 2) { return 2; }
+    const CFStringRef path = CFStringCreateWithCString(nullptr, argv[1], kCFStringEncodingUTF8);
+    const SCPreferencesRef session = SCPreferencesCreate(nullptr, CFSTR("commitOnce"), path);
+    CFRelease(path);
+    if (session == nullptr) { return Failed(2); }
+    if (argc < 3 && !SCPreferencesLock(session, true)) {
+        CFRelease(session);
+        return Failed(2);
+    }
+    const CFMutableArrayRef array =
+        CopyToggled(SCPreferencesGetValue(session, CFSTR("EnabledServices")));
+    SCPreferencesSetValue(session, CFSTR("EnabledServices"), array);
+    CFRelease(array);
+    const int status = SCPreferencesCommitChanges(session) ? 0 : Failed(1);
+    CFRelease(session);
+    return status;
+}

@@ -1,0 +1,313 @@
+"""A commit that is killed, or refused by the kernel, at every one of its system calls.
+
+strace records one undisturbed run and is then told to strike at each call of it in turn, by name and
+ordinal.  Whatever happens, the file is whole, old or new, and the next run works.  A kill leaves the
+kernel's memory whole, so what a power failure would do is judged by the order of the calls instead.
+
+COMMIT_ONCE is the program that commits.  Needs root and strace.
+"""
+
+import collections
+import os
+import plistlib
+import random
+import re
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+from pathlib import Path
+
+COMMIT_ONCE = os.environ["COMMIT_ONCE"]
+KEY = "EnabledServices"
+OTHERS = {"ServerDescription": "a & b\rc", "MaxClients": 100, "wins server": [{"": b"\0"}], "ratio": 0.1}
+CALL = re.compile(r"(?:\d+ +)?(\w+)\(")  # one line of a log
+MODE = 0o640
+
+# What each call may plausibly fail with; calls that are not here are about memory or cannot fail.
+ERRORS = {
+    "access": ["EACCES", "EIO"],
+    "close": ["EIO"],
+    "fchmod": ["EPERM", "EIO"],
+    "fchown": ["EPERM", "EIO"],
+    "flock": ["ENOLCK", "EINTR"],
+    "fstat": ["EIO"],
+    "fsync": ["EIO", "ENOSPC", "EDQUOT"],
+    "ftruncate": ["EIO"],
+    "lseek": [],
+    "newfstatat": ["EIO", "EACCES"],
+    "open": ["EACCES", "EMFILE", "ENOSPC", "EIO"],
+    "openat": ["EACCES", "EMFILE", "ENOSPC", "EIO"],
+    "read": ["EIO", "EINTR"],
+    "rename": ["ENOSPC", "EXDEV", "EIO"],
+    "renameat": ["ENOSPC", "EXDEV", "EIO"],
+    "renameat2": ["ENOSPC", "EXDEV", "EIO"],
+    "stat": ["EIO", "EACCES"],
+    "unlink": ["EIO"],
+    "unlinkat": ["EIO"],
+    "write": ["ENOSPC", "EDQUOT", "EIO", "EINTR"],
+}
+NO_FAILURES = {"brk", "exit_group", "getegid", "geteuid", "getpid", "mmap", "mprotect", "munmap", "futex", "getrandom",
+               "prlimit64", "write_to_stderr"}
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name).resolve()
+        self.path = self.folder / "com.apple.smb.server.plist"
+        self.log = self.folder.parent / (self.folder.name + ".log")
+        self.addCleanup(self.log.unlink, missing_ok=True)
+
+    def put(self, start):
+        """The file before a run: its format and services, or None for no file."""
+        for path in self.folder.iterdir():
+            path.unlink()
+        if start is not None:
+            form, services = start
+            value = dict(OTHERS, **{KEY: services})
+            if form == plistlib.FMT_XML:  # plistlib writes no carriage returns
+                value["ServerDescription"] = "a & b"
+            self.path.write_bytes(plistlib.dumps(value, fmt=form))
+            self.path.chmod(MODE)
+        self.before = self.path.read_bytes() if start is not None else None
+
+    def run_once(self, *options, mode=()):
+        """One run, under strace when there are options for it."""
+        strace = ["strace", "-qq", "-o", str(self.log), *options] if options else []
+        return subprocess.run([*strace, COMMIT_ONCE, str(self.path), *mode], capture_output=True, text=True, timeout=60)
+
+    def calls(self, *options):
+        """The log of an undisturbed run, a line for each call."""
+        run = self.run_once("-e", "trace=all", *options)
+        self.assertEqual(run.returncode, 0, run.stderr)
+        return [line for line in self.log.read_text().splitlines() if CALL.match(line)]
+
+    def points(self, lines):
+        """Each call as (name, ordinal, line)."""
+        counts = collections.Counter()
+        for line in lines:
+            name = CALL.match(line).group(1)
+            counts[name] += 1
+            yield name, counts[name], line
+
+    def outcome(self, start, point):
+        """"old" or "new"; anything else is a failure."""
+        present = self.path.read_bytes() if self.path.exists() else None
+        if present == self.before:
+            return "old"
+        self.assertIsNotNone(present, f"{point}: the file is gone")
+        value = plistlib.loads(present)
+        services = value.pop(KEY)
+        if start is None:
+            self.assertEqual((value, services), ({}, ["disk"]), point)
+            return "new"
+        form, old = start
+        self.assertEqual(services, [s for s in old if s != "disk"] if "disk" in old else old + ["disk"], point)
+        before = plistlib.loads(self.before)
+        del before[KEY]
+        self.assertEqual(value, before, point)
+        self.assertEqual(present.startswith(b"bplist00"), form == plistlib.FMT_BINARY, point)
+        self.assertEqual(self.path.stat().st_mode & 0o7777, MODE, point)
+        return "new"
+
+    def judge_the_next_run(self, start, outcome, point):
+        services = (start[1] if start else None) if outcome == "old" else plistlib.loads(self.path.read_bytes())[KEY]
+        expected = ["disk"] if services is None else [s for s in services if s != "disk"] if "disk" in services else services + ["disk"]
+        run = self.run_once()
+        self.assertEqual(run.returncode, 0, f"{point}: {run.stderr}")
+        self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], expected, point)
+        self.assertEqual([path.name for path in self.folder.iterdir()], [self.path.name], point)
+
+
+STARTS = {
+    "no file": None,
+    "without the service": (plistlib.FMT_XML, ["print"]),
+    "with the service": (plistlib.FMT_XML, ["print", "disk"]),
+    "binary": (plistlib.FMT_BINARY, []),
+}
+
+
+class KilledAnywhere(Case):
+    def test_the_file_is_whole_and_the_next_run_works(self):
+        for name, start in STARTS.items():
+            with self.subTest(name):
+                self.put(start)
+                outcomes, leftovers = collections.Counter(), collections.Counter()
+                for call, ordinal, _ in list(self.points(self.calls()))[1:]:  # the first is strace's own execve
+                    point = f"{call} {ordinal}"
+                    self.put(start)
+                    run = self.run_once("-e", f"trace={call}", "-e", f"inject={call}:signal=KILL:when={ordinal}")
+                    self.assertEqual(run.returncode, -signal.SIGKILL, f"{point}: not killed")
+                    outcome = self.outcome(start, point)
+                    outcomes[outcome] += 1
+                    leftovers.update(path.suffix for path in self.folder.iterdir())
+                    self.judge_the_next_run(start, outcome, point)
+                print(f"killed, {name}: {dict(outcomes)}, left behind: {dict(leftovers)}")
+                self.assertGreater(sum(outcomes.values()), 40)
+                self.assertGreater(outcomes["old"], 10)
+                self.assertGreater(outcomes["new"], 3)
+                self.assertGreater(leftovers[".plist-lock"], 10)
+                self.assertGreater(leftovers[".plist-new"], 3)
+
+
+class RefusedAnywhere(Case):
+    def own_points(self):
+        """The calls from the first one that names the file; before, the program is only being loaded."""
+        points = list(self.points(self.calls()))
+        first = next(i for i, point in enumerate(points) if str(self.path) in point[2] and point[0] != "execve")
+        for call, ordinal, line in points[first:]:
+            self.assertTrue(call in ERRORS or call in NO_FAILURES, f"no errors are known for {line}")
+            for error in ERRORS.get(call, []):
+                yield call, ordinal, error
+
+    def test_success_means_new_and_failure_means_old(self):
+        for name, start in STARTS.items():
+            with self.subTest(name):
+                self.put(start)
+                outcomes = collections.Counter()
+                for call, ordinal, error in list(self.own_points()):
+                    point = f"{call} {ordinal} {error}"
+                    self.put(start)
+                    run = self.run_once("-e", f"trace={call}", "-e", f"inject={call}:error={error}:when={ordinal}")
+                    self.assertIn("(INJECTED)", self.log.read_text(), point)
+                    self.assertIn(run.returncode, (0, 1, 2), f"{point}: {run.stderr}")
+                    outcome = self.outcome(start, point)
+                    self.assertEqual(outcome, "new" if run.returncode == 0 else "old", point)
+                    outcomes[outcome] += 1
+                    if error == "EINTR":
+                        self.assertEqual(run.returncode, 0, f"{point}: tried again")
+                    if call != "unlink":
+                        self.assertFalse(Path(f"{self.path}-new").exists(), point)
+                        self.assertFalse(Path(f"{self.path}-lock").exists() and run.returncode == 1, point)
+                    self.judge_the_next_run(start, outcome, point)
+                print(f"refused, {name}: {dict(outcomes)}")
+                self.assertGreater(sum(outcomes.values()), 35)
+                self.assertGreater(outcomes["old"], 20)
+                self.assertGreater(outcomes["new"], 5)
+
+    def failing_with(self, call, error, path):
+        self.put(STARTS["without the service"])
+        run = self.run_once("-e", f"trace={call}", "-P", str(path), "-e", f"inject={call}:error={error}")
+        self.assertIn("(INJECTED)", self.log.read_text())
+        return run
+
+    def test_the_reason_is_told(self):
+        for call, error, path in (("fsync", "EIO", f"{self.path}-new"), ("rename", "ENOSPC", f"{self.path}-new"), ("fchmod", "EPERM", f"{self.path}-new"),
+                                  ("write", "EDQUOT", f"{self.path}-new"), ("openat", "EMFILE", f"{self.path}-new"), ("close", "EIO", f"{self.path}-new"),
+                                  ("fsync", "EIO", self.folder)):
+            with self.subTest(f"{call} {path}"):
+                run = self.failing_with(call, error, path)
+                number = {"EIO": 5, "ENOSPC": 28, "EPERM": 1, "EDQUOT": 122, "EMFILE": 24}[error]
+                self.assertEqual((run.returncode, run.stderr), (1, f"commitOnce: {number}\n"))
+
+    def test_a_folder_that_cannot_be_made_durable_gets_its_old_file_back(self):
+        for name, start in STARTS.items():
+            with self.subTest(name):
+                self.put(start)
+                run = self.run_once("-e", "trace=fsync", "-P", str(self.folder), "-e", "inject=fsync:error=EIO")
+                self.assertIn("(INJECTED)", self.log.read_text())
+                self.assertEqual(run.returncode, 1)
+                self.assertEqual(self.path.read_bytes() if self.path.exists() else None, self.before)
+                if start:
+                    self.assertEqual(self.path.stat().st_mode & 0o7777, MODE)
+
+    def test_short_writes_are_continued(self):
+        # A full disk that takes a part first: the kernel says so by a short count.
+        self.put(STARTS["without the service"])
+        big = plistlib.dumps({KEY: [], "x": "y" * 300000})
+        self.path.write_bytes(big)
+        self.before = big
+        limit = 100000
+        run = subprocess.run(["prlimit", f"--fsize={limit}", "sh", "-c", 'trap "" XFSZ; exec "$0" "$1"', COMMIT_ONCE, str(self.path)],
+                             capture_output=True, text=True, timeout=60)
+        self.assertEqual((run.returncode, run.stderr), (1, "commitOnce: 27\n"))  # EFBIG, after a short write
+        self.assertEqual(self.path.read_bytes(), big)
+        self.assertEqual([path.name for path in self.folder.iterdir()], [self.path.name])
+
+
+class CallsOfACommit(Case):
+    """What a power failure would find is decided by the order of these."""
+
+    def commit_calls(self):
+        self.put(STARTS["without the service"])
+        lines = self.calls("-y", "-P", str(self.path), "-P", f"{self.path}-new", "-P", str(self.folder))
+        return [line.replace(str(self.path), "FILE").replace(str(self.folder), "FOLDER") for line in lines if "commitOnce" not in line]
+
+    def test_data_is_durable_before_its_name_and_the_name_before_success(self):
+        calls = self.commit_calls()
+
+        def only(pattern):
+            found = [i for i, line in enumerate(calls) if re.match(pattern, line)]
+            self.assertEqual(len(found), 1, f"{pattern} in {calls}")
+            return found[0]
+        order = [only(r"write\(\d+<FILE-new>"), only(r"fsync\(\d+<FILE-new>"), only(r"close\(\d+<FILE-new>"),
+                 only(r'rename\("FILE-new", "FILE"\)'), only(r"fsync\(\d+<FOLDER>")]
+        self.assertEqual(order, sorted(order), calls)
+
+    def test_there_is_none_too_many(self):
+        calls = [CALL.match(line).group(1) for line in self.commit_calls()]
+        counts = collections.Counter("stat" if name in ("newfstatat", "fstat", "stat") else name for name in calls)
+        # Read: open, stat, read, close.  Commit: the stat for owner and mode, the folder, the new file with the
+        # stat for its signature.
+        self.assertEqual(counts, {"access": 1, "openat": 3, "stat": 3, "read": 1, "fchown": 1, "fchmod": 1, "write": 1,
+                                  "fsync": 2, "rename": 1, "close": 3}, calls)
+
+
+class TwoAtOnce(Case):
+    ROUNDS = 25
+
+    def race(self, mode):
+        """Two runs with delays of their own; the number of those that committed."""
+        runs = []
+        for i in range(2):
+            delays = [f"-einject={call}:delay_enter={random.randrange(5000)}" for call in ("flock", "fsync", "rename", "unlink")]
+            runs.append(subprocess.Popen(["strace", "-qq", "-o", f"{self.log}{i}", "-e", "trace=flock,fsync,rename,unlink", *delays,
+                                          COMMIT_ONCE, str(self.path), *mode], stderr=subprocess.PIPE, text=True))
+            self.addCleanup(Path(f"{self.log}{i}").unlink, missing_ok=True)
+        errors = [run.communicate(timeout=60)[1] for run in runs]
+        for run, error in zip(runs, errors):
+            self.assertIn((run.returncode, error), ((0, ""), (1, "commitOnce: 3005\n")))
+        self.assertIn("(DELAYED)", Path(f"{self.log}0").read_text())
+        return sum(run.returncode == 0 for run in runs)
+
+    def test_with_the_lock_around_it_both_changes_count(self):
+        for _ in range(self.ROUNDS):
+            self.put(STARTS["without the service"])
+            self.assertEqual(self.race([]), 2)
+            self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print"])
+
+    def test_without_it_the_later_one_is_stale(self):
+        counts = collections.Counter()
+        for _ in range(self.ROUNDS):
+            self.put(STARTS["without the service"])
+            committed = self.race(["unlocked"])
+            counts[committed] += 1
+            self.assertGreaterEqual(committed, 1)
+            self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print", "disk"] if committed == 1 else ["print"])
+            self.assertEqual([path.name for path in self.folder.iterdir()], [self.path.name])
+        self.assertGreater(counts[1], 0, "the two never met")
+
+    def test_whoever_waits_goes_on_when_the_holder_is_killed(self):
+        self.put(STARTS["without the service"])
+        holder = subprocess.Popen(["strace", "-qq", "-o", str(self.log), "-e", "trace=fsync", "-e", "inject=fsync:delay_enter=3000000",
+                                   COMMIT_ONCE, str(self.path)])
+        self.addCleanup(holder.wait)
+        new = Path(f"{self.path}-new")
+        deadline = time.monotonic() + 10
+        while not (new.exists() and new.stat().st_size > 0):
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.01)
+        waiting = subprocess.Popen([COMMIT_ONCE, str(self.path)])
+        time.sleep(0.2)
+        self.assertIsNone(waiting.poll(), "it did not wait")
+        # It dies at the end of the delay: strace holds it until then.
+        os.kill(int(Path(f"{self.path}-lock").read_text()), signal.SIGKILL)
+        self.assertEqual(waiting.wait(10), 0)
+        self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print", "disk"])
+
+
+if __name__ == "__main__":
+    unittest.main()
