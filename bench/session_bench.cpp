@@ -54,7 +54,8 @@ long Run(const char *const argv[], int wantedStatus)
     }
     int status = -1;
     rusage usage = {};
-    if (wait4(child, &status, 0, &usage) != child || WEXITSTATUS(status) != wantedStatus) {
+    if (wait4(child, &status, 0, &usage) != child || !WIFEXITED(status) ||
+        WEXITSTATUS(status) != wantedStatus) {
         Fail(std::string("not the wanted status: ") + argv[0]);
     }
     return usage.ru_maxrss;

@@ -4,8 +4,9 @@
 //
 // Starts TOOL with a pipe on each of its standard streams, waits for its sharing result, runs
 // COMMAND, closes the tool's standard input and reads how the clean-up went.  Everything the tool
-// says is shown as it comes, marked with the stream it came from.  Exit status: COMMAND's when the
-// tool shared and cleaned up, 1 otherwise.
+// says is shown as it comes, marked with the stream it came from.  Exit status: COMMAND's (1 when a
+// signal ended it, 127 when there is no such command) if the tool shared and cleaned up; 1 if it
+// did not; 2 for wrong arguments.
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -45,7 +46,8 @@ Pipe MakePipe()
 pid_t StartTool(char *const argv[], const Pipe &input, const Pipe &output, const Pipe &errors)
 {
     const pid_t tool = fork();
-    if (tool != 0) { return tool == -1 ? (Fail("fork"), -1) : tool; }
+    if (tool == -1) { Fail("fork"); }
+    if (tool != 0) { return tool; }
     // Out of reach of the terminal's Ctrl-C: it is to end us, and the closing pipe the share.
     setpgid(0, 0);
     dup2(input.readEnd, STDIN_FILENO);
@@ -70,6 +72,7 @@ int RunCommand(char *const argv[])
     const pid_t command = fork();
     if (command == -1) { Fail("fork"); }
     if (command == 0) {
+        signal(SIGPIPE, SIG_DFL); // ignoring it is our way, not the command's
         execvp(argv[0], argv);
         perror(argv[0]);
         _exit(127);
@@ -148,7 +151,7 @@ int main(int argc, char **argv)
     const auto onLine = [&](const std::string &line) {
         if (const int status = ResultOf(line, " is the sharing result"); status >= 0) {
             sharingResult = status;
-            if (status == 0) {
+            if (status == 0 && !user.joinable()) {
                 user = std::thread([&] {
                     commandStatus = RunCommand(command);
                     close(input.writeEnd); // this ends the share
@@ -160,12 +163,19 @@ int main(int argc, char **argv)
         }
     };
 
+    // Standard error is for people and anybody may write to it; only the other one is the protocol.
+    const auto show = [](const std::string &) {};
+
     LineReader readers[] = {{output.readEnd, "stdout"}, {errors.readEnd, "stderr"}};
     pollfd polls[] = {{readers[0].Fd(), POLLIN, 0}, {readers[1].Fd(), POLLIN, 0}};
     for (int open = 2; open > 0;) {
-        if (poll(polls, 2, -1) == -1 && errno != EINTR) { Fail("poll"); }
+        if (poll(polls, 2, -1) == -1) {
+            if (errno != EINTR) { Fail("poll"); }
+            continue;
+        }
         for (int i = 0; i < 2; i++) {
-            if (polls[i].revents != 0 && !readers[i].Read(onLine)) {
+            if (polls[i].revents != 0 &&
+                !(i == 0 ? readers[i].Read(onLine) : readers[i].Read(show))) {
                 polls[i].fd = -1; // poll passes over it
                 open--;
             }

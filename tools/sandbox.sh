@@ -6,28 +6,26 @@
 # which die with it, and its network, which is a loopback that nobody else is on.
 #   --bind OUTSIDE INSIDE   shows the real folder OUTSIDE at INSIDE; what is written there stays
 #
-# As root the root file system is a copy-on-write overlay, and everything works in it.  As an
-# ordinary user it is put together read-only with bubblewrap, with private /Library, /etc, /tmp and
-# /run: the command believes it is root, but there is one user number only, so no users can be made
-# and no Samba can run.  The command can ask "sandbox.sh --can users" which of the two it would get.
+# The root file system is a copy-on-write overlay.  Only root can make one, on a kernel that lets it;
+# "sandbox.sh --works" tells, by its status, whether that is so here.
 #
 # Exit status: the command's; 125 when the sandbox could not be made, with the reason on stderr.
 set -eu
 
 say() { printf 'sandbox.sh: %s\n' "$1" >&2; }
 
-# Prints "OUTSIDE INSIDE" pairs that every sandbox needs: the project, when it lies on a file system
-# of its own, which an overlay of / would show as an empty folder.
+# Shown as it is even where it lies on a file system of its own, of which an overlay of / would have
+# an empty folder.
 project=$(cd "$(dirname "$0")/.." && pwd -P)
 
-runAsRoot() {
+runInside() {
     # The folder lies on the host for as long as the sandbox runs; only a mount point, always empty.
     scratch=$(mktemp -d) || return 125
     trap 'rmdir "$scratch"' EXIT
     trap 'exit 129' HUP; trap 'exit 130' INT; trap 'exit 143' TERM
     PELAGO_SCRATCH=$scratch PELAGO_PROJECT=$project PELAGO_BINDS=$binds \
         unshare --mount --pid --net --ipc --fork --kill-child --propagation private \
-        sh -c "$insideAsRoot" sandbox "$@" <&3 3<&- &
+        sh -c "$insideProgram" sandbox "$@" <&3 3<&- &
     inner=$!
     status=0
     trap 'kill "$inner" 2>/dev/null || :; wait "$inner" || :; exit 129' HUP
@@ -39,7 +37,7 @@ runAsRoot() {
 
 # Runs as process 1 of the sandbox, and stays: it is what reaps the orphans of daemons.
 # shellcheck disable=SC2016 # expanded by the inner shell
-insideAsRoot='
+insideProgram='
 set -eu
 fail() { printf "sandbox.sh: %s\n" "$1" >&2; exit 125; }
 base=$PELAGO_SCRATCH project=$PELAGO_PROJECT binds=$PELAGO_BINDS
@@ -77,40 +75,11 @@ status=0
 exit "$status"
 '
 
-runAsOrdinaryUser() {
-    private=$(mktemp -d) || return 125
-    trap 'rm -rf "$private"' EXIT
-    trap 'exit 129' HUP; trap 'exit 130' INT; trap 'exit 143' TERM
-    mkdir "$private/Library" "$private/etc"
-    cp -R /etc/. "$private/etc" 2>/dev/null || : # what only root may read is not needed
-    cwd=$(pwd -P)
-    set -- -- "$@"
-    while [ -n "$binds" ]; do
-        outside=${binds%%"$newline"*} binds=${binds#*"$newline"}
-        inside=${binds%%"$newline"*} binds=${binds#*"$newline"}
-        set -- --bind "$outside" "$inside" "$@"
-    done
-    set -- --bind "$private/Library" /Library --bind "$private/etc" /etc \
-        --ro-bind "$project" "$project" --chdir "$cwd" "$@"
-    for top in /*; do
-        case $top in /proc | /dev | /run | /tmp | /Library | /etc) continue ;; esac
-        if [ -L "$top" ]; then
-            set -- --symlink "$(readlink "$top")" "$top" "$@"
-        elif [ -r "$top" ]; then
-            set -- --ro-bind "$top" "$top" "$@"
-        fi
-    done
-    status=0
-    bwrap --die-with-parent --unshare-user --uid 0 --gid 0 --unshare-pid --unshare-net \
-        --proc /proc --dev /dev --tmpfs /run --tmpfs /tmp --unsetenv TMPDIR "$@" || status=$?
-    return "$status"
-}
-
 newline='
 '
 binds=
-if [ "${1-}" = --can ]; then
-    [ "${2-}" = users ] && [ "$(id -u)" -eq 0 ] && "$0" true 2>/dev/null
+if [ "${1-}" = --works ]; then
+    "$0" true 2>/dev/null
     exit
 fi
 while [ "${1-}" = --bind ] && [ "$#" -ge 3 ]; do
@@ -118,10 +87,6 @@ while [ "${1-}" = --bind ] && [ "$#" -ge 3 ]; do
     shift 3
 done
 [ "$#" -gt 0 ] || { say 'usage: sandbox.sh [--bind OUTSIDE INSIDE]... COMMAND [ARG...]'; exit 125; }
-
-if [ "$(id -u)" -eq 0 ]; then
-    exec 3<&0 # a background job would get /dev/null for its standard input
-    runAsRoot "$@"
-else
-    runAsOrdinaryUser "$@"
-fi
+[ "$(id -u)" -eq 0 ] || { say 'only root can make a machine of its own'; exit 125; }
+exec 3<&0 # a background job would get /dev/null for its standard input
+runInside "$@"

@@ -6,9 +6,9 @@
 set -eu
 
 PACKAGES="
-    bubblewrap clang clang-format clang-tidy cmake g++ icu-devtools inotify-tools iproute2
+    clang clang-format clang-tidy cmake g++ icu-devtools inotify-tools iproute2
     libbenchmark-dev libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev
-    libplist-utils ninja-build pkg-config procps python3 samba shellcheck smbclient strace util-linux
+    libplist-utils llvm-14 ninja-build pkg-config procps python3 samba shellcheck smbclient strace util-linux
 "
 
 fail() { printf 'setup.sh: %s\n' "$1" >&2; exit 1; }
@@ -26,6 +26,8 @@ for package in $PACKAGES; do
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
         missing="$missing $package"
 done
+# The cross compiler comes through npm; any that is there will do.
+command -v npm >/dev/null || missing="$missing npm"
 if [ -z "$missing" ]; then
     say 'every package is installed'
     exit 0

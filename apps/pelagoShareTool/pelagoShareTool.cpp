@@ -43,6 +43,7 @@ struct Request {
     const char *access; // the add-share script's business
 };
 
+// The library's own guards are its own business.
 struct FreeBlock {
     void operator()(char *block) const { free(block); }
 };
@@ -66,8 +67,10 @@ void SettleProcess()
     }
     // With SIGCHLD ignored a script's result would be lost.
     signal(SIGCHLD, SIG_DFL);
-    // A caller that died is the reason to clean up, not to be killed at the first message.
+    // A caller that died is the reason to clean up, not to be killed at the first message; and a
+    // limit on the size of files is to fail a commit, not to kill us in it.
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
 }
 
 CFRange FullRange(CFArrayRef array) { return CFRangeMake(0, CFArrayGetCount(array)); }
@@ -92,12 +95,13 @@ std::optional<bool> IsFileSharingEnabled(SCPreferencesRef prefs)
     return CFArrayContainsValue(array, FullRange(array), CFSTR("disk"));
 }
 
-// Stores services and writes the preferences; says what failed in the name of caller, doing what.
+// Stores services and writes the preferences.  What fails is told in the name of caller; setFailure
+// is its text for a value that cannot be stored.
 bool CommitServices(SCPreferencesRef prefs, CFArrayRef services, const char *caller,
-                    const char *doing)
+                    const char *setFailure)
 {
     if (!SCPreferencesSetValue(prefs, CFSTR("EnabledServices"), services)) {
-        fprintf(stderr, "%s: error while %s file sharing\n", caller, doing);
+        fprintf(stderr, "%s: %s\n", caller, setFailure);
         return false;
     }
     if (!SCPreferencesCommitChanges(prefs)) {
@@ -126,7 +130,7 @@ bool EnableFileSharing(SCPreferencesRef prefs)
         CFArrayAppendArray(services.get(), array, FullRange(array));
     }
     CFArrayAppendValue(services.get(), CFSTR("disk"));
-    return CommitServices(prefs, services.get(), __func__, "enabling");
+    return CommitServices(prefs, services.get(), __func__, "error while enabling file sharing");
 }
 
 bool DisableFileSharing(SCPreferencesRef prefs)
@@ -148,7 +152,7 @@ bool DisableFileSharing(SCPreferencesRef prefs)
         return false;
     }
     CFArrayRemoveValueAtIndex(services.get(), disk); // one: a second "disk" is somebody else's
-    return CommitServices(prefs, services.get(), __func__, "disabling");
+    return CommitServices(prefs, services.get(), __func__, "error while disabling file sharing");
 }
 
 // Finds out whether the SMB service is on, and switches it on when it is not.  Returns whether it

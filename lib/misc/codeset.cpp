@@ -1,4 +1,4 @@
-// codeset.cpp -- conversion between encodings: whether ICU does it.
+// codeset.cpp -- the code-set layer: whether ICU is used.
 #include "codeset.h"
 
 #include "codesetInt.h"

@@ -58,8 +58,8 @@ constexpr LocationConfig LOCATION_CONFIG = {
     LOCATION_ENTRIES,
 };
 
-constexpr size_t LAST_USED_SIZE =
-    1024; // bytes of the last-used file that are looked at, with a NUL
+// How many bytes of the last-used file are looked at, with a NUL.
+constexpr size_t LAST_USED_SIZE = 1024;
 
 uint32_t sUpCount; // 0: this program is not inside the bundle
 

@@ -1,5 +1,5 @@
 /*
- * codeset.h -- conversion between encodings: whether ICU does it.
+ * codeset.h -- the code-set layer: whether ICU is used.
  * Programs call Unicode_Init() of unicode.h, which calls this.
  */
 #ifndef PELAGO_CODESET_H

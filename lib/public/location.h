@@ -14,20 +14,21 @@ extern "C" {
 #endif
 
 /*
- * Declares the calling program.  Call it first thing in main(), before there are other threads.  An
- * unknown tag, or a second call, is told of in a Warning and takes effect all the same; an unknown
- * tag leaves the program one outside the bundle.
+ * Declares the calling program by its tag, not NULL.  Call it first thing in main(), before there
+ * are other threads.  An unknown tag, or a second call, is told of in a Warning and takes effect
+ * all the same; an unknown tag leaves the program one outside the bundle.
  */
 void Location_Init(const char *processTag);
 
 /*
- * The full path for key, which the caller releases with free().  NULL, silently, for a key that is
- * not known, and after a Warning that says why when the root cannot be found.  The root is looked
- * for anew on every call, from any thread.
+ * The full path for key, which is not NULL; the caller releases it with free().  NULL, silently,
+ * for a key that is not known or when memory runs out at the end, and after a Warning that says why
+ * when the root cannot be found.  The root is looked for anew on every call, from any thread.
  */
 char *Location_Get(const char *key);
 
-/* The constant path for key below the root; "" for the root itself, NULL for an unknown key. */
+/* The constant path for key, which is not NULL, below the root; "" for the root itself, NULL for an
+ * unknown key. */
 const char *Location_GetRelative(const char *key);
 
 /* The constant path of the file in which the product notes the root that it was last used from. */

@@ -15,7 +15,7 @@ extern "C" {
 #endif
 
 /* realpath(): the canonical absolute path, which the caller releases with free(); NULL with errno
- * when there is no such file, or EINVAL for a NULL path. */
+ * when it cannot be had: ENOENT when there is no such file, EINVAL for a NULL path. */
 Unicode Posix_RealPath(const char *path);
 
 #ifdef __cplusplus

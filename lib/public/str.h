@@ -19,6 +19,7 @@ extern "C" {
  */
 char *Str_Asprintf(size_t *lengthOut, const char *format, ...)
     __attribute__((format(printf, 2, 3)));
+/* The same with the values in a list, which is used up. */
 char *Str_Vasprintf(size_t *lengthOut, const char *format, va_list arguments)
     __attribute__((format(printf, 2, 0)));
 

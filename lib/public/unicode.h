@@ -12,13 +12,10 @@ extern "C" {
 typedef char *Unicode;
 
 /*
- * Makes conversions between encodings ready, once a process; call it before any of them and after
- * Location_Init().  Later calls return at once.  Several threads may call it together: one does the
- * work, the others wait for it in steps of a quarter of a second.
- *
- * With ICU's data file in the product's ICU folder, conversions go through ICU; without it they use
- * a converter of the library's own that knows the Unicode forms and ASCII only.  Which of the two
- * it is, is no failure and is not told.
+ * Decides, once a process, whether ICU is used: it is when ICU's data file lies in the product's
+ * ICU folder, and ICU is told of the file then.  Going without is no failure and is not told.  Call
+ * it after Location_Init().  Later calls return at once.  Several threads may call it together: one
+ * does the work, the others wait for it in steps of a quarter of a second.
  */
 void Unicode_Init(void);
 

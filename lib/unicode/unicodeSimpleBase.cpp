@@ -11,33 +11,35 @@ namespace {
 
 constexpr useconds_t INIT_RETRY_MICROSECONDS = 250000;
 
-std::atomic<int> sInitLock; // 0 free, 1 held
-bool sInitialized;          // guarded by sInitLock
+// 0 free, 1 held.  Sequentially consistent throughout: what one holder wrote the next one sees, and
+// nobody takes this lock often enough for anything weaker to matter.
+std::atomic<int> sInitLock;
+bool sInitialized; // guarded by sInitLock
 
-void UnicodeLockInit()
-{
-    int expected = 0;
-    while (!sInitLock.compare_exchange_strong(expected, 1)) {
-        expected = 0;
-        usleep(INIT_RETRY_MICROSECONDS); // the holder is reading the file system: no hot spin
+// Holds the lock for the length of a block.
+class UnicodeInitGuard {
+public:
+    UnicodeInitGuard()
+    {
+        for (int expected = 0; !sInitLock.compare_exchange_strong(expected, 1); expected = 0) {
+            usleep(INIT_RETRY_MICROSECONDS); // the holder looks at the file system: no hot spin
+        }
     }
-}
+    UnicodeInitGuard(const UnicodeInitGuard &) = delete;
+    ~UnicodeInitGuard() { sInitLock.store(0); }
+};
 
-void UnicodeUnlockInit() { sInitLock.store(0); }
+bool UnicodeInitOnce(const char *icuDataDir)
+{
+    const UnicodeInitGuard guard;
+    if (!sInitialized) { sInitialized = CodeSet_Init(icuDataDir); }
+    return sInitialized;
+}
 
 void UnicodeInitInternal(const char *icuDataDir)
 {
-    UnicodeLockInit();
-    if (sInitialized) {
-        UnicodeUnlockInit();
-        return;
-    }
-    if (!CodeSet_Init(icuDataDir)) {
-        UnicodeUnlockInit(); // Panic may run code of the program's that initialises again
-        Panic("%s", "Failed to initialize codeset.\n");
-    }
-    sInitialized = true;
-    UnicodeUnlockInit();
+    // Without the lock: Panic may run code of the program's that initialises again.
+    if (!UnicodeInitOnce(icuDataDir)) { Panic("%s", "Failed to initialize codeset.\n"); }
 }
 
 } // namespace

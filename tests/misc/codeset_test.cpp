@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <unicode/putil.h>
 
 namespace {
 
@@ -17,6 +18,7 @@ TEST(CodeSetInit, UsesIcuWhenItsDataFileIsThere)
     MakeDataFile(folder.Path());
     EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
     EXPECT_TRUE(CodeSetUsesIcu());
+    EXPECT_EQ(u_getDataDirectory(), folder.Path() + "/icudt44l.dat") << "the file, not its folder";
 }
 
 TEST(CodeSetInit, TakesAFolderWithASlashAtItsEnd)
@@ -25,6 +27,7 @@ TEST(CodeSetInit, TakesAFolderWithASlashAtItsEnd)
     MakeDataFile(folder.Path());
     EXPECT_TRUE(CodeSet_Init((folder.Path() + "/").c_str()));
     EXPECT_TRUE(CodeSetUsesIcu());
+    EXPECT_EQ(u_getDataDirectory(), folder.Path() + "//icudt44l.dat") << "nothing is tidied";
 }
 
 TEST(CodeSetInit, GoesWithoutIcuWhenThereIsNoDataFile)

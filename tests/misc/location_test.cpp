@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <functional>
 #include <sys/wait.h>
@@ -291,6 +292,22 @@ TEST_F(Location, RefusesALastUsedFileThatIsTooLong)
         EXPECT_EQ(outcome.errors,
                   std::string("LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
     }
+}
+
+TEST_F(Location, ReadsTheLastUsedFileOnceAndClosesIt)
+{
+    std::filesystem::create_directories(LAST_USED_FOLDER);
+    ASSERT_EQ(mkfifo(Location_GetLastUsedFile(), 0600), 0);
+    const Outcome outcome = InChild([] {
+        const int writer = open(Location_GetLastUsedFile(), O_RDWR);
+        EXPECT_EQ(write(writer, "/first", 6), 6);
+        const std::string root = Take(Location_Get("rootDir"));
+        EXPECT_EQ(write(writer, "/second", 7), 7);
+        const std::string next = Take(Location_Get("rootDir"));
+        const int free = open("/dev/null", O_RDONLY);
+        return root + next + (free == writer + 1 ? " closed" : " left open");
+    });
+    EXPECT_EQ(outcome.result, "/first/second closed");
 }
 
 TEST_F(Location, SaysThatTheProductWasNeverRun)

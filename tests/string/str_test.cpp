@@ -5,9 +5,30 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdarg>
 #include <cstdint>
-#include <malloc.h>
+#include <cstring>
+#include <sys/mman.h>
+#include <vector>
+
+static std::vector<size_t> sBlocks; // the sizes that the library has asked for
+static int sFailingBlock = -1;      // the number of the one that it does not get
+
+extern "C" {
+void *__real_malloc(size_t size);
+void *__real_realloc(void *block, size_t size);
+static bool IsRefused(size_t size)
+{
+    sBlocks.push_back(size);
+    return static_cast<int>(sBlocks.size()) - 1 == sFailingBlock;
+}
+void *__wrap_malloc(size_t size) { return IsRefused(size) ? nullptr : __real_malloc(size); }
+void *__wrap_realloc(void *block, size_t size)
+{
+    return IsRefused(size) ? nullptr : __real_realloc(block, size);
+}
+}
 
 namespace {
 
@@ -64,11 +85,26 @@ TEST(StrAsprintf, GathersMorePiecesThanItHolds)
 
 TEST(StrAsprintf, GrowsToWholeMultiplesOfItsFirstSize)
 {
-    char *text = Format(nullptr, "%s", std::string(200, 'x').c_str());
-    ASSERT_NE(text, nullptr);
-    EXPECT_GE(malloc_usable_size(text), 256u) << "64 bytes first, 256 in one step";
-    EXPECT_LT(malloc_usable_size(text), 320u);
-    EXPECT_EQ(Take(text), std::string(200, 'x'));
+    const auto blocksOf = [](const char *format, const std::string &word) {
+        sBlocks.clear();
+        free(Format(nullptr, format, word.c_str()));
+        return sBlocks;
+    };
+    EXPECT_EQ(blocksOf("%s", std::string(200, 'x')), (std::vector<size_t>{64, 256}));
+    EXPECT_EQ(blocksOf("%s", std::string(63, 'x')), (std::vector<size_t>{64}));
+    EXPECT_EQ(blocksOf("%s", std::string(64, 'x')), (std::vector<size_t>{64, 128}));
+    EXPECT_EQ(blocksOf("", ""), (std::vector<size_t>{1}));
+    EXPECT_EQ(blocksOf(std::string(64, '-').c_str(), ""), (std::vector<size_t>{128}));
+}
+
+TEST(StrAsprintf, FailsWhenMemoryRunsOut)
+{
+    for (const int failing : {0, 1}) {
+        sBlocks.clear();
+        sFailingBlock = failing;
+        EXPECT_EQ(Format(nullptr, "%s", std::string(200, 'x').c_str()), nullptr) << failing;
+    }
+    sFailingBlock = -1;
 }
 
 TEST(StrAsprintf, GrowsAtEveryLengthAroundItsSteps)
@@ -97,6 +133,36 @@ TEST(BsdVsnprintf, TellsTheWholeLengthAndStoresWhatFits)
     EXPECT_STREQ(buffer, "");
     EXPECT_EQ(FormatInto(buffer, sizeof buffer, "%s", "seven77"), 7);
     EXPECT_STREQ(buffer, "seven77");
+}
+
+TEST(BsdVsnprintf, SetsNoLimitAndNoNulForASizeOfNothing)
+{
+    char buffer[8] = "#######";
+    EXPECT_EQ(FormatInto(buffer, 0, "%s", "abc"), 3);
+    EXPECT_STREQ(buffer, "abc####");
+}
+
+TEST(BsdVsnprintf, FailsWhenTheLengthIsTooLarge)
+{
+    // One word of a gigabyte, which is the same two megabytes over and over.
+    constexpr size_t CHUNK = 2 << 20, CHUNKS = 512, SIZE = CHUNK * CHUNKS;
+    const int file = memfd_create("word", 0);
+    ASSERT_EQ(ftruncate(file, CHUNK), 0);
+    void *place = mmap(nullptr, SIZE + CHUNK, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(place, MAP_FAILED);
+    char *word = static_cast<char *>(place);
+    for (size_t i = 0; i < CHUNKS; i++) {
+        ASSERT_NE(
+            mmap(word + i * CHUNK, CHUNK, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0),
+            MAP_FAILED);
+    }
+    memset(word, 'x', CHUNK);
+    char buffer[4];
+    EXPECT_EQ(FormatInto(buffer, sizeof buffer, "%s%s", word, word + 1), INT_MAX);
+    EXPECT_EQ(FormatInto(buffer, sizeof buffer, "%s%s", word, word), -1);
+    munmap(place, SIZE + CHUNK);
+    close(file);
 }
 
 } // namespace

@@ -33,6 +33,7 @@ void Note(const std::string &line)
     if (sDepth > 0) { return; }
     if (const char *path = getenv("PELAGO_SDK_LOG")) {
         FILE *log = fopen(path, "ae");
+        if (log == nullptr) { abort(); }
         fprintf(log, "%s\n", line.c_str());
         fclose(log);
     }

@@ -1,12 +1,13 @@
 """Callers that hand over less than the tool would like, or go away: the clean-up happens anyway."""
 
 import os
+import resource
 import signal
 import subprocess
 import time
 import unittest
 
-from toolhost import (ARGUMENTS, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPTS, SHARED, SHARING,
+from toolhost import (ARGUMENTS, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPTS, SHARED, SHARING, STATE,
                       WAITING, ToolCase, vector)
 
 WHOLE_ERR = ENABLING + SHARING + WAITING + CLOSED + DISABLING
@@ -15,6 +16,7 @@ WHOLE_ERR = ENABLING + SHARING + WAITING + CLOSED + DISABLING
 class InheritedState(ToolCase):
     def assertRestored(self):
         self.assertEqual(self.called(), list(SCRIPTS))
+        self.assertEqual(list((STATE / "calls.closed").iterdir()), [], "every script has its three streams")
         self.assertEqual(self.prefs(), self.OTHER_KEYS | {"EnabledServices": []})
 
     def test_sigchld_ignored(self):
@@ -34,7 +36,7 @@ class InheritedState(ToolCase):
     def test_stderr_closed(self):
         # Nothing may be written to a file that happened to get its number, and nothing of the
         # scripts' may get into the protocol.
-        self.script_does("adduser", "echo noise; echo more >&2")
+        self.script_does("adduser", "echo noise && echo more >&2 || exit 9")
         self.assertRun(self.run_tool(stderr=None, preexec_fn=lambda: os.close(2)), SHARED + DELETED, None, 0)
         self.assertRestored()
 
@@ -91,6 +93,24 @@ class InheritedState(ToolCase):
             self.assertEqual(reader.read().decode(), DELETED)
         self.assertEqual(process.wait(timeout=30), 0)
         self.assertRestored()
+
+
+    def test_a_limit_on_the_size_of_files(self):
+        before = PREFS.read_bytes()
+        self.assertRun(self.run_tool(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100))),
+                       "1 - Unable to enable Windows File Sharing\n",
+                       ENABLING + "EnableFileSharing: error while committing preference change to disk\n", 1)
+        self.assertEqual(PREFS.read_bytes(), before)
+        self.assertEqual(os.listdir(PREFS.parent), [PREFS.name])
+
+    def test_a_limit_that_comes_while_sharing(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        resource.prlimit(process.pid, resource.RLIMIT_FSIZE, (100, 100))
+        out, err, status = self.finish(process)
+        self.assertEqual((out, status), (DELETED, 1))
+        self.assertTrue(err.endswith("Unable to disable Windows File Sharing\n"), err)
+        self.assertEqual(self.called(), list(SCRIPTS), "the user goes all the same")
 
 
 class DeadCaller(ToolCase):
@@ -157,6 +177,12 @@ class ExampleCaller(ToolCase):
         self.script_does("addshare", "exit 0")
         self.script_does("rmuser", "exit 1")
         self.assertEqual(self.run_example("true")[0], 1)
+
+    def test_takes_nothing_on_standard_error_for_the_protocol(self):
+        self.script_does("adduser", f"echo '{SHARED.strip()}'; echo '{SHARED.strip()}'; exit 1")
+        status, _ = self.run_example("touch", "/tmp/toolhost/ran")
+        self.assertEqual(status, 1)
+        self.assertFalse(os.path.exists("/tmp/toolhost/ran"))
 
     def test_wants_all_its_arguments(self):
         done = subprocess.run([os.environ["PELAGO_SHARE_WHILE"], self.tool, *ARGUMENTS], capture_output=True)

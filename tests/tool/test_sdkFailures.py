@@ -121,6 +121,12 @@ class AfterTheShare(ScriptedCase):
         self.assertEqual(self.services(), ["disk"])
         self.assertCalls(ENABLE + ["SCPreferencesLock fails"] + RELEASE)
 
+    def test_second_lock_releases_before_it_tells(self):
+        err = self.run_tool(env=os.environ | {"PELAGO_SDK_FAIL": "SCPreferencesLock:2",
+                                              "PELAGO_SDK_LOG": "/dev/stderr"})[1]
+        self.assertTrue(err.endswith("SCPreferencesLock fails\nCFRelease of the session\n"
+                                     "Unable to lock preferences to restore original state\n"), err)
+
     def test_second_lock_outdoes_the_remove_share_status(self):
         self.script_does("rmshare", "exit 9")
         self.assertEqual(self.run_failing("SCPreferencesLock:2")[2], 1)

@@ -1,14 +1,14 @@
 """The whole run of the tool, path by path, on recording scripts and the real preferences."""
 
+import datetime
 import plistlib
 import shutil
-import signal
+import subprocess
 import unittest
 from pathlib import Path
 
-from toolhost import (ACCESS, ARGUMENTS, BUNDLE, CLOSED, DELETED, DISABLING, ENABLING, FOLDER,
-                      PASSWORD_FILE, PREFS, SCRIPTS, SHARE, SHARED, SHARES, SHARING, STATE, USER,
-                      WAITING, ToolCase, lock_preferences, vector)
+from toolhost import (BUNDLE, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPTS, SHARED, SHARES,
+                      SHARING, STATE, WAITING, ToolCase, lock_preferences, vector)
 
 USAGE = "2 - usage error. pelagoShareTool <folderPath> <shareName> <username> <pathPasswordFile\n"
 FAILED_USER = "Failed to create user alice\n"
@@ -19,17 +19,9 @@ class Usage(ToolCase):
         for count in (0, 1, 4, 6, 7, 50):
             with self.subTest(count):
                 before = PREFS.read_bytes()
-                process = self.start(*["a"] * count) if count else self.start_bare()
-                self.assertRun(self.finish(process), USAGE, "", 2)
+                self.assertRun(self.finish(self.start_with(["a"] * count)), USAGE, "", 2)
                 self.assertEqual(self.called(), [])
                 self.assertEqual(PREFS.read_bytes(), before)
-
-    def start_bare(self):
-        import subprocess
-        process = subprocess.Popen([self.tool], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                   stderr=subprocess.PIPE)
-        self.addCleanup(self.end, process)
-        return process
 
     def test_comes_before_anything_else(self):
         PREFS.unlink()
@@ -83,7 +75,6 @@ class WholeSession(ToolCase):
                 self.assertEqual(self.services(), [other])
 
     def test_other_services_keep_value_type_and_order(self):
-        import datetime
         services = ["print", 5, -7, 2**63, 1.5, True, b"\x00\xff", "",
                     datetime.datetime(2001, 2, 3, 4, 5, 6), {"k": ["v", {}]}, [], "gr\u00fc\u00df \U0001f600"]
         self.write_prefs(services)
@@ -118,6 +109,11 @@ class WholeSession(ToolCase):
     def test_the_environment_is_inherited(self):
         self.script_does("adduser", "[ \"$MARK\" = 'a b' ] || exit 9")
         self.assertEqual(self.run_tool(env={"MARK": "a b"})[2], 0)
+
+    def test_standard_input_is_inherited(self):
+        self.script_does("addshare", "read -r word && [ \"$word\" = 'for the script' ] || exit 9")
+        self.assertRun(self.run_tool(data=b"for the script\nfor the tool\n"), SHARED + DELETED, ENABLING + SHARING
+                       + WAITING + "tool deleting share because we received 'for the tool\n'." + DISABLING, 0)
 
     def test_script_output_goes_to_standard_error(self):
         for name in SCRIPTS:
@@ -157,10 +153,17 @@ class Waiting(ToolCase):
                 self.assertEqual(err, ENABLING + SHARING + WAITING + self.received(shown) + DISABLING)
                 self.assertEqual((out, status), (SHARED + DELETED, 0))
 
+    def test_79_characters_are_enough_to_end_it(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        process.stdin.write(b"x" * 79)  # no newline, and the pipe stays open
+        process.stdin.flush()
+        self.assertEqual(process.wait(timeout=20), 0)
+
     def test_waits_for_as_long_as_the_pipe_is_open(self):
         process = self.start()
         self.wait_until_shared(process)
-        with self.assertRaises(Exception):
+        with self.assertRaises(subprocess.TimeoutExpired):
             process.wait(timeout=0.5)
         self.assertEqual(self.called(), ["adduser", "addshare"])
         self.assertEqual(self.finish(process)[2], 0)
@@ -232,6 +235,13 @@ class EarlyFailures(ToolCase):
         self.assertRun(outcome, "1 - Unable to lock preferences. Are you running as root?\n", "", 1)
         self.assertEqual(self.called(), [])
 
+    def test_a_file_that_may_not_be_read(self):
+        self.tool.chmod(0o755)
+        PREFS.chmod(0o600)
+        self.assertRun(self.run_tool(user=65534, group=65534),
+                       f"1 - cannot find Samba preferences file {PREFS}.\n",
+                       f"Samba prefs file {PREFS} not found, exiting.\n", 1)
+
     def test_services_that_are_no_array(self):
         for value in ("disk", {"disk": True}, 1, True, b"disk"):
             with self.subTest(value):
@@ -245,7 +255,7 @@ class EarlyFailures(ToolCase):
     def test_a_lock_that_others_hold_is_waited_for(self):
         lock = lock_preferences()
         process = self.start()
-        with self.assertRaises(Exception):
+        with self.assertRaises(subprocess.TimeoutExpired):
             process.wait(timeout=0.5)
         self.assertEqual((self.called(), self.services()), ([], None))
         lock.close()

@@ -25,6 +25,9 @@ name=${0##*/}; name=${name%.sh}
 call=$(ls /tmp/toolhost/calls | wc -l)
 printf '%s\\0' "$0" "$@" >"/tmp/toolhost/calls/$call-$name"
 cp "$PREFS" "/tmp/toolhost/calls.prefs/$call" 2>/dev/null
+for fd in 0 1 2; do
+    [ -e "/proc/$$/fd/$fd" ] || : >"/tmp/toolhost/calls.closed/$call-$fd"
+done
 if [ -e "$PREFS-lock" ] && ! flock -n "$PREFS-lock" true; then
     : >"/tmp/toolhost/calls.locked/$call"
 fi
@@ -61,9 +64,12 @@ class Call:
     def __init__(self, path):
         number, self.name = path.name.split("-")
         self.argv = [os.fsdecode(word) for word in path.read_bytes().split(b"\0")[:-1]]
-        prefs = STATE / "calls.prefs" / number
-        self.services = plistlib.loads(prefs.read_bytes()).get("EnabledServices") if prefs.exists() else None
+        self.prefs = STATE / "calls.prefs" / number
         self.locked = (STATE / "calls.locked" / number).exists()
+
+    @property
+    def services(self):
+        return plistlib.loads(self.prefs.read_bytes()).get("EnabledServices")
 
 
 class ToolCase(unittest.TestCase):
@@ -76,7 +82,7 @@ class ToolCase(unittest.TestCase):
         for folder in (BUNDLE, STATE, PREFS.parent):
             shutil.rmtree(folder, ignore_errors=True)
             folder.mkdir(parents=True)
-        for folder in ("calls", "calls.prefs", "calls.locked"):
+        for folder in ("calls", "calls.prefs", "calls.locked", "calls.closed"):
             (STATE / folder).mkdir()
         SHARES.mkdir(parents=True)
         (BUNDLE / "Contents/Library/icu").mkdir()
@@ -116,8 +122,11 @@ class ToolCase(unittest.TestCase):
         return [call.name for call in self.calls()]
 
     def start(self, *arguments, **options):
+        return self.start_with(arguments or ARGUMENTS, **options)
+
+    def start_with(self, arguments, **options):
         options = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE} | options
-        process = subprocess.Popen([self.tool, *(arguments or ARGUMENTS)], **options)
+        process = subprocess.Popen([self.tool, *arguments], **options)
         self.addCleanup(self.end, process)
         return process
 

@@ -1,15 +1,38 @@
 #include "unicode.h"
 
 #include "../../lib/misc/codesetInt.h"
+#include "panic.h"
 #include "scopedForTests.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <sys/wait.h>
 #include <thread>
 #include <vector>
+
+static std::atomic<int> sCodeSetInits, sPauses, sWrongPauses;
+static bool sCodeSetIsSlow, sCodeSetFails;
+
+extern "C" {
+bool __real_CodeSet_Init(const char *icuDataDir);
+bool __wrap_CodeSet_Init(const char *icuDataDir)
+{
+    sCodeSetInits++;
+    if (sCodeSetIsSlow) { std::this_thread::sleep_for(std::chrono::milliseconds(50)); }
+    return !sCodeSetFails && __real_CodeSet_Init(icuDataDir);
+}
+// The pause is counted and made shorter.
+int __wrap_usleep(useconds_t microseconds)
+{
+    sPauses++;
+    sWrongPauses += microseconds != 250000;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return 0;
+}
+}
 
 namespace {
 
@@ -70,9 +93,9 @@ TEST_F(UnicodeInit, AsksTheLocationServiceForTheFolder)
     }));
 }
 
-TEST_F(UnicodeInit, LetsThreadsRaceAndLookOnce)
+TEST_F(UnicodeInit, LetsThreadsRaceAndLooksOnce)
 {
-    // All threads but one come too late or wait; whoever returns finds the work done.
+    sCodeSetIsSlow = true; // so that the others come while one is at it
     std::atomic<int> satisfied{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; i++) {
@@ -84,7 +107,23 @@ TEST_F(UnicodeInit, LetsThreadsRaceAndLookOnce)
     for (std::thread &thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(satisfied, 8);
+    EXPECT_EQ(satisfied, 8) << "whoever returns finds the work done";
+    EXPECT_EQ(sCodeSetInits, 1);
+    EXPECT_GT(sPauses, 0) << "those that came late paused";
+    EXPECT_EQ(sWrongPauses, 0) << "for a quarter of a second";
+    sCodeSetIsSlow = false;
+}
+
+// GoogleTest runs death tests first, which is before a thread has initialised this process.
+using UnicodeInitDeathTest = UnicodeInit;
+TEST_F(UnicodeInitDeathTest, EndsTheProcessWhenTheCodeSetLayerFails)
+{
+    EXPECT_PANIC(
+        {
+            sCodeSetFails = true;
+            Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
+        },
+        "Failed to initialize codeset.\n");
 }
 
 } // namespace

