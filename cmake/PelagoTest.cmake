@@ -10,6 +10,13 @@ function(pelago_test name)
                          ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
 endfunction()
 
+# pelago_threads_test(NAME) has a test run under the thread sanitizer, too: it has threads or atomics.
+add_custom_target(threadsTests)
+function(pelago_threads_test name)
+    add_dependencies(threadsTests ${name}_test)
+    set_property(TEST ${name} APPEND PROPERTY LABELS threads)
+endfunction()
+
 # pelago_sandbox_program_test(NAME TARGET) runs a test program on a machine of its own.
 function(pelago_sandbox_program_test name target)
     add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh $<TARGET_FILE:${target}>)

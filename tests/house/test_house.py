@@ -156,10 +156,11 @@ class Binaries(unittest.TestCase):
 
     def test_the_bundle_is_whole(self):
         library = Path(os.environ["PELAGO_TOOL"]).parents[1]
-        for name in ("adduser.sh", "addshare.sh", "rmshare.sh", "rmuser.sh"):
+        for name in ("adduser.sh", "addshare.sh", "rmshare.sh", "rmuser.sh", "common.sh"):
             script = library / "shares" / name
-            self.assertTrue(os.access(script, os.X_OK), script)
+            self.assertEqual(os.access(script, os.X_OK), name != "common.sh", script)
             self.assertEqual(script.read_bytes(), (ROOT / "product/linux/shares" / name).read_bytes())
+        self.assertEqual((library / "shares/base.sh").read_bytes(), (ROOT / "product/shares/base.sh").read_bytes())
         data = library / "icu/icudt44l.dat"
         listed = run("icupkg", "-l", data, env=os.environ | {"PATH": os.environ["PATH"] + ":/usr/sbin"})
         self.assertEqual((listed.returncode, listed.stdout), (0, ""), "a valid package without an item")

@@ -84,10 +84,11 @@ class Library(unittest.TestCase):
 
 class Bundle(unittest.TestCase):
     def test_holds_the_scripts_of_this_host(self):
-        for name in ("common", "adduser", "addshare", "rmshare", "rmuser"):
+        for name in ("adduser", "addshare", "rmshare", "rmuser", "common"):
             script = LIBRARY / f"shares/{name}.sh"
             self.assertEqual(script.read_bytes(), (ROOT / f"product/macos/shares/{name}.sh").read_bytes())
             self.assertEqual(os.access(script, os.X_OK), name != "common", script)
+        self.assertEqual((LIBRARY / "shares/base.sh").read_bytes(), (ROOT / "product/shares/base.sh").read_bytes())
 
     def test_holds_nothing_of_linux(self):
         self.assertFalse((LIBRARY / "switch").exists())

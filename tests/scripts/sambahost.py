@@ -62,6 +62,7 @@ def set_up():
     write('/etc/samba/smb.conf', SMB_CONF)
     if not os.path.isdir(SHARES):
         shutil.copytree(REPO + '/product/linux/shares', SHARES)
+        shutil.copy(REPO + '/product/shares/base.sh', SHARES)
 
 
 def write(path, content, mode=None):

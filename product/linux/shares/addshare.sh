@@ -95,7 +95,7 @@ main() {
     checkHost
     checkUser "$1"
     makeWay "$3"
-    undoOnExit undo
+    undoOnExit "undo 9>&-"
     forgetNumbers "$folderUid" "$folderGid"
     makeState "$2" || fail "cannot make a folder in $SHARE_STATE"
     importShare "$3" "$1" "$4" || fail "Samba did not take the share \"$3\""

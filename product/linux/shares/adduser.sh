@@ -62,7 +62,7 @@ main() {
     [ -n "$session" ] || fail 'the caller has gone'
     makeWay "$1"
     removeLeftoverShares
-    undoOnExit "undo $1"
+    undoOnExit "undo $1 9>&-"
     useradd --system --no-create-home --home-dir /nonexistent --shell /usr/sbin/nologin \
         --user-group --comment "$USER_COMMENT" -- "$1" || fail "cannot make the user $1"
     findUser "$1"

@@ -7,17 +7,14 @@
 # parent.  It is written last, so what lacks one, or whose owner is gone, was left behind by a
 # session that was killed or by one from before the last boot, and may be cleared away.
 
-set -eu
+# shellcheck source=SCRIPTDIR/../../shares/base.sh
+. "${0%/*}/base.sh"
+
 # PATH is fixed because we are root; bytes are compared as bytes; and no child inherits a
 # configuration other than the one that smbd itself reads.
 PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C
 export PATH LC_ALL
 unset SMB_CONF_PATH
-umask 077
-# A caller that has died leaves a broken pipe on stderr: cleaning up goes on without its reader.
-trap '' PIPE
-# Standard input belongs to the session's caller; nothing here may eat a byte of it.
-exec </dev/null
 [ -e /proc/self/fd/1 ] || exec >/dev/null
 [ -e /proc/self/fd/2 ] || exec 2>/dev/null
 
@@ -27,33 +24,6 @@ USER_STATE=$STATE/users
 USER_COMMENT='Pelago share user'
 LOCK_SECONDS=60     # how long to wait for another script
 SESSION_SECONDS=5   # how long to wait for connections, and then for processes, to end
-
-# ---- Telling and failing
-
-# The second redirection silences the shell's own complaint when nobody reads any more.
-say() { printf '%s: %s\n' "${0##*/}" "$1" >&2 2>/dev/null || :; }
-
-fail() {
-    say "$1"
-    exit 1
-}
-
-# Runs the command, once, when the script ends early for whatever reason.  A second signal must not
-# stop the undoing half-way.
-undoOnExit() {
-    # shellcheck disable=SC2064 # the command is known now
-    trap "trap '' HUP INT TERM; $1 9>&-" EXIT
-}
-trap 'exit 129' HUP
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-# Everything is done: nothing is undone any more, and a late signal changes no status.
-finish() {
-    trap '' HUP INT TERM
-    trap - EXIT
-    exit 0
-}
 
 # ---- One script at a time
 
@@ -103,25 +73,11 @@ claim() { printf '%s\n' "$session" >"$1"; }
 
 # ---- Names
 
-isUtf8() { printf '%s' "$1" | iconv -f UTF-8 -t UTF-16LE >/dev/null 2>&1; }
-
-# Samba compares without case and reads @, + and % as something else, so less than useradd takes.
-checkUserName() {
-    case $1 in
-        '' | [!a-z_]* | *[!a-z0-9_.-]*)
-            fail "not a user name (a-z, 0-9, _ . - and first a-z or _): \"$1\"" ;;
-    esac
-    [ "${#1}" -le 32 ] || fail "a user name has at most 32 characters: \"$1\""
-}
-
 # Samba itself checks nothing here: "global" would change the whole server, and a name that is too
 # long makes every registry share of the host unreadable.
 checkShareName() {
-    [ -n "$1" ] || fail 'the share name is empty'
-    isUtf8 "$1" || fail 'the share name is not valid UTF-8'
+    checkSmbName "$1"
     case $1 in
-        *[[:cntrl:]]*) fail 'the share name holds a control character' ;;
-        ' '* | *' ') fail "the share name begins or ends with a blank: \"$1\"" ;;
         *'  '*) fail "the share name holds two blanks in a row: \"$1\"" ;;
         *[]%\<\>*?\|/\\+=\;:\",[]*)
             fail "the share name holds one of % < > * ? | / \\ + = ; : \" , [ ]: \"$1\"" ;;
@@ -130,8 +86,6 @@ checkShareName() {
         . | .. | global | homes | printers | 'print$' | 'ipc$' | 'admin$' | netlogon | sysvol)
             fail "the share name is reserved: \"$1\"" ;;
     esac
-    nameBytes=$(printf '%s' "$1" | iconv -f UTF-8 -t UTF-16LE | wc -c)
-    [ "$nameBytes" -le 160 ] || fail 'the share name is longer than 80 characters'
 }
 
 # ---- Shares

@@ -1,0 +1,151 @@
+#!/bin/sh
+# addshare.sh USER PASSWORD_FILE FOLDER SHARE ACCESS -- serves FOLDER as SHARE, with access for USER.
+# ACCESS is rw or ro.  macOS decides by the rights of the files, so the user gets an access entry on
+# the folder and all that is in it, and one to pass through each folder above that lets not everybody
+# through.
+# Exit status: 0 a client can connect now; otherwise there is no share, and stderr says why.
+# shellcheck source=SCRIPTDIR/common.sh
+. "${0%/*}/common.sh"
+
+SMB_TRIES=300 # how often to look, a tenth of a second apart, for the SMB service
+READ_RIGHTS=list,search,readattr,readextattr,readsecurity,read,execute
+WRITE_RIGHTS=write,append,delete,delete_child,add_file,add_subdirectory,writeattr,writeextattr
+INHERITANCE=file_inherit,directory_inherit
+
+# Sets folder to the same folder without links in its path: nobody can then lead it elsewhere while it
+# is served.  The sentinel keeps newlines at its end.
+checkFolder() {
+    case $1 in /*) ;; *) fail "the folder's path is not absolute: \"$1\"" ;; esac
+    isUtf8 "$1" || fail "the folder's path is not valid UTF-8"
+    [ -d "$1" ] || fail "not a folder: \"$1\""
+    folder=$(cd -P -- "$1" && pwd -P && printf .) || fail "cannot enter the folder: \"$1\""
+    folder=${folder%"$newline".}
+    # POSIX leaves open what two slashes at the beginning mean, and some shells keep them.
+    while [ "${folder#//}" != "$folder" ]; do
+        folder=${folder#/}
+    done
+    [ "$folder" != / ] || fail 'the whole disk cannot be shared: every file would get a new right'
+    folderOwner=$(/usr/bin/stat -f %u "$folder") || fail "cannot tell whose folder it is: \"$1\""
+}
+
+checkHost() {
+    sharingUsage=$(/usr/sbin/sharing 2>&1) || : # without arguments it explains itself
+    case $sharingUsage in
+        *-R*) ;;
+        *) fail 'the program "sharing" of this macOS cannot tell reading from writing: it has no -R' ;;
+    esac
+}
+
+checkUser() {
+    findUser "$1"
+    [ "$userListed" = yes ] || fail "there is no user $1"
+    [ "$isOurs" = yes ] || fail "the user $1 was not made for a share"
+    ! isInUseByAnother "$USER_STATE/$1" || fail "the user $1 belongs to another session that runs"
+    hasNtHash "$1" || fail "the user $1 has no password for SMB"
+    userNumber=$(/usr/bin/id -u "$1") || fail "macOS does not know the user $1"
+}
+
+# Two shares of one user could need the same access entry, and the first to end would take it away.
+checkOneShare() {
+    for shareState in "$SHARE_STATE"/_*; do
+        recall "$shareState/user"
+        [ "$recalled" != "$1" ] || fail "the user $1 has a share already"
+    done
+}
+
+# Refuses what is not ours, or belongs to a session that runs; what others left has been cleared away.
+checkNameIsFree() {
+    [ ! -d "$SHARE_STATE/_$1" ] || fail "the share \"$1\" is in use by a session that runs"
+    ! isListed /SharePoints "$1" || fail "the share \"$1\" exists already"
+    # A share has a name of its own for SMB, which need not be that of its record.
+    sharingList=$(/usr/sbin/sharing -l 2>&1) || fail "cannot list the shares: $sharingList"
+    ! printf '%s\n' "$sharingList" | sed -n 's/^[[:blank:]]*name:[[:blank:]]*//p' |
+        grep -ixF -e "$1" >/dev/null || fail "a share is called \"$1\" already"
+}
+
+remember() { printf '%s' "$2" >"$shareState/$1"; }
+
+# USER GIVEN_FOLDER: written as a whole before the first change.
+makeState() {
+    mkdir -- "$shareState" && remember given "$2" && remember user "$1" && remember entry "$entry" &&
+        remember numbers "$userNumber $folderOwner" && remember folder "$folder"
+}
+
+# openWay FOLDER: lets the user pass through the folders above, the outermost first, where not
+# everybody may.  Each is noted before it is changed.
+openWay() {
+    way=$1 depth=0
+    while [ -n "$way" ]; do
+        way=${way%/*} depth=$((depth + 1))
+    done
+    while [ "$depth" -gt 0 ]; do
+        setAbove "$1" "$depth"
+        wayMode=$(/usr/bin/stat -f %Lp "$above") || fail "cannot read the rights of \"$above\""
+        case $wayMode in
+            *[1357]) ;;
+            *)
+                printf '%s\n' "$depth" >>"$shareState/search" || fail "cannot write in $shareState"
+                /bin/chmod +a "user:$user allow search" "$above" ||
+                    fail "cannot let $user pass through \"$above\""
+                ;;
+        esac
+        depth=$((depth - 1))
+    done
+}
+
+# share FOLDER SHARE: SMB only, and no guests, whom the program would let in by default.
+share() {
+    shareTried=yes
+    /usr/sbin/sharing -a "$1" -n "$2" -S "$2" -s 001 -g 000 -R "$readOnly" >/dev/null ||
+        fail "macOS did not take the share \"$2\""
+    isOurShare "$2" || fail "macOS does not show the share \"$2\" as it was made"
+}
+
+waitForSmb() {
+    smbTries=0
+    # Nothing is sent; that somebody connects is what starts the service.
+    until /usr/bin/nc -z -w 1 127.0.0.1 445 >/dev/null 2>&1; do
+        smbTries=$((smbTries + 1))
+        [ "$smbTries" -lt "$SMB_TRIES" ] || return 1
+        sleep 0.1
+    done
+}
+
+# There was no such share a moment ago, so one of the name that is there now was made here, however
+# its folder may be spelt in the directory.
+undo() {
+    [ "$shareTried" = no ] || ! isListed /SharePoints "$shareName" || endShare "$shareName" || :
+    removeShare "$shareName" || say "the share \"$shareName\" is left behind"
+}
+
+# USER FOLDER SHARE
+main() {
+    [ -n "$session" ] || fail 'the caller has gone'
+    user=$1 shareName=$3 shareTried=no
+    checkHost
+    checkUser "$1"
+    removeLeftoverShares
+    checkOneShare "$1"
+    checkNameIsFree "$3"
+    shareState=$SHARE_STATE/_$3
+    undoOnExit undo
+    makeState "$1" "$2" || fail "cannot make $shareState"
+    openWay "$folder"
+    /bin/chmod -R +a "$entry" "$folder" || fail "cannot give $1 access to all in \"$folder\""
+    share "$folder" "$3"
+    waitForSmb || fail "the SMB service has not come up within $((SMB_TRIES / 10)) s"
+    claim "$shareState/owner" || fail "cannot write $shareState/owner"
+    finish
+}
+
+[ "$#" -eq 5 ] || fail 'usage: addshare.sh USER PASSWORD_FILE FOLDER SHARE rw|ro'
+checkUserName "$1"
+[ -n "$2" ] || fail 'the name of the password file is empty'
+checkFolder "$3"
+checkShareName "$4"
+case $5 in
+    rw) readOnly=0 entry="user:$1 allow $READ_RIGHTS,$WRITE_RIGHTS,$INHERITANCE" ;;
+    ro) readOnly=1 entry="user:$1 allow $READ_RIGHTS,$INHERITANCE" ;;
+    *) fail "the access is neither rw nor ro: \"$5\"" ;;
+esac
+underLock main "$1" "$3" "$4"

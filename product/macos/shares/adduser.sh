@@ -1,0 +1,193 @@
+#!/bin/sh
+# adduser.sh USER USER PASSWORD_FILE -- makes the user that a share is served to.
+# Exit status: 0 the user can log in over SMB with that password; otherwise nothing was changed, and
+# stderr says why.
+# shellcheck source=SCRIPTDIR/common.sh
+. "${0%/*}/common.sh"
+
+# Accounts of people begin at 501, and those of the system's services lie from 200 to 400.  Below 500
+# the login window shows nobody.
+NUMBER_FIRST=401 NUMBER_LAST=499
+
+# Reads a password to its end and sets it.  An argument would show it to every process.
+# shellcheck disable=SC2016 # the dollar signs are the program's own
+SET_PASSWORD='
+ObjC.import("Foundation");
+ObjC.import("OpenDirectory");
+function run(argv) {
+    const input = $.NSFileHandle.fileHandleWithStandardInput.readDataToEndOfFile;
+    const password = $.NSString.alloc.initWithDataEncoding(input, $.NSUTF8StringEncoding);
+    if (password.isNil()) { throw new Error("the password is not valid UTF-8"); }
+    const error = Ref();
+    const complain = (what) => {
+        const reason = error[0] ? ": " + ObjC.unwrap(error[0].localizedDescription) : "";
+        throw new Error(what + reason);
+    };
+    const node = $.ODNode.nodeWithSessionNameError($.ODSession.defaultSession, "/Local/Default", error);
+    if (node.isNil()) { complain("cannot open the local directory"); }
+    const record = node.recordWithRecordTypeNameAttributesError(
+        "dsRecTypeStandard:Users", argv[0], $(), error);
+    if (record.isNil()) { complain("cannot find the user"); }
+    if (!record.changePasswordToPasswordError($(), password, error)) {
+        complain("the password was not taken");
+    }
+}'
+
+# Sets passwordOctal to the password, each byte as a backslash and three octal digits.
+readPassword() {
+    # A variable that came with the environment stays exported whatever is assigned to it.
+    unset passwordOctal
+    [ -r "$1" ] || fail "cannot read the password file: $1"
+    [ ! -d "$1" ] || fail "the password file is a folder: $1"
+    # A read that fails half-way ends in a NUL, which is refused; half a password must not count.
+    passwordOctal=$({ head -c 130 || printf '\000'; } <"$1" | od -An -v -to1 |
+        awk '{ for (i = 1; i <= NF; i++) printf "\\%s", $i }') ||
+        fail "cannot read the password file: $1"
+    passwordOctal=${passwordOctal%'\012'}
+    case $passwordOctal in
+        '') fail 'the password is empty' ;;
+        *'\000'*) fail 'the password holds a NUL byte' ;;
+        *'\012'*) fail 'the password file has more than one line' ;;
+    esac
+    [ "$((${#passwordOctal} / 4))" -le 127 ] || fail 'the password is longer than 127 bytes'
+    printPassword | iconv -f UTF-8 -t UTF-16LE >/dev/null 2>&1 ||
+        fail 'the password is not valid UTF-8, as which macOS keeps it'
+}
+
+# printf is part of the shell, so that the password is in no program's arguments or environment.  The
+# format is octal throughout: it holds no % of its own.
+printPassword() {
+    # shellcheck disable=SC2059 # the format is the text
+    printf "$passwordOctal"
+}
+
+# setPassword USER: a refusal by the machine's password policy comes out on stderr.
+setPassword() {
+    printPassword | /usr/bin/osascript -l JavaScript -e "$SET_PASSWORD" "$1" >/dev/null
+}
+
+# Removes what an earlier session left of a user of this name, or refuses what is not ours.
+makeWay() {
+    findUser "$1"
+    if [ "$isOurs" = yes ]; then
+        ! isInUse "$USER_STATE/$1" || fail "the user $1 is in use by a session that runs"
+        say "taking over the user $1 from a session that has ended"
+        removeUser "$1" || fail "cannot take over the user $1"
+        findUser "$1"
+    fi
+    [ "$userListed" = no ] || fail "the user $1 exists already"
+    [ "$groupListed" = no ] || fail "the group $1 exists already"
+    # A directory server may have such a user as well.
+    ! /usr/bin/id -u "$1" >/dev/null 2>&1 || fail "the user $1 exists already, in another directory"
+}
+
+# Prints the numbers of all users and all groups.
+listNumbers() {
+    /usr/bin/dscl . -list /Users UniqueID && /usr/bin/dscl . -list /Groups PrimaryGroupID
+}
+
+# Sets number to one that no user and no group has: the directory itself would take any.
+findNumber() {
+    numbers=$(listNumbers) || fail 'cannot list the numbers of users and groups'
+    number=$(printf '%s\n' "$numbers" |
+        awk -v "first=$NUMBER_FIRST" -v "last=$NUMBER_LAST" '
+            { taken[$NF] = 1 }
+            END { for (n = last; n >= first; n--) if (!(n in taken)) { print n; exit } }')
+    [ -n "$number" ] || fail "no number from $NUMBER_FIRST to $NUMBER_LAST is free"
+}
+
+# Whether the number is that of one user and one group, ours: another program may have taken it too.
+isNumberOurs() {
+    numbers=$(listNumbers) || fail 'cannot list the numbers of users and groups'
+    printf '%s\n' "$numbers" | awk -v "number=$number" '
+        $NF == number { count++ }
+        END { exit count == 2 ? 0 : 1 }'
+}
+
+# setAttributes RECORD [KEY VALUE]...: in this order.
+setAttributes() {
+    record=$1
+    shift
+    while [ "$#" -gt 0 ]; do
+        /usr/bin/dscl . -create "$record" "$1" "$2" || fail "cannot set $1 of $record"
+        shift 2
+    done
+}
+
+# makeRecord FOLDER NAME: with our mark, and looks whether that is there.  Until then the record has no
+# number and is known by that; a number without a mark would make it somebody else's.
+makeRecord() {
+    /usr/bin/dscl . -create "$1/$2" || fail "cannot make $1/$2"
+    setAttributes "$1/$2" RealName "$USER_MARK $2"
+    readRecord "$1/$2" RealName
+    hasValue RealName "$USER_MARK $2" || fail "the directory did not take our mark of $1/$2"
+}
+
+# The number comes last: without one the record is no user yet.
+makeUser() {
+    makeRecord /Groups "$1"
+    setAttributes "/Groups/$1" PrimaryGroupID "$number"
+    makeRecord /Users "$1"
+    setAttributes "/Users/$1" UserShell /usr/bin/false NFSHomeDirectory /var/empty IsHidden 1 \
+        PrimaryGroupID "$number" UniqueID "$number"
+}
+
+# dscl has been seen to end with 0 when it had set nothing.
+checkRecords() {
+    readRecord "/Groups/$1" PrimaryGroupID
+    hasValue PrimaryGroupID "$number" || return 1
+    readRecord "/Users/$1" UserShell NFSHomeDirectory IsHidden PrimaryGroupID UniqueID
+    hasValue UserShell /usr/bin/false && hasValue NFSHomeDirectory /var/empty &&
+        hasValue PrimaryGroupID "$number" && hasValue UniqueID "$number" || return 1
+    hasValue dsAttrTypeNative:IsHidden 1 || hasValue IsHidden 1
+}
+
+# SMB needs a hash that is made only when a password is set after it was asked for; and asking for it
+# wants an account that has a password.
+enableSmb() {
+    setPassword "$1" || fail "cannot set the password of $1"
+    /usr/bin/pwpolicy -u "$1" -sethashtypes SMB-NT on >/dev/null ||
+        fail "cannot make a password of $1 for SMB"
+    hasNtHash "$1" || fail "there is no password of $1 for SMB"
+    setPassword "$1" || fail "cannot set the password of $1"
+}
+
+joinAccessGroup() {
+    isListed /Groups "$ACCESS_GROUP" || return 0
+    /usr/sbin/dseditgroup -o edit -a "$1" -t user "$ACCESS_GROUP" ||
+        fail "cannot make $1 a member of the group $ACCESS_GROUP"
+    isMember "$1" || fail "$1 is no member of the group $ACCESS_GROUP"
+}
+
+# There was no such user a moment ago, so whoever has the name and the mark now was made here.
+undo() {
+    findUser "$1"
+    if [ "$isOurs" = yes ]; then
+        removeUser "$1" || say "the user $1 is left behind"
+    else
+        rm -f -- "$USER_STATE/$1"
+    fi
+}
+
+main() {
+    [ -n "$session" ] || fail 'the caller has gone'
+    makeWay "$1"
+    removeLeftoverShares
+    findNumber
+    undoOnExit "undo $1"
+    printf '' >"$USER_STATE/$1" || fail "cannot write $USER_STATE/$1"
+    makeUser "$1"
+    checkRecords "$1" || fail "the directory did not take the user $1: $recordText"
+    isNumberOurs || fail "the number $number has been taken meanwhile"
+    joinAccessGroup "$1"
+    enableSmb "$1"
+    claim "$USER_STATE/$1" || fail "cannot write $USER_STATE/$1"
+    finish
+}
+
+[ "$#" -eq 3 ] || fail 'usage: adduser.sh USER USER PASSWORD_FILE'
+checkUserName "$1"
+[ "$1" = "$2" ] || fail "the two user names differ: \"$1\" and \"$2\""
+[ -n "$3" ] || fail 'the name of the password file is empty'
+readPassword "$3"
+underLock main "$1"

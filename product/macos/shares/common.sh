@@ -1,0 +1,363 @@
+# shellcheck shell=sh
+# common.sh -- what the four share scripts have in common.  It is sourced by them, never run.
+#
+# What is ours is told by marks.  A user and the group of its own carry USER_MARK and their name as
+# their full name.  A share has a folder in SHARE_STATE, written before the first change is made, and
+# is ours only as long as its record in the directory leads to the folder written there.  Nothing
+# without its mark is ever changed.  An "owner" says which session a user or a share belongs to, by
+# the process number and the start time of the script's parent.  It is written last, so what lacks
+# one, or whose owner is gone, was left behind by a session that was killed or by one from before the
+# last boot, and may be cleared away.
+#
+# Programs that act on the system are called by their full path; the others (awk, cat, grep, iconv
+# and so on) are found in PATH and used with what all systems have in common.
+
+# shellcheck source=SCRIPTDIR/../../shares/base.sh
+. "${0%/*}/base.sh"
+
+# PATH is fixed because we are root, bytes are compared as bytes, and start times are compared as
+# text, which must not change when the Mac travels.
+PATH=/usr/bin:/bin:/usr/sbin:/sbin LC_ALL=C TZ=UTC0
+export PATH LC_ALL TZ
+unset CDPATH
+(: 3>&1) 2>/dev/null || exec >/dev/null
+(: 3>&2) || exec 2>/dev/null # not silenced like the line above: that would open what it tests
+
+# What was granted on the disk survives a boot, and so must the note of it: /var/run is emptied then.
+STATE=/var/db/pelago
+SHARE_STATE=$STATE/shares
+USER_STATE=$STATE/users
+LOCKS=/var/run/pelago
+USER_MARK='Pelago share user'
+ACCESS_GROUP=com.apple.access_smb # when there is such a group, only its members may use SMB
+LOCK_TRIES=600                    # how often to look, a tenth of a second apart, for another script
+
+newline='
+'
+
+# ---- Whose it is
+
+# Prints "PID START" for a process that runs, where START tells it from a later one of its number.
+# Returns 1 when there is no such process, and 2 when there is one but nothing else is known of it.
+processMark() {
+    processText=$(/bin/ps -p "$1" -o stat= -o lstart= 2>/dev/null) || processText=''
+    # shellcheck disable=SC2086 # split on purpose: the state, and the words of a date
+    set -- "$1" $processText
+    case ${2-} in
+        '') if kill -0 "$1" 2>/dev/null; then return 2; else return 1; fi ;;
+        Z*) return 1 ;; # ended already; only its parent does not know yet
+    esac
+    processPid=$1
+    shift 2
+    printf '%s %s' "$processPid" "$*"
+}
+
+session=$(processMark "$PPID") || session=''
+
+# Whether the process that FILE names is still running, or may be.
+isInUse() {
+    ownerPid='' ownerStatus=0
+    [ ! -f "$1" ] || read -r ownerPid _ <"$1" || :
+    [ -n "$ownerPid" ] || return 1
+    ownerMark=$(processMark "$ownerPid") || ownerStatus=$?
+    [ "$ownerStatus" -eq 2 ] || [ "$ownerMark" = "$(cat "$1" 2>/dev/null)" ]
+}
+
+isInUseByAnother() { isInUse "$1" && [ "$(cat "$1")" != "$session" ]; }
+
+# Makes our caller the owner.
+claim() { printf '%s\n' "$session" >"$1"; }
+
+# ---- One script at a time
+#
+# There is no program here that locks a file.  A lock is a file "lock.N" that names its holder; the
+# highest N counts, and it is free when its holder has ended, however that came about, so nothing is
+# ever left locked.  It is taken by making N + 1.  A link appears at once with its content, and only
+# one can be made.  The lower ones go only after the higher one is there, so whoever looked too long
+# ago and makes a number that has gone meanwhile then sees a higher one, and steps back.
+
+# Sets lockNumber to the highest number, 0 when there is none.
+findLock() {
+    lockNumber=0
+    for lockFile in "$LOCKS"/lock.*; do
+        case ${lockFile##*.} in *[!0-9]*) continue ;; esac
+        [ "${lockFile##*.}" -le "$lockNumber" ] || lockNumber=${lockFile##*.}
+    done
+}
+
+tryLock() {
+    findLock
+    ! isInUse "$LOCKS/lock.$lockNumber" || return 1
+    lockTaken=$((lockNumber + 1))
+    ln "$LOCKS/wait.$$" "$LOCKS/lock.$lockTaken" 2>/dev/null || return 1
+    findLock
+    if [ "$lockNumber" -ne "$lockTaken" ]; then
+        rm -f "$LOCKS/lock.$lockTaken"
+        return 1
+    fi
+    for lockFile in "$LOCKS"/lock.*; do
+        [ "$lockFile" = "$LOCKS/lock.$lockTaken" ] || rm -f "$lockFile"
+    done
+}
+
+# underLock COMMAND [ARG...]: runs the command while no other script runs.
+underLock() {
+    [ "$(/usr/bin/id -u)" = 0 ] || fail 'only root may do this'
+    mkdir -p "$LOCKS" "$STATE" "$SHARE_STATE" "$USER_STATE" || fail "cannot make $LOCKS and $STATE"
+    lockMark=$(processMark "$$") || fail 'cannot tell when this script was started'
+    # A file left by a process of this number may be another name of a lock: it is not written to.
+    rm -f "$LOCKS/wait.$$"
+    undoOnExit "rm -f $LOCKS/wait.$$"
+    printf '%s\n' "$lockMark" >"$LOCKS/wait.$$" || fail "cannot write in $LOCKS"
+    lockTries=0
+    until tryLock; do
+        lockTries=$((lockTries + 1))
+        [ "$lockTries" -lt "$LOCK_TRIES" ] ||
+            fail "another share script has not ended within $((LOCK_TRIES / 10)) s"
+        sleep 0.1
+    done
+    rm -f "$LOCKS/wait.$$"
+    "$@"
+}
+
+# ---- Names
+
+checkShareName() {
+    checkSmbName "$1"
+    case $1 in
+        -*) fail "the share name begins with a dash, like an option: \"$1\"" ;;
+        *[]\<\>*?\|/\\+=\;:\",[]*)
+            fail "the share name holds one of < > * ? | / \\ + = ; : \" , [ ]: \"$1\"" ;;
+    esac
+    case $(printf '%s' "$1" | tr '[:upper:]' '[:lower:]') in
+        . | .. | 'ipc$' | 'admin$' | 'print$') fail "the share name is reserved: \"$1\"" ;;
+    esac
+}
+
+# ---- The directory
+
+# Whether the directory lists a record FOLDER/NAME.  It compares names without case.
+isListed() {
+    listText=$(/usr/bin/dscl . -list "$1" 2>&1) || fail "cannot list $1: $listText"
+    printf '%s\n' "$listText" | grep -ixF -e "$2" >/dev/null
+}
+
+# Sets recordText to attributes of a record, KEY by KEY, between newlines.
+readRecord() {
+    recordText=$(/usr/bin/dscl . -read "$@" 2>&1) || fail "cannot read $1: $recordText"
+    recordText=$newline$recordText$newline
+}
+
+# Whether readRecord has found this value: one with a blank stands on a line of its own.
+hasValue() {
+    case $recordText in
+        *"$newline$1: $2$newline"* | *"$newline$1:$newline $2$newline"*) return 0 ;;
+    esac
+    return 1
+}
+
+# isOurRecord FOLDER NAME NUMBER_KEY: whether a user or group that exists was made here.  One that has
+# no number is none yet: when we have begun to make that user, it is what a killed script has left.
+isOurRecord() {
+    readRecord "$1/$2" RealName "$3"
+    ! hasValue RealName "$USER_MARK $2" || return 0
+    case $recordText in *"$newline$3: "*) return 1 ;; esac
+    [ -f "$USER_STATE/$2" ]
+}
+
+# Deletes a record and looks whether it is gone.
+deleteRecord() {
+    deletion=$(/usr/bin/dscl . -delete "$1/$2" 2>&1) || say "cannot delete $1/$2: $deletion"
+    ! isListed "$1" "$2" || { say "$1/$2 is still there"; return 1; }
+}
+
+# ---- Users
+
+# Sets userListed, groupListed and isOurs (of the user, or of the group when there is no user).
+findUser() {
+    userListed=no groupListed=no isOurs=no
+    ! isListed /Users "$1" || userListed=yes
+    ! isListed /Groups "$1" || groupListed=yes
+    if [ "$userListed" = yes ]; then
+        ! isOurRecord /Users "$1" UniqueID || isOurs=yes
+    elif [ "$groupListed" = yes ]; then
+        # shellcheck disable=SC2034 # the scripts look at it
+        ! isOurRecord /Groups "$1" PrimaryGroupID || isOurs=yes
+    fi
+}
+
+hasNtHash() {
+    hashTypes=$(/usr/bin/pwpolicy -u "$1" -gethashtypes 2>&1) ||
+        fail "cannot read the hash types of $1: $hashTypes"
+    printf '%s\n' "$hashTypes" | grep -wF -e SMB-NT >/dev/null
+}
+
+# Whether the user is named among the members of ACCESS_GROUP, which exists.
+isMember() {
+    readRecord "/Groups/$ACCESS_GROUP" GroupMembership
+    case $recordText in "${newline}GroupMembership:"*) ;; *) return 1 ;; esac
+    case " $(printf '%s' "$recordText" | tr '\n' ' ') " in *" $1 "*) return 0 ;; esac
+    return 1
+}
+
+# Takes the user out of ACCESS_GROUP, which would keep a name that may belong to another one day.
+leaveAccessGroup() {
+    isListed /Groups "$ACCESS_GROUP" && isMember "$1" || return 0
+    removal=$(/usr/sbin/dseditgroup -o edit -d "$1" -t user "$ACCESS_GROUP" 2>&1) || {
+        say "cannot take $1 out of the group $ACCESS_GROUP: $removal"
+        return 1
+    }
+}
+
+# removeUser NAME: takes away a user of ours that findUser has found.  Its shares go first, because
+# entries on the disk cannot be removed by name once the name is gone; but when that fails, the user
+# goes all the same: entries without a user let nobody in, and a user with a password does.
+removeUser() {
+    sharesRemoved=yes
+    removeSharesOf "$1" || sharesRemoved=no
+    if [ "$userListed" = yes ]; then
+        leaveAccessGroup "$1" || return 1
+        deleteRecord /Users "$1" || return 1
+    fi
+    if [ "$groupListed" = yes ] && isOurRecord /Groups "$1" PrimaryGroupID; then
+        deleteRecord /Groups "$1" || return 1
+    fi
+    rm -f -- "$USER_STATE/$1"
+    [ "$sharesRemoved" = yes ]
+}
+
+# ---- Shares
+#
+# Each folder "_SHARE" in SHARE_STATE holds, as files: "given", the folder as the caller names it;
+# "folder", the same without links; "user"; "numbers", the user's and that of the folder's owner;
+# "entry", the access entry on the folder; "search", which folders above it have an entry as well (1
+# is the next above); and "owner".
+
+# Sets recalled to the content of a file, newlines at its end included, or to nothing.
+recall() {
+    recalled=$(cat "$1" 2>/dev/null && printf .) || recalled=''
+    recalled=${recalled%.}
+}
+
+# Whether the record of the share NAME, which is listed, leads to FOLDER.
+leadsTo() {
+    shareText=$(/usr/bin/dscl . -read "/SharePoints/$1" directory_path 2>&1 && printf .) ||
+        fail "cannot read the share \"$1\": $shareText"
+    case $shareText in
+        "dsAttrTypeNative:directory_path: $2$newline.") return 0 ;;
+        "dsAttrTypeNative:directory_path:$newline $2$newline.") return 0 ;;
+    esac
+    return 1
+}
+
+# Whether the share NAME exists and was made here.
+isOurShare() {
+    isListed /SharePoints "$1" || return 1
+    recall "$SHARE_STATE/_$1/folder"
+    [ -n "$recalled" ] && leadsTo "$1" "$recalled"
+}
+
+endShare() {
+    removal=$(/usr/sbin/sharing -r "$1" 2>&1) || say "cannot remove the share \"$1\": $removal"
+    ! isListed /SharePoints "$1" || { say "the share \"$1\" is still there"; return 1; }
+}
+
+# isGranted USER FLAGS PATH: whether an access entry on PATH, or with R in FLAGS on anything below it,
+# names the user.  ls shows an odd byte of a name as "?", so no name of a file looks like an entry.
+isGranted() {
+    { /bin/ls "-$2" -- "$3" 2>/dev/null || printf 'failed\n'; } | awk -v "entry=user:$1" '
+        /^ [0-9]+: / && $2 == entry { found = 1 }
+        $0 == "failed" { failed = 1 }
+        END { exit found || failed ? 0 : 1 }'
+}
+
+# takeBack USER ENTRY PATH [-R]: what was moved into the folder never had the entry, and then chmod
+# complains: it has failed only if an entry is left.
+takeBack() {
+    if [ "$#" -eq 4 ]; then listFlags=lqeR; else listFlags=lqed; fi
+    removal=$(/bin/chmod ${4+-R} -a "$2" "$3" 2>&1) || {
+        ! isGranted "$1" "$listFlags" "$3" || {
+            say "cannot take the access of $1 back: $removal"
+            return 1
+        }
+    }
+}
+
+# What the client has made belongs to a number that the next user of a share may get: it goes to the
+# owner of the folder.  -execdir and -h, because its owner could put links in the way meanwhile.
+giveToOwner() {
+    recall "$shareState/numbers"
+    case $recalled in ?*' '?*) ;; *) return 0 ;; esac
+    gift=$(/usr/bin/find "$1" -xdev -user "${recalled% *}" \
+        -execdir /usr/sbin/chown -h "${recalled#* }" '{}' \; 2>&1) || {
+        say "cannot give all that was written to the owner of the folder: $gift"
+        return 1
+    }
+}
+
+# setAbove FOLDER N: sets above to the Nth folder above FOLDER, counted from 1.
+setAbove() {
+    above=$1 aboveLeft=$2
+    while [ "$aboveLeft" -gt 0 ]; do
+        above=${above%/*} aboveLeft=$((aboveLeft - 1))
+    done
+    [ -n "$above" ] || above=/
+}
+
+# takeRights FOLDER: the reverse of what addshare.sh granted, the folder first and then upwards.
+takeRights() {
+    rightsTaken=yes
+    recall "$shareState/user"
+    rightsUser=$recalled
+    recall "$shareState/entry"
+    if [ -n "$recalled" ] && [ -d "$1" ]; then
+        takeBack "$rightsUser" "$recalled" "$1" -R || rightsTaken=no
+        giveToOwner "$1" || rightsTaken=no
+    fi
+    # shellcheck disable=SC2013 # a number a line.  Sorted, they begin with the last that was granted.
+    for aboveNumber in $(sort -n -- "$shareState/search" 2>/dev/null); do
+        setAbove "$1" "$aboveNumber"
+        [ ! -d "$above" ] || takeBack "$rightsUser" "user:$rightsUser allow search" "$above" ||
+            rightsTaken=no
+    done
+    [ "$rightsTaken" = yes ]
+}
+
+# removeShare NAME: ends a share of ours, as much of it as there is, and forgets it.  A record that has
+# come in its place meanwhile is somebody else's, and stays.
+removeShare() {
+    shareState=$SHARE_STATE/_$1
+    if isOurShare "$1"; then
+        endShare "$1" || return 1
+    fi
+    recall "$shareState/folder"
+    takeRights "$recalled" || return 1
+    forgetShare
+}
+
+forgetShare() {
+    if ! rm -f -- "$shareState"/* || { [ -d "$shareState" ] && ! rmdir -- "$shareState"; }; then
+        say "cannot remove $shareState"
+        return 1
+    fi
+}
+
+removeSharesOf() {
+    allRemoved=yes
+    for shareState in "$SHARE_STATE"/_*; do
+        recall "$shareState/user"
+        [ "$recalled" != "$1" ] || removeShare "${shareState#"$SHARE_STATE/_"}" || allRemoved=no
+    done
+    [ "$allRemoved" = yes ]
+}
+
+# Clears away what dead sessions left, so that a user of a new session never finds the share of an
+# old one whose user had the same name.
+removeLeftoverShares() {
+    for shareState in "$SHARE_STATE"/_*; do
+        [ -d "$shareState" ] || continue
+        ! isInUse "$shareState/owner" || continue
+        removeShare "${shareState#"$SHARE_STATE/_"}" ||
+            fail 'cannot clear away the shares of an earlier session'
+    done
+}

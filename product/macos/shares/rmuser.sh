@@ -1,0 +1,25 @@
+#!/bin/sh
+# rmuser.sh USER -- removes a user that adduser.sh made, and any share of it that was left.
+# It asks nothing of the SMB service, which may be going down, and nothing that its caller may hold:
+# the caller has the system preferences locked meanwhile.
+# Exit status: 0 there is no such user any more; otherwise stderr says why, and what is left.
+# shellcheck source=SCRIPTDIR/common.sh
+. "${0%/*}/common.sh"
+
+# USER
+main() {
+    findUser "$1"
+    ! isInUseByAnother "$USER_STATE/$1" || fail "the user $1 belongs to another session that runs"
+    if [ "$isOurs" = no ]; then
+        [ "$userListed" = no ] || fail "the user $1 was not made for a share"
+        removeSharesOf "$1" || exit 1
+        rm -f -- "$USER_STATE/$1"
+        say "there is no user $1 any more"
+        exit 0
+    fi
+    removeUser "$1" || exit 1
+}
+
+[ "$#" -eq 1 ] || fail 'usage: rmuser.sh USER'
+checkUserName "$1"
+underLock main "$1"

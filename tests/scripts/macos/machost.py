@@ -1,0 +1,712 @@
+"""A Mac for the tests of its share scripts: stand-ins for its programs, and a model of its directory.
+
+The stand-ins lie at the programs' own paths, so this changes the machine: it runs in tools/sandbox.sh
+only.  Each call of one is answered here, in the process of the test, from the model.  A call that the
+real program would not understand is answered with status 64 and noted as a misuse, which fails the
+test whatever the script makes of the status.
+
+The model keeps to what is known of a Mac, and where that is uncertain takes the worse: a share lets
+guests in unless told not to, two records may have one number, a password for SMB exists only when it
+was set after it was asked for, and setting an attribute can fail with status 0.
+"""
+
+import base64
+import contextlib
+import copy
+import datetime
+import functools
+import json
+import os
+import re
+import shutil
+import socket
+import stat
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import traceback
+import unittest
+import uuid
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+REPO = os.path.dirname(os.path.dirname(os.path.dirname(HERE)))
+SHARES = '/tmp/Pelago Test.app/Contents/Library/shares'  # the blank is there on purpose
+SOCKET = '/tmp/machost.socket'
+STATE = '/var/db/pelago'
+LOCKS = '/var/run/pelago'
+MARK = 'Pelago share user'
+ACCESS_GROUP = 'com.apple.access_smb'
+SHELLS = {'dash': ['/bin/dash'], 'bash': ['/bin/bash', '--posix']}
+PASSWORD = 'correct horse'
+HANG = 30  # seconds after which something hangs; nothing is asserted about times below it
+
+PROGRAMS = {
+    'dscl': '/usr/bin', 'sharing': '/usr/sbin', 'pwpolicy': '/usr/bin', 'dseditgroup': '/usr/sbin',
+    'osascript': '/usr/bin', 'chmod': '/bin', 'ls': '/bin', 'ps': '/bin', 'id': '/usr/bin',
+    'stat': '/usr/bin', 'nc': '/usr/bin', 'find': '/usr/bin', 'od': '/usr/bin', 'sleep': '/bin',
+}
+CHANGING = ('-create', '-delete', '-a', '-r', '-sethashtypes', 'edit', '+a', 'JavaScript')
+
+READ = 'list,search,readattr,readextattr,readsecurity,read,execute'
+WRITE = 'write,append,delete,delete_child,add_file,add_subdirectory,writeattr,writeextattr'
+INHERIT = 'file_inherit,directory_inherit'
+RIGHTS = set((READ + ',' + WRITE + ',' + INHERIT).split(','))
+
+
+def require_sandbox():
+    with open('/proc/self/mounts', encoding='utf-8') as mounts:
+        if not any(line.startswith('overlay / overlay') and 'lowerdir=/,' in line for line in mounts):
+            sys.exit('machost: run this in tools/sandbox.sh only; it replaces system programs')
+
+
+def write(path, content, mode=None):
+    with open(path, 'wb') as file:
+        file.write(content if isinstance(content, bytes) else content.encode())
+    if mode is not None:
+        os.chmod(path, mode)
+    return path
+
+
+def read(path):
+    with open(path, 'rb') as file:
+        return file.read()
+
+
+def wait_until(condition, what):
+    deadline = time.monotonic() + HANG
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError('waited in vain for ' + what)
+        time.sleep(0.005)
+
+
+class Misuse(Exception):
+    """A call that the real program would not understand."""
+
+
+class Refusal(Exception):
+    """A call that the real program understands, and ends with a status other than 0."""
+
+    def __init__(self, text, status=1):
+        super().__init__(text)
+        self.status = status
+
+
+# ---- The model
+
+class Mac:
+    """What there is on the Mac: records, passwords, shares, access entries."""
+
+    def __init__(self):
+        self.records = {'Users': {}, 'Groups': {}, 'SharePoints': {}}
+        self.hash_types = {}   # user -> the types that are asked for
+        self.passwords = {}    # user -> bytes, as it was set last
+        self.nt_hashes = {}    # user -> bytes, when it was set after SMB-NT was asked for
+        self.entries = {}      # path -> [(UUID of the user, kind, rights, inherited)]
+        self.network_users = {}
+        self.smb_after = 0     # how many connections are refused before the service is up
+        self.sharing_has_r = True
+        for name, number in (('root', '0'), ('bob', '501'), ('_www', '70')):
+            self.add('Users', name, UniqueID=number, PrimaryGroupID='20', RealName='The ' + name)
+        for name, number in (('wheel', '0'), ('staff', '20'), ('justagroup', '777')):
+            self.add('Groups', name, PrimaryGroupID=number)
+
+    def add(self, kind, name, **attributes):
+        self.records[kind][name] = {'GeneratedUID': [str(uuid.uuid4()).upper()]}
+        for key, value in attributes.items():
+            self.records[kind][name][key] = [value]
+
+    def find(self, kind, name):
+        """The name as it is written in the directory, which compares without case."""
+        return next((known for known in self.records[kind] if known.lower() == name.lower()), None)
+
+    def attribute(self, kind, name, key):
+        return self.records[kind][name].get(key, [''])[0]
+
+    def user_uuid(self, name):
+        user = self.records['Users'].get(name, {})
+        if 'UniqueID' not in user:
+            raise Refusal("chmod: Unable to translate '%s' to a UUID" % name)
+        return user['GeneratedUID'][0]
+
+    def entry_lines(self, path):
+        names = {user['GeneratedUID'][0]: name for name, user in self.records['Users'].items()}
+        for number, (owner, kind, rights, inherited) in enumerate(self.entries.get(path, ())):
+            who = 'user:' + names[owner] if owner in names else owner
+            yield ' %d: %s %s%s %s' % (number, who, 'inherited ' if inherited else '', kind, rights)
+
+    def client_writes(self, user, path, content=b'written\n'):
+        """A file as a client makes it: the user's own, with what the folder passes on."""
+        write(path, content, 0o600)
+        os.chown(path, int(self.attribute('Users', user, 'UniqueID')), -1)
+        passed_on = [entry[:3] + (True,) for entry in self.entries.get(os.path.dirname(path), ())
+                     if 'file_inherit' in entry[2]]
+        if passed_on:
+            self.entries[path] = passed_on
+
+
+# ---- The programs
+
+def everything_in(path):
+    """The path and all below it, links neither followed nor counted."""
+    yield path
+    for folder, folders, files in os.walk(path):
+        for name in folders + files:
+            if not os.path.islink(os.path.join(folder, name)):
+                yield os.path.join(folder, name)
+
+
+class Programs:
+    """One method for each program: from its arguments to its output, on the model."""
+
+    def __init__(self, mac):
+        self.mac = mac
+
+    # -- directory
+
+    def dscl(self, args, _):
+        if len(args) < 3 or args[0] != '.' or args[1] not in ('-list', '-read', '-create', '-delete'):
+            raise Misuse
+        verb, path, keys = args[1], args[2], args[3:]
+        parts = path.split('/', 2)
+        if parts[0] or parts[1] not in self.mac.records or (len(parts) == 2) != (verb == '-list'):
+            raise Misuse
+        records = self.mac.records[parts[1]]
+        if verb == '-list':
+            return self.dscl_list(records, keys)
+        name = self.mac.find(parts[1], parts[2])
+        if verb == '-create' and not keys:
+            if name is None and len(parts[2]) <= 244:
+                self.mac.add(parts[1], parts[2])
+            return ''
+        if name is None:
+            raise Refusal('<dscl_cmd> DS Error: -14136 (eDSRecordNotFound)', 56)
+        if verb == '-read':
+            return ''.join(self.dscl_show(records[name], key) for key in keys or [Misuse])
+        if verb == '-create':
+            if len(keys) != 2:
+                raise Misuse
+            records[name][keys[0]] = [keys[1]]
+            return ''
+        if keys:
+            raise Misuse
+        del records[name]
+        for table in (self.mac.hash_types, self.mac.passwords, self.mac.nt_hashes):
+            table.pop(name, None)
+        return ''
+
+    @staticmethod
+    def dscl_list(records, keys):
+        if len(keys) > 1:
+            raise Misuse
+        if not keys:
+            return ''.join(name + '\n' for name in records)
+        return ''.join('%-24s %s\n' % (name, record[keys[0]][0])
+                       for name, record in records.items() if keys[0] in record)
+
+    @staticmethod
+    def dscl_show(record, key):
+        if key not in record:
+            return 'No such key: %s\n' % key
+        shown = 'dsAttrTypeNative:' + key if key in ('IsHidden', 'directory_path') else key
+        if key == 'GroupMembership':
+            return '%s: %s\n' % (shown, ' '.join(record[key]))
+        blank = any(char.isspace() for char in record[key][0])
+        return '%s:%s %s\n' % (shown, '\n' if blank else '', record[key][0])
+
+    def dseditgroup(self, args, _):
+        if args[:2] != ['-o', 'edit'] or args[2] not in ('-a', '-d') or args[4:6] != ['-t', 'user'] \
+                or len(args) != 7:
+            raise Misuse
+        if args[6] not in self.mac.records['Groups']:
+            raise Refusal('Group not found.')
+        self.mac.user_uuid(args[3])
+        members = self.mac.records['Groups'][args[6]].setdefault('GroupMembership', [])
+        if (args[2] == '-d') != (args[3] in members):
+            raise Refusal('The record is %sa member.' % ('' if args[3] in members else 'not '))
+        if args[2] == '-a':
+            members.append(args[3])
+        else:
+            members.remove(args[3])
+            if not members:
+                del self.mac.records['Groups'][args[6]]['GroupMembership']
+        return ''
+
+    def id(self, args, _):
+        if args == ['-u']:
+            return '0\n'
+        if len(args) != 2 or args[0] != '-u':
+            raise Misuse
+        if args[1] in self.mac.network_users:
+            return self.mac.network_users[args[1]] + '\n'
+        number = self.mac.records['Users'].get(args[1], {}).get('UniqueID')
+        if not number:
+            raise Refusal('id: %s: no such user' % args[1])
+        return number[0] + '\n'
+
+    # -- passwords
+
+    def pwpolicy(self, args, _):
+        if args[:1] != ['-u'] or args[2:] not in (['-sethashtypes', 'SMB-NT', 'on'], ['-gethashtypes']):
+            raise Misuse
+        self.mac.user_uuid(args[1])
+        if args[2] == '-gethashtypes':
+            return ''.join(kind + '\n' for kind in
+                           ['SALTED-SHA512-PBKDF2'] + self.mac.hash_types.get(args[1], []))
+        if args[1] not in self.mac.passwords:
+            raise Refusal('Error: the account has no password.')
+        self.mac.hash_types[args[1]] = ['SMB-NT']
+        return 'Setting hash types for %s\n' % args[1]
+
+    def osascript(self, args, stdin):
+        if args[:3] != ['-l', 'JavaScript', '-e'] or len(args) != 5 or not all(
+                word in args[3] for word in ('ObjC.import("OpenDirectory")', 'readDataToEndOfFile',
+                                             'changePasswordToPasswordError', 'argv[0]')):
+            raise Misuse
+        try:
+            stdin.decode()
+        except UnicodeDecodeError as error:
+            raise Refusal('execution error: the password is not valid UTF-8') from error
+        self.mac.user_uuid(args[4])
+        self.mac.passwords[args[4]] = stdin
+        if 'SMB-NT' in self.mac.hash_types.get(args[4], []):
+            self.mac.nt_hashes[args[4]] = stdin
+        return ''
+
+    # -- shares
+
+    def sharing(self, args, _):
+        points = self.mac.records['SharePoints']
+        if not args:
+            raise Refusal('usage: sharing -a <path> [options] | -r <name> | -l\n  -S, -n, -s, -g' +
+                          (', -R <0|1>' if self.mac.sharing_has_r else ''), 64)
+        if args == ['-l']:
+            return 'List of Share Points\n' + ''.join(
+                'name:\t\t%s\npath:\t\t%s\n\tsmb:\t{\n\t\t\tname:\t%s\n\t\t\tshared:\t1\n\t}\n' %
+                (name, self.mac.attribute('SharePoints', name, 'directory_path'),
+                 self.mac.attribute('SharePoints', name, 'smb_name')) for name in points)
+        if args[0] == '-r' and len(args) == 2:
+            name = self.mac.find('SharePoints', args[1])
+            if name is None:
+                raise Refusal('sharing: there is no such share point')
+            del points[name]
+            return ''
+        options = dict(zip(args[::2], args[1::2]))
+        known = {'-a', '-n', '-S', '-s', '-g'} | ({'-R'} if self.mac.sharing_has_r else set())
+        if args[0] != '-a' or len(args) % 2 or len(options) != len(args) // 2 or set(options) - known \
+                or not re.fullmatch('[01]{3}', options.get('-s', '100')) \
+                or not re.fullmatch('[01]{3}', options.get('-g', '111')) \
+                or options.get('-R', '0') not in ('0', '1'):
+            raise Misuse
+        if not os.path.isdir(options['-a']):
+            raise Refusal('sharing: no such folder')
+        if self.mac.find('SharePoints', options['-n']) is not None:
+            raise Refusal('sharing: the share point exists')
+        self.mac.add('SharePoints', options['-n'], directory_path=options['-a'],
+                     smb_name=options['-S'], services=options.get('-s', '100'),
+                     guests=options.get('-g', '111'), read_only=options.get('-R', '0'))
+        return 'Share point added.\n'
+
+    def nc(self, args, _):
+        if args != ['-z', '-w', '1', '127.0.0.1', '445']:
+            raise Misuse
+        if self.mac.smb_after > 0:
+            self.mac.smb_after -= 1
+            raise Refusal('')
+        return 'Connection to 127.0.0.1 port 445 [tcp/microsoft-ds] succeeded!\n'
+
+    # -- files
+
+    def chmod(self, args, _):
+        recursive = args[:1] == ['-R']
+        if len(args[recursive:]) != 3 or args[recursive] not in ('+a', '-a'):
+            raise Misuse
+        verb, text, path = args[recursive:]
+        entry = re.fullmatch('user:([a-z0-9_.-]+) (allow) ([a-z_,]+)', text)
+        if not entry or set(entry[3].split(',')) - RIGHTS or not path.startswith('/'):
+            raise Misuse
+        owner = self.mac.user_uuid(entry[1])
+        missed = [one for one in (everything_in(path) if recursive else [path])
+                  if not self.change_entry(verb, (owner, entry[2], entry[3], False), one)]
+        if missed:
+            raise Refusal(''.join("chmod: No ACL present '%s'\n" % one for one in missed))
+        return ''
+
+    def change_entry(self, verb, entry, path):
+        """Whether it could be done.  Taking away takes what was passed on as well."""
+        there = self.mac.entries.get(path, [])
+        if verb == '+a':
+            self.mac.entries[path] = [entry] + there
+            return os.path.exists(path)
+        kept = [one for one in there if one[:3] != entry[:3]]
+        self.mac.entries[path] = kept
+        if not kept:
+            del self.mac.entries[path]
+        return kept != there
+
+    def ls(self, args, _):
+        if len(args) != 3 or args[0] not in ('-lqed', '-lqeR') or args[1] != '--':
+            raise Misuse
+        if not os.path.exists(args[2]):
+            raise Refusal('ls: %s: No such file or directory' % args[2])
+        lines = []
+        for path in everything_in(args[2]) if args[0] == '-lqeR' else [args[2]]:
+            name = re.sub('[^ -~]', '?', path)
+            lines.append('-rw-------+ 1 bob  staff  0 Jan  1 00:00 ' + name)
+            lines.extend(self.mac.entry_lines(path))
+        return '\n'.join(lines) + '\n'
+
+    @staticmethod
+    def stat(args, _):
+        if len(args) != 3 or args[0] != '-f' or args[1] not in ('%u', '%Lp'):
+            raise Misuse
+        found = os.lstat(args[2])
+        return '%d\n' % found.st_uid if args[1] == '%u' else '%o\n' % stat.S_IMODE(found.st_mode)
+
+    @staticmethod
+    def find(args, _):
+        if args[1:3] != ['-xdev', '-user'] or args[4:7] != ['-execdir', '/usr/sbin/chown', '-h'] \
+                or args[8:] != ['{}', ';'] or len(args) != 10 or not args[0].startswith('/'):
+            raise Misuse
+        done = subprocess.run(['/usr/bin/find.real', *args], stdout=subprocess.PIPE, check=False,
+                              stderr=subprocess.STDOUT, env={'PATH': '/usr/bin'})
+        if done.returncode:
+            raise Refusal(os.fsdecode(done.stdout))
+        return ''
+
+    # -- the rest
+
+    @staticmethod
+    def ps(args, _):
+        if len(args) != 6 or args[0] != '-p' or args[2:] != ['-o', 'stat=', '-o', 'lstart=']:
+            raise Misuse
+        try:
+            fields = read('/proc/%d/stat' % int(args[1])).rpartition(b')')[2].split()
+        except FileNotFoundError as error:
+            raise Refusal('') from error
+        booted = int(re.search(rb'btime (\d+)', read('/proc/stat'))[1])
+        seconds = booted + int(fields[19]) // os.sysconf('SC_CLK_TCK')
+        start = datetime.datetime.fromtimestamp(seconds, datetime.timezone.utc)
+        return '%-4s %s    \n' % (fields[0].decode() + 's', start.strftime('%a %b %e %H:%M:%S %Y'))
+
+    @staticmethod
+    def od(args, stdin):
+        """Wide gaps, and blanks to the end of the line: as od prints it there."""
+        if args != ['-An', '-v', '-to1']:
+            raise Misuse
+        lines = [stdin[start:start + 16] for start in range(0, len(stdin), 16)]
+        return ''.join(' ' * 11 + ''.join('%03o  ' % byte for byte in line).ljust(80) + '\n'
+                       for line in lines)
+
+    @staticmethod
+    def sleep(args, _):
+        if args != ['0.1']:
+            raise Misuse
+        time.sleep(0.002)
+        return ''
+
+
+# ---- Answering
+
+class Call:
+    def __init__(self, argv, environ, stdin):
+        self.path, self.args = argv[0], argv[1:]
+        self.name = os.path.basename(argv[0])
+        self.environ, self.stdin = environ, stdin
+
+    def __repr__(self):
+        return ' '.join([self.name] + self.args)
+
+    @property
+    def changes(self):
+        return any(word in CHANGING for word in self.args) and self.name not in ('ls', 'stat', 'id')
+
+
+class Host:
+    """Answers the stand-ins, one at a time, and notes what they were asked."""
+
+    def __init__(self):
+        require_sandbox()
+        self.lock = threading.Lock()
+        self.wipe()
+        self.listener = socket.socket(socket.AF_UNIX)
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(SOCKET)
+        self.listener.bind(SOCKET)
+        self.listener.listen(64)
+        threading.Thread(target=self.serve, daemon=True).start()
+
+    def wipe(self):
+        """A new Mac without a trace of a session."""
+        self.mac = Mac()
+        self.calls, self.misuses = [], []
+        self.fault = None   # (first call, last call, "refuse" | "after" | "lie"), counted from 1
+        self.hook = None    # called with each call, before or after it is answered
+        self.after_hook = None
+        for folder in (STATE, LOCKS):
+            shutil.rmtree(folder, ignore_errors=True)
+
+    def serve(self):
+        while True:
+            connection, _ = self.listener.accept()
+            threading.Thread(target=self.answer, args=[connection], daemon=True).start()
+
+    def answer(self, connection):
+        try:
+            with connection, connection.makefile('rb') as file:
+                sizes = struct.unpack('=3I', file.read(12))
+                argv, environ, stdin = (file.read(size) for size in sizes)
+                call = Call([os.fsdecode(word) for word in argv.split(b'\0')[:-1]], environ, stdin)
+                if self.hook:
+                    self.hook(call)
+                with self.lock:
+                    self.calls.append(call)
+                    status, out, err = self.perform(call, len(self.calls))
+                if self.after_hook:
+                    self.after_hook(call)
+                connection.sendall(struct.pack('=3I', status, len(out), len(err)) + out + err)
+        except (BrokenPipeError, ConnectionResetError):
+            pass  # killed while it waited for the answer
+        except Exception:  # pylint: disable=broad-except
+            self.misuses.append(traceback.format_exc())
+
+    def perform(self, call, number):
+        fault = self.fault[2] if self.fault and self.fault[0] <= number <= self.fault[1] else None
+        if fault == 'refuse':
+            return 1, b'', b'%s: out of order\n' % call.name.encode()
+        if fault == 'lie':
+            return 0, b'', b''
+        try:
+            expected = '' if call.name in ('od', 'sleep') else PROGRAMS[call.name] + '/'
+            if call.path != expected + call.name:
+                raise Misuse
+            out = getattr(Programs(self.mac), call.name)(call.args, call.stdin)
+        except Refusal as refusal:
+            return refusal.status, b'', os.fsencode(str(refusal) + '\n')
+        except Exception:  # pylint: disable=broad-except
+            self.misuses.append('%r\n%s' % (call, traceback.format_exc()))
+            return 64, b'', b'%s: usage\n' % call.name.encode()
+        if fault == 'after':
+            return 1, b'', b'%s: broke down afterwards\n' % call.name.encode()
+        return 0, os.fsencode(out), b''
+
+    def snapshot(self):
+        """All that a script could have changed, to compare."""
+        with self.lock:
+            model = copy.deepcopy({key: value for key, value in vars(self.mac).items()
+                                   if key != 'smb_after'})
+        return model, tree(STATE)
+
+    def save(self):
+        with self.lock:
+            return copy.deepcopy(self.mac), tree(STATE)
+
+    def restore(self, saved):
+        with self.lock:
+            self.mac = copy.deepcopy(saved[0])
+            self.calls, self.fault = [], None
+        for folder in (STATE, LOCKS):
+            shutil.rmtree(folder, ignore_errors=True)
+        for path, content in sorted(saved[1].items()):
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            os.mkdir(path) if content is None else write(path, content)
+
+
+def tree(top):
+    """Paths below a folder with their contents; the furniture that every script makes left out."""
+    found = {}
+    for folder, folders, files in os.walk(top):
+        for name in folders:
+            found[os.path.join(folder, name)] = None
+        for name in files:
+            found[os.path.join(folder, name)] = read(os.path.join(folder, name))
+    for name in ('/shares', '/users'):
+        found.pop(top + name, None)
+    return found
+
+
+HOST = None
+
+
+def set_up():
+    """Puts the stand-ins in place of the programs, and the scripts in theirs; the host that answers."""
+    global HOST  # pylint: disable=global-statement
+    require_sandbox()
+    if HOST:
+        return HOST
+    subprocess.run(['cc', '-O1', '-static', '-Wall', '-Werror', '-o', '/tmp/standIn',
+                    HERE + '/standIn.c'], check=True)
+    shutil.copytree(REPO + '/product/macos/shares', SHARES)
+    shutil.copy(REPO + '/product/shares/base.sh', SHARES)
+    os.makedirs('/var/db', exist_ok=True)
+    os.rename('/usr/bin/find', '/usr/bin/find.real')
+    os.symlink('/usr/bin/chown', '/usr/sbin/chown')
+    for name, folder in PROGRAMS.items():
+        path = os.path.join(folder, name)
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(path)
+        shutil.copy('/tmp/standIn', path)
+    HOST = Host()
+    return HOST
+
+
+# ---- The scripts
+
+class Result:
+    def __init__(self, status, output):
+        self.status, self.output = status, output
+
+    def __repr__(self):
+        return 'status %d, stderr %r' % (self.status, self.output)
+
+
+def script_path(name):
+    return '%s/%s.sh' % (SHARES, name)
+
+
+def run_command(argv, **kwargs):
+    """Runs a script as a child of this process, its stdout on its stderr as its caller has it."""
+    kwargs.setdefault('stdin', subprocess.DEVNULL)
+    done = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG,
+                          check=False, **kwargs)
+    return Result(done.returncode, done.stdout.decode(errors='surrogateescape'))
+
+
+class Session:
+    """Another process that runs scripts: a second tool, which can be killed."""
+
+    def __init__(self):
+        # pylint: disable=consider-using-with
+        self.process = subprocess.Popen([sys.executable, os.path.abspath(__file__), '--session'],
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
+    def run(self, argv, **_):
+        self.process.stdin.write(json.dumps([os.fsdecode(arg) for arg in argv]).encode() + b'\n')
+        self.process.stdin.flush()
+        answer = json.loads(self.process.stdout.readline())
+        return Result(answer['status'],
+                      base64.b64decode(answer['output']).decode(errors='surrogateescape'))
+
+    def kill(self):
+        self.process.kill()
+        self.close()
+
+    def close(self):
+        with contextlib.suppress(BrokenPipeError):
+            self.process.stdin.close()
+        self.process.stdout.close()
+        self.process.wait(HANG)
+
+
+def serve_session():
+    for line in sys.stdin.buffer:
+        result = run_command([os.fsencode(arg) for arg in json.loads(line)])
+        output = base64.b64encode(result.output.encode(errors='surrogateescape')).decode()
+        print(json.dumps({'status': result.status, 'output': output}), flush=True)
+
+
+# ---- The tests' base
+
+class MacTest(unittest.TestCase):
+    """A new Mac for each test and shell, a private folder of bob's, and a password file."""
+
+    maxDiff = None
+    shell = None
+
+    def __init_subclass__(cls):
+        for name, test in list(vars(cls).items()):
+            if name.startswith('test_'):
+                setattr(cls, name, cls.under_each_shell(test))
+
+    @staticmethod
+    def under_each_shell(test):
+        @functools.wraps(test)
+        def run(self):
+            for shell in SHELLS:
+                with self.subTest(shell=shell):
+                    self.shell = shell
+                    self.new_mac()
+                    try:
+                        test(self)
+                        self.assertEqual(HOST.misuses, [])
+                    finally:
+                        self.doCleanups()
+        return run
+
+    def new_mac(self):
+        HOST.wipe()
+        self.scratch = tempfile.mkdtemp(dir='/srv')
+        self.addCleanup(shutil.rmtree, self.scratch)
+        os.chmod(self.scratch, 0o755)
+        self.home = self.scratch + '/bob'
+        os.mkdir(self.home, 0o700)
+        self.folder = self.make_folder(self.home + '/Documents')
+        self.password_file = write(self.scratch + '/password', PASSWORD + '\n', 0o600)
+
+    def make_folder(self, path):
+        os.mkdir(path, 0o700)
+        for name in (b'f', b'sub/deep'):
+            name = os.path.join(os.fsencode(path), name)
+            os.makedirs(os.path.dirname(name), exist_ok=True)
+            write(name, 'some text\n', 0o600)
+        for one in list(everything_in(path)):
+            os.chown(one, 501, -1)
+        return path
+
+    # -- running
+
+    def argv(self, name, args):
+        return [*SHELLS[self.shell], script_path(name), *args]
+
+    def run_script(self, name, *args, run=run_command, **kwargs):
+        return run(self.argv(name, args), **kwargs)
+
+    def start(self, name, *args, **kwargs):
+        process = subprocess.Popen(self.argv(name, args), stderr=subprocess.DEVNULL, **kwargs)
+        self.addCleanup(process.wait, HANG)
+        return process
+
+    def session(self):
+        session = Session()
+        self.addCleanup(session.close)
+        return session
+
+    def add_user(self, user='alice', **kwargs):
+        return self.run_script('adduser', user, user, self.password_file, **kwargs)
+
+    def add_share(self, share='Docs', user='alice', folder=None, access='rw', **kwargs):
+        return self.run_script('addshare', user, self.password_file, folder or self.folder, share,
+                               access, **kwargs)
+
+    def add_both(self, **kwargs):
+        self.assert_done(self.add_user(**kwargs))
+        self.assert_done(self.add_share(**kwargs))
+
+    def remove_both(self, **kwargs):
+        self.assert_done(self.run_script('rmshare', 'Docs', self.folder, **kwargs))
+        self.assert_done(self.run_script('rmuser', 'alice', **kwargs))
+
+    # -- asserting
+
+    def assert_done(self, result):
+        self.assertEqual(result.status, 0, result.output)
+
+    def assert_refused(self, result, reason):
+        self.assertEqual(result.status, 1, result.output)
+        self.assertIn(reason, result.output)
+
+    def assert_unchanged(self, before):
+        self.assertEqual(HOST.snapshot(), before)
+
+    def asked(self, *names):
+        return [repr(call) for call in HOST.calls if call.name in names]
+
+    def entries(self, path):
+        return list(HOST.mac.entry_lines(path))
+
+
+if __name__ == '__main__' and sys.argv[1:] == ['--session']:
+    serve_session()

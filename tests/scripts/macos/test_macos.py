@@ -1,0 +1,608 @@
+"""The macOS share scripts, against stand-ins of the programs that they call.
+
+What is proved is what the scripts ask of a Mac, in which order, and what they make of the answers.
+That a real Mac answers like this is not.  Every test runs under each shell that may be /bin/sh there.
+"""
+
+import os
+import re
+import unittest
+
+import machost
+from machost import INHERIT, PASSWORD, READ, WRITE, MacTest, read, write
+
+SECRET = 'sEcReT-kept'  # looked for in everything that other processes can see
+
+PASSWORDS = {
+    'OneByte': b'x', 'BlanksAtTheEnds': b'  a b  ', 'OnlyBlanks': b'   ', 'Quotes': b'a"b\'c`d`',
+    'Dollar': b'$HOME $(id) ${x}', 'Backslashes': b'\\n\\\\x\\012\\', 'Percent': b'%s%d%%%n',
+    'LeadingDash': b'-n --', 'CarriageReturn': b'abc\r', 'Controls': b'\ta\x01\x7fb\t',
+    'Comment': b'#a=b;c', 'Glob': b'*?[a]~', 'Utf8': 'pässwörd €😀'.encode(),
+    'Decomposed': 'u\u0308'.encode(), 'Longest': b'0123456789' * 12 + b'abcdefg',
+    'EveryAsciiByte': bytes(range(1, 10)) + bytes(range(11, 128)),
+}
+
+REFUSED_PASSWORDS = {
+    'EmptyFile': (b'', 'empty'), 'EmptyLine': (b'\n', 'empty'),
+    'TwoLines': (b'one\ntwo\n', 'more than one line'),
+    'SecondLineEmpty': (b'one\n\n', 'more than one line'),
+    'Nul': (b'one\0two\n', 'NUL'), 'NulFirst': (b'\0\n', 'NUL'), 'NulLast': (b'one\0', 'NUL'),
+    '128Bytes': (b'a' * 128, 'longer than 127'),
+    '128AndNewline': (b'a' * 128 + b'\n', 'longer than 127'),
+    '600Bytes': (b'a' * 600, 'longer than 127'), 'NotUtf8': (b'\xff\xfe\xc3(', 'UTF-8'),
+    'CutUtf8': (b'a\xc3', 'UTF-8'),
+}
+
+REFUSED_USERS = {
+    'Empty': '', 'Blank': 'a b', 'BlankAfter': 'alice ', 'Dash': '-alice', 'Digit': '1alice',
+    'Dot': '.', 'DotDot': '..', 'UpperCase': 'Alice', 'Group': '@alice', 'Percent': 'a%u',
+    'Slash': 'a/b', 'Up': 'a/../b', 'Backslash': 'a\\b', 'Colon': 'a:b', 'Comma': 'a,b',
+    'Newline': 'a\nb', 'NewlineAfter': 'alice\n', 'Glob': 'a*', 'Quote': 'a"b', 'Semicolon': 'a;b',
+    'Dollar': 'a$b', 'Unicode': 'alicé', 'NotUtf8': b'a\xff', '33Characters': 'a' * 33,
+}
+
+SHARE_NAMES = [
+    'a b', 'a  b', "it's", 'Tom & Jerry', 'hidden$', 'ünïÁÈÀ', '#x', '@x', '~!^(x){x}`id`', '$x', '...',
+    '%s%U', 'x' * 80, '😀' * 40, 'alice', 'global',
+]
+
+REFUSED_SHARES = {
+    'Empty': ('', 'empty'), 'Blank': (' ', 'blank'), 'BlankBefore': (' a', 'blank'),
+    'BlankAfter': ('a ', 'blank'), 'Dash': ('-r', 'dash'), 'DashDash': ('--', 'dash'),
+    'Newline': ('a\nb', 'control'), 'NewlineAfter': ('a\n', 'control'), 'Delete': ('a\x7f', 'control'),
+    'Dot': ('.', 'reserved'), 'DotDot': ('..', 'reserved'), 'Ipc': ('Ipc$', 'reserved'),
+    'Admin': ('ADMIN$', 'reserved'), 'Print': ('print$', 'reserved'),
+    'TooLong': ('x' * 81, '80'), 'TooLongWide': ('😀' * 41, '80'), 'NotUtf8': (b'a\xff', 'UTF-8'),
+    'Overlong': (b'\xc0\xaf', 'UTF-8'),
+}
+REFUSED_SHARES.update({'Char%d' % ord(char): ('a%sb' % char, 'holds one of')
+                       for char in '<>*?|/\\+=;:",[]'})
+
+# Parts of a path below the scratch folder.
+FOLDERS = {
+    'BlanksAtTheEnds': b'  a b  ', 'TabAtTheEnd': b'\ta\t', 'OnlyABlank': b' ',
+    'ShellSyntax': b'a"b\'c`d`$HOME$(id);&*?[a-z]{b,c}~', 'Backslash': b'a\\b\\', 'Percents': b'%s%%',
+    'Newline': b'a\nb', 'NewlineAtTheEnd': b'a\n\n', 'Dash': b'-R', 'Control': b'\x01\x1b[0m\x7f:',
+    'Unicode': '日本 ünï u\u0308 😀'.encode(), 'Longest': b'x' * 255,
+}
+
+# What the scripts may start besides the stand-ins, with options that every system has.
+TEXT_PROGRAMS = {
+    'awk': r'(-v \S+=\S+ )*[^-]', 'cat': r'/', 'grep': r'-(ixF|xF|wF) -e ', 'head': r'-c 130$',
+    'iconv': r'-f UTF-8 -t UTF-16LE$', 'ln': r'/', 'mkdir': r'(-p|--) /', 'rm': r'-f (-- )?/',
+    'rmdir': r'-- /', 'sed': r'-n s', 'sort': r'-n -- /',
+    'tr': r'(-d )?(\S+|\S+ \S+| |\n \S*)$', 'wc': r'-c$',
+}
+
+host = None
+
+
+def setUpModule():
+    global host  # pylint: disable=global-statement
+    host = machost.set_up()
+
+
+class WholeSession(MacTest):
+
+    def test_everything_is_as_it_was_afterwards(self):
+        for access in ('rw', 'ro'):
+            host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
+            before = host.snapshot()
+            self.assertEqual(self.add_user().output, '')
+            self.assertEqual(self.add_share(access=access).output, '')
+            self.assertNotEqual(host.snapshot(), before)
+            self.assertEqual(self.run_script('rmshare', 'Docs', self.folder).output, '')
+            self.assertEqual(self.run_script('rmuser', 'alice').output, '')
+            self.assert_unchanged(before)
+            self.assertCountEqual(os.listdir(self.folder), ['f', 'sub'])
+
+    def test_what_the_client_wrote_goes_to_the_owner_of_the_folder(self):
+        self.add_both()
+        new, link = self.folder + '/-new\n', self.folder + '/link'
+        host.mac.client_writes('alice', new)
+        os.symlink('/etc/passwd', link)
+        number = int(host.mac.attribute('Users', 'alice', 'UniqueID'))
+        os.lchown(link, number, -1)
+        self.assertEqual(len(self.entries(new)), 1)
+        self.remove_both()
+        self.assertEqual([os.lstat(one).st_uid for one in (new, link, '/etc/passwd')], [501, 501, 0])
+        self.assertEqual(host.mac.entries, {})
+
+    def test_what_was_moved_into_the_folder_does_not_hinder_its_end(self):
+        self.add_both()
+        write(self.folder + '/moved', 'without an entry\n')
+        self.remove_both()
+        self.assertEqual(host.mac.entries, {})
+
+    def test_the_password_is_seen_by_nobody(self):
+        write(self.password_file, SECRET)
+        log = self.scratch + '/strace'
+        environ = dict(os.environ, passwordOctal='x', password='x', USER='x')
+        steps = [('adduser', 'alice', 'alice', self.password_file),
+                 ('addshare', 'alice', self.password_file, self.folder, 'Docs', 'rw'),
+                 ('rmshare', 'Docs', self.folder), ('rmuser', 'alice')]
+        seen = b''
+        for step in steps:
+            self.assert_done(machost.run_command(
+                ['strace', '-f', '-v', '-s', '4096', '-e', 'trace=execve', '-o', log,
+                 *self.argv(step[0], step[1:])], env=environ))
+            seen += read(log)
+        self.assertEqual(host.mac.passwords, {})
+        self.assertGreater(seen.count(b'execve('), 60)
+        octal = b''.join(b'\\\\%03o' % byte for byte in SECRET.encode())
+        for secret in (SECRET.encode(), octal, octal.replace(b'\\\\', b'\\')):
+            self.assertNotIn(secret, seen)
+        for call in host.calls:
+            self.assertNotIn(SECRET.encode(), call.environ)
+
+    def test_only_what_every_system_has_is_started(self):
+        log = self.scratch + '/strace'
+        for step in (('adduser', 'alice', 'alice', self.password_file),
+                     ('addshare', 'alice', self.password_file, self.folder, 'Docs', 'rw'),
+                     ('rmshare', 'Docs', self.folder), ('rmuser', 'alice')):
+            self.assert_done(machost.run_command(
+                ['strace', '-f', '-s', '4096', '-e', 'trace=execve', '-e', 'signal=none', '-o', log,
+                 *self.argv(step[0], step[1:])]))
+            started = re.findall(r'execve\("([^"]+)", \[(.*)\], 0x.*\) = 0', read(log).decode())[1:]
+            self.assertGreater(len(started), 10)
+            for path, argv in started:
+                words = [word.encode().decode('unicode_escape')
+                         for word in re.findall(r'"((?:[^"\\]|\\.)*)"', argv)]
+                name = os.path.basename(path)
+                with self.subTest(words[:4]):
+                    if name in machost.PROGRAMS:
+                        continue
+                    self.assertIn(name, TEXT_PROGRAMS)
+                    self.assertRegex(' '.join(words[1:]), '^' + TEXT_PROGRAMS[name])
+
+    def test_hostile_arguments_arrive_element_by_element(self):
+        share = "~!^(x){x}`id`$HOME%s'é&  b"
+        folder = self.make_folder(self.home + "/ -R\n`id`;$(x)\"'\\%s*?[a]é ")
+        self.assert_done(self.add_user('a.b-c_'))
+        before = len(host.calls)
+        self.assert_done(self.add_share(share, 'a.b-c_', folder))
+        self.assert_done(self.run_script('rmshare', share, folder))
+        asked = [call.args for call in host.calls[before:]]
+        self.assertIn(['-a', folder, '-n', share, '-S', share, '-s', '001', '-g', '000', '-R', '0'],
+                      asked)
+        self.assertIn(['-r', share], asked)
+        entry = 'user:a.b-c_ allow %s,%s,%s' % (READ, WRITE, INHERIT)
+        self.assertIn(['-R', '+a', entry, folder], asked)
+        self.assertIn(['-R', '-a', entry, folder], asked)
+
+
+class AddUser(MacTest):
+
+    def test_makes_a_hidden_user_with_a_group_of_its_own(self):
+        self.assert_done(self.add_user())
+        user, group = host.mac.records['Users']['alice'], host.mac.records['Groups']['alice']
+        for record in (user, group):
+            del record['GeneratedUID']
+        self.assertEqual(user, {
+            'RealName': ['Pelago share user alice'], 'UserShell': ['/usr/bin/false'],
+            'NFSHomeDirectory': ['/var/empty'], 'IsHidden': ['1'], 'PrimaryGroupID': ['499'],
+            'UniqueID': ['499']})
+        self.assertEqual(group, {'RealName': ['Pelago share user alice'], 'PrimaryGroupID': ['499']})
+        self.assertEqual(list(user)[0], 'RealName', 'the mark comes first')
+        self.assertEqual(list(user)[-1], 'UniqueID', 'and what makes it a user last')
+
+    def test_the_password_is_set_after_its_hash_for_smb_was_asked_for(self):
+        self.assert_done(self.add_user())
+        asked = [call.name for call in host.calls if call.name == 'osascript' or
+                 '-sethashtypes' in call.args]
+        self.assertEqual(asked, ['osascript', 'pwpolicy', 'osascript'])
+        self.assertEqual(host.mac.nt_hashes, {'alice': PASSWORD.encode()})
+
+    def test_hands_over_every_password_as_it_is(self):
+        saved = host.save()
+        for name, password in PASSWORDS.items():
+            for end in (b'\n', b'') if name in ('OneByte', 'Backslashes') else (b'\n',):
+                with self.subTest(name, end=end):
+                    write(self.password_file, password + end)
+                    self.assert_done(self.add_user())
+                    self.assertEqual(host.mac.nt_hashes['alice'], password)
+                host.restore(saved)
+
+    def test_refuses_passwords_that_cannot_be_kept(self):
+        before = host.snapshot()
+        for name, (content, reason) in REFUSED_PASSWORDS.items():
+            with self.subTest(name):
+                write(self.password_file, content)
+                self.assert_refused(self.add_user(), reason)
+                self.assert_unchanged(before)
+
+    def test_refuses_a_password_file_that_cannot_be_read(self):
+        before = host.snapshot()
+        for path, reason in (('/nonexistent', 'cannot read'), ('/etc', 'is a folder'), ('', 'empty')):
+            self.assert_refused(self.run_script('adduser', 'alice', 'alice', path), reason)
+        self.assert_unchanged(before)
+
+    def test_reads_the_password_file_only_once(self):
+        # A pipe gives its content once.
+        reader, writer = os.pipe()
+        os.write(writer, b'only once\n')
+        os.close(writer)
+        with open(reader, 'rb'):
+            self.assert_done(self.run_script('adduser', 'alice', 'alice', '/dev/fd/%d' % reader,
+                                             pass_fds=[reader]))
+        self.assertEqual(host.mac.nt_hashes['alice'], b'only once')
+
+    def test_takes_hostile_names_of_the_password_file(self):
+        for number, name in enumerate((' "\'$HOME;`id`*\\', 'new\n', 'É ', '-n', '%s')):
+            with self.subTest(name):
+                write(self.scratch + '/' + name, 'secret\n')
+                user = 'user%d' % number
+                self.assert_done(self.run_script('adduser', user, user, name, cwd=self.scratch))
+                self.assertEqual(host.mac.nt_hashes[user], b'secret')
+
+    def test_refuses_names_that_mean_something_else_somewhere(self):
+        before = host.snapshot()
+        for name, user in REFUSED_USERS.items():
+            with self.subTest(name):
+                self.assert_refused(self.add_user(user), 'user name')
+        self.assert_unchanged(before)
+        self.assertEqual([call for call in host.calls if call.changes], [])
+
+    def test_takes_the_longest_and_oddest_names(self):
+        for user in ('a' * 32, '_', 'a.b-c_d9', 'a.', 'key', 'such'):
+            with self.subTest(user):
+                before = host.snapshot()
+                self.assert_done(self.add_user(user))
+                self.assertIn(user, host.mac.nt_hashes)
+                self.assert_done(self.run_script('rmuser', user))
+                self.assert_unchanged(before)
+
+    def test_refuses_wrong_arguments(self):
+        before = host.snapshot()
+        good = ['alice', 'alice', self.password_file]
+        self.assert_refused(self.run_script('adduser', 'alice', 'bobby', good[2]), 'differ')
+        for args in ([], good[:1], good[:2], good + ['more']):
+            self.assert_refused(self.run_script('adduser', *args), 'usage')
+        self.assert_unchanged(before)
+
+    def test_refuses_users_and_groups_that_are_not_ours(self):
+        host.mac.network_users['erin'] = '12345'
+        host.mac.add('Users', 'Bert', UniqueID='502', RealName='Pelago share user alice')
+        host.mac.records['Users']['unfinished'] = {}
+        before = host.snapshot()
+        for user, reason in (('root', 'user root exists'), ('bob', 'user bob exists'),
+                             ('bert', 'user bert exists'), ('unfinished', 'user unfinished exists'),
+                             ('justagroup', 'group justagroup exists'),
+                             ('erin', 'another directory')):
+            with self.subTest(user):
+                self.assert_refused(self.add_user(user), reason)
+                self.assert_unchanged(before)
+
+    def test_takes_a_number_that_neither_a_user_nor_a_group_has(self):
+        host.mac.add('Users', 'one', UniqueID='499')
+        host.mac.add('Groups', 'two', PrimaryGroupID='498')
+        self.assert_done(self.add_user())
+        self.assertEqual(host.mac.attribute('Users', 'alice', 'UniqueID'), '497')
+
+    def test_refuses_when_no_number_is_free(self):
+        for number in range(401, 500):
+            host.mac.add('Users', 'user%d' % number, UniqueID=str(number))
+        before = host.snapshot()
+        self.assert_refused(self.add_user(), 'no number from 401 to 499 is free')
+        self.assert_unchanged(before)
+
+    def test_gives_up_a_number_that_another_program_takes_meanwhile(self):
+        def intrude(call):
+            if call.args[1:] == ['-create', '/Users/alice', 'UniqueID', '499']:
+                host.mac.add('Users', 'intruder', UniqueID='499')
+        host.hook = intrude
+        self.assert_refused(self.add_user(), 'taken meanwhile')
+        self.assertNotIn('alice', host.mac.records['Users'])
+        self.assertIn('intruder', host.mac.records['Users'])
+
+    def test_joins_the_access_group_only_where_there_is_one(self):
+        self.assert_done(self.add_user())
+        self.assertEqual(self.asked('dseditgroup'), [])
+        self.assertNotIn(machost.ACCESS_GROUP, host.mac.records['Groups'])
+        host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
+        host.mac.records['Groups'][machost.ACCESS_GROUP]['GroupMembership'] = ['bob']
+        self.assert_done(self.add_user('carol'))
+        members = host.mac.records['Groups'][machost.ACCESS_GROUP]['GroupMembership']
+        self.assertEqual(members, ['bob', 'carol'])
+        self.assert_done(self.run_script('rmuser', 'alice'))
+        self.assert_done(self.run_script('rmuser', 'carol'))
+        self.assertEqual(members, ['bob'])
+
+    def test_refuses_a_second_user_of_the_same_name(self):
+        self.assert_done(self.add_user())
+        before = host.snapshot()
+        self.assert_refused(self.add_user(), 'in use')
+        self.assert_refused(self.add_user(run=self.session().run), 'in use')
+        self.assert_unchanged(before)
+
+    def test_a_refusal_of_the_password_is_passed_on(self):
+        before = host.snapshot()
+        self.add_user()
+        number = [call.name for call in host.calls].index('osascript') + 1
+        host.wipe()
+        before = host.snapshot()
+        host.fault = (number, number, 'refuse')
+        self.assert_refused(self.add_user(), 'osascript: out of order')
+        self.assert_unchanged(before)
+
+
+class AddShare(MacTest):
+
+    def new_mac(self):
+        super().new_mac()
+        self.assert_done(self.add_user())
+
+    def test_gives_exactly_the_rights_that_are_needed(self):
+        entry = {'ro': ' 0: user:alice allow %s,%s' % (READ, INHERIT),
+                 'rw': ' 0: user:alice allow %s,%s,%s' % (READ, WRITE, INHERIT)}
+        for access in ('ro', 'rw'):
+            with self.subTest(access):
+                self.assert_done(self.add_share(access=access))
+                self.assertEqual(
+                    {path: self.entries(path) for path in host.mac.entries},
+                    {path: [entry[access]] for path in machost.everything_in(self.folder)} |
+                    {self.home: [' 0: user:alice allow search']})
+                self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
+                self.assertEqual(host.mac.entries, {})
+
+    def test_shares_over_smb_only_and_without_guests(self):
+        for access, read_only in (('ro', '1'), ('rw', '0')):
+            self.assert_done(self.add_share(access=access))
+            record = host.mac.records['SharePoints']['Docs']
+            self.assertEqual({key: record[key] for key in record if key != 'GeneratedUID'}, {
+                'directory_path': [self.folder], 'smb_name': ['Docs'], 'services': ['001'],
+                'guests': ['000'], 'read_only': [read_only]})
+            self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
+
+    def test_opens_the_way_only_where_it_is_closed_and_closes_it_in_reverse(self):
+        os.makedirs(self.home + '/a/b/c', 0o755)
+        os.chmod(self.home + '/a/b', 0o750)
+        folder = self.make_folder(self.home + '/a/b/c/d')
+        host.calls.clear()
+        self.assert_done(self.add_share(folder=folder))
+        self.assert_done(self.run_script('rmshare', 'Docs', folder))
+        changes = [(call.args[-3], call.args[-1]) for call in host.calls if call.name == 'chmod']
+        opened = [('+a', self.home), ('+a', self.home + '/a/b'), ('+a', folder)]
+        self.assertEqual(changes, opened + [('-a', path) for _, path in reversed(opened)])
+
+    def test_every_folder_can_be_shared(self):
+        before = host.snapshot()
+        for name, part in FOLDERS.items():
+            with self.subTest(name):
+                folder = os.fsdecode(os.path.join(os.fsencode(self.home), part))
+                self.make_folder(folder)
+                self.assert_done(self.add_share(folder=folder))
+                self.assertEqual(host.mac.attribute('SharePoints', 'Docs', 'directory_path'), folder)
+                self.assertEqual(len(self.entries(folder)), 1)
+                self.assert_done(self.run_script('rmshare', 'Docs', folder))
+                self.assert_unchanged(before)
+
+    def test_any_number_of_slashes_leads_to_the_same_folder(self):
+        self.assert_done(self.add_share(folder='//' + self.folder.replace('/', '//') + '/'))
+        self.assertEqual(host.mac.attribute('SharePoints', 'Docs', 'directory_path'), self.folder)
+        self.assertEqual(self.entries(self.home), [' 0: user:alice allow search'])
+
+    def test_a_link_is_followed_once(self):
+        link = self.scratch + '/link'
+        os.symlink(self.folder, link)
+        self.assert_done(self.add_share(folder=link))
+        self.assertEqual(host.mac.attribute('SharePoints', 'Docs', 'directory_path'), self.folder)
+        os.unlink(link)
+        os.symlink('/etc', link)
+        self.assert_done(self.run_script('rmshare', 'Docs', link))
+        self.assertEqual(host.mac.entries, {})
+
+    def test_takes_any_name_that_smb_can_spell(self):
+        before = host.snapshot()
+        for share in SHARE_NAMES:
+            with self.subTest(share):
+                self.assert_done(self.add_share(share))
+                self.assertIn(share, host.mac.records['SharePoints'])
+                self.assert_done(self.run_script('rmshare', share, self.folder))
+                self.assert_unchanged(before)
+
+    def test_refuses_names_that_smb_cannot_spell(self):
+        before = host.snapshot()
+        for name, (share, reason) in REFUSED_SHARES.items():
+            with self.subTest(name):
+                self.assert_refused(self.add_share(share), reason)
+                self.assert_refused(self.run_script('rmshare', share, self.folder), reason)
+        self.assert_unchanged(before)
+
+    def test_refuses_folders_that_cannot_be_shared(self):
+        write(self.scratch + '/file', '')
+        os.symlink('nowhere', self.scratch + '/dangling')
+        os.symlink('/', self.scratch + '/disk')
+        bad = os.fsencode(self.scratch) + b'/\xff'
+        os.mkdir(bad)
+        before = host.snapshot()
+        for folder, reason in (
+                ('relative', 'not absolute'), ('-R', 'not absolute'), ('/', 'whole disk'),
+                ('//', 'whole disk'), (self.scratch + '/disk', 'whole disk'), (bad, 'UTF-8'),
+                (self.scratch + '/missing', 'not a folder'), (self.scratch + '/file', 'not a folder'),
+                (self.scratch + '/dangling', 'not a folder'), (self.folder + ' ', 'not a folder')):
+            with self.subTest(folder):
+                self.assert_refused(self.add_share(folder=folder), reason)
+        self.assert_unchanged(before)
+
+    def test_refuses_wrong_arguments(self):
+        good = ['alice', self.password_file, self.folder, 'Docs', 'rw']
+        before = host.snapshot()
+        for access in ('', 'r', 'RW', 'rw ', 'rwx', 'yes', 'rw\n'):
+            with self.subTest(access):
+                self.assert_refused(self.run_script('addshare', *good[:4], access), 'neither rw nor ro')
+        self.assert_refused(self.run_script('addshare', *good[:4]), 'usage')
+        self.assert_refused(self.run_script('addshare', *good, 'more'), 'usage')
+        self.assert_refused(self.run_script('addshare', 'alice', '', *good[2:]), 'empty')
+        self.assert_refused(self.run_script('addshare', 'alice', good[1], '', *good[3:]), 'not absolute')
+        self.assert_refused(self.add_share(user='@alice'), 'user name')
+        self.assert_unchanged(before)
+
+    def test_refuses_users_that_were_not_made_for_it(self):
+        other = self.session()
+        self.assert_done(self.add_user('dave', run=other.run))
+        self.assert_done(self.add_user('erin'))
+        host.mac.hash_types.pop('erin')
+        before = host.snapshot()
+        for user, reason in (('nosuch', 'no user'), ('bob', 'not made'), ('root', 'not made'),
+                             ('erin', 'no password for SMB'), ('dave', 'another session')):
+            with self.subTest(user):
+                self.assert_refused(self.add_share(user=user), reason)
+                self.assert_unchanged(before)
+
+    def test_refuses_a_share_that_exists(self):
+        host.mac.add('SharePoints', 'Other', directory_path='/srv', smb_name='Its SMB name')
+        other = self.session()
+        self.assert_done(self.add_user('carol', run=other.run))
+        self.assert_done(self.add_share('Hers', 'carol', run=other.run))
+        before = host.snapshot()
+        for share, reason in (('Other', 'exists already'), ('oTHER', 'exists already'),
+                              ('Its SMB name', 'called'), ('ITS smb NAME', 'called'),
+                              ('Hers', 'in use'), ('hERS', 'exists already')):
+            with self.subTest(share):
+                self.assert_refused(self.add_share(share), reason)
+                self.assert_unchanged(before)
+
+    def test_refuses_a_second_share_of_one_user(self):
+        self.assert_done(self.add_share())
+        before = host.snapshot()
+        self.assert_refused(self.add_share('More'), 'has a share already')
+        self.assert_unchanged(before)
+
+    def test_two_users_share_one_folder_without_disturbing_each_other(self):
+        self.assert_done(self.add_share())
+        before = host.snapshot()
+        self.assert_done(self.add_user('carol'))
+        self.assert_done(self.add_share('Hers', 'carol', access='ro'))
+        self.assert_done(self.run_script('rmshare', 'Hers', self.folder))
+        self.assert_done(self.run_script('rmuser', 'carol'))
+        self.assert_unchanged(before)
+
+    def test_refuses_a_macos_whose_sharing_cannot_make_a_share_read_only(self):
+        host.mac.sharing_has_r = False
+        before = host.snapshot()
+        for access in ('ro', 'rw'):
+            self.assert_refused(self.add_share(access=access), 'it has no -R')
+        self.assert_unchanged(before)
+
+    def test_waits_for_the_smb_service(self):
+        host.mac.smb_after = 7
+        self.assert_done(self.add_share())
+        self.assertEqual(len(self.asked('nc')), 8)
+
+    def test_undoes_everything_when_the_smb_service_does_not_come_up(self):
+        before = host.snapshot()
+        host.mac.smb_after = 10 ** 6
+        host.calls.clear()
+        self.assert_refused(self.add_share(), 'the SMB service has not come up within 30 s')
+        self.assertEqual(len(self.asked('nc')), 300)
+        self.assert_unchanged(before)
+
+    def test_takes_no_share_for_its_own_that_leads_elsewhere(self):
+        """The directory would show the folder in another way than it was given."""
+        before = host.snapshot()
+
+        def misspell(call):
+            if call.name == 'sharing' and call.args[:1] == ['-a']:
+                host.mac.records['SharePoints']['Docs']['directory_path'] = ['/elsewhere']
+        host.after_hook = misspell
+        self.assert_refused(self.add_share(), 'does not show the share')
+        self.assert_unchanged(before)
+
+
+class Removing(MacTest):
+
+    def test_removing_again_succeeds_and_says_so(self):
+        self.add_both()
+        self.remove_both()
+        before = host.snapshot()
+        for result in (self.run_script('rmshare', 'Docs', self.folder),
+                       self.run_script('rmuser', 'alice')):
+            self.assert_done(result)
+            self.assertRegex(result.output, 'there is no (share "Docs"|user alice) any more')
+        self.assert_unchanged(before)
+        self.assertEqual(self.asked('nc'), ['nc -z -w 1 127.0.0.1 445'], 'addshare alone has asked')
+
+    def test_refuses_what_is_not_ours(self):
+        host.mac.add('SharePoints', 'Other', directory_path='/srv', smb_name='Other')
+        before = host.snapshot()
+        self.assert_refused(self.run_script('rmshare', 'Other', '/srv'), 'was not made by addshare.sh')
+        for user in ('bob', 'root'):
+            self.assert_refused(self.run_script('rmuser', user), 'was not made for a share')
+        self.assert_unchanged(before)
+
+    def test_refuses_what_another_session_has(self):
+        self.add_both(run=self.session().run)
+        before = host.snapshot()
+        self.assert_refused(self.run_script('rmshare', 'Docs', self.folder), 'another session')
+        self.assert_refused(self.run_script('rmuser', 'alice'), 'another session')
+        self.assert_unchanged(before)
+
+    def test_refuses_another_folder(self):
+        self.add_both()
+        before = host.snapshot()
+        self.assert_refused(self.run_script('rmshare', 'Docs', '/srv'), 'another folder')
+        self.assert_refused(self.run_script('rmshare', 'Docs', ''), 'empty')
+        self.assert_unchanged(before)
+
+    def test_refuses_wrong_arguments(self):
+        before = host.snapshot()
+        for args in ([], ['Docs'], ['Docs', '/srv', 'more']):
+            self.assert_refused(self.run_script('rmshare', *args), 'usage')
+        for args in ([], ['alice', 'more']):
+            self.assert_refused(self.run_script('rmuser', *args), 'usage')
+        for user in REFUSED_USERS.values():
+            self.assert_refused(self.run_script('rmuser', user), 'user name')
+        self.assert_unchanged(before)
+
+    def test_leaves_a_share_that_came_in_place_of_ours(self):
+        self.add_both()
+        host.mac.records['SharePoints']['Docs']['directory_path'] = ['/srv']
+        self.remove_both()
+        self.assertIn('Docs', host.mac.records['SharePoints'])
+        self.assertEqual(host.mac.entries, {})
+
+    def test_a_user_that_goes_first_takes_its_share_along(self):
+        before = host.snapshot()
+        self.add_both()
+        self.assert_done(self.run_script('rmuser', 'alice'))
+        self.assert_unchanged(before)
+
+    def test_a_user_goes_even_when_its_share_cannot(self):
+        self.add_both()
+        refusing = []
+
+        def refuse(call):
+            host.fault = (1, 10 ** 6, 'refuse') if call.name == 'chmod' or call.name == 'ls' else None
+            refusing.append(host.fault)
+        host.hook = refuse
+        self.assert_refused(self.run_script('rmuser', 'alice'), 'cannot take the access of alice back')
+        self.assertNotIn('alice', host.mac.records['Users'])
+        self.assertNotIn('Docs', host.mac.records['SharePoints'])
+        self.assertTrue(any(refusing))
+
+    def test_a_folder_that_has_gone_does_not_hinder_its_end(self):
+        before = host.snapshot()
+        self.add_both()
+        os.rename(self.folder, self.home + '/gone')
+        for path in list(host.mac.entries):
+            if path.startswith(self.folder):
+                del host.mac.entries[path]
+        self.remove_both()
+        self.assert_unchanged(before)
+
+    def test_dies_with_no_user_behind_a_delete_that_only_says_it_did(self):
+        self.assert_done(self.add_user())
+        saved = host.save()
+        host.restore(saved)
+        self.assert_done(self.run_script('rmuser', 'alice'))
+        number = [repr(call) for call in host.calls].index('dscl . -delete /Users/alice') + 1
+        host.restore(saved)
+        host.fault = (number, number, 'lie')
+        self.assert_refused(self.run_script('rmuser', 'alice'), '/Users/alice is still there')
+        host.fault = None
+        self.assert_done(self.run_script('rmuser', 'alice'))
+
+
+if __name__ == '__main__':
+    unittest.main()
