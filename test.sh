@@ -3,7 +3,7 @@
 #
 # Without arguments everything is proved: the whole suite as it ships (dev) and under the address and
 # undefined-behaviour sanitizers (asan), what has threads under the thread sanitizer (tsan), the fuzz
-# targets for a moment (fuzz), that clang has nothing to warn of (clang), and that it builds and links
+# targets for a moment (fuzz), that clang and clang-tidy have nothing to warn of (clang), and that it builds and links
 # for macOS (macos).
 # Most of it wants root, for the throw-away machines that tools/sandbox.sh makes; what is not run
 # without is said.
