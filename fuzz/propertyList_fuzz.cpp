@@ -28,6 +28,24 @@ std::string AsXml(const PropertyList &list)
     return other.Write(&written) == Fault::None ? written : "";
 }
 
+// What a commit does: one key is set in a list that was read, and all others come back as they
+// were.
+void ExpectTheOthersKept(PropertyList *list, PropertyList *copy)
+{
+    constexpr char KEY[] = "set by a commit";
+    if (list->SetValue(KEY, CFSTR("value")) != Fault::None) { abort(); }
+    std::string written;
+    const Fault fault = list->Write(&written);
+    if (fault == Fault::TooManyValues || fault == Fault::TooLarge) {
+        return;
+    } // it was full already
+    PropertyList changed;
+    if (fault != Fault::None || changed.Read(written) != Fault::None) { abort(); }
+    if (copy->SetValue(KEY, CFSTR("value")) != Fault::None || AsXml(changed) != AsXml(*copy)) {
+        abort();
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -45,5 +63,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::string text = AsXml(list);
     if (text != AsXml(copy)) { abort(); }
     if (!list.IsBinary() && text != written) { abort(); }
+    ExpectTheOthersKept(&list, &copy);
     return 0;
 }

@@ -13,6 +13,8 @@
 namespace {
 
 constexpr mode_t NEW_FILE_MODE = 0644;
+// Whoever can open the file can lock it, and only root is to.
+constexpr mode_t LOCK_FILE_MODE = 0600;
 constexpr mode_t PERMISSION_BITS = 07777;
 
 struct Ownership {
@@ -126,12 +128,15 @@ int IsSameFile(int fd, const char *path, bool *isSame)
     return 0;
 }
 
-// The holder's number is there for people, so failing to write it changes nothing.
+// The holder's number is there for people, so failing to write it changes nothing.  A file that was
+// there, of a holder that was killed, may be longer; a fresh one is not cut, for that would have
+// the file system write it out when it is closed.
 void WriteHolder(int fd)
 {
     char line[32];
     const int size = snprintf(line, sizeof line, "%ld\n", static_cast<long>(getpid()));
-    if (ftruncate(fd, 0) != 0) { return; } // a longer number of a holder that was killed
+    struct stat status;
+    if (fstat(fd, &status) == 0 && status.st_size > 0 && ftruncate(fd, 0) != 0) { return; }
     (void)WriteAll(fd, std::string_view(line, static_cast<size_t>(size)));
 }
 
@@ -166,23 +171,25 @@ FileSignature FileSignature::OfPath(const char *path)
 
 int LockFile::Lock(const std::string &path, bool wait)
 {
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
-    mPath = path;
-    // Its last holder may have removed the file between our open and our lock: then once more.
-    for (bool isSame = false; !isSame;) {
-        OwnedFd fd(open(path.c_str(), FLAGS, NEW_FILE_MODE));
-        if (!fd.IsOpen()) {
-            mIsLocked = errno == EROFS;
-            return mIsLocked ? 0 : errno;
+    // Not to wait for the other end when somebody put a pipe there.
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    for (;;) {
+        OwnedFd fd(open(path.c_str(), FLAGS, LOCK_FILE_MODE));
+        if (!fd.IsOpen() && errno != EROFS) { return errno; }
+        bool isOurs = !fd.IsOpen(); // on a read-only file system
+        if (!isOurs) {
+            int error = LockDescriptor(fd.Get(), wait);
+            if (error == 0) { error = IsSameFile(fd.Get(), path.c_str(), &isOurs); }
+            if (error != 0) { return error; }
         }
-        int error = LockDescriptor(fd.Get(), wait);
-        if (error == 0) { error = IsSameFile(fd.Get(), path.c_str(), &isSame); }
-        if (error != 0) { return error; }
+        // Its last holder may have removed the file between our open and our lock: then once more.
+        if (!isOurs) { continue; }
+        if (fd.IsOpen()) { WriteHolder(fd.Get()); }
+        mPath = path;
         mFd = std::move(fd);
+        mIsLocked = true;
+        return 0;
     }
-    WriteHolder(mFd.Get());
-    mIsLocked = true;
-    return 0;
 }
 
 void LockFile::Unlock()

@@ -1,6 +1,6 @@
 /*
  * preferencesFile.h -- the file behind a preferences session: its lock, its bytes, its replacement.
- * Functions answer 0 or an errno value, and leave nothing open or lying about when they fail.
+ * Functions answer 0 or an errno value, and leave nothing open when they fail.
  * Those that say so may throw std::bad_alloc.
  */
 #ifndef PELAGO_LINUX_PREFERENCESFILE_H
@@ -45,8 +45,8 @@ struct FileSignature {
 class LockFile {
 public:
     ~LockFile() { Unlock(); }
-    // EWOULDBLOCK when it is taken and wait is false.  On a read-only file system everybody gets
-    // the lock, without a file: nobody can write.
+    // EWOULDBLOCK when it is taken and wait is false; a failure changes nothing here.  On a
+    // read-only file system everybody gets the lock, without a file: nobody can write.
     int Lock(const std::string &path, bool wait);
     void Unlock();
     bool IsLocked() const { return mIsLocked; }

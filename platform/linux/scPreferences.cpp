@@ -40,7 +40,8 @@ struct __SCPreferences final : CFObject {
     // What was handed out or set.
     struct Value {
         CFOwned<CFTypeRef> object;
-        bool isChanged = false; // to be written at the next commit
+        bool isSet =
+            false; // written at every commit, for the object may change in its owner's hands
     };
 
     int Lock(bool wait);
@@ -55,7 +56,6 @@ struct __SCPreferences final : CFObject {
     LockFile mLock;
 
 private:
-    int LockAnew(bool wait);
     int WriteChanges();
 
     bool mIsAccessed = false;
@@ -111,17 +111,13 @@ int __SCPreferences::Lock(bool wait)
 {
     if (mLock.IsLocked()) { return kSCStatusLocked; }
     if (!mIsRoot) { return kSCStatusAccessError; }
-    const int error = LockAnew(wait);
-    if (error != 0) { mLock.Unlock(); }
-    return error;
-}
-
-int __SCPreferences::LockAnew(bool wait)
-{
     const int error = mLock.Lock(mPath + "-lock", wait);
     if (error != 0) { return error == EWOULDBLOCK ? kSCStatusPrefsBusy : error; }
     if (!mIsAccessed || FileSignature::OfPath(mPath.c_str()) == mSignature) { return kSCStatusOK; }
-    if (mIsChanged) { return kSCStatusStale; }
+    if (mIsChanged) {
+        mLock.Unlock();
+        return kSCStatusStale;
+    }
     Forget(); // nothing of ours is lost: the next access sees what the others wrote
     return kSCStatusOK;
 }
@@ -161,7 +157,7 @@ void __SCPreferences::Set(CFStringRef key, CFTypeRef object)
     Access();
     Value &value = mValues[key->mText];
     value.object.reset(CFRetain(object));
-    value.isChanged = mIsChanged = true;
+    value.isSet = mIsChanged = true;
 }
 
 int __SCPreferences::Commit()
@@ -178,7 +174,7 @@ int __SCPreferences::WriteChanges()
 {
     if (mIsUnreadable) { return kSCStatusFailed; }
     for (const auto &[key, value] : mValues) {
-        if (!value.isChanged) { continue; }
+        if (!value.isSet) { continue; }
         if (mList.SetValue(key.c_str(), value.object.get()) != PropertyListFault::None) {
             return kSCStatusFailed;
         }
@@ -188,9 +184,6 @@ int __SCPreferences::WriteChanges()
     const int error = ReplaceFile(mPath, bytes, mBytes, &mSignature);
     if (error != 0) { return error; }
     mBytes = std::move(bytes);
-    for (auto &[key, value] : mValues) {
-        value.isChanged = false;
-    }
     mIsChanged = false;
     return kSCStatusOK;
 }

@@ -18,6 +18,19 @@
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <thread>
+#include <utility>
+
+// What happens just before the next lock is asked for, once.
+static std::function<void()> sBeforeFlock;
+
+extern "C" {
+int __real_flock(int fd, int operation);
+int __wrap_flock(int fd, int operation)
+{
+    if (sBeforeFlock) { std::exchange(sBeforeFlock, nullptr)(); }
+    return __real_flock(fd, operation);
+}
+}
 
 namespace {
 
@@ -347,6 +360,45 @@ TEST_F(Preferences, LockExcludesOtherProcesses)
     EXPECT_TRUE(child.Finish());
 }
 
+TEST_F(Preferences, LockThatIsLostOnTheWayLeavesTheNextHoldersFile)
+{
+    const std::string lockPath = mPath + "-lock";
+    const int first = open(lockPath.c_str(), O_WRONLY | O_CREAT, 0600);
+    ASSERT_EQ(__real_flock(first, LOCK_EX), 0);
+    int next = -1;
+    // Between our open and our lock the first holder gives it back, and another one takes it.
+    sBeforeFlock = [&] {
+        unlink(lockPath.c_str());
+        close(first);
+        next = open(lockPath.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+        ASSERT_EQ(__real_flock(next, LOCK_EX), 0);
+    };
+    const Session session = Open();
+    EXPECT_FALSE(SCPreferencesLock(session.get(), false));
+    EXPECT_EQ(SCError(), kSCStatusPrefsBusy);
+    EXPECT_EQ(access(lockPath.c_str(), F_OK), 0) << "it is the next holder's";
+    const Session third = Open();
+    EXPECT_FALSE(SCPreferencesLock(third.get(), false));
+    close(next);
+}
+
+TEST_F(Preferences, LockFileIsForRootAlone)
+{
+    const Session session = Open();
+    ASSERT_TRUE(SCPreferencesLock(session.get(), true));
+    struct stat status = {};
+    ASSERT_EQ(stat((mPath + "-lock").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u) << "who can open it can lock it";
+}
+
+TEST_F(Preferences, LockDoesNotWaitForAPipe)
+{
+    ASSERT_EQ(mkfifo((mPath + "-lock").c_str(), 0600), 0);
+    const Session session = Open();
+    EXPECT_FALSE(SCPreferencesLock(session.get(), true));
+    EXPECT_EQ(SCError(), ENXIO);
+}
+
 TEST_F(Preferences, LockDiesWithItsHolder)
 {
     Child child([&](const auto &ready) {
@@ -462,6 +514,13 @@ TEST_F(Preferences, ValuesBelongToTheSession)
     const CFTypeRef value = SCPreferencesGetValue(session.get(), CFSTR("EnabledServices"));
     EXPECT_EQ(SCPreferencesGetValue(session.get(), CFSTR("EnabledServices")), value);
     EXPECT_EQ(CFObjectOf(value)->mCount.load(), 1u) << "nothing for the caller to release";
+    // It lives on, whatever else is done with the session.
+    ASSERT_TRUE(SCPreferencesLock(session.get(), true));
+    ASSERT_TRUE(SCPreferencesSetValue(session.get(), CFSTR("Other"), CFSTR("value")));
+    ASSERT_TRUE(SCPreferencesCommitChanges(session.get()));
+    ASSERT_TRUE(SCPreferencesUnlock(session.get()));
+    EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(value)), 1);
+    EXPECT_EQ(SCPreferencesGetValue(session.get(), CFSTR("EnabledServices")), value);
 }
 
 TEST_F(Preferences, KeepTheObjectThatIsSet)
@@ -474,6 +533,10 @@ TEST_F(Preferences, KeepTheObjectThatIsSet)
     CFArrayAppendValue(array.get(), CFSTR("print"));
     ASSERT_TRUE(SCPreferencesCommitChanges(session.get()));
     EXPECT_EQ(Services(), (Strings{"disk", "print"})) << "as it is when it is committed";
+    CFArrayRemoveValueAtIndex(array.get(), 0);
+    ASSERT_TRUE(SCPreferencesSetValue(session.get(), CFSTR("Other"), CFSTR("value")));
+    ASSERT_TRUE(SCPreferencesCommitChanges(session.get()));
+    EXPECT_EQ(Services(), (Strings{"print"})) << "and at the next commit as it is then";
     ASSERT_TRUE(SetServices(session.get(), {}));
     EXPECT_EQ(CFObjectOf(array.get())->mCount.load(), 1u);
 }
