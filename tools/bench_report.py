@@ -12,15 +12,17 @@ from datetime import date
 from pathlib import Path
 from xml.sax.saxutils import escape
 
-# workload, ours, rivals, goal: at most this many times the best rival, or this much more in µs.
+# workload, ours, rivals, goal: at most this many times the best rival, or this much more in µs.  A rival
+# of several parts costs what they cost together.
 WORKLOADS = (
     ("a whole session, no-op scripts", "BM_WholeSession",
      {"the four scripts and two durable writes, bare": "BM_ScriptsAndCommits"}, ("times", 1.15)),
+    ("the same, and to start a process for it", "BM_WholeSession",
+     {"the same, and a program that does nothing": "BM_ScriptsAndCommits+BM_Start/Nothing"}, ("times", 1.15)),
     ("the usage error", "BM_Start/UsageError",
      {"a program that does nothing, same libraries": "BM_Start/Nothing"}, ("times", 1.05)),
     ("start and initialisation", "BM_Start/AsShipped",
-     {"ICU shared": "BM_Start/SharedIcu", "C++ runtime shared": "BM_Start/SharedRuntime",
-      "as shipped": "BM_Start/AsShipped"}, ("plus µs", 200)),
+     {"ICU shared": "BM_Start/SharedIcu", "C++ runtime shared": "BM_Start/SharedRuntime"}, ("plus µs", 200)),
 )
 MEMORY_LIMIT_KIB = 16 * 1024
 
@@ -45,7 +47,8 @@ def spread(values):
 def compare(samples):
     for workload, ours, rivals, (kind, limit) in WORKLOADS:
         mine = statistics.median(samples[ours])
-        medians = {name: statistics.median(samples[key]) for name, key in rivals.items()}
+        medians = {name: sum(statistics.median(samples[part]) for part in key.split("+"))
+                   for name, key in rivals.items()}
         best = min(medians, key=medians.get)
         met = mine <= (medians[best] * limit if kind == "times" else medians[best] + limit)
         yield {"workload": workload, "ours_us": round(mine, 1), "best_peer_us": round(medians[best], 1),
@@ -60,7 +63,7 @@ def draw(rows, path):
     for row in rows:
         bars.append(f'<text x="10" y="{y}" font-weight="bold">{escape(row["workload"])}</text>')
         for name, value, colour in [("ours", row["ours_us"], "#2a6fb0")] + [
-                (name, value, "#b0b0b0") for name, value in row["peers_us"].items() if name != "as shipped"]:
+                (name, value, "#b0b0b0") for name, value in row["peers_us"].items()]:
             y += 20
             width = 420 * value / widest
             bars.append(f'<rect x="10" y="{y - 12}" width="{width:.1f}" height="15" fill="{colour}"/>'

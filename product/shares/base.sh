@@ -1,6 +1,8 @@
 # shellcheck shell=sh
 # base.sh -- what the share scripts of every host have in common.  It is sourced, never run.
 
+# A shell may take options from its environment that would export or print all that is assigned.
+set +avx
 set -eu
 umask 077
 # A caller that has died leaves a broken pipe on stderr: cleaning up goes on without its reader.

@@ -113,6 +113,50 @@ class AddShare(sambahost.ScriptTest):
                 self.assert_done(self.add('Share%d' % number, folder))
                 self.assert_served('Share%d' % number)
 
+    def test_a_link_that_changes_later_changes_nothing(self):
+        other = self.make_folder(self.scratch + '/Other', content=b'other text\n')
+        link = self.scratch + '/link\n'
+        os.symlink(self.folder, link)
+        self.assert_done(self.add(folder=link))
+        os.unlink(link)
+        os.symlink(other, link)
+        self.assert_served()
+        self.assert_refused(run_script('rmshare', 'Docs', self.folder), 'another folder')
+        self.assert_done(run_script('rmshare', 'Docs', link))
+
+    def test_serves_roots_folder_where_only_root_can_change_the_way(self):
+        ways = [self.make_folder(self.scratch + '/roots', 'root'), self.scratch + '/bobs/link']
+        os.mkdir(self.scratch + '/sticky')
+        os.chmod(self.scratch + '/sticky', 0o1777)
+        ways.append(self.make_folder(self.scratch + '/sticky/roots', 'root'))
+        # Whose the link is does not matter: it is followed once, to a place that stays.
+        self.make_folder(self.scratch + '/bobs')
+        os.symlink(self.scratch + '/roots', ways[1])
+        for number, folder in enumerate(ways):
+            with self.subTest(folder):
+                self.assert_done(self.add('Share%d' % number, folder))
+                self.assert_served('Share%d' % number)
+
+    def test_refuses_roots_folder_where_others_can_change_the_way(self):
+        folders = []
+        for name, mode, owner in (('bobs', 0o700, 'bob'), ('groups', 0o770, 'root'),
+                                  ('everybodys', 0o777, 'root'), ('stickyBobs', 0o1700, 'bob')):
+            above = self.make_folder(self.scratch + '/' + name, owner)
+            os.chmod(above, mode)
+            os.mkdir(above + '/between')
+            folders.append((self.make_folder(above + '/between/roots', 'root'), above))
+        for name, mode in (('groups2', 0o770), ('everybodys2', 0o777)):
+            folder = self.make_folder(self.scratch + '/' + name, 'root')
+            os.chmod(folder, mode)
+            folders.append((folder, folder))
+        os.symlink(folders[0][0], self.scratch + '/link')
+        folders.append((self.scratch + '/link', folders[0][1]))
+        with self.unchanged():
+            for folder, changeable in folders:
+                with self.subTest(folder):
+                    self.assert_refused(self.add(folder=folder),
+                                        'others than root can change "%s"' % changeable)
+
     def test_serves_under_names_of_many_kinds(self):
         for share in SHARE_NAMES:
             with self.subTest(share):
@@ -227,6 +271,17 @@ class AddShare(sambahost.ScriptTest):
                 case.doCleanups()
                 self.assertEqual(result.status, 1, result)
                 self.assertRegex(result.output, r'addshare\.sh: (cannot|Samba did not|Samba does not)')
+
+    def test_undoes_what_it_can_when_the_registry_breaks(self):
+        self.stand_in('net', '[ ! -e {0}/broken ] || {{ echo broken; exit 3; }}\n'
+                             'case "$*" in *import*) touch {0}/broken ;; esac\n'
+                             'exec $real "$@"'.format(self.scratch))
+        result = self.add()
+        self.assert_refused(result, "cannot read Samba's registry: broken")
+        self.assertIn('the share "Docs" is left behind', result.output)
+        self.assertEqual(os.listdir(sambahost.STATE + '/shares'), [])
+        os.unlink(self.scratch + '/broken')
+        self.assert_not_served('NT_STATUS') # it leads nowhere
 
     def test_undoes_everything_when_it_is_interrupted(self):
         text = ('case "$*" in *import*) $real "$@"; touch started; '

@@ -200,6 +200,30 @@ class AddUser(sambahost.ScriptTest):
                 self.assertEqual(result.status, 1, result)
                 self.assertRegex(result.output, r'adduser\.sh: (cannot|Samba did not)')
 
+    def test_says_what_is_left_when_the_password_database_breaks(self):
+        broken = self.scratch + '/broken'
+        self.stand_in('smbpasswd', '[ -e %s.once ] || { touch %s %s.once; exit 1; }\n'
+                                   'exec $real "$@"' % (broken, broken, broken))
+        self.stand_in('pdbedit', '[ ! -e %s ] || { echo broken; exit 3; }\nexec $real "$@"' % broken)
+        result = self.add()
+        self.assert_refused(result, "cannot read Samba's password database: broken")
+        self.assertIn('the user alice is left behind', result.output)
+        os.unlink(broken)
+        self.assert_done(self.add())
+        self.assertEqual(sambahost.client('alice', self.password, 'IPC$', 'exit')[0], 0)
+
+    def test_says_what_is_left_when_the_user_database_breaks(self):
+        self.stand_in('smbpasswd', 'touch %s/broken; exit 1' % self.scratch)
+        self.stand_in('getent', '[ ! -e %s/broken ] || exit 3\nexec $real "$@"' % self.scratch)
+        result = self.add()
+        self.assert_refused(result, 'cannot read the user database')
+        self.assertIn('the user alice is left behind', result.output)
+
+    def test_nobody_else_can_hold_the_lock(self):
+        self.assert_done(self.add())
+        lock = os.stat(sambahost.STATE + '/lock')
+        self.assertEqual((lock.st_uid, lock.st_mode & 0o7777), (0, 0o600))
+
     def test_holds_the_lock_until_everything_is_undone(self):
         self.stand_in('smbpasswd', 'exit 1')
         self.stand_in('userdel', 'flock -n /run/pelago/lock true && touch %s/free\nexec $real "$@"'
@@ -335,6 +359,26 @@ class AddUser(sambahost.ScriptTest):
         for form in (secret, secret[:6], secret.encode().hex(), ' '.join(octal), '\\\\'.join(octal),
                      sambahost.base64.b64encode(secret.encode()).decode()):
             self.assertNotIn(form, calls)
+        self.assertEqual(sambahost.client('alice', secret, 'IPC$', 'exit')[0], 0)
+
+    def test_no_option_of_the_shell_gives_the_password_away(self):
+        secret = 'SecretWord'
+        write(self.password_file, secret + '\n')
+        log = self.scratch + '/calls'
+        done = subprocess.run(
+            ['strace', '-f', '-v', '-s', '100000', '-qq', '-e', 'trace=execve', '-o', log,
+             'bash', '--posix', script_path('adduser'), 'alice', 'alice', self.password_file],
+            env=dict(os.environ, SHELLOPTS='allexport:xtrace:verbose'), stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT, timeout=HANG, check=False)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        calls = sambahost.read(log).decode()
+        self.assertIn('common.sh', done.stdout.decode(), 'the options were taken')
+        self.assertRegex(calls, r'"smbpasswd", "-s", "-a", "alice"')
+        octal = [oct(ord(letter))[2:] for letter in secret]
+        forms = [secret] + [between.join(octal) for between in (' ', '\\', '\\\\')]
+        for form in forms:
+            self.assertNotIn(form, calls)
+            self.assertNotIn(form, done.stdout.decode())
         self.assertEqual(sambahost.client('alice', secret, 'IPC$', 'exit')[0], 0)
 
 

@@ -236,6 +236,34 @@ class Remove(sambahost.ScriptTest):
         self.assert_refused(self.remove_share(), 'cannot cut off')
         self.assertFalse(share_exists('Docs'))
 
+    def test_a_second_run_cuts_off_the_clients_that_the_first_could_not(self):
+        self.add_both()
+        connected = self.connect()
+        case = self.__class__('run')
+        self.addCleanup(case.doCleanups)
+        case.stand_in('smbcontrol', 'case "$*" in *close-share*) exit 1 ;; esac; exec $real "$@"')
+        for _ in range(2):
+            self.assert_refused(self.remove_share(), 'cannot cut off')
+        case.doCleanups()
+        self.assertNotIn('NETWORK_NAME_DELETED', connected.ask('ls'), 'the case that is meant')
+        self.assert_done(self.remove_share())
+        wait_until(lambda: 'NETWORK_NAME_DELETED' in connected.ask('ls'), 'the cut')
+
+    def test_leaves_the_clients_of_a_share_in_the_configuration_file(self):
+        log = write(self.scratch + '/calls', '')
+        self.stand_in('smbcontrol', 'echo "$@" >>%s; exec $real "$@"' % log)
+        for share, calls in (('Textual', b''), ('Docs', b'-- smbd close-share Docs\n')):
+            self.assert_done(self.remove_share(share))
+            self.assertEqual(sambahost.read(log), calls)
+
+    def test_tells_when_it_cannot_remove_its_own_folder(self):
+        self.add_both()
+        connected = self.connect()
+        self.stand_in('rmdir', 'echo why it failed >&2; exit 1')
+        self.assert_refused(self.remove_share(), 'rmshare.sh: cannot remove /run/pelago/shares/')
+        self.assertFalse(share_exists('Docs'))
+        wait_until(lambda: 'NETWORK_NAME_DELETED' in connected.ask('ls'), 'the cut')
+
     def test_a_user_can_go_before_its_share(self):
         self.add_both()
         self.assert_done(self.remove_user())

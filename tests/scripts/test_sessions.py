@@ -164,6 +164,12 @@ class Sessions(sambahost.ScriptTest):
         self.add_user()
         self.assert_served('His', 'carl')
 
+    def test_tells_when_it_cannot_clear_a_folder_away(self):
+        os.makedirs(sambahost.STATE + '/shares/old/more')
+        self.assert_refused(run_script('adduser', 'alice', 'alice', self.password_file),
+                            'adduser.sh: cannot clear away')
+        self.assertFalse(user_exists('alice'))
+
     def test_the_folder_survives_whatever_is_cleared(self):
         self.left_behind()
         self.add_user()

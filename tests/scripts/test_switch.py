@@ -1,5 +1,6 @@
 """The service switch: smbd runs while the preferences say so."""
 
+import fcntl
 import glob
 import os
 import plistlib
@@ -14,6 +15,7 @@ from sambahost import HANG, answers, command, wait_until, write
 
 FOLDER = '/Library/Preferences/SystemConfiguration'
 FILE = FOLDER + '/com.apple.smb.server.plist'
+LOCK = '/run/pelago-smb-switch.lock'
 SWITCH = '/opt/Pelago.app/Contents/Library/switch'
 SOURCE = sambahost.REPO + '/product/linux/switch'
 
@@ -192,7 +194,25 @@ class Switch(unittest.TestCase):
                 target = os.readlink(link)
                 self.assertNotIn('smb-switch', target)
                 self.assertNotIn('/events', target)
-        self.assertTrue(sambahost.succeeds('flock', '-w', '20', '/run/pelago-smb-switch.lock', 'true'))
+        self.assertTrue(sambahost.succeeds('flock', '-w', '20', LOCK, 'true'))
+
+    def test_nobody_else_can_hold_the_lock(self):
+        write(LOCK, '', 0o644)
+        with open(LOCK, 'rb') as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            self.assert_once() # it fails the test when it hangs
+        before = os.stat(LOCK)
+        self.assertEqual((before.st_uid, before.st_mode & 0o7777), (0, 0o600))
+        self.assert_once()
+        self.assertEqual(os.stat(LOCK).st_ino, before.st_ino, 'one lock for all')
+
+    def test_does_not_wait_for_ever(self):
+        os.rename('/usr/bin/flock', '/usr/bin/flock.real')
+        self.addCleanup(os.rename, '/usr/bin/flock.real', '/usr/bin/flock')
+        write('/usr/bin/flock', '#!/bin/sh\n[ "$*" != "-w 120 9" ]\n', 0o755)
+        done = self.once()
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b'another look has not ended', done.stdout)
 
     def test_follows_every_replacement_of_the_file(self):
         self.start_loop()

@@ -161,6 +161,8 @@ TEST(BsdVsnprintf, FailsWhenTheLengthIsTooLarge)
     char buffer[4];
     EXPECT_EQ(FormatInto(buffer, sizeof buffer, "%s%s", word, word + 1), INT_MAX);
     EXPECT_EQ(FormatInto(buffer, sizeof buffer, "%s%s", word, word), -1);
+    EXPECT_EQ(FormatInto(buffer, sizeof buffer, "%s%s%s%s%s", word, word, word, word, word), -1)
+        << "nor what is left of it in 32 bits";
     munmap(place, SIZE + CHUNK);
     close(file);
 }

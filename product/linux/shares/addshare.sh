@@ -7,13 +7,34 @@
 
 SMBD_SECONDS=10 # how long to wait for smbd to come up
 
-# Sets folderOwner, folderUid and folderGid.  smbd can act only as a user that it can name.
+# Whether nobody but root can put something else in the place of a path without links, or of any
+# folder above it.  Sets changeable to the part that others can change.
+isRootsAlone() {
+    changeable=$1
+    while :; do
+        rights=$(stat -c '%u 0%a' -- "${changeable:-/}") || return 1
+        mode=${rights#* }
+        [ "${rights% *}" -eq 0 ] || return 1
+        # In a folder with the sticky bit others cannot rename what is not theirs.
+        [ "$((mode & 022))" -eq 0 ] || [ "$((mode & 01000))" -ne 0 ] || return 1
+        [ -n "$changeable" ] || return 0
+        changeable=${changeable%/*}
+    done
+}
+
+# Sets folder to the path without links, folderOwner, folderUid and folderGid.  From here on only
+# the path without links counts: a link may lead elsewhere the next moment.  smbd can act only as a
+# user that it can name.
 checkFolder() {
     case $1 in /*) ;; *) fail "the folder's path is not absolute: \"$1\"" ;; esac
     isUtf8 "$1" || fail "the folder's path is not valid UTF-8"
     [ -d "$1" ] || fail "not a folder: \"$1\""
-    folderOwner=$(stat -L -c %U -- "$1") || fail "cannot tell whose folder it is: \"$1\""
-    folderUid=$(stat -L -c %u -- "$1") || fail "cannot tell whose folder it is: \"$1\""
+    folder=$(readlink -e -n -- "$1" && printf .) || fail "cannot resolve the path: \"$1\""
+    folder=${folder%.} # it kept newlines at the end
+    folderUid=$(stat -c %u -- "$folder") || fail "cannot tell whose folder it is: \"$1\""
+    [ "$folderUid" -ne 0 ] || isRootsAlone "$folder" ||
+        fail "the folder belongs to root, but others than root can change \"${changeable:-/}\": \"$1\""
+    folderOwner=$(stat -c %U -- "$folder") || fail "cannot tell whose folder it is: \"$1\""
     [ "$(id -u -- "$folderOwner" 2>/dev/null)" = "$folderUid" ] ||
         fail "the owner of the folder, number $folderUid, is no user of this host: \"$1\""
     case $folderOwner in
@@ -22,7 +43,7 @@ checkFolder() {
     esac
     folderGid=$(id -g -- "$folderOwner") || fail "cannot tell the group of $folderOwner"
     setpriv --reuid "$folderUid" --regid "$folderGid" --init-groups \
-        test -x "$1/." || fail "the owner of the folder, $folderOwner, cannot enter it: \"$1\""
+        test -x "$folder/." || fail "the owner of the folder, $folderOwner, cannot enter it: \"$1\""
 }
 
 checkHost() {
@@ -56,11 +77,12 @@ makeWay() {
 }
 
 # smb.conf's syntax cannot spell every path, and expands % in it; a link with a plain name can lead
-# to any folder.
+# to any folder.  rmshare.sh is given the path as it was given here.
 makeState() {
     shareState=$(mktemp -d -- "$SHARE_STATE/XXXXXXXXXX") &&
         chmod 0711 -- "$shareState" &&
-        ln -s -- "$1" "$shareState/folder"
+        printf '%s' "$1" >"$shareState/given" &&
+        ln -s -- "$folder" "$shareState/folder"
 }
 
 # All settings arrive in one transaction: no moment with the share open to others.  The name as an
@@ -79,19 +101,22 @@ waitForSmbd() {
     done
 }
 
+# In a shell of its own, for what it calls may end the shell.  Without the link nobody can enter a
+# share that is left.
 undo() {
     [ -n "$shareState" ] || return 0
-    findShare "$share"
-    if [ "$sharePath" = "$shareState/folder" ]; then
-        removeShare "$share" "$shareState" || say "the share \"$share\" is left behind"
-    fi
-    removeShareState "$shareState"
+    (
+        findShare "$share"
+        [ "$sharePath" != "$shareState/folder" ] || removeShare "$share" "$shareState"
+    ) || say "the share \"$share\" is left behind"
+    removeShareState "$shareState" || :
 }
 
 # USER FOLDER SHARE READ_ONLY
 main() {
     [ -n "$session" ] || fail 'the caller has gone'
     share=$3 shareState=''
+    checkFolder "$2"
     checkHost
     checkUser "$1"
     makeWay "$3"
@@ -109,7 +134,6 @@ main() {
 [ "$#" -eq 5 ] || fail 'usage: addshare.sh USER PASSWORD_FILE FOLDER SHARE rw|ro'
 checkUserName "$1"
 [ -n "$2" ] || fail 'the name of the password file is empty'
-checkFolder "$3"
 checkShareName "$4"
 case $5 in
     rw) readOnly=no ;;

@@ -53,9 +53,13 @@ makeWay() {
 }
 
 # There was no such user a moment ago, so whoever has the name and the mark now was made here.
+# In a shell of its own, for what it calls may end the shell.  The account stays when Samba's entry
+# cannot be removed: its mark lets the next script finish the work.
 undo() {
-    findUser "$1"
-    ! isOurUser || removeUser "$1" || say "the user $1 is left behind"
+    (
+        findUser "$1"
+        ! isOurUser || removeUser "$1"
+    ) || say "the user $1 is left behind"
 }
 
 main() {

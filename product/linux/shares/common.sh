@@ -113,9 +113,22 @@ isOurPath() {
 
 isSmbdRunning() { smbcontrol -t 1 smbd ping >/dev/null 2>&1; }
 
-# Only these two files are ever in it; the folder that the link leads to is not touched.
+# Only these files are ever in it; the folder that the link leads to is not touched.
 removeShareState() {
-    rm -f -- "$1/owner" "$1/folder" && { [ ! -d "$1" ] || rmdir -- "$1"; }
+    stateRemoval=$({
+        rm -f -- "$1/owner" "$1/given" "$1/folder" && { [ ! -d "$1" ] || rmdir -- "$1"; }
+    } 2>&1) || {
+        say "cannot remove $1: $stateRemoval"
+        return 1
+    }
+}
+
+# Closes what clients have open of a share that is gone.
+cutOffClients() {
+    smbcontrol -- smbd close-share "$1" >/dev/null 2>&1 || ! isSmbdRunning || {
+        say "cannot cut off the clients of \"$1\""
+        return 1
+    }
 }
 
 # removeShare NAME STATE_FOLDER: ends the share and cuts its clients off.  A connection that is open
@@ -128,11 +141,10 @@ removeShare() {
     # A share that never had access rights of its own has none to delete, which Samba mentions.
     removal=$(printf '%s\n' "$removal" | grep -v '^delete_share_security: .*NT_STATUS_NOT_FOUND') || :
     [ -z "$removal" ] || say "$removal"
-    removeShareState "$2" || say "cannot remove $2"
-    smbcontrol -- smbd close-share "$1" >/dev/null 2>&1 || ! isSmbdRunning || {
-        say "cannot cut off the clients of \"$1\""
-        return 1
-    }
+    removalStatus=0
+    removeShareState "$2" || removalStatus=1
+    cutOffClients "$1" || removalStatus=1
+    return "$removalStatus"
 }
 
 # Prints "STATE_FOLDER NAME" for each share of ours.
@@ -155,7 +167,8 @@ removeLeftoverShares() {
         isInUse "$shareState/owner" || removeShare "$shareName" "$shareState" || exit 1
     done || fail 'cannot clear away the shares of an earlier session'
     for shareState in "$SHARE_STATE"/*; do
-        [ ! -d "$shareState" ] || isInUse "$shareState/owner" || removeShareState "$shareState"
+        [ ! -d "$shareState" ] || isInUse "$shareState/owner" || removeShareState "$shareState" ||
+            fail 'cannot clear away what an earlier session left'
     done
 }
 

@@ -4,13 +4,16 @@
 # shellcheck source=SCRIPTDIR/common.sh
 . "${0%/*}/common.sh"
 
-# Whether the link leads to the folder.  The sentinel keeps newlines at the end of a path.
-leadsTo() { [ "$(readlink -n -- "$1" && printf .)" = "$2." ]; }
+# Whether the file holds just this text.  The sentinel keeps newlines at the end.
+holds() { [ "$(cat -- "$1" && printf .)" = "$2." ]; }
 
 # SHARE FOLDER
 main() {
     findShare "$1"
     if [ -z "$sharePath" ]; then
+        # An earlier run may have failed after the share was gone.  A share that smb.conf has of this
+        # name is not ours, nor are its clients.
+        testparm -s --section-name="$1" >/dev/null 2>&1 || cutOffClients "$1" || exit 1
         say "there is no share \"$1\" any more"
         exit 0
     fi
@@ -18,8 +21,8 @@ main() {
     shareState=${sharePath%/folder}
     ! isInUseByAnother "$shareState/owner" ||
         fail "the share \"$1\" belongs to another session that runs"
-    # After a reboot the link is gone, and with it the folder to compare.
-    [ ! -L "$sharePath" ] || leadsTo "$sharePath" "$2" ||
+    # After a reboot the file is gone, and with it the folder to compare.
+    [ ! -e "$shareState/given" ] || holds "$shareState/given" "$2" ||
         fail "the share \"$1\" serves another folder than \"$2\""
     removeShare "$1" "$shareState" || exit 1
 }

@@ -15,7 +15,8 @@ exec </dev/null
 FOLDER=/Library/Preferences/SystemConfiguration
 FILE=com.apple.smb.server.plist
 LOCK=/run/pelago-smb-switch.lock
-SMBD_SECONDS=15 # how long smbd may take to come up, or to go
+SMBD_SECONDS=15  # how long smbd may take to come up, or to go
+LOCK_SECONDS=120 # how long to wait for another look
 
 say() { printf 'smbSwitch.sh: %s\n' "$1" >&2 2>/dev/null || :; }
 
@@ -95,11 +96,20 @@ syncSmbd() {
     esac
 }
 
+# Whoever can open the file can hold the lock.  One that others can open is replaced: they may have
+# it open already.
+openLock() {
+    [ ! -e "$LOCK" ] || [ "$(stat -c '%u %a' -- "$LOCK")" = '0 600' ] || rm -f -- "$LOCK"
+    umask 077
+    exec 9>"$LOCK"
+    umask 022
+}
+
 # One look at a time, each of which reads the preferences anew: whoever comes last has seen the last
 # change.  The descriptors are closed for what is started, or a daemon would hold the lock for ever.
 syncAlone() {
-    exec 9>"$LOCK"
-    flock 9
+    openLock
+    flock -w "$LOCK_SECONDS" 9 || fail "another look has not ended within $LOCK_SECONDS s"
     syncSmbd 3<&- 9>&-
     exec 9>&-
 }
