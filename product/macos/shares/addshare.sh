@@ -1,13 +1,13 @@
 #!/bin/sh
 # addshare.sh USER PASSWORD_FILE FOLDER SHARE ACCESS -- serves FOLDER as SHARE, with access for USER.
 # ACCESS is rw or ro.  macOS decides by the rights of the files, so the user gets an access entry on
-# the folder and all that is in it, and one to pass through each folder above that lets not everybody
-# through.
+# the folder and what its owner has in it, and one to pass through each folder above that lets not
+# everybody through.
 # Exit status: 0 a client can connect now; otherwise there is no share, and stderr says why.
 # shellcheck source=SCRIPTDIR/common.sh
 . "${0%/*}/common.sh"
 
-SMB_TRIES=300 # how often to look, a tenth of a second apart, for the SMB service
+SMB_SECONDS=30 # how long to wait for the SMB service
 READ_RIGHTS=list,search,readattr,readextattr,readsecurity,read,execute
 WRITE_RIGHTS=write,append,delete,delete_child,add_file,add_subdirectory,writeattr,writeextattr
 INHERITANCE=file_inherit,directory_inherit
@@ -38,6 +38,7 @@ checkHost() {
 
 checkUser() {
     findUser "$1"
+    [ "$isOurs" != unknown ] || exit 1
     [ "$userListed" = yes ] || fail "there is no user $1"
     [ "$isOurs" = yes ] || fail "the user $1 was not made for a share"
     ! isInUseByAnother "$USER_STATE/$1" || fail "the user $1 belongs to another session that runs"
@@ -56,7 +57,7 @@ checkOneShare() {
 # Refuses what is not ours, or belongs to a session that runs; what others left has been cleared away.
 checkNameIsFree() {
     [ ! -d "$SHARE_STATE/_$1" ] || fail "the share \"$1\" is in use by a session that runs"
-    ! isListed /SharePoints "$1" || fail "the share \"$1\" exists already"
+    ! surely isListed /SharePoints "$1" || fail "the share \"$1\" exists already"
     # A share has a name of its own for SMB, which need not be that of its record.
     sharingList=$(/usr/sbin/sharing -l 2>&1) || fail "cannot list the shares: $sharingList"
     ! printf '%s\n' "$sharingList" | sed -n 's/^[[:blank:]]*name:[[:blank:]]*//p' |
@@ -85,12 +86,28 @@ openWay() {
             *[1357]) ;;
             *)
                 printf '%s\n' "$depth" >>"$shareState/search" || fail "cannot write in $shareState"
-                /bin/chmod +a "user:$user allow search" "$above" ||
+                inFolder "$above" /bin/chmod -h +a "user:$user allow search" . ||
                     fail "cannot let $user pass through \"$above\""
                 ;;
         esac
         depth=$((depth - 1))
     done
+}
+
+# Gives the entry to the folder and what is in it.  A file of somebody else, or one with a second name
+# elsewhere, could have been put there to get access to what its owner has not: it is left out, and so
+# is what links lead to.  Each entry is made from within its folder and never through a link, because
+# the owner may change things meanwhile.  find does not fail when chmod does: it prints the names then.
+openFolder() {
+    { refused=$(inFolder "$folder" /usr/bin/find -P . -xdev -user "$folderOwner" \
+        '(' -type d -o -type f -links 1 ')' ! -execdir /bin/chmod -h +a "$entry" '{}' \; -print 2>&1) &&
+        [ -z "$refused" ]; } ||
+        fail "cannot give $user access to all in \"$folder\": ${refused%%"$newline"*}"
+    leftOut=$(inFolder "$folder" /usr/bin/find -P . -xdev ! -type l \
+        ! '(' -user "$folderOwner" '(' -type d -o -type f -links 1 ')' ')' -print) ||
+        fail "cannot look through \"$folder\""
+    [ -z "$leftOut" ] || say "$user gets no access to what does not belong to the owner of the folder or\
+ has more than one name, such as \"$(printf '%s' "${leftOut%%"$newline"*}" | tr '[:cntrl:]' '?')\""
 }
 
 # share FOLDER SHARE: SMB only, and no guests, whom the program would let in by default.
@@ -101,12 +118,13 @@ share() {
     isOurShare "$2" || fail "macOS does not show the share \"$2\" as it was made"
 }
 
+# The time is bounded, and the number of looks as well, for a clock that is set back meanwhile.
 waitForSmb() {
-    smbTries=0
+    smbEnd=$(($(/bin/date +%s) + SMB_SECONDS)) smbTries=0
     # Nothing is sent; that somebody connects is what starts the service.
     until /usr/bin/nc -z -w 1 127.0.0.1 445 >/dev/null 2>&1; do
         smbTries=$((smbTries + 1))
-        [ "$smbTries" -lt "$SMB_TRIES" ] || return 1
+        [ "$smbTries" -lt "$((SMB_SECONDS * 10))" ] && [ "$(/bin/date +%s)" -lt "$smbEnd" ] || return 1
         sleep 0.1
     done
 }
@@ -114,8 +132,13 @@ waitForSmb() {
 # There was no such share a moment ago, so one of the name that is there now was made here, however
 # its folder may be spelt in the directory.
 undo() {
-    [ "$shareTried" = no ] || ! isListed /SharePoints "$shareName" || endShare "$shareName" || :
-    removeShare "$shareName" || say "the share \"$shareName\" is left behind"
+    undone=yes
+    if [ "$shareTried" = yes ]; then
+        ask isListed /SharePoints "$shareName"
+        [ "$answer" = no ] || endShare "$shareName" || undone=no
+    fi
+    removeShare "$shareName" || undone=no
+    [ "$undone" = yes ] || say "the share \"$shareName\", or something of it, is left behind"
 }
 
 # USER FOLDER SHARE
@@ -131,9 +154,9 @@ main() {
     undoOnExit undo
     makeState "$1" "$2" || fail "cannot make $shareState"
     openWay "$folder"
-    /bin/chmod -R +a "$entry" "$folder" || fail "cannot give $1 access to all in \"$folder\""
+    openFolder
     share "$folder" "$3"
-    waitForSmb || fail "the SMB service has not come up within $((SMB_TRIES / 10)) s"
+    waitForSmb || fail "the SMB service has not come up within $SMB_SECONDS s"
     claim "$shareState/owner" || fail "cannot write $shareState/owner"
     finish
 }

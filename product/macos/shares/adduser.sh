@@ -69,11 +69,15 @@ setPassword() {
 # Removes what an earlier session left of a user of this name, or refuses what is not ours.
 makeWay() {
     findUser "$1"
+    [ "$isOurs" != unknown ] || exit 1
     if [ "$isOurs" = yes ]; then
         ! isInUse "$USER_STATE/$1" || fail "the user $1 is in use by a session that runs"
         say "taking over the user $1 from a session that has ended"
-        removeUser "$1" || fail "cannot take over the user $1"
+        removeUser "$1" || [ "$userRemoved" = yes ] || fail "cannot take over the user $1"
         findUser "$1"
+        [ "$isOurs" != unknown ] || exit 1
+    elif [ "$userListed" = no ]; then
+        leaveAccessGroup "$1" || exit 1
     fi
     [ "$userListed" = no ] || fail "the user $1 exists already"
     [ "$groupListed" = no ] || fail "the group $1 exists already"
@@ -119,7 +123,7 @@ setAttributes() {
 makeRecord() {
     /usr/bin/dscl . -create "$1/$2" || fail "cannot make $1/$2"
     setAttributes "$1/$2" RealName "$USER_MARK $2"
-    readRecord "$1/$2" RealName
+    readRecord "$1/$2" RealName || exit 1
     hasValue RealName "$USER_MARK $2" || fail "the directory did not take our mark of $1/$2"
 }
 
@@ -134,9 +138,9 @@ makeUser() {
 
 # dscl has been seen to end with 0 when it had set nothing.
 checkRecords() {
-    readRecord "/Groups/$1" PrimaryGroupID
+    readRecord "/Groups/$1" PrimaryGroupID || return 1
     hasValue PrimaryGroupID "$number" || return 1
-    readRecord "/Users/$1" UserShell NFSHomeDirectory IsHidden PrimaryGroupID UniqueID
+    readRecord "/Users/$1" UserShell NFSHomeDirectory IsHidden PrimaryGroupID UniqueID || return 1
     hasValue UserShell /usr/bin/false && hasValue NFSHomeDirectory /var/empty &&
         hasValue PrimaryGroupID "$number" && hasValue UniqueID "$number" || return 1
     hasValue dsAttrTypeNative:IsHidden 1 || hasValue IsHidden 1
@@ -153,20 +157,20 @@ enableSmb() {
 }
 
 joinAccessGroup() {
-    isListed /Groups "$ACCESS_GROUP" || return 0
+    surely isListed /Groups "$ACCESS_GROUP" || return 0
     /usr/sbin/dseditgroup -o edit -a "$1" -t user "$ACCESS_GROUP" ||
         fail "cannot make $1 a member of the group $ACCESS_GROUP"
-    isMember "$1" || fail "$1 is no member of the group $ACCESS_GROUP"
+    surely isMember "$1" || fail "$1 is no member of the group $ACCESS_GROUP"
 }
 
 # There was no such user a moment ago, so whoever has the name and the mark now was made here.
 undo() {
     findUser "$1"
-    if [ "$isOurs" = yes ]; then
-        removeUser "$1" || say "the user $1 is left behind"
-    else
-        rm -f -- "$USER_STATE/$1"
-    fi
+    case $isOurs in
+        yes) removeUser "$1" || say "the user $1, or something of it, is left behind" ;;
+        no) rm -f -- "$USER_STATE/$1" ;;
+        *) say "the user $1 may be left behind" ;;
+    esac
 }
 
 main() {

@@ -77,7 +77,7 @@ claim() { printf '%s\n' "$session" >"$1"; }
 # ago and makes a number that has gone meanwhile then sees a higher one, and steps back.
 
 # Sets lockNumber to the highest number, 0 when there is none.
-findLock() {
+highestLock() {
     lockNumber=0
     for lockFile in "$LOCKS"/lock.*; do
         case ${lockFile##*.} in *[!0-9]*) continue ;; esac
@@ -85,13 +85,21 @@ findLock() {
     done
 }
 
+# The shell reads the folder piece by piece while others change it: it is believed when it looks the
+# same twice.
+findLock() {
+    highestLock
+    lockSeen=$lockNumber
+    highestLock
+    [ "$lockNumber" -eq "$lockSeen" ]
+}
+
 tryLock() {
-    findLock
+    findLock || return 1
     ! isInUse "$LOCKS/lock.$lockNumber" || return 1
     lockTaken=$((lockNumber + 1))
     ln "$LOCKS/wait.$$" "$LOCKS/lock.$lockTaken" 2>/dev/null || return 1
-    findLock
-    if [ "$lockNumber" -ne "$lockTaken" ]; then
+    if ! findLock || [ "$lockNumber" -ne "$lockTaken" ]; then
         rm -f "$LOCKS/lock.$lockTaken"
         return 1
     fi
@@ -135,16 +143,32 @@ checkShareName() {
 }
 
 # ---- The directory
+#
+# It may give no answer.  What asks it returns 0 for yes, 1 for no, and 2 for unknown, with the reason
+# on stderr: it does not end the script, because what is undone goes on with the next step.
+
+# ask QUESTION [ARG...]: sets answer to yes, no or unknown.
+ask() {
+    answer=yes
+    "$@" || case $? in 1) answer=no ;; *) answer=unknown ;; esac
+}
+
+# surely QUESTION [ARG...]: for where nothing is to be undone; without an answer the script ends.
+surely() {
+    ask "$@"
+    [ "$answer" != unknown ] || exit 1
+    [ "$answer" = yes ]
+}
 
 # Whether the directory lists a record FOLDER/NAME.  It compares names without case.
 isListed() {
-    listText=$(/usr/bin/dscl . -list "$1" 2>&1) || fail "cannot list $1: $listText"
+    listText=$(/usr/bin/dscl . -list "$1" 2>&1) || { say "cannot list $1: $listText"; return 2; }
     printf '%s\n' "$listText" | grep -ixF -e "$2" >/dev/null
 }
 
 # Sets recordText to attributes of a record, KEY by KEY, between newlines.
 readRecord() {
-    recordText=$(/usr/bin/dscl . -read "$@" 2>&1) || fail "cannot read $1: $recordText"
+    recordText=$(/usr/bin/dscl . -read "$@" 2>&1) || { say "cannot read $1: $recordText"; return 2; }
     recordText=$newline$recordText$newline
 }
 
@@ -159,7 +183,7 @@ hasValue() {
 # isOurRecord FOLDER NAME NUMBER_KEY: whether a user or group that exists was made here.  One that has
 # no number is none yet: when we have begun to make that user, it is what a killed script has left.
 isOurRecord() {
-    readRecord "$1/$2" RealName "$3"
+    readRecord "$1/$2" RealName "$3" || return 2
     ! hasValue RealName "$USER_MARK $2" || return 0
     case $recordText in *"$newline$3: "*) return 1 ;; esac
     [ -f "$USER_STATE/$2" ]
@@ -168,22 +192,31 @@ isOurRecord() {
 # Deletes a record and looks whether it is gone.
 deleteRecord() {
     deletion=$(/usr/bin/dscl . -delete "$1/$2" 2>&1) || say "cannot delete $1/$2: $deletion"
-    ! isListed "$1" "$2" || { say "$1/$2 is still there"; return 1; }
+    ask isListed "$1" "$2"
+    case $answer in
+        yes) say "$1/$2 is still there" ;;
+        unknown) say "$1/$2 may still be there" ;;
+    esac
+    [ "$answer" = no ]
 }
 
 # ---- Users
 
-# Sets userListed, groupListed and isOurs (of the user, or of the group when there is no user).
+# Sets userListed, groupListed and isOurs (of the user, or of the group when there is no user), each
+# to yes, no or unknown.
 findUser() {
-    userListed=no groupListed=no isOurs=no
-    ! isListed /Users "$1" || userListed=yes
-    ! isListed /Groups "$1" || groupListed=yes
-    if [ "$userListed" = yes ]; then
-        ! isOurRecord /Users "$1" UniqueID || isOurs=yes
-    elif [ "$groupListed" = yes ]; then
-        # shellcheck disable=SC2034 # the scripts look at it
-        ! isOurRecord /Groups "$1" PrimaryGroupID || isOurs=yes
-    fi
+    ask isListed /Users "$1"
+    userListed=$answer
+    ask isListed /Groups "$1"
+    groupListed=$answer
+    case $userListed$groupListed in
+        yes*) ask isOurRecord /Users "$1" UniqueID ;;
+        noyes) ask isOurRecord /Groups "$1" PrimaryGroupID ;;
+        nono) answer=no ;;
+        *) answer=unknown ;;
+    esac
+    # shellcheck disable=SC2034 # the scripts look at it
+    isOurs=$answer
 }
 
 hasNtHash() {
@@ -194,36 +227,52 @@ hasNtHash() {
 
 # Whether the user is named among the members of ACCESS_GROUP, which exists.
 isMember() {
-    readRecord "/Groups/$ACCESS_GROUP" GroupMembership
+    readRecord "/Groups/$ACCESS_GROUP" GroupMembership || return 2
     case $recordText in "${newline}GroupMembership:"*) ;; *) return 1 ;; esac
     case " $(printf '%s' "$recordText" | tr '\n' ' ') " in *" $1 "*) return 0 ;; esac
     return 1
 }
 
 # Takes the user out of ACCESS_GROUP, which would keep a name that may belong to another one day.
+# dseditgroup wants a user that exists; when it has gone before, only the name is left to take out.
 leaveAccessGroup() {
-    isListed /Groups "$ACCESS_GROUP" && isMember "$1" || return 0
-    removal=$(/usr/sbin/dseditgroup -o edit -d "$1" -t user "$ACCESS_GROUP" 2>&1) || {
-        say "cannot take $1 out of the group $ACCESS_GROUP: $removal"
+    [ "$userListed" = yes ] || [ -f "$USER_STATE/$1" ] || return 0
+    ask isListed /Groups "$ACCESS_GROUP"
+    [ "$answer" != yes ] || ask isMember "$1"
+    case $answer in
+        no) return 0 ;;
+        unknown) say "$1 may still be in the group $ACCESS_GROUP"; return 1 ;;
+    esac
+    if [ "$userListed" = no ]; then
+        set -- "$1" /usr/bin/dscl . -delete "/Groups/$ACCESS_GROUP" GroupMembership "$1"
+    else
+        set -- "$1" /usr/sbin/dseditgroup -o edit -d "$1" -t user "$ACCESS_GROUP"
+    fi
+    leaver=$1
+    shift
+    removal=$("$@" 2>&1) || {
+        say "cannot take $leaver out of the group $ACCESS_GROUP: $removal"
         return 1
     }
 }
 
-# removeUser NAME: takes away a user of ours that findUser has found.  Its shares go first, because
-# entries on the disk cannot be removed by name once the name is gone; but when that fails, the user
-# goes all the same: entries without a user let nobody in, and a user with a password does.
+# removeUser NAME: takes away a user of ours that findUser has found, or what is left of one.  Its
+# shares go first, because entries on the disk cannot be removed by name once the name is gone.  No
+# step waits for another to succeed: entries and a membership without a user let nobody in, and a user
+# with a password does.  The note of the user stays as long as something is left that it is needed for.
 removeUser() {
-    sharesRemoved=yes
+    sharesRemoved=yes userRemoved=yes
     removeSharesOf "$1" || sharesRemoved=no
-    if [ "$userListed" = yes ]; then
-        leaveAccessGroup "$1" || return 1
-        deleteRecord /Users "$1" || return 1
-    fi
-    if [ "$groupListed" = yes ] && isOurRecord /Groups "$1" PrimaryGroupID; then
-        deleteRecord /Groups "$1" || return 1
-    fi
-    rm -f -- "$USER_STATE/$1"
-    [ "$sharesRemoved" = yes ]
+    leaveAccessGroup "$1" || userRemoved=no
+    [ "$userListed" = no ] || deleteRecord /Users "$1" || userRemoved=no
+    answer=$groupListed
+    [ "$answer" != yes ] || ask isOurRecord /Groups "$1" PrimaryGroupID
+    case $answer in
+        yes) deleteRecord /Groups "$1" || userRemoved=no ;;
+        unknown) say "the group $1 may still be there"; userRemoved=no ;;
+    esac
+    [ "$userRemoved" = no ] || rm -f -- "$USER_STATE/$1" || userRemoved=no
+    [ "$sharesRemoved$userRemoved" = yesyes ]
 }
 
 # ---- Shares
@@ -241,8 +290,10 @@ recall() {
 
 # Whether the record of the share NAME, which is listed, leads to FOLDER.
 leadsTo() {
-    shareText=$(/usr/bin/dscl . -read "/SharePoints/$1" directory_path 2>&1 && printf .) ||
-        fail "cannot read the share \"$1\": $shareText"
+    shareText=$(/usr/bin/dscl . -read "/SharePoints/$1" directory_path 2>&1 && printf .) || {
+        say "cannot read the share \"$1\": $shareText"
+        return 2
+    }
     case $shareText in
         "dsAttrTypeNative:directory_path: $2$newline.") return 0 ;;
         "dsAttrTypeNative:directory_path:$newline $2$newline.") return 0 ;;
@@ -252,45 +303,69 @@ leadsTo() {
 
 # Whether the share NAME exists and was made here.
 isOurShare() {
-    isListed /SharePoints "$1" || return 1
+    isListed /SharePoints "$1" || return "$?"
     recall "$SHARE_STATE/_$1/folder"
     [ -n "$recalled" ] && leadsTo "$1" "$recalled"
 }
 
 endShare() {
     removal=$(/usr/sbin/sharing -r "$1" 2>&1) || say "cannot remove the share \"$1\": $removal"
-    ! isListed /SharePoints "$1" || { say "the share \"$1\" is still there"; return 1; }
+    ask isListed /SharePoints "$1"
+    case $answer in
+        yes) say "the share \"$1\" is still there" ;;
+        unknown) say "the share \"$1\" may still be there" ;;
+    esac
+    [ "$answer" = no ]
 }
 
-# isGranted USER FLAGS PATH: whether an access entry on PATH, or with R in FLAGS on anything below it,
+# inFolder FOLDER COMMAND [ARG...]: runs it there.  The owner of a folder could put a link in the way
+# at any time; "." cannot be led elsewhere.
+inFolder() (
+    { cd -P -- "$1" && [ "$(pwd -P && printf .)" = "$1$newline." ]; } ||
+        fail "another folder now: \"$1\""
+    shift
+    "$@"
+)
+
+isThere() { inFolder "$1" : 2>/dev/null; }
+
+# isGranted USER FOLDER [-R]: whether an access entry on the folder, or with -R on anything below it,
 # names the user.  ls shows an odd byte of a name as "?", so no name of a file looks like an entry.
 isGranted() {
-    { /bin/ls "-$2" -- "$3" 2>/dev/null || printf 'failed\n'; } | awk -v "entry=user:$1" '
+    {
+        { inFolder "$2" /bin/ls -lqed -- . && { [ "$#" -eq 2 ] || inFolder "$2" /bin/ls -lqeR -- .; }; } \
+            2>/dev/null || printf 'failed\n'
+    } | awk -v "entry=user:$1" '
         /^ [0-9]+: / && $2 == entry { found = 1 }
         $0 == "failed" { failed = 1 }
         END { exit found || failed ? 0 : 1 }'
 }
 
-# takeBack USER ENTRY PATH [-R]: what was moved into the folder never had the entry, and then chmod
-# complains: it has failed only if an entry is left.
+# takeBack USER ENTRY FOLDER [-R]: what was moved into the folder never had the entry, and then chmod
+# complains: it has failed only if an entry is left.  Whose a file is, and how many names it has, may
+# have changed since it got the entry, so all are asked; links are not followed.
 takeBack() {
-    if [ "$#" -eq 4 ]; then listFlags=lqeR; else listFlags=lqed; fi
-    removal=$(/bin/chmod ${4+-R} -a "$2" "$3" 2>&1) || {
-        ! isGranted "$1" "$listFlags" "$3" || {
-            say "cannot take the access of $1 back: $removal"
-            return 1
-        }
+    if [ "$#" -eq 4 ]; then
+        removal=$(inFolder "$3" /usr/bin/find -P . -xdev ! -type l \
+            ! -execdir /bin/chmod -h -a "$2" '{}' \; -print 2>&1) && [ -z "$removal" ] && return 0
+    else
+        removal=$(inFolder "$3" /bin/chmod -h -a "$2" . 2>&1) && return 0
+    fi
+    ! isGranted "$1" "$3" ${4+-R} || {
+        say "cannot take the access of $1 back: ${removal%%"$newline"*}"
+        return 1
     }
 }
 
 # What the client has made belongs to a number that the next user of a share may get: it goes to the
-# owner of the folder.  -execdir and -h, because its owner could put links in the way meanwhile.
+# owner of the folder.  -execdir and -h, because its owner could put links in the way meanwhile.  find
+# does not fail when its commands do: it prints the names then.
 giveToOwner() {
     recall "$shareState/numbers"
     case $recalled in ?*' '?*) ;; *) return 0 ;; esac
-    gift=$(/usr/bin/find "$1" -xdev -user "${recalled% *}" \
-        -execdir /usr/sbin/chown -h "${recalled#* }" '{}' \; 2>&1) || {
-        say "cannot give all that was written to the owner of the folder: $gift"
+    { gift=$(inFolder "$1" /usr/bin/find -P . -xdev -user "${recalled% *}" \
+        ! -execdir /usr/sbin/chown -h "${recalled#* }" '{}' \; -print 2>&1) && [ -z "$gift" ]; } || {
+        say "cannot give all that was written to the owner of the folder: ${gift%%"$newline"*}"
         return 1
     }
 }
@@ -304,35 +379,48 @@ setAbove() {
     [ -n "$above" ] || above=/
 }
 
-# takeRights FOLDER: the reverse of what addshare.sh granted, the folder first and then upwards.
+# takeRights FOLDER: the reverse of what addshare.sh granted, the folder first and then upwards.  Where
+# a folder is no longer found nothing can be taken back, and rightsLost becomes yes.
 takeRights() {
-    rightsTaken=yes
+    rightsTaken=yes rightsLost=no
     recall "$shareState/user"
     rightsUser=$recalled
     recall "$shareState/entry"
-    if [ -n "$recalled" ] && [ -d "$1" ]; then
+    if [ -z "$recalled" ] || [ -z "$1" ]; then
+        : # nothing was granted yet
+    elif ! isThere "$1"; then
+        rightsLost=yes
+    else
         takeBack "$rightsUser" "$recalled" "$1" -R || rightsTaken=no
         giveToOwner "$1" || rightsTaken=no
     fi
     # shellcheck disable=SC2013 # a number a line.  Sorted, they begin with the last that was granted.
     for aboveNumber in $(sort -n -- "$shareState/search" 2>/dev/null); do
         setAbove "$1" "$aboveNumber"
-        [ ! -d "$above" ] || takeBack "$rightsUser" "user:$rightsUser allow search" "$above" ||
-            rightsTaken=no
+        if ! isThere "$above"; then
+            rightsLost=yes
+        else
+            takeBack "$rightsUser" "user:$rightsUser allow search" "$above" || rightsTaken=no
+        fi
     done
+    [ "$rightsLost" = no ] ||
+        say "the access of $rightsUser stays on what was \"$1\": it is not there any more"
     [ "$rightsTaken" = yes ]
 }
 
 # removeShare NAME: ends a share of ours, as much of it as there is, and forgets it.  A record that has
-# come in its place meanwhile is somebody else's, and stays.
+# come in its place meanwhile is somebody else's, and stays.  No step waits for another to succeed.
+# Where the folder has gone, to try again would not help: that is a failure, but forgotten.
 removeShare() {
-    shareState=$SHARE_STATE/_$1
-    if isOurShare "$1"; then
-        endShare "$1" || return 1
-    fi
+    shareState=$SHARE_STATE/_$1 shareEnded=yes
+    ask isOurShare "$1"
+    case $answer in
+        yes) endShare "$1" || shareEnded=no ;;
+        unknown) say "the share \"$1\" may still be there"; shareEnded=no ;;
+    esac
     recall "$shareState/folder"
-    takeRights "$recalled" || return 1
-    forgetShare
+    takeRights "$recalled" || shareEnded=no
+    [ "$shareEnded" = yes ] && forgetShare && [ "$rightsLost" = no ]
 }
 
 forgetShare() {
@@ -357,7 +445,7 @@ removeLeftoverShares() {
     for shareState in "$SHARE_STATE"/_*; do
         [ -d "$shareState" ] || continue
         ! isInUse "$shareState/owner" || continue
-        removeShare "${shareState#"$SHARE_STATE/_"}" ||
+        removeShare "${shareState#"$SHARE_STATE/_"}" || [ ! -d "$shareState" ] ||
             fail 'cannot clear away the shares of an earlier session'
     done
 }

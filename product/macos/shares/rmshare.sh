@@ -8,7 +8,7 @@
 main() {
     shareState=$SHARE_STATE/_$1
     if [ ! -d "$shareState" ]; then
-        ! isListed /SharePoints "$1" || fail "the share \"$1\" was not made by addshare.sh"
+        ! surely isListed /SharePoints "$1" || fail "the share \"$1\" was not made by addshare.sh"
         say "there is no share \"$1\" any more"
         exit 0
     fi

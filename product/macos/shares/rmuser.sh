@@ -9,11 +9,12 @@
 # USER
 main() {
     findUser "$1"
+    [ "$isOurs" != unknown ] || exit 1
     ! isInUseByAnother "$USER_STATE/$1" || fail "the user $1 belongs to another session that runs"
     if [ "$isOurs" = no ]; then
         [ "$userListed" = no ] || fail "the user $1 was not made for a share"
-        removeSharesOf "$1" || exit 1
-        rm -f -- "$USER_STATE/$1"
+        groupListed=no # whatever there is, it is not ours
+        removeUser "$1" || exit 1
         say "there is no user $1 any more"
         exit 0
     fi

@@ -47,6 +47,7 @@ PROGRAMS = {
     'dscl': '/usr/bin', 'sharing': '/usr/sbin', 'pwpolicy': '/usr/bin', 'dseditgroup': '/usr/sbin',
     'osascript': '/usr/bin', 'chmod': '/bin', 'ls': '/bin', 'ps': '/bin', 'id': '/usr/bin',
     'stat': '/usr/bin', 'nc': '/usr/bin', 'find': '/usr/bin', 'od': '/usr/bin', 'sleep': '/bin',
+    'date': '/bin',
 }
 CHANGING = ('-create', '-delete', '-a', '-r', '-sethashtypes', 'edit', '+a', 'JavaScript')
 
@@ -108,6 +109,9 @@ class Mac:
         self.entries = {}      # path -> [(UUID of the user, kind, rights, inherited)]
         self.network_users = {}
         self.smb_after = 0     # how many connections are refused before the service is up
+        self.nc_seconds = 0    # how long a refused connection takes
+        self.clock = 1.8e9     # the time of day; only waiting takes time
+        self.swap = None       # called by find with each path, between its looking and its doing
         self.sharing_has_r = True
         for name, number in (('root', '0'), ('bob', '501'), ('_www', '70')):
             self.add('Users', name, UniqueID=number, PrimaryGroupID='20', RealName='The ' + name)
@@ -162,8 +166,9 @@ def everything_in(path):
 class Programs:
     """One method for each program: from its arguments to its output, on the model."""
 
-    def __init__(self, mac):
+    def __init__(self, mac, cwd='/'):
         self.mac = mac
+        self.cwd = cwd
 
     # -- directory
 
@@ -192,7 +197,10 @@ class Programs:
             records[name][keys[0]] = [keys[1]]
             return ''
         if keys:
-            raise Misuse
+            if parts[1] != 'Groups' or len(keys) != 2 or keys[0] != 'GroupMembership':
+                raise Misuse
+            self.drop_member(name, keys[1])
+            return ''
         del records[name]
         for table in (self.mac.hash_types, self.mac.passwords, self.mac.nt_hashes):
             table.pop(name, None)
@@ -230,10 +238,16 @@ class Programs:
         if args[2] == '-a':
             members.append(args[3])
         else:
-            members.remove(args[3])
-            if not members:
-                del self.mac.records['Groups'][args[6]]['GroupMembership']
+            self.drop_member(args[6], args[3])
         return ''
+
+    def drop_member(self, group, user):
+        members = self.mac.records['Groups'][group].get('GroupMembership', [])
+        if user not in members:
+            raise Refusal('<dscl_cmd> DS Error: -14134 (eDSAttributeNotFound)', 54)
+        members.remove(user)
+        if not members:
+            del self.mac.records['Groups'][group]['GroupMembership']
 
     def id(self, args, _):
         if args == ['-u']:
@@ -315,24 +329,23 @@ class Programs:
             raise Misuse
         if self.mac.smb_after > 0:
             self.mac.smb_after -= 1
+            self.mac.clock += self.mac.nc_seconds
             raise Refusal('')
         return 'Connection to 127.0.0.1 port 445 [tcp/microsoft-ds] succeeded!\n'
 
     # -- files
 
     def chmod(self, args, _):
-        recursive = args[:1] == ['-R']
-        if len(args[recursive:]) != 3 or args[recursive] not in ('+a', '-a'):
+        """In the current folder only, and not through a link: no path can lead elsewhere then."""
+        if len(args) != 4 or args[0] != '-h' or args[1] not in ('+a', '-a') or '/' in args[3]:
             raise Misuse
-        verb, text, path = args[recursive:]
+        verb, text, path = args[1], args[2], os.path.normpath(os.path.join(self.cwd, args[3]))
         entry = re.fullmatch('user:([a-z0-9_.-]+) (allow) ([a-z_,]+)', text)
-        if not entry or set(entry[3].split(',')) - RIGHTS or not path.startswith('/'):
+        if not entry or set(entry[3].split(',')) - RIGHTS:
             raise Misuse
         owner = self.mac.user_uuid(entry[1])
-        missed = [one for one in (everything_in(path) if recursive else [path])
-                  if not self.change_entry(verb, (owner, entry[2], entry[3], False), one)]
-        if missed:
-            raise Refusal(''.join("chmod: No ACL present '%s'\n" % one for one in missed))
+        if not self.change_entry(verb, (owner, entry[2], entry[3], False), path):
+            raise Refusal("chmod: No ACL present '%s'" % args[3])
         return ''
 
     def change_entry(self, verb, entry, path):
@@ -348,12 +361,12 @@ class Programs:
         return kept != there
 
     def ls(self, args, _):
-        if len(args) != 3 or args[0] not in ('-lqed', '-lqeR') or args[1] != '--':
+        """With -R what is in the folder, but not the folder itself."""
+        if len(args) != 3 or args[0] not in ('-lqed', '-lqeR') or args[1:] != ['--', '.']:
             raise Misuse
-        if not os.path.exists(args[2]):
-            raise Refusal('ls: %s: No such file or directory' % args[2])
         lines = []
-        for path in everything_in(args[2]) if args[0] == '-lqeR' else [args[2]]:
+        found = list(everything_in(self.cwd))
+        for path in found[1:] if args[0] == '-lqeR' else found[:1]:
             name = re.sub('[^ -~]', '?', path)
             lines.append('-rw-------+ 1 bob  staff  0 Jan  1 00:00 ' + name)
             lines.extend(self.mac.entry_lines(path))
@@ -366,16 +379,46 @@ class Programs:
         found = os.lstat(args[2])
         return '%d\n' % found.st_uid if args[1] == '%u' else '%o\n' % stat.S_IMODE(found.st_mode)
 
-    @staticmethod
-    def find(args, _):
-        if args[1:3] != ['-xdev', '-user'] or args[4:7] != ['-execdir', '/usr/sbin/chown', '-h'] \
-                or args[8:] != ['{}', ';'] or len(args) != 10 or not args[0].startswith('/'):
+    def find(self, args, _):
+        """What it finds is true; what it runs is done here.  Its status is not that of what it runs."""
+        if args[:3] != ['-P', '.', '-xdev']:
             raise Misuse
-        done = subprocess.run(['/usr/bin/find.real', *args], stdout=subprocess.PIPE, check=False,
-                              stderr=subprocess.STDOUT, env={'PATH': '/usr/bin'})
+        tests, command = args, None
+        if '-execdir' in args:
+            start, end = args.index('-execdir'), args.index(';')
+            command = args[start + 1:end]
+            if args[start - 1] != '!' or args[end + 1:] != ['-print'] or command[-1] != '{}':
+                raise Misuse
+            tests = args[:start - 1] + ['-print0']
+        if set(tests[3:]) - {'(', ')', '!', '-o', '-type', 'd', 'f', 'l', '-links', '1', '-user',
+                             '-print', '-print0'} - set(re.findall(r'\d+', ' '.join(tests))):
+            raise Misuse
+        done = subprocess.run(['/usr/bin/find.real', *tests], stdout=subprocess.PIPE, check=False,
+                              stderr=subprocess.STDOUT, env={'PATH': '/usr/bin'}, cwd=self.cwd)
         if done.returncode:
             raise Refusal(os.fsdecode(done.stdout))
-        return ''
+        if not command:
+            return os.fsdecode(done.stdout)
+        complaints = ''
+        for path in os.fsdecode(done.stdout).split('\0')[:-1]:
+            if self.mac.swap:
+                self.mac.swap(os.path.normpath(os.path.join(self.cwd, path)))
+            try:
+                self.run_in_folder(command, path)
+            except (Refusal, OSError) as error:
+                complaints += '%s\n%s\n' % (error, path)
+        return complaints
+
+    def run_in_folder(self, command, path):
+        folder, name = os.path.split(os.path.normpath(os.path.join(self.cwd, path)))
+        if path == '.':
+            folder, name = self.cwd, '.'
+        if command[0] == '/bin/chmod':
+            Programs(self.mac, folder).chmod(command[1:-1] + [name], b'')
+        elif command[:2] == ['/usr/sbin/chown', '-h'] and len(command) == 4:
+            os.lchown(os.path.join(folder, name), int(command[2]), -1)
+        else:
+            raise Misuse
 
     # -- the rest
 
@@ -401,19 +444,25 @@ class Programs:
         return ''.join(' ' * 11 + ''.join('%03o  ' % byte for byte in line).ljust(80) + '\n'
                        for line in lines)
 
-    @staticmethod
-    def sleep(args, _):
+    def sleep(self, args, _):
         if args != ['0.1']:
             raise Misuse
+        self.mac.clock += 0.1
         time.sleep(0.002)
         return ''
+
+    def date(self, args, _):
+        if args != ['+%s']:
+            raise Misuse
+        return '%d\n' % self.mac.clock
 
 
 # ---- Answering
 
 class Call:
-    def __init__(self, argv, environ, stdin):
+    def __init__(self, argv, environ, stdin, cwd):
         self.path, self.args = argv[0], argv[1:]
+        self.cwd = cwd
         self.name = os.path.basename(argv[0])
         self.environ, self.stdin = environ, stdin
 
@@ -459,7 +508,9 @@ class Host:
             with connection, connection.makefile('rb') as file:
                 sizes = struct.unpack('=3I', file.read(12))
                 argv, environ, stdin = (file.read(size) for size in sizes)
-                call = Call([os.fsdecode(word) for word in argv.split(b'\0')[:-1]], environ, stdin)
+                caller = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
+                call = Call([os.fsdecode(word) for word in argv.split(b'\0')[:-1]], environ, stdin,
+                            os.readlink('/proc/%d/cwd' % struct.unpack('=3i', caller)[0]))
                 if self.hook:
                     self.hook(call)
                 with self.lock:
@@ -468,7 +519,7 @@ class Host:
                 if self.after_hook:
                     self.after_hook(call)
                 connection.sendall(struct.pack('=3I', status, len(out), len(err)) + out + err)
-        except (BrokenPipeError, ConnectionResetError):
+        except (BrokenPipeError, ConnectionResetError, ProcessLookupError):
             pass  # killed while it waited for the answer
         except Exception:  # pylint: disable=broad-except
             self.misuses.append(traceback.format_exc())
@@ -483,7 +534,7 @@ class Host:
             expected = '' if call.name in ('od', 'sleep') else PROGRAMS[call.name] + '/'
             if call.path != expected + call.name:
                 raise Misuse
-            out = getattr(Programs(self.mac), call.name)(call.args, call.stdin)
+            out = getattr(Programs(self.mac, call.cwd), call.name)(call.args, call.stdin)
         except Refusal as refusal:
             return refusal.status, b'', os.fsencode(str(refusal) + '\n')
         except Exception:  # pylint: disable=broad-except
@@ -497,7 +548,7 @@ class Host:
         """All that a script could have changed, to compare."""
         with self.lock:
             model = copy.deepcopy({key: value for key, value in vars(self.mac).items()
-                                   if key != 'smb_after'})
+                                   if key not in ('smb_after', 'clock')})
         return model, tree(STATE)
 
     def save(self):
@@ -543,7 +594,6 @@ def set_up():
     shutil.copy(REPO + '/product/shares/base.sh', SHARES)
     os.makedirs('/var/db', exist_ok=True)
     os.rename('/usr/bin/find', '/usr/bin/find.real')
-    os.symlink('/usr/bin/chown', '/usr/sbin/chown')
     for name, folder in PROGRAMS.items():
         path = os.path.join(folder, name)
         with contextlib.suppress(FileNotFoundError):

@@ -135,6 +135,22 @@ class WholeSession(MacTest):
         for call in host.calls:
             self.assertNotIn(SECRET.encode(), call.environ)
 
+    def test_the_password_is_seen_by_nobody_whatever_the_environment_asks_of_the_shell(self):
+        write(self.password_file, SECRET)
+        log = self.scratch + '/strace'
+        octal = b''.join(b'\\%03o' % byte for byte in SECRET.encode())
+        result = machost.run_command(
+            ['strace', '-f', '-v', '-s', '4096', '-e', 'trace=execve', '-o', log,
+             *self.argv('adduser', ['alice', 'alice', self.password_file])],
+            env=dict(os.environ, SHELLOPTS='allexport:xtrace:verbose'))
+        self.assert_done(result)
+        self.assertEqual(host.mac.nt_hashes, {'alice': SECRET.encode()})
+        seen = read(log).replace(b'\\\\', b'\\') + result.output.encode()
+        seen += b''.join(call.environ for call in host.calls)
+        self.assertIn(b'SHELLOPTS', seen)
+        for secret in (SECRET.encode(), octal):
+            self.assertNotIn(secret, seen)
+
     def test_only_what_every_system_has_is_started(self):
         log = self.scratch + '/strace'
         for step in (('adduser', 'alice', 'alice', self.password_file),
@@ -167,8 +183,9 @@ class WholeSession(MacTest):
                       asked)
         self.assertIn(['-r', share], asked)
         entry = 'user:a.b-c_ allow %s,%s,%s' % (READ, WRITE, INHERIT)
-        self.assertIn(['-R', '+a', entry, folder], asked)
-        self.assertIn(['-R', '-a', entry, folder], asked)
+        self.assertEqual([(call.args[-5:-2], call.cwd) for call in host.calls
+                          if '/bin/chmod' in call.args],
+                         [(['+a', entry, '{}'], folder), (['-a', entry, '{}'], folder)])
 
 
 class AddUser(MacTest):
@@ -361,7 +378,8 @@ class AddShare(MacTest):
         host.calls.clear()
         self.assert_done(self.add_share(folder=folder))
         self.assert_done(self.run_script('rmshare', 'Docs', folder))
-        changes = [(call.args[-3], call.args[-1]) for call in host.calls if call.name == 'chmod']
+        changes = [('+a' if '+a' in call.args else '-a', call.cwd) for call in host.calls
+                   if 'chmod' in call.name or '/bin/chmod' in call.args]
         opened = [('+a', self.home), ('+a', self.home + '/a/b'), ('+a', folder)]
         self.assertEqual(changes, opened + [('-a', path) for _, path in reversed(opened)])
 
@@ -495,8 +513,90 @@ class AddShare(MacTest):
         host.mac.smb_after = 10 ** 6
         host.calls.clear()
         self.assert_refused(self.add_share(), 'the SMB service has not come up within 30 s')
-        self.assertEqual(len(self.asked('nc')), 300)
+        self.assertGreater(len(self.asked('nc')), 250)
         self.assert_unchanged(before)
+
+    def test_waits_no_longer_when_each_look_takes_its_time(self):
+        host.mac.smb_after, host.mac.nc_seconds = 10 ** 6, 1
+        start = host.mac.clock
+        self.assert_refused(self.add_share(), 'the SMB service has not come up within 30 s')
+        self.assertGreaterEqual(host.mac.clock - start, 29)
+        self.assertLess(host.mac.clock - start, 33)
+
+    def test_does_not_wait_for_ever_when_the_clock_is_set_back(self):
+        def set_back(call):
+            if call.name == 'sleep':
+                host.mac.clock -= 1
+        host.mac.smb_after = 10 ** 6
+        host.hook = set_back
+        self.assert_refused(self.add_share(), 'the SMB service has not come up')
+
+    def test_gives_no_access_to_what_the_owner_could_have_put_there(self):
+        before = host.snapshot()
+        secret = write(self.scratch + '/secret', 'of root', 0o600)
+        os.link(secret, self.folder + '/a second name')
+        write(self.folder + '/sub/of root', 'its own', 0o600)
+        os.symlink(secret, self.folder + '/link')
+        os.lchown(self.folder + '/link', 501, -1)
+        result = self.add_share()
+        self.assert_done(result)
+        self.assertRegex(result.output, '(?s)alice gets no access to .*(a second name|of root)')
+        self.assertEqual(set(host.mac.entries), {self.home, self.folder} | {
+            self.folder + name for name in ('/f', '/sub', '/sub/deep')})
+        self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
+        self.assert_unchanged(before)
+
+    def test_gives_no_second_name_of_roots_own_files_either(self):
+        secret = write(self.scratch + '/secret', 'of root', 0o600)
+        folder = self.scratch + '/of root'
+        os.mkdir(folder, 0o755)
+        os.link(secret, folder + '/second')
+        self.assert_done(self.add_share(folder=folder))
+        self.assertEqual(set(host.mac.entries), {folder})
+
+    def test_a_file_that_becomes_a_link_meanwhile_leads_nowhere(self):
+        secret = write(self.scratch + '/secret', 'of root', 0o600)
+
+        def swap(path):
+            if path == self.folder + '/f':
+                os.unlink(path)
+                os.symlink(secret, path)
+        host.mac.swap = swap
+        self.add_share()
+        self.assertNotIn(secret, host.mac.entries)
+        self.assertTrue(os.path.islink(self.folder + '/f'))
+        host.mac.swap = None
+
+    def test_a_folder_that_becomes_a_link_meanwhile_leads_nowhere(self):
+        before = host.snapshot()
+        elsewhere = self.make_folder(self.scratch + '/elsewhere')
+
+        def swap(call):
+            if call.args == ['-f', '%Lp', '/']:
+                os.rename(self.folder, self.home + '/moved')
+                os.symlink(elsewhere, self.folder)
+        host.hook = swap
+        self.assert_refused(self.add_share(), 'another folder now')
+        self.assertEqual([path for path in host.mac.entries if path.startswith(elsewhere)], [])
+        self.assert_unchanged(before)
+
+    def test_is_undone_as_far_as_possible_when_the_directory_gives_no_answer(self):
+        shared = []
+
+        def deaf(call):
+            if call.name == 'dscl' and call.args[2].startswith('/SharePoints') and shared:
+                host.fault = (1, 10 ** 6, 'refuse')
+            else:
+                host.fault = None
+            if call.args[:1] == ['-a'] and call.name == 'sharing':
+                shared.append(call)
+        host.hook = deaf
+        result = self.add_share()
+        host.hook = host.fault = None
+        self.assert_refused(result, 'the share "Docs", or something of it, is left behind')
+        self.assertEqual((host.mac.records['SharePoints'], host.mac.entries), ({}, {}))
+        self.assertEqual(len(shared), 1)
+        self.assert_done(self.add_share())
 
     def test_takes_no_share_for_its_own_that_leads_elsewhere(self):
         """The directory would show the folder in another way than it was given."""
@@ -573,7 +673,8 @@ class Removing(MacTest):
         refusing = []
 
         def refuse(call):
-            host.fault = (1, 10 ** 6, 'refuse') if call.name == 'chmod' or call.name == 'ls' else None
+            stuck = call.name in ('chmod', 'ls') or '/bin/chmod' in call.args
+            host.fault = (1, 10 ** 6, 'refuse') if stuck else None
             refusing.append(host.fault)
         host.hook = refuse
         self.assert_refused(self.run_script('rmuser', 'alice'), 'cannot take the access of alice back')
@@ -581,15 +682,91 @@ class Removing(MacTest):
         self.assertNotIn('Docs', host.mac.records['SharePoints'])
         self.assertTrue(any(refusing))
 
-    def test_a_folder_that_has_gone_does_not_hinder_its_end(self):
+    def test_a_user_goes_whatever_the_directory_says_of_shares(self):
+        for verb in ('-list', '-read'):
+            host.wipe()
+            self.add_both()
+            self.refuse(lambda call, verb=verb: call.name == 'dscl' and call.args[1] == verb and
+                        call.args[2].startswith('/SharePoints'))
+            self.assert_refused(self.run_script('rmuser', 'alice'), 'may still be there')
+            self.assertNotIn('alice', host.mac.records['Users'])
+            self.assertNotIn('alice', host.mac.records['Groups'])
+            self.assertEqual((host.mac.passwords, host.mac.entries), ({}, {}))
+
+    def test_a_user_goes_even_when_it_cannot_leave_the_access_group(self):
+        host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
+        before = host.snapshot()
+        for script, args in (('rmuser', ['alice']),
+                             ('adduser', ['alice', 'alice', self.password_file])):
+            self.assert_done(self.add_user())
+            self.refuse(lambda call: call.name == 'dseditgroup')
+            self.assert_refused(self.run_script('rmuser', 'alice'), 'cannot take alice out of the group')
+            self.assertNotIn('alice', host.mac.records['Users'])
+            self.assertEqual(host.mac.passwords, {})
+            host.hook = host.fault = None
+            self.assert_done(self.run_script(script, *args))
+        self.assert_done(self.run_script('rmuser', 'alice'))
+        self.assert_unchanged(before)
+
+    def test_a_user_goes_even_when_nothing_is_known_of_its_group(self):
+        self.assert_done(self.add_user())
+        self.refuse(lambda call: call.name == 'dscl' and call.args[2] == '/Groups')
+        self.assert_refused(self.run_script('rmuser', 'alice'), 'the group alice may still be there')
+        self.assertEqual((host.mac.records['Users'].get('alice'), host.mac.passwords), (None, {}))
+        host.hook = host.fault = None
+        self.assert_done(self.run_script('rmuser', 'alice'))
+        self.assertNotIn('alice', host.mac.records['Groups'])
+
+    def test_nothing_is_removed_while_it_is_not_known_whose_it_is(self):
+        self.assert_done(self.add_user())
+        before = host.snapshot()
+        for args in (['-list', '/Users'], ['-read', '/Users/alice']):
+            self.refuse(lambda call, args=args: call.args[1:3] == args)
+            for result in (self.run_script('rmuser', 'alice'), self.add_user(), self.add_share()):
+                self.assert_refused(result, 'dscl: out of order')
+            self.assert_unchanged(before)
+
+    def test_says_what_it_cannot_undo_while_the_directory_gives_no_answer(self):
+        failed = []
+
+        def deaf(call):
+            failed.extend([call] if call.name == 'pwpolicy' else [])
+            host.fault = (1, 10 ** 6, 'refuse') if failed else None
+        host.hook = deaf
+        self.assert_refused(self.add_user(), 'the user alice may be left behind')
+        host.hook = host.fault = None
+        self.assert_done(self.run_script('rmuser', 'alice'))
+        self.assertNotIn('alice', host.mac.records['Users'])
+
+    def refuse(self, condition):
+        def hook(call):
+            host.fault = (1, 10 ** 6, 'refuse') if condition(call) else None
+        host.hook = hook
+
+    def test_a_folder_that_has_gone_is_told_once_and_forgotten(self):
         before = host.snapshot()
         self.add_both()
         os.rename(self.folder, self.home + '/gone')
-        for path in list(host.mac.entries):
-            if path.startswith(self.folder):
-                del host.mac.entries[path]
-        self.remove_both()
+        result = self.run_script('rmshare', 'Docs', self.folder)
+        self.assert_refused(result, 'the access of alice stays on what was "%s"' % self.folder)
+        self.assertEqual(host.mac.records['SharePoints'], {})
+        self.assertNotIn(self.home, host.mac.entries)
+        self.assertTrue(any(path.startswith(self.folder) for path in host.mac.entries))
+        self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
+        self.assert_done(self.run_script('rmuser', 'alice'))
+        host.mac.entries.clear()
         self.assert_unchanged(before)
+
+    def test_a_folder_that_has_gone_does_not_hinder_the_next_session(self):
+        session = self.session()
+        self.add_both(run=session.run)
+        session.kill()
+        os.rename(self.folder, self.home + '/gone')
+        os.symlink('/etc', self.folder)
+        result = self.add_user('carol')
+        self.assert_done(result)
+        self.assertIn('the access of alice stays on', result.output)
+        os.unlink(self.folder)
 
     def test_dies_with_no_user_behind_a_delete_that_only_says_it_did(self):
         self.assert_done(self.add_user())
