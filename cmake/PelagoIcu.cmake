@@ -4,7 +4,7 @@ add_library(pelago::icu ALIAS pelago_icu)
 
 if(PELAGO_HOST STREQUAL linux)
     # Linked statically: the tool is started for every share, and loading ICU's 33 MB of shared
-    # libraries doubles its start (bench.sh prints both).
+    # libraries nearly doubles its start (bench.sh prints both).
     find_path(ICU_INCLUDE_DIR unicode/putil.h REQUIRED)
     find_library(ICU_UC libicuuc.a REQUIRED)
     find_library(ICU_DATA libicudata.a REQUIRED)
