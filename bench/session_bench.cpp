@@ -5,6 +5,10 @@
 // program is started to just after it is reaped.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <chrono>
+#include <functional>
+
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -16,6 +20,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -99,73 +104,121 @@ const char *Program(const char *variable)
     return path;
 }
 
-// Puts a program where the tool belongs.
+// Puts a program where the tool belongs.  Each time in fresh memory: how fast a program starts also
+// depends on where its pages happen to lie, and repetitions are to even that out.
 fs::path Install(const char *variable)
 {
     const fs::path place = SHARES / fs::path(variable);
-    fs::copy_file(Program(variable), place, fs::copy_options::overwrite_existing);
+    fs::remove(place);
+    fs::copy_file(Program(variable), place);
     return place;
+}
+
+double Microseconds(const std::function<void()> &work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
+        .count();
+}
+
+double Median(std::vector<double> values)
+{
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    return values[values.size() / 2];
+}
+
+struct Rival {
+    const char *name;
+    std::function<void()> work;
+};
+
+// Runs ours and its rivals in turn, so that a machine that changes its speed changes it for all,
+// and tells the median of each, and of the ratios of ours to each rival beside it.  prepare is not
+// timed.
+void InTurn(benchmark::State &state, const std::function<void()> &prepare,
+            const std::function<void()> &ours, const std::vector<Rival> &rivals)
+{
+    std::vector<double> mine;
+    std::vector<std::vector<double>> theirs(rivals.size()), ratios(rivals.size());
+    for (auto _ : state) {
+        prepare();
+        mine.push_back(Microseconds(ours));
+        state.SetIterationTime(mine.back() / 1e6);
+        for (size_t i = 0; i < rivals.size(); i++) {
+            theirs[i].push_back(Microseconds(rivals[i].work));
+            ratios[i].push_back(mine.back() / theirs[i].back());
+        }
+    }
+    state.counters["ours"] = Median(mine);
+    for (size_t i = 0; i < rivals.size(); i++) {
+        state.counters[rivals[i].name] = Median(theirs[i]);
+        state.counters[std::string("ratio to ") + rivals[i].name] = Median(ratios[i]);
+    }
+}
+
+void ScriptsAndCommits()
+{
+    static const std::string content(300, '#'); // as long as the preferences that the tool writes
+    CommitBare(content);
+    for (const char *script : SCRIPTS) {
+        const std::string path = SHARES / script;
+        const char *const argv[] = {path.c_str(), "alice", nullptr};
+        RunForked(argv);
+    }
+    CommitBare(content);
 }
 
 void BM_WholeSession(benchmark::State &state)
 {
-    const fs::path tool = Install("PELAGO_TOOL");
+    const fs::path tool = Install("PELAGO_TOOL"), nothing = Install("PELAGO_NOTHING");
     const char *const argv[] = {tool.c_str(), "/srv", "Docs", "alice", "/dev/null", "rw", nullptr};
+    const char *const bare[] = {nothing.c_str(), nullptr};
     long peak = 0;
-    WritePrefs();
-    for (auto _ : state) {
-        peak = std::max(peak, Run(argv, 0));
-    }
+    const auto session = [&] { peak = std::max(peak, Run(argv, 0)); };
+    InTurn(state, WritePrefs, session,
+           {{"the four scripts and two durable writes, bare", ScriptsAndCommits},
+            {"the same, and a program that does nothing", [&] {
+                 ScriptsAndCommits();
+                 Run(bare, 2);
+             }}});
     state.counters["peak KiB"] = static_cast<double>(peak);
 }
 
-void BM_ScriptsAndCommits(benchmark::State &state)
+void BM_UsageError(benchmark::State &state)
 {
-    WritePrefs();
-    const std::string content(300, '#'); // as long as the preferences that the tool writes
-    for (auto _ : state) {
-        CommitBare(content);
-        for (const char *script : SCRIPTS) {
-            const std::string path = SHARES / script;
-            const char *const argv[] = {path.c_str(), "alice", nullptr};
-            RunForked(argv);
-        }
-        CommitBare(content);
-    }
-    WritePrefs();
+    const fs::path tool = Install("PELAGO_TOOL"), nothing = Install("PELAGO_NOTHING");
+    const auto run = [](const fs::path &program) {
+        const char *const argv[] = {program.c_str(), nullptr};
+        Run(argv, 2);
+    };
+    InTurn(
+        state, [] {}, [&] { run(tool); },
+        {{"a program that does nothing, same libraries", [&] { run(nothing); }}});
 }
 
-void BM_Start(benchmark::State &state, const char *variable, int wantedStatus, bool withArguments)
+// Up to where the preferences are found to be missing.
+void BM_Start(benchmark::State &state)
 {
-    const fs::path program = Install(variable);
-    const char *const full[] = {program.c_str(), "/srv", "Docs", "alice",
-                                "/dev/null",     "rw",   nullptr};
-    const char *const bare[] = {program.c_str(), nullptr};
-    fs::remove(PREFS); // so that a tool with arguments ends right after its initialisation
-    for (auto _ : state) {
-        Run(withArguments ? full : bare, wantedStatus);
-    }
+    const fs::path tool = Install("PELAGO_TOOL"), sharedIcu = Install("PELAGO_SHARED_ICU"),
+                   sharedRuntime = Install("PELAGO_SHARED_RUNTIME");
+    fs::remove(PREFS);
+    const auto run = [](const fs::path &program) {
+        const char *const argv[] = {program.c_str(), "/srv", "Docs", "alice",
+                                    "/dev/null",     "rw",   nullptr};
+        Run(argv, 1);
+    };
+    InTurn(
+        state, [] {}, [&] { run(tool); },
+        {{"ICU shared", [&] { run(sharedIcu); }},
+         {"C++ runtime shared", [&] { run(sharedRuntime); }}});
 }
 
 } // namespace
 
-BENCHMARK(BM_WholeSession)->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_ScriptsAndCommits)->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_Start, UsageError, "PELAGO_TOOL", 2, false)
-    ->UseRealTime()
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_Start, Nothing, "PELAGO_NOTHING", 2, false)
-    ->UseRealTime()
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_Start, AsShipped, "PELAGO_TOOL", 1, true)
-    ->UseRealTime()
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_Start, SharedIcu, "PELAGO_SHARED_ICU", 1, true)
-    ->UseRealTime()
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_Start, SharedRuntime, "PELAGO_SHARED_RUNTIME", 1, true)
-    ->UseRealTime()
-    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_WholeSession)->UseManualTime()->Iterations(40)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_UsageError)->UseManualTime()->Iterations(200)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Start)->UseManualTime()->Iterations(200)->Unit(benchmark::kMicrosecond);
 
 int main(int argc, char **argv)
 {
