@@ -1,10 +1,10 @@
 #!/bin/sh
 # test.sh [PRESET...] -- installs what is needed, builds, and runs the tests.
 #
-# Without arguments everything is proved: the whole suite as it ships (dev) and under the address and
-# undefined-behaviour sanitizers (asan), what has threads under the thread sanitizer (tsan), the fuzz
-# targets for a moment (fuzz), that clang and clang-tidy have nothing to warn of (clang), and that it builds and links
-# for macOS (macos).
+# Without arguments everything is proved: that clang and clang-tidy have nothing to warn of (clang),
+# that it builds and links for macOS (macos), what has threads under the thread sanitizer (tsan), the
+# fuzz targets for a moment (fuzz), and the whole suite under the address and undefined-behaviour
+# sanitizers (asan) and as it ships (dev).
 # Most of it wants root, for the throw-away machines that tools/sandbox.sh makes; what is not run
 # without is said.
 # Exit status: 0 when every test that was run passed; where CI is true, all of them are.

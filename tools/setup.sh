@@ -6,9 +6,10 @@
 set -eu
 
 PACKAGES="
-    clang clang-format clang-tidy cmake g++ icu-devtools inotify-tools iproute2
-    libbenchmark-dev libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev
-    libplist-utils llvm-14 locales ninja-build pkg-config procps python3 samba shellcheck smbclient strace systemd util-linux
+    clang clang-format clang-tidy cmake g++ icu-devtools inotify-tools iproute2 libbenchmark-dev
+    libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils llvm-14
+    locales ninja-build pkg-config procps python3 samba shellcheck smbclient strace systemd
+    util-linux
 "
 
 fail() { printf 'setup.sh: %s\n' "$1" >&2; exit 1; }

@@ -4,10 +4,9 @@ import os
 import plistlib
 import random
 import stat
-import subprocess
 import unittest
 
-from toolhost import (ARGUMENTS, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SHARED, SHARING, WAITING,
+from toolhost import (CLOSED, DELETED, DISABLING, ENABLING, PREFS, SHARED, SHARING, WAITING,
                       ToolCase)
 
 WHOLE_ERR = ENABLING + SHARING + WAITING + CLOSED + DISABLING

@@ -10,7 +10,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "scripts"))
 import sambahost  # noqa: E402
-from toolhost import (CLOSED, DELETED, DISABLING, ENABLING, PREFS, SHARED, WAITING, ToolCase)  # noqa: E402
+from toolhost import (CLOSED, DELETED, DISABLING, ENABLING, PREFS, WAITING, ToolCase)  # noqa: E402
 
 BUNDLE = Path("/opt/the real/Pelago.app")
 PASSWORD = "p\u00e4ss \"word\" $HOME"
