@@ -1,118 +1,516 @@
-// bsd_vsnprintf.cpp -- the formatting engine: pieces of output, gathered and then copied.
+// bsd_vsnprintf.cpp -- the formatting engine: a format is read once, and each of its conversions
+// becomes a field of pieces in the output.
 #include "bsd_vsnprintf.h"
+
+#include "diagnostics.h"
+#include "formatArguments.h"
+#include "formatDigits.h"
+#include "formatSink.h"
+#include "formatSpec.h"
+#include "scoped.h"
+#include "str.h"
+#include "utf.h"
+#include "util.h"
 
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
+#include <clocale>
+#include <cmath>
 #include <cstring>
+#include <cwchar>
+#include <strings.h>
 
 namespace {
 
-constexpr int GATHER_COUNT = 8;       // pieces that wait before they are copied together
+constexpr char MODULE_PATH[] = "lib/string/bsd_vsnprintf";
+constexpr int WCSCONV_LINE = 414; // the check of the UTF converter's answer
+
 constexpr size_t FIRST_CAPACITY = 64; // a growing buffer starts at a multiple of this
 
-struct Piece {
-    const char *text;
-    size_t length;
-};
+constexpr int DEFAULT_PRECISION = 6;
+// No double has more digits than 1074, those of the least one's fraction: to ask for more would
+// only bring zeros, and the memory for them.
+constexpr int64_t MOST_DIGITS = 1074;
+constexpr int NO_POINT = 9999; // the converter's position of the point in what is not finite
 
-// Where the output goes: a buffer of the caller's, or one that grows.
-struct Sink {
-    char *buffer;
-    size_t capacity; // in bytes
-    size_t length;   // stored so far, below capacity
-    bool growable;
-};
+static_assert(FormatOutput::SCRATCH_SIZE >= BSD_ULTOA_SIZE &&
+              FormatOutput::SCRATCH_SIZE >= BSD_EXPONENT_SIZE &&
+              FormatOutput::SCRATCH_SIZE >= MB_LEN_MAX);
+static_assert(sizeof(wchar_t) == sizeof(uint32_t));
 
-struct GatherList {
-    Piece pieces[GATHER_COUNT];
-    int count = 0;
-    size_t total = 0;
-};
-
-// The smallest multiple of the capacity that holds the bytes pending and a NUL.
-bool bsd_grow(Sink *sink, size_t pending)
-{
-    if (sink->length + pending + 1 <= sink->capacity) { return true; }
-    const size_t wanted = sink->length + pending + sink->capacity;
-    const size_t capacity = wanted - wanted % sink->capacity;
-    char *buffer = static_cast<char *>(realloc(sink->buffer, capacity));
-    if (buffer == nullptr) { return false; }
-    sink->buffer = buffer;
-    sink->capacity = capacity;
-    return true;
-}
-
-// Copies what waits, as far as there is room, and empties the list.  False when memory runs out.
-bool bsd_sprint(Sink *sink, GatherList *list)
-{
-    if (sink->growable && !bsd_grow(sink, list->total)) { return false; }
-    for (int i = 0; i < list->count; i++) {
-        const Piece &piece = list->pieces[i];
-        const size_t length = std::min(piece.length, sink->capacity - 1 - sink->length);
-        memcpy(sink->buffer + sink->length, piece.text, length);
-        sink->length += length;
+// How numbers are punctuated.
+class FormatConventions {
+public:
+    // As the current locale has it, which is only asked when it matters.
+    FormatConventions() = default;
+    FormatConventions(const char *decimalPoint, char separator, const char *grouping)
+    {
+        Set(decimalPoint, separator, grouping);
     }
-    list->count = 0;
-    list->total = 0;
-    return true;
+
+    // Only the first byte is ever printed.
+    const char *DecimalPoint()
+    {
+        Know();
+        return mDecimalPoint;
+    }
+    const char *Separator()
+    {
+        Know();
+        return &mSeparator;
+    }
+    const char *Grouping()
+    {
+        Know();
+        return mGrouping;
+    }
+
+private:
+    void Know()
+    {
+        if (mDecimalPoint != nullptr) { return; }
+        const lconv *locale = localeconv();
+        Set(locale->decimal_point, locale->thousands_sep[0], locale->grouping);
+    }
+    // Without a separator there is nothing to group with.
+    void Set(const char *decimalPoint, char separator, const char *grouping)
+    {
+        const bool grouped = grouping != nullptr && *grouping != '\0' && separator != '\0';
+        mDecimalPoint = decimalPoint;
+        mSeparator = separator;
+        mGrouping = grouped ? grouping : FORMAT_NO_GROUPING;
+    }
+
+    const char *mDecimalPoint = nullptr;
+    const char *mGrouping = nullptr;
+    char mSeparator = '\0';
+};
+
+// UTF-8 of a wide string, whole characters of at most precision bytes (-1: all of it),
+// NUL-terminated; nullptr without memory.  What is no character becomes what the lenient converter
+// makes of it.
+char *bsd_wcsconv(const wchar_t *wide, int64_t precision)
+{
+    const bool limited = precision >= 0;
+    const size_t limit = limited ? static_cast<size_t>(precision) : SIZE_MAX;
+    // Each character takes at least a byte, so a string that is limited need not be terminated.
+    const size_t length = limited ? wcsnlen(wide, limit) : wcslen(wide);
+    // Four bytes for each always do, so the target is only full when the limit is reached.
+    const size_t capacity = std::min(4 * length, limit);
+    char *text = static_cast<char *>(malloc(capacity + 4));
+    if (text == nullptr) { return nullptr; }
+    const uint32_t *source = reinterpret_cast<const uint32_t *>(wide);
+    uint8_t *target = reinterpret_cast<uint8_t *>(text);
+    switch (Utf32ToUtf8(&source, source + length, &target, target + capacity, /* lenient */ true)) {
+    case UtfResult::Done:
+    case UtfResult::SourceCut:
+    case UtfResult::TargetFull:
+    case UtfResult::Illegal: break;
+    default: Panic(UTIL_NOT_IMPLEMENTED_REPORT, MODULE_PATH, WCSCONV_LINE);
+    }
+    *target = '\0';
+    return text;
 }
 
-bool bsd_add(Sink *sink, GatherList *list, const char *text, size_t length)
-{
-    if (length == 0) { return true; }
-    list->pieces[list->count++] = {text, length};
-    list->total += length;
-    return list->count < GATHER_COUNT || bsd_sprint(sink, list);
-}
+// What of a floating number is before the point, in groups: the leftmost, then so many of a size
+// that repeats, then one each of the sizes to its left in the locale's list.
+struct FormatGroups {
+    int64_t leftmost; // digits
+    int64_t repeated = 0;
+    const char *size;
+    int64_t separators = 0;
 
-// Formats into the sink without a NUL; returns the whole output's length, or -1.
-int bsd_format(Sink *sink, const char *format, va_list arguments)
-{
-    GatherList list;
-    size_t total = 0;
-    while (*format != '\0') {
-        const char *text = format;
-        size_t length = strcspn(format, "%");
-        format += length;
-        if (length == 0) {
-            switch (format[1]) {
-            case '\0':
-                format++; // a lone "%" at the end prints nothing
-                continue;
-            case '%': text = "%"; break;
-            case 's':
-                text = va_arg(arguments, const char *);
-                text = text == nullptr ? "(null)" : text;
-                break;
-            default: return -1;
+    FormatGroups(int64_t digits, const char *grouping) : leftmost(digits), size(grouping)
+    {
+        while (*size > 0 && *size != FORMAT_ENDLESS_GROUP && leftmost > *size) {
+            leftmost -= *size;
+            separators++;
+            if (size[1] != '\0') {
+                size++;
+            } else {
+                repeated++;
             }
-            length = strlen(text);
-            format += 2;
         }
-        total += length;
-        if (total > INT_MAX || !bsd_add(sink, &list, text, length)) { return -1; }
     }
-    return bsd_sprint(sink, &list) ? static_cast<int>(total) : -1;
+    // The size of the next group to the right.
+    int64_t Next()
+    {
+        if (repeated > 0) {
+            repeated--;
+        } else {
+            size--;
+        }
+        return *size;
+    }
+};
+
+// The text of a field before its padding: sign and prefix, or "".
+struct FormatLead {
+    const char *sign = "";
+    const char *prefix = "";
+
+    int64_t Length() const { return (*sign != '\0' ? 1 : 0) + (*prefix != '\0' ? 2 : 0); }
+};
+
+class FormatEngine {
+public:
+    FormatEngine(FormatOutput *output, const FormatConventions &conventions, const char *format,
+                 va_list arguments)
+        : mOutput(*output), mConventions(conventions), mFormat(format),
+          mArguments(format, arguments)
+    {}
+
+    // Returns the length of the whole output, or -1.
+    int Run()
+    {
+        const char *text = mFormat;
+        for (;;) {
+            const char *start = text;
+            while (*text != '\0' && *text != '%') {
+                text++;
+            }
+            const size_t length = static_cast<size_t>(text - start);
+            if (!Count(length)) { return -1; }
+            mOutput.Text(start, length);
+            if (*text == '\0') { break; }
+            text++;
+            const FormatSpec spec = FormatRead(text, mArguments);
+            if (mArguments.Failed()) { return -1; }
+            if (spec.conversion == '\0') { break; }
+            if (!Convert(spec, text - 1) || mOutput.Sink().error) { return -1; }
+        }
+        return mOutput.Flush() ? static_cast<int>(mTotal) : -1;
+    }
+
+private:
+    // letter is where the conversion's stands in the format.
+    bool Convert(const FormatSpec &spec, const char *letter)
+    {
+        const FormatType type = FormatTypeOf(spec);
+        if (type == FORMAT_TYPE_NONE) { return Field(spec, letter, 1); }
+        const FormatValue value = mArguments.Take(type, spec.index);
+        switch (spec.conversion) {
+        case 'd':
+        case 'i':
+        case 'D': return Signed(spec, Sized(spec, type, value));
+        case 'u':
+        case 'U': return Integer(spec, Unsigned(spec, type, value), 10, {});
+        case 'o':
+        case 'O': return Integer(spec, Unsigned(spec, type, value), 8, {});
+        case 'x':
+        case 'X': return Hexadecimal(spec, Unsigned(spec, type, value));
+        case 'p': return Pointer(spec, value.asPointer);
+        case 'c':
+        case 'C': return Character(spec, value.asInt);
+        case 's':
+        case 'S': return String(spec, value.asPointer);
+        case 'n': Store(spec, value.asPointer); return true;
+        default:
+            return Floating(spec, type == FORMAT_TYPE_LONG_DOUBLE
+                                      ? static_cast<double>(value.asLongDouble)
+                                      : value.asDouble);
+        }
+    }
+
+    // ---- Fields
+
+    // Adds to the length of the output; false when that becomes too large.
+    bool Count(uint64_t length)
+    {
+        if (length > static_cast<uint64_t>(INT_MAX - mTotal)) { return false; }
+        mTotal += static_cast<int64_t>(length);
+        return true;
+    }
+
+    // A field, padded to its width; body writes so many bytes behind the lead.
+    template <typename Body>
+    bool Field(const FormatSpec &spec, const FormatLead &lead, int64_t bodySize, const Body &body)
+    {
+        const int64_t size = lead.Length() + bodySize;
+        if (!Count(static_cast<uint64_t>(std::max(spec.width, size)))) { return false; }
+        const int64_t fill = spec.width - size;
+        const bool left = (spec.flags & FORMAT_LEFT) != 0;
+        const bool zeroes = (spec.flags & FORMAT_ZEROES) != 0;
+        if (!left && !zeroes) { mOutput.Blanks(fill); }
+        mOutput.Text(lead.sign, *lead.sign != '\0' ? 1 : 0);
+        mOutput.Text(lead.prefix, *lead.prefix != '\0' ? 2 : 0);
+        if (!left && zeroes) { mOutput.Zeroes(fill); }
+        body();
+        if (left) { mOutput.Blanks(fill); }
+        return true;
+    }
+
+    bool Field(const FormatSpec &spec, const char *text, size_t length)
+    {
+        if (length > static_cast<size_t>(INT_MAX)) { return false; }
+        return Field(spec, {}, static_cast<int64_t>(length), [&] { mOutput.Text(text, length); });
+    }
+
+    static const char *Sign(const FormatSpec &spec, bool negative)
+    {
+        if (negative) { return "-"; }
+        if (spec.flags & FORMAT_PLUS) { return "+"; }
+        return spec.flags & FORMAT_BLANK ? " " : "";
+    }
+
+    // ---- Integers
+
+    static int64_t Sized(const FormatSpec &spec, FormatType type, const FormatValue &value)
+    {
+        if (type == FORMAT_TYPE_64_BITS) { return value.as64Bits; }
+        if (spec.flags & FORMAT_SHORT) { return static_cast<short>(value.asInt); }
+        if (spec.flags & FORMAT_CHAR) { return static_cast<signed char>(value.asInt); }
+        return value.asInt;
+    }
+
+    static uint64_t Unsigned(const FormatSpec &spec, FormatType type, const FormatValue &value)
+    {
+        if (type == FORMAT_TYPE_64_BITS) { return static_cast<uint64_t>(value.as64Bits); }
+        if (spec.flags & FORMAT_SHORT) { return static_cast<unsigned short>(value.asInt); }
+        if (spec.flags & FORMAT_CHAR) { return static_cast<unsigned char>(value.asInt); }
+        return static_cast<unsigned>(value.asInt);
+    }
+
+    bool Signed(const FormatSpec &spec, int64_t value)
+    {
+        const uint64_t magnitude =
+            value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+        return Integer(spec, magnitude, 10, {Sign(spec, value < 0), ""});
+    }
+
+    bool Hexadecimal(const FormatSpec &spec, uint64_t value)
+    {
+        const bool prefixed = (spec.flags & FORMAT_ALTERNATE) && value != 0;
+        const bool lower = spec.conversion == 'x';
+        return Integer(spec, value, 16, {"", prefixed ? (lower ? "0x" : "0X") : ""},
+                       lower ? FORMAT_LOWER_DIGITS : FORMAT_UPPER_DIGITS);
+    }
+
+    bool Pointer(const FormatSpec &spec, const void *pointer)
+    {
+        return Integer(spec, reinterpret_cast<uintptr_t>(pointer), 16, {}, FORMAT_UPPER_DIGITS);
+    }
+
+    bool Integer(FormatSpec spec, uint64_t value, int base, const FormatLead &lead,
+                 const char *digits = FORMAT_LOWER_DIGITS)
+    {
+        if (spec.precision >= 0) { spec.flags &= ~unsigned{FORMAT_ZEROES}; }
+        const bool alternate = (spec.flags & FORMAT_ALTERNATE) != 0;
+        const bool grouped = base == 10 && (spec.flags & FORMAT_GROUPED);
+        char *start = nullptr;
+        int64_t length = 0;
+        if (value != 0 || spec.precision != 0 || (base == 8 && alternate)) {
+            char *end = mOutput.Scratch() + FormatOutput::SCRATCH_SIZE;
+            start = bsd_ultoa(value, end, base, alternate, digits, grouped,
+                              grouped ? *mConventions.Separator() : '\0',
+                              grouped ? mConventions.Grouping() : FORMAT_NO_GROUPING);
+            length = end - start;
+        }
+        const int64_t zeroes = std::max<int64_t>(spec.precision - length, 0);
+        return Field(spec, lead, zeroes + length, [&] {
+            mOutput.Zeroes(zeroes);
+            mOutput.Text(start, static_cast<size_t>(length));
+        });
+    }
+
+    // ---- Text
+
+    bool Character(const FormatSpec &spec, int value)
+    {
+        char *text = mOutput.Scratch();
+        if (spec.conversion == 'c' && !(spec.flags & FORMAT_LONG)) {
+            *text = static_cast<char>(value);
+            return Field(spec, text, 1);
+        }
+        mbstate_t state = {};
+        const size_t length = wcrtomb(text, static_cast<wchar_t>(value), &state);
+        return length != static_cast<size_t>(-1) && Field(spec, text, length);
+    }
+
+    bool String(const FormatSpec &spec, const void *value)
+    {
+        const char *text = value == nullptr ? "(null)" : static_cast<const char *>(value);
+        const bool wide = spec.conversion == 'S' || (spec.flags & FORMAT_LONG);
+        ScopedFree<char> converted;
+        if (wide && value != nullptr) {
+            converted.reset(bsd_wcsconv(static_cast<const wchar_t *>(value), spec.precision));
+            if (!converted) { return false; }
+            text = converted.get();
+        }
+        const size_t length =
+            spec.precision < 0 ? strlen(text) : strnlen(text, static_cast<size_t>(spec.precision));
+        if (!Field(spec, text, length)) { return false; }
+        if (converted && length > 0) { mOutput.Own(converted.release()); }
+        return true;
+    }
+
+    void Store(const FormatSpec &spec, void *place) const
+    {
+        const int total = static_cast<int>(mTotal);
+        if (spec.flags & FORMAT_64_BITS) {
+            *static_cast<int64_t *>(place) = total;
+        } else if (spec.flags & FORMAT_SHORT) {
+            *static_cast<short *>(place) = static_cast<short>(total);
+        } else if (spec.flags & FORMAT_CHAR) {
+            *static_cast<signed char *>(place) = static_cast<signed char>(total);
+        } else {
+            *static_cast<int *>(place) = total;
+        }
+    }
+
+    // ---- Floating numbers
+
+    bool Floating(const FormatSpec &spec, double value)
+    {
+        const char letter = static_cast<char>(spec.conversion | 0x20); // in lower case
+        int64_t precision = spec.precision < 0 ? DEFAULT_PRECISION : spec.precision;
+        int64_t digits = precision; // to ask for
+        if (letter == 'e') { digits = precision + 1; }
+        if (letter == 'g' && precision == 0) { digits = precision = 1; }
+        if (letter == 'f' && precision == 0) {
+            // Halves away from zero.  The digit behind the point is a zero, and goes with the
+            // others.
+            value = round(value);
+            digits = 1;
+        }
+        FormatDecimal decimal = bsd_cvt(letter == 'f' ? FORMAT_FRACTION : FORMAT_SIGNIFICANT,
+                                        static_cast<int>(std::min(digits, MOST_DIGITS)), value);
+        if (!decimal.text) { return false; }
+        const bool done =
+            Spelt(decimal) ? NotFinite(spec, decimal) : Finite(spec, letter, precision, decimal);
+        if (done) { mOutput.Own(decimal.text.release()); }
+        return done;
+    }
+
+    static bool Spelt(const FormatDecimal &decimal)
+    {
+        const char *text = decimal.text.get();
+        return decimal.point == NO_POINT || strcasecmp(text, "-inf") == 0 ||
+               strcasecmp(text, "inf") == 0 || strcasecmp(text, "nan") == 0;
+    }
+
+    // The sign comes in the text or beside it, as the C library likes.
+    bool NotFinite(FormatSpec spec, const FormatDecimal &decimal)
+    {
+        char *text = decimal.text.get();
+        const bool negative = *text == '-' || decimal.sign != 0;
+        text += *text == '-';
+        const bool lower = spec.conversion >= 'a';
+        lower ? Str_ToLower(text) : Str_ToUpper(text);
+        spec.flags &= ~unsigned{FORMAT_ZEROES};
+        const size_t length = strlen(text);
+        return Field(spec, {Sign(spec, negative), ""}, static_cast<int64_t>(length),
+                     [&] { mOutput.Text(text, length); });
+    }
+
+    bool Finite(const FormatSpec &spec, char letter, int64_t precision,
+                const FormatDecimal &decimal)
+    {
+        if (letter == 'f') { return Fixed(spec, precision, decimal); }
+        if (letter == 'e') { return Exponential(spec, precision, decimal); }
+        // Without "#" as many digits as there are, so that no zeros stand at the end.
+        const bool fixed = decimal.point >= -3 && decimal.point <= precision;
+        const int64_t digits =
+            spec.flags & FORMAT_ALTERNATE ? precision : decimal.end - decimal.text.get();
+        return fixed ? Fixed(spec, std::max<int64_t>(digits - decimal.point, 0), decimal)
+                     : Exponential(spec, digits - 1, decimal);
+    }
+
+    bool Fixed(const FormatSpec &spec, int64_t fraction, const FormatDecimal &decimal)
+    {
+        const int64_t point = decimal.point;
+        const bool pointed = fraction > 0 || (spec.flags & FORMAT_ALTERNATE);
+        FormatGroups groups(point, spec.flags & FORMAT_GROUPED ? mConventions.Grouping()
+                                                               : FORMAT_NO_GROUPING);
+        const int64_t size =
+            std::max<int64_t>(point, 1) + groups.separators + (pointed ? 1 : 0) + fraction;
+        return Field(spec, {Sign(spec, decimal.sign != 0), ""}, size, [&] {
+            if (point <= 0) { mOutput.Zeroes(1); }
+            Digits(decimal, 0, groups.leftmost);
+            for (int64_t at = groups.leftmost; at < point;) {
+                const int64_t count = groups.Next();
+                mOutput.Text(mConventions.Separator(), 1);
+                Digits(decimal, at, count);
+                at += count;
+            }
+            if (pointed) { mOutput.Text(mConventions.DecimalPoint(), 1); }
+            const int64_t zeroes = std::clamp<int64_t>(-point, 0, fraction);
+            mOutput.Zeroes(zeroes);
+            Digits(decimal, std::max<int64_t>(point, 0), fraction - zeroes);
+        });
+    }
+
+    bool Exponential(const FormatSpec &spec, int64_t fraction, const FormatDecimal &decimal)
+    {
+        const bool pointed = fraction > 0 || (spec.flags & FORMAT_ALTERNATE);
+        const char letter = spec.conversion >= 'a' ? 'e' : 'E';
+        char *exponent = mOutput.Scratch();
+        const size_t exponentSize = bsd_exponent(exponent, decimal.point - 1, letter);
+        const int64_t size = 1 + (pointed ? 1 : 0) + fraction + static_cast<int64_t>(exponentSize);
+        return Field(spec, {Sign(spec, decimal.sign != 0), ""}, size, [&] {
+            Digits(decimal, 0, 1);
+            if (pointed) { mOutput.Text(mConventions.DecimalPoint(), 1); }
+            Digits(decimal, 1, fraction);
+            mOutput.Text(exponent, exponentSize);
+        });
+    }
+
+    // So many digits from an index on, with zeros for those that the number does not have.
+    void Digits(const FormatDecimal &decimal, int64_t from, int64_t count)
+    {
+        const int64_t there = decimal.end - decimal.text.get();
+        const int64_t length = std::clamp<int64_t>(there - from, 0, std::max<int64_t>(count, 0));
+        mOutput.Text(decimal.text.get() + from, static_cast<size_t>(length));
+        mOutput.Zeroes(count - length);
+    }
+
+    FormatOutput &mOutput;
+    FormatConventions mConventions;
+    const char *mFormat;
+    FormatArguments mArguments;
+    int64_t mTotal = 0;
+};
+
+int FormatInto(char **bufp, const FormatConventions &conventions, size_t size, const char *format,
+               va_list arguments)
+{
+    const bool growable = *bufp == nullptr;
+    char *buffer = *bufp;
+    if (growable) {
+        const size_t wanted = strlen(format) + FIRST_CAPACITY;
+        size = *format == '\0' ? 1 : wanted - wanted % FIRST_CAPACITY;
+        buffer = static_cast<char *>(malloc(size));
+        if (buffer == nullptr) { return -1; }
+    }
+    FormatOutput output(buffer, size, growable);
+    const FormatSink &sink = output.Sink();
+    const int length = FormatEngine(&output, conventions, format, arguments).Run();
+    if (length < 0) {
+        if (growable) { free(sink.buffer); }
+        return -1;
+    }
+    // A buffer of no size has no room for the NUL either.
+    if (sink.capacity > 0) { sink.buffer[sink.length] = '\0'; }
+    *bufp = sink.buffer;
+    return length;
 }
 
 } // namespace
 
+extern "C" int bsd_vsnprintf_core(char **bufp, const char *grouping, char separator,
+                                  const char *decimalPoint, size_t size, const char *format,
+                                  va_list arguments)
+{
+    return FormatInto(bufp, {decimalPoint, separator, grouping}, size, format, arguments);
+}
+
 extern "C" int bsd_vsnprintf(char **bufp, size_t size, const char *format, va_list arguments)
 {
-    Sink sink = {*bufp, size, 0, *bufp == nullptr};
-    if (sink.growable) {
-        const size_t wanted = strlen(format) + FIRST_CAPACITY;
-        sink.capacity = *format == '\0' ? 1 : wanted - wanted % FIRST_CAPACITY;
-        sink.buffer = static_cast<char *>(malloc(sink.capacity));
-        if (sink.buffer == nullptr) { return -1; }
-    }
-    const int length = bsd_format(&sink, format, arguments);
-    if (length < 0) {
-        if (sink.growable) { free(sink.buffer); }
-        return -1;
-    }
-    if (sink.capacity > 0) { sink.buffer[sink.length] = '\0'; }
-    *bufp = sink.buffer;
-    return length;
+    return FormatInto(bufp, {}, size, format, arguments);
+}
+
+extern "C" int bsd_vsnprintf_c_locale(char **bufp, size_t size, const char *format,
+                                      va_list arguments)
+{
+    return bsd_vsnprintf_core(bufp, nullptr, ',', ".", size, format, arguments);
 }

@@ -1,7 +1,105 @@
-// str.cpp -- formatting into strings.
+// str.cpp -- NUL-terminated strings: formatting, copying, searching, ASCII case.
 #include "str.h"
 
 #include "bsd_vsnprintf.h"
+#include "diagnostics.h"
+#include "util.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr char MODULE_PATH[] = "lib/string/str";
+constexpr char TOO_SMALL_REPORT[] = "%s:%d Buffer too small\n";
+
+// The checks that end the process.
+constexpr int SPRINTF_C_LOCALE_LINE = 177;
+constexpr int SPRINTF_LINE = 214;
+constexpr int STRCPY_LINE = 284;
+constexpr int STRNCPY_LINE = 322;
+constexpr int STRCAT_LINE = 444;
+constexpr int STRNCAT_LINE = 498;
+constexpr int SAFE_ASPRINTF_LINE = 657;
+
+[[noreturn]] void StrTooSmall(int line) { Panic(TOO_SMALL_REPORT, MODULE_PATH, line); }
+
+bool StrIsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
+
+bool StrIsAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
+
+// How many bytes a character has that begins with this one: the number of its leading 1 bits.
+size_t StrLength(char lead)
+{
+    return static_cast<size_t>(__builtin_clz(~(uint32_t{static_cast<unsigned char>(lead)} << 24)));
+}
+
+// Terminates a full buffer of at least one byte, before the character that does not fit whole.
+void StrCutBack(char *buffer, size_t size)
+{
+    const size_t end = size - 1;
+    buffer[end] = '\0';
+    if (end == 0) { return; }
+    size_t lead = end - 1;
+    while (lead > 0 && StrIsContinuation(buffer[lead])) {
+        lead--;
+    }
+    const bool isWhole = !StrIsContinuation(buffer[lead]) && StrLength(buffer[lead]) == end - lead;
+    if (!isWhole && !StrIsAscii(buffer[lead])) { buffer[lead] = '\0'; }
+}
+
+using StrEngine = decltype(&bsd_vsnprintf);
+
+// Formats into a buffer; -1 when the output does not fit, or the engine fails, or there is no
+// buffer.
+int StrFormat(StrEngine engine, char *buffer, size_t size, const char *format, va_list arguments)
+{
+    if (buffer == nullptr) { return -1; } // for which the engine would make a buffer of its own
+    const int length = engine(&buffer, size, format, arguments);
+    if (length >= 0 && static_cast<size_t>(length) < size) { return length; }
+    if (size > 0) { StrCutBack(buffer, size); }
+    return -1;
+}
+
+} // namespace
+
+// ---- Formatting
+
+extern "C" int Str_Vsnprintf(char *buffer, size_t size, const char *format, va_list arguments)
+{
+    return StrFormat(bsd_vsnprintf, buffer, size, format, arguments);
+}
+
+extern "C" int Str_Snprintf(char *buffer, size_t size, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = Str_Vsnprintf(buffer, size, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+extern "C" int Str_Sprintf(char *buffer, size_t size, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = Str_Vsnprintf(buffer, size, format, arguments);
+    va_end(arguments);
+    if (length < 0) { StrTooSmall(SPRINTF_LINE); }
+    return length;
+}
+
+extern "C" int Str_SprintfCLocale(char *buffer, size_t size, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = StrFormat(bsd_vsnprintf_c_locale, buffer, size, format, arguments);
+    va_end(arguments);
+    if (length < 0) { StrTooSmall(SPRINTF_C_LOCALE_LINE); }
+    return length;
+}
 
 extern "C" char *Str_Vasprintf(size_t *lengthOut, const char *format, va_list arguments)
 {
@@ -19,4 +117,97 @@ extern "C" char *Str_Asprintf(size_t *lengthOut, const char *format, ...)
     char *text = Str_Vasprintf(lengthOut, format, arguments);
     va_end(arguments);
     return text;
+}
+
+extern "C" char *Str_SafeVasprintf(size_t *lengthOut, const char *format, va_list arguments)
+{
+    char *text = Str_Vasprintf(lengthOut, format, arguments);
+    if (text == nullptr) { Panic(UTIL_VERIFY_REPORT, MODULE_PATH, SAFE_ASPRINTF_LINE); }
+    return text;
+}
+
+extern "C" char *Str_SafeAsprintf(size_t *lengthOut, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    char *text = Str_SafeVasprintf(lengthOut, format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+// ---- Copying
+
+extern "C" char *Str_Strcpy(char *destination, const char *source, size_t size)
+{
+    const size_t length = strlen(source);
+    if (length >= size) { StrTooSmall(STRCPY_LINE); }
+    memcpy(destination, source, length + 1);
+    return destination;
+}
+
+extern "C" char *Str_Strncpy(char *destination, size_t size, const char *source, size_t n)
+{
+    const size_t length = strnlen(source, n);
+    if (length >= size) { StrTooSmall(STRNCPY_LINE); }
+    memcpy(destination, source, length);
+    destination[length] = '\0';
+    return destination;
+}
+
+extern "C" char *Str_Strcat(char *destination, const char *source, size_t size)
+{
+    const size_t used = strlen(destination);
+    const size_t length = strlen(source);
+    // Two strings that are in memory have no sum that overflows.
+    if (used + length >= size) { StrTooSmall(STRCAT_LINE); }
+    memcpy(destination + used, source, length + 1);
+    return destination;
+}
+
+extern "C" char *Str_Strncat(char *destination, size_t size, const char *source, size_t n)
+{
+    const size_t used = strnlen(destination, size);
+    if (strnlen(source, n) >= size - used) { StrTooSmall(STRNCAT_LINE); }
+    return strncat(destination, source, n);
+}
+
+// ---- Searching and measuring
+
+extern "C" size_t Str_Strlen(const char *string, size_t maximum)
+{
+    return strnlen(string, maximum);
+}
+
+extern "C" char *Str_Strnstr(const char *haystack, const char *needle, size_t n)
+{
+    const size_t needleLength = strlen(needle);
+    if (needleLength == 0) { return const_cast<char *>(haystack); }
+    const char *end = haystack + strnlen(haystack, n);
+    const char *place = haystack;
+    while (static_cast<size_t>(end - place) >= needleLength) {
+        const size_t starts = static_cast<size_t>(end - place) - needleLength + 1;
+        place = static_cast<const char *>(memchr(place, *needle, starts));
+        if (place == nullptr) { return nullptr; }
+        if (memcmp(place, needle, needleLength) == 0) { return const_cast<char *>(place); }
+        place++;
+    }
+    return nullptr;
+}
+
+// ---- Case
+
+extern "C" char *Str_ToLower(char *string)
+{
+    for (char *c = string; *c != '\0'; c++) {
+        if (*c >= 'A' && *c <= 'Z') { *c = static_cast<char>(*c - 'A' + 'a'); }
+    }
+    return string;
+}
+
+extern "C" char *Str_ToUpper(char *string)
+{
+    for (char *c = string; *c != '\0'; c++) {
+        if (*c >= 'a' && *c <= 'z') { *c = static_cast<char>(*c - 'a' + 'A'); }
+    }
+    return string;
 }

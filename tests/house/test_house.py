@@ -15,7 +15,7 @@ ANY_PUBLIC = {path.name for path in PUBLIC.glob("*.h")}
 MAY_INCLUDE = {
     "apps/pelagoShareTool": ANY_PUBLIC,
     "lib/misc": ANY_PUBLIC,
-    "lib/string": {"bsd_vsnprintf.h", "str.h", "util.h", "diagnostics.h"},
+    "lib/string": {"bsd_vsnprintf.h", "str.h", "util.h", "diagnostics.h", "scoped.h"},
     "lib/unicode": {"unicode.h", "codeset.h", "util.h", "diagnostics.h"},
     "lib/public": ANY_PUBLIC,
 }

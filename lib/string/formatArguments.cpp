@@ -1,0 +1,70 @@
+// formatArguments.cpp -- arguments by their positions: the format is read once for their types.
+#include "formatArguments.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+// Reads a format for its arguments' types, without any values.
+class TypeReader {
+public:
+    void UsePositions() {}
+    int Star(int64_t index)
+    {
+        Note(FORMAT_TYPE_INT, index);
+        return 0;
+    }
+    void Note(FormatType type, int64_t index)
+    {
+        if (type == FORMAT_TYPE_NONE) { return; }
+        const size_t at = static_cast<size_t>(index != 0 ? index : mNext++);
+        if (at >= mTable.size) { bsd_grow_type_table(at, &mTable); }
+        mTable.types[at] = type;
+        mHighest = std::max(mHighest, at);
+    }
+    FormatType Type(size_t index) const { return mTable.types[index]; }
+    size_t Highest() const { return mHighest; }
+
+private:
+    FormatTypeTable mTable;
+    int64_t mNext = 1;
+    size_t mHighest = 0;
+};
+
+} // namespace
+
+void bsd_grow_type_table(size_t needed, FormatTypeTable *table)
+{
+    const size_t size = std::max(2 * table->size, needed + 1);
+    const bool first = table->types == table->automatic;
+    void *block = realloc(first ? nullptr : table->types, size * sizeof(FormatType));
+    if (block == nullptr) { abort(); }
+    FormatType *types = static_cast<FormatType *>(block);
+    if (first) { std::copy_n(table->automatic, table->size, types); }
+    std::fill(types + table->size, types + size, FORMAT_TYPE_INT);
+    table->types = types;
+    table->size = size;
+}
+
+bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **table)
+{
+    TypeReader reader;
+    for (const char *text = strchr(format, '%'); text != nullptr; text = strchr(text, '%')) {
+        text++;
+        const FormatSpec spec = FormatRead(text, reader);
+        reader.Note(FormatTypeOf(spec), spec.index);
+    }
+    const size_t count = reader.Highest() + 1;
+    if (count > FORMAT_AUTOMATIC_ARGUMENTS) {
+        *table = static_cast<FormatValue *>(malloc(count * sizeof(FormatValue)));
+        if (*table == nullptr) { return false; }
+    }
+    FormatList list;
+    va_copy(list.arguments, arguments);
+    for (size_t i = 1; i < count; i++) {
+        (*table)[i] = list.Take(reader.Type(i));
+    }
+    va_end(list.arguments);
+    return true;
+}

@@ -1,0 +1,144 @@
+// formatArguments.h -- the arguments of a format, taken in order or by their positions.
+#ifndef PELAGO_STRING_FORMATARGUMENTS_H
+#define PELAGO_STRING_FORMATARGUMENTS_H
+
+#include "formatSpec.h"
+
+#include <cstdarg>
+#include <cstdlib>
+
+// How an argument is passed.  An argument that no conversion names is skipped as an int.
+enum FormatType : uint32_t {
+    FORMAT_TYPE_INT, // or what is promoted to it
+    FORMAT_TYPE_64_BITS,
+    FORMAT_TYPE_POINTER,
+    FORMAT_TYPE_DOUBLE,
+    FORMAT_TYPE_LONG_DOUBLE,
+    FORMAT_TYPE_NONE, // the conversion takes no argument
+};
+
+union FormatValue {
+    int asInt;
+    long as64Bits;
+    void *asPointer;
+    double asDouble;
+    long double asLongDouble;
+};
+static_assert(sizeof(FormatValue) == 16);
+
+// What the conversion of the specification takes.
+inline FormatType FormatTypeOf(const FormatSpec &spec)
+{
+    switch (spec.conversion) {
+    case 'd':
+    case 'i':
+    case 'o':
+    case 'u':
+    case 'x':
+    case 'X': return spec.flags & FORMAT_64_BITS ? FORMAT_TYPE_64_BITS : FORMAT_TYPE_INT;
+    case 'D':
+    case 'O':
+    case 'U': return FORMAT_TYPE_64_BITS;
+    case 'c':
+    case 'C': return FORMAT_TYPE_INT;
+    case 'n':
+    case 'p':
+    case 's':
+    case 'S': return FORMAT_TYPE_POINTER;
+    case 'e':
+    case 'E':
+    case 'f':
+    case 'F':
+    case 'g':
+    case 'G': return spec.flags & FORMAT_WIDE ? FORMAT_TYPE_LONG_DOUBLE : FORMAT_TYPE_DOUBLE;
+    default: return FORMAT_TYPE_NONE;
+    }
+}
+
+// The caller's list, which the format says how to read.
+struct FormatList {
+    va_list arguments;
+
+    FormatValue Take(FormatType type)
+    {
+        FormatValue value;
+        switch (type) {
+        case FORMAT_TYPE_64_BITS: value.as64Bits = va_arg(arguments, long); break;
+        case FORMAT_TYPE_POINTER: value.asPointer = va_arg(arguments, void *); break;
+        case FORMAT_TYPE_DOUBLE: value.asDouble = va_arg(arguments, double); break;
+        case FORMAT_TYPE_LONG_DOUBLE: value.asLongDouble = va_arg(arguments, long double); break;
+        default: value.asInt = va_arg(arguments, int); break;
+        }
+        return value;
+    }
+};
+
+constexpr size_t FORMAT_AUTOMATIC_ARGUMENTS = 8; // that need no memory; index 0 is not used
+
+// Reads the whole format for the type of each argument, then the list from its start, and stores
+// the arguments by index in *table, which has FORMAT_AUTOMATIC_ARGUMENTS of them; when these are
+// too few it becomes a new block, which the caller frees.  False when there is no memory for that.
+bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **table);
+
+// What the format says of each argument, by index.
+struct FormatTypeTable {
+    FormatType automatic[FORMAT_AUTOMATIC_ARGUMENTS] = {};
+    FormatType *types = automatic;
+    size_t size = FORMAT_AUTOMATIC_ARGUMENTS;
+
+    FormatTypeTable() = default;
+    FormatTypeTable(const FormatTypeTable &) = delete;
+    FormatTypeTable &operator=(const FormatTypeTable &) = delete;
+    ~FormatTypeTable()
+    {
+        if (types != automatic) { free(types); }
+    }
+};
+
+// Makes room for an index at or behind the table's end.  Aborts the process without memory.
+void bsd_grow_type_table(size_t needed, FormatTypeTable *table);
+
+class FormatArguments {
+public:
+    FormatArguments(const char *format, va_list arguments) : mFormat(format)
+    {
+        va_copy(mStart.arguments, arguments);
+        va_copy(mList.arguments, arguments);
+    }
+    FormatArguments(const FormatArguments &) = delete;
+    FormatArguments &operator=(const FormatArguments &) = delete;
+    ~FormatArguments()
+    {
+        va_end(mStart.arguments);
+        va_end(mList.arguments);
+        if (mTable != mAutomatic) { free(mTable); }
+    }
+
+    // The argument with that index, or the next one for index 0.
+    FormatValue Take(FormatType type, int64_t index)
+    {
+        if (index == 0) { index = mNext++; }
+        return mTable == nullptr ? mList.Take(type) : mTable[index];
+    }
+    int Star(int64_t index) { return mFailed ? 0 : Take(FORMAT_TYPE_INT, index).asInt; }
+
+    // From now on every argument comes from the table.
+    void UsePositions()
+    {
+        if (mTable != nullptr) { return; }
+        mTable = mAutomatic;
+        mFailed = !bsd_find_arguments(mFormat, mStart.arguments, &mTable);
+    }
+    // There was no memory for the table: nothing more can be taken.
+    bool Failed() const { return mFailed; }
+
+private:
+    const char *mFormat;
+    FormatList mStart, mList;
+    int64_t mNext = 1;
+    bool mFailed = false;
+    FormatValue *mTable = nullptr;
+    FormatValue mAutomatic[FORMAT_AUTOMATIC_ARGUMENTS];
+};
+
+#endif // PELAGO_STRING_FORMATARGUMENTS_H

@@ -1,0 +1,146 @@
+// formatSpec.h -- one conversion specification of a format: what stands between "%" and its letter.
+#ifndef PELAGO_STRING_FORMATSPEC_H
+#define PELAGO_STRING_FORMATSPEC_H
+
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+
+enum FormatFlag : unsigned {
+    FORMAT_ALTERNATE = 1U << 0,
+    FORMAT_BLANK = 1U << 1,
+    FORMAT_GROUPED = 1U << 2,
+    FORMAT_LEFT = 1U << 3,
+    FORMAT_PLUS = 1U << 4,
+    FORMAT_ZEROES = 1U << 5,
+    // The size of the argument.  FORMAT_WIDE is 64 bits, or a long double.
+    FORMAT_CHAR = 1U << 6,
+    FORMAT_SHORT = 1U << 7,
+    FORMAT_LONG = 1U << 8,
+    FORMAT_WIDE = 1U << 9,
+    FORMAT_INTMAX = 1U << 10,
+    FORMAT_PTRDIFF = 1U << 11,
+    FORMAT_SIZE = 1U << 12,
+};
+
+// All of these are 64 bits on the hosts that there are.
+constexpr unsigned FORMAT_64_BITS =
+    FORMAT_LONG | FORMAT_WIDE | FORMAT_INTMAX | FORMAT_PTRDIFF | FORMAT_SIZE;
+static_assert(sizeof(long) == 8 && sizeof(intmax_t) == 8 && sizeof(size_t) == 8 &&
+              sizeof(ptrdiff_t) == 8);
+
+// More than any output may hold, so that a field this wide makes the call fail.
+constexpr int64_t FORMAT_TOO_LARGE = int64_t{INT_MAX} + 1;
+
+struct FormatSpec {
+    unsigned flags = 0;
+    char conversion = '\0'; // '\0': the format ends before there is one
+    int64_t width = 0;
+    int64_t precision = -1; // -1: none is given
+    int64_t index = 0;      // of the argument, from 1; 0: the next one
+};
+
+// Reads digits, and leaves text behind them.
+inline int64_t FormatReadNumber(const char *&text)
+{
+    int64_t number = 0;
+    for (; *text >= '0' && *text <= '9'; text++) {
+        number = number * 10 + (*text - '0');
+        number = number < FORMAT_TOO_LARGE ? number : FORMAT_TOO_LARGE;
+    }
+    return number;
+}
+
+// The value of a "*" or "*n$"; text is behind the "*", and then behind all of it.
+template <typename Arguments> int FormatReadStar(const char *&text, Arguments &arguments)
+{
+    const char *behind = text;
+    const int64_t index = FormatReadNumber(behind);
+    if (*behind != '$' || index == 0) { return arguments.Star(0); }
+    text = behind + 1;
+    arguments.UsePositions();
+    return arguments.Star(index);
+}
+
+// Reads a specification, from behind its "%" to behind its letter, in whatever order its parts
+// come. Arguments is asked for the values of stars, in their order, and told of a position at the
+// first sign of one.
+template <typename Arguments> FormatSpec FormatRead(const char *&text, Arguments &arguments)
+{
+    FormatSpec spec;
+    for (;;) {
+        const char letter = *text;
+        text += letter != '\0';
+        switch (letter) {
+        case ' ': spec.flags |= FORMAT_BLANK; break;
+        case '#': spec.flags |= FORMAT_ALTERNATE; break;
+        case '\'': spec.flags |= FORMAT_GROUPED; break;
+        case '+': spec.flags |= FORMAT_PLUS; break;
+        case '-': spec.flags |= FORMAT_LEFT; break;
+        case '0': spec.flags |= FORMAT_ZEROES; break;
+        case '*':
+            spec.width = FormatReadStar(text, arguments);
+            if (spec.width < 0) {
+                spec.flags |= FORMAT_LEFT;
+                spec.width = -spec.width;
+            }
+            break;
+        case '.':
+            if (*text == '*') {
+                text++;
+                spec.precision = FormatReadStar(text, arguments);
+                if (spec.precision < 0) { spec.precision = -1; }
+            } else {
+                spec.precision = FormatReadNumber(text);
+            }
+            break;
+        case '1':
+        case '2':
+        case '3':
+        case '4':
+        case '5':
+        case '6':
+        case '7':
+        case '8':
+        case '9': {
+            text--;
+            const int64_t number = FormatReadNumber(text);
+            if (*text == '$') {
+                text++;
+                arguments.UsePositions();
+                spec.index = number;
+            } else {
+                spec.width = number;
+            }
+            break;
+        }
+        case 'h': // the second makes it a char
+            spec.flags ^= FORMAT_SHORT;
+            spec.flags |= spec.flags & FORMAT_SHORT ? 0U : FORMAT_CHAR;
+            break;
+        case 'l': // the second makes it wide
+            spec.flags ^= FORMAT_LONG;
+            spec.flags |= spec.flags & FORMAT_LONG ? 0U : FORMAT_WIDE;
+            break;
+        case 'L':
+        case 'q': spec.flags |= FORMAT_WIDE; break;
+        case 'j': spec.flags |= FORMAT_INTMAX; break;
+        case 't': spec.flags |= FORMAT_PTRDIFF; break;
+        case 'z':
+        case 'Z': spec.flags |= FORMAT_SIZE; break;
+        case 'I':
+            if (text[0] == '6' && text[1] == '4') {
+                spec.flags |= FORMAT_WIDE;
+                text += 2;
+            } else if (text[0] == '3' && text[1] == '2') {
+                text += 2;
+            } else {
+                spec.flags |= FORMAT_SIZE;
+            }
+            break;
+        default: spec.conversion = letter; return spec;
+        }
+    }
+}
+
+#endif // PELAGO_STRING_FORMATSPEC_H

@@ -1,0 +1,55 @@
+// utf.h -- conversion between UTF-8, UTF-16 and UTF-32 in the machine's byte order.
+//
+// All converters have one shape.  *source and *target are moved on, a whole character at a time, up
+// to sourceEnd and targetEnd, and are left at the first unit that was not converted or written;
+// nothing of a character is written unless all of it fits.  NUL is a character like any other, and
+// nothing is terminated.  Source and target may not overlap.  Everything here is reentrant.
+//
+// An illegal value stops the conversion in strict mode.  What lenient mode makes of it:
+//
+//                   a surrogate on its own              a value above U+10FFFF
+//   Utf32ToUtf16    U+FFFD                              U+FFFD
+//   Utf32ToUtf8     encoded as it is, in three bytes    U+FFFD, in strict mode too, and the result
+//                                                       is Illegal once the source is converted
+//   Utf16ToUtf32    kept as it is                       -
+//   Utf16ToUtf8     encoded as it is, in three bytes    -
+//
+// Kept in UTF-16, two lone surrogates could meet and read as a pair; hence U+FFFD there.
+//
+// In UTF-8 both are sequences that Utf8SequenceIsLegal refuses, and such a sequence stops the
+// conversion in either mode: how far a damaged sequence reaches cannot be known.
+#ifndef PELAGO_STRING_UTF_H
+#define PELAGO_STRING_UTF_H
+
+#include <cstddef>
+#include <cstdint>
+
+// A character is looked at before room for it is sought.  A full target is told before the Illegal
+// of values that were replaced, so that whoever makes room and calls again loses nothing.
+enum class UtfResult : int {
+    Done = 0,
+    SourceCut = 1,  // the source ends inside a character: UTF-8 that is shorter than its leading
+                    // byte says, or a high surrogate at the very end
+    TargetFull = 2, // the character at *source does not fit
+    Illegal = 3,    // the character at *source is illegal; with Utf32ToUtf8, *source may be at the
+                    // end, with U+FFFD written for each value that is too large
+};
+
+UtfResult Utf32ToUtf16(const uint32_t **source, const uint32_t *sourceEnd, uint16_t **target,
+                       uint16_t *targetEnd, bool lenient);
+UtfResult Utf32ToUtf8(const uint32_t **source, const uint32_t *sourceEnd, uint8_t **target,
+                      uint8_t *targetEnd, bool lenient);
+UtfResult Utf16ToUtf32(const uint16_t **source, const uint16_t *sourceEnd, uint32_t **target,
+                       uint32_t *targetEnd, bool lenient);
+UtfResult Utf16ToUtf8(const uint16_t **source, const uint16_t *sourceEnd, uint8_t **target,
+                      uint8_t *targetEnd, bool lenient);
+UtfResult Utf8ToUtf16(const uint8_t **source, const uint8_t *sourceEnd, uint16_t **target,
+                      uint16_t *targetEnd, bool lenient);
+UtfResult Utf8ToUtf32(const uint8_t **source, const uint8_t *sourceEnd, uint32_t **target,
+                      uint32_t *targetEnd, bool lenient);
+
+// Whether these bytes are one whole character: a leading byte that announces that length (1 to 4),
+// continuation bytes after it, no longer than needed, no surrogate, nothing above U+10FFFF.
+bool Utf8SequenceIsLegal(const uint8_t *sequence, size_t length);
+
+#endif // PELAGO_STRING_UTF_H
