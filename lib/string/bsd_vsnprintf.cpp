@@ -18,6 +18,7 @@
 #include <cmath>
 #include <cstring>
 #include <cwchar>
+#include <langinfo.h>
 #include <strings.h>
 
 namespace {
@@ -38,52 +39,44 @@ static_assert(FormatOutput::SCRATCH_SIZE >= BSD_ULTOA_SIZE &&
               FormatOutput::SCRATCH_SIZE >= MB_LEN_MAX);
 static_assert(sizeof(wchar_t) == sizeof(uint32_t));
 
-// How numbers are punctuated.
+// How numbers are punctuated.  The current locale is only asked when it matters, and for the point
+// by the faster of the two ways there are.
 class FormatConventions {
 public:
-    // As the current locale has it, which is only asked when it matters.
-    FormatConventions() = default;
+    FormatConventions() = default; // the current locale's
     FormatConventions(const char *decimalPoint, char separator, const char *grouping)
-    {
-        Set(decimalPoint, separator, grouping);
-    }
+        : mDecimalPoint(decimalPoint), mSeparator(separator), mGrouping(Usable(grouping))
+    {}
 
     // Only the first byte is ever printed.
     const char *DecimalPoint()
     {
-        Know();
+        if (mDecimalPoint == nullptr) { mDecimalPoint = nl_langinfo(RADIXCHAR); }
         return mDecimalPoint;
-    }
-    const char *Separator()
-    {
-        Know();
-        return &mSeparator;
     }
     const char *Grouping()
     {
-        Know();
+        if (mGrouping == nullptr) {
+            const lconv *locale = localeconv();
+            mSeparator = *locale->thousands_sep;
+            mGrouping = Usable(locale->grouping);
+        }
         return mGrouping;
     }
+    // Where Grouping() has told of groups.
+    const char *Separator() const { return &mSeparator; }
 
 private:
-    void Know()
-    {
-        if (mDecimalPoint != nullptr) { return; }
-        const lconv *locale = localeconv();
-        Set(locale->decimal_point, locale->thousands_sep[0], locale->grouping);
-    }
     // Without a separator there is nothing to group with.
-    void Set(const char *decimalPoint, char separator, const char *grouping)
+    const char *Usable(const char *grouping) const
     {
-        const bool grouped = grouping != nullptr && *grouping != '\0' && separator != '\0';
-        mDecimalPoint = decimalPoint;
-        mSeparator = separator;
-        mGrouping = grouped ? grouping : FORMAT_NO_GROUPING;
+        const bool usable = grouping != nullptr && *grouping != '\0' && mSeparator != '\0';
+        return usable ? grouping : FORMAT_NO_GROUPING;
     }
 
     const char *mDecimalPoint = nullptr;
-    const char *mGrouping = nullptr;
     char mSeparator = '\0';
+    const char *mGrouping = nullptr;
 };
 
 // UTF-8 of a wide string, whole characters of at most precision bytes (-1: all of it),
@@ -154,9 +147,9 @@ struct FormatLead {
 
 class FormatEngine {
 public:
-    FormatEngine(FormatOutput *output, const FormatConventions &conventions, const char *format,
-                 va_list arguments)
-        : mOutput(*output), mConventions(conventions), mFormat(format),
+    FormatEngine(FormatOutput *output, FormatConventions *conventions, const char *format,
+                 FormatArguments::List &arguments)
+        : mOutput(*output), mConventions(*conventions), mFormat(format),
           mArguments(format, arguments)
     {}
 
@@ -186,29 +179,24 @@ private:
     // letter is where the conversion's stands in the format.
     bool Convert(const FormatSpec &spec, const char *letter)
     {
-        const FormatType type = FormatTypeOf(spec);
-        if (type == FORMAT_TYPE_NONE) { return Field(spec, letter, 1); }
-        const FormatValue value = mArguments.Take(type, spec.index);
         switch (spec.conversion) {
         case 'd':
-        case 'i':
-        case 'D': return Signed(spec, Sized(spec, type, value));
-        case 'u':
-        case 'U': return Integer(spec, Unsigned(spec, type, value), 10, {});
-        case 'o':
-        case 'O': return Integer(spec, Unsigned(spec, type, value), 8, {});
+        case 'i': return Signed(spec);
+        case 'u': return Integer(spec, Unsigned(spec), 10, {});
+        case 'o': return Integer(spec, Unsigned(spec), 8, {});
         case 'x':
-        case 'X': return Hexadecimal(spec, Unsigned(spec, type, value));
-        case 'p': return Pointer(spec, value.asPointer);
-        case 'c':
-        case 'C': return Character(spec, value.asInt);
-        case 's':
-        case 'S': return String(spec, value.asPointer);
-        case 'n': Store(spec, value.asPointer); return true;
-        default:
-            return Floating(spec, type == FORMAT_TYPE_LONG_DOUBLE
-                                      ? static_cast<double>(value.asLongDouble)
-                                      : value.asDouble);
+        case 'X': return Hexadecimal(spec, Unsigned(spec));
+        case 'p': return Pointer(spec);
+        case 'c': return Character(spec);
+        case 's': return String(spec);
+        case 'n': Store(spec); return true;
+        case 'e':
+        case 'E':
+        case 'f':
+        case 'F':
+        case 'g':
+        case 'G': return Floating(spec);
+        default: return Field(spec, letter, 1);
         }
     }
 
@@ -224,20 +212,32 @@ private:
 
     // A field, padded to its width; body writes so many bytes behind the lead.
     template <typename Body>
-    bool Field(const FormatSpec &spec, const FormatLead &lead, int64_t bodySize, const Body &body)
+    bool Field(const FormatSpec &spec, const FormatLead &lead, int64_t bodySize, const Body &body,
+               bool zeroesAllowed = true)
     {
         const int64_t size = lead.Length() + bodySize;
-        if (!Count(static_cast<uint64_t>(std::max(spec.width, size)))) { return false; }
         const int64_t fill = spec.width - size;
+        if (fill <= 0) { // as most are
+            if (!Count(static_cast<uint64_t>(size))) { return false; }
+            Lead(lead);
+            body();
+            return true;
+        }
+        if (!Count(static_cast<uint64_t>(spec.width))) { return false; }
         const bool left = (spec.flags & FORMAT_LEFT) != 0;
-        const bool zeroes = (spec.flags & FORMAT_ZEROES) != 0;
+        const bool zeroes = zeroesAllowed && (spec.flags & FORMAT_ZEROES);
         if (!left && !zeroes) { mOutput.Blanks(fill); }
-        mOutput.Text(lead.sign, *lead.sign != '\0' ? 1 : 0);
-        mOutput.Text(lead.prefix, *lead.prefix != '\0' ? 2 : 0);
+        Lead(lead);
         if (!left && zeroes) { mOutput.Zeroes(fill); }
         body();
         if (left) { mOutput.Blanks(fill); }
         return true;
+    }
+
+    void Lead(const FormatLead &lead)
+    {
+        if (*lead.sign != '\0') { mOutput.Text(lead.sign, 1); }
+        if (*lead.prefix != '\0') { mOutput.Text(lead.prefix, 2); }
     }
 
     bool Field(const FormatSpec &spec, const char *text, size_t length)
@@ -255,24 +255,30 @@ private:
 
     // ---- Integers
 
-    static int64_t Sized(const FormatSpec &spec, FormatType type, const FormatValue &value)
+    // The argument in its size, with its sign.
+    int64_t Sized(const FormatSpec &spec)
     {
-        if (type == FORMAT_TYPE_64_BITS) { return value.as64Bits; }
-        if (spec.flags & FORMAT_SHORT) { return static_cast<short>(value.asInt); }
-        if (spec.flags & FORMAT_CHAR) { return static_cast<signed char>(value.asInt); }
-        return value.asInt;
+        if (spec.flags & FORMAT_64_BITS) { return mArguments.Take<long>(spec.index); }
+        const int value = mArguments.Take<int>(spec.index);
+        if (spec.flags & FORMAT_SHORT) { return static_cast<short>(value); }
+        if (spec.flags & FORMAT_CHAR) { return static_cast<signed char>(value); }
+        return value;
     }
 
-    static uint64_t Unsigned(const FormatSpec &spec, FormatType type, const FormatValue &value)
+    uint64_t Unsigned(const FormatSpec &spec)
     {
-        if (type == FORMAT_TYPE_64_BITS) { return static_cast<uint64_t>(value.as64Bits); }
-        if (spec.flags & FORMAT_SHORT) { return static_cast<unsigned short>(value.asInt); }
-        if (spec.flags & FORMAT_CHAR) { return static_cast<unsigned char>(value.asInt); }
-        return static_cast<unsigned>(value.asInt);
+        if (spec.flags & FORMAT_64_BITS) {
+            return static_cast<uint64_t>(mArguments.Take<long>(spec.index));
+        }
+        const int value = mArguments.Take<int>(spec.index);
+        if (spec.flags & FORMAT_SHORT) { return static_cast<unsigned short>(value); }
+        if (spec.flags & FORMAT_CHAR) { return static_cast<unsigned char>(value); }
+        return static_cast<unsigned>(value);
     }
 
-    bool Signed(const FormatSpec &spec, int64_t value)
+    bool Signed(const FormatSpec &spec)
     {
+        const int64_t value = Sized(spec);
         const uint64_t magnitude =
             value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
         return Integer(spec, magnitude, 10, {Sign(spec, value < 0), ""});
@@ -286,39 +292,41 @@ private:
                        lower ? FORMAT_LOWER_DIGITS : FORMAT_UPPER_DIGITS);
     }
 
-    bool Pointer(const FormatSpec &spec, const void *pointer)
+    bool Pointer(const FormatSpec &spec)
     {
+        const void *pointer = mArguments.Take<void *>(spec.index);
         return Integer(spec, reinterpret_cast<uintptr_t>(pointer), 16, {}, FORMAT_UPPER_DIGITS);
     }
 
-    bool Integer(FormatSpec spec, uint64_t value, int base, const FormatLead &lead,
+    bool Integer(const FormatSpec &spec, uint64_t value, int base, const FormatLead &lead,
                  const char *digits = FORMAT_LOWER_DIGITS)
     {
-        if (spec.precision >= 0) { spec.flags &= ~unsigned{FORMAT_ZEROES}; }
         const bool alternate = (spec.flags & FORMAT_ALTERNATE) != 0;
         const bool grouped = base == 10 && (spec.flags & FORMAT_GROUPED);
+        const char *grouping = grouped ? mConventions.Grouping() : FORMAT_NO_GROUPING;
         char *start = nullptr;
         int64_t length = 0;
         if (value != 0 || spec.precision != 0 || (base == 8 && alternate)) {
             char *end = mOutput.Scratch() + FormatOutput::SCRATCH_SIZE;
             start = bsd_ultoa(value, end, base, alternate, digits, grouped,
-                              grouped ? *mConventions.Separator() : '\0',
-                              grouped ? mConventions.Grouping() : FORMAT_NO_GROUPING);
+                              *mConventions.Separator(), grouping);
             length = end - start;
         }
         const int64_t zeroes = std::max<int64_t>(spec.precision - length, 0);
-        return Field(spec, lead, zeroes + length, [&] {
+        const auto body = [&] {
             mOutput.Zeroes(zeroes);
             mOutput.Text(start, static_cast<size_t>(length));
-        });
+        };
+        return Field(spec, lead, zeroes + length, body, /* zeroesAllowed */ spec.precision < 0);
     }
 
     // ---- Text
 
-    bool Character(const FormatSpec &spec, int value)
+    bool Character(const FormatSpec &spec)
     {
+        const int value = mArguments.Take<int>(spec.index);
         char *text = mOutput.Scratch();
-        if (spec.conversion == 'c' && !(spec.flags & FORMAT_LONG)) {
+        if (!(spec.flags & FORMAT_LONG)) {
             *text = static_cast<char>(value);
             return Field(spec, text, 1);
         }
@@ -327,10 +335,11 @@ private:
         return length != static_cast<size_t>(-1) && Field(spec, text, length);
     }
 
-    bool String(const FormatSpec &spec, const void *value)
+    bool String(const FormatSpec &spec)
     {
+        const void *value = mArguments.Take<void *>(spec.index);
         const char *text = value == nullptr ? "(null)" : static_cast<const char *>(value);
-        const bool wide = spec.conversion == 'S' || (spec.flags & FORMAT_LONG);
+        const bool wide = (spec.flags & FORMAT_LONG) != 0;
         ScopedFree<char> converted;
         if (wide && value != nullptr) {
             converted.reset(bsd_wcsconv(static_cast<const wchar_t *>(value), spec.precision));
@@ -344,8 +353,9 @@ private:
         return true;
     }
 
-    void Store(const FormatSpec &spec, void *place) const
+    void Store(const FormatSpec &spec)
     {
+        void *place = mArguments.Take<void *>(spec.index);
         const int total = static_cast<int>(mTotal);
         if (spec.flags & FORMAT_64_BITS) {
             *static_cast<int64_t *>(place) = total;
@@ -360,8 +370,11 @@ private:
 
     // ---- Floating numbers
 
-    bool Floating(const FormatSpec &spec, double value)
+    bool Floating(const FormatSpec &spec)
     {
+        double value = spec.flags & FORMAT_WIDE
+                           ? static_cast<double>(mArguments.Take<long double>(spec.index))
+                           : mArguments.Take<double>(spec.index);
         const char letter = static_cast<char>(spec.conversion | 0x20); // in lower case
         int64_t precision = spec.precision < 0 ? DEFAULT_PRECISION : spec.precision;
         int64_t digits = precision; // to ask for
@@ -385,22 +398,24 @@ private:
     static bool Spelt(const FormatDecimal &decimal)
     {
         const char *text = decimal.text.get();
-        return decimal.point == NO_POINT || strcasecmp(text, "-inf") == 0 ||
-               strcasecmp(text, "inf") == 0 || strcasecmp(text, "nan") == 0;
+        if (decimal.point == NO_POINT) { return true; }
+        if (*text >= '0' && *text <= '9') { return false; } // which nearly all are
+        return strcasecmp(text, "-inf") == 0 || strcasecmp(text, "inf") == 0 ||
+               strcasecmp(text, "nan") == 0;
     }
 
     // The sign comes in the text or beside it, as the C library likes.
-    bool NotFinite(FormatSpec spec, const FormatDecimal &decimal)
+    bool NotFinite(const FormatSpec &spec, const FormatDecimal &decimal)
     {
         char *text = decimal.text.get();
         const bool negative = *text == '-' || decimal.sign != 0;
         text += *text == '-';
         const bool lower = spec.conversion >= 'a';
         lower ? Str_ToLower(text) : Str_ToUpper(text);
-        spec.flags &= ~unsigned{FORMAT_ZEROES};
         const size_t length = strlen(text);
-        return Field(spec, {Sign(spec, negative), ""}, static_cast<int64_t>(length),
-                     [&] { mOutput.Text(text, length); });
+        const auto body = [&] { mOutput.Text(text, length); };
+        return Field(spec, {Sign(spec, negative), ""}, static_cast<int64_t>(length), body,
+                     /* zeroesAllowed */ false);
     }
 
     bool Finite(const FormatSpec &spec, char letter, int64_t precision,
@@ -465,13 +480,13 @@ private:
     }
 
     FormatOutput &mOutput;
-    FormatConventions mConventions;
+    FormatConventions &mConventions;
     const char *mFormat;
     FormatArguments mArguments;
     int64_t mTotal = 0;
 };
 
-int FormatInto(char **bufp, const FormatConventions &conventions, size_t size, const char *format,
+int FormatInto(char **bufp, FormatConventions *conventions, size_t size, const char *format,
                va_list arguments)
 {
     const bool growable = *bufp == nullptr;
@@ -483,15 +498,15 @@ int FormatInto(char **bufp, const FormatConventions &conventions, size_t size, c
         if (buffer == nullptr) { return -1; }
     }
     FormatOutput output(buffer, size, growable);
-    const FormatSink &sink = output.Sink();
     const int length = FormatEngine(&output, conventions, format, arguments).Run();
+    const FormatSink &sink = output.Sink();
     if (length < 0) {
         if (growable) { free(sink.buffer); }
         return -1;
     }
     // A buffer of no size has no room for the NUL either.
     if (sink.capacity > 0) { sink.buffer[sink.length] = '\0'; }
-    *bufp = sink.buffer;
+    if (growable) { *bufp = sink.buffer; }
     return length;
 }
 
@@ -501,12 +516,14 @@ extern "C" int bsd_vsnprintf_core(char **bufp, const char *grouping, char separa
                                   const char *decimalPoint, size_t size, const char *format,
                                   va_list arguments)
 {
-    return FormatInto(bufp, {decimalPoint, separator, grouping}, size, format, arguments);
+    FormatConventions conventions(decimalPoint, separator, grouping);
+    return FormatInto(bufp, &conventions, size, format, arguments);
 }
 
 extern "C" int bsd_vsnprintf(char **bufp, size_t size, const char *format, va_list arguments)
 {
-    return FormatInto(bufp, {}, size, format, arguments);
+    FormatConventions ofTheLocale;
+    return FormatInto(bufp, &ofTheLocale, size, format, arguments);
 }
 
 extern "C" int bsd_vsnprintf_c_locale(char **bufp, size_t size, const char *format,

@@ -32,6 +32,19 @@ private:
     size_t mHighest = 0;
 };
 
+FormatValue NextValue(FormatType type, FormatArguments::List &list)
+{
+    FormatValue value;
+    switch (type) {
+    case FORMAT_TYPE_64_BITS: value.as64Bits = va_arg(list, long); break;
+    case FORMAT_TYPE_POINTER: value.asPointer = va_arg(list, void *); break;
+    case FORMAT_TYPE_DOUBLE: value.asDouble = va_arg(list, double); break;
+    case FORMAT_TYPE_LONG_DOUBLE: value.asLongDouble = va_arg(list, long double); break;
+    default: value.asInt = va_arg(list, int); break;
+    }
+    return value;
+}
+
 } // namespace
 
 void bsd_grow_type_table(size_t needed, FormatTypeTable *table)
@@ -60,11 +73,8 @@ bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **tab
         *table = static_cast<FormatValue *>(malloc(count * sizeof(FormatValue)));
         if (*table == nullptr) { return false; }
     }
-    FormatList list;
-    va_copy(list.arguments, arguments);
     for (size_t i = 1; i < count; i++) {
-        (*table)[i] = list.Take(reader.Type(i));
+        (*table)[i] = NextValue(reader.Type(i), arguments);
     }
-    va_end(list.arguments);
     return true;
 }

@@ -6,6 +6,8 @@
 
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
+#include <type_traits>
 
 // How an argument is passed.  An argument that no conversion names is skipped as an int.
 enum FormatType : uint32_t {
@@ -17,6 +19,7 @@ enum FormatType : uint32_t {
     FORMAT_TYPE_NONE, // the conversion takes no argument
 };
 
+// Any argument.
 union FormatValue {
     int asInt;
     long as64Bits;
@@ -36,15 +39,10 @@ inline FormatType FormatTypeOf(const FormatSpec &spec)
     case 'u':
     case 'x':
     case 'X': return spec.flags & FORMAT_64_BITS ? FORMAT_TYPE_64_BITS : FORMAT_TYPE_INT;
-    case 'D':
-    case 'O':
-    case 'U': return FORMAT_TYPE_64_BITS;
-    case 'c':
-    case 'C': return FORMAT_TYPE_INT;
+    case 'c': return FORMAT_TYPE_INT;
     case 'n':
     case 'p':
-    case 's':
-    case 'S': return FORMAT_TYPE_POINTER;
+    case 's': return FORMAT_TYPE_POINTER;
     case 'e':
     case 'E':
     case 'f':
@@ -54,24 +52,6 @@ inline FormatType FormatTypeOf(const FormatSpec &spec)
     default: return FORMAT_TYPE_NONE;
     }
 }
-
-// The caller's list, which the format says how to read.
-struct FormatList {
-    va_list arguments;
-
-    FormatValue Take(FormatType type)
-    {
-        FormatValue value;
-        switch (type) {
-        case FORMAT_TYPE_64_BITS: value.as64Bits = va_arg(arguments, long); break;
-        case FORMAT_TYPE_POINTER: value.asPointer = va_arg(arguments, void *); break;
-        case FORMAT_TYPE_DOUBLE: value.asDouble = va_arg(arguments, double); break;
-        case FORMAT_TYPE_LONG_DOUBLE: value.asLongDouble = va_arg(arguments, long double); break;
-        default: value.asInt = va_arg(arguments, int); break;
-        }
-        return value;
-    }
-};
 
 constexpr size_t FORMAT_AUTOMATIC_ARGUMENTS = 8; // that need no memory; index 0 is not used
 
@@ -100,41 +80,48 @@ void bsd_grow_type_table(size_t needed, FormatTypeTable *table);
 
 class FormatArguments {
 public:
-    FormatArguments(const char *format, va_list arguments) : mFormat(format)
+    // As a parameter of a function has it: an array is a pointer there.
+    using List = std::decay_t<va_list>;
+
+    // The list is the caller's own, and is used up: to copy it would take longer than all the rest
+    // of a short format, so its start is only kept for when positions come up.
+    FormatArguments(const char *format, List &list) : mFormat(format), mList(list)
     {
-        va_copy(mStart.arguments, arguments);
-        va_copy(mList.arguments, arguments);
+        va_copy(mStart, list);
     }
     FormatArguments(const FormatArguments &) = delete;
     FormatArguments &operator=(const FormatArguments &) = delete;
     ~FormatArguments()
     {
-        va_end(mStart.arguments);
-        va_end(mList.arguments);
-        if (mTable != mAutomatic) { free(mTable); }
+        va_end(mStart);
+        if (mTable != nullptr && mTable != mAutomatic) { free(mTable); }
     }
 
-    // The argument with that index, or the next one for index 0.
-    FormatValue Take(FormatType type, int64_t index)
+    // The argument with that index, or the next one for index 0.  T is one of FormatValue's types.
+    template <typename T> T Take(int64_t index)
     {
         if (index == 0) { index = mNext++; }
-        return mTable == nullptr ? mList.Take(type) : mTable[index];
+        if (mTable == nullptr) { return va_arg(mList, T); }
+        T value;
+        memcpy(&value, &mTable[index], sizeof value);
+        return value;
     }
-    int Star(int64_t index) { return mFailed ? 0 : Take(FORMAT_TYPE_INT, index).asInt; }
+    int Star(int64_t index) { return mFailed ? 0 : Take<int>(index); }
 
     // From now on every argument comes from the table.
     void UsePositions()
     {
         if (mTable != nullptr) { return; }
         mTable = mAutomatic;
-        mFailed = !bsd_find_arguments(mFormat, mStart.arguments, &mTable);
+        mFailed = !bsd_find_arguments(mFormat, mStart, &mTable);
     }
     // There was no memory for the table: nothing more can be taken.
     bool Failed() const { return mFailed; }
 
 private:
     const char *mFormat;
-    FormatList mStart, mList;
+    List &mList;
+    va_list mStart;
     int64_t mNext = 1;
     bool mFailed = false;
     FormatValue *mTable = nullptr;

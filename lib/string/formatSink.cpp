@@ -7,9 +7,12 @@ namespace {
 
 // Sees to room for the bytes that wait and a NUL: the smallest multiple of the capacity that holds
 // them.
-bool FormatGrow(FormatSink *sink, size_t pending)
+bool FormatGrow(FormatSink *sink, const FormatGatherList *list)
 {
-    const size_t needed = sink->length + pending;
+    size_t needed = sink->length;
+    for (size_t i = 0; i < list->count; i++) {
+        needed += list->pieces[i].length;
+    }
     if (needed + 1 <= sink->capacity) { return true; }
     const size_t capacity = needed + sink->capacity - needed % sink->capacity;
     char *buffer = static_cast<char *>(realloc(sink->buffer, capacity));
@@ -26,21 +29,46 @@ size_t FormatRoom(const FormatSink *sink)
     return static_cast<size_t>(static_cast<int32_t>(sink->capacity - 1 - sink->length));
 }
 
+// Two words that may overlap: all of a piece that is at least one and at most two of them long.
+template <typename Word> void FormatCopyTwo(char *to, const char *from, size_t length)
+{
+    Word first, last;
+    memcpy(&first, from, sizeof first);
+    memcpy(&last, from + length - sizeof last, sizeof last);
+    memcpy(to, &first, sizeof first);
+    memcpy(to + length - sizeof last, &last, sizeof last);
+}
+
+// Copies a piece.  Most have a few bytes, for which a call is too much.
+void FormatCopy(char *to, const char *from, size_t length)
+{
+    if (length > 2 * sizeof(uint64_t)) {
+        memcpy(to, from, length);
+    } else if (length >= sizeof(uint64_t)) {
+        FormatCopyTwo<uint64_t>(to, from, length);
+    } else if (length >= sizeof(uint32_t)) {
+        FormatCopyTwo<uint32_t>(to, from, length);
+    } else {
+        while (length-- > 0) {
+            *to++ = *from++;
+        }
+    }
+}
+
 } // namespace
 
 int bsd_sprint(FormatSink *sink, FormatGatherList *list)
 {
-    if (sink->growable && !FormatGrow(sink, list->total)) { sink->error = true; }
+    if (sink->growable && !FormatGrow(sink, list)) { sink->error = true; }
     if (!sink->error) {
         for (size_t i = 0; i < list->count; i++) {
             const FormatPiece &piece = list->pieces[i];
             const size_t length =
                 sink->growable ? piece.length : std::min(piece.length, FormatRoom(sink));
-            memcpy(sink->buffer + sink->length, piece.text, length);
+            FormatCopy(sink->buffer + sink->length, piece.text, length);
             sink->length += length;
         }
     }
     list->count = 0;
-    list->total = 0;
     return sink->error;
 }

@@ -24,8 +24,7 @@ constexpr size_t FORMAT_PIECES = 8;
 
 struct FormatGatherList {
     FormatPiece pieces[FORMAT_PIECES];
-    size_t count; // of the pieces that wait
-    size_t total; // their bytes
+    size_t count; // of those that wait
 };
 
 // Copies what waits, as far as there is room, and empties the list.  1, and sink->error, when the
@@ -42,7 +41,6 @@ public:
         : mSink{buffer, capacity, 0, growable, false}
     {
         mList.count = 0;
-        mList.total = 0;
     }
     FormatOutput(const FormatOutput &) = delete;
     FormatOutput &operator=(const FormatOutput &) = delete;
@@ -54,7 +52,6 @@ public:
     {
         if (length == 0) { return; }
         mList.pieces[mList.count++] = {text, length};
-        mList.total += length;
         if (mList.count == FORMAT_PIECES) { Flush(); }
     }
 

@@ -34,7 +34,7 @@ constexpr int64_t FORMAT_TOO_LARGE = int64_t{INT_MAX} + 1;
 
 struct FormatSpec {
     unsigned flags = 0;
-    char conversion = '\0'; // '\0': the format ends before there is one
+    char conversion = '\0'; // "D" is told as "d" and FORMAT_LONG, and so on; '\0': there is none
     int64_t width = 0;
     int64_t precision = -1; // -1: none is given
     int64_t index = 0;      // of the argument, from 1; 0: the next one
@@ -138,6 +138,14 @@ template <typename Arguments> FormatSpec FormatRead(const char *&text, Arguments
                 spec.flags |= FORMAT_SIZE;
             }
             break;
+        case 'C':
+        case 'D':
+        case 'O':
+        case 'S':
+        case 'U':
+            spec.flags |= FORMAT_LONG;
+            spec.conversion = static_cast<char>(letter - 'A' + 'a');
+            return spec;
         default: spec.conversion = letter; return spec;
         }
     }

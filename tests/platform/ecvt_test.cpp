@@ -141,6 +141,14 @@ TEST(Cvt, ALaterCallWithFewerDigitsIsNotMixedUpWithALongerOne)
     EXPECT_EQ(Fcvt(0.0, 1), (Digits{"0", 0, 0}));
 }
 
+TEST(Cvt, HasRoomForMoreDigitsEachTime)
+{
+    for (int count = 100; count < 100000; count += count / 2) {
+        EXPECT_EQ(Fcvt(1e300, count).text.size(), 301U + static_cast<size_t>(count));
+        EXPECT_EQ(Ecvt(1e300, count + 350).text.size(), static_cast<size_t>(count + 350));
+    }
+}
+
 // ---- Without memory
 
 TEST(Cvt, GivesNothingWhenMemoryRunsOut)
@@ -258,6 +266,39 @@ TEST(Cvt, RoundsTiesToEven)
     EXPECT_EQ(Fcvt(0.625, 2).text, "62");
     EXPECT_EQ(Ecvt(2.5, 1).text, "2");
     EXPECT_EQ(Ecvt(3.5, 1).text, "4");
+}
+
+// Where the digits are found in another way.
+TEST(Cvt, IsExactOnBothSidesOfOrdinaryNumbers)
+{
+    std::mt19937_64 random(23);
+    for (int exponent = -15; exponent <= 67; exponent++) {
+        for (int i = 0; i < 100; i++) {
+            const double value =
+                std::ldexp(1 + static_cast<double>(random() >> 11) * 0x1p-53, exponent);
+            for (int count = 1; count <= 24; count++) {
+                ExpectExact(value, count);
+            }
+        }
+        for (int count = 1; count <= 24; count++) {
+            ExpectExact(std::nextafter(std::ldexp(1, exponent), 0), count);
+        }
+    }
+}
+
+TEST(Cvt, RoundsUpThroughEveryNine)
+{
+    for (int digits = 1; digits <= 19; digits++) {
+        for (const int behind : {0, 1, 2, 5}) {
+            const double value = strtod(
+                (std::string(static_cast<size_t>(digits), '9') + "." + "99999").c_str(), nullptr);
+            ExpectExact(value, digits + behind);
+            ExpectExact(-value, digits);
+        }
+    }
+    EXPECT_EQ(Ecvt(9.5, 1), (Digits{"1", 2, 0}));
+    EXPECT_EQ(Ecvt(8.5, 1), (Digits{"8", 1, 0}));
+    EXPECT_EQ(Fcvt(0.9999, 3), (Digits{"1000", 1, 0}));
 }
 
 TEST(Cvt, IsExactForOrdinaryNumbers)

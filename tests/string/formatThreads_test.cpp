@@ -1,0 +1,58 @@
+#include "str.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// The C library has one place for the digits of all threads, so the engine must not mix them up.
+TEST(FormatThreads, KeepTheirDigitsApart)
+{
+    constexpr int THREADS = 4, ROUNDS = 4000;
+    std::atomic<int> wrong = 0;
+    std::vector<std::thread> threads;
+    for (int number = 1; number <= THREADS; number++) {
+        threads.emplace_back([number, &wrong] {
+            const double value = number * 1.25;
+            const std::string digit = std::to_string(number * 125 / 100);
+            const std::string fraction = std::to_string(number * 125 % 100 + 100).substr(1);
+            const std::string wanted =
+                digit + "." + fraction + " " + digit + "." + fraction + "e+00";
+            for (int round = 0; round < ROUNDS; round++) {
+                char buffer[64];
+                Str_Snprintf(buffer, sizeof buffer, "%.2f %.2e", value, value);
+                if (buffer != wanted) { wrong++; }
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST(FormatThreads, ShareNothingElse)
+{
+    std::atomic<int> wrong = 0;
+    std::vector<std::thread> threads;
+    for (int number = 1; number <= 3; number++) {
+        threads.emplace_back([number, &wrong] {
+            for (int round = 0; round < 4000; round++) {
+                char *text = Str_Asprintf(nullptr, "%2$ls %1$d %3$f", number, L"\u00e9", 0.5);
+                if (text != "\xc3\xa9 " + std::to_string(number) + " 0.500000") { wrong++; }
+                free(text);
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
+} // namespace
