@@ -166,8 +166,8 @@ public:
             if (!Count(length)) { return -1; }
             mOutput.Text(start, length);
             if (*text == '\0') { break; }
-            text++;
-            const FormatSpec spec = FormatRead(text, mArguments);
+            FormatSpec spec;
+            text = FormatRead(text + 1, &mArguments, &spec);
             if (mArguments.Failed()) { return -1; }
             if (spec.conversion == '\0') { break; }
             if (!Convert(spec, text - 1) || mOutput.Sink().error) { return -1; }

@@ -65,7 +65,8 @@ bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **tab
     TypeReader reader;
     for (const char *text = strchr(format, '%'); text != nullptr; text = strchr(text, '%')) {
         text++;
-        const FormatSpec spec = FormatRead(text, reader);
+        FormatSpec spec;
+        text = FormatRead(text, &reader, &spec);
         reader.Note(FormatTypeOf(spec), spec.index);
     }
     const size_t count = reader.Highest() + 1;

@@ -106,7 +106,11 @@ public:
         memcpy(&value, &mTable[index], sizeof value);
         return value;
     }
-    int Star(int64_t index) { return mFailed ? 0 : Take<int>(index); }
+    int Star(int64_t index)
+    {
+        if (index != 0) { UsePositions(); }
+        return mFailed ? 0 : Take<int>(index);
+    }
 
     // From now on every argument comes from the table.
     void UsePositions()

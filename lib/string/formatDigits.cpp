@@ -15,7 +15,7 @@ pthread_mutex_t sConverterLock = PTHREAD_MUTEX_INITIALIZER;
 
 size_t bsd_exponent(char *output, int exponent, char letter)
 {
-    char digits[BSD_EXPONENT_SIZE];
+    char digits[BSD_ULTOA_SIZE];
     char *end = digits + sizeof digits;
     const int64_t magnitude = exponent < 0 ? -int64_t{exponent} : exponent;
     char *start = FormatDecimalDigits(static_cast<uint64_t>(magnitude), end);

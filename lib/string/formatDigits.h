@@ -4,6 +4,7 @@
 
 #include "scoped.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -17,30 +18,67 @@ constexpr char FORMAT_UPPER_DIGITS[] = "0123456789ABCDEF?";
 constexpr char FORMAT_ENDLESS_GROUP = 127;
 constexpr char FORMAT_NO_GROUPING[] = {FORMAT_ENDLESS_GROUP, '\0'};
 
-// "00" to "99", so that two digits take one division.
-inline constexpr struct FormatDigitPairs {
-    char text[200];
-    constexpr FormatDigitPairs() : text()
-    {
-        for (int i = 0; i < 100; i++) {
-            text[2 * i] = static_cast<char>('0' + i / 10);
-            text[2 * i + 1] = static_cast<char>('0' + i % 10);
-        }
-    }
-} FORMAT_DIGIT_PAIRS;
+// Eight digits are one word, the first in its lowest byte.  Written at once, they are also read at
+// once when they are copied; written one by one, they would make the copy wait.
+static_assert(std::endian::native == std::endian::little);
+constexpr uint64_t FORMAT_ZERO_DIGITS = 0x3030303030303030;
+
+// Each digit as a number, of a value below 10^8: halves, quarters, and then digits side by side.
+inline uint64_t FormatEightDecimal(uint32_t value)
+{
+    const uint64_t halves = value / 10000 | uint64_t{value % 10000} << 32;
+    const uint64_t hundreds = (halves * 10486 >> 20) & 0x0000007F0000007F; // by 100, below 10000
+    const uint64_t quarters = hundreds | (halves - 100 * hundreds) << 16;
+    const uint64_t tens = (quarters * 103 >> 10) & 0x000F000F000F000F; // by 10, below 100
+    return tens | (quarters - 10 * tens) << 8;
+}
+
+inline uint64_t FormatEightHexadecimal(uint32_t value)
+{
+    uint64_t word = value;
+    word = (word << 16 | word) & 0x0000FFFF0000FFFF;
+    word = (word << 8 | word) & 0x00FF00FF00FF00FF;
+    word = (word << 4 | word) & 0x0F0F0F0F0F0F0F0F;
+    return __builtin_bswap64(word);
+}
+
+// Writes eight characters before end, and returns where they start but for zeros.
+inline char *FormatWriteEight(char *end, uint64_t characters, uint64_t numbers)
+{
+    memcpy(end - sizeof characters, &characters, sizeof characters);
+    const int zeros = numbers == 0 ? 7 : __builtin_ctzll(numbers) / 8;
+    return end - sizeof characters + zeros;
+}
 
 inline char *FormatDecimalDigits(uint64_t value, char *end)
 {
-    for (; value >= 100; value /= 100) {
-        end -= 2;
-        memcpy(end, FORMAT_DIGIT_PAIRS.text + 2 * (value % 100), 2);
+    constexpr uint64_t EIGHT = 100000000;
+    for (; value >= EIGHT; value /= EIGHT, end -= 8) {
+        const uint64_t last = FormatEightDecimal(static_cast<uint32_t>(value % EIGHT));
+        FormatWriteEight(end, last + FORMAT_ZERO_DIGITS, last);
     }
-    if (value < 10) {
-        *--end = static_cast<char>('0' + value);
-        return end;
+    const uint64_t first = FormatEightDecimal(static_cast<uint32_t>(value));
+    return FormatWriteEight(end, first + FORMAT_ZERO_DIGITS, first);
+}
+
+inline char *FormatHexadecimalDigits(uint64_t value, char *end, const char *digits)
+{
+    const uint64_t toLetter = static_cast<uint64_t>(digits[10] - '0' - 10);
+    for (;; value >>= 32, end -= 8) {
+        const uint64_t numbers = FormatEightHexadecimal(static_cast<uint32_t>(value));
+        const uint64_t letters = ((numbers + 0x0606060606060606) >> 4) & 0x0101010101010101;
+        const uint64_t characters = numbers + FORMAT_ZERO_DIGITS + letters * toLetter;
+        char *start = FormatWriteEight(end, characters, numbers);
+        if (value >> 32 == 0) { return start; }
     }
-    end -= 2;
-    memcpy(end, FORMAT_DIGIT_PAIRS.text + 2 * value, 2);
+}
+
+inline char *FormatOctalDigits(uint64_t value, char *end, const char *digits)
+{
+    do {
+        *--end = digits[value & 7];
+        value >>= 3;
+    } while (value != 0);
     return end;
 }
 
@@ -60,15 +98,6 @@ inline char *FormatGroupedDigits(uint64_t value, char *end, char separator, cons
     }
 }
 
-inline char *FormatBitDigits(uint64_t value, char *end, int bits, const char *digits)
-{
-    do {
-        *--end = digits[value & ((1U << bits) - 1)];
-        value >>= bits;
-    } while (value != 0);
-    return end;
-}
-
 // Writes the value backwards from end in base 8, 10 or 16, and returns where it starts; any other
 // base aborts.  Zero is one digit.  alternate has octal begin with "0".  In base 10, when grouped,
 // the separator stands between groups; grouping holds their sizes from the right, a byte for each,
@@ -81,10 +110,10 @@ inline char *bsd_ultoa(uint64_t value, char *end, int base, bool alternate, cons
         return grouped ? FormatGroupedDigits(value, end, separator, grouping)
                        : FormatDecimalDigits(value, end);
     case 8:
-        end = FormatBitDigits(value, end, 3, digits);
+        end = FormatOctalDigits(value, end, digits);
         if (alternate && *end != '0') { *--end = '0'; }
         return end;
-    case 16: return FormatBitDigits(value, end, 4, digits);
+    case 16: return FormatHexadecimalDigits(value, end, digits);
     default: abort();
     }
 }

@@ -42,8 +42,13 @@ template <typename Word> void FormatCopyTwo(char *to, const char *from, size_t l
 // Copies a piece.  Most have a few bytes, for which a call is too much.
 void FormatCopy(char *to, const char *from, size_t length)
 {
-    if (length > 2 * sizeof(uint64_t)) {
+    struct Block {
+        uint64_t words[2];
+    };
+    if (length > 2 * sizeof(Block)) {
         memcpy(to, from, length);
+    } else if (length >= sizeof(Block)) {
+        FormatCopyTwo<Block>(to, from, length);
     } else if (length >= sizeof(uint64_t)) {
         FormatCopyTwo<uint64_t>(to, from, length);
     } else if (length >= sizeof(uint32_t)) {
@@ -60,15 +65,16 @@ void FormatCopy(char *to, const char *from, size_t length)
 int bsd_sprint(FormatSink *sink, FormatGatherList *list)
 {
     if (sink->growable && !FormatGrow(sink, list)) { sink->error = true; }
-    if (!sink->error) {
-        for (size_t i = 0; i < list->count; i++) {
-            const FormatPiece &piece = list->pieces[i];
-            const size_t length =
-                sink->growable ? piece.length : std::min(piece.length, FormatRoom(sink));
-            FormatCopy(sink->buffer + sink->length, piece.text, length);
-            sink->length += length;
-        }
+    const size_t count = sink->error ? 0 : list->count;
+    size_t room = sink->growable ? SIZE_MAX : FormatRoom(sink);
+    char *to = sink->buffer + sink->length;
+    for (size_t i = 0; i < count; i++) {
+        const size_t length = std::min(list->pieces[i].length, room);
+        FormatCopy(to, list->pieces[i].text, length);
+        to += length;
+        room -= length;
     }
+    sink->length = static_cast<size_t>(to - sink->buffer);
     list->count = 0;
     return sink->error;
 }

@@ -51,23 +51,23 @@ inline int64_t FormatReadNumber(const char *&text)
     return number;
 }
 
-// The value of a "*" or "*n$"; text is behind the "*", and then behind all of it.
-template <typename Arguments> int FormatReadStar(const char *&text, Arguments &arguments)
+// Reads "n$", and returns n.  What is something else is left where it is, for 0.
+inline int64_t FormatReadPosition(const char *&text)
 {
     const char *behind = text;
-    const int64_t index = FormatReadNumber(behind);
-    if (*behind != '$' || index == 0) { return arguments.Star(0); }
+    const int64_t position = FormatReadNumber(behind);
+    if (*behind != '$' || position == 0) { return 0; }
     text = behind + 1;
-    arguments.UsePositions();
-    return arguments.Star(index);
+    return position;
 }
 
 // Reads a specification, from behind its "%" to behind its letter, in whatever order its parts
-// come. Arguments is asked for the values of stars, in their order, and told of a position at the
-// first sign of one.
-template <typename Arguments> FormatSpec FormatRead(const char *&text, Arguments &arguments)
+// come, and returns where that is.  Arguments is asked for the values of stars, in their order, and
+// told of a position at the first sign of one.
+template <typename Arguments>
+const char *FormatRead(const char *text, Arguments *arguments, FormatSpec *result)
 {
-    FormatSpec spec;
+    FormatSpec spec; // here and not in *result, which the text might be part of for all one knows
     for (;;) {
         const char letter = *text;
         text += letter != '\0';
@@ -79,7 +79,7 @@ template <typename Arguments> FormatSpec FormatRead(const char *&text, Arguments
         case '-': spec.flags |= FORMAT_LEFT; break;
         case '0': spec.flags |= FORMAT_ZEROES; break;
         case '*':
-            spec.width = FormatReadStar(text, arguments);
+            spec.width = arguments->Star(FormatReadPosition(text));
             if (spec.width < 0) {
                 spec.flags |= FORMAT_LEFT;
                 spec.width = -spec.width;
@@ -88,7 +88,7 @@ template <typename Arguments> FormatSpec FormatRead(const char *&text, Arguments
         case '.':
             if (*text == '*') {
                 text++;
-                spec.precision = FormatReadStar(text, arguments);
+                spec.precision = arguments->Star(FormatReadPosition(text));
                 if (spec.precision < 0) { spec.precision = -1; }
             } else {
                 spec.precision = FormatReadNumber(text);
@@ -107,7 +107,7 @@ template <typename Arguments> FormatSpec FormatRead(const char *&text, Arguments
             const int64_t number = FormatReadNumber(text);
             if (*text == '$') {
                 text++;
-                arguments.UsePositions();
+                arguments->UsePositions();
                 spec.index = number;
             } else {
                 spec.width = number;
@@ -145,8 +145,12 @@ template <typename Arguments> FormatSpec FormatRead(const char *&text, Arguments
         case 'U':
             spec.flags |= FORMAT_LONG;
             spec.conversion = static_cast<char>(letter - 'A' + 'a');
-            return spec;
-        default: spec.conversion = letter; return spec;
+            *result = spec;
+            return text;
+        default:
+            spec.conversion = letter;
+            *result = spec;
+            return text;
         }
     }
 }
