@@ -19,6 +19,7 @@
 #include <cstring>
 #include <cwchar>
 #include <langinfo.h>
+#include <string_view>
 #include <strings.h>
 
 namespace {
@@ -137,12 +138,12 @@ struct FormatGroups {
     }
 };
 
-// The text of a field before its padding: sign and prefix, or "".
-struct FormatLead {
-    const char *sign = "";
-    const char *prefix = "";
-
-    int64_t Length() const { return (*sign != '\0' ? 1 : 0) + (*prefix != '\0' ? 2 : 0); }
+// An integer to be printed.
+struct FormatInteger {
+    uint64_t magnitude;
+    int base = 10;
+    std::string_view lead = ""; // its sign or prefix
+    const char *digits = FORMAT_LOWER_DIGITS;
 };
 
 class FormatEngine {
@@ -179,14 +180,15 @@ private:
     // letter is where the conversion's stands in the format.
     bool Convert(const FormatSpec &spec, const char *letter)
     {
+        FormatInteger integer;
         switch (spec.conversion) {
         case 'd':
-        case 'i': return Signed(spec);
-        case 'u': return Integer(spec, Unsigned(spec), 10, {});
-        case 'o': return Integer(spec, Unsigned(spec), 8, {});
+        case 'i': integer = Signed(spec); break;
+        case 'u': integer = {Unsigned(spec)}; break;
+        case 'o': integer = {Unsigned(spec), 8}; break;
         case 'x':
-        case 'X': return Hexadecimal(spec, Unsigned(spec));
-        case 'p': return Pointer(spec);
+        case 'X': integer = Hexadecimal(spec); break;
+        case 'p': integer = Pointer(spec); break;
         case 'c': return Character(spec);
         case 's': return String(spec);
         case 'n': Store(spec); return true;
@@ -198,6 +200,7 @@ private:
         case 'G': return Floating(spec);
         default: return Field(spec, letter, 1);
         }
+        return Integer(spec, integer);
     }
 
     // ---- Fields
@@ -210,16 +213,16 @@ private:
         return true;
     }
 
-    // A field, padded to its width; body writes so many bytes behind the lead.
+    // A field, padded to its width; body writes so many bytes behind the lead, a sign or prefix.
     template <typename Body>
-    bool Field(const FormatSpec &spec, const FormatLead &lead, int64_t bodySize, const Body &body,
+    bool Field(const FormatSpec &spec, std::string_view lead, int64_t bodySize, const Body &body,
                bool zeroesAllowed = true)
     {
-        const int64_t size = lead.Length() + bodySize;
+        const int64_t size = static_cast<int64_t>(lead.size()) + bodySize;
         const int64_t fill = spec.width - size;
         if (fill <= 0) { // as most are
             if (!Count(static_cast<uint64_t>(size))) { return false; }
-            Lead(lead);
+            mOutput.Text(lead.data(), lead.size());
             body();
             return true;
         }
@@ -227,26 +230,20 @@ private:
         const bool left = (spec.flags & FORMAT_LEFT) != 0;
         const bool zeroes = zeroesAllowed && (spec.flags & FORMAT_ZEROES);
         if (!left && !zeroes) { mOutput.Blanks(fill); }
-        Lead(lead);
+        mOutput.Text(lead.data(), lead.size());
         if (!left && zeroes) { mOutput.Zeroes(fill); }
         body();
         if (left) { mOutput.Blanks(fill); }
         return true;
     }
 
-    void Lead(const FormatLead &lead)
-    {
-        if (*lead.sign != '\0') { mOutput.Text(lead.sign, 1); }
-        if (*lead.prefix != '\0') { mOutput.Text(lead.prefix, 2); }
-    }
-
     bool Field(const FormatSpec &spec, const char *text, size_t length)
     {
         if (length > static_cast<size_t>(INT_MAX)) { return false; }
-        return Field(spec, {}, static_cast<int64_t>(length), [&] { mOutput.Text(text, length); });
+        return Field(spec, "", static_cast<int64_t>(length), [&] { mOutput.Text(text, length); });
     }
 
-    static const char *Sign(const FormatSpec &spec, bool negative)
+    static std::string_view Sign(const FormatSpec &spec, bool negative)
     {
         if (negative) { return "-"; }
         if (spec.flags & FORMAT_PLUS) { return "+"; }
@@ -255,14 +252,22 @@ private:
 
     // ---- Integers
 
-    // The argument in its size, with its sign.
-    int64_t Sized(const FormatSpec &spec)
+    FormatInteger Signed(const FormatSpec &spec)
     {
-        if (spec.flags & FORMAT_64_BITS) { return mArguments.Take<long>(spec.index); }
-        const int value = mArguments.Take<int>(spec.index);
-        if (spec.flags & FORMAT_SHORT) { return static_cast<short>(value); }
-        if (spec.flags & FORMAT_CHAR) { return static_cast<signed char>(value); }
-        return value;
+        int64_t value = 0;
+        if (spec.flags & FORMAT_64_BITS) {
+            value = mArguments.Take<long>(spec.index);
+        } else {
+            value = mArguments.Take<int>(spec.index);
+            if (spec.flags & FORMAT_SHORT) {
+                value = static_cast<short>(value);
+            } else if (spec.flags & FORMAT_CHAR) {
+                value = static_cast<signed char>(value);
+            }
+        }
+        const uint64_t magnitude =
+            value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+        return {magnitude, 10, Sign(spec, value < 0)};
     }
 
     uint64_t Unsigned(const FormatSpec &spec)
@@ -276,40 +281,33 @@ private:
         return static_cast<unsigned>(value);
     }
 
-    bool Signed(const FormatSpec &spec)
+    FormatInteger Hexadecimal(const FormatSpec &spec)
     {
-        const int64_t value = Sized(spec);
-        const uint64_t magnitude =
-            value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-        return Integer(spec, magnitude, 10, {Sign(spec, value < 0), ""});
-    }
-
-    bool Hexadecimal(const FormatSpec &spec, uint64_t value)
-    {
+        const uint64_t value = Unsigned(spec);
         const bool prefixed = (spec.flags & FORMAT_ALTERNATE) && value != 0;
-        const bool lower = spec.conversion == 'x';
-        return Integer(spec, value, 16, {"", prefixed ? (lower ? "0x" : "0X") : ""},
-                       lower ? FORMAT_LOWER_DIGITS : FORMAT_UPPER_DIGITS);
+        if (spec.conversion == 'x') {
+            return {value, 16, prefixed ? "0x" : "", FORMAT_LOWER_DIGITS};
+        }
+        return {value, 16, prefixed ? "0X" : "", FORMAT_UPPER_DIGITS};
     }
 
-    bool Pointer(const FormatSpec &spec)
+    FormatInteger Pointer(const FormatSpec &spec)
     {
         const void *pointer = mArguments.Take<void *>(spec.index);
-        return Integer(spec, reinterpret_cast<uintptr_t>(pointer), 16, {}, FORMAT_UPPER_DIGITS);
+        return {reinterpret_cast<uintptr_t>(pointer), 16, "", FORMAT_UPPER_DIGITS};
     }
 
-    bool Integer(const FormatSpec &spec, uint64_t value, int base, const FormatLead &lead,
-                 const char *digits = FORMAT_LOWER_DIGITS)
+    bool Integer(const FormatSpec &spec, const FormatInteger &integer)
     {
         const bool alternate = (spec.flags & FORMAT_ALTERNATE) != 0;
-        const bool grouped = base == 10 && (spec.flags & FORMAT_GROUPED);
+        const bool grouped = integer.base == 10 && (spec.flags & FORMAT_GROUPED);
         const char *grouping = grouped ? mConventions.Grouping() : FORMAT_NO_GROUPING;
         char *start = nullptr;
         int64_t length = 0;
-        if (value != 0 || spec.precision != 0 || (base == 8 && alternate)) {
+        if (integer.magnitude != 0 || spec.precision != 0 || (integer.base == 8 && alternate)) {
             char *end = mOutput.Scratch() + FormatOutput::SCRATCH_SIZE;
-            start = bsd_ultoa(value, end, base, alternate, digits, grouped,
-                              *mConventions.Separator(), grouping);
+            start = bsd_ultoa(integer.magnitude, end, integer.base, alternate, integer.digits,
+                              grouped, *mConventions.Separator(), grouping);
             length = end - start;
         }
         const int64_t zeroes = std::max<int64_t>(spec.precision - length, 0);
@@ -317,7 +315,8 @@ private:
             mOutput.Zeroes(zeroes);
             mOutput.Text(start, static_cast<size_t>(length));
         };
-        return Field(spec, lead, zeroes + length, body, /* zeroesAllowed */ spec.precision < 0);
+        return Field(spec, integer.lead, zeroes + length, body,
+                     /* zeroesAllowed */ spec.precision < 0);
     }
 
     // ---- Text
@@ -414,7 +413,7 @@ private:
         lower ? Str_ToLower(text) : Str_ToUpper(text);
         const size_t length = strlen(text);
         const auto body = [&] { mOutput.Text(text, length); };
-        return Field(spec, {Sign(spec, negative), ""}, static_cast<int64_t>(length), body,
+        return Field(spec, Sign(spec, negative), static_cast<int64_t>(length), body,
                      /* zeroesAllowed */ false);
     }
 
@@ -439,7 +438,7 @@ private:
                                                                : FORMAT_NO_GROUPING);
         const int64_t size =
             std::max<int64_t>(point, 1) + groups.separators + (pointed ? 1 : 0) + fraction;
-        return Field(spec, {Sign(spec, decimal.sign != 0), ""}, size, [&] {
+        return Field(spec, Sign(spec, decimal.sign != 0), size, [&] {
             if (point <= 0) { mOutput.Zeroes(1); }
             Digits(decimal, 0, groups.leftmost);
             for (int64_t at = groups.leftmost; at < point;) {
@@ -462,7 +461,7 @@ private:
         char *exponent = mOutput.Scratch();
         const size_t exponentSize = bsd_exponent(exponent, decimal.point - 1, letter);
         const int64_t size = 1 + (pointed ? 1 : 0) + fraction + static_cast<int64_t>(exponentSize);
-        return Field(spec, {Sign(spec, decimal.sign != 0), ""}, size, [&] {
+        return Field(spec, Sign(spec, decimal.sign != 0), size, [&] {
             Digits(decimal, 0, 1);
             if (pointed) { mOutput.Text(mConventions.DecimalPoint(), 1); }
             Digits(decimal, 1, fraction);

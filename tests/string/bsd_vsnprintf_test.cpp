@@ -335,6 +335,24 @@ TEST(Format, PrintsEveryShortAsTheCLibraryDoes)
     }
 }
 
+TEST(Format, PrintsIntegersOfEveryLengthAsTheCLibraryDoes)
+{
+    std::mt19937_64 random(20103);
+    for (int i = 0; i < 200000; i++) {
+        const unsigned long long value = random() >> (random() % 64);
+        ExpectAsLibc("%llu", value);
+        ExpectAsLibc("%llx", value);
+        ExpectAsLibc("%#llX", value);
+        ExpectAsLibc("%lld", static_cast<long long>(0 - value));
+    }
+    for (unsigned long long power = 1; power < ULLONG_MAX / 10; power *= 10) {
+        for (const char *format : {"%llu", "%llx", "%llo"}) {
+            ExpectAsLibc(format, power - 1);
+            ExpectAsLibc(format, power);
+        }
+    }
+}
+
 // ---- Floating numbers
 
 TEST(Format, RoundsHalvesAwayFromZeroWithoutAFraction)
