@@ -1,10 +1,16 @@
 /*
- * util.h -- allocation that cannot fail, and the forms of a fatal report.
- * Everything here is thread-safe.
+ * util.h -- allocation that cannot fail, comparison that tells nothing by its time, and the forms
+ * of a fatal report.
+ *
+ * The safe allocators call the C library's allocator of the same name and hand on its result; when
+ * it has no memory for a request that is not empty, they end the process through Panic() instead of
+ * returning, so their results need no test.  Every block they return is the caller's, and is
+ * released with free().  Sizes are in bytes.  Everything here is reentrant and thread-safe.
  */
 #ifndef PELAGO_UTIL_H
 #define PELAGO_UTIL_H
 
+#include <stdbool.h>
 #include <stddef.h>
 
 #ifdef __cplusplus
@@ -21,14 +27,105 @@ extern "C" {
 #define UTIL_NOT_REACHED_REPORT     "NOT_REACHED %s:%d\n"     /* a case that cannot happen */
 #define UTIL_MEM_ALLOC_REPORT       "MEM_ALLOC %s:%d\n"       /* no memory in an inline helper */
 
-/*
- * malloc() that ends the process through Panic() when there is no memory.  For size 0 the result is
- * whatever malloc(0) gives, NULL included.  The caller releases the block with free().
- */
-void *Util_SafeMalloc(size_t size);
+/* What goes to Panic() when an allocation fails, by how much is known of who asked for it. */
+#define UTIL_ALLOC_REPORT    "Unrecoverable memory allocation failure\n"
+#define UTIL_ALLOC_AT_REPORT "Unrecoverable memory allocation failure at %s:%d\n"
+#define UTIL_ALLOC_LINE_REPORT                                                                     \
+    "Unrecoverable memory allocation failure at %s:%u\n" /* of a buffer */
+#define UTIL_ALLOC_BUG_REPORT "Unrecoverable memory allocation failure at %s:%d.  Bug number: %d\n"
+
+/* The bug number of an allocation that none is known for. */
+#define UTIL_NO_BUG (-1)
 
 /* Ends the process with the report of a failed allocation. */
 void Util_AllocFailure(void) __attribute__((noreturn));
+
+/* The same with the place that asked for the memory: the path of a source file and a line in it,
+ * and after these the bug number unless it is UTIL_NO_BUG. */
+void Util_AllocFailureAt(int bugNumber, const char *path, int line)
+    __attribute__((noreturn, nonnull(2)));
+
+#define UTIL_ALLOCATOR   __attribute__((malloc, warn_unused_result))
+#define UTIL_REALLOCATOR __attribute__((warn_unused_result))
+
+/*
+ * Each allocator comes in two forms.  The plain one fails with Util_AllocFailure(); the At form,
+ * whose further arguments say who asks, with Util_AllocFailureAt().
+ */
+
+/* malloc().  For size 0 the result is whatever malloc(0) gives, NULL included. */
+void *Util_SafeMalloc(size_t size) UTIL_ALLOCATOR;
+/* Util_SafeMalloc() for the bug number, source file and line given. */
+void *Util_SafeMallocAt(size_t size, int bugNumber, const char *path, int line) UTIL_ALLOCATOR;
+
+/*
+ * realloc(): block may be NULL, and is not to be used any more afterwards.  For size 0 the result
+ * is whatever realloc(block, 0) gives, NULL included.  The result may be stored straight over the
+ * only pointer to the block.
+ */
+void *Util_SafeRealloc(void *block, size_t size) UTIL_REALLOCATOR;
+/* Util_SafeRealloc() for the bug number, source file and line given. */
+void *Util_SafeReallocAt(void *block, size_t size, int bugNumber, const char *path,
+                         int line) UTIL_REALLOCATOR;
+
+/* calloc(): count elements of size bytes, all zero.  When either is 0, however large the other, the
+ * result is whatever calloc() gives, NULL included. */
+void *Util_SafeCalloc(size_t count, size_t size) UTIL_ALLOCATOR;
+/* Util_SafeCalloc() for the bug number, source file and line given. */
+void *Util_SafeCallocAt(size_t count, size_t size, int bugNumber, const char *path,
+                        int line) UTIL_ALLOCATOR;
+
+/* strdup().  NULL gives NULL. */
+char *Util_SafeStrdup(const char *string) UTIL_ALLOCATOR;
+/* Util_SafeStrdup() for the bug number, source file and line given. */
+char *Util_SafeStrdupAt(const char *string, int bugNumber, const char *path,
+                        int line) UTIL_ALLOCATOR;
+
+/*
+ * A new NUL-terminated string of the first n bytes, or of those before the first NUL among them.
+ * NULL gives NULL.  n is the most that may be read; a length of SIZE_MAX, which leaves no room for
+ * the NUL, fails like an allocation.
+ *    Util_SafeStrndup("abc", 2)  gives "ab"
+ */
+char *Util_SafeStrndup(const char *bytes, size_t n) UTIL_ALLOCATOR;
+/* Util_SafeStrndup() for the bug number, source file and line given. */
+char *Util_SafeStrndupAt(const char *bytes, size_t n, int bugNumber, const char *path,
+                         int line) UTIL_ALLOCATOR;
+
+/*
+ * A new block with a copy of size bytes, which the caller releases with free().  Not a safe
+ * allocator: NULL when memory runs out, and when size is 0, for which nothing is allocated.
+ */
+void *Util_Memdup(const void *source, size_t size) UTIL_ALLOCATOR;
+
+/* memcpy(): the blocks do not overlap; returns destination. */
+void *Util_Memcpy(void *destination, const void *source, size_t size);
+
+/* free(): block may be NULL. */
+void Util_Free(void *block);
+
+/*
+ * Whether two blocks of size bytes differ anywhere.  Every position is looked at whatever was found
+ * before, so the time taken depends on size alone: fit for secrets.  *count, unless count is NULL,
+ * receives the number of positions that differ.
+ */
+bool Util_CountMemDiff(const void *a, const void *b, size_t size, size_t *count);
+/* Util_CountMemDiff() without the number. */
+bool Util_MemDiffers(const void *a, const void *b, size_t size);
+
+/*
+ * Util_CountMemDiff() for two NUL-terminated strings.  Each byte of a, its NUL among them, is
+ * compared with b's byte at that position or, past b's end, with b's NUL.  The number of steps
+ * depends on a's length alone: if either length is a secret, let it be b's.
+ *    Util_CountStrDiff("abc", "abcd", &n)  gives true and n == 1: the NUL is not "d"
+ *    Util_CountStrDiff("abcd", "abc", &n)  gives true and n == 1: "d" is not the NUL
+ */
+bool Util_CountStrDiff(const char *a, const char *b, size_t *count) __attribute__((nonnull(1, 2)));
+/* Util_CountStrDiff() without the number. */
+bool Util_StrDiffers(const char *a, const char *b) __attribute__((nonnull(1, 2)));
+
+#undef UTIL_ALLOCATOR
+#undef UTIL_REALLOCATOR
 
 #ifdef __cplusplus
 }

@@ -257,13 +257,13 @@ private:
         int64_t value = 0;
         if (spec.flags & FORMAT_64_BITS) {
             value = mArguments.Take<long>(spec.index);
+        } else if (spec.flags & FORMAT_SHORT) {
+            value = static_cast<short>(mArguments.Take<int>(spec.index));
+        } else if (spec.flags & FORMAT_CHAR) {
+            // NOLINTNEXTLINE(bugprone-signed-char-misuse): a number, and its sign is wanted
+            value = static_cast<signed char>(mArguments.Take<int>(spec.index));
         } else {
             value = mArguments.Take<int>(spec.index);
-            if (spec.flags & FORMAT_SHORT) {
-                value = static_cast<short>(value);
-            } else if (spec.flags & FORMAT_CHAR) {
-                value = static_cast<signed char>(value);
-            }
         }
         const uint64_t magnitude =
             value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);

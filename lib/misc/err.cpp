@@ -1,0 +1,126 @@
+// err.cpp -- the C library's error numbers as text, each looked up once.
+#include "err.h"
+
+#include "errInt.h"
+#include "hashTable.h"
+#include "scoped.h"
+#include "str.h"
+#include "unicode.h"
+#include "util.h"
+
+#include <bit>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <new>
+
+namespace {
+
+constexpr uint32_t ERR_BUCKETS = 2048;
+constexpr int ERR_CACHE_FLAGS = HASH_INT_KEY | HASH_FLAG_ATOMIC;
+constexpr size_t ERR_TEXT_SIZE = 2048;
+
+struct ErrEntry {
+    int number;
+    Unicode text;
+};
+
+HashTable *sNumberCache; // from the number to the entry, which it owns
+HashTable *sTextCache;   // from the text's address to the entry
+
+void ErrFreeEntry(void *value)
+{
+    if (value == nullptr) { return; }
+    auto *entry = static_cast<ErrEntry *>(value);
+    free(entry->text);
+    free(entry);
+}
+
+HashTable *ErrNumberCache()
+{
+    return HashTable_AllocOnce(&sNumberCache, ERR_BUCKETS, ERR_CACHE_FLAGS, ErrFreeEntry);
+}
+
+HashTable *ErrTextCache()
+{
+    return HashTable_AllocOnce(&sTextCache, ERR_BUCKETS, ERR_CACHE_FLAGS, nullptr);
+}
+
+const void *ErrKey(int number) { return std::bit_cast<const void *>(intptr_t{number}); }
+
+// A system text that filled its buffer may end inside a character of UTF-8: ends it before that.
+void ErrCutIncompleteCharacter(char *text)
+{
+    const size_t length = strlen(text);
+    if (length == 0) { return; }
+    size_t last = length - 1;
+    while (last > 0 && (text[last] & 0xC0) == 0x80) {
+        last--;
+    }
+    const auto lead = static_cast<signed char>(text[last]);
+    if (lead >= 0) { return; }
+    const size_t following = length - 1 - last;
+    // A lead byte has as many ones at its top as its character has bytes, and then a zero.
+    const bool isWhole = following <= 6 && lead >> (6 - following) == -2;
+    if (!isWhole) { text[last] = '\0'; }
+}
+
+ErrEntry *ErrNewEntry(int number)
+{
+    char buffer[ERR_TEXT_SIZE];
+    ErrFormatSystemText(number, buffer, sizeof buffer);
+    void *block = Util_SafeMalloc(sizeof(ErrEntry));
+    auto *entry = new (block) ErrEntry{number, Util_SafeStrdup(buffer)};
+    ErrCutIncompleteCharacter(entry->text);
+    return entry;
+}
+
+// The number's entry in the cache, made if it is not there.
+ErrEntry *ErrFindOrMakeEntry(int number)
+{
+    HashTable *cache = ErrNumberCache();
+    void *found = nullptr;
+    if (HashTable_Lookup(cache, ErrKey(number), &found)) { return static_cast<ErrEntry *>(found); }
+
+    ErrEntry *entry = ErrNewEntry(number);
+    auto *kept = static_cast<ErrEntry *>(HashTable_LookupOrInsert(cache, ErrKey(number), entry));
+    if (kept != entry) { ErrFreeEntry(entry); } // another thread was faster
+    return kept;
+}
+
+} // namespace
+
+char *ErrFormatSystemText(int number, char *buffer, size_t size)
+{
+    if (strerror_r(number, buffer, size) != 0) {
+        Str_Sprintf(buffer, size, "Unknown error %d", number);
+    }
+    return buffer;
+}
+
+extern "C" const char *Err_NumberToText(int number)
+{
+    const ErrnoSaver keep;
+    ErrEntry *entry = ErrFindOrMakeEntry(number);
+    // Also for an entry that was found: its maker may not have come this far yet.
+    HashTable_LookupOrInsert(ErrTextCache(), entry->text, entry);
+    return entry->text;
+}
+
+extern "C" const char *Err_CurrentText() { return Err_NumberToText(errno); }
+
+extern "C" int Err_TextToNumber(const char *text)
+{
+    const ErrnoSaver keep;
+    void *found = nullptr;
+    const bool isKnown = HashTable_Lookup(ErrTextCache(), text, &found);
+    return isKnown ? static_cast<ErrEntry *>(found)->number : -1;
+}
+
+extern "C" void Err_Shutdown()
+{
+    const ErrnoSaver keep;
+    HashTable_Free(sTextCache);
+    HashTable_Free(sNumberCache);
+    sTextCache = sNumberCache = nullptr;
+}

@@ -1,0 +1,11 @@
+// errInt.h -- what the error texts are made from.
+#ifndef PELAGO_MISC_ERRINT_H
+#define PELAGO_MISC_ERRINT_H
+
+#include <cstddef>
+
+// Fills the buffer with the system's text for the number, or with "Unknown error %d" when it has
+// none that fits; that text must fit.  Returns the buffer.  May change errno.
+char *ErrFormatSystemText(int number, char *buffer, size_t size);
+
+#endif // PELAGO_MISC_ERRINT_H

@@ -1,0 +1,456 @@
+// hashTable.cpp -- chained buckets that several threads may fill without a lock.
+//
+// Entries are only ever put in front of a chain, so whoever walks one sees a list that is whole.
+// Readers acquire and writers release also in tables that no thread shares: on x86-64 these are
+// plain moves.  What does cost, a locked instruction, is left to tables made with HASH_FLAG_ATOMIC.
+#include "hashTable.h"
+
+#include "diagnostics.h"
+#include "util.h"
+
+#include <atomic>
+#include <bit>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <strings.h>
+
+namespace {
+
+constexpr char HASHTABLE_MODULE[] = "lib/misc/hashTable";
+constexpr int HASHTABLE_UNKNOWN_KEY_TYPE = 108;
+
+constexpr int KEY_TYPE_MASK = 7;
+constexpr uint32_t INT_KEY_FACTOR = 48271;
+
+struct HashTableEntry {
+    std::atomic<HashTableEntry *> next;
+    const void *key; // the string, or the integer itself
+    std::atomic<void *> clientData;
+    uint32_t hash; // the key's, before it was folded
+};
+
+using HashTableLink = std::atomic<HashTableEntry *>; // a bucket's head, or an entry's next
+// The buckets come from calloc(): zero bytes are to be empty chains.
+static_assert(HashTableLink::is_always_lock_free && sizeof(HashTableLink) == sizeof(void *));
+
+} // namespace
+
+struct HashTable {
+    uint32_t numEntries;
+    uint32_t numBits;
+    uint32_t keyType;
+    bool atomic;
+    bool copyKey;
+    HashTableFreeEntryFn freeEntryFn;
+    HashTableLink *buckets;
+    std::atomic<uint64_t> numElements;
+};
+
+namespace {
+
+// h = rotl(h ^ b, 5) for each byte b.  That is linear over exclusive-or, so four bytes are moved to
+// their places side by side and only then meet h: one step for h to wait for instead of four.
+uint32_t HashTableHashString(const char *string)
+{
+    const auto *bytes = reinterpret_cast<const unsigned char *>(string);
+    for (uint32_t hash = 0;; bytes += 4) {
+        const uint32_t a = bytes[0];
+        if (a == 0) { return hash; }
+        const uint32_t b = bytes[1];
+        if (b == 0) { return std::rotl(hash ^ a, 5); }
+        const uint32_t c = bytes[2];
+        if (c == 0) { return std::rotl(hash ^ a, 10) ^ b << 5; }
+        const uint32_t d = bytes[3];
+        if (d == 0) { return std::rotl(hash ^ a, 15) ^ b << 10 ^ c << 5; }
+        hash = std::rotl(hash, 20) ^ a << 20 ^ b << 15 ^ c << 10 ^ d << 5;
+    }
+}
+
+uint32_t HashTableHashCaseless(const char *string)
+{
+    uint32_t hash = 0;
+    while (const int byte = tolower(static_cast<unsigned char>(*string++))) {
+        hash = std::rotl(hash ^ static_cast<uint32_t>(byte), 5);
+    }
+    return hash;
+}
+
+uint32_t HashTableHashInt(const void *key)
+{
+    const auto integer = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(key));
+    return static_cast<uint32_t>(integer >> 32 ^ integer) * INT_KEY_FACTOR;
+}
+
+// The exclusive-or of the hash's slices of numBits bits.  Each step doubles how many are in it;
+// four are all there are in a table of 256 buckets or more.  One of a single bucket has no bits.
+inline uint32_t HashTableFold(const HashTable *table, uint32_t hash)
+{
+    uint64_t slices = hash; // wide enough for a shift by twice any numBits
+    slices ^= slices >> table->numBits;
+    slices ^= slices >> 2 * table->numBits;
+    for (uint32_t shift = 4 * table->numBits; shift - 1 < 31; shift *= 2) {
+        slices ^= slices >> shift;
+    }
+    return static_cast<uint32_t>(slices) & (table->numEntries - 1);
+}
+
+// A wanted key, by its kind.  Each kind has its lookups compiled for it: nothing is asked of an
+// entry but whether it is the one, and integers do not save the registers that strings need.
+struct HashTableString {
+    explicit HashTableString(const void *key)
+        : text(static_cast<const char *>(key)), hash(HashTableHashString(text))
+    {}
+    bool Is(const HashTableEntry *entry) const
+    {
+        // Most others are told by their hash, without a look at their text.
+        return hash == entry->hash && strcmp(text, static_cast<const char *>(entry->key)) == 0;
+    }
+    const char *text;
+    uint32_t hash;
+};
+
+struct HashTableCaseless {
+    explicit HashTableCaseless(const void *key)
+        : text(static_cast<const char *>(key)), hash(HashTableHashCaseless(text))
+    {}
+    bool Is(const HashTableEntry *entry) const
+    {
+        return strcasecmp(text, static_cast<const char *>(entry->key)) == 0;
+    }
+    const char *text;
+    uint32_t hash;
+};
+
+struct HashTableInt {
+    explicit HashTableInt(const void *key) : integer(key), hash(HashTableHashInt(key)) {}
+    bool Is(const HashTableEntry *entry) const { return integer == entry->key; }
+    const void *integer;
+    uint32_t hash;
+};
+
+// Returns use<Key>() for the table's kind of keys.
+template <typename Use>
+[[gnu::always_inline]] inline auto HashTableWithKeys(const HashTable *table, Use use)
+{
+    switch (table->keyType) {
+    case HASH_STRING_KEY: return use.template operator()<HashTableString>();
+    case HASH_ISTRING_KEY: return use.template operator()<HashTableCaseless>();
+    case HASH_INT_KEY: return use.template operator()<HashTableInt>();
+    default: Panic(UTIL_NOT_REACHED_REPORT, HASHTABLE_MODULE, HASHTABLE_UNKNOWN_KEY_TYPE);
+    }
+}
+
+inline HashTableLink *HashTableBucket(const HashTable *table, uint32_t hash)
+{
+    return &table->buckets[HashTableFold(table, hash)];
+}
+
+// The wanted entry among this one and those behind it, or NULL.
+template <typename Key> HashTableEntry *HashTableFindFrom(HashTableEntry *entry, Key wanted)
+{
+    while (entry != nullptr && !wanted.Is(entry)) {
+        entry = entry->next.load(std::memory_order_relaxed); // published together with the entry
+    }
+    return entry;
+}
+
+template <typename Key> inline HashTableEntry *HashTableFind(const HashTable *table, Key wanted)
+{
+    const HashTableLink *bucket = HashTableBucket(table, wanted.hash);
+    return HashTableFindFrom(bucket->load(std::memory_order_acquire), wanted);
+}
+
+template <typename Key>
+[[gnu::noinline]] bool HashTableLookup(const HashTable *table, const void *key, void **valueOut)
+{
+    const HashTableEntry *entry = HashTableFind(table, Key(key));
+    if (entry == nullptr) { return false; }
+    if (valueOut != nullptr) { *valueOut = entry->clientData.load(std::memory_order_acquire); }
+    return true;
+}
+
+HashTableEntry *HashTableNewEntry(const HashTable *table, const void *key, uint32_t hash,
+                                  void *value)
+{
+    void *block = Util_SafeMalloc(sizeof(HashTableEntry));
+    if (table->copyKey) { key = Util_SafeStrdup(static_cast<const char *>(key)); }
+    return new (block) HashTableEntry{nullptr, key, value, hash};
+}
+
+// Releases what the table itself owns of an entry; its value is not looked at.
+void HashTableFreeEntry(const HashTable *table, HashTableEntry *entry)
+{
+    if (table->copyKey) { free(const_cast<void *>(entry->key)); }
+    free(entry);
+}
+
+void HashTableDrop(const HashTable *table, void *value)
+{
+    if (table->freeEntryFn != nullptr) { table->freeEntryFn(value); }
+}
+
+// Counts by load and store also where threads race, and so may lose some: an exact count would cost
+// every insertion a second locked instruction on a line that all threads share.  It is stored after
+// the entry is published, so whoever reads it finds at least as many entries.
+void HashTableCountOneMore(HashTable *table)
+{
+    const uint64_t count = table->numElements.load(std::memory_order_acquire);
+    table->numElements.store(count + 1, std::memory_order_release);
+}
+
+void HashTableCountOneLess(HashTable *table)
+{
+    const uint64_t count = table->numElements.load(std::memory_order_relaxed);
+    if (count == 0) { return; } // some were never counted
+    table->numElements.store(count - 1, std::memory_order_relaxed);
+}
+
+// Makes the entry its bucket's head in place of the one behind it; false when another thread was
+// faster.
+bool HashTablePublish(const HashTable *table, HashTableLink *bucket, HashTableEntry *entry)
+{
+    HashTableEntry *head = entry->next.load(std::memory_order_relaxed);
+    if (table->atomic) {
+        return bucket->compare_exchange_strong(head, entry, std::memory_order_release,
+                                               std::memory_order_relaxed);
+    }
+    bucket->store(entry, std::memory_order_release);
+    return true;
+}
+
+// The key's entry, or NULL when there was none and one has been made.
+template <typename Key>
+[[gnu::noinline]] HashTableEntry *HashTableFindOrInsert(HashTable *table, const void *key,
+                                                        void *value)
+{
+    const Key wanted(key);
+    HashTableLink *bucket = HashTableBucket(table, wanted.hash);
+    HashTableEntry *prepared = nullptr;
+    do {
+        HashTableEntry *head = bucket->load(std::memory_order_acquire);
+        if (HashTableEntry *found = HashTableFindFrom(head, wanted)) {
+            if (prepared != nullptr) { HashTableFreeEntry(table, prepared); } // another was faster
+            return found;
+        }
+        if (prepared == nullptr) { prepared = HashTableNewEntry(table, key, wanted.hash, value); }
+        prepared->next.store(head, std::memory_order_relaxed);
+    } while (!HashTablePublish(table, bucket, prepared));
+    HashTableCountOneMore(table);
+    return nullptr;
+}
+
+HashTableEntry *HashTableFindOrInsert(HashTable *table, const void *key, void *value)
+{
+    return HashTableWithKeys(
+        table, [&]<typename Key> { return HashTableFindOrInsert<Key>(table, key, value); });
+}
+
+// The link that leads to the key's entry, or the last one of its chain, which is NULL.
+HashTableLink *HashTableFindLink(const HashTable *table, const void *key)
+{
+    return HashTableWithKeys(table, [&]<typename Key> {
+        const Key wanted(key);
+        HashTableLink *link = HashTableBucket(table, wanted.hash);
+        HashTableEntry *entry = link->load(std::memory_order_relaxed);
+        while (entry != nullptr && !wanted.Is(entry)) {
+            link = &entry->next;
+            entry = link->load(std::memory_order_relaxed);
+        }
+        return link;
+    });
+}
+
+// Calls visit(entry) for every entry, bucket by bucket, until it returns something other than 0.
+template <typename Visit> int HashTableWalk(const HashTable *table, Visit visit)
+{
+    for (uint32_t i = 0; i < table->numEntries; i++) {
+        const HashTableEntry *entry = table->buckets[i].load(std::memory_order_acquire);
+        for (; entry != nullptr; entry = entry->next.load(std::memory_order_relaxed)) {
+            if (const int result = visit(*entry)) { return result; }
+        }
+    }
+    return 0;
+}
+
+// One pointer of every entry, in a new array.
+template <typename Pointer, typename Get>
+void HashTableToArray(const HashTable *table, Pointer **array, size_t *size, Get get)
+{
+    const size_t count = HashTable_GetNumElements(table);
+    *array = nullptr;
+    *size = count;
+    if (count == 0) { return; }
+    *array = static_cast<Pointer *>(Util_SafeMalloc(count * sizeof(Pointer)));
+    size_t filled = 0;
+    HashTableWalk(table, [&](const HashTableEntry &entry) {
+        (*array)[filled++] = get(entry);
+        return filled == count; // what was entered since, or never counted, is left out
+    });
+}
+
+} // namespace
+
+extern "C" HashTable *HashTable_Alloc(uint32_t numEntries, int flags,
+                                      HashTableFreeEntryFn freeEntryFn)
+{
+    if (!std::has_single_bit(numEntries)) {
+        Panic("%s only takes powers of 2 \n", "HashTable_Alloc"); // the blank belongs to it
+    }
+    const uint32_t keyType = static_cast<uint32_t>(flags & KEY_TYPE_MASK);
+    const bool copyKey = (flags & HASH_FLAG_COPYKEY) != 0 && keyType != HASH_INT_KEY;
+    return new (Util_SafeMalloc(sizeof(HashTable))) HashTable{
+        .numEntries = numEntries,
+        .numBits = static_cast<uint32_t>(std::countr_zero(numEntries)),
+        .keyType = keyType,
+        .atomic = (flags & HASH_FLAG_ATOMIC) != 0,
+        .copyKey = copyKey,
+        .freeEntryFn = freeEntryFn,
+        .buckets = static_cast<HashTableLink *>(Util_SafeCalloc(numEntries, sizeof(HashTableLink))),
+        .numElements = 0};
+}
+
+extern "C" HashTable *HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, int flags,
+                                          HashTableFreeEntryFn freeEntryFn)
+{
+    // The caller's pointer is one of C's; the compilers' builtins make atomic accesses to such.
+    HashTable *winner = __atomic_load_n(shared, __ATOMIC_ACQUIRE);
+    if (winner != nullptr) { return winner; }
+    HashTable *fresh = HashTable_Alloc(numEntries, flags, freeEntryFn);
+    if (__atomic_compare_exchange_n(shared, &winner, fresh, false, __ATOMIC_ACQ_REL,
+                                    __ATOMIC_ACQUIRE)) {
+        return fresh;
+    }
+    HashTable_Free(fresh);
+    return winner;
+}
+
+extern "C" void HashTable_Free(HashTable *table)
+{
+    if (table == nullptr) { return; }
+    HashTable_Clear(table);
+    free(table->buckets);
+    free(table);
+}
+
+extern "C" void HashTable_FreeAll(HashTable *table) { HashTable_Free(table); }
+
+extern "C" void HashTable_Clear(HashTable *table)
+{
+    table->numElements.store(0, std::memory_order_relaxed);
+    for (uint32_t i = 0; i < table->numEntries; i++) {
+        HashTableLink *head = &table->buckets[i];
+        while (HashTableEntry *entry = head->load(std::memory_order_relaxed)) {
+            head->store(entry->next.load(std::memory_order_relaxed), std::memory_order_relaxed);
+            void *value = entry->clientData.load(std::memory_order_relaxed);
+            HashTableFreeEntry(table, entry);
+            HashTableDrop(table, value);
+        }
+    }
+}
+
+extern "C" bool HashTable_Lookup(const HashTable *table, const void *key, void **valueOut)
+{
+    return HashTableWithKeys(
+        table, [&]<typename Key> { return HashTableLookup<Key>(table, key, valueOut); });
+}
+
+extern "C" bool HashTable_Delete(HashTable *table, const void *key)
+{
+    return HashTable_Remove(table, key, nullptr);
+}
+
+extern "C" bool HashTable_Remove(HashTable *table, const void *key, void **valueOut)
+{
+    HashTableLink *link = HashTableFindLink(table, key);
+    HashTableEntry *entry = link->load(std::memory_order_relaxed);
+    if (entry == nullptr) { return false; }
+
+    link->store(entry->next.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    HashTableCountOneLess(table);
+    void *value = entry->clientData.load(std::memory_order_relaxed);
+    HashTableFreeEntry(table, entry);
+    if (valueOut == nullptr) {
+        HashTableDrop(table, value);
+    } else {
+        *valueOut = value;
+    }
+    return true;
+}
+
+extern "C" bool HashTable_Insert(HashTable *table, const void *key, void *value)
+{
+    return HashTableFindOrInsert(table, key, value) == nullptr;
+}
+
+extern "C" void *HashTable_LookupOrInsert(HashTable *table, const void *key, void *value)
+{
+    const HashTableEntry *entry = HashTableFindOrInsert(table, key, value);
+    return entry == nullptr ? value : entry->clientData.load(std::memory_order_acquire);
+}
+
+extern "C" bool HashTable_ReplaceOrInsert(HashTable *table, const void *key, void *value)
+{
+    HashTableEntry *entry = HashTableFindOrInsert(table, key, value);
+    if (entry == nullptr) { return false; }
+
+    if (table->freeEntryFn == nullptr) {
+        entry->clientData.store(value, std::memory_order_release);
+    } else if (table->atomic) { // each old value comes out of just one thread's exchange
+        HashTableDrop(table, entry->clientData.exchange(value, std::memory_order_acq_rel));
+    } else {
+        HashTableDrop(table, entry->clientData.load(std::memory_order_relaxed));
+        entry->clientData.store(value, std::memory_order_release);
+    }
+    return true;
+}
+
+extern "C" bool HashTable_ReplaceIfEqual(HashTable *table, const void *key, void *oldValue,
+                                         void *newValue)
+{
+    HashTableEntry *entry =
+        HashTableWithKeys(table, [&]<typename Key> { return HashTableFind(table, Key(key)); });
+    if (entry == nullptr) { return false; }
+
+    if (table->atomic) {
+        void *expected = oldValue;
+        if (!entry->clientData.compare_exchange_strong(
+                expected, newValue, std::memory_order_acq_rel, std::memory_order_relaxed)) {
+            return false;
+        }
+        HashTableDrop(table, oldValue);
+        return true;
+    }
+    if (entry->clientData.load(std::memory_order_relaxed) != oldValue) { return false; }
+    HashTableDrop(table, oldValue);
+    entry->clientData.store(newValue, std::memory_order_release);
+    return true;
+}
+
+extern "C" size_t HashTable_GetNumElements(const HashTable *table)
+{
+    return table->numElements.load(std::memory_order_acquire);
+}
+
+extern "C" void HashTable_KeyArray(const HashTable *table, const void ***keysOut, size_t *sizeOut)
+{
+    HashTableToArray(table, keysOut, sizeOut,
+                     [](const HashTableEntry &entry) { return entry.key; });
+}
+
+extern "C" void HashTable_ValueArray(const HashTable *table, void ***valuesOut, size_t *sizeOut)
+{
+    HashTableToArray(table, valuesOut, sizeOut, [](const HashTableEntry &entry) {
+        return entry.clientData.load(std::memory_order_acquire);
+    });
+}
+
+extern "C" int HashTable_ForEach(const HashTable *table, HashTableForEachCallback callback,
+                                 void *userData)
+{
+    return HashTableWalk(table, [&](const HashTableEntry &entry) {
+        void *value = entry.clientData.load(std::memory_order_acquire);
+        return callback(entry.key, value, userData);
+    });
+}

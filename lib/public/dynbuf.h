@@ -1,0 +1,223 @@
+/*
+ * dynbuf.h -- a byte buffer that grows.
+ *
+ * A DynBuf is owned by value by whoever declares it, and owns its block until that is detached or
+ * the buffer is destroyed.  Contents are bytes, not text; sizes are in bytes.  How a text is built:
+ *
+ *    DynBuf buf;
+ *    DynBuf_Init(&buf);
+ *    if (DynBuf_Append(&buf, "ab", 2) && DynBuf_Append(&buf, "", 1) && DynBuf_Trim(&buf)) {
+ *        return buf.data;            (the caller's now, released with free())
+ *    }
+ *    DynBuf_Destroy(&buf);
+ *
+ * Growing takes a buffer of nothing to 128 bytes, one of less than 256 KiB to twice its allocation,
+ * and a larger one to 256 KiB more; to the minimum asked for when that is more still.
+ *
+ * Without memory the plain forms return false and leave the buffer as it was; the safe forms end
+ * the process through Panic(), naming their caller's source file and line.  All of it is reentrant;
+ * one buffer is for one thread at a time.
+ */
+#ifndef PELAGO_DYNBUF_H
+#define PELAGO_DYNBUF_H
+
+#include "diagnostics.h"
+#include "util.h"
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define DYNBUF_FIRST_ALLOCATION 128
+#define DYNBUF_GROWTH_STEP      262144 /* from here on growth is by this much */
+
+#define DYNBUF_SOURCE_PATH         "lib/public/dynbuf"
+#define DYNBUF_DETACH_STRING_CHECK 145
+
+/* size <= allocated, except after DynBuf_Detach(). */
+typedef struct DynBuf {
+    char *data;       /* heap block, or NULL */
+    size_t size;      /* bytes in use */
+    size_t allocated; /* bytes in the block */
+} DynBuf;
+
+/* Makes an empty buffer without a block of what may be uninitialised. */
+static inline void DynBuf_Init(DynBuf *buf)
+{
+    buf->data = NULL;
+    buf->size = 0;
+    buf->allocated = 0;
+}
+
+/* Makes an empty buffer that owns data, a heap block of `allocated` bytes. */
+static inline void DynBuf_InitWithMemory(DynBuf *buf, size_t allocated, void *data)
+{
+    buf->data = (char *)data;
+    buf->size = 0;
+    buf->allocated = allocated;
+}
+
+/*
+ * Makes a buffer that owns string, a heap block with a NUL-terminated string of less than 2 GiB,
+ * and holds it without its NUL.  NULL gives an empty buffer.
+ */
+static inline void DynBuf_InitWithString(DynBuf *buf, char *string)
+{
+    DynBuf_Init(buf);
+    if (string == NULL) { return; }
+    const size_t length = strlen(string);
+    buf->data = string;
+    /* The limit is kept on purpose: a longer string gets the lengths that 32 bits with a sign give.
+     */
+    buf->size = (size_t)(int32_t)length;
+    buf->allocated = (size_t)(int32_t)(length + 1);
+}
+
+/* Releases the block; the buffer is empty then and can be used on. */
+static inline void DynBuf_Destroy(DynBuf *buf)
+{
+    free(buf->data);
+    DynBuf_Init(buf);
+}
+
+/* Releases the block and goes on with data, a heap block of size bytes that are all in use. */
+static inline void DynBuf_Attach(DynBuf *buf, size_t size, void *data)
+{
+    free(buf->data);
+    buf->data = (char *)data;
+    buf->size = size;
+    buf->allocated = size;
+}
+
+/*
+ * Gives the block, or NULL, to the caller, who releases it with free().  The buffer's size stays
+ * what it was, so that the block's can still be read; before anything is appended to the buffer it
+ * must be made anew or destroyed.
+ */
+static inline void *DynBuf_Detach(DynBuf *buf)
+{
+    char *data = buf->data;
+    buf->data = NULL;
+    buf->allocated = 0;
+    return data;
+}
+
+/*
+ * Grows the allocation by one step, even when minSize fits already, and to minSize at least.  False
+ * when memory runs out or the new allocation cannot be counted.
+ */
+static inline bool DynBuf_Enlarge(DynBuf *buf, size_t minSize)
+{
+    size_t allocated = DYNBUF_FIRST_ALLOCATION;
+    if (buf->allocated >= DYNBUF_GROWTH_STEP) {
+        allocated = buf->allocated + DYNBUF_GROWTH_STEP;
+    } else if (buf->allocated != 0) {
+        allocated = 2 * buf->allocated;
+    }
+    if (allocated < minSize) { allocated = minSize; }
+    if (allocated < buf->allocated) { return false; }
+    char *data = (char *)realloc(buf->data, allocated);
+    if (data == NULL) { return false; }
+    buf->data = data;
+    buf->allocated = allocated;
+    return true;
+}
+
+/* Grows the allocation where it does not hold count bytes after the contents; not for callers. */
+static inline bool DynBufMakeRoom(DynBuf *buf, size_t count)
+{
+    size_t needed;
+    if (__builtin_add_overflow(buf->size, count, &needed)) { return false; }
+    return needed <= buf->allocated || DynBuf_Enlarge(buf, needed);
+}
+
+/* Puts bytes where there is room; not for callers. */
+static inline void DynBufPut(DynBuf *buf, const void *bytes, size_t count)
+{
+    memcpy(buf->data + buf->size, bytes, count);
+    buf->size += count;
+}
+
+/*
+ * Appends a copy of count bytes, which are not the buffer's own.  For count 0 nothing is done or
+ * allocated, and bytes may be NULL.  False when memory runs out or the size cannot be counted.
+ */
+static inline bool DynBuf_Append(DynBuf *buf, const void *bytes, size_t count)
+{
+    if (count == 0) { return true; }
+    if (!DynBufMakeRoom(buf, count)) { return false; }
+    DynBufPut(buf, bytes, count);
+    return true;
+}
+
+/* Puts a NUL after the contents and gives the block to the caller as DynBuf_Detach() does.  Without
+ * memory for the NUL the process ends. */
+static inline char *DynBuf_DetachString(DynBuf *buf)
+{
+    if (!DynBufMakeRoom(buf, 1)) {
+        Panic(UTIL_MEM_ALLOC_REPORT, DYNBUF_SOURCE_PATH, DYNBUF_DETACH_STRING_CHECK);
+    }
+    buf->data[buf->size] = '\0';
+    return (char *)DynBuf_Detach(buf);
+}
+
+/* Gives back what is allocated beyond the contents.  False when the C library refuses; an empty
+ * buffer is never refused, and may have no block then. */
+static inline bool DynBuf_Trim(DynBuf *buf)
+{
+    char *data = (char *)realloc(buf->data, buf->size);
+    if (data == NULL && buf->size != 0) { return false; }
+    buf->data = data;
+    buf->allocated = buf->size;
+    return true;
+}
+
+/*
+ * Makes destination, whose block, if any, is not released, a copy of source: the same contents in a
+ * block of the same allocation.  False when memory runs out; destination is empty then.
+ */
+static inline bool DynBuf_Copy(const DynBuf *source, DynBuf *destination)
+{
+    DynBuf_InitWithMemory(destination, source->allocated, malloc(source->allocated));
+    if (destination->data == NULL) {
+        DynBuf_Init(destination);
+        return false;
+    }
+    if (source->size != 0) { DynBufPut(destination, source->data, source->size); }
+    return true;
+}
+
+/*
+ * The safe forms: DynBuf_SafeEnlarge(buf, minSize) and DynBuf_SafeAppend(buf, bytes, count) do what
+ * the plain ones do, and end the process where those return false.  The functions under them take
+ * the file and line to report; that of enlarging returns the block.
+ */
+#define DynBuf_SafeEnlarge(buf, minSize)                                                           \
+    DynBuf_SafeInternalEnlarge(buf, minSize, __FILE__, __LINE__)
+#define DynBuf_SafeAppend(buf, bytes, count)                                                       \
+    DynBuf_SafeInternalAppend(buf, bytes, count, __FILE__, __LINE__)
+
+static inline void *DynBuf_SafeInternalEnlarge(DynBuf *buf, size_t minSize, const char *file,
+                                               unsigned line)
+{
+    if (!DynBuf_Enlarge(buf, minSize)) { Panic(UTIL_ALLOC_LINE_REPORT, file, line); }
+    return buf->data;
+}
+
+static inline void DynBuf_SafeInternalAppend(DynBuf *buf, const void *bytes, size_t count,
+                                             const char *file, unsigned line)
+{
+    if (!DynBuf_Append(buf, bytes, count)) { Panic(UTIL_ALLOC_LINE_REPORT, file, line); }
+}
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* PELAGO_DYNBUF_H */

@@ -1,0 +1,91 @@
+/*
+ * escape.h -- make bytes safe for one context, and undo it.
+ *
+ * Input is bytes with a length, so it may hold NULs, or a NUL-terminated string where no length is
+ * asked for.  Every builder returns a new NUL-terminated block that the caller releases with
+ * free(), or NULL when memory runs out; nothing is printed.  sizeOut may be NULL; otherwise it
+ * receives the result's length in bytes, the NUL not counted, and is left alone without a result.
+ * All of it is reentrant, and leaves its input as it was unless it says otherwise.
+ */
+#ifndef PELAGO_ESCAPE_H
+#define PELAGO_ESCAPE_H
+
+#include <stdbool.h>
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/*
+ * A copy in which each byte b with byteSet[b] not 0 has become escString and the two upper-case
+ * hexadecimal digits of b.  byteSet has 256 entries.  For the result to be undone, the set holds
+ * the escape's own bytes. Escape_DoString("\\x", set of the newline, "a\n", 2, &n)  gives "a\x0A"
+ * and n == 5
+ */
+char *Escape_DoString(const char *escString, const int *byteSet, const void *buf, size_t size,
+                      size_t *sizeOut);
+
+/* Escape_DoString() with an escape of one byte, whichever. */
+char *Escape_Do(char escByte, const int *byteSet, const void *buf, size_t size, size_t *sizeOut);
+
+/*
+ * Reverses Escape_Do(), whose set held escByte: escByte and two hexadecimal digits of either case
+ * become one byte.  Any other escByte stays, with the byte that follows it, or with the two when
+ * the first is a digit; the search for the next escape goes on after these.
+ *    Escape_Undo('%', "a%25b", 5, &n)  gives "a%b" and n == 3
+ *    Escape_Undo('%', "%%41", 4, NULL) gives "%%41"
+ */
+char *Escape_Undo(char escByte, const void *buf, size_t size, size_t *sizeOut);
+
+/*
+ * Escape_Undo() into a block of the caller's, of capacity bytes.  True when the result and its NUL
+ * fit; false, with the block as it was, when they do not or memory runs out.
+ */
+bool Escape_UndoFixBuf(char escByte, const void *buf, size_t size, void *destination,
+                       size_t capacity);
+
+/* A copy without the carriage returns (13) that have a line feed (10) right after them. */
+char *Escape_AnsiToUnix(const void *buf, size_t size, size_t *sizeOut);
+
+/*
+ * One word for a POSIX shell, in single quotes.  A shell's word cannot hold a NUL; one in the input
+ * is copied.
+ *    Escape_Sh("it's", 4, &n)  gives 'it'"'"'s' and n == 10
+ */
+char *Escape_Sh(const void *buf, size_t size, size_t *sizeOut);
+
+/* A basic regular expression that matches the bytes: each of $ * . [ \ ] ^ gets a backslash. */
+char *Escape_BRE(const void *buf, size_t size, size_t *sizeOut);
+
+/* An item for a list with commas: each comma and each backslash gets a backslash.  NULL for NULL.
+ */
+char *Escape_Comma(const char *string);
+
+/*
+ * The first wanted byte in string that is not escaped, or NULL.  escByte escapes exactly the next
+ * byte, which may be another escByte; wanted may be escByte itself.  The NUL at the end is not
+ * found.
+ *    Escape_Strchr('\\', "a\\,b,c", ',')  finds the second comma
+ */
+const char *Escape_Strchr(char escByte, const char *string, char wanted);
+
+/* A copy with each escByte removed and the byte after it kept, whatever it is.  One at the very end
+ * is dropped. */
+char *Escape_Unescape(char escByte, const char *string);
+
+/*
+ * Replaces, in string itself, two backslashes by one, a backslash and "n" by a line feed, and a
+ * backslash before an octal number, as sscanf() reads one with "%03o", by the number's low byte.
+ * Of a number's place exactly three bytes are taken, or what there is of them, however few of them
+ * sscanf() read: "\7xyz" gives the byte 7 and "z".  Any other backslash stays.  A number of 0 gives
+ * a NUL, which ends the string for those who read on.
+ * Returns the last byte examined: the NUL at the end of what was given.
+ */
+char Escape_UnescapeCString(char *string);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* PELAGO_ESCAPE_H */

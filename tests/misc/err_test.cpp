@@ -1,0 +1,275 @@
+#include "err.h"
+
+#include "../../lib/misc/errInt.h"
+#include "countedBlocks.h"
+#include "panic.h"
+
+#include <algorithm>
+#include <barrier>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+// What the system says for every number, when it is not asked itself.
+static std::optional<std::string> sSystemText;
+static int sSystemResult;
+static std::atomic<int> sSystemCalls;
+
+extern "C" {
+int __real___xpg_strerror_r(int number, char *buffer, size_t size);
+int __wrap___xpg_strerror_r(int number, char *buffer, size_t size)
+{
+    sSystemCalls++;
+    errno = EIO; // nobody is to see this
+    if (!sSystemText) { return __real___xpg_strerror_r(number, buffer, size); }
+    const size_t length = std::min(size - 1, sSystemText->size());
+    memcpy(buffer, sSystemText->data(), length);
+    buffer[length] = '\0';
+    return sSystemResult;
+}
+}
+
+namespace {
+
+// Every test starts without a text.
+class Err : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        Err_Shutdown();
+        sSystemText.reset();
+        sSystemResult = 0;
+        sSystemCalls = 0;
+    }
+    void TearDown() override
+    {
+        Err_Shutdown();
+        EXPECT_EQ(CountedBlocks::sLive, mBefore) << "Err_Shutdown leaves nothing";
+    }
+    // The text that is made of this one.
+    static std::string Made(const std::string &systemText)
+    {
+        Err_Shutdown();
+        sSystemText = systemText;
+        return Err_NumberToText(1);
+    }
+    const long mBefore = CountedBlocks::sLive;
+};
+
+TEST_F(Err, SpeaksTheSystemsWords)
+{
+    EXPECT_STREQ(Err_NumberToText(ENOENT), "No such file or directory");
+}
+
+TEST_F(Err, GivesTheSamePointerForTheSameNumber)
+{
+    const char *text = Err_NumberToText(EACCES);
+    EXPECT_EQ(Err_NumberToText(EACCES), text);
+    EXPECT_NE(Err_NumberToText(EPERM), text);
+}
+
+TEST_F(Err, AsksTheSystemOnceForANumber)
+{
+    Err_NumberToText(EACCES);
+    Err_NumberToText(EACCES);
+    EXPECT_EQ(sSystemCalls, 1);
+}
+
+TEST_F(Err, AllocatesNothingForATextThatIsThere)
+{
+    Err_NumberToText(EACCES);
+    const long before = CountedBlocks::tMade;
+    Err_NumberToText(EACCES);
+    EXPECT_EQ(CountedBlocks::tMade, before);
+}
+
+TEST_F(Err, LeavesErrnoAlone)
+{
+    for (int call = 0; call < 2; call++) { // made, and there
+        errno = ENOSPC;
+        const char *text = Err_NumberToText(ENOENT);
+        EXPECT_EQ(errno, ENOSPC);
+        Err_NumberToText(9999);
+        EXPECT_EQ(errno, ENOSPC);
+        Err_TextToNumber(text);
+        EXPECT_EQ(errno, ENOSPC);
+        Err_CurrentText();
+        EXPECT_EQ(errno, ENOSPC);
+    }
+}
+
+TEST_F(Err, TellsTheCurrentError)
+{
+    errno = ENOTDIR;
+    EXPECT_EQ(Err_CurrentText(), Err_NumberToText(ENOTDIR));
+}
+
+TEST_F(Err, NumbersWhatItDoesNotKnow)
+{
+    sSystemText =
+        "no idea what that is"; // the hosts differ in their words, and are not asked twice
+    sSystemResult = EINVAL;
+    EXPECT_STREQ(Err_NumberToText(9999), "Unknown error 9999");
+    EXPECT_STREQ(Err_NumberToText(-1), "Unknown error -1");
+    EXPECT_STREQ(Err_NumberToText(0), "Unknown error 0");
+    EXPECT_STREQ(Err_NumberToText(INT_MAX), "Unknown error 2147483647");
+    EXPECT_STREQ(Err_NumberToText(INT_MIN), "Unknown error -2147483648");
+}
+
+TEST_F(Err, NumbersWhatThisSystemDoesNotKnow)
+{
+    EXPECT_STREQ(Err_NumberToText(9999), "Unknown error 9999");
+    EXPECT_STREQ(Err_NumberToText(-7), "Unknown error -7");
+}
+
+TEST_F(Err, TurnsATextIntoItsNumber)
+{
+    EXPECT_EQ(Err_TextToNumber(Err_NumberToText(ENOENT)), ENOENT);
+    EXPECT_EQ(Err_TextToNumber(Err_NumberToText(-7)), -7);
+    EXPECT_EQ(Err_TextToNumber(Err_NumberToText(INT_MIN)), INT_MIN);
+}
+
+TEST_F(Err, KnowsATextByItsAddressOnly)
+{
+    const std::string copy = Err_NumberToText(ENOENT);
+    EXPECT_EQ(Err_TextToNumber(copy.c_str()), -1);
+    EXPECT_EQ(Err_TextToNumber(nullptr), -1);
+}
+
+TEST_F(Err, KnowsNoTextBeforeTheFirst) { EXPECT_EQ(Err_TextToNumber("text"), -1); }
+
+TEST_F(Err, BeginsAnewAfterAShutdown)
+{
+    Err_NumberToText(ENOENT);
+    Err_Shutdown();
+    EXPECT_STREQ(Err_NumberToText(ENOENT), "No such file or directory");
+    EXPECT_EQ(sSystemCalls, 2);
+}
+
+// ---- Texts that were cut ----
+
+TEST_F(Err, KeepsWholeCharactersAtTheEnd)
+{
+    for (const std::string text : {"", "a", "text", "a\xC3\xA4", "a\xE2\x82\xAC",
+                                   "a\xF0\x9F\x98\x80", "\xC3\xA4", "\xE2\x82\xAC\xC3\xA4"}) {
+        EXPECT_EQ(Made(text), text);
+    }
+}
+
+TEST_F(Err, DropsAnIncompleteCharacterAtTheEnd)
+{
+    for (const std::string character : {"\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
+        for (size_t kept = 1; kept < character.size(); kept++) {
+            EXPECT_EQ(Made("text" + character.substr(0, kept)), "text") << kept;
+            EXPECT_EQ(Made(character.substr(0, kept)), "") << kept;
+        }
+    }
+}
+
+TEST_F(Err, DropsALeadByteWithTooManyBytesBehindIt)
+{
+    EXPECT_EQ(Made("text\xC3\xA4\xA4"), "text");
+    EXPECT_EQ(Made("text\xF0\x9F\x98\x80\x80"), "text");
+    EXPECT_EQ(Made("text\xFF" + std::string(200, '\x80')), "text");
+}
+
+TEST_F(Err, KeepsTheBytesBehindAnAsciiOne)
+{
+    EXPECT_EQ(Made("text\x80\x80"), "text\x80\x80") << "the text was not cut there";
+}
+
+TEST_F(Err, LooksNoFurtherBackThanTheFirstByte)
+{
+    EXPECT_EQ(Made("\x80\x80"), "");
+    EXPECT_EQ(Made("\x80"), "\x80") << "announces nothing, and nothing follows";
+}
+
+TEST_F(Err, DropsWhatTheBuffersEndCut)
+{
+    for (const std::string character : {"\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
+        for (size_t kept = 0; kept <= character.size(); kept++) {
+            const std::string ascii(2047 - kept, 'x');
+            const bool isWhole = kept == character.size();
+            EXPECT_EQ(Made(ascii + character), isWhole ? ascii + character : ascii) << kept;
+        }
+    }
+}
+
+TEST_F(Err, NumbersATextThatTheSystemSaysIsTooLong)
+{
+    sSystemText = std::string(3000, 'x');
+    sSystemResult = ERANGE;
+    EXPECT_STREQ(Err_NumberToText(5), "Unknown error 5");
+}
+
+TEST_F(Err, FormatsIntoTheCallersBuffer)
+{
+    char buffer[100];
+    EXPECT_EQ(ErrFormatSystemText(ENOENT, buffer, sizeof buffer), buffer);
+    EXPECT_STREQ(buffer, "No such file or directory");
+    EXPECT_EQ(ErrFormatSystemText(9999, buffer, sizeof buffer), buffer);
+    EXPECT_STREQ(buffer, "Unknown error 9999");
+}
+
+TEST_F(Err, NumbersATextThatDoesNotFit)
+{
+    char buffer[16];
+    EXPECT_STREQ(ErrFormatSystemText(ENOENT, buffer, sizeof buffer), "Unknown error 2");
+}
+
+// ---- Threads ----
+
+TEST_F(Err, GivesTheTextOfTheThreadThatWasFaster)
+{
+    Err_NumberToText(1); // both caches are there
+    const long before = CountedBlocks::sLive;
+    const char *others = nullptr;
+    CountedBlocks::tMeanwhile = [&] {
+        std::thread([&] { others = Err_NumberToText(ENOENT); }).join();
+    };
+    const char *text = Err_NumberToText(ENOENT);
+    EXPECT_EQ(text, others);
+    EXPECT_EQ(CountedBlocks::sLive - before, 4) << "one text, its entry, and one in each cache";
+    EXPECT_EQ(Err_TextToNumber(text), ENOENT);
+}
+
+TEST_F(Err, GivesAllThreadsTheSameTexts)
+{
+    constexpr int THREADS = 4, NUMBERS = 200;
+    std::vector<std::vector<const char *>> texts(THREADS);
+    std::barrier start(THREADS);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < THREADS; i++) {
+        threads.emplace_back([&, i] {
+            start.arrive_and_wait();
+            for (int number = 0; number < NUMBERS; number++) {
+                const char *text = Err_NumberToText(number);
+                EXPECT_EQ(Err_TextToNumber(text), number);
+                texts[i].push_back(text);
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(texts, testing::Each(texts[0]));
+}
+
+TEST(ErrDeathTest, EndsTheProcessWithoutMemory)
+{
+    for (long refused = 0; refused < 8; refused++) { // caches, entry, text, entries of the caches
+        EXPECT_PANIC(
+            {
+                Err_Shutdown();
+                CountedBlocks::tRefused = refused;
+                Err_NumberToText(ENOENT);
+            },
+            "Unrecoverable memory allocation failure\n");
+    }
+}
+
+} // namespace

@@ -1,0 +1,370 @@
+#include "hashTable.h"
+
+#include "countedBlocks.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+#include <memory>
+#include <numeric>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct FreeTable {
+    void operator()(HashTable *table) const { HashTable_Free(table); }
+};
+using ScopedTable = std::unique_ptr<HashTable, FreeTable>;
+
+constexpr int COPYING = HASH_STRING_KEY | HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY;
+constexpr int INTEGERS = HASH_INT_KEY | HASH_FLAG_ATOMIC;
+constexpr int THREADS = 4;
+
+void *Value(uintptr_t number) { return reinterpret_cast<void *>(number); }
+const void *IntKey(uintptr_t number) { return reinterpret_cast<const void *>(number); }
+
+uintptr_t At(const ScopedTable &table, const void *key)
+{
+    void *value = nullptr;
+    EXPECT_TRUE(HashTable_Lookup(table.get(), key, &value));
+    return reinterpret_cast<uintptr_t>(value);
+}
+
+size_t CountByWalking(const ScopedTable &table)
+{
+    size_t count = 0;
+    HashTable_ForEach(
+        table.get(),
+        [](const void *, void *, void *userData) {
+            ++*static_cast<size_t *>(userData);
+            return 0;
+        },
+        &count);
+    return count;
+}
+
+// Runs body(0) to body(THREADS - 1) at once.
+template <typename Body> void Together(Body body)
+{
+    std::barrier start(THREADS);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < THREADS; i++) {
+        threads.emplace_back([&, i] {
+            start.arrive_and_wait();
+            body(i);
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+}
+
+// ---- Another thread comes between the look at the chain and the entry's publication ----
+
+// Has another thread do this while the next block is allocated, which is just then.
+template <typename Deed> void Meanwhile(Deed deed)
+{
+    CountedBlocks::tMeanwhile = [deed] { std::thread(deed).join(); };
+}
+
+class HashTableOvertaken : public testing::Test {
+protected:
+    // Another thread enters the key under test meanwhile.
+    void EnterMeanwhile(const char *key, uintptr_t value)
+    {
+        Meanwhile(
+            [this, key, value] { EXPECT_TRUE(HashTable_Insert(mTable.get(), key, Value(value))); });
+    }
+    const long mBefore = CountedBlocks::sLive;
+    ScopedTable mTable{HashTable_Alloc(1, COPYING, nullptr)};
+    static constexpr long TABLE = 2, ENTRY = 2; // blocks
+};
+
+TEST_F(HashTableOvertaken, InsertTellsThatTheKeyIsThere)
+{
+    EnterMeanwhile("key", 2);
+    EXPECT_FALSE(HashTable_Insert(mTable.get(), "key", Value(1)));
+    EXPECT_EQ(At(mTable, "key"), 2u);
+    EXPECT_EQ(CountByWalking(mTable), 1u);
+    EXPECT_EQ(HashTable_GetNumElements(mTable.get()), 1u);
+}
+
+TEST_F(HashTableOvertaken, TheLosersEntryAndKeyAreReleased)
+{
+    EnterMeanwhile("key", 2);
+    HashTable_Insert(mTable.get(), "key", Value(1));
+    EXPECT_EQ(CountedBlocks::sLive - mBefore, TABLE + ENTRY);
+}
+
+TEST_F(HashTableOvertaken, LookupOrInsertGivesTheOthersValue)
+{
+    EnterMeanwhile("key", 2);
+    EXPECT_EQ(HashTable_LookupOrInsert(mTable.get(), "key", Value(1)), Value(2));
+    EXPECT_EQ(CountedBlocks::sLive - mBefore, TABLE + ENTRY);
+}
+
+TEST_F(HashTableOvertaken, ReplaceOrInsertReplacesTheOthersValue)
+{
+    EnterMeanwhile("key", 2);
+    EXPECT_TRUE(HashTable_ReplaceOrInsert(mTable.get(), "key", Value(1)));
+    EXPECT_EQ(At(mTable, "key"), 1u);
+    EXPECT_EQ(CountedBlocks::sLive - mBefore, TABLE + ENTRY);
+}
+
+TEST_F(HashTableOvertaken, InsertTriesAgainBehindAnotherKey)
+{
+    EnterMeanwhile("other", 2);
+    const long made = CountedBlocks::tMade;
+    EXPECT_TRUE(HashTable_Insert(mTable.get(), "key", Value(1)));
+    EXPECT_EQ(CountedBlocks::tMade - made, ENTRY) << "with the same entry";
+    EXPECT_EQ(At(mTable, "key"), 1u);
+    EXPECT_EQ(At(mTable, "other"), 2u);
+    EXPECT_EQ(HashTable_GetNumElements(mTable.get()), 2u);
+    EXPECT_EQ(CountedBlocks::sLive - mBefore, TABLE + 2 * ENTRY);
+}
+
+TEST(HashTableAllocOnce, GivesTheTableOfWhoWasFaster)
+{
+    HashTable *shared = nullptr;
+    HashTable *others = nullptr;
+    const long before = CountedBlocks::sLive;
+    Meanwhile([&] { others = HashTable_AllocOnce(&shared, 16, INTEGERS, nullptr); });
+    EXPECT_EQ(HashTable_AllocOnce(&shared, 16, INTEGERS, nullptr), others);
+    EXPECT_EQ(shared, others);
+    EXPECT_NE(others, nullptr);
+    EXPECT_EQ(CountedBlocks::sLive - before, 2) << "the other table is released";
+    HashTable_Free(shared);
+}
+
+// ---- Many at once ----
+
+TEST(HashTableAllocOnce, GivesAllThreadsOneTable)
+{
+    for (int round = 0; round < 200; round++) {
+        const long before = CountedBlocks::sLive;
+        HashTable *shared = nullptr;
+        std::vector<HashTable *> received(THREADS);
+        Together([&](int i) {
+            received[i] = HashTable_AllocOnce(&shared, 4, INTEGERS, nullptr);
+            HashTable_Insert(received[i], IntKey(i), nullptr);
+        });
+        EXPECT_THAT(received, testing::Each(shared));
+        HashTable_Free(shared);
+        EXPECT_EQ(CountedBlocks::sLive, before);
+    }
+}
+
+TEST(HashTableThreads, EveryKeyHasOneInserter)
+{
+    constexpr int KEYS = 20000;
+    std::vector<std::string> keys;
+    for (int i = 0; i < KEYS; i++) {
+        keys.push_back("key number " + std::to_string(i));
+    }
+    const long before = CountedBlocks::sLive;
+    ScopedTable table(HashTable_Alloc(1024, COPYING, nullptr));
+    std::atomic<int> inserted{0};
+    Together([&](int thread) {
+        for (const std::string &key : keys) {
+            if (HashTable_Insert(table.get(), key.c_str(), Value(thread + 1))) { inserted++; }
+            EXPECT_NE(At(table, key.c_str()), 0u);
+        }
+    });
+    EXPECT_EQ(inserted, KEYS);
+    EXPECT_EQ(CountByWalking(table), static_cast<size_t>(KEYS));
+    EXPECT_LE(HashTable_GetNumElements(table.get()), static_cast<size_t>(KEYS));
+    table.reset();
+    EXPECT_EQ(CountedBlocks::sLive, before) << "the losers' blocks included";
+}
+
+TEST(HashTableThreads, EntriesThatWereNotCountedDoNotTurnTheCountOver)
+{
+    constexpr uintptr_t KEYS = 100000; // for each thread
+    const ScopedTable table(HashTable_Alloc(1U << 18, INTEGERS, nullptr));
+    Together([&](int thread) {
+        for (uintptr_t i = 0; i < KEYS; i++) {
+            HashTable_Insert(table.get(), IntKey(i * THREADS + static_cast<uintptr_t>(thread)),
+                             nullptr);
+        }
+    });
+    EXPECT_EQ(CountByWalking(table), KEYS * THREADS);
+    for (uintptr_t key = 0; key < KEYS * THREADS; key++) {
+        EXPECT_TRUE(HashTable_Delete(table.get(), IntKey(key)));
+    }
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 0u);
+}
+
+TEST(HashTableThreads, EveryKeyHasOneValue)
+{
+    constexpr int KEYS = 20000;
+    const ScopedTable table(HashTable_Alloc(1024, INTEGERS, nullptr));
+    std::vector<std::vector<void *>> received(THREADS);
+    Together([&](int thread) {
+        for (uintptr_t key = 0; key < KEYS; key++) {
+            void *mine = Value(key * THREADS + thread + 1);
+            received[thread].push_back(HashTable_LookupOrInsert(table.get(), IntKey(key), mine));
+        }
+    });
+    EXPECT_THAT(received, testing::Each(received[0]));
+}
+
+std::atomic<uintptr_t> sDroppedSum;
+void SumDropped(void *value) { sDroppedSum += reinterpret_cast<uintptr_t>(value); }
+
+TEST(HashTableThreads, EveryReplacedValueIsDroppedOnce)
+{
+    constexpr uintptr_t ROUNDS = 200000;
+    sDroppedSum = 0;
+    std::atomic<uintptr_t> stored{0};
+    ScopedTable table(HashTable_Alloc(16, INTEGERS, SumDropped));
+    Together([&](int thread) {
+        uintptr_t sum = 0;
+        for (uintptr_t i = 1; i <= ROUNDS; i++) {
+            const uintptr_t value = i * THREADS + static_cast<uintptr_t>(thread);
+            HashTable_ReplaceOrInsert(table.get(), IntKey(7), Value(value));
+            sum += value;
+        }
+        stored += sum;
+    });
+    table.reset(); // drops the last ones
+    EXPECT_EQ(sDroppedSum, stored);
+}
+
+TEST(HashTableThreads, NoReplacementOfAnExpectedValueIsLost)
+{
+    constexpr uintptr_t ROUNDS = 5000;
+    const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));
+    HashTable_Insert(table.get(), IntKey(1), Value(0));
+    Together([&](int) {
+        for (uintptr_t i = 0; i < ROUNDS; i++) {
+            uintptr_t now = 0;
+            do {
+                now = At(table, IntKey(1));
+            } while (!HashTable_ReplaceIfEqual(table.get(), IntKey(1), Value(now), Value(now + 1)));
+        }
+    });
+    EXPECT_EQ(At(table, IntKey(1)), THREADS * ROUNDS);
+}
+
+TEST(HashTableThreads, WhatAValuePointsToIsThereForWhoFindsIt)
+{
+    constexpr uintptr_t KEYS = 5000;
+    struct Pair {
+        uintptr_t number, doubled;
+    };
+    std::vector<Pair> pairs(KEYS), replacements(KEYS);
+    const ScopedTable table(HashTable_Alloc(1024, INTEGERS, nullptr));
+    std::atomic<size_t> wrong{0}, found{0};
+    Together([&](int thread) {
+        for (uintptr_t key = 0; key < KEYS; key++) {
+            if (thread == 0) {
+                pairs[key] = {key, 2 * key};
+                HashTable_Insert(table.get(), IntKey(key), &pairs[key]);
+                replacements[key] = {key, 2 * key};
+                if (key % 2 == 0) {
+                    HashTable_ReplaceOrInsert(table.get(), IntKey(key), &replacements[key]);
+                } else {
+                    HashTable_ReplaceIfEqual(table.get(), IntKey(key), &pairs[key],
+                                             &replacements[key]);
+                }
+                continue;
+            }
+            void *value = nullptr;
+            if (!HashTable_Lookup(table.get(), IntKey(key), &value)) {
+                std::this_thread::yield(); // not there yet
+                continue;
+            }
+            const Pair pair = *static_cast<Pair *>(value);
+            wrong += pair.number != key || pair.doubled != 2 * key;
+            found++;
+        }
+    });
+    EXPECT_EQ(wrong, 0u);
+    RecordProperty("found", static_cast<int>(found));
+}
+
+TEST(HashTableThreads, AWalkSeesWhatWasThereAndNothingTwice)
+{
+    constexpr uintptr_t KEYS = 3000;
+    const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));
+    std::atomic<uintptr_t> entered{0}; // keys below this are there
+    Together([&](int thread) {
+        if (thread == 0) {
+            for (uintptr_t key = 0; key < KEYS; key++) {
+                HashTable_Insert(table.get(), IntKey(key), Value(key));
+                entered = key + 1;
+            }
+            return;
+        }
+        for (uintptr_t before = 0; before < KEYS;) {
+            before = entered;
+            std::set<uintptr_t> walked;
+            HashTable_ForEach(
+                table.get(),
+                [](const void *key, void *, void *userData) {
+                    auto *seen = static_cast<std::set<uintptr_t> *>(userData);
+                    EXPECT_TRUE(seen->insert(reinterpret_cast<uintptr_t>(key)).second);
+                    return 0;
+                },
+                &walked);
+            EXPECT_GE(std::distance(walked.begin(), walked.lower_bound(before)),
+                      static_cast<ptrdiff_t>(before));
+        }
+    });
+}
+
+TEST(HashTableThreads, AnArrayIsFullWhileKeysAreEntered)
+{
+    constexpr uintptr_t KEYS = 3000;
+    const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));
+    std::atomic<bool> isDone{false};
+    Together([&](int thread) {
+        if (thread < 2) { // these race, and the count may suffer
+            for (uintptr_t key = 1; key <= KEYS; key++) {
+                HashTable_Insert(table.get(), IntKey(2 * key + thread), Value(key));
+            }
+            isDone = true;
+            return;
+        }
+        while (!isDone) {
+            const void **keys = nullptr;
+            size_t size = 0;
+            HashTable_KeyArray(table.get(), &keys, &size);
+            const std::set<const void *> distinct(keys, keys + size);
+            EXPECT_EQ(distinct.size(), size);
+            EXPECT_EQ(distinct.count(nullptr), 0u);
+            free(keys);
+        }
+    });
+}
+
+TEST(HashTableThreads, ReadersAllocateNothingWhileAnotherInserts)
+{
+    constexpr uintptr_t LOOKUPS = 1'000'000;
+    const ScopedTable table(HashTable_Alloc(2048, COPYING, nullptr));
+    HashTable_Insert(table.get(), "key", Value(1));
+    std::atomic<bool> isDone{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 20000 && !isDone; i++) {
+            HashTable_Insert(table.get(), std::to_string(i).c_str(), Value(1));
+        }
+    });
+    const long before = CountedBlocks::tMade;
+    uintptr_t found = 0;
+    for (uintptr_t i = 0; i < LOOKUPS; i++) {
+        void *value = nullptr;
+        HashTable_Lookup(table.get(), "key", &value);
+        found += reinterpret_cast<uintptr_t>(value);
+    }
+    isDone = true;
+    writer.join();
+    EXPECT_EQ(found, LOOKUPS);
+    EXPECT_EQ(CountedBlocks::tMade, before);
+}
+
+} // namespace

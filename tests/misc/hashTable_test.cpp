@@ -1,0 +1,694 @@
+#include "hashTable.h"
+
+#include "countedBlocks.h"
+#include "panic.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// What tolower() is said to make of '_', unless that is '_'.
+static int sLowerUnderscore = '_';
+static bool sLoweredASignedByte;
+
+extern "C" {
+int __real_tolower(int byte);
+int __wrap_tolower(int byte)
+{
+    sLoweredASignedByte |= byte < 0;
+    return byte == '_' ? sLowerUnderscore : __real_tolower(byte);
+}
+}
+
+namespace {
+
+struct FreeTable {
+    void operator()(HashTable *table) const { HashTable_Free(table); }
+};
+using ScopedTable = std::unique_ptr<HashTable, FreeTable>;
+
+ScopedTable MakeTable(uint32_t numEntries, int flags, HashTableFreeEntryFn freeEntryFn = nullptr)
+{
+    return ScopedTable(HashTable_Alloc(numEntries, flags, freeEntryFn));
+}
+
+void *Value(uintptr_t number) { return reinterpret_cast<void *>(number); }
+const void *IntKey(uintptr_t number) { return reinterpret_cast<const void *>(number); }
+
+// Values that the table has dropped, in order.
+std::vector<void *> sDropped;
+void NoteDropped(void *value) { sDropped.push_back(value); }
+
+std::vector<const void *> Keys(const ScopedTable &table)
+{
+    const void **keys = nullptr;
+    size_t size = 0;
+    HashTable_KeyArray(table.get(), &keys, &size);
+    std::vector<const void *> all(keys, keys + size);
+    free(keys);
+    return all;
+}
+
+std::vector<std::string> StringKeys(const ScopedTable &table)
+{
+    std::vector<std::string> all;
+    for (const void *key : Keys(table)) {
+        all.emplace_back(static_cast<const char *>(key));
+    }
+    return all;
+}
+
+// The value under the key, or a number that no test stores.
+constexpr uintptr_t ABSENT = 987654321;
+uintptr_t At(const ScopedTable &table, const void *key)
+{
+    void *value = Value(ABSENT);
+    const bool isThere = HashTable_Lookup(table.get(), key, &value);
+    EXPECT_EQ(isThere, value != Value(ABSENT));
+    return reinterpret_cast<uintptr_t>(value);
+}
+
+// ---- Which bucket: the plain form of what the library computes in larger steps ----
+
+uint32_t PlainStringHash(const std::string &key)
+{
+    uint32_t hash = 0;
+    for (const char byte : key) {
+        hash = std::rotl(hash ^ static_cast<unsigned char>(byte), 5);
+    }
+    return hash;
+}
+
+uint32_t PlainIntHash(uint64_t key) { return static_cast<uint32_t>(key >> 32 ^ key) * 48271U; }
+
+uint32_t PlainFold(uint32_t hash, uint32_t numBits)
+{
+    const uint32_t mask = ~(~uint32_t{0} << numBits);
+    while (hash > mask) {
+        hash = (hash >> numBits) ^ (hash & mask);
+    }
+    return hash;
+}
+
+TEST(PlainHash, GivesTheKnownBucket)
+{
+    EXPECT_EQ(PlainStringHash("a"), 3104u);
+    EXPECT_EQ(PlainFold(3104, 7), 56u);
+}
+
+// The order of a walk over these keys, entered in turn, when their hashes are these.
+template <typename Key>
+std::vector<Key> WalkOrder(const std::vector<Key> &keys, const std::vector<uint32_t> &hashes,
+                           uint32_t numBits)
+{
+    std::vector<std::pair<uint32_t, size_t>> places;
+    for (size_t i = 0; i < keys.size(); i++) {
+        places.emplace_back(PlainFold(hashes[i], numBits), keys.size() - i); // the latest first
+    }
+    std::sort(places.begin(), places.end());
+    std::vector<Key> ordered;
+    for (const auto &[bucket, fromTheEnd] : places) {
+        ordered.push_back(keys[keys.size() - fromTheEnd]);
+    }
+    return ordered;
+}
+
+std::string RandomString(std::mt19937 &random, size_t length)
+{
+    std::string text;
+    while (text.size() < length) {
+        text += static_cast<char>(1 + random() % 255);
+    }
+    return text;
+}
+
+std::vector<std::string> RandomStrings(std::mt19937 &random, size_t count)
+{
+    std::set<std::string> texts;
+    while (texts.size() < count) {
+        texts.insert(RandomString(random, random() % 70));
+    }
+    std::vector<std::string> shuffled(texts.begin(), texts.end());
+    std::shuffle(shuffled.begin(), shuffled.end(), random);
+    return shuffled;
+}
+
+class HashTableBuckets : public testing::TestWithParam<uint32_t> {
+protected:
+    std::mt19937 mRandom{GetParam()};
+    const uint32_t mNumBits = GetParam();
+    const uint32_t mNumEntries = 1U << mNumBits;
+};
+
+TEST_P(HashTableBuckets, AreThePlainOnesForStrings)
+{
+    const std::vector<std::string> keys = RandomStrings(mRandom, 3000);
+    std::vector<uint32_t> hashes;
+    const ScopedTable table = MakeTable(mNumEntries, HASH_STRING_KEY);
+    for (const std::string &key : keys) {
+        hashes.push_back(PlainStringHash(key));
+        HashTable_Insert(table.get(), key.c_str(), nullptr);
+    }
+    EXPECT_TRUE(StringKeys(table) == WalkOrder(keys, hashes, mNumBits));
+}
+
+TEST_P(HashTableBuckets, AreThePlainOnesForIntegers)
+{
+    std::set<const void *> distinct;
+    while (distinct.size() < 3000) {
+        const uint64_t key = uint64_t{mRandom()} << 32 | mRandom();
+        distinct.insert(IntKey(key >> mRandom() % 64));
+    }
+    const std::vector<const void *> keys(distinct.begin(), distinct.end());
+    std::vector<uint32_t> hashes;
+    const ScopedTable table = MakeTable(mNumEntries, HASH_INT_KEY);
+    for (const void *key : keys) {
+        hashes.push_back(PlainIntHash(reinterpret_cast<uintptr_t>(key)));
+        HashTable_Insert(table.get(), key, nullptr);
+    }
+    EXPECT_TRUE(Keys(table) == WalkOrder(keys, hashes, mNumBits));
+}
+
+TEST_P(HashTableBuckets, AreThePlainOnesForCaselessStrings)
+{
+    std::vector<std::string> keys;
+    std::vector<uint32_t> hashes;
+    const ScopedTable table = MakeTable(mNumEntries, HASH_ISTRING_KEY | HASH_FLAG_COPYKEY);
+    for (const std::string &key : RandomStrings(mRandom, 1000)) {
+        if (!HashTable_Insert(table.get(), key.c_str(), nullptr)) { continue; }
+        std::string lowered = key;
+        for (char &byte : lowered) {
+            byte = static_cast<char>(__real_tolower(static_cast<unsigned char>(byte)));
+        }
+        keys.push_back(key);
+        hashes.push_back(PlainStringHash(lowered));
+    }
+    EXPECT_TRUE(StringKeys(table) == WalkOrder(keys, hashes, mNumBits));
+}
+
+INSTANTIATE_TEST_SUITE_P(NumBits, HashTableBuckets, testing::Range(1U, 21U));
+
+// The number of the key's bucket: how many come before it in a table with a key in each of the 128.
+size_t BucketOf128(int keyType, const char *key)
+{
+    const ScopedTable table = MakeTable(128, keyType | HASH_FLAG_COPYKEY);
+    std::set<uint32_t> taken;
+    for (int i = 0; taken.size() < 128; i++) {
+        const std::string filler = "filler" + std::to_string(i);
+        if (taken.insert(PlainFold(PlainStringHash(filler), 7)).second) {
+            HashTable_Insert(table.get(), filler.c_str(), nullptr);
+        }
+    }
+    HashTable_Insert(table.get(), key, nullptr);
+    const std::vector<std::string> keys = StringKeys(table);
+    return static_cast<size_t>(std::find(keys.begin(), keys.end(), key) - keys.begin());
+}
+
+TEST(HashTable, PutsTheLetterAIntoBucket56Of128)
+{
+    EXPECT_EQ(BucketOf128(HASH_STRING_KEY, "a"), 56u);
+}
+
+TEST(HashTable, PutsTheEmptyStringIntoTheFirstBucket)
+{
+    EXPECT_EQ(BucketOf128(HASH_STRING_KEY, ""), 0u);
+    EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, ""), 0u);
+}
+
+TEST(HashTable, PutsBothCasesIntoOneBucketWhenCaseDoesNotCount)
+{
+    EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, "UTF-8"), BucketOf128(HASH_ISTRING_KEY, "utf-8"));
+    EXPECT_NE(BucketOf128(HASH_STRING_KEY, "UTF-8"), BucketOf128(HASH_STRING_KEY, "utf-8"));
+}
+
+TEST(HashTable, TellsStringsOfOneHashApart)
+{
+    ASSERT_EQ(PlainStringHash("aA"), PlainStringHash("`a"));
+    const ScopedTable table = MakeTable(128, HASH_STRING_KEY);
+    HashTable_Insert(table.get(), "aA", Value(1));
+    EXPECT_EQ(At(table, "`a"), ABSENT);
+    HashTable_Insert(table.get(), "`a", Value(2));
+    EXPECT_EQ(At(table, "aA"), 1u);
+}
+
+// ---- Case ----
+
+TEST(HashTable, TellsStringsApartByTheirCase)
+{
+    const ScopedTable table = MakeTable(128, HASH_STRING_KEY);
+    EXPECT_TRUE(HashTable_Insert(table.get(), "UTF-8", Value(1)));
+    EXPECT_TRUE(HashTable_Insert(table.get(), "utf-8", Value(2)));
+    EXPECT_EQ(At(table, "UTF-8"), 1u);
+}
+
+TEST(HashTable, TakesBothCasesForOneKeyWhenCaseDoesNotCount)
+{
+    const ScopedTable table = MakeTable(128, HASH_ISTRING_KEY);
+    EXPECT_TRUE(HashTable_Insert(table.get(), "UTF-8", Value(1)));
+    EXPECT_FALSE(HashTable_Insert(table.get(), "utf-8", Value(2)));
+    EXPECT_EQ(At(table, "uTf-8"), 1u);
+}
+
+TEST(HashTable, LowersByTheLocale)
+{
+    sLowerUnderscore = 'q';
+    EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, "a_b"), BucketOf128(HASH_STRING_KEY, "aqb"));
+    sLowerUnderscore = '_';
+    EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, "a_b"), BucketOf128(HASH_STRING_KEY, "a_b"));
+}
+
+TEST(HashTable, HashesNoFurtherThanAByteThatIsLoweredToZero)
+{
+    sLowerUnderscore = 0;
+    EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, "ab_cd"), BucketOf128(HASH_STRING_KEY, "ab"));
+    sLowerUnderscore = '_';
+}
+
+TEST(HashTable, LowersBytesAsUnsigned)
+{
+    sLoweredASignedByte = false;
+    EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, "\xC3\xFF\x80"),
+              BucketOf128(HASH_STRING_KEY, "\xC3\xFF\x80"));
+    EXPECT_FALSE(sLoweredASignedByte);
+}
+
+// ---- Creation ----
+
+TEST(HashTableDeathTest, TakesPowersOfTwoOnly)
+{
+    for (const uint32_t numEntries : {48U, 3U, 127U, 0xFFFFFFFFU, 0U}) {
+        EXPECT_PANIC(HashTable_Alloc(numEntries, HASH_STRING_KEY, nullptr),
+                     "HashTable_Alloc only takes powers of 2 \n");
+    }
+}
+
+TEST(HashTableDeathTest, TakesNoPowersOfTwoOnlyForASharedTableThatIsMade)
+{
+    HashTable *shared = nullptr;
+    EXPECT_PANIC(HashTable_AllocOnce(&shared, 48, HASH_STRING_KEY, nullptr),
+                 "HashTable_Alloc only takes powers of 2 \n");
+}
+
+class UnknownKeyType : public testing::TestWithParam<int> {};
+using UnknownKeyTypeDeathTest = UnknownKeyType;
+
+TEST_P(UnknownKeyTypeDeathTest, EndsTheProcessAtTheFirstKey)
+{
+    const char report[] = "NOT_REACHED lib/misc/hashTable:108\n";
+    HashTable *table = HashTable_Alloc(16, GetParam() | HASH_FLAG_COPYKEY, nullptr);
+    EXPECT_EQ(HashTable_GetNumElements(table), 0u) << "made and asked without a key";
+    EXPECT_PANIC(HashTable_Lookup(table, "key", nullptr), report);
+    EXPECT_PANIC(HashTable_Insert(table, "key", nullptr), report);
+    EXPECT_PANIC(HashTable_Delete(table, "key"), report);
+    EXPECT_PANIC(HashTable_ReplaceIfEqual(table, "key", nullptr, nullptr), report);
+    HashTable_Free(table);
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, UnknownKeyTypeDeathTest, testing::Range(3, 8));
+
+TEST(HashTable, IgnoresFlagsThatHaveNoMeaning)
+{
+    const ScopedTable table = MakeTable(16, HASH_INT_KEY | ~31);
+    HashTable_Insert(table.get(), IntKey(5), Value(6));
+    EXPECT_EQ(At(table, IntKey(5)), 6u);
+}
+
+TEST(HashTable, KeepsIntegersAsTheyAreWhenAskedToCopyKeys)
+{
+    const ScopedTable table = MakeTable(16, HASH_INT_KEY | HASH_FLAG_COPYKEY);
+    HashTable_Insert(table.get(), IntKey(5), Value(6));
+    EXPECT_THAT(Keys(table), ElementsAre(IntKey(5)));
+    EXPECT_TRUE(HashTable_Delete(table.get(), IntKey(5)));
+}
+
+TEST(HashTable, TellsIntegersOfAllBitsApart)
+{
+    const ScopedTable table = MakeTable(2, HASH_INT_KEY);
+    for (int bit = 0; bit < 64; bit++) {
+        EXPECT_TRUE(HashTable_Insert(table.get(), IntKey(uintptr_t{1} << bit), Value(bit)));
+    }
+    for (int bit = 0; bit < 64; bit++) {
+        EXPECT_EQ(At(table, IntKey(uintptr_t{1} << bit)), static_cast<uintptr_t>(bit));
+    }
+}
+
+TEST(HashTable, IsAListWhenItHasOneBucket)
+{
+    for (const int keyType : {HASH_STRING_KEY, HASH_ISTRING_KEY}) {
+        const ScopedTable table = MakeTable(1, keyType);
+        HashTable_Insert(table.get(), "", Value(1));
+        HashTable_Insert(table.get(), "some", Value(2));
+        HashTable_Insert(table.get(), "key", Value(3));
+        EXPECT_THAT(StringKeys(table), ElementsAre("key", "some", ""));
+        EXPECT_EQ(At(table, "some"), 2u);
+        EXPECT_EQ(At(table, "other"), ABSENT);
+    }
+    const ScopedTable table = MakeTable(1, HASH_INT_KEY);
+    HashTable_Insert(table.get(), IntKey(77), Value(1));
+    EXPECT_EQ(At(table, IntKey(77)), 1u);
+}
+
+// ---- Every operation, with and without atomics and copies ----
+
+class HashTableOfEachKind : public testing::TestWithParam<int> {
+protected:
+    HashTableOfEachKind() { sDropped.clear(); }
+    ScopedTable Make(HashTableFreeEntryFn freeEntryFn = nullptr, uint32_t numEntries = 2)
+    {
+        return MakeTable(numEntries, HASH_STRING_KEY | GetParam(), freeEntryFn);
+    }
+};
+
+TEST_P(HashTableOfEachKind, StartsEmpty)
+{
+    const ScopedTable table = Make();
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 0u);
+    EXPECT_FALSE(HashTable_Lookup(table.get(), "key", nullptr));
+}
+
+TEST_P(HashTableOfEachKind, LeavesThePlaceForTheValueAloneWhenTheKeyIsAbsent)
+{
+    const ScopedTable table = Make();
+    HashTable_Insert(table.get(), "key", Value(1));
+    void *value = Value(7);
+    EXPECT_FALSE(HashTable_Lookup(table.get(), "other", &value));
+    EXPECT_EQ(value, Value(7));
+    EXPECT_FALSE(HashTable_Remove(table.get(), "other", &value));
+    EXPECT_EQ(value, Value(7));
+}
+
+TEST_P(HashTableOfEachKind, FindsWhatWasInserted)
+{
+    const ScopedTable table = Make();
+    EXPECT_TRUE(HashTable_Insert(table.get(), "key", Value(1)));
+    EXPECT_TRUE(HashTable_Lookup(table.get(), "key", nullptr)) << "no place for the value needed";
+    EXPECT_EQ(At(table, "key"), 1u);
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 1u);
+}
+
+TEST_P(HashTableOfEachKind, HoldsNull)
+{
+    const ScopedTable table = Make();
+    EXPECT_EQ(HashTable_LookupOrInsert(table.get(), "key", nullptr), nullptr);
+    EXPECT_EQ(At(table, "key"), 0u);
+}
+
+TEST_P(HashTableOfEachKind, InsertsAPresentKeyNoSecondTime)
+{
+    const ScopedTable table = Make(NoteDropped);
+    HashTable_Insert(table.get(), "key", Value(1));
+    EXPECT_FALSE(HashTable_Insert(table.get(), "key", Value(2)));
+    EXPECT_EQ(At(table, "key"), 1u);
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 1u);
+    EXPECT_THAT(sDropped, IsEmpty());
+}
+
+TEST_P(HashTableOfEachKind, LooksUpOrInserts)
+{
+    const ScopedTable table = Make(NoteDropped);
+    EXPECT_EQ(HashTable_LookupOrInsert(table.get(), "key", Value(1)), Value(1));
+    EXPECT_EQ(HashTable_LookupOrInsert(table.get(), "key", Value(2)), Value(1));
+    EXPECT_EQ(At(table, "key"), 1u);
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 1u);
+    EXPECT_THAT(sDropped, IsEmpty());
+}
+
+TEST_P(HashTableOfEachKind, ReplacesOrInserts)
+{
+    const ScopedTable table = Make();
+    EXPECT_FALSE(HashTable_ReplaceOrInsert(table.get(), "key", Value(1)));
+    EXPECT_TRUE(HashTable_ReplaceOrInsert(table.get(), "key", Value(2)));
+    EXPECT_EQ(At(table, "key"), 2u);
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 1u);
+}
+
+TEST_P(HashTableOfEachKind, DropsTheValueThatIsReplaced)
+{
+    const ScopedTable table = Make(NoteDropped);
+    HashTable_ReplaceOrInsert(table.get(), "key", Value(1));
+    EXPECT_THAT(sDropped, IsEmpty());
+    HashTable_ReplaceOrInsert(table.get(), "key", Value(2));
+    EXPECT_THAT(sDropped, ElementsAre(Value(1)));
+    EXPECT_EQ(At(table, "key"), 2u);
+}
+
+TEST_P(HashTableOfEachKind, ReplacesTheExpectedValueOnly)
+{
+    const ScopedTable table = Make(NoteDropped);
+    HashTable_Insert(table.get(), "key", Value(1));
+    EXPECT_FALSE(HashTable_ReplaceIfEqual(table.get(), "key", Value(2), Value(3)));
+    EXPECT_EQ(At(table, "key"), 1u);
+    EXPECT_THAT(sDropped, IsEmpty());
+    EXPECT_TRUE(HashTable_ReplaceIfEqual(table.get(), "key", Value(1), Value(3)));
+    EXPECT_EQ(At(table, "key"), 3u);
+    EXPECT_THAT(sDropped, ElementsAre(Value(1)));
+}
+
+TEST_P(HashTableOfEachKind, ReplacesTheExpectedValueWithNobodyToDropTo)
+{
+    const ScopedTable table = Make();
+    HashTable_Insert(table.get(), "key", Value(1));
+    EXPECT_TRUE(HashTable_ReplaceIfEqual(table.get(), "key", Value(1), Value(3)));
+    EXPECT_EQ(At(table, "key"), 3u);
+}
+
+TEST_P(HashTableOfEachKind, ReplacesNothingUnderAnAbsentKey)
+{
+    const ScopedTable table = Make();
+    EXPECT_FALSE(HashTable_ReplaceIfEqual(table.get(), "key", nullptr, Value(3)));
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 0u);
+}
+
+TEST_P(HashTableOfEachKind, HandsARemovedValueOver)
+{
+    const ScopedTable table = Make(NoteDropped);
+    HashTable_Insert(table.get(), "key", Value(1));
+    void *value = nullptr;
+    EXPECT_TRUE(HashTable_Remove(table.get(), "key", &value));
+    EXPECT_EQ(value, Value(1));
+    EXPECT_THAT(sDropped, IsEmpty());
+    EXPECT_EQ(At(table, "key"), ABSENT);
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 0u);
+}
+
+TEST_P(HashTableOfEachKind, DropsARemovedValueThatNobodyTakes)
+{
+    const ScopedTable table = Make(NoteDropped);
+    HashTable_Insert(table.get(), "one", Value(1));
+    HashTable_Insert(table.get(), "two", Value(2));
+    EXPECT_TRUE(HashTable_Delete(table.get(), "one"));
+    EXPECT_TRUE(HashTable_Remove(table.get(), "two", nullptr));
+    EXPECT_THAT(sDropped, ElementsAre(Value(1), Value(2)));
+    EXPECT_FALSE(HashTable_Delete(table.get(), "one")) << "it is gone";
+}
+
+TEST_P(HashTableOfEachKind, KeepsTheRestOfAChain)
+{
+    for (const char *gone : {"a", "b", "c"}) { // the last, the middle and the head of the chain
+        const ScopedTable table = Make(nullptr, 1);
+        std::vector<std::string> left{"c", "b", "a"};
+        for (const char *key : {"a", "b", "c"}) {
+            HashTable_Insert(table.get(), key, nullptr);
+        }
+        EXPECT_TRUE(HashTable_Delete(table.get(), gone));
+        std::erase(left, gone);
+        EXPECT_EQ(StringKeys(table), left);
+        EXPECT_EQ(HashTable_GetNumElements(table.get()), 2u);
+    }
+}
+
+TEST_P(HashTableOfEachKind, DropsEverythingWhenCleared)
+{
+    const ScopedTable table = Make(NoteDropped, 1);
+    HashTable_Insert(table.get(), "one", Value(1));
+    HashTable_Insert(table.get(), "two", Value(2));
+    HashTable_Clear(table.get());
+    EXPECT_THAT(sDropped, ElementsAre(Value(2), Value(1)));
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 0u);
+    EXPECT_EQ(At(table, "one"), ABSENT);
+    EXPECT_TRUE(HashTable_Insert(table.get(), "one", Value(3))) << "and goes on";
+}
+
+TEST_P(HashTableOfEachKind, DropsEverythingWhenFreed)
+{
+    ScopedTable table = Make(NoteDropped, 1);
+    HashTable_Insert(table.get(), "one", Value(1));
+    HashTable_Insert(table.get(), "two", Value(2));
+    HashTable_FreeAll(table.release());
+    EXPECT_THAT(sDropped, ElementsAre(Value(2), Value(1)));
+}
+
+TEST_P(HashTableOfEachKind, ReleasesEveryBlock)
+{
+    const long before = CountedBlocks::sLive;
+    ScopedTable table = Make(nullptr, 16);
+    for (const char *key : {"a", "b", "c", "d", "c", "e"}) {
+        HashTable_Insert(table.get(), key, nullptr);
+        HashTable_ReplaceOrInsert(table.get(), "f", nullptr);
+    }
+    HashTable_Delete(table.get(), "b");
+    table.reset();
+    EXPECT_EQ(CountedBlocks::sLive, before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Flags, HashTableOfEachKind,
+                         testing::Values(0, HASH_FLAG_ATOMIC, HASH_FLAG_COPYKEY,
+                                         HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY));
+
+// ---- Keys ----
+
+TEST(HashTable, CopiesKeysWhenAskedTo)
+{
+    const ScopedTable table = MakeTable(16, HASH_STRING_KEY | HASH_FLAG_COPYKEY);
+    char key[] = "key";
+    HashTable_Insert(table.get(), key, Value(1));
+    strcpy(key, "yek");
+    EXPECT_EQ(At(table, "key"), 1u);
+    EXPECT_EQ(At(table, "yek"), ABSENT);
+}
+
+TEST(HashTable, KeepsTheCallersKeysOtherwise)
+{
+    const ScopedTable table = MakeTable(16, HASH_STRING_KEY);
+    const char key[] = "key", sameText[] = "key";
+    HashTable_Insert(table.get(), key, Value(1));
+    HashTable_ReplaceOrInsert(table.get(), sameText, Value(2));
+    EXPECT_THAT(Keys(table), ElementsAre(key)) << "the first one stays";
+}
+
+TEST(HashTable, ReadsNoKeyPastItsEnd)
+{
+    // On the heap, so that a sanitizer sees what is read.
+    const ScopedTable table = MakeTable(2, HASH_STRING_KEY | HASH_FLAG_COPYKEY);
+    for (size_t length = 0; length < 40; length++) {
+        const auto key = std::make_unique<char[]>(length + 1);
+        memset(key.get(), 'x', length);
+        EXPECT_TRUE(HashTable_Insert(table.get(), key.get(), Value(length)));
+        EXPECT_EQ(At(table, key.get()), length);
+    }
+}
+
+// ---- Arrays and walks ----
+
+TEST(HashTable, GivesNoArraysWhenEmpty)
+{
+    const ScopedTable table = MakeTable(16, HASH_STRING_KEY);
+    const void *key = nullptr, **keys = &key;
+    void *value = nullptr, **values = &value;
+    size_t keysSize = 7, valuesSize = 7;
+    const long before = CountedBlocks::sLive;
+    HashTable_KeyArray(table.get(), &keys, &keysSize);
+    HashTable_ValueArray(table.get(), &values, &valuesSize);
+    EXPECT_EQ(keys, nullptr);
+    EXPECT_EQ(keysSize, 0u);
+    EXPECT_EQ(values, nullptr);
+    EXPECT_EQ(valuesSize, 0u);
+    EXPECT_EQ(CountedBlocks::sLive, before);
+}
+
+// The keys 0 to 9 with ten times their number as values, in a table of four buckets.
+ScopedTable TableOfTen()
+{
+    ScopedTable table = MakeTable(4, HASH_INT_KEY);
+    for (uintptr_t i = 0; i < 10; i++) {
+        HashTable_Insert(table.get(), IntKey(i), Value(10 * i));
+    }
+    return table;
+}
+
+TEST(HashTable, GivesValuesInTheOrderOfTheKeys)
+{
+    const ScopedTable table = TableOfTen();
+    void **values = nullptr;
+    size_t size = 0;
+    HashTable_ValueArray(table.get(), &values, &size);
+    ASSERT_EQ(size, 10u);
+    const std::vector<const void *> keys = Keys(table);
+    for (size_t i = 0; i < size; i++) {
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(values[i]),
+                  10 * reinterpret_cast<uintptr_t>(keys[i]));
+    }
+    free(values);
+}
+
+TEST(HashTable, WalksInTheOrderOfTheKeys)
+{
+    const ScopedTable table = TableOfTen();
+    std::vector<const void *> walked;
+    const int result = HashTable_ForEach(
+        table.get(),
+        [](const void *key, void *value, void *userData) {
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(value), 10 * reinterpret_cast<uintptr_t>(key));
+            static_cast<std::vector<const void *> *>(userData)->push_back(key);
+            return 0;
+        },
+        &walked);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(walked, Keys(table));
+}
+
+TEST(HashTable, StopsAWalkWhenTold)
+{
+    const ScopedTable table = TableOfTen();
+    int visits = 0;
+    const int result = HashTable_ForEach(
+        table.get(),
+        [](const void *, void *, void *userData) {
+            return ++*static_cast<int *>(userData) == 4 ? -5 : 0;
+        },
+        &visits);
+    EXPECT_EQ(result, -5);
+    EXPECT_EQ(visits, 4);
+}
+
+// ---- The rest ----
+
+TEST(HashTable, FreesNoTableForNull)
+{
+    HashTable_Free(nullptr);
+    HashTable_FreeAll(nullptr);
+}
+
+TEST(HashTable, IsMadeOnce)
+{
+    HashTable *shared = nullptr;
+    HashTable *made = HashTable_AllocOnce(&shared, 16, HASH_INT_KEY, NoteDropped);
+    EXPECT_NE(made, nullptr);
+    EXPECT_EQ(shared, made);
+    EXPECT_EQ(HashTable_AllocOnce(&shared, 48, 0, nullptr), made) << "the rest is not looked at";
+    sDropped.clear();
+    HashTable_Insert(made, IntKey(1), Value(2));
+    HashTable_Free(made);
+    EXPECT_THAT(sDropped, ElementsAre(Value(2))) << "made as asked";
+}
+
+TEST(HashTableDeathTest, EndsTheProcessWithoutMemory)
+{
+    const char report[] = "Unrecoverable memory allocation failure\n";
+    for (long refused = 0; refused < 4; refused++) { // table, buckets, entry, key
+        EXPECT_PANIC(
+            {
+                CountedBlocks::tRefused = refused;
+                HashTable *table = HashTable_Alloc(16, HASH_FLAG_COPYKEY, nullptr);
+                HashTable_Insert(table, "key", nullptr);
+            },
+            report);
+    }
+    const ScopedTable table = TableOfTen();
+    EXPECT_PANIC(
+        {
+            CountedBlocks::tRefused = 0;
+            Keys(table);
+        },
+        report);
+}
+
+} // namespace
