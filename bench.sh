@@ -1,26 +1,47 @@
 #!/bin/sh
-# bench.sh -- builds what ships, measures it beside its rivals in one run, and prints one table.
+# bench.sh [NAME...] -- builds what ships, measures it beside its rivals, and prints one table.
 #
-# The same goes to build/bench/report.json and, drawn, to build/bench/report.svg.  Needs root for the
-# throw-away machine that the tool is measured on.  Ours and its rivals run in turn, the ratio is taken
-# pair by pair, and figures are medians; a busy machine shows in the spread of the ratio.
+# Runs those programs of bench/, by default all.  The table goes to build/bench/report.json, too, and,
+# drawn, to build/bench/report.svg.  "session" needs root, for the throw-away machine that the tool is
+# measured on.  Ours and its rivals run in turn, the ratio is taken pair by pair, and figures are
+# medians; a busy machine shows in the spread of the ratio.  BENCH_REPETITIONS is 9 when not set.
 set -eu
 cd "$(dirname "$0")"
-tools/setup.sh
-mkdir -p build/bench
-{ cmake --preset release && cmake --build --preset release; } >build/bench/build.log 2>&1 ||
-    { cat build/bench/build.log >&2; exit 1; }
+tools/setup.sh --bench
+build=$PWD/build/bench
+mkdir -p "$build"
+{ cmake --preset bench && cmake --build --preset bench; } >"$build/build.log" 2>&1 ||
+    { cat "$build/build.log" >&2; exit 1; }
 
-# A folder of the build's on a real disk, so that a durable write is one.
-library=$(mktemp -d build/bench/Library.XXXXXX)
+if [ "$#" -eq 0 ]; then
+    # shellcheck disable=SC2046 # a name a line
+    set -- $(cat "$build/bench/programs")
+fi
+
+# Where the tool runs, /Library is a folder of the build's on a real disk, so that a durable write is
+# one.
+library=$(mktemp -d "$build/Library.XXXXXX")
 trap 'rm -rf "$library"' EXIT
-release=$PWD/build/release
-# On one processor: what it costs to wake another one is no program's own, and varies most of all.
-processor=$(taskset -cp $$ | sed 's/.*: *//; s/[-,].*//')
-taskset -c "$processor" env PELAGO_TOOL="$release/Pelago.app/Contents/Library/shares/pelagoShareTool" \
-    PELAGO_NOTHING="$release/bench/nothing" \
-    PELAGO_SHARED_ICU="$release/bench/startSharedIcu" \
-    PELAGO_SHARED_RUNTIME="$release/bench/startSharedRuntime" \
-    tools/sandbox.sh --bind "$PWD/$library" /Library "$release/bench/session_bench" \
-    --benchmark_repetitions="${BENCH_REPETITIONS:-9}" --benchmark_format=json >build/bench/session.json
-python3 tools/bench_report.py build/bench/session.json build/bench/report
+
+measure() {
+    program=$build/bench/$1_bench
+    shift
+    case $program in
+        */session_bench)
+            PELAGO_TOOL="$build/Pelago.app/Contents/Library/shares/pelagoShareTool" \
+                PELAGO_NOTHING="$build/bench/nothing" \
+                PELAGO_SHARED_ICU="$build/bench/startSharedIcu" \
+                PELAGO_SHARED_RUNTIME="$build/bench/startSharedRuntime" \
+                tools/sandbox.sh --bind "$library" /Library "$program" "$@"
+            ;;
+        *) "$program" "$@" ;;
+    esac
+}
+
+for name; do
+    measure "$name" --repetitions="${BENCH_REPETITIONS:-9}" >"$build/$name.json"
+    # The names become the files of their results, in turn.
+    shift
+    set -- "$@" "$build/$name.json"
+done
+python3 tools/bench_report.py "$build/report" "$@"

@@ -3,11 +3,7 @@
 // Runs as root on a machine of its own with a real disk at /Library (bench.sh sees to that).  Takes
 // the programs to compare from its environment.  Every figure is wall time from just before a
 // program is started to just after it is reaped.
-#include <benchmark/benchmark.h>
-
-#include <algorithm>
-#include <chrono>
-#include <functional>
+#include "workloads.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +16,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -114,49 +109,6 @@ fs::path Install(const char *variable)
     return place;
 }
 
-double Microseconds(const std::function<void()> &work)
-{
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
-        .count();
-}
-
-double Median(std::vector<double> values)
-{
-    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
-    return values[values.size() / 2];
-}
-
-struct Rival {
-    const char *name;
-    std::function<void()> work;
-};
-
-// Runs ours and its rivals in turn, so that a machine that changes its speed changes it for all,
-// and tells the median of each, and of the ratios of ours to each rival beside it.  prepare is not
-// timed.
-void InTurn(benchmark::State &state, const std::function<void()> &prepare,
-            const std::function<void()> &ours, const std::vector<Rival> &rivals)
-{
-    std::vector<double> mine;
-    std::vector<std::vector<double>> theirs(rivals.size()), ratios(rivals.size());
-    for (auto _ : state) {
-        prepare();
-        mine.push_back(Microseconds(ours));
-        state.SetIterationTime(mine.back() / 1e6);
-        for (size_t i = 0; i < rivals.size(); i++) {
-            theirs[i].push_back(Microseconds(rivals[i].work));
-            ratios[i].push_back(mine.back() / theirs[i].back());
-        }
-    }
-    state.counters["ours"] = Median(mine);
-    for (size_t i = 0; i < rivals.size(); i++) {
-        state.counters[rivals[i].name] = Median(theirs[i]);
-        state.counters[std::string("ratio to ") + rivals[i].name] = Median(ratios[i]);
-    }
-}
-
 void ScriptsAndCommits()
 {
     static const std::string content(300, '#'); // as long as the preferences that the tool writes
@@ -169,36 +121,43 @@ void ScriptsAndCommits()
     CommitBare(content);
 }
 
-void BM_WholeSession(benchmark::State &state)
+// A session whose scripts do nothing; returns the peak of its memory in KiB.
+long RunSession(const fs::path &tool)
 {
-    const fs::path tool = Install("PELAGO_TOOL"), nothing = Install("PELAGO_NOTHING");
     const char *const argv[] = {tool.c_str(), "/srv", "Docs", "alice", "/dev/null", "rw", nullptr};
-    const char *const bare[] = {nothing.c_str(), nullptr};
-    long peak = 0;
-    const auto session = [&] { peak = std::max(peak, Run(argv, 0)); };
-    InTurn(state, WritePrefs, session,
-           {{"the four scripts and two durable writes, bare", ScriptsAndCommits},
-            {"the same, and a program that does nothing", [&] {
-                 ScriptsAndCommits();
-                 Run(bare, 2);
-             }}});
-    state.counters["peak KiB"] = static_cast<double>(peak);
+    return Run(argv, 0);
 }
 
-void BM_UsageError(benchmark::State &state)
+constexpr char BARE[] = "the four scripts and two durable writes, bare";
+constexpr char BARE_AND_NOTHING[] = "the same, and a program that does nothing";
+
+Contest WholeSession()
+{
+    const fs::path tool = Install("PELAGO_TOOL"), nothing = Install("PELAGO_NOTHING");
+    return {WritePrefs,
+            [=] { RunSession(tool); },
+            {{BARE, [](size_t) { ScriptsAndCommits(); }},
+             {BARE_AND_NOTHING, [=](size_t) {
+                  ScriptsAndCommits();
+                  const char *const argv[] = {nothing.c_str(), nullptr};
+                  Run(argv, 2);
+              }}}};
+}
+
+Contest UsageError()
 {
     const fs::path tool = Install("PELAGO_TOOL"), nothing = Install("PELAGO_NOTHING");
     const auto run = [](const fs::path &program) {
         const char *const argv[] = {program.c_str(), nullptr};
         Run(argv, 2);
     };
-    InTurn(
-        state, [] {}, [&] { run(tool); },
-        {{"a program that does nothing, same libraries", [&] { run(nothing); }}});
+    return {{},
+            [=] { run(tool); },
+            {{"a program that does nothing, same libraries", [=](size_t) { run(nothing); }}}};
 }
 
 // Up to where the preferences are found to be missing.
-void BM_Start(benchmark::State &state)
+Contest Start()
 {
     const fs::path tool = Install("PELAGO_TOOL"), sharedIcu = Install("PELAGO_SHARED_ICU"),
                    sharedRuntime = Install("PELAGO_SHARED_RUNTIME");
@@ -208,17 +167,19 @@ void BM_Start(benchmark::State &state)
                                     "/dev/null",     "rw",   nullptr};
         Run(argv, 1);
     };
-    InTurn(
-        state, [] {}, [&] { run(tool); },
-        {{"ICU shared", [&] { run(sharedIcu); }},
-         {"C++ runtime shared", [&] { run(sharedRuntime); }}});
+    return {{},
+            [=] { run(tool); },
+            {{"ICU shared", [=](size_t) { run(sharedIcu); }},
+             {"C++ runtime shared", [=](size_t) { run(sharedRuntime); }}}};
+}
+
+double PeakOfASession()
+{
+    WritePrefs();
+    return static_cast<double>(RunSession(Install("PELAGO_TOOL"))) / 1024;
 }
 
 } // namespace
-
-BENCHMARK(BM_WholeSession)->UseManualTime()->Iterations(40)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_UsageError)->UseManualTime()->Iterations(200)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_Start)->UseManualTime()->Iterations(200)->Unit(benchmark::kMicrosecond);
 
 int main(int argc, char **argv)
 {
@@ -230,7 +191,10 @@ int main(int argc, char **argv)
         std::ofstream(SHARES / script) << "#!/bin/sh\nexit 0\n";
         chmod((SHARES / script).c_str(), 0755);
     }
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    Workload("a whole session, no-op scripts", {{BARE, 1.15}, {BARE_AND_NOTHING, 1.15}},
+             WholeSession, 40);
+    Workload("the usage error", {{nullptr, 1.05}}, UsageError, 200);
+    Workload("start and initialisation", {{nullptr, 1, 200}}, Start, 200);
+    Figure("resident memory of a session", "MiB", 16, PeakOfASession);
+    return RunWorkloads(argc, argv);
 }

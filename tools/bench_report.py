@@ -1,98 +1,158 @@
 #!/usr/bin/env python3
-"""bench_report.py RESULTS.json REPORT -- turns Google Benchmark's results into one table.
+"""bench_report.py REPORT RESULTS.json... -- makes one table of what the programs of bench/ measured.
 
-Prints workload, ours, the best rival and its name, the ratio of the medians, and what the ratio is
-held to; writes the same to REPORT.json and draws it to REPORT.svg.
+A line for each goal: the workload, ours, the peer that the goal names or else the best, the ratio to
+it, the goal, whether it is met, and how far the ratio was spread over the repetitions.  Writes the
+same to REPORT.json and draws it to REPORT.svg.
 """
 
 import json
+import os
 import statistics
 import sys
 from datetime import date
 from pathlib import Path
 from xml.sax.saxutils import escape
 
-# workload, its benchmark, the rival that counts (None: the best one), and the goal: at most this many
-# times the rival, or this much more in µs.
-WORKLOADS = (
-    ("a whole session, no-op scripts", "BM_WholeSession", "the four scripts and two durable writes, bare",
-     ("times", 1.15)),
-    ("the same, and to start a process for it", "BM_WholeSession", "the same, and a program that does nothing",
-     ("times", 1.15)),
-    ("the usage error", "BM_UsageError", None, ("times", 1.05)),
-    ("start and initialisation", "BM_Start", None, ("plus µs", 200)),
-)
-MEMORY_LIMIT_KIB = 16 * 1024
-
-
-def read_samples(path):
-    """The counters of each benchmark, a list of values for each: one a repetition."""
-    results = json.loads(Path(path).read_text())
-    samples = {}
-    for run in results["benchmarks"]:
-        if run["run_type"] == "iteration":
-            counters = samples.setdefault(run["run_name"].split("/")[0], {})
-            for name, value in run.items():
-                if name in ("ours", "peak KiB") or f"ratio to {name}" in run or name.startswith("ratio to "):
-                    counters.setdefault(name, []).append(value)
-    return results["context"], samples
+HEAD = ("workload", "ours", "peer", "ratio", "goal", "met", "spread", "which peer")
 
 
 def spread(values):
     """How far the middle half of the repetitions reaches, in parts of the median."""
+    if len(values) < 2:
+        return 0.0
     low, _, high = statistics.quantiles(values, n=4)
     return (high - low) / statistics.median(values)
 
 
-def compare(samples):
-    for workload, benchmark, rival, (kind, limit) in WORKLOADS:
-        counters = samples[benchmark]
-        peers = {name: statistics.median(values) for name, values in counters.items() if f"ratio to {name}" in counters}
-        best = rival or min(peers, key=peers.get)
-        mine, ratios = statistics.median(counters["ours"]), counters[f"ratio to {best}"]
-        ratio = statistics.median(ratios)
-        met = ratio <= limit if kind == "times" else mine <= peers[best] + limit
-        yield {"workload": workload, "ours_us": round(mine, 1), "best_peer_us": round(peers[best], 1),
-               "best_peer": best, "ratio": round(ratio, 3), "goal": f"{kind} {limit}", "met": met,
-               "spread": round(spread(ratios), 3),
-               "peers_us": {name: round(value, 1) for name, value in peers.items()}}
+def is_met(goal, ours, peer, ratio):
+    """A goal in times is held against the ratio that was taken pair by pair, one with time on top
+    against the times."""
+    if goal["plus_us"]:
+        return ours <= goal["ratio"] * peer + 1000 * goal["plus_us"]
+    return ratio <= goal["ratio"]
 
 
-def draw(rows, path):
-    bars, y = [], 30
-    widest = max(max(row["ours_us"], *row["peers_us"].values()) for row in rows)
-    for row in rows:
-        bars.append(f'<text x="10" y="{y}" font-weight="bold">{escape(row["workload"])}</text>')
-        for name, value, colour in [("ours", row["ours_us"], "#2a6fb0")] + [
-                (name, value, "#b0b0b0") for name, value in row["peers_us"].items()]:
-            y += 20
-            width = 420 * value / widest
-            bars.append(f'<rect x="10" y="{y - 12}" width="{width:.1f}" height="15" fill="{colour}"/>'
-                        f'<text x="{width + 16:.1f}" y="{y}">{value:.0f} µs, {escape(name)}</text>')
-        y += 36
+def goal_text(goal):
+    if goal is None:
+        return ""
+    if goal["plus_us"]:
+        return (f'{goal["ratio"]:g} x ' if goal["ratio"] != 1 else "") + f'plus {goal["plus_us"]:g} µs'
+    return f'{goal["ratio"]:g}'
+
+
+def workload_rows(workload):
+    """A row for each goal.  The best peer has one even where no goal is about it."""
+    ours = statistics.median(workload["ours_ns"])
+    peers = {rival["name"]: rival for rival in workload["rivals"]}
+    best = max((rival for rival in workload["rivals"] if rival["counts"]),
+               key=lambda rival: statistics.median(rival["ratios"]), default=None)
+    goals = [(peers[goal["rival"]] if goal["rival"] else best, goal) for goal in workload["goals"]]
+    if best is not None and all(peer is not best for peer, _ in goals):
+        goals.insert(0, (best, None))
+    for peer, goal in goals:
+        ratio, theirs = statistics.median(peer["ratios"]), statistics.median(peer["ns"])
+        yield {"workload": workload["name"], "ours_ns": ours, "peer": peer["name"], "is_best": peer is best,
+               "peer_ns": theirs, "ratio": round(ratio, 3), "goal": goal,
+               "met": None if goal is None else is_met(goal, ours, theirs, ratio),
+               "spread": round(spread(peer["ratios"]), 3)}
+
+
+def mean_row(mean, workloads):
+    """The geometric mean of the ratios to one peer, over the workloads that have it."""
+    goal = mean["goal"]
+    ratios = [rival["ratios"] for workload in workloads for rival in workload["rivals"]
+              if rival["name"] == goal["rival"]]
+    by_repetition = [statistics.geometric_mean(values) for values in zip(*ratios)]
+    ratio = statistics.median(by_repetition)
+    return {"workload": f'{mean["name"]} ({len(ratios)})', "ours_ns": None, "peer": goal["rival"],
+            "is_best": False, "peer_ns": None, "ratio": round(ratio, 3), "goal": goal,
+            "met": ratio <= goal["ratio"], "spread": round(spread(by_repetition), 3)}
+
+
+def time_text(nanoseconds):
+    if nanoseconds is None:
+        return ""
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
+        if nanoseconds >= size:
+            return f"{nanoseconds / size:.3g} {unit}"
+    return f"{nanoseconds:.3g} ns"
+
+
+def met_text(met):
+    return {None: "", True: "yes", False: "NO"}[met]
+
+
+def cells(row):
+    which = row["peer"] + (" (best)" if row["is_best"] else "")
+    return (row["workload"], time_text(row["ours_ns"]), time_text(row["peer_ns"]), f'{row["ratio"]:.2f}',
+            goal_text(row["goal"]), met_text(row["met"]), f'{row["spread"]:.0%}', which)
+
+
+def figure_cells(figure):
+    value = max(figure["values"])
+    return (figure["name"], f'{value:.3g} {figure["unit"]}', "", "", f'{figure["limit"]:g} {figure["unit"]}',
+            met_text(value <= figure["limit"]), "", "")
+
+
+def print_table(programs):
+    lines = {program["program"]: [cells(row) for row in program["rows"]] +
+             [figure_cells(figure) for figure in program["figures"]] for program in programs}
+    every = [HEAD] + [line for group in lines.values() for line in group]
+    widths = [max(len(line[i]) for line in every) for i in range(len(HEAD))]
+    for name, group in lines.items():
+        print(f"\n{name}")
+        previous = None
+        for line in [HEAD] + group:
+            shown = ("", *line[1:]) if line[0] == previous else line
+            print("  " + "  ".join(cell.ljust(width) for cell, width in zip(shown, widths)).rstrip())
+            previous = line[0]
+
+
+def draw(programs, path):
+    """Bars as long as the times; each workload has its own scale."""
+    parts, y = [], 10
+    for program in programs:
+        y += 30
+        parts.append(f'<text x="10" y="{y}" font-size="17" font-weight="bold">{escape(program["program"])}</text>')
+        for workload in program["workloads"]:
+            y += 28
+            parts.append(f'<text x="10" y="{y}" font-weight="bold">{escape(workload["name"])}</text>')
+            bars = [("ours", statistics.median(workload["ours_ns"]), "#2a6fb0")]
+            bars += [(rival["name"], statistics.median(rival["ns"]), "#b0b0b0" if rival["counts"] else "#e0e0e0")
+                     for rival in workload["rivals"]]
+            widest = max(value for _, value, _ in bars)
+            for name, value, colour in bars:
+                y += 20
+                width = 420 * value / widest
+                parts.append(f'<rect x="10" y="{y - 12}" width="{width:.1f}" height="15" fill="{colour}"/>'
+                             f'<text x="{width + 16:.1f}" y="{y}">{time_text(value)}, {escape(name)}</text>')
     Path(path).write_text(
-        f'<svg xmlns="http://www.w3.org/2000/svg" width="860" height="{y}" font-family="sans-serif" '
-        f'font-size="13"><rect width="100%" height="100%" fill="white"/>{"".join(bars)}</svg>\n')
+        f'<svg xmlns="http://www.w3.org/2000/svg" width="860" height="{y + 20}" font-family="sans-serif" '
+        f'font-size="13"><rect width="100%" height="100%" fill="white"/>{"".join(parts)}</svg>\n')
+
+
+def processor_name():
+    for line in Path("/proc/cpuinfo").read_text().splitlines():
+        if line.startswith("model name"):
+            return line.split(":", 1)[1].strip()
+    return "unknown"
 
 
 def main():
-    results, report = sys.argv[1:]
-    context, samples = read_samples(results)
-    peak = max(samples["BM_WholeSession"]["peak KiB"])
-    rows = list(compare(samples))
-    rows_text = [("workload", "ours", "best peer", "ratio", "goal", "met", "spread", "which peer")]
-    rows_text += [(row["workload"], f'{row["ours_us"]:.0f} µs', f'{row["best_peer_us"]:.0f} µs',
-                   f'{row["ratio"]:.2f}', row["goal"], "yes" if row["met"] else "NO",
-                   f'{row["spread"]:.0%}', row["best_peer"]) for row in rows]
-    rows_text.append(("resident memory of a session", f"{peak / 1024:.1f} MiB", "", "", "16 MiB",
-                      "yes" if peak < MEMORY_LIMIT_KIB else "NO", "", ""))
-    widths = [max(len(row[i]) for row in rows_text) for i in range(len(rows_text[0]))]
-    for row in rows_text:
-        print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip())
+    if len(sys.argv) < 3:
+        sys.exit(__doc__)
+    report, *results = sys.argv[1:]
+    programs = [json.loads(Path(path).read_text()) for path in results]
+    for program in programs:
+        program["program"] = program["program"].removesuffix("_bench")
+        program["rows"] = [row for workload in program["workloads"] for row in workload_rows(workload)]
+        program["rows"] += [mean_row(mean, program["workloads"]) for mean in program["means"]]
+    print_table(programs)
     Path(f"{report}.json").write_text(json.dumps(
-        {"date": str(date.today()), "cpus": context["num_cpus"], "mhz": context["mhz_per_cpu"],
-         "rows": rows, "session_peak_kib": peak}, indent=2, ensure_ascii=False) + "\n")
-    draw(rows, f"{report}.svg")
+        {"date": str(date.today()), "processor": processor_name(), "processors": os.cpu_count(),
+         "programs": programs}, indent=2, ensure_ascii=False) + "\n")
+    draw(programs, f"{report}.svg")
 
 
 if __name__ == "__main__":

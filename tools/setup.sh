@@ -1,19 +1,30 @@
 #!/bin/sh
-# setup.sh -- installs every package that building, testing and showing this project needs.
+# setup.sh [--bench] -- installs every package that building, testing and showing this project needs.
+#
+#   --bench   and those that ./bench.sh compares with
 #
 # For Debian 12.  Can be run again: what is there already is left alone.  Uses sudo when not root.
 # Exit status: 0 everything is there; 1 with a reason on stderr.
 set -eu
 
 PACKAGES="
-    clang clang-format clang-tidy cmake g++ icu-devtools inotify-tools iproute2 libbenchmark-dev
+    clang clang-format clang-tidy cmake g++ icu-devtools inotify-tools iproute2
     libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils llvm-14
     locales ninja-build pkg-config procps python3 samba shellcheck smbclient strace systemd
-    util-linux
+    util-linux valgrind
+"
+BENCH_PACKAGES="
+    libabsl-dev libevent-dev libfmt-dev libglib2.0-dev libssl-dev libstb-dev libtbb-dev
 "
 
 fail() { printf 'setup.sh: %s\n' "$1" >&2; exit 1; }
 say() { printf 'setup.sh: %s\n' "$1"; }
+
+case "$#:${1-}" in
+    0:) ;;
+    1:--bench) PACKAGES="$PACKAGES $BENCH_PACKAGES" ;;
+    *) fail 'usage: setup.sh [--bench]' ;;
+esac
 
 id=unknown version=
 # shellcheck disable=SC1091 # the host's own

@@ -1,0 +1,269 @@
+// format_bench.cpp -- Str_Snprintf and Str_Asprintf beside what else formats text.
+#include "str.h"
+#include "workloads.h"
+
+#include <absl/strings/str_format.h>
+#include <fmt/format.h>
+#include <fmt/printf.h>
+#include <glib.h>
+
+#include <charconv>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <tuple>
+
+#define STB_SPRINTF_IMPLEMENTATION
+#define STB_SPRINTF_STATIC
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-function"
+#include <stb/stb_sprintf.h>
+#pragma GCC diagnostic pop
+
+// The compiler is to know nothing of the formats: they come as any format comes, at run time.
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+namespace {
+
+constexpr size_t SIZE = 8192;
+char sBuffer[SIZE]; // every contender writes here
+
+constexpr char GLIBC[] = "glibc", STB[] = "stb", FMT_SPRINTF[] = "fmt::sprintf",
+               FMT_FORMAT[] = "fmt::format_to_n", ABSL[] = "absl";
+constexpr char FMT_FORMAT_HEAP[] = "fmt::format", G_STRDUP[] = "g_strdup_printf";
+
+// ---- Into a buffer
+
+// The values are hidden from the compiler each time.
+template <typename Call, typename... Values>
+std::function<void(size_t)> WithValues(Call call, std::tuple<Values...> values)
+{
+    return Repeat([call, values] {
+        return std::apply([&](auto... value) { return call(Opaque(value)...); }, values);
+    });
+}
+
+// What a contender leaves in the buffer.
+std::string Output(const std::function<void(size_t)> &run)
+{
+    memset(sBuffer, '#', SIZE);
+    run(1);
+    return sBuffer;
+}
+
+bool AreSame(const std::function<void(size_t)> &ours, const std::vector<Rival> &rivals)
+{
+    const std::string expected = Output(ours);
+    bool same = true;
+    for (const Rival &rival : rivals) {
+        const std::string output = Output(rival.run);
+        if (output == expected) { continue; }
+        fprintf(stderr, "%s writes \"%s\", not \"%s\"\n", rival.name, output.c_str(),
+                expected.c_str());
+        same = false;
+    }
+    return same;
+}
+
+// absl and fmt::format_to_n check their formats at compile time, so these come as functions.
+template <typename Absl, typename Fmt, typename... Values>
+void IntoBuffer(const char *name, const char *format, bool isPositional, std::vector<Goal> goals,
+                Absl absl, Fmt fmt, std::tuple<Values...> values, std::vector<Rival> more = {})
+{
+    const auto ours = WithValues(
+        [format](auto... value) { return Str_Snprintf(sBuffer, SIZE, Opaque(format), value...); },
+        values);
+    std::vector<Rival> rivals = {
+        {GLIBC,
+         WithValues(
+             [format](auto... value) { return snprintf(sBuffer, SIZE, Opaque(format), value...); },
+             values)},
+        {FMT_SPRINTF, WithValues(
+                          [format](auto... value) {
+                              const std::string text = fmt::sprintf(Opaque(format), value...);
+                              // Where the others write, for that is the job here.
+                              memcpy(sBuffer, text.c_str(), text.size() + 1);
+                              return text.size();
+                          },
+                          values)},
+        {FMT_FORMAT, WithValues(
+                         [fmt](auto... value) {
+                             char *end = fmt(sBuffer, value...);
+                             *end = '\0';
+                             return end - sBuffer;
+                         },
+                         values)},
+        {ABSL, WithValues([absl](auto... value) { return absl(sBuffer, value...); }, values)},
+    };
+    if (!isPositional) { // stb has no such formats
+        rivals.push_back({STB, WithValues(
+                                   [format](auto... value) {
+                                       return stbsp_snprintf(sBuffer, SIZE, Opaque(format),
+                                                             value...);
+                                   },
+                                   values)});
+    }
+    rivals.insert(rivals.end(), more.begin(), more.end());
+    const bool same = AreSame(ours, rivals);
+    Workload(name, std::move(goals), ours, std::move(rivals), same);
+}
+
+// A row whose three spellings are literals; fmt's own is another language.
+#define INTO_BUFFER(name, percents, braces, isPositional, goals, values, ...)                      \
+    IntoBuffer(                                                                                    \
+        name, percents, isPositional, goals,                                                       \
+        [](char *to, auto... value) { return absl::SNPrintF(to, SIZE, percents, value...); },      \
+        [](char *to, auto... value) {                                                              \
+            return fmt::format_to_n(to, SIZE - 1, braces, value...).out;                           \
+        },                                                                                         \
+        values __VA_OPT__(, ) __VA_ARGS__)
+
+using Goals = std::vector<Goal>;
+
+Goals BestAndGlibc(double best, double glibc) { return {{nullptr, best}, {GLIBC, glibc}}; }
+
+// What a conversion of a number is made of: no format is read.
+Rival ToChars(double value, std::chars_format style, int precision)
+{
+    return {"std::to_chars alone", Repeat([=] {
+                const auto end =
+                    std::to_chars(sBuffer, sBuffer + SIZE, Opaque(value), style, precision);
+                *end.ptr = '\0';
+                return end.ptr;
+            }),
+            false};
+}
+
+// ---- Into new text
+
+// The call makes a std::string, or text to be freed.
+template <typename Call, typename... Values>
+std::string Made(Call call, const std::tuple<Values...> &values)
+{
+    auto text = std::apply(call, values);
+    const std::string taken = text;
+    if constexpr (std::is_pointer_v<decltype(text)>) { free(text); }
+    return taken;
+}
+
+template <typename Call, typename... Values>
+std::function<void(size_t)> Making(Call call, std::tuple<Values...> values)
+{
+    return Repeat([call, values] {
+        auto text = std::apply([&](auto... value) { return call(Opaque(value)...); }, values);
+        asm volatile("" : : "m"(text) : "memory");
+        if constexpr (std::is_pointer_v<decltype(text)>) { free(text); }
+    });
+}
+
+template <typename Absl, typename Fmt, typename... Values>
+void IntoNewText(const char *name, const char *format, Goals goals, Absl absl, Fmt fmt,
+                 std::tuple<Values...> values)
+{
+    const auto ours = [format](auto... value) {
+        size_t length = 0; // asked for, since asprintf tells it, too
+        return Str_Asprintf(&length, Opaque(format), value...);
+    };
+    const std::string expected = Made(ours, values);
+    bool same = true;
+    std::vector<Rival> rivals;
+    const auto add = [&](const char *rival, auto call) {
+        same = same && Made(call, values) == expected;
+        rivals.push_back({rival, Making(call, values)});
+    };
+    add(GLIBC, [format](auto... value) {
+        char *text = nullptr;
+        return asprintf(&text, Opaque(format), value...) < 0 ? nullptr : text;
+    });
+    add(G_STRDUP, [format](auto... value) { return g_strdup_printf(Opaque(format), value...); });
+    add(FMT_SPRINTF, [format](auto... value) { return fmt::sprintf(Opaque(format), value...); });
+    add(FMT_FORMAT_HEAP, fmt);
+    add(ABSL, absl);
+    Workload(name, std::move(goals), Making(ours, values), std::move(rivals), same);
+}
+
+#define INTO_NEW_TEXT(name, percents, braces, goals, values)                                       \
+    IntoNewText(                                                                                   \
+        name, percents, goals, [](auto... value) { return absl::StrFormat(percents, value...); },  \
+        [](auto... value) { return fmt::format(braces, value...); }, values)
+
+// ---- The workloads
+
+constexpr char FOLDER[] = "/opt/products/Pelago1.app";               // 25 bytes
+constexpr char FILE_BELOW[] = "/Contents/Library/shares/adduser.sh"; // 35
+static_assert(sizeof FOLDER == 26 && sizeof FILE_BELOW == 36);
+
+void Texts()
+{
+    INTO_BUFFER("%s%s, two paths", "%s%s", "{}{}", false, (Goals{{nullptr, 0.75}}),
+                std::tuple(FOLDER, FILE_BELOW));
+    INTO_BUFFER("the PID-path message", "%s: Unable to write process %d to its file %s.\n",
+                "{}: Unable to write process {} to its file {}.\n", false, (Goals{{nullptr, 0.75}}),
+                std::tuple("HostinfoDaemonize", 31415, "/var/run/pelago/shareTool.pid"));
+    INTO_BUFFER("%2$s %1$s", "%2$s %1$s", "{1} {0}", true, (Goals{{nullptr, 1.0}}),
+                std::tuple("first", "second"));
+    static const std::string page(4096, 'p');
+    INTO_BUFFER("%s of 4 KiB", "%s", "{}", false,
+                (Goals{{nullptr, 0.95}, {"limit: strlen and memcpy", 1.12}}),
+                std::tuple(page.c_str()),
+                {{"limit: strlen and memcpy", Repeat([] {
+                      const char *text = Opaque(page.c_str());
+                      const size_t length = strlen(text);
+                      memcpy(sBuffer, text, length + 1);
+                      return length;
+                  }),
+                  false}});
+}
+
+void Integers()
+{
+    // Of the best only those count that read their format at run time.
+    INTO_BUFFER("%d", "%d", "{}", false, (Goals{{STB, 0.85}}), std::tuple(-1234567));
+    INTO_BUFFER("%08X:%08X%08X%08X%08X-", "%08X:%08X%08X%08X%08X-",
+                "{:08X}:{:08X}{:08X}{:08X}{:08X}-", false, (Goals{{nullptr, 0.6}}),
+                std::tuple(0x1F2E3D4CU, 0xDEADBEEFU, 0x42U, 0x12345678U, 0xFFFFFFFFU));
+    INTO_BUFFER("%5d|%-10s|%u", "%5d|%-10s|%u", "{:5}|{:<10}|{}", false, (Goals{{nullptr, 0.7}}),
+                std::tuple(42, "alice", 4000000000U));
+    INTO_BUFFER("%lld, 19 digits", "%lld", "{}", false, (Goals{{nullptr, 0.9}}),
+                std::tuple(1234567890123456789LL));
+}
+
+void Floats()
+{
+    INTO_BUFFER("%.2f %.2f %.2f", "%.2f %.2f %.2f", "{:.2f} {:.2f} {:.2f}", false,
+                BestAndGlibc(1.35, 0.6), std::tuple(3.14159, 1234.5678, 99.999));
+    INTO_BUFFER("%f", "%f", "{:.6f}", false, BestAndGlibc(1.6, 0.6), std::tuple(1234.5678),
+                {ToChars(1234.5678, std::chars_format::fixed, 6)});
+    INTO_BUFFER("%g", "%g", "{:.6g}", false, BestAndGlibc(1.4, 0.65), std::tuple(1234.5678),
+                {ToChars(1234.5678, std::chars_format::general, 6)});
+    INTO_BUFFER(
+        "%e", "%e", "{:.6e}", false, (Goals{{nullptr, 1.15}, {FMT_FORMAT, 1.0}, {GLIBC, 0.4}}),
+        std::tuple(6.02214076e23), {ToChars(6.02214076e23, std::chars_format::scientific, 6)});
+    INTO_BUFFER("%.15g", "%.15g", "{:.15g}", false, BestAndGlibc(1.4, 0.65),
+                std::tuple(3.14159265358979312),
+                {ToChars(3.14159265358979312, std::chars_format::general, 15)});
+}
+
+void NewTexts()
+{
+    static const std::string text(200, 't');
+    INTO_NEW_TEXT("%s of 200 bytes, new text", "%s", "{}", (Goals{{nullptr, 1.2}, {GLIBC, 0.4}}),
+                  std::tuple(text.c_str()));
+    INTO_NEW_TEXT("%s%s, new text", "%s%s", "{}{}", (Goals{{nullptr, 0.8}}),
+                  std::tuple(FOLDER, FILE_BELOW));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    Texts();
+    Integers();
+    Floats();
+    NewTexts();
+    GeometricMean("all fifteen", {GLIBC, 0.5});
+    return RunWorkloads(argc, argv);
+}
