@@ -73,8 +73,7 @@ static inline void DynBuf_InitWithString(DynBuf *buf, char *string)
     if (string == NULL) { return; }
     const size_t length = strlen(string);
     buf->data = string;
-    /* The limit is kept on purpose: a longer string gets the lengths that 32 bits with a sign give.
-     */
+    /* Kept on purpose: a longer string gets the lengths that 32 bits with a sign give. */
     buf->size = (size_t)(int32_t)length;
     buf->allocated = (size_t)(int32_t)(length + 1);
 }

@@ -19,9 +19,9 @@ extern "C" {
 
 /*
  * A copy in which each byte b with byteSet[b] not 0 has become escString and the two upper-case
- * hexadecimal digits of b.  byteSet has 256 entries.  For the result to be undone, the set holds
- * the escape's own bytes. Escape_DoString("\\x", set of the newline, "a\n", 2, &n)  gives "a\x0A"
- * and n == 5
+ * hexadecimal digits of b.  byteSet has 256 entries.  For the result to be undone, the set must
+ * hold the escape's own bytes.
+ *    Escape_DoString("\\x", set, "a\n", 2, &n)  gives "a\x0A" and n == 5, for a set of the newline
  */
 char *Escape_DoString(const char *escString, const int *byteSet, const void *buf, size_t size,
                       size_t *sizeOut);
@@ -58,8 +58,7 @@ char *Escape_Sh(const void *buf, size_t size, size_t *sizeOut);
 /* A basic regular expression that matches the bytes: each of $ * . [ \ ] ^ gets a backslash. */
 char *Escape_BRE(const void *buf, size_t size, size_t *sizeOut);
 
-/* An item for a list with commas: each comma and each backslash gets a backslash.  NULL for NULL.
- */
+/* An item for a list with commas: each comma and each backslash gets a backslash; NULL for NULL. */
 char *Escape_Comma(const char *string);
 
 /*
