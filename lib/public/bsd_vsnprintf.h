@@ -20,16 +20,20 @@
  *                 nothing names is skipped as an int.
  *
  *    d i u        decimal; D and U are ld and lu
- *    o x X        octal and hexadecimal; "#" puts "0", "0x" or "0X" before what is not zero; O is
- * lo p            a pointer: hexadecimal in upper case, without "0x" e E f F g G  floating numbers,
- * correctly rounded to any precision; 6 digits unless told otherwise.  "%.0f" rounds halves away
- * from zero.  A long double is rounded to a double first.  What is not finite prints "inf", "-inf",
- * "nan", and in upper case for an upper-case letter.  Zero has no sign. c            a byte; lc and
- * C a wide character in the locale's encoding s            a string up to its NUL, of at most
- * precision bytes; ls and S a wide string as UTF-8 whatever the locale, whole characters of at most
- * precision bytes.  NULL prints "(null)". n            prints nothing, and stores how long the
- * output is so far through a pointer to an int, short (h), char (hh), or 64-bit integer (any other
- * size) others       print themselves, with their width: "%%" is "%"; "%a" is "a"
+ *    o x X        octal and hexadecimal; "#" puts "0", "0x" or "0X" before what is not zero;
+ *                 O is lo
+ *    p            a pointer: hexadecimal in upper case, without "0x"
+ *    e E f F g G  floating numbers, correctly rounded to any precision; 6 digits unless told
+ *                 otherwise.  "%.0f" rounds halves away from zero.  A long double is rounded to a
+ *                 double first.  What is not finite prints "inf", "-inf" or "nan", and in upper
+ *                 case for an upper-case letter.  Zero has no sign.
+ *    c            a byte; lc and C a wide character in the locale's encoding
+ *    s            a string up to its NUL, of at most precision bytes; ls and S a wide string as
+ *                 UTF-8 whatever the locale, whole characters of at most precision bytes.  NULL
+ *                 prints "(null)".
+ *    n            prints nothing, and stores how long the output is so far through a pointer to
+ *                 an int, short (h), char (hh), or 64-bit integer (any other size)
+ *    others       print themselves, with their width: "%%" is "%"; "%a" is "a"
  *
  * A format that ends inside of a specification ends before it.  The decimal point and the separator
  * are the first byte of the locale's.
@@ -37,13 +41,14 @@
  * THE FUNCTIONS format into *bufp, which holds size bytes, or, when *bufp is NULL, into a block
  * that they allocate, store there, and leave to the caller to free(); size is not used then.  They
  * return the length of the whole output in bytes, its NUL not counted.  In a buffer of the caller's
- * at most size - 1 bytes of it are stored, and a NUL.  The size must be at least 1: for 0 the whole
- * output is stored, without a NUL.
+ * at most size - 1 bytes of it are stored, and a NUL.  The size must be 1 to INT_MAX: for 0 the
+ * whole output is stored, without a NUL, and what is left of a larger one is counted in 32 bits.
  *
  * They return -1, with *bufp as it was and without a NUL in the caller's buffer, when memory runs
  * out, when the length would exceed INT_MAX, or when "%lc" has a character that the locale cannot
  * encode.  Only "%ls", floating numbers, and positions above 7 need memory in a buffer of the
- * caller's; without any for the types of such positions the process aborts.
+ * caller's, the latter 20 bytes for each up to the highest; without any for the types of such
+ * positions the process aborts.
  *
  * Thread-safe as long as no other thread sets the locale.  The C library's digits of floating
  * numbers are taken one thread at a time.
@@ -67,8 +72,8 @@ int bsd_vsnprintf_c_locale(char **bufp, size_t size, const char *format, va_list
 /*
  * Formats with these conventions.  grouping holds the sizes of the groups of digits from the right,
  * a byte for each: the last of them repeats, and CHAR_MAX makes a group of all that are left.  NULL
- * or "" groups nothing, as does a thousandsSeparator of '\0'.  Only the first byte of decimalPoint
- * is used.
+ * or "" groups nothing, as does a thousandsSeparator of '\0'.  Of decimalPoint only the first byte
+ * is used; NULL is the current locale's.
  */
 int bsd_vsnprintf_core(char **bufp, const char *grouping, char thousandsSeparator,
                        const char *decimalPoint, size_t size, const char *format,

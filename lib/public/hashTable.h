@@ -9,9 +9,10 @@
  * tables the integer itself, cast to a pointer.  Values are pointers or integers cast to pointers,
  * NULL included.
  *
- * Ownership.  The table owns its entries.  A string key must outlive its entry, unless the table
- * was made with HASH_FLAG_COPYKEY and so keeps copies of its own.  Values stay the caller's, unless
- * the table was given a free function: that receives every value which the table drops.
+ * Ownership.  The table owns its entries.  A string key must outlive its entry and keep its text,
+ * unless the table was made with HASH_FLAG_COPYKEY and so has copies of its own.  Values stay the
+ * caller's, unless the table was given a free function: that receives every value which the table
+ * drops.
  *
  * Threads.  A table without HASH_FLAG_ATOMIC must not be changed by one thread while another uses
  * it.  On a table with the flag any number of threads may at the same time call HashTable_Lookup,

@@ -16,14 +16,14 @@
 extern "C" {
 #endif
 
-/* ---- Formatting into a buffer of size bytes, which must be at least 1: for 0 the whole output is
- * stored, whatever room there is, without a NUL. */
+/* ---- Formatting into a buffer of size bytes, which must be 1 to INT_MAX: for 0 the whole output
+ * is stored, whatever room there is, without a NUL. */
 
 /*
- * Returns the length of the output, or -1 when that does not fit or the format cannot be honoured;
- * the buffer then holds as many whole UTF-8 characters as fit.  It is always terminated.  Without a
- * buffer, which may be NULL here, the result is -1, too.
- *    Str_Snprintf(buffer, 4, "%s", "abcdef")  gives "abc" and -1
+ * Returns the length of the output, or -1 when that does not fit: the buffer then holds as many
+ * whole UTF-8 characters as do.  Also -1 when the format cannot be honoured: then it holds
+ * anything. It is always terminated.  Without a buffer, which may be NULL here, the result is -1,
+ * too. Str_Snprintf(buffer, 4, "%s", "abcdef")  gives "abc" and -1
  */
 int Str_Snprintf(char *buffer, size_t size, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
@@ -60,9 +60,10 @@ char *Str_SafeAsprintf(size_t *lengthOut, const char *format, ...)
 char *Str_SafeVasprintf(size_t *lengthOut, const char *format, va_list arguments)
     __attribute__((format(printf, 2, 0)));
 
-/* ---- Copying into a buffer of size bytes.  Source and destination may not overlap.  What does not
- * fit ends the process: "lib/string/str:LINE Buffer too small", with the line that is given here.
- * Each returns its destination. */
+/* ---- Copying into a buffer of size bytes; mind where each takes that.  Source and destination may
+ * not overlap.  What does not fit, and a destination that is appended to and has no NUL, ends the
+ * process: "lib/string/str:LINE Buffer too small", with the line that is given here.  Each returns
+ * its destination. */
 
 /* Copies the source.  284. */
 char *Str_Strcpy(char *destination, const char *source, size_t size);

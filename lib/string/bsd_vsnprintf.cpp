@@ -171,7 +171,8 @@ public:
             text = FormatRead(text + 1, &mArguments, &spec);
             if (mArguments.Failed()) { return -1; }
             if (spec.conversion == '\0') { break; }
-            if (!Convert(spec, text - 1) || mOutput.Sink().error) { return -1; }
+            if (!Convert(spec, text - 1)) { return -1; }
+            if (mOutput.Sink().error) { return -1; } // the rest would be for nothing
         }
         return mOutput.Flush() ? static_cast<int>(mTotal) : -1;
     }
@@ -239,7 +240,6 @@ private:
 
     bool Field(const FormatSpec &spec, const char *text, size_t length)
     {
-        if (length > static_cast<size_t>(INT_MAX)) { return false; }
         return Field(spec, "", static_cast<int64_t>(length), [&] { mOutput.Text(text, length); });
     }
 
@@ -371,6 +371,7 @@ private:
 
     bool Floating(const FormatSpec &spec)
     {
+        // A long double's digits would need a converter of their own, which no C library has.
         double value = spec.flags & FORMAT_WIDE
                            ? static_cast<double>(mArguments.Take<long double>(spec.index))
                            : mArguments.Take<double>(spec.index);

@@ -109,17 +109,17 @@ public:
     int Star(int64_t index)
     {
         if (index != 0) { UsePositions(); }
-        return mFailed ? 0 : Take<int>(index);
+        return Take<int>(index);
     }
 
     // From now on every argument comes from the table.
     void UsePositions()
     {
-        if (mTable != nullptr) { return; }
+        if (mTable != nullptr || mFailed) { return; }
         mTable = mAutomatic;
         mFailed = !bsd_find_arguments(mFormat, mStart, &mTable);
     }
-    // There was no memory for the table: nothing more can be taken.
+    // There was no memory for the table: what is taken from now on means nothing.
     bool Failed() const { return mFailed; }
 
 private:

@@ -47,8 +47,3 @@ FormatDecimal bsd_cvt(FormatMode mode, int digits, double value)
     }
     return decimal;
 }
-
-FormatDecimal bsd_ldcvt(FormatMode mode, int digits, long double value)
-{
-    return bsd_cvt(mode, digits, static_cast<double>(value));
-}

@@ -140,6 +140,5 @@ enum FormatMode : int {
 // The digits of a value, without the zeros at their end but for the first digit; a value that is
 // not finite is spelt out.  Correctly rounded, and to any number of digits.
 FormatDecimal bsd_cvt(FormatMode mode, int digits, double value);
-FormatDecimal bsd_ldcvt(FormatMode mode, int digits, long double value);
 
 #endif // PELAGO_STRING_FORMATDIGITS_H

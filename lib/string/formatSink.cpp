@@ -22,8 +22,8 @@ bool FormatGrow(FormatSink *sink, const FormatGatherList *list)
     return true;
 }
 
-// How much more the caller's buffer takes.  Computed in 32 bits, as callers have come to rely on: a
-// size of 0, like any whose last place lies 2 to 4 GiB away, sets no limit.
+// How much more the caller's buffer takes.  Counted in 32 bits on purpose: a size of 0, like any
+// whose last place lies 2 to 4 GiB away, sets no limit.
 size_t FormatRoom(const FormatSink *sink)
 {
     return static_cast<size_t>(static_cast<int32_t>(sink->capacity - 1 - sink->length));
