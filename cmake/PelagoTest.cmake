@@ -10,6 +10,21 @@ function(pelago_test name)
                          ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
 endfunction()
 
+# pelago_wrap(TARGET CALL...) puts the test's own __wrap_CALL in the place of each of these calls.  What
+# that reads and changes is more than a compiler knows of the call, so it must not know the call.
+function(pelago_wrap target)
+    foreach(call ${ARGN})
+        target_link_options(${target} PRIVATE -Wl,--wrap=${call})
+        target_compile_options(${target} PRIVATE -fno-builtin-${call})
+    endforeach()
+endfunction()
+
+# pelago_refuse_allocations(TARGET) lets a test count allocations and refuse them: allocations.h.
+function(pelago_refuse_allocations target)
+    pelago_wrap(${target} malloc calloc realloc strdup free)
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/allocations.cpp)
+endfunction()
+
 # pelago_threads_test(NAME) has a test run under the thread sanitizer, too: it has threads or atomics.
 add_custom_target(threadsTests)
 function(pelago_threads_test name)

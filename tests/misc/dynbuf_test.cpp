@@ -32,7 +32,7 @@ protected:
     ~DynBufTest() override
     {
         DynBuf_Destroy(&mBuf);
-        EXPECT_EQ(sAllocations.live, mLive) << "a block was lost, or freed twice";
+        EXPECT_EQ(Allocations::Live(), mLive) << "a block was lost, or freed twice";
     }
     void Own(size_t allocated)
     {
@@ -47,7 +47,7 @@ protected:
         EXPECT_EQ(mBuf.allocated, allocated);
     }
 
-    const ptrdiff_t mLive = sAllocations.live;
+    const ptrdiff_t mLive = Allocations::Live();
     DynBuf mBuf;
 };
 using DynBufDeathTest = DynBufTest;
@@ -105,7 +105,7 @@ TEST_F(DynBufTest, IsEmptyAfterItsEnd)
     ASSERT_TRUE(DynBuf_Append(&mBuf, "abc", 3));
     DynBuf_Destroy(&mBuf);
     ExpectFields(0, 0, 0);
-    EXPECT_EQ(sAllocations.live, mLive);
+    EXPECT_EQ(Allocations::Live(), mLive);
     ASSERT_TRUE(DynBuf_Append(&mBuf, "d", 1)) << "and can be used again";
     EXPECT_EQ(Contents(), "d");
 }
@@ -116,7 +116,7 @@ TEST_F(DynBufTest, ReplacesItsBlock)
     char *block = strdup("another");
     DynBuf_Attach(&mBuf, 7, block);
     ExpectFields(At(block), 7, 7);
-    EXPECT_EQ(sAllocations.live, mLive + 1) << "the old block is freed";
+    EXPECT_EQ(Allocations::Live(), mLive + 1) << "the old block is freed";
 }
 
 TEST_F(DynBufTest, KeepsItsSizeWhenTheBlockIsTaken)
@@ -156,7 +156,7 @@ TEST_F(DynBufTest, GrowsForTheEndOfAStringByTheRule)
     ASSERT_TRUE(DynBuf_Append(&mBuf, full.data(), full.size()));
     ASSERT_EQ(mBuf.allocated, 128u);
     char *string = DynBuf_DetachString(&mBuf);
-    EXPECT_EQ(sAllocations.lastSize, 256u);
+    EXPECT_EQ(Allocations::LastSize(), 256u);
     EXPECT_EQ(Take(string), full);
 }
 
@@ -179,7 +179,7 @@ TEST_P(DynBufGrowth, TakesOneStepOrTheMinimum)
     if (allocated != 0) { Own(allocated); }
     ASSERT_TRUE(DynBuf_Enlarge(&mBuf, minimum));
     EXPECT_EQ(mBuf.allocated, grown);
-    EXPECT_EQ(sAllocations.lastSize, grown);
+    EXPECT_EQ(Allocations::LastSize(), grown);
     memset(mBuf.data, 'a', grown); // a sanitizer watches what is behind it
 }
 INSTANTIATE_TEST_SUITE_P(
@@ -205,9 +205,9 @@ TEST_F(DynBufTest, DoesNotGrowBeyondWhatCanBeCounted)
     char block[1];
     DynBuf buf;
     DynBuf_InitWithMemory(&buf, SIZE_MAX - 10, block);
-    const size_t calls = sAllocations.calls;
+    const size_t calls = Allocations::Calls();
     EXPECT_FALSE(DynBuf_Enlarge(&buf, 1));
-    EXPECT_EQ(sAllocations.calls, calls) << "the allocator is not asked";
+    EXPECT_EQ(Allocations::Calls(), calls) << "the allocator is not asked";
     EXPECT_EQ(buf.data, block);
     EXPECT_EQ(buf.allocated, SIZE_MAX - 10);
 }
@@ -249,38 +249,38 @@ TEST_F(DynBufTest, AppendsBytesWithNuls)
 
 TEST_F(DynBufTest, DoesNothingForNothing)
 {
-    const size_t calls = sAllocations.calls;
+    const size_t calls = Allocations::Calls();
     EXPECT_TRUE(DynBuf_Append(&mBuf, nullptr, 0));
     ExpectFields(0, 0, 0);
-    EXPECT_EQ(sAllocations.calls, calls);
+    EXPECT_EQ(Allocations::Calls(), calls);
 }
 
 TEST_F(DynBufTest, DoesNothingForNothingEvenBehindWhatWasTaken)
 {
     ASSERT_TRUE(DynBuf_Append(&mBuf, "abc", 3));
     free(DynBuf_Detach(&mBuf));
-    const size_t calls = sAllocations.calls;
+    const size_t calls = Allocations::Calls();
     EXPECT_TRUE(DynBuf_Append(&mBuf, "d", 0));
     ExpectFields(0, 3, 0);
-    EXPECT_EQ(sAllocations.calls, calls);
+    EXPECT_EQ(Allocations::Calls(), calls);
 }
 
 TEST_F(DynBufTest, DoesNotAppendMoreThanCanBeCounted)
 {
     ASSERT_TRUE(DynBuf_Append(&mBuf, "abc", 3));
-    const size_t calls = sAllocations.calls;
+    const size_t calls = Allocations::Calls();
     const uintptr_t data = At(mBuf.data);
     const volatile size_t tooMany = SIZE_MAX - 2;
     EXPECT_FALSE(DynBuf_Append(&mBuf, "x", tooMany));
     ExpectFields(data, 3, 128);
-    EXPECT_EQ(sAllocations.calls, calls);
+    EXPECT_EQ(Allocations::Calls(), calls);
 }
 
 TEST_F(DynBufTest, IsTrimmedToItsContents)
 {
     ASSERT_TRUE(DynBuf_Append(&mBuf, "abc", 3));
     ASSERT_TRUE(DynBuf_Trim(&mBuf));
-    EXPECT_EQ(sAllocations.lastSize, 3u);
+    EXPECT_EQ(Allocations::LastSize(), 3u);
     EXPECT_EQ(mBuf.allocated, 3u);
     EXPECT_EQ(Contents(), "abc");
 }
@@ -289,7 +289,7 @@ TEST_F(DynBufTest, IsTrimmedToNothingWhateverTheAllocatorSays)
 {
     Own(128);
     ASSERT_TRUE(DynBuf_Trim(&mBuf));
-    EXPECT_EQ(sAllocations.lastSize, 0u);
+    EXPECT_EQ(Allocations::LastSize(), 0u);
     EXPECT_EQ(mBuf.allocated, 0u);
     ASSERT_TRUE(DynBuf_Append(&mBuf, "a", 1)) << "no block that is gone is used";
     EXPECT_EQ(Contents(), "a");

@@ -1,7 +1,7 @@
 #include "err.h"
 
 #include "../../lib/misc/errInt.h"
-#include "countedBlocks.h"
+#include "allocations.h"
 #include "panic.h"
 
 #include <algorithm>
@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
 #include <thread>
@@ -48,7 +49,7 @@ protected:
     void TearDown() override
     {
         Err_Shutdown();
-        EXPECT_EQ(CountedBlocks::sLive, mBefore) << "Err_Shutdown leaves nothing";
+        EXPECT_EQ(Allocations::Live(), mBefore) << "Err_Shutdown leaves nothing";
     }
     // The text that is made of this one.
     static std::string Made(const std::string &systemText)
@@ -57,7 +58,7 @@ protected:
         sSystemText = systemText;
         return Err_NumberToText(1);
     }
-    const long mBefore = CountedBlocks::sLive;
+    const ptrdiff_t mBefore = Allocations::Live();
 };
 
 TEST_F(Err, SpeaksTheSystemsWords)
@@ -82,9 +83,9 @@ TEST_F(Err, AsksTheSystemOnceForANumber)
 TEST_F(Err, AllocatesNothingForATextThatIsThere)
 {
     Err_NumberToText(EACCES);
-    const long before = CountedBlocks::tMade;
+    const size_t before = Allocations::Calls();
     Err_NumberToText(EACCES);
-    EXPECT_EQ(CountedBlocks::tMade, before);
+    EXPECT_EQ(Allocations::Calls(), before);
 }
 
 TEST_F(Err, LeavesErrnoAlone)
@@ -100,6 +101,17 @@ TEST_F(Err, LeavesErrnoAlone)
         Err_CurrentText();
         EXPECT_EQ(errno, ENOSPC);
     }
+}
+
+TEST_F(Err, LeavesErrnoAloneWhateverTheAllocatorDoesToIt)
+{
+    errno = ENOSPC;
+    Allocations::Meanwhile([] { errno = EIO; });
+    Err_TextToNumber("text"); // makes a cache
+    EXPECT_EQ(errno, ENOSPC);
+    Allocations::Meanwhile([] { errno = EIO; });
+    Err_NumberToText(ENOENT);
+    EXPECT_EQ(errno, ENOSPC);
 }
 
 TEST_F(Err, TellsTheCurrentError)
@@ -226,15 +238,31 @@ TEST_F(Err, NumbersATextThatDoesNotFit)
 TEST_F(Err, GivesTheTextOfTheThreadThatWasFaster)
 {
     Err_NumberToText(1); // both caches are there
-    const long before = CountedBlocks::sLive;
+    const ptrdiff_t before = Allocations::Live();
     const char *others = nullptr;
-    CountedBlocks::tMeanwhile = [&] {
-        std::thread([&] { others = Err_NumberToText(ENOENT); }).join();
-    };
+    Allocations::Meanwhile([&] { std::thread([&] { others = Err_NumberToText(ENOENT); }).join(); });
     const char *text = Err_NumberToText(ENOENT);
     EXPECT_EQ(text, others);
-    EXPECT_EQ(CountedBlocks::sLive - before, 4) << "one text, its entry, and one in each cache";
+    EXPECT_EQ(Allocations::Live() - before, 4) << "one text, its entry, and one in each cache";
     EXPECT_EQ(Err_TextToNumber(text), ENOENT);
+}
+
+// Does this in the thread's call of the allocator after so many.
+void MeanwhileAfter(int calls, std::function<void()> deed)
+{
+    if (calls == 0) { return Allocations::Meanwhile(std::move(deed)); }
+    Allocations::Meanwhile([calls, deed = std::move(deed)] { MeanwhileAfter(calls - 1, deed); });
+}
+
+TEST_F(Err, KnowsATextWhoseMakerHasNotComeSoFar)
+{
+    Err_NumberToText(1); // both caches are there
+    int number = 0;
+    MeanwhileAfter(3, [&] { // behind the entry, its text, and the entry of the first cache
+        std::thread([&] { number = Err_TextToNumber(Err_NumberToText(ENOENT)); }).join();
+    });
+    Err_NumberToText(ENOENT);
+    EXPECT_EQ(number, ENOENT);
 }
 
 TEST_F(Err, GivesAllThreadsTheSameTexts)
@@ -261,11 +289,11 @@ TEST_F(Err, GivesAllThreadsTheSameTexts)
 
 TEST(ErrDeathTest, EndsTheProcessWithoutMemory)
 {
-    for (long refused = 0; refused < 8; refused++) { // caches, entry, text, entries of the caches
+    for (size_t granted = 0; granted < 8; granted++) { // caches, entry, text, entries of the caches
         EXPECT_PANIC(
             {
                 Err_Shutdown();
-                CountedBlocks::tRefused = refused;
+                const OutOfMemory once(granted, 1);
                 Err_NumberToText(ENOENT);
             },
             "Unrecoverable memory allocation failure\n");

@@ -1,6 +1,6 @@
 #include "hashTable.h"
 
-#include "countedBlocks.h"
+#include "allocations.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <barrier>
 #include <memory>
 #include <numeric>
+#include <ostream>
 #include <set>
 #include <string>
 #include <thread>
@@ -69,7 +70,7 @@ template <typename Body> void Together(Body body)
 // Has another thread do this while the next block is allocated, which is just then.
 template <typename Deed> void Meanwhile(Deed deed)
 {
-    CountedBlocks::tMeanwhile = [deed] { std::thread(deed).join(); };
+    Allocations::Meanwhile([deed] { std::thread(deed).join(); });
 }
 
 class HashTableOvertaken : public testing::Test {
@@ -80,9 +81,9 @@ protected:
         Meanwhile(
             [this, key, value] { EXPECT_TRUE(HashTable_Insert(mTable.get(), key, Value(value))); });
     }
-    const long mBefore = CountedBlocks::sLive;
+    const ptrdiff_t mBefore = Allocations::Live();
     ScopedTable mTable{HashTable_Alloc(1, COPYING, nullptr)};
-    static constexpr long TABLE = 2, ENTRY = 2; // blocks
+    static constexpr int TABLE = 2, ENTRY = 2; // blocks
 };
 
 TEST_F(HashTableOvertaken, InsertTellsThatTheKeyIsThere)
@@ -98,14 +99,14 @@ TEST_F(HashTableOvertaken, TheLosersEntryAndKeyAreReleased)
 {
     EnterMeanwhile("key", 2);
     HashTable_Insert(mTable.get(), "key", Value(1));
-    EXPECT_EQ(CountedBlocks::sLive - mBefore, TABLE + ENTRY);
+    EXPECT_EQ(Allocations::Live() - mBefore, TABLE + ENTRY);
 }
 
 TEST_F(HashTableOvertaken, LookupOrInsertGivesTheOthersValue)
 {
     EnterMeanwhile("key", 2);
     EXPECT_EQ(HashTable_LookupOrInsert(mTable.get(), "key", Value(1)), Value(2));
-    EXPECT_EQ(CountedBlocks::sLive - mBefore, TABLE + ENTRY);
+    EXPECT_EQ(Allocations::Live() - mBefore, TABLE + ENTRY);
 }
 
 TEST_F(HashTableOvertaken, ReplaceOrInsertReplacesTheOthersValue)
@@ -113,31 +114,31 @@ TEST_F(HashTableOvertaken, ReplaceOrInsertReplacesTheOthersValue)
     EnterMeanwhile("key", 2);
     EXPECT_TRUE(HashTable_ReplaceOrInsert(mTable.get(), "key", Value(1)));
     EXPECT_EQ(At(mTable, "key"), 1u);
-    EXPECT_EQ(CountedBlocks::sLive - mBefore, TABLE + ENTRY);
+    EXPECT_EQ(Allocations::Live() - mBefore, TABLE + ENTRY);
 }
 
 TEST_F(HashTableOvertaken, InsertTriesAgainBehindAnotherKey)
 {
     EnterMeanwhile("other", 2);
-    const long made = CountedBlocks::tMade;
+    const size_t made = Allocations::Calls();
     EXPECT_TRUE(HashTable_Insert(mTable.get(), "key", Value(1)));
-    EXPECT_EQ(CountedBlocks::tMade - made, ENTRY) << "with the same entry";
+    EXPECT_EQ(Allocations::Calls() - made, ENTRY) << "with the same entry";
     EXPECT_EQ(At(mTable, "key"), 1u);
     EXPECT_EQ(At(mTable, "other"), 2u);
     EXPECT_EQ(HashTable_GetNumElements(mTable.get()), 2u);
-    EXPECT_EQ(CountedBlocks::sLive - mBefore, TABLE + 2 * ENTRY);
+    EXPECT_EQ(Allocations::Live() - mBefore, TABLE + 2 * ENTRY);
 }
 
 TEST(HashTableAllocOnce, GivesTheTableOfWhoWasFaster)
 {
     HashTable *shared = nullptr;
     HashTable *others = nullptr;
-    const long before = CountedBlocks::sLive;
+    const ptrdiff_t before = Allocations::Live();
     Meanwhile([&] { others = HashTable_AllocOnce(&shared, 16, INTEGERS, nullptr); });
     EXPECT_EQ(HashTable_AllocOnce(&shared, 16, INTEGERS, nullptr), others);
     EXPECT_EQ(shared, others);
     EXPECT_NE(others, nullptr);
-    EXPECT_EQ(CountedBlocks::sLive - before, 2) << "the other table is released";
+    EXPECT_EQ(Allocations::Live() - before, 2) << "the other table is released";
     HashTable_Free(shared);
 }
 
@@ -146,7 +147,7 @@ TEST(HashTableAllocOnce, GivesTheTableOfWhoWasFaster)
 TEST(HashTableAllocOnce, GivesAllThreadsOneTable)
 {
     for (int round = 0; round < 200; round++) {
-        const long before = CountedBlocks::sLive;
+        const ptrdiff_t before = Allocations::Live();
         HashTable *shared = nullptr;
         std::vector<HashTable *> received(THREADS);
         Together([&](int i) {
@@ -155,7 +156,7 @@ TEST(HashTableAllocOnce, GivesAllThreadsOneTable)
         });
         EXPECT_THAT(received, testing::Each(shared));
         HashTable_Free(shared);
-        EXPECT_EQ(CountedBlocks::sLive, before);
+        EXPECT_EQ(Allocations::Live(), before);
     }
 }
 
@@ -166,7 +167,7 @@ TEST(HashTableThreads, EveryKeyHasOneInserter)
     for (int i = 0; i < KEYS; i++) {
         keys.push_back("key number " + std::to_string(i));
     }
-    const long before = CountedBlocks::sLive;
+    const ptrdiff_t before = Allocations::Live();
     ScopedTable table(HashTable_Alloc(1024, COPYING, nullptr));
     std::atomic<int> inserted{0};
     Together([&](int thread) {
@@ -179,7 +180,7 @@ TEST(HashTableThreads, EveryKeyHasOneInserter)
     EXPECT_EQ(CountByWalking(table), static_cast<size_t>(KEYS));
     EXPECT_LE(HashTable_GetNumElements(table.get()), static_cast<size_t>(KEYS));
     table.reset();
-    EXPECT_EQ(CountedBlocks::sLive, before) << "the losers' blocks included";
+    EXPECT_EQ(Allocations::Live(), before) << "the losers' blocks included";
 }
 
 TEST(HashTableThreads, EntriesThatWereNotCountedDoNotTurnTheCountOver)
@@ -237,7 +238,7 @@ TEST(HashTableThreads, EveryReplacedValueIsDroppedOnce)
 
 TEST(HashTableThreads, NoReplacementOfAnExpectedValueIsLost)
 {
-    constexpr uintptr_t ROUNDS = 5000;
+    constexpr uintptr_t ROUNDS = 100000;
     const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));
     HashTable_Insert(table.get(), IntKey(1), Value(0));
     Together([&](int) {
@@ -286,6 +287,107 @@ TEST(HashTableThreads, WhatAValuePointsToIsThereForWhoFindsIt)
     });
     EXPECT_EQ(wrong, 0u);
     RecordProperty("found", static_cast<int>(found));
+}
+
+// What a value points to is read by way of each operation that gives values.
+struct ValueFinder {
+    const char *name;
+    void *(*find)(HashTable *table, const void *key);
+};
+void PrintTo(const ValueFinder &finder, std::ostream *stream) { *stream << finder.name; }
+
+void *FindByLookup(HashTable *table, const void *key)
+{
+    void *value = nullptr;
+    HashTable_Lookup(table, key, &value);
+    return value;
+}
+
+void *FindByLookupOrInsert(HashTable *table, const void *key)
+{
+    return HashTable_LookupOrInsert(table, key, nullptr);
+}
+
+void *FindInArray(HashTable *table, const void *)
+{
+    void **values = nullptr;
+    size_t size = 0;
+    HashTable_ValueArray(table, &values, &size);
+    void *value = values[0];
+    free(values);
+    return value;
+}
+
+void *FindByWalking(HashTable *table, const void *)
+{
+    void *found = nullptr;
+    HashTable_ForEach(
+        table,
+        [](const void *, void *value, void *userData) {
+            *static_cast<void **>(userData) = value;
+            return 0;
+        },
+        &found);
+    return found;
+}
+
+class HashTableValueFound : public testing::TestWithParam<ValueFinder> {};
+
+TEST_P(HashTableValueFound, IsWholeWhileItIsReplaced)
+{
+    constexpr uintptr_t ROUNDS = 20000;
+    std::vector<uintptr_t> numbers(ROUNDS + 1);
+    const ScopedTable table(HashTable_Alloc(1, INTEGERS, nullptr));
+    numbers[0] = 1;
+    HashTable_Insert(table.get(), IntKey(7), &numbers[0]);
+    std::atomic<size_t> wrong{0};
+    Together([&](int thread) {
+        for (uintptr_t i = 1; i <= ROUNDS; i++) {
+            if (thread == 0) {
+                numbers[i] = i + 1;
+                HashTable_ReplaceOrInsert(table.get(), IntKey(7), &numbers[i]);
+                continue;
+            }
+            const auto *number = static_cast<uintptr_t *>(GetParam().find(table.get(), IntKey(7)));
+            wrong += *number != static_cast<uintptr_t>(number - numbers.data()) + 1;
+        }
+    });
+    EXPECT_EQ(wrong, 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, HashTableValueFound,
+                         testing::Values(ValueFinder{"lookup", FindByLookup},
+                                         ValueFinder{"lookupOrInsert", FindByLookupOrInsert},
+                                         ValueFinder{"array", FindInArray},
+                                         ValueFinder{"walk", FindByWalking}));
+
+// A number on the heap, of which only the thread that made it knew before it was stored.
+std::atomic<uintptr_t> sDroppedNumbers;
+void DropNumber(void *value)
+{
+    const std::unique_ptr<uintptr_t> number(static_cast<uintptr_t *>(value));
+    sDroppedNumbers += *number;
+}
+
+TEST(HashTableThreads, WhatADroppedValuePointsToIsThereForTheFreeFunction)
+{
+    constexpr uintptr_t ROUNDS = 20000;
+    sDroppedNumbers = 0;
+    ScopedTable table(HashTable_Alloc(1, INTEGERS, DropNumber));
+    HashTable_Insert(table.get(), IntKey(7), new uintptr_t(0));
+    Together([&](int thread) {
+        for (uintptr_t i = 0; i < ROUNDS; i++) {
+            auto *fresh = new uintptr_t(1);
+            if (thread % 2 == 0) {
+                HashTable_ReplaceOrInsert(table.get(), IntKey(7), fresh);
+                continue;
+            }
+            while (!HashTable_ReplaceIfEqual(table.get(), IntKey(7), Value(At(table, IntKey(7))),
+                                             fresh)) {}
+        }
+    });
+    table.reset(); // drops the last one
+    EXPECT_EQ(sDroppedNumbers, THREADS * ROUNDS);
 }
 
 TEST(HashTableThreads, AWalkSeesWhatWasThereAndNothingTwice)
@@ -354,7 +456,7 @@ TEST(HashTableThreads, ReadersAllocateNothingWhileAnotherInserts)
             HashTable_Insert(table.get(), std::to_string(i).c_str(), Value(1));
         }
     });
-    const long before = CountedBlocks::tMade;
+    const size_t before = Allocations::Calls();
     uintptr_t found = 0;
     for (uintptr_t i = 0; i < LOOKUPS; i++) {
         void *value = nullptr;
@@ -364,7 +466,7 @@ TEST(HashTableThreads, ReadersAllocateNothingWhileAnotherInserts)
     isDone = true;
     writer.join();
     EXPECT_EQ(found, LOOKUPS);
-    EXPECT_EQ(CountedBlocks::tMade, before);
+    EXPECT_EQ(Allocations::Calls(), before);
 }
 
 } // namespace

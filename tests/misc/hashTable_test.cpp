@@ -1,6 +1,6 @@
 #include "hashTable.h"
 
-#include "countedBlocks.h"
+#include "allocations.h"
 #include "panic.h"
 
 #include <algorithm>
@@ -440,6 +440,16 @@ TEST_P(HashTableOfEachKind, DropsTheValueThatIsReplaced)
     EXPECT_EQ(At(table, "key"), 2u);
 }
 
+TEST_P(HashTableOfEachKind, DropsNullAsAnyValue)
+{
+    const ScopedTable table = Make(NoteDropped);
+    HashTable_Insert(table.get(), "key", nullptr);
+    HashTable_ReplaceOrInsert(table.get(), "key", nullptr);
+    HashTable_ReplaceIfEqual(table.get(), "key", nullptr, nullptr);
+    HashTable_Delete(table.get(), "key");
+    EXPECT_THAT(sDropped, ElementsAre(nullptr, nullptr, nullptr));
+}
+
 TEST_P(HashTableOfEachKind, ReplacesTheExpectedValueOnly)
 {
     const ScopedTable table = Make(NoteDropped);
@@ -528,7 +538,7 @@ TEST_P(HashTableOfEachKind, DropsEverythingWhenFreed)
 
 TEST_P(HashTableOfEachKind, ReleasesEveryBlock)
 {
-    const long before = CountedBlocks::sLive;
+    const ptrdiff_t before = Allocations::Live();
     ScopedTable table = Make(nullptr, 16);
     for (const char *key : {"a", "b", "c", "d", "c", "e"}) {
         HashTable_Insert(table.get(), key, nullptr);
@@ -536,7 +546,7 @@ TEST_P(HashTableOfEachKind, ReleasesEveryBlock)
     }
     HashTable_Delete(table.get(), "b");
     table.reset();
-    EXPECT_EQ(CountedBlocks::sLive, before);
+    EXPECT_EQ(Allocations::Live(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Flags, HashTableOfEachKind,
@@ -584,14 +594,14 @@ TEST(HashTable, GivesNoArraysWhenEmpty)
     const void *key = nullptr, **keys = &key;
     void *value = nullptr, **values = &value;
     size_t keysSize = 7, valuesSize = 7;
-    const long before = CountedBlocks::sLive;
+    const ptrdiff_t before = Allocations::Live();
     HashTable_KeyArray(table.get(), &keys, &keysSize);
     HashTable_ValueArray(table.get(), &values, &valuesSize);
     EXPECT_EQ(keys, nullptr);
     EXPECT_EQ(keysSize, 0u);
     EXPECT_EQ(values, nullptr);
     EXPECT_EQ(valuesSize, 0u);
-    EXPECT_EQ(CountedBlocks::sLive, before);
+    EXPECT_EQ(Allocations::Live(), before);
 }
 
 // The keys 0 to 9 with ten times their number as values, in a table of four buckets.
@@ -673,10 +683,10 @@ TEST(HashTable, IsMadeOnce)
 TEST(HashTableDeathTest, EndsTheProcessWithoutMemory)
 {
     const char report[] = "Unrecoverable memory allocation failure\n";
-    for (long refused = 0; refused < 4; refused++) { // table, buckets, entry, key
+    for (size_t granted = 0; granted < 4; granted++) { // table, buckets, entry, key
         EXPECT_PANIC(
             {
-                CountedBlocks::tRefused = refused;
+                const OutOfMemory once(granted, 1);
                 HashTable *table = HashTable_Alloc(16, HASH_FLAG_COPYKEY, nullptr);
                 HashTable_Insert(table, "key", nullptr);
             },
@@ -685,7 +695,7 @@ TEST(HashTableDeathTest, EndsTheProcessWithoutMemory)
     const ScopedTable table = TableOfTen();
     EXPECT_PANIC(
         {
-            CountedBlocks::tRefused = 0;
+            const OutOfMemory once(0, 1);
             Keys(table);
         },
         report);

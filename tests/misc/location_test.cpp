@@ -1,6 +1,7 @@
 // Runs on a machine of its own as its root: it writes the product's fixed paths below /Library.
 #include "location.h"
 
+#include "allocations.h"
 #include "codeset.h"
 #include "hostinfo.h"
 #include "posix.h"
@@ -17,7 +18,6 @@
 // The program's own path, for one test: nullptr for the real one, "" for none.
 static const char *sModulePath;
 static bool sRealPathFails;
-static int sStrdupFailures;
 
 extern "C" {
 char *__real_Hostinfo_GetModulePath(uint32_t privilege);
@@ -34,15 +34,6 @@ char *__wrap_Posix_RealPath(const char *path)
         return strcpy(static_cast<char *>(malloc(4096)), path); // a place that need not exist
     }
     return sRealPathFails ? nullptr : __real_Posix_RealPath(path);
-}
-char *__real_strdup(const char *text);
-char *__wrap_strdup(const char *text)
-{
-    if (sStrdupFailures > 0) {
-        sStrdupFailures--;
-        return nullptr;
-    }
-    return __real_strdup(text);
 }
 }
 
@@ -252,7 +243,7 @@ TEST_F(Location, SaysWhenTheEnvironmentCannotBeCopied)
 {
     const Outcome outcome = InChild([] {
         setenv(ROOT_VARIABLE, "/opt/p", 1);
-        sStrdupFailures = 1;
+        const OutOfMemory none;
         return Take(Location_Get("rootDir"));
     });
     EXPECT_EQ(outcome.result, "(none)");
@@ -330,7 +321,7 @@ TEST_F(Location, SaysWhenTheLastUsedRootCannotBeCopied)
 {
     WriteLastUsed("/opt/p");
     const Outcome outcome = InChild([] {
-        sStrdupFailures = 1;
+        const OutOfMemory none;
         return Take(Location_Get("rootDir"));
     });
     EXPECT_EQ(outcome.result, "(none)");

@@ -119,7 +119,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(UtilSafeMalloc, PassesOnWhatNothingIsGivenFor)
 {
     void *block = Util_SafeMalloc(0);
-    EXPECT_EQ(block != nullptr, sAllocations.live > 0) << "the C library's own answer";
+    EXPECT_EQ(block != nullptr, Allocations::Live() > 0) << "the C library's own answer";
     free(block);
 }
 
@@ -216,9 +216,9 @@ TEST(UtilMemdup, CopiesAnySizeFromAnyAlignment)
 
 TEST(UtilMemdup, AllocatesNothingForNothing)
 {
-    const size_t calls = sAllocations.calls;
+    const size_t calls = Allocations::Calls();
     EXPECT_EQ(Util_Memdup("abc", 0), nullptr);
-    EXPECT_EQ(sAllocations.calls, calls);
+    EXPECT_EQ(Allocations::Calls(), calls);
 }
 
 TEST(UtilMemdup, GivesNothingWithoutMemory)
@@ -245,13 +245,13 @@ TEST(UtilMemcpy, CopiesBetweenAnyAlignmentsAndReturnsTheDestination)
 
 TEST(UtilFree, Frees)
 {
-    const ptrdiff_t live = sAllocations.live;
+    const ptrdiff_t live = Allocations::Live();
     void *block = Util_SafeMalloc(1);
-    EXPECT_EQ(sAllocations.live, live + 1);
+    EXPECT_EQ(Allocations::Live(), live + 1);
     Util_Free(block);
-    EXPECT_EQ(sAllocations.live, live);
+    EXPECT_EQ(Allocations::Live(), live);
     Util_Free(nullptr);
-    EXPECT_EQ(sAllocations.live, live);
+    EXPECT_EQ(Allocations::Live(), live);
 }
 
 // The comparisons, of blocks whose ends a sanitizer watches.

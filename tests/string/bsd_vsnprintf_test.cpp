@@ -1,5 +1,6 @@
 #include "bsd_vsnprintf.h"
 
+#include "allocations.h"
 #include "formatForTests.h"
 #include "scopedForTests.h"
 
@@ -16,33 +17,14 @@
 #include <sys/mman.h>
 #include <vector>
 
-static std::vector<size_t> sBlocks; // the sizes that the engine has asked for
-static int sFailingBlock = -1;      // the number of the one that it does not get
-static const char *sDigits;         // what the converters answer instead of their own answer
+static const char *sDigits; // what the converters answer instead of their own answer
 static int sPoint, sSign;
 static bool sConverterFails;
 static std::vector<int> sAsked; // how many digits the converters were asked for
 
 extern "C" {
-void *__real_malloc(size_t size);
-void *__real_realloc(void *block, size_t size);
-char *__real_strdup(const char *text);
 char *__real_ecvt(double value, int digits, int *point, int *sign);
 char *__real_fcvt(double value, int digits, int *point, int *sign);
-static bool IsRefused(size_t size)
-{
-    sBlocks.push_back(size);
-    return static_cast<int>(sBlocks.size()) - 1 == sFailingBlock;
-}
-void *__wrap_malloc(size_t size) { return IsRefused(size) ? nullptr : __real_malloc(size); }
-void *__wrap_realloc(void *block, size_t size)
-{
-    return IsRefused(size) ? nullptr : __real_realloc(block, size);
-}
-char *__wrap_strdup(const char *text)
-{
-    return IsRefused(strlen(text) + 1) ? nullptr : __real_strdup(text);
-}
 static char *Convert(char *(*convert)(double, int, int *, int *), double value, int digits,
                      int *point, int *sign)
 {
@@ -202,6 +184,11 @@ TEST(Format, EndsWhereASpecificationIsCutShort)
                                "cut%1$", "cut%I6"}) {
         EXPECT_EQ(Format(format, 0), std::string("cut")) << format;
     }
+}
+
+TEST(Format, TakesAStarsArgumentBeforeAZeroThatIsNoPosition)
+{
+    EXPECT_EQ(Format("%*0$d|%d", 3, 7), "00$d|7");
 }
 
 // ---- Integers
@@ -514,6 +501,12 @@ TEST(Format, PrintsRandomDoublesAsTheCLibraryDoes)
     }
 }
 
+TEST(Format, GivesNoMoreZerosThanTheFractionHas)
+{
+    const Converters nothing("", -5, 0);
+    EXPECT_EQ(Format("%.2f|", 0.000001), "0.00|");
+}
+
 // ---- Locales
 
 // Locales with groups of their own, made by the C library's compiler.
@@ -649,6 +642,11 @@ TEST(FormatConventions, PrintTheFirstByteOfThePoint)
               "1:5 1: 1 1:0e+00");
 }
 
+TEST(FormatConventions, GroupNothingBySizesBelowNothing)
+{
+    EXPECT_EQ(FormatGrouped("\x80", ',', ".", "%'d %'.0f", 1234567, 1234567.0), "1234567 1234567");
+}
+
 // ---- Positions
 
 TEST(FormatPositions, TakeArgumentsByNumber)
@@ -709,6 +707,17 @@ TEST(FormatPositions, LeaveTheOthersInTheirOrder)
 TEST(FormatPositions, AreReadFromTheStartEvenWhenTheyComeLate)
 {
     EXPECT_EQ(Format("%d %s %f %1$d %2$s %3$f", 1, "two", 3.0), "1 two 3.000000 1 two 3.000000");
+}
+
+TEST(FormatPositions, AreNotUsedUpByWhatTakesNoArgument)
+{
+    EXPECT_EQ(Format("%2$s %% %y %s", "a", "b"), "b % y a");
+}
+
+TEST(FormatPositions, KeepTheTypesThatWereFoundBeforeTheTableGrew)
+{
+    EXPECT_EQ(Format("%1$s %2$f %3$Lf %9$d", "a", 1.5, 2.5L, 4, 5, 6, 7, 8, 9),
+              "a 1.500000 2.500000 9");
 }
 
 // ---- How long the output is so far
@@ -810,9 +819,7 @@ TEST(FormatBuffer, PadsToAnyWidth)
 TEST(FormatBuffer, GrowsToWholeMultiplesOfItsFirstSize)
 {
     const auto blocksOf = [](const char *format, const std::string &word) {
-        sBlocks.clear();
-        FormatWith(bsd_vsnprintf, format, word.c_str());
-        return sBlocks;
+        return Allocations::SizesIn([&] { FormatWith(bsd_vsnprintf, format, word.c_str()); });
     };
     EXPECT_EQ(blocksOf("%s", std::string(200, 'x')), (std::vector<size_t>{64, 256}));
     EXPECT_EQ(blocksOf("%s", std::string(63, 'x')), (std::vector<size_t>{64}));
@@ -825,9 +832,8 @@ TEST(FormatBuffer, GrowsToWholeMultiplesOfItsFirstSize)
 TEST(FormatBuffer, GrowsEveryEightPiecesAndAtTheEnd)
 {
     const auto blocksOf = [](const char *format) {
-        sBlocks.clear();
-        FormatWith(bsd_vsnprintf, format, std::string(30, 'x').c_str());
-        return sBlocks;
+        return Allocations::SizesIn(
+            [&] { FormatWith(bsd_vsnprintf, format, std::string(30, 'x').c_str()); });
     };
     EXPECT_EQ(blocksOf("%1$s%1$s%1$s%1$s%1$s%1$s%1$s"), (std::vector<size_t>{64, 256}));
     EXPECT_EQ(blocksOf("%1$s%1$s%1$s%1$s%1$s%1$s%1$s%1$s"), (std::vector<size_t>{64, 256}));
@@ -843,20 +849,54 @@ TEST(FormatBuffer, GrowsAtEveryLengthAroundItsSteps)
     }
 }
 
+TEST(FormatBuffer, PadsInPiecesOfSixteen)
+{
+    EXPECT_EQ(Allocations::SizesIn([] { FormatWith(bsd_vsnprintf, "%129d", 1); }),
+              (std::vector<size_t>{64, 192}))
+        << "eight pieces of blanks, and the digit";
+}
+
+TEST(FormatBuffer, GathersNumbersWhoseLastPieceAlwaysWaits)
+{
+    std::string format, wanted;
+    for (int i = 0; i < 40; i++) {
+        format += "%1$.1f-%2$ls";
+        wanted += "1.5-w";
+    }
+    EXPECT_EQ(Format(format.c_str(), 1.5, L"w"), wanted);
+    format.clear();
+    wanted.clear();
+    for (int i = 0; i < 40; i++) {
+        format += "%1$.1f-";
+        wanted += "1.5-";
+    }
+    EXPECT_EQ(Format(format.c_str(), 1.5), wanted);
+}
+
+TEST(FormatBuffer, IsNotTerminatedWhenTheCallFails)
+{
+    ASSERT_STREQ(setlocale(LC_ALL, nullptr), "C");
+    char buffer[] = "#######";
+    EXPECT_EQ(FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "ab%lc", 0x20ac), -1);
+    EXPECT_EQ(memchr(buffer, '\0', sizeof buffer - 1), nullptr);
+}
+
 // ---- Memory
 
-// What an action asks of the allocator.
-std::vector<size_t> BlocksOf(const std::function<void()> &action)
+// Into a block of its own, which is the caller's to free.
+__attribute__((noinline)) int FormatNew(char **block, const char *format, ...)
 {
-    sBlocks.clear();
-    action();
-    return sBlocks;
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = bsd_vsnprintf(block, 0, format, arguments);
+    va_end(arguments);
+    return length;
 }
 
 TEST(FormatMemory, IsNotNeededInTheCallersBuffer)
 {
     char buffer[200];
-    const auto blocks = BlocksOf([&] {
+    const auto blocks = Allocations::SizesIn([&] {
         int length = 0;
         FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%s %5d %08llX %c %p %lc %n%%", "text", 42,
                    7LL, 'c', buffer, L'w', &length);
@@ -870,11 +910,15 @@ TEST(FormatMemory, IsNotNeededInTheCallersBuffer)
 TEST(FormatMemory, IsNeededForWideStringsAndFloatingNumbers)
 {
     char buffer[200];
-    EXPECT_EQ(BlocksOf([&] { FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%f", 0.5); }).size(),
+    EXPECT_EQ(Allocations::SizesIn([&] {
+                  FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%f", 0.5);
+              }).size(),
               1u);
-    EXPECT_EQ(BlocksOf([&] { FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%ls", L"ab"); }),
+    EXPECT_EQ(Allocations::SizesIn(
+                  [&] { FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%ls", L"ab"); }),
               (std::vector<size_t>{4 * 2 + 4}));
-    EXPECT_EQ(BlocksOf([&] { FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%.5ls", L"ab"); }),
+    EXPECT_EQ(Allocations::SizesIn(
+                  [&] { FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%.5ls", L"ab"); }),
               (std::vector<size_t>{5 + 4}));
 }
 
@@ -882,7 +926,7 @@ TEST(FormatMemory, IsNeededForPositionsAboveSeven)
 {
     char buffer[200];
     const auto blocksOf = [&](const char *format) {
-        return BlocksOf([&] {
+        return Allocations::SizesIn([&] {
             FormatInto(bsd_vsnprintf, buffer, sizeof buffer, format, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10,
                        11, 12, 13, 14, 15, 16, 17, 18, 19, 20);
         });
@@ -896,28 +940,16 @@ TEST(FormatMemory, IsNeededForPositionsAboveSeven)
 
 TEST(FormatMemory, MakesTheCallFailWhenItRunsOut)
 {
-    const std::string word(200, 'x');
-    const auto format = [&](Engine engine, char *buffer) {
-        return FormatInto(engine, buffer, 16, "%9$s%f%ls%1$g", 1.5, L"wide", 0, 0, 0, 0, 0, 0,
-                          word.c_str());
-    };
     char buffer[16];
-    for (char *place : {static_cast<char *>(nullptr), buffer}) {
-        sBlocks.clear();
-        if (place != nullptr) { ASSERT_GT(format(bsd_vsnprintf, place), 0); }
-        const int places = place == nullptr ? 8 : static_cast<int>(sBlocks.size());
-        for (int failing = 0; failing < places; failing++) {
-            const bool isTypeTable = failing == (place == nullptr ? 1 : 0);
-            if (isTypeTable) { continue; }
-            sBlocks.clear();
-            sFailingBlock = failing;
-            const int length = format(bsd_vsnprintf, place);
-            sFailingBlock = -1;
-            if (static_cast<int>(sBlocks.size()) <= failing) {
-                break;
-            } // it needs no more than that
-            EXPECT_EQ(length, -1) << failing;
+    for (size_t granted = 1;; granted++) { // without the first one it aborts
+        const OutOfMemory once(granted, 1);
+        const int length = FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%9$s%f%ls%1$g", 1.5,
+                                      L"wide", 0, 0, 0, 0, 0, 0, "word");
+        if (!once.Showed()) {
+            EXPECT_EQ(granted, 5u) << "types, arguments, two numbers, a wide string";
+            break;
         }
+        EXPECT_EQ(length, -1) << granted;
     }
 }
 
@@ -925,12 +957,39 @@ TEST(FormatMemoryDeathTest, AbortsWithoutAnyForThePositionsTypes)
 {
     EXPECT_EXIT(
         {
-            sBlocks.clear();
-            sFailingBlock = 0;
+            const OutOfMemory once(0, 1);
             char buffer[16];
             FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%8$d", 1, 2, 3, 4, 5, 6, 7, 8);
         },
         testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(FormatMemory, MakesTheCallFailWhenTheLastPiecesDoNotFit)
+{
+    const std::string word(200, 'x');
+    const OutOfMemory once(1, 1);
+    EXPECT_EQ(FormatWith(bsd_vsnprintf, "%s", word.c_str()), "(failed)");
+    EXPECT_TRUE(once.Showed());
+}
+
+TEST(FormatMemory, IsAllGivenBack)
+{
+    Format("%f", 1.5); // the converter keeps what it takes the first time
+    const std::string word(200, 'x');
+    for (size_t granted = 0;; granted++) {
+        if (granted == 1) { continue; } // without the types' table it aborts
+        char *buffer = nullptr;
+        const ptrdiff_t before = Allocations::Live();
+        const OutOfMemory once(granted, 1);
+        const int length =
+            FormatNew(&buffer, "%9$s%f%ls%1$g", 1.5, L"wide", 0, 0, 0, 0, 0, 0, word.c_str());
+        free(buffer);
+        EXPECT_EQ(Allocations::Live(), before) << granted;
+        if (!once.Showed()) {
+            EXPECT_GT(length, 200);
+            break;
+        }
+    }
 }
 
 // ---- What is too long
@@ -950,7 +1009,8 @@ TEST(FormatTooLong, IsWhatAnIntCannotCount)
 
 TEST(FormatTooLong, TakesNoMemoryToSay)
 {
-    EXPECT_EQ(BlocksOf([] { EXPECT_EQ(FormatWith(bsd_vsnprintf, "%2147483648d", 1), "(failed)"); }),
+    EXPECT_EQ(Allocations::SizesIn(
+                  [] { EXPECT_EQ(FormatWith(bsd_vsnprintf, "%2147483648d", 1), "(failed)"); }),
               (std::vector<size_t>{64}));
 }
 
@@ -982,6 +1042,14 @@ TEST(FormatTooLong, IsCountedByTheByte)
     EXPECT_EQ(length("%s%sx", word, word + 1), -1) << "literal text counts as well";
     munmap(place, SIZE + CHUNK);
     close(file);
+}
+
+TEST(FormatTooLong, DoesNotBecomeSmallAgain)
+{
+    char buffer[8];
+    for (const char *format : {"%18446744073709551617d", "%.18446744073709551618d"}) {
+        EXPECT_EQ(FormatInto(bsd_vsnprintf, buffer, sizeof buffer, format, 1), -1) << format;
+    }
 }
 
 } // namespace

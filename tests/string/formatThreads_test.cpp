@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,6 +28,33 @@ TEST(FormatThreads, KeepTheirDigitsApart)
                 char buffer[64];
                 Str_Snprintf(buffer, sizeof buffer, "%.2f %.2e", value, value);
                 if (buffer != wanted) { wrong++; }
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
+// Long digits take long, so that threads without a lock would meet even where there are few cores.
+TEST(FormatThreads, KeepLongDigitsApart)
+{
+    constexpr int THREADS = 4, ROUNDS = 2000;
+    std::atomic<int> ready = 0, wrong = 0;
+    std::vector<std::thread> threads;
+    for (int number = 1; number <= THREADS; number++) {
+        threads.emplace_back([number, &ready, &wrong] {
+            const double value = number / 7.0 * 1e-200;
+            char wanted[1100], text[1100];
+            Str_Snprintf(wanted, sizeof wanted, "%.1000f", value);
+            ready++;
+            while (ready < THREADS) {
+                std::this_thread::yield();
+            }
+            for (int round = 0; round < ROUNDS; round++) {
+                Str_Snprintf(text, sizeof text, "%.1000f", value);
+                if (strcmp(text, wanted) != 0) { wrong++; }
             }
         });
     }

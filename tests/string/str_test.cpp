@@ -1,5 +1,6 @@
 #include "str.h"
 
+#include "allocations.h"
 #include "panic.h"
 #include "scopedForTests.h"
 
@@ -11,13 +12,6 @@
 #include <random>
 #include <sys/mman.h>
 #include <unistd.h>
-
-static bool sMallocFails;
-
-extern "C" {
-void *__real_malloc(size_t size);
-void *__wrap_malloc(size_t size) { return sMallocFails ? nullptr : __real_malloc(size); }
-}
 
 namespace {
 
@@ -151,10 +145,8 @@ TEST(StrSnprintf, TerminatesWhatCannotBeFormatted)
     char buffer[] = "#######";
     EXPECT_EQ(Str_Snprintf(buffer, 6, "%lc", 0x20ac), -1);
     EXPECT_EQ(strlen(buffer), 5u);
-    sMallocFails = true;
-    const int length = Str_Snprintf(buffer, 3, "%ls", L"w");
-    sMallocFails = false;
-    EXPECT_EQ(length, -1);
+    const OutOfMemory none;
+    EXPECT_EQ(Str_Snprintf(buffer, 3, "%ls", L"w"), -1);
     EXPECT_EQ(strlen(buffer), 2u);
 }
 
@@ -170,6 +162,40 @@ TEST(StrSnprintf, DoesWithoutABuffer)
 {
     EXPECT_EQ(Str_Snprintf(nullptr, 0, "%s", "abc"), -1);
     EXPECT_EQ(Str_Snprintf(nullptr, 10, "%s", "abc"), -1);
+}
+
+TEST(StrSnprintf, LeavesWhatIsBeforeABufferOfOneByte)
+{
+    char bytes[] = "\xc3#";
+    EXPECT_EQ(Str_Snprintf(bytes + 1, 1, "x"), -1);
+    EXPECT_STREQ(bytes, "\xc3");
+}
+
+TEST(StrSnprintf, ReadsNothingBehindItsFormat)
+{
+    // The compiler must not see the formats, which are cut short.
+    int (*const volatile format)(char *, size_t, const char *, ...) = Str_Snprintf;
+    for (const std::string text : {"7%", "%1$d%", "%1$d%-", "%1$d%.", "%1$d%I", "%1$d%I6",
+                                   "%1$d%ll", "%1$d%2", "%1$d%2$", "%1$d%*", "%1$d%.*2"}) {
+        const AtPageEnd place(text + '\0');
+        char buffer[8];
+        EXPECT_EQ(format(buffer, sizeof buffer, place, 7, 7), 1) << text;
+        EXPECT_STREQ(buffer, "7") << text;
+    }
+}
+
+TEST(StrSnprintf, ReadsStringsOnlyUpToTheirPrecision)
+{
+    char buffer[8];
+    const AtPageEnd bytes("xyz");
+    EXPECT_EQ(Str_Snprintf(buffer, sizeof buffer, "%.3s", static_cast<char *>(bytes)), 3);
+    EXPECT_STREQ(buffer, "xyz");
+    const wchar_t wide[] = {L'a', L'b'};
+    const AtPageEnd place(std::string(reinterpret_cast<const char *>(wide), sizeof wide));
+    EXPECT_EQ(Str_Snprintf(buffer, sizeof buffer, "%.2ls",
+                           reinterpret_cast<wchar_t *>(static_cast<char *>(place))),
+              2);
+    EXPECT_STREQ(buffer, "ab");
 }
 
 TEST(StrSprintf, FillsItsBuffer)
@@ -245,10 +271,8 @@ TEST(StrAsprintf, GivesNothingWhenItFails)
 {
     size_t length = 7;
     EXPECT_EQ(Str_Asprintf(&length, "%lc", 0x20ac), nullptr);
-    sMallocFails = true;
-    char *text = Str_Asprintf(&length, "text");
-    sMallocFails = false;
-    EXPECT_EQ(text, nullptr);
+    const OutOfMemory none;
+    EXPECT_EQ(Str_Asprintf(&length, "text"), nullptr);
     EXPECT_EQ(length, 7u) << "a failure stores no length";
 }
 

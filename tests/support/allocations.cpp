@@ -1,0 +1,89 @@
+// allocations.cpp -- in the place of the C library's allocator.  In a file of its own: no compiler
+// that sees a call of malloc() expects it to read a test's variables.
+#include "allocations.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+std::atomic<ptrdiff_t> sLive;
+thread_local size_t tCalls, tLastSize;
+thread_local size_t tFirstRefused, tRefused; // so many from that call on
+thread_local std::vector<size_t> *tSizes;
+thread_local std::function<void()> tDeed;
+
+bool Grants(size_t size)
+{
+    if (tDeed) { std::exchange(tDeed, nullptr)(); }
+    if (tSizes != nullptr) { tSizes->push_back(size); }
+    tLastSize = size;
+    const size_t call = tCalls++;
+    return call < tFirstRefused || call - tFirstRefused >= tRefused;
+}
+
+template <typename T> T *Given(T *block)
+{
+    if (block != nullptr) { sLive++; }
+    return block;
+}
+
+} // namespace
+
+extern "C" {
+void *__real_malloc(size_t size);
+void *__wrap_malloc(size_t size) { return Grants(size) ? Given(__real_malloc(size)) : nullptr; }
+void *__real_calloc(size_t count, size_t size);
+void *__wrap_calloc(size_t count, size_t size)
+{
+    return Grants(count * size) ? Given(__real_calloc(count, size)) : nullptr;
+}
+void *__real_realloc(void *block, size_t size);
+void *__wrap_realloc(void *block, size_t size)
+{
+    if (!Grants(size)) { return nullptr; }
+    const bool hadBlock = block != nullptr;
+    void *moved = __real_realloc(block, size);
+    if (moved != nullptr && !hadBlock) { sLive++; }
+    if (moved == nullptr && hadBlock && size == 0) { sLive--; } // it has been freed
+    return moved;
+}
+char *__real_strdup(const char *string);
+char *__wrap_strdup(const char *string)
+{
+    return Grants(strlen(string) + 1) ? Given(__real_strdup(string)) : nullptr;
+}
+void __real_free(void *block);
+void __wrap_free(void *block)
+{
+    if (block != nullptr) { sLive--; }
+    __real_free(block);
+}
+}
+
+ptrdiff_t Allocations::Live() { return sLive; }
+size_t Allocations::Calls() { return tCalls; }
+size_t Allocations::LastSize() { return tLastSize; }
+
+std::vector<size_t> Allocations::SizesIn(const std::function<void()> &action)
+{
+    std::vector<size_t> sizes;
+    tSizes = &sizes;
+    action();
+    tSizes = nullptr;
+    return sizes;
+}
+
+void Allocations::Meanwhile(std::function<void()> deed) { tDeed = std::move(deed); }
+
+OutOfMemory::OutOfMemory(size_t granted, size_t refused) : mFirst(tCalls + granted)
+{
+    tFirstRefused = mFirst;
+    tRefused = refused;
+}
+
+OutOfMemory::~OutOfMemory() { tRefused = 0; }
+
+bool OutOfMemory::Showed() const { return tRefused != 0 && tCalls > mFirst; }

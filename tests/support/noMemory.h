@@ -1,0 +1,100 @@
+// noMemory.h -- how each public function ends when it does not get a block that it asks for.  For
+// the sources of noMemory_test, which refuses every one of a case's blocks: alone, and together
+// with all that follow.
+//
+//    RUNS_OUT(Posix_RealPath, FAILS)
+//    {
+//        return Gives("/proc", Scarcely([] { return Posix_RealPath("/proc"); }));
+//    }
+#ifndef PELAGO_TESTS_SUPPORT_NOMEMORY_H
+#define PELAGO_TESTS_SUPPORT_NOMEMORY_H
+
+#include "allocations.h"
+#include "scopedForTests.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+// How a call ends, and all that it writes to standard error.
+struct Ending {
+    enum Kind { RETURNS, PANICS, ABORTS } kind;
+    std::string said;
+};
+inline Ending Says(const std::string &text) { return {Ending::RETURNS, text}; }
+inline Ending Panics(const std::string &report) { return {Ending::PANICS, "Panic: " + report}; }
+inline const Ending FAILS{Ending::RETURNS, ""};
+inline const Ending ABORTS{Ending::ABORTS, ""};
+inline const Ending PANICS = Panics("Unrecoverable memory allocation failure\n");
+inline const Ending PANICS_AT = Panics("Unrecoverable memory allocation failure at lib/x:7\n");
+
+struct NoMemoryCase {
+    std::string function, variant;
+    std::vector<Ending> endings;
+    bool (*attempt)();
+};
+bool AddNoMemoryCase(NoMemoryCase row);
+
+// A function, and how it ends without its first block, its second and so on; the last ending is for
+// all further blocks too.  What follows is an attempt: it makes the call through Scarcely() and
+// returns whether that succeeded, with the right result.  It expects that a failure left everything
+// as it was, and frees what it has made.  After a failure it is made once more, with memory.
+#define RUNS_OUT(function, ...) PELAGO_NO_MEMORY_CASE(function, , __VA_ARGS__)
+// The same in a further case of the function.
+#define RUNS_OUT_WHEN(function, variant, ...) PELAGO_NO_MEMORY_CASE(function, variant, __VA_ARGS__)
+// A function that asks for no block.
+#define NEEDS_NO_MEMORY(function)               PELAGO_NO_MEMORY_CASE(function, , )
+#define NEEDS_NO_MEMORY_WHEN(function, variant) PELAGO_NO_MEMORY_CASE(function, variant, )
+
+#define PELAGO_NO_MEMORY_CASE(function, variant, ...)                                              \
+    static bool function##variant##Attempt();                                                      \
+    [[maybe_unused]] static const bool function##variant##IsAdded =                                \
+        AddNoMemoryCase({#function, #variant, {__VA_ARGS__}, function##variant##Attempt});         \
+    static bool function##variant##Attempt()
+
+// What is refused in this attempt, and whether anything was.
+struct NoMemoryAttempt {
+    size_t granted = 0, refused = 0;
+    bool showed = false;
+    bool isSecond = false; // with memory, after the first one failed
+};
+inline NoMemoryAttempt sAttempt;
+
+// The call under test, and nothing around it, runs out of memory.
+template <typename Call> auto Scarcely(Call call)
+{
+    struct Scarcity {
+        OutOfMemory memory{sAttempt.granted, sAttempt.refused};
+        ~Scarcity() { sAttempt.showed = memory.Showed(); }
+    } scarcity;
+    return call();
+}
+
+// Takes over a result: NULL is a failure, and any other string is to be this one.
+inline bool Gives(const std::string &expected, void *text)
+{
+    if (text == nullptr) { return false; }
+    EXPECT_EQ(Take(static_cast<char *>(text)), expected);
+    return true;
+}
+
+// For a builder, which stores its result's length unless it fails.
+template <typename Build> bool Builds(const std::string &expected, Build build)
+{
+    size_t size = 77;
+    char *text = Scarcely([&] { return build(&size); });
+    EXPECT_EQ(size, text == nullptr ? 77 : expected.size());
+    return Gives(expected, text);
+}
+
+inline std::string Times(size_t count, const std::string &text)
+{
+    std::string result;
+    for (size_t i = 0; i < count; i++) {
+        result += text;
+    }
+    return result;
+}
+
+#endif // PELAGO_TESTS_SUPPORT_NOMEMORY_H
