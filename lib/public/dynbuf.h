@@ -131,9 +131,8 @@ static inline bool DynBuf_Enlarge(DynBuf *buf, size_t minSize)
 /* Grows the allocation where it does not hold count bytes after the contents; not for callers. */
 static inline bool DynBufMakeRoom(DynBuf *buf, size_t count)
 {
-    size_t needed;
-    if (__builtin_add_overflow(buf->size, count, &needed)) { return false; }
-    return needed <= buf->allocated || DynBuf_Enlarge(buf, needed);
+    if (count > SIZE_MAX - buf->size) { return false; }
+    return buf->size + count <= buf->allocated || DynBuf_Enlarge(buf, buf->size + count);
 }
 
 /* Puts bytes where there is room; not for callers. */
