@@ -1,4 +1,4 @@
-// cfString.cpp -- immutable strings, kept as UTF-8.
+// cfString.cpp -- strings, mutable or not, kept as UTF-8.
 // Core Foundation compares strings by their UTF-16 units.  Strict UTF-8 and UTF-16 map to each
 // other one to one, so comparing the bytes gives the same answer.
 #include "cfTypes.h"
@@ -54,15 +54,16 @@ const __CFString *MakeConstant(const char *text)
     if (found != pool.strings.end()) { return found->second; }
     const std::optional<CFIndex> unitCount = CFUtf8UnitCount(text);
     if (!unitCount) { CFStop("CFSTR", "the text is not UTF-8"); }
-    const __CFString *made = new __CFString(text, *unitCount, true);
+    const __CFString *made = new __CFString(text, *unitCount, __CFString::Kind::Constant);
     pool.strings.emplace(made->mText, made);
     return made;
 }
 
 } // namespace
 
-__CFString::__CFString(std::string text, CFIndex unitCount, bool isConstant)
-    : CFObject(STRING_CLASS, isConstant), mText(std::move(text)), mUnitCount(unitCount)
+__CFString::__CFString(std::string text, CFIndex unitCount, Kind kind)
+    : CFObject(STRING_CLASS, kind == Kind::Constant), mIsMutable(kind == Kind::Mutable),
+      mText(std::move(text)), mUnitCount(unitCount)
 {}
 
 std::optional<CFIndex> CFUtf8UnitCount(std::string_view text)
@@ -82,7 +83,7 @@ CFStringRef CFStringCreateWithText(std::string_view text)
     const std::optional<CFIndex> unitCount = CFUtf8UnitCount(text);
     if (!unitCount || text.find('\0') != text.npos) { return nullptr; }
     try {
-        return new __CFString(std::string(text), *unitCount, false);
+        return new __CFString(std::string(text), *unitCount, __CFString::Kind::Immutable);
     } catch (const std::bad_alloc &) {
         return nullptr;
     }
@@ -104,6 +105,14 @@ extern "C" CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char *tex
 {
     if (text == nullptr) { CFStop(__func__, "NULL where a text is expected"); }
     return encoding == kCFStringEncodingUTF8 ? CFStringCreateWithText(text) : nullptr;
+}
+
+extern "C" CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef, CFIndex maximumLength,
+                                                        CFStringRef string)
+{
+    CFRequire(string, CF_TYPE_STRING, __func__);
+    if (maximumLength != 0) { CFStop(__func__, "a maximum length is not supplied"); }
+    return CFNew<__CFString>(string->mText, string->mUnitCount, __CFString::Kind::Mutable);
 }
 
 extern "C" CFIndex CFStringGetLength(CFStringRef string)

@@ -17,7 +17,9 @@
 #include <vector>
 
 struct __CFString final : CFObject {
-    __CFString(std::string text, CFIndex unitCount, bool isConstant);
+    enum class Kind { Immutable, Mutable, Constant };
+    __CFString(std::string text, CFIndex unitCount, Kind kind);
+    const bool mIsMutable;
     std::string mText;  // valid UTF-8 without NULs
     CFIndex mUnitCount; // its length in UTF-16 units
 };

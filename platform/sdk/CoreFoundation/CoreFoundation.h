@@ -29,6 +29,7 @@ typedef const void *CFTypeRef;
 typedef CFTypeRef CFPropertyListRef;
 typedef const struct __CFAllocator *CFAllocatorRef;
 typedef const struct __CFString *CFStringRef;
+typedef struct __CFString *CFMutableStringRef;
 typedef const struct __CFArray *CFArrayRef;
 typedef struct __CFArray *CFMutableArrayRef;
 typedef const struct __CFDictionary *CFDictionaryRef;
@@ -73,6 +74,9 @@ CFStringRef __CFStringMakeConstantString(const char *text);
 /* NULL when the text is not valid in the encoding; UTF-8 is the only one supplied on Linux. */
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char *text,
                                       CFStringEncoding encoding);
+/* maximumLength in UTF-16 units; 0 sets no limit, and is the only one supplied on Linux. */
+CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef allocator, CFIndex maximumLength,
+                                             CFStringRef string);
 /* In UTF-16 units. */
 CFIndex CFStringGetLength(CFStringRef string);
 /* In bytes, the terminator not counted; kCFNotFound when it would not fit a CFIndex. */
@@ -80,8 +84,20 @@ CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encod
 /* FALSE, and an empty buffer, when text and terminator do not fit in bufferSize bytes. */
 Boolean CFStringGetCString(CFStringRef string, char *buffer, CFIndex bufferSize,
                            CFStringEncoding encoding);
-/* A shortcut that may be NULL at any time; the text belongs to the string. */
+/* A shortcut that may be NULL at any time; the text belongs to the string, until that is changed.
+ */
 const char *CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding);
+
+/* Unicode's normalization forms: decomposed or composed, with a K where compatibility counts. */
+typedef CFIndex CFStringNormalizationForm;
+enum {
+    kCFStringNormalizationFormD = 0,
+    kCFStringNormalizationFormKD = 1,
+    kCFStringNormalizationFormC = 2,
+    kCFStringNormalizationFormKC = 3
+};
+/* In place.  An immutable string or another form ends the process, as lack of memory does. */
+void CFStringNormalize(CFMutableStringRef string, CFStringNormalizationForm form);
 
 /* Arrays.  An index or a range outside the array ends the process. */
 
