@@ -14,8 +14,8 @@ set -eu
 
 say() { printf 'sandbox.sh: %s\n' "$1" >&2; }
 
-# Shown as it is even where it lies on a file system of its own, of which an overlay of / would have
-# an empty folder.
+# Gets an overlay of its own where it lies on a file system of its own, of which an overlay of / would
+# have an empty folder.
 project=$(cd "$(dirname "$0")/.." && pwd -P)
 
 runInside() {
@@ -53,8 +53,11 @@ mount -t proc proc "$new/proc"
 mount -t tmpfs -o mode=755 tmpfs "$new/run"
 mount -t tmpfs -o mode=1777 tmpfs "$new/tmp"
 if [ "$(stat -c %d "$project")" != "$(stat -c %d /)" ] || [ "${project#/tmp/}" != "$project" ]; then
-    mkdir -p "$new$project"
-    mount --bind "$project" "$new$project"
+    mkdir -p "$new$project" "$base/projectUp" "$base/projectScratch"
+    lower=$(printf "%s" "$project" | sed "s/[\\\\:,]/\\\\&/g")
+    mount -t overlay overlay \
+        -o "lowerdir=$lower,upperdir=$base/projectUp,workdir=$base/projectScratch" "$new$project" ||
+        fail "cannot mount an overlay of $project"
 fi
 printf "%s" "$binds" | while IFS= read -r outside && IFS= read -r inside; do
     mkdir -p "$new$inside"

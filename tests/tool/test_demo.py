@@ -80,5 +80,17 @@ class Demo(unittest.TestCase):
                 self.assertEqual(left.stdout, "")
 
 
+class Machine(unittest.TestCase):
+    def test_what_is_written_to_the_project_is_thrown_away_wherever_it_lies(self):
+        # /tmp is not shown as it is, so a project there is mounted by itself.
+        with tempfile.TemporaryDirectory(dir="/tmp") as folder:
+            project = Path(folder, "a,b:c d\\e")
+            shutil.copytree(ROOT / "tools", project / "tools")
+            done = subprocess.run([project / "tools/sandbox.sh", "sh", "-c", "rm -r tools && ls -A"], cwd=project,
+                                  capture_output=True, text=True)
+            self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+            self.assertTrue((project / "tools/sandbox.sh").exists())
+
+
 if __name__ == "__main__":
     unittest.main()
