@@ -1,4 +1,4 @@
-// codeset.cpp -- the code-set layer: whether ICU is used.
+// codeset.cpp -- the code-set layer: whether ICU is used, and the host's code set.
 #include "codeset.h"
 
 #include "codesetInt.h"
@@ -45,5 +45,7 @@ extern "C" bool CodeSet_Init(const char *icuDataDir)
 }
 
 extern "C" void CodeSet_DontUseIcu() { sUseIcu = false; }
+
+extern "C" const char *CodeSet_GetCurrentCodeSet() { return "UTF-8"; }
 
 bool CodeSetUsesIcu() { return sUseIcu; }

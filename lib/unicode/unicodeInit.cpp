@@ -1,4 +1,4 @@
-// unicodeSimpleBase.cpp -- the library's text.
+// unicodeInit.cpp -- the one-time initialisation.
 #include "unicode.h"
 
 #include "codeset.h"

@@ -14,9 +14,9 @@ PUBLIC = ROOT / "lib/public"
 ANY_PUBLIC = {path.name for path in PUBLIC.glob("*.h")}
 MAY_INCLUDE = {
     "apps/pelagoShareTool": ANY_PUBLIC,
-    "lib/misc": ANY_PUBLIC,
+    "lib/misc": ANY_PUBLIC | {"../string/utf.h"},
     "lib/string": {"bsd_vsnprintf.h", "str.h", "util.h", "diagnostics.h", "scoped.h"},
-    "lib/unicode": {"unicode.h", "codeset.h", "util.h", "diagnostics.h"},
+    "lib/unicode": {"unicode.h", "unicodeTypes.h", "codeset.h", "escape.h", "hashTable.h", "util.h", "diagnostics.h", "scoped.h"},
     "lib/public": ANY_PUBLIC,
 }
 # Headers that only one host has, or that only one host declares that way.

@@ -21,9 +21,14 @@
 struct Ending {
     enum Kind { RETURNS, PANICS, ABORTS } kind;
     std::string said;
+    std::string saidWithoutMore = said; // when all blocks that follow are refused, too
 };
 inline Ending Says(const std::string &text) { return {Ending::RETURNS, text}; }
 inline Ending Panics(const std::string &report) { return {Ending::PANICS, "Panic: " + report}; }
+inline Ending Panics(const std::string &report, const std::string &reportWithoutMore)
+{
+    return {Ending::PANICS, "Panic: " + report, "Panic: " + reportWithoutMore};
+}
 inline const Ending FAILS{Ending::RETURNS, ""};
 inline const Ending ABORTS{Ending::ABORTS, ""};
 inline const Ending PANICS = Panics("Unrecoverable memory allocation failure\n");

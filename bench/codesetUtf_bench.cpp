@@ -1,0 +1,224 @@
+// UTF-8 and UTF-16 in bulk, ours beside its peers, on four mixes of letters in four sizes.
+#include "workloads.h"
+
+#include "../lib/misc/codesetUtf.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <glib.h>
+#include <iconv.h>
+#include <memory>
+#include <random>
+#include <string>
+#include <unicode/ustring.h>
+
+namespace {
+
+// How many letters in a hundred take two, three and four bytes of UTF-8.
+struct Mix {
+    const char *name;
+    unsigned two, three, four;
+};
+constexpr Mix MIXES[] = {
+    {"ascii", 0, 0, 0}, {"latin", 20, 0, 0}, {"cjk", 0, 90, 0}, {"emoji", 0, 15, 60}};
+
+// The most of the peer's time that ours may take, for each mix.
+struct Size {
+    const char *name;
+    size_t bytes; // of UTF-8
+    double validity[4], toUtf16[4], toUtf8[4];
+};
+constexpr Size SIZES[] = {
+    {"16 B", 16, {0.65, 0.65, 0.65, 0.65}, {0.74, 0.79, 0.8, 0.71}, {0.75, 0.75, 0.7, 0.7}},
+    {"64 B", 64, {0.12, 0.21, 0.2, 0.18}, {0.7, 0.8, 0.8, 0.71}, {0.61, 0.8, 0.8, 0.76}},
+    {"1 KiB", 1024, {0.02, 0.12, 0.12, 0.1}, {0.14, 0.54, 0.54, 0.52}, {0.15, 0.24, 0.37, 0.67}},
+    {"1 MiB", 1048576, {0.03, 0.04, 0.08, 0.04}, {0.08, 0.22, 0.6, 0.7}, {0.07, 0.08, 0.18, 0.7}}};
+
+std::string Utf8Of(const Mix &mix, size_t size)
+{
+    std::mt19937 random(7);
+    std::string text;
+    while (text.size() < size) {
+        const unsigned kind = random() % 100;
+        gunichar letter = 'a' + random() % 26;
+        if (kind < mix.two) {
+            letter = 0xC0 + random() % 0x100;
+        } else if (kind < mix.two + mix.three) {
+            letter = 0x4E00 + random() % 0x5000;
+        } else if (kind < mix.two + mix.three + mix.four) {
+            letter = 0x1F300 + random() % 0x300;
+        }
+        char bytes[6];
+        const auto length = static_cast<size_t>(g_unichar_to_utf8(letter, bytes));
+        if (text.size() + length <= size) {
+            text.append(bytes, length);
+        } else {
+            text += 'z';
+        }
+    }
+    return text;
+}
+
+// A converter's result in a block of its own.
+struct Block {
+    char *data;
+    size_t size; // without the four zeros
+};
+
+// What every peer that fills a given block has around it: room for the largest result, four zeros
+// behind the result, and the rest given back.  fill() returns the result's size.
+template <typename F> Block Filled(size_t most, F fill)
+{
+    auto *block = static_cast<char *>(malloc(most + 4));
+    const size_t size = fill(block);
+    memset(block + size, 0, 4);
+    return {static_cast<char *>(realloc(block, size + 4)), size};
+}
+
+Block Ours(bool (*convert)(const char *, size_t, DynBuf *), const std::string &text)
+{
+    DynBuf db;
+    DynBuf_Init(&db);
+    convert(text.data(), text.size(), &db);
+    DynBuf_Append(&db, "\0\0\0", 4);
+    return {db.data, db.size - 4};
+}
+
+const UChar *Units(const char *bytes) { return reinterpret_cast<const UChar *>(bytes); }
+
+size_t IcuToUtf16(const std::string &text, char *to)
+{
+    int32_t length = 0;
+    UErrorCode error = U_ZERO_ERROR;
+    u_strFromUTF8(reinterpret_cast<UChar *>(to), static_cast<int32_t>(text.size()), &length,
+                  text.data(), static_cast<int32_t>(text.size()), &error);
+    return U_SUCCESS(error) ? static_cast<size_t>(length) * 2 : 0;
+}
+
+size_t IcuToUtf8(const std::string &text, char *to)
+{
+    int32_t length = 0;
+    UErrorCode error = U_ZERO_ERROR;
+    u_strToUTF8(to, static_cast<int32_t>(text.size() / 2 * 3), &length, Units(text.data()),
+                static_cast<int32_t>(text.size() / 2), &error);
+    return U_SUCCESS(error) ? static_cast<size_t>(length) : 0;
+}
+
+size_t Iconv(const char *to, const char *from, const std::string &text, char *out, size_t room)
+{
+    const iconv_t converter = iconv_open(to, from);
+    char *in = const_cast<char *>(text.data()), *at = out;
+    size_t left = text.size();
+    iconv(converter, &in, &left, &at, &room);
+    iconv_close(converter);
+    return static_cast<size_t>(at - out);
+}
+
+Block GlibToUtf16(const std::string &text)
+{
+    glong units = 0;
+    auto *data =
+        g_utf8_to_utf16(text.data(), static_cast<glong>(text.size()), nullptr, &units, nullptr);
+    return {reinterpret_cast<char *>(data), static_cast<size_t>(units) * 2};
+}
+
+Block GlibToUtf8(const std::string &text)
+{
+    glong size = 0;
+    auto *data = g_utf16_to_utf8(reinterpret_cast<const gunichar2 *>(text.data()),
+                                 static_cast<glong>(text.size() / 2), nullptr, &size, nullptr);
+    return {data, static_cast<size_t>(size)};
+}
+
+bool IsPreflighted(const std::string &text)
+{
+    int32_t length = 0;
+    UErrorCode error = U_ZERO_ERROR;
+    u_strFromUTF8(nullptr, 0, &length, text.data(), static_cast<int32_t>(text.size()), &error);
+    return error == U_BUFFER_OVERFLOW_ERROR;
+}
+
+using Text = std::shared_ptr<const std::string>;
+
+template <typename F> bool Gives(F make, const std::string &expected)
+{
+    const Block block = make();
+    const bool same = std::string(block.data, block.size) == expected;
+    free(block.data);
+    return same;
+}
+
+template <typename F> std::function<void(size_t)> Discarded(F make)
+{
+    return Repeat([make] { free(make().data); });
+}
+
+void Row(const Size &size, size_t i)
+{
+    static std::vector<std::unique_ptr<std::string>> names;
+    const auto title = [&](const char *what) {
+        names.push_back(std::make_unique<std::string>(what + std::string(", ") + size.name + " " +
+                                                      MIXES[i].name));
+        return names.back()->c_str();
+    };
+    const Text utf8 = std::make_shared<const std::string>(Utf8Of(MIXES[i], size.bytes));
+    const Block converted = GlibToUtf16(*utf8);
+    const Text utf16 = std::make_shared<const std::string>(converted.data, converted.size);
+    free(converted.data);
+
+    const auto ourCheck = [=] { return CodeSetUtf8IsValid(utf8->data(), utf8->size()); };
+    const auto glibCheck = [=] {
+        return g_utf8_validate(utf8->data(), static_cast<gssize>(utf8->size()), nullptr);
+    };
+    const auto icuCheck = [=] { return IsPreflighted(*utf8); };
+    Workload(
+        title("validity"), {{"g_utf8_validate", size.validity[i]}}, Repeat(ourCheck),
+        {{"g_utf8_validate", Repeat(glibCheck)}, {"u_strFromUTF8, no output", Repeat(icuCheck)}},
+        ourCheck() && glibCheck() && icuCheck());
+
+    const auto ourUtf16 = [=] { return Ours(CodeSetUtf8ToUtf16Db, *utf8); };
+    const auto icuUtf16 = [=] {
+        return Filled(2 * utf8->size(), [&](char *to) { return IcuToUtf16(*utf8, to); });
+    };
+    const auto iconvUtf16 = [=] {
+        return Filled(2 * utf8->size(), [&](char *to) {
+            return Iconv("UTF-16LE", "UTF-8", *utf8, to, 2 * utf8->size());
+        });
+    };
+    const auto glibUtf16 = [=] { return GlibToUtf16(*utf8); };
+    Workload(title("UTF-8 to UTF-16"), {{"u_strFromUTF8", size.toUtf16[i]}}, Discarded(ourUtf16),
+             {{"u_strFromUTF8", Discarded(icuUtf16)},
+              {"g_utf8_to_utf16", Discarded(glibUtf16)},
+              {"iconv", Discarded(iconvUtf16)}},
+             Gives(ourUtf16, *utf16) && Gives(icuUtf16, *utf16) && Gives(iconvUtf16, *utf16));
+
+    const auto ourUtf8 = [=] { return Ours(CodeSetUtf16ToUtf8Db, *utf16); };
+    const auto icuUtf8 = [=] {
+        return Filled(utf16->size() / 2 * 3, [&](char *to) { return IcuToUtf8(*utf16, to); });
+    };
+    const auto iconvUtf8 = [=] {
+        return Filled(utf16->size() / 2 * 3, [&](char *to) {
+            return Iconv("UTF-8", "UTF-16LE", *utf16, to, utf16->size() / 2 * 3);
+        });
+    };
+    const auto glibUtf8 = [=] { return GlibToUtf8(*utf16); };
+    Workload(title("UTF-16 to UTF-8"), {{"u_strToUTF8", size.toUtf8[i]}}, Discarded(ourUtf8),
+             {{"u_strToUTF8", Discarded(icuUtf8)},
+              {"g_utf16_to_utf8", Discarded(glibUtf8)},
+              {"iconv", Discarded(iconvUtf8)}},
+             Gives(ourUtf8, *utf8) && Gives(icuUtf8, *utf8) && Gives(glibUtf8, *utf8) &&
+                 Gives(iconvUtf8, *utf8));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    for (const Size &size : SIZES) {
+        for (size_t i = 0; i < std::size(MIXES); i++) {
+            Row(size, i);
+        }
+    }
+    return RunWorkloads(argc, argv);
+}

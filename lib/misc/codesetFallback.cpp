@@ -1,0 +1,145 @@
+// codesetFallback.cpp -- conversion without ICU, among the Unicode forms, ASCII and the current
+// code set.  Strict: what is malformed is never repaired, but for single bytes of what claims to be
+// ASCII.
+#include "codesetInt.h"
+
+#include "codeset.h"
+#include "codesetUtf.h"
+#include "scoped.h"
+#include "unicode.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+constexpr char UTF8_REPLACEMENT[] = "\xef\xbf\xbd";
+constexpr char ASCII_SUBSTITUTE[] = "\x1a";
+
+bool IsAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
+
+// A copy with the bytes of each pair swapped; nullptr without memory.  The size is even.
+char *CodeSetSwapped(const char *buf, size_t size)
+{
+    char *swapped = static_cast<char *>(malloc(size));
+    if (swapped != nullptr) { swab(buf, swapped, static_cast<ssize_t>(size)); }
+    return swapped;
+}
+
+// Whether the bytes decode; what to is not kept.
+bool CodeSetDecodes(bool (*decoder)(const char *, size_t, DynBuf *), const char *buf, size_t size)
+{
+    DynBuf ignored;
+    DynBuf_Init(&ignored);
+    const bool decodes = decoder(buf, size, &ignored);
+    DynBuf_Destroy(&ignored);
+    return decodes;
+}
+
+bool CodeSetFallbackReads(StringEncoding encoding)
+{
+    return encoding == STRING_ENCODING_UTF_8 || encoding == STRING_ENCODING_UTF_16LE ||
+           encoding == STRING_ENCODING_UTF_16BE || encoding == STRING_ENCODING_ASCII;
+}
+
+// How many bytes the character takes that the bytes begin with; a malformed one takes one.
+size_t CodeSetUtf8Length(const char *bytes, size_t size)
+{
+    for (size_t length = 1; length <= std::min<size_t>(size, 4); length++) {
+        if (CodeSetUtf8IsValid(bytes, length)) { return length; }
+    }
+    return 1;
+}
+
+// Copies what is ASCII.  Of the rest, character by character as length() measures them, nothing is
+// kept: the policy fails, or puts the substitute there, or goes on.
+template <typename Length>
+bool CodeSetKeepAscii(const char *buf, size_t size, unsigned policy, const char *substitute,
+                      Length length, DynBuf *db)
+{
+    const size_t before = db->size;
+    const char *end = buf + size;
+    while (buf != end) {
+        const char *run = buf;
+        buf = std::find_if_not(run, end, IsAscii);
+        bool done = DynBuf_Append(db, run, static_cast<size_t>(buf - run));
+        if (buf != end) {
+            done = done && policy != CODESET_INVALID_FAIL;
+            if (policy & CODESET_INVALID_SUBSTITUTE) {
+                done = done && DynBuf_Append(db, substitute, strlen(substitute));
+            }
+            buf += length(buf, static_cast<size_t>(end - buf));
+        }
+        if (!done) {
+            db->size = before;
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+bool CodeSetUtf16beToUtf8Db(const char *buf, size_t size, DynBuf *db)
+{
+    if (size % 2 != 0) { return false; }
+    const ScopedFree<char> swapped(CodeSetSwapped(buf, size));
+    return swapped && CodeSetUtf16ToUtf8Db(swapped.get(), size, db);
+}
+
+bool CodeSetFallbackIsValid(const char *buf, size_t size, StringEncoding encoding)
+{
+    if (size == 0) { return CodeSetFallbackReads(encoding); }
+    switch (encoding) {
+    case STRING_ENCODING_UTF_8: return CodeSetUtf8IsValid(buf, size);
+    case STRING_ENCODING_UTF_16LE: return CodeSetDecodes(CodeSetUtf16ToUtf8Db, buf, size);
+    case STRING_ENCODING_UTF_16BE: return CodeSetDecodes(CodeSetUtf16beToUtf8Db, buf, size);
+    case STRING_ENCODING_ASCII: return std::all_of(buf, buf + size, IsAscii);
+    default: return false; // nothing is known of it
+    }
+}
+
+bool CodeSetFallbackConvert(StringEncoding encodingIn, const char *bufIn, size_t sizeIn,
+                            StringEncoding encodingOut, StringEncoding current, unsigned policy,
+                            DynBuf *db)
+{
+    if (bufIn == nullptr || sizeIn == 0) { return true; }
+    if (encodingIn == STRING_ENCODING_UNKNOWN || encodingOut == STRING_ENCODING_UNKNOWN) {
+        return false;
+    }
+    if (encodingIn == encodingOut) { // what nothing is known of stays as it is
+        return (!CodeSetFallbackReads(encodingIn) ||
+                CodeSetFallbackIsValid(bufIn, sizeIn, encodingIn)) &&
+               DynBuf_Append(db, bufIn, sizeIn);
+    }
+    if (encodingOut == STRING_ENCODING_UTF_8) {
+        switch (encodingIn) {
+        case STRING_ENCODING_UTF_16LE: return CodeSetUtf16ToUtf8Db(bufIn, sizeIn, db);
+        case STRING_ENCODING_UTF_16BE: return CodeSetUtf16beToUtf8Db(bufIn, sizeIn, db);
+        case STRING_ENCODING_ASCII: {
+            const auto oneByte = [](const char *, size_t) { return size_t{1}; };
+            return CodeSetKeepAscii(bufIn, sizeIn, policy, UTF8_REPLACEMENT, oneByte, db);
+        }
+        default: return false;
+        }
+    }
+    if (encodingIn != STRING_ENCODING_UTF_8) { return false; }
+    if (encodingOut == STRING_ENCODING_UTF_16LE) { return CodeSetUtf8ToUtf16Db(bufIn, sizeIn, db); }
+    // Only a host whose own code set is ASCII gets text in it.
+    if (encodingOut == STRING_ENCODING_ASCII && current == STRING_ENCODING_ASCII) {
+        return CodeSetKeepAscii(bufIn, sizeIn, policy, ASCII_SUBSTITUTE, CodeSetUtf8Length, db);
+    }
+    return false;
+}
+
+bool CodeSetFallbackConvertDb(const char *codeIn, const char *bufIn, size_t sizeIn,
+                              const char *codeOut, unsigned policy, DynBuf *db)
+{
+    const StringEncoding encodingIn = UnicodeIANALookup(codeIn),
+                         encodingOut = UnicodeIANALookup(codeOut);
+    return CodeSetFallbackConvert(encodingIn, bufIn, sizeIn, encodingOut,
+                                  Unicode_GetCurrentEncoding(), policy, db);
+}

@@ -1,0 +1,389 @@
+// codesetUtfKernel.h -- UTF-8 and UTF-16 a vector at a time, for whatever vector there is.
+//
+// There is no branch on single characters: what a character would be is worked out at every
+// position at once, from the bytes before it, and what is none is squeezed out by a shuffle that a
+// table holds.  So a text costs the same whatever it mixes.  A text is read in whole vectors and
+// one padded with zeros, which is no character's continuation and thereby shows a sequence that is
+// cut short.
+//
+// This is compiled once for each set of instructions, and so must define nothing that another
+// source file could be linked with: all of it is internal.
+#ifndef PELAGO_MISC_CODESETUTFKERNEL_H
+#define PELAGO_MISC_CODESETUTFKERNEL_H
+
+#include "codesetUtf.h"
+
+#include <cstdint>
+#include <cstring>
+#include <immintrin.h>
+
+namespace {
+
+// ---- Tables
+
+using Row = uint8_t[16];
+
+// A set of the values of four bits.
+inline constexpr uint16_t Nibbles(unsigned first, unsigned last)
+{
+    return static_cast<uint16_t>((2U << last) - (1U << first));
+}
+inline constexpr uint16_t ANY = Nibbles(0x0, 0xF), ASCII = Nibbles(0x0, 0x7),
+                          TAIL = Nibbles(0x8, 0xB), LEAD = Nibbles(0xC, 0xF);
+
+// What two neighbours must not be, by the halves of the first byte and the high half of the second.
+struct Fault {
+    uint16_t firstHigh, firstLow, secondHigh;
+};
+inline constexpr Fault FAULTS[8] = {
+    {LEAD, ANY, ASCII | LEAD},                                 // cut short
+    {ASCII, ANY, TAIL},                                        // continues nothing
+    {Nibbles(0xC, 0xC), Nibbles(0x0, 0x1), TAIL},              // longer than needed: below 80
+    {Nibbles(0xE, 0xE), Nibbles(0x0, 0x0), Nibbles(0x8, 0x9)}, // below 800
+    {Nibbles(0xF, 0xF), Nibbles(0x0, 0x0) | Nibbles(0x5, 0xF), // below 10000,
+     Nibbles(0x8, 0x8)},                                       // or above 13FFFF
+    {Nibbles(0xF, 0xF), Nibbles(0x4, 0xF), Nibbles(0x9, 0xB)}, // above 10FFFF
+    {Nibbles(0xE, 0xE), Nibbles(0xD, 0xD), Nibbles(0xA, 0xB)}, // a surrogate
+    {TAIL, ANY, TAIL},                                         // a third byte, or a fourth
+};
+// The last of them is a fault unless there is a leading byte two or three before, and vice versa.
+inline constexpr uint8_t LATER_TAIL = 1U << 7;
+
+struct FaultTables {
+    Row firstHigh = {}, firstLow = {}, secondHigh = {}; // a bit for each fault
+    constexpr FaultTables()
+    {
+        for (unsigned nibble = 0; nibble < 16; nibble++) {
+            for (unsigned i = 0; i < 8; i++) {
+                const auto bit = [=](uint16_t set) {
+                    return static_cast<uint8_t>((set >> nibble & 1U) << i);
+                };
+                firstHigh[nibble] |= bit(FAULTS[i].firstHigh);
+                firstLow[nibble] |= bit(FAULTS[i].firstLow);
+                secondHigh[nibble] |= bit(FAULTS[i].secondHigh);
+            }
+        }
+    }
+};
+alignas(16) inline constexpr FaultTables FAULT_TABLES;
+
+// Shuffles that move what is wanted of a vector to its front.
+struct Squeezes {
+    Row units[256] = {};    // eight units of two bytes: a bit says that one is wanted
+    Row pairs[256] = {};    // eight pairs of bytes: a bit says that the first is wanted, too
+    Row bytes[256] = {};    // the last bytes of four groups of four: two bits, UnitSize(), each
+    uint8_t size[256] = {}; // how many bytes that makes
+    constexpr Squeezes()
+    {
+        for (unsigned wanted = 0; wanted < 256; wanted++) {
+            unsigned to = 0;
+            for (unsigned i = 0; i < 8; i++) {
+                if ((wanted >> i & 1U) == 0) { continue; }
+                units[wanted][to++] = static_cast<uint8_t>(2 * i);
+                units[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
+            }
+            to = 0;
+            for (unsigned i = 0; i < 8; i++) {
+                if ((wanted >> i & 1U) != 0) { pairs[wanted][to++] = static_cast<uint8_t>(2 * i); }
+                pairs[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
+            }
+            for (unsigned i = 0; i < 4; i++) {
+                for (unsigned left = UnitSize(wanted >> 2 * i & 3U); left > 0; left--) {
+                    bytes[wanted][size[wanted]++] = static_cast<uint8_t>(4 * i + 4 - left);
+                }
+            }
+        }
+    }
+    // Bit 0: more than one byte; bit 1: more than two.
+    static constexpr unsigned UnitSize(unsigned bits)
+    {
+        constexpr unsigned SIZES[] = {1, 2, 0, 3};
+        return SIZES[bits];
+    }
+};
+alignas(16) inline constexpr Squeezes SQUEEZES;
+inline constexpr uint32_t NO_UNITS = 0xAAAAAAAA; // of size 0, for what is padding
+
+// ---- Loading
+
+template <typename T> T LoadAs(const char *from)
+{
+    T value;
+    memcpy(&value, from, sizeof value);
+    return value;
+}
+
+// So many bytes, fewer than 16, and zeros after them; nothing beyond them is read.
+inline __m128i LoadPart16(const char *from, size_t size)
+{
+    const auto byteAt = [from](size_t i) {
+        return static_cast<uint64_t>(static_cast<uint8_t>(from[i])) << 8 * i;
+    };
+    uint64_t low = 0, high = 0;
+    if (size >= 8) {
+        low = LoadAs<uint64_t>(from);
+        high = LoadAs<uint64_t>(from + size - 8) >> 8 * (15 - size) >> 8;
+    } else if (size >= 4) {
+        low = LoadAs<uint32_t>(from) | static_cast<uint64_t>(LoadAs<uint32_t>(from + size - 4))
+                                           << 8 * (size - 4);
+    } else if (size > 0) {
+        low = byteAt(0) | byteAt(size / 2) | byteAt(size - 1);
+    }
+    return _mm_set_epi64x(static_cast<int64_t>(high), static_cast<int64_t>(low));
+}
+
+inline void Store16(char *to, __m128i value)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(to), value);
+}
+
+inline __m128i LoadRow(const Row &row)
+{
+    return _mm_load_si128(reinterpret_cast<const __m128i *>(row));
+}
+
+inline void StoreSqueezed(char *to, __m128i value, const Row &row)
+{
+    Store16(to, _mm_shuffle_epi8(value, LoadRow(row)));
+}
+
+inline size_t CountBits(uint32_t bits) { return static_cast<size_t>(__builtin_popcount(bits)); }
+
+// ---- The kernel
+
+// Vector supplies the types Bytes and Units, of the same size, and what the language has no
+// operators for.
+template <typename Vector> struct Kernel {
+    using Bytes = typename Vector::Bytes;
+    using Units = typename Vector::Units;
+    static constexpr size_t WIDTH = sizeof(Bytes);
+
+    static uint32_t SignBits(Bytes bytes) { return Vector::SignBits(bytes); }
+    static bool IsAscii(Bytes bytes) { return SignBits(bytes) == 0; }
+    static bool IsAscii(Units units) { return Vector::IsZero(units & 0xFF80); }
+    static Units Choose(Units mask, Units then, Units otherwise)
+    {
+        return (then & mask) | (otherwise & ~mask);
+    }
+
+    // ---- UTF-8
+
+    // A byte that is not zero where this vector, after that one, is not well-formed.
+    static Bytes Faults(Bytes now, Bytes before)
+    {
+        const Bytes first = Vector::template Previous<1>(now, before);
+        const Bytes pairs = Vector::Lookup(FAULT_TABLES.firstHigh, first >> 4) &
+                            Vector::Lookup(FAULT_TABLES.firstLow, first & 0xF) &
+                            Vector::Lookup(FAULT_TABLES.secondHigh, now >> 4);
+        // The top bit is set by a leading byte of three two places before, or of four three places.
+        const Bytes later = Vector::Less(Vector::template Previous<2>(now, before), 0xE0 - 0x80) |
+                            Vector::Less(Vector::template Previous<3>(now, before), 0xF0 - 0x80);
+        return pairs ^ (later & LATER_TAIL);
+    }
+
+    // What these bytes add to the text's count of units, beyond one for each byte.
+    static size_t CountExtraUnits(Bytes bytes)
+    {
+        const uint32_t tails = SignBits(Bytes(bytes < 0xC0)) & SignBits(bytes);
+        return CountBits(SignBits(Bytes(bytes >= 0xF0))) - CountBits(tails);
+    }
+
+    // Calls look(vector, the one before) wherever these are not both ASCII; zeros are before and
+    // behind the text.  What has begun in one vector shows as cut short in the next.
+    template <typename V, typename F>
+    static void LookThrough(const char *bytes, size_t size, F look)
+    {
+        V last = {};
+        const auto step = [&](V now) {
+            if (!IsAscii(last | now)) { look(now, last); }
+            last = now;
+        };
+        for (; size >= 2 * WIDTH; bytes += 2 * WIDTH, size -= 2 * WIDTH) {
+            const V first = V(Vector::Load(bytes)), second = V(Vector::Load(bytes + WIDTH));
+            if (IsAscii(last | first | second)) { continue; }
+            look(first, last);
+            look(second, first);
+            last = second;
+        }
+        if (size >= WIDTH) {
+            step(V(Vector::Load(bytes)));
+            bytes += WIDTH;
+            size -= WIDTH;
+        }
+        step(V(Vector::LoadPart(bytes, size)));
+    }
+
+    static bool Utf8IsValid(const char *bytes, size_t size)
+    {
+        Bytes faults = {};
+        LookThrough<Bytes>(bytes, size,
+                           [&](Bytes now, Bytes before) { faults |= Faults(now, before); });
+        return Vector::IsZero(Units(faults));
+    }
+
+    static bool MeasureUtf8(const char *bytes, size_t size, size_t *sizeAsUtf16)
+    {
+        size_t count = size;
+        Bytes faults = {};
+        LookThrough<Bytes>(bytes, size, [&](Bytes now, Bytes before) {
+            faults |= Faults(now, before);
+            count += CountExtraUnits(now);
+        });
+        *sizeAsUtf16 = 2 * count;
+        return Vector::IsZero(Units(faults));
+    }
+
+    // The units of one vector of a valid text, as far as the bits of its bytes are kept.  A unit
+    // comes out where its last byte is; of a pair of surrogates the high one at the third byte.
+    [[gnu::always_inline]] static char *WriteUnits(Bytes now, Bytes before, uint32_t kept, char *to)
+    {
+        const Bytes second = Vector::template Previous<1>(now, before),
+                    third = Vector::template Previous<2>(now, before),
+                    fourth = Vector::template Previous<3>(now, before);
+        const Bytes isAscii = Bytes(now < 0x80), isSecond = Bytes((second & 0xE0) == 0xC0),
+                    isThird = Bytes(third >= 0xE0), isFourth = Bytes(fourth >= 0xF0);
+
+        const Bytes low = now & (isAscii | 0x3F), middle = second & ~isAscii & 0x3F,
+                    high = third & isThird;
+        const auto unitsOf = [=](Units lows, Units middles, Units highs) {
+            return lows | middles << 6 | highs << 12;
+        };
+        Units front =
+                  unitsOf(Vector::WidenLow(low), Vector::WidenLow(middle), Vector::WidenLow(high)),
+              back = unitsOf(Vector::WidenHigh(low), Vector::WidenHigh(middle),
+                             Vector::WidenHigh(high));
+        const Bytes isHigh = Bytes(third >= 0xF0), isLow = isFourth;
+        if (SignBits(isHigh | isLow) != 0) {
+            // D7C0 is D800 less the 10000 that a pair's value does not hold.
+            const auto paired = [](Units unit, Units lead, Units isHighs, Units isLows) {
+                const Units highSurrogate = 0xD7C0 + ((lead & 7) << 8) + ((unit & 0xFFF) >> 4);
+                return Choose(isLows, (unit & 0x3FF) | 0xDC00,
+                              Choose(isHighs, highSurrogate, unit));
+            };
+            front = paired(front, Vector::WidenLow(third), Vector::SpreadLow(isHigh),
+                           Vector::SpreadLow(isLow));
+            back = paired(back, Vector::WidenHigh(third), Vector::SpreadHigh(isHigh),
+                          Vector::SpreadHigh(isLow));
+        }
+        uint32_t bits = SignBits(isAscii | isSecond | isThird | isFourth) & kept;
+        Vector::ForEachOfBoth(front, back, [&](__m128i eight) {
+            const uint32_t mask = bits & 0xFF;
+            bits >>= 8;
+            StoreSqueezed(to, eight, SQUEEZES.units[mask]);
+            to += 2 * CountBits(mask);
+        });
+        return to;
+    }
+
+    static void Utf8ToUtf16(const char *bytes, size_t size, char *to)
+    {
+        Bytes last = {};
+        for (; size >= WIDTH; bytes += WIDTH, size -= WIDTH) {
+            const Bytes now = Vector::Load(bytes);
+            if (IsAscii(now)) {
+                Vector::StoreWide(to, now);
+                to += 2 * WIDTH;
+            } else {
+                to = WriteUnits(now, last, ~0U, to);
+            }
+            last = now;
+        }
+        if (size > 0) { WriteUnits(Vector::LoadPart(bytes, size), last, ~(~0U << size), to); }
+    }
+
+    // ---- UTF-16
+
+    static Units IsSurrogate(Units units) { return Units((units & 0xF800) == 0xD800); }
+    static Units IsHigh(Units units) { return Units((units & 0xFC00) == 0xD800); }
+    static Units IsLow(Units units) { return Units((units & 0xFC00) == 0xDC00); }
+
+    // Squeezes.size's two bits a unit.
+    static uint32_t SizeBits(Units units, Units isSurrogate)
+    {
+        const Units isTwo = Units(units >= 0x80), isThree = Units(units >= 0x800) & ~isSurrogate;
+        return SignBits(Bytes((isTwo & 0x00FF) | (isThree & 0xFF00)));
+    }
+
+    static bool MeasureUtf16(const char *bytes, size_t size, size_t *sizeAsUtf8)
+    {
+        if (size % 2 != 0) { return false; }
+        size_t count = size / 2;
+        Units faults = {};
+        LookThrough<Units>(bytes, size, [&](Units now, Units before) {
+            const Units isSurrogate = IsSurrogate(now);
+            count += CountBits(SizeBits(now, isSurrogate));
+            if (Vector::IsZero(isSurrogate | IsSurrogate(before))) { return; }
+            const Units previous = Units(Vector::template Previous<2>(Bytes(now), Bytes(before)));
+            faults |= IsHigh(previous) ^ IsLow(now);
+        });
+        *sizeAsUtf8 = count;
+        return Vector::IsZero(faults);
+    }
+
+    // The bytes of one vector of a valid text.  Each unit has some: a surrogate two of its pair's
+    // four, to which the low one needs two bits of the one before it.
+    [[gnu::always_inline]] static char *WriteBytes(Units now, Units before, uint32_t padding,
+                                                   char *to)
+    {
+        const Units isTwo = Units(now >= 0x80);
+        Units last = Choose(isTwo, (now & 0x3F) | 0x80, now);
+        if (padding == 0 && Vector::IsZero(now & 0xF800)) { // two bytes at most, half the work
+            uint32_t bits = SignBits(Vector::Narrow(isTwo));
+            Vector::ForEach((now >> 6 | 0xC0) | last << 8, [&](__m128i eight) {
+                const uint32_t mask = bits & 0xFF;
+                bits >>= 16;
+                StoreSqueezed(to, eight, SQUEEZES.pairs[mask]);
+                to += 8 + CountBits(mask);
+            });
+            return to;
+        }
+        const Units isSurrogate = IsSurrogate(now);
+        const uint32_t sizes = SizeBits(now, isSurrogate);
+        const Units first = 0xE0 | now >> 12;
+        Units middle = Choose(Units(now >= 0x800), 0x80 | (now >> 6 & 0x3F), 0xC0 | now >> 6);
+        if (!Vector::IsZero(isSurrogate)) {
+            const Units isHigh = IsHigh(now), isLow = IsLow(now);
+            const Units value = (now & 0x3FF) + 0x40,
+                        twoBits =
+                            Units(Vector::template Previous<2>(Bytes(now), Bytes(before))) & 3;
+            middle = Choose(isHigh, 0xF0 | value >> 8,
+                            Choose(isLow, 0x80 | twoBits << 4 | (now >> 6 & 0xF), middle));
+            last = Choose(isHigh, 0x80 | (value >> 2 & 0x3F), last);
+        }
+        uint32_t bits = (sizes & ~padding) | (NO_UNITS & padding);
+        const Units lows = first << 8, highs = middle | last << 8;
+        Vector::ForEachOfBoth(Vector::JoinLow(lows, highs), Vector::JoinHigh(lows, highs),
+                              [&](__m128i four) {
+                                  const uint32_t mask = bits & 0xFF;
+                                  bits >>= 8;
+                                  StoreSqueezed(to, four, SQUEEZES.bytes[mask]);
+                                  to += SQUEEZES.size[mask];
+                              });
+        return to;
+    }
+
+    static void Utf16ToUtf8(const char *bytes, size_t size, char *to)
+    {
+        Units last = {};
+        for (; size >= WIDTH; bytes += WIDTH, size -= WIDTH) {
+            const Units now = Units(Vector::Load(bytes));
+            if (IsAscii(now)) {
+                Vector::StoreNarrow(to, now);
+                to += WIDTH / 2;
+            } else {
+                to = WriteBytes(now, last, 0, to);
+            }
+            last = now;
+        }
+        if (size > 0) { WriteBytes(Units(Vector::LoadPart(bytes, size)), last, ~0U << size, to); }
+    }
+
+    static constexpr CodeSetUtfKernel Named(const char *name)
+    {
+        return {name, Utf8IsValid, MeasureUtf8, Utf8ToUtf16, MeasureUtf16, Utf16ToUtf8};
+    }
+};
+
+} // namespace
+
+#endif // PELAGO_MISC_CODESETUTFKERNEL_H

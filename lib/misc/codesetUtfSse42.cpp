@@ -1,0 +1,78 @@
+// codesetUtfSse42.cpp -- the kernel in vectors of 16 bytes.  Compiled for SSE4.2.
+#include "codesetUtfKernel.h"
+
+namespace {
+
+struct Sse42 {
+    using Bytes = uint8_t __attribute__((vector_size(16)));
+    using Units = uint16_t __attribute__((vector_size(16)));
+
+    static __m128i Bits(Bytes bytes) { return __m128i(bytes); }
+    static __m128i Bits(Units units) { return __m128i(units); }
+
+    static Bytes Load(const char *from) { return LoadAs<Bytes>(from); }
+    static Bytes LoadPart(const char *from, size_t size) { return Bytes(LoadPart16(from, size)); }
+
+    static uint32_t SignBits(Bytes bytes)
+    {
+        return static_cast<uint32_t>(_mm_movemask_epi8(Bits(bytes)));
+    }
+    static bool IsZero(Units units) { return _mm_testz_si128(Bits(units), Bits(units)) != 0; }
+
+    // The vector that begins so many bytes before this one.
+    template <int COUNT> static Bytes Previous(Bytes now, Bytes before)
+    {
+        return Bytes(_mm_alignr_epi8(Bits(now), Bits(before), 16 - COUNT));
+    }
+    static Bytes Lookup(const Row &row, Bytes indexes)
+    {
+        return Bytes(_mm_shuffle_epi8(LoadRow(row), Bits(indexes)));
+    }
+    static Bytes Less(Bytes bytes, uint8_t amount) // and at least 0
+    {
+        return Bytes(_mm_subs_epu8(Bits(bytes), _mm_set1_epi8(static_cast<char>(amount))));
+    }
+
+    // The low and the high half of the bytes, as units.
+    static Units WidenLow(Bytes bytes)
+    {
+        return Units(_mm_unpacklo_epi8(Bits(bytes), _mm_setzero_si128()));
+    }
+    static Units WidenHigh(Bytes bytes)
+    {
+        return Units(_mm_unpackhi_epi8(Bits(bytes), _mm_setzero_si128()));
+    }
+    // The same for masks.
+    static Units SpreadLow(Bytes mask) { return Units(_mm_unpacklo_epi8(Bits(mask), Bits(mask))); }
+    static Units SpreadHigh(Bytes mask) { return Units(_mm_unpackhi_epi8(Bits(mask), Bits(mask))); }
+    // One unit of each in turn.
+    static Units JoinLow(Units a, Units b) { return Units(_mm_unpacklo_epi16(Bits(a), Bits(b))); }
+    static Units JoinHigh(Units a, Units b) { return Units(_mm_unpackhi_epi16(Bits(a), Bits(b))); }
+
+    // Each unit, from -128 to 127, as a byte; those of a half twice.
+    static Bytes Narrow(Units units) { return Bytes(_mm_packs_epi16(Bits(units), Bits(units))); }
+
+    // ASCII in the other form.
+    static void StoreNarrow(char *to, Units units)
+    {
+        const int64_t bytes = _mm_cvtsi128_si64(Bits(Narrow(units)));
+        memcpy(to, &bytes, sizeof bytes);
+    }
+    static void StoreWide(char *to, Bytes bytes)
+    {
+        Store16(to, Bits(WidenLow(bytes)));
+        Store16(to + 16, Bits(WidenHigh(bytes)));
+    }
+
+    template <typename F> static void ForEach(Units units, F f) { f(Bits(units)); }
+    // In the order of the bytes that the two were widened or joined from.
+    template <typename F> static void ForEachOfBoth(Units low, Units high, F f)
+    {
+        f(Bits(low));
+        f(Bits(high));
+    }
+};
+
+} // namespace
+
+const CodeSetUtfKernel CodeSetUtf::SSE42 = Kernel<Sse42>::Named("SSE42");

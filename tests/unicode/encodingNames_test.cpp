@@ -1,0 +1,733 @@
+#include "unicode.h"
+
+#include "allocations.h"
+#include "codeset.h"
+#include "encodingList.h"
+#include "panic.h"
+#include "plainLookup.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdarg>
+#include <map>
+#include <random>
+#include <set>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static std::string sWarnings; // all that was warned of
+static const char *sCodeSet;  // what the host's code set is taken for; nullptr: what it is
+static int sCodeSetQuestions; // how often it was asked for
+
+extern "C" {
+void __wrap_Warning(const char *format, ...)
+{
+    char text[4096];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    sWarnings += text;
+    fputs(text, stderr);
+}
+const char *__real_CodeSet_GetCurrentCodeSet();
+const char *__wrap_CodeSet_GetCurrentCodeSet()
+{
+    sCodeSetQuestions++;
+    return sCodeSet != nullptr ? sCodeSet : __real_CodeSet_GetCurrentCodeSet();
+}
+}
+
+namespace {
+
+using testing::ElementsAre;
+
+StringEncoding Number(int64_t number) { return static_cast<StringEncoding>(number); }
+
+// ---- What the table holds ----
+
+using Names = std::vector<std::string>;
+
+struct PromisedEncoding {
+    int value;
+    StringEncoding constant;
+    std::string constantName, preferredName;
+    bool isSupported;
+    std::vector<int> codePages;
+};
+#define PROMISED(value, constant, preferred, isSupported, ...)                                     \
+    {value, STRING_ENCODING_##constant, #constant, preferred, isSupported, __VA_ARGS__},
+const std::vector<PromisedEncoding> PROMISED_ENCODINGS{ENCODINGS(PROMISED)};
+
+Names NamesOf(const EncodingRow &row)
+{
+    return {std::begin(row.names), std::find(std::begin(row.names), std::end(row.names), nullptr)};
+}
+
+std::vector<EncodingRow> RowsOf(int encoding)
+{
+    std::vector<EncodingRow> rows;
+    std::ranges::copy_if(ENCODING_ROWS, std::back_inserter(rows),
+                         [=](const EncodingRow &row) { return row.encoding == encoding; });
+    return rows;
+}
+
+TEST(EncodingTable, HasARowForEachEncodingAndASecondOneForIso8859_6)
+{
+    EXPECT_EQ(std::size(ENCODING_ROWS), 325u);
+    for (int encoding = 0; encoding < 324; encoding++) {
+        EXPECT_EQ(RowsOf(encoding).size(), encoding == 13 ? 2u : 1u) << encoding;
+    }
+}
+
+TEST(EncodingTable, CountsAsItShould)
+{
+    const auto count = [](auto test) { return std::ranges::count_if(ENCODING_ROWS, test); };
+    EXPECT_EQ(count([](const EncodingRow &row) { return row.mibEnum == -1; }), 67);
+    EXPECT_EQ(count([](const EncodingRow &row) { return row.codePage == -1; }), 172);
+    EXPECT_EQ(count([](const EncodingRow &row) { return row.codePage > 0; }), 153);
+    EXPECT_EQ(count([](const EncodingRow &row) { return row.isSupported; }), 77);
+}
+
+TEST(EncodingTable, EveryRowHasNamesAndPrefersOneOfThem)
+{
+    for (const EncodingRow &row : ENCODING_ROWS) {
+        const auto count = static_cast<int32_t>(NamesOf(row).size());
+        EXPECT_GE(row.preferredIndex, 0);
+        EXPECT_LT(row.preferredIndex, count) << row.encoding;
+        EXPECT_TRUE(count < 20 || row.encoding == STRING_ENCODING_UTF_16BE) << row.encoding;
+    }
+}
+
+TEST(EncodingTable, ListsEveryValueOnce)
+{
+    ASSERT_EQ(PROMISED_ENCODINGS.size(), 324u);
+    for (int value = 0; value < 324; value++) {
+        EXPECT_EQ(PROMISED_ENCODINGS[value].value, value);
+        EXPECT_EQ(PROMISED_ENCODINGS[value].constant, value);
+    }
+    EXPECT_EQ(STRING_ENCODING_UNKNOWN, -2);
+    EXPECT_EQ(STRING_ENCODING_DEFAULT, -1);
+    EXPECT_EQ(STRING_ENCODING_COUNT, 324);
+}
+
+// In upper case, with one underscore for all that stands between letters and digits.
+std::string ConstantName(const std::string &preferred)
+{
+    std::string name;
+    for (const char byte : preferred) {
+        if (isalnum(static_cast<unsigned char>(byte))) {
+            name += static_cast<char>(toupper(static_cast<unsigned char>(byte)));
+        } else if (name.back() != '_') {
+            name += '_';
+        }
+    }
+    return name.back() == '_' ? name.substr(0, name.size() - 1) : name;
+}
+
+TEST(EncodingTable, ConstantsAreNamedAfterTheirPreferredNamesUnlessTheseAreTaken)
+{
+    std::set<std::string> taken;
+    for (const PromisedEncoding &promised : PROMISED_ENCODINGS) {
+        std::string name = ConstantName(promised.preferredName);
+        if (!taken.insert(name).second) {
+            name = "WINDOWS_" + std::to_string(promised.codePages.at(0));
+        }
+        EXPECT_EQ(promised.constantName, name);
+    }
+}
+
+TEST(EncodingTable, HoldsPreferredNamesSupportAndCodePagesAsPromised)
+{
+    for (const auto &[value, constant, constantName, preferred, isSupported, codePages] :
+         PROMISED_ENCODINGS) {
+        std::vector<int> found;
+        for (const EncodingRow &row : RowsOf(value)) {
+            EXPECT_EQ(row.isSupported, isSupported) << preferred;
+            if (row.codePage != -1) { found.push_back(row.codePage); }
+        }
+        const EncodingRow first = RowsOf(value).front();
+        EXPECT_EQ(first.names[first.preferredIndex], preferred);
+        EXPECT_EQ(found, codePages) << preferred;
+    }
+}
+
+struct FullRow {
+    int mibEnum, codePage, encoding;
+    bool isSupported;
+    int preferredIndex;
+    Names names;
+};
+
+// clang-format off
+const FullRow FULL_ROWS[] = {
+    {106, 65001, 0, true, 0,
+     {"UTF-8", "ibm-1208", "ibm-1209", "ibm-5304", "ibm-5305", "ibm-13496", "ibm-13497",
+      "ibm-17592", "ibm-17593", "cp1208"}},
+    {1014, 1200, 1, true, 0,
+     {"UTF-16LE", "x-utf-16le", "ibm-1202", "ibm-1203", "ibm-13490", "ibm-13491", "ibm-17586",
+      "ibm-17587", "ibm-21682", "ibm-21683", "ibm-25778", "ibm-25779", "ibm-29874", "ibm-29875",
+      "UTF16_LittleEndian", "UnicodeLittleUnmarked"}},
+    {1013, 1201, 2, true, 0,
+     {"UTF-16BE", "x-utf-16be", "ibm-1200", "ibm-1201", "ibm-13488", "ibm-13489", "ibm-17584",
+      "ibm-17585", "ibm-21680", "ibm-21681", "ibm-25776", "ibm-25777", "ibm-29872", "ibm-29873",
+      "ibm-61955", "ibm-61956", "cp1200", "cp1201", "UTF16_BigEndian", "UnicodeBigUnmarked"}},
+    {1015, -1, 3, true, 0, {"UTF-16"}},
+    {1019, 12000, 4, true, 0, {"UTF-32LE", "UTF32_LittleEndian", "ibm-1234", "ibm-1235"}},
+    {1018, 12001, 5, true, 0, {"UTF-32BE", "UTF32_BigEndian", "ibm-1232", "ibm-1233", "ibm-9424"}},
+    {1017, -1, 6, true, 0, {"UTF-32"}},
+    {3, 20127, 7, true, 4,
+     {"ANSI_X3.4-1968", "iso-ir-6", "ANSI_X3.4-1986", "ISO_646.irv:1991", "ASCII", "ISO646-US",
+      "US-ASCII", "us", "IBM367", "cp367", "csASCII", "646", "ascii7"}},
+    {4, 28591, 8, true, 3,
+     {"ISO_8859-1:1987", "iso-ir-100", "ISO_8859-1", "ISO-8859-1", "latin1", "l1", "IBM819",
+      "CP819", "csISOLatin1", "8859_1", "819"}},
+    {2252, 1252, 35, true, 0,
+     {"windows-1252", "ibm-5348_P100-1997", "ibm-5348", "cp1252", "ibm-1252_P100-2000",
+      "ibm-1252"}},
+    {17, 932, 27, true, 0,
+     {"Shift_JIS", "MS_Kanji", "csShiftJIS", "ibm-943_P15A-2003", "ibm-943", "x-sjis", "x-ms-cp932",
+      "cp932", "cp943c", "IBM-943C", "ms932", "pck", "sjis", "ibm-943_VSUB_VPUA"}},
+    {18, 20932, 28, false, 2,
+     {"Extended_UNIX_Code_Packed_Format_for_Japanese", "csEUCPkdFmtJapanese", "EUC-JP",
+      "ibm-954_P101-2007", "ibm-954", "X-EUC-JP", "eucjis", "ujis"}},
+    {9, 708, 13, true, 0, {"ASMO-708"}},
+};
+// clang-format on
+
+TEST(EncodingTable, HoldsTheseRowsExactly)
+{
+    for (const FullRow &full : FULL_ROWS) {
+        const EncodingRow row = RowsOf(full.encoding).back();
+        EXPECT_EQ(row.mibEnum, full.mibEnum) << full.encoding;
+        EXPECT_EQ(row.codePage, full.codePage) << full.encoding;
+        EXPECT_EQ(row.isSupported, full.isSupported) << full.encoding;
+        EXPECT_EQ(row.preferredIndex, full.preferredIndex) << full.encoding;
+        EXPECT_EQ(NamesOf(row), full.names);
+    }
+}
+
+TEST(EncodingTable, HoldsIso8859_6sMainRow)
+{
+    const EncodingRow row = RowsOf(13).front();
+    EXPECT_EQ(row.mibEnum, 9);
+    EXPECT_EQ(row.codePage, 28596);
+    EXPECT_EQ(NamesOf(row).size(), 13u);
+    EXPECT_STREQ(row.names[row.preferredIndex], "ISO-8859-6");
+}
+
+TEST(EncodingTable, BeginsWithAsciiAndTheIso8859s)
+{
+    Names first;
+    for (size_t i = 0; i < 13; i++) {
+        first.emplace_back(ENCODING_ROWS[i].names[ENCODING_ROWS[i].preferredIndex]);
+    }
+    EXPECT_THAT(first, ElementsAre("ASCII", "ISO-8859-1", "ISO-8859-2", "ISO-8859-3", "ISO-8859-4",
+                                   "ISO-8859-5", "ISO-8859-6", "ASMO-708", "ISO-8859-7",
+                                   "ibm-813_P100-1995", "ISO-8859-8", "ISO-8859-9", "ISO-8859-10"));
+}
+
+TEST(EncodingTable, EndsWithTheEncodingsThatOnlyWindowsNumbers)
+{
+    for (int i = 0; i < 61; i++) {
+        const EncodingRow &row = ENCODING_ROWS[325 - 61 + i];
+        EXPECT_EQ(row.encoding, 254 + i);
+        EXPECT_EQ(row.mibEnum, -1);
+    }
+}
+
+TEST(EncodingTable, IsInTheOrderOfMibEnumsButForTwoRows)
+{
+    int last = 0;
+    std::vector<std::pair<int, int>> late; // and what each comes after
+    for (const EncodingRow &row : ENCODING_ROWS) {
+        if (row.mibEnum == -1) { continue; }
+        if (row.mibEnum < last) {
+            late.emplace_back(row.mibEnum, last);
+        } else {
+            last = row.mibEnum;
+        }
+    }
+    EXPECT_THAT(late, ElementsAre(std::pair(2011, 2043), std::pair(2010, 2045)));
+}
+
+TEST(EncodingTable, SixRowsWithoutAMibEnumStandBehindTheirCharacterSet)
+{
+    std::vector<std::pair<int, int>> found; // behind which encoding
+    for (size_t i = 1; i < 325 - 61; i++) {
+        if (ENCODING_ROWS[i].mibEnum == -1) {
+            found.emplace_back(ENCODING_ROWS[i].encoding, ENCODING_ROWS[i - 1].encoding);
+        }
+    }
+    EXPECT_THAT(found, ElementsAre(std::pair(315, 14), std::pair(316, 27), std::pair(319, 318),
+                                   std::pair(30, 29), std::pair(320, 24), std::pair(322, 23)));
+}
+
+// Names that several rows hold, and these rows' encodings in the order of the table.
+using SharedNames = std::map<std::string, std::vector<int>>;
+template <typename Form> SharedNames FindShared(Form form)
+{
+    std::map<std::string, std::vector<int>> rows;
+    for (const auto &[name, row] : PlainNames()) {
+        std::vector<int> &its = rows[form(name)];
+        if (its.empty() || its.back() != row) { its.push_back(row); }
+    }
+    SharedNames shared;
+    for (const auto &[name, its] : rows) {
+        if (its.size() == 1) { continue; }
+        for (const int row : its) {
+            shared[name].push_back(ENCODING_ROWS[row].encoding);
+        }
+    }
+    return shared;
+}
+
+const SharedNames SHARED_NAMES{{"ASMO-708", {13, 13}},
+                               {"KS_C_5601-1987", {62, 318}},
+                               {"KSC_5601", {62, 318}},
+                               {"5601", {62, 319}},
+                               {"ISO-2022-JP", {29, 294}},
+                               {"csISO2022JP", {29, 293}},
+                               {"TIS-620", {323, 253}},
+                               {"EUC-CN", {25, 303}},
+                               {"ibm-284_P100-1995", {181, 182}},
+                               {"cpibm284", {181, 182}},
+                               {"284", {181, 182}}};
+
+TEST(EncodingTable, SharesTheseNamesAndNoOthers)
+{
+    EXPECT_EQ(FindShared([](const std::string &name) { return name; }), SHARED_NAMES);
+}
+
+TEST(EncodingTable, SharesFourMoreOnceNormalized)
+{
+    SharedNames all{{"isoir91", {59, 89}},
+                    {"isoir92", {60, 90}},
+                    {"asmo449", {87, 254}},
+                    {"iso88598i", {107, 292}}};
+    for (const auto &[name, encodings] : SHARED_NAMES) {
+        all[PlainNormalized(name)] = encodings;
+    }
+    EXPECT_EQ(FindShared(PlainNormalized), all);
+}
+
+// ---- From a name to an encoding ----
+
+// Every test starts with no answer kept.
+class EncodingLookup : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        Unicode_Shutdown();
+        sWarnings.clear();
+    }
+    void TearDown() override
+    {
+        Unicode_Shutdown();
+        EXPECT_EQ(Allocations::Live(), mBefore) << "Unicode_Shutdown leaves nothing";
+    }
+    // The answer to a name that has not been asked yet.
+    static StringEncoding Afresh(const std::string &name)
+    {
+        Unicode_Shutdown();
+        return UnicodeIANALookup(name.c_str());
+    }
+    // How many blocks the look-up asks for.
+    static size_t Blocks(const char *name)
+    {
+        return Allocations::SizesIn([=] { UnicodeIANALookup(name); }).size();
+    }
+    const ptrdiff_t mBefore = Allocations::Live();
+    static constexpr int TABLE = 2, ENTRY = 2, COPY = 1; // blocks
+};
+
+struct NameCase {
+    std::string name;
+    int encoding;
+};
+void PrintTo(const NameCase &row, std::ostream *out) { *out << row.name; }
+
+class EncodingLookupOf : public EncodingLookup, public testing::WithParamInterface<NameCase> {};
+TEST_P(EncodingLookupOf, FindsWithoutAWarning)
+{
+    EXPECT_EQ(UnicodeIANALookup(GetParam().name.c_str()), GetParam().encoding);
+    EXPECT_EQ(sWarnings, "");
+}
+INSTANTIATE_TEST_SUITE_P(Spellings, EncodingLookupOf,
+                         testing::Values(NameCase{"UTF-8", 0}, NameCase{"utf-8", 0},
+                                         NameCase{"UTF8", 0}, NameCase{"utf_8", 0},
+                                         NameCase{" U t F ( 8 ) ", 0},
+                                         NameCase{"UTF\xE2\x80\x90"
+                                                  "8",
+                                                  0},
+                                         NameCase{"8859_1", 8}, NameCase{"us", 7},
+                                         NameCase{"646", 7}));
+INSTANTIATE_TEST_SUITE_P(CodePages, EncodingLookupOf,
+                         testing::Values(NameCase{"windows-1252", 35}, NameCase{"Windows-1252", 35},
+                                         NameCase{"windows-0001252", 35},
+                                         NameCase{"windows-65001", 0}, NameCase{"windows-950", 22},
+                                         NameCase{"windows-1200", 1}, NameCase{"windows-949", 318},
+                                         NameCase{"windows-708", 13},
+                                         NameCase{"windows-50221", 293},
+                                         NameCase{"windows-51932", -2}));
+INSTANTIATE_TEST_SUITE_P(NamesThatBeginLikeCodePages, EncodingLookupOf,
+                         testing::Values(NameCase{"Windows-31J", 170},
+                                         NameCase{"windows-949-2000", 318},
+                                         NameCase{"windows-874-2000", 253},
+                                         NameCase{"windows31j", 170},
+                                         NameCase{"WINDOWS-1252", 35}));
+INSTANTIATE_TEST_SUITE_P(
+    NamesThatRowsShare, EncodingLookupOf,
+    testing::Values(NameCase{"ASMO-708", 13}, NameCase{"KS_C_5601-1987", 62},
+                    NameCase{"KSC_5601", 62}, NameCase{"5601", 62}, NameCase{"ISO-2022-JP", 29},
+                    NameCase{"csISO2022JP", 29}, NameCase{"TIS-620", 323}, NameCase{"EUC-CN", -2},
+                    NameCase{"ibm-284_P100-1995", -2}, NameCase{"cpibm284", -2},
+                    NameCase{"284", -2}, NameCase{"ISO_8859-8-I", 107},
+                    NameCase{"ISO-8859-8-I", 107}, NameCase{"iso88598i", 107}));
+INSTANTIATE_TEST_SUITE_P(KnownButNotConverted, EncodingLookupOf,
+                         testing::Values(NameCase{"EUC-JP", -2}, NameCase{"GB18030", -2},
+                                         NameCase{"gb-18030", -2}));
+
+class EncodingLookupMiss : public EncodingLookup,
+                           public testing::WithParamInterface<std::string> {};
+TEST_P(EncodingLookupMiss, WarnsEachTime)
+{
+    const std::string name = GetParam();
+    const std::string warning =
+        "UnicodeIANALookup: Did not find an IANA match for encoding \"" + name + "\"\n";
+    EXPECT_EQ(UnicodeIANALookup(name.c_str()), STRING_ENCODING_UNKNOWN);
+    EXPECT_EQ(sWarnings, warning);
+    EXPECT_EQ(UnicodeIANALookup(name.c_str()), STRING_ENCODING_UNKNOWN);
+    EXPECT_EQ(sWarnings, warning + warning);
+}
+TEST_P(EncodingLookupMiss, KeepsNothing)
+{
+    UnicodeIANALookup(GetParam().c_str());
+    EXPECT_EQ(Allocations::Live() - mBefore, TABLE);
+}
+INSTANTIATE_TEST_SUITE_P(Names, EncodingLookupMiss,
+                         testing::Values("", "-", "no such encoding", "windows-", "Windows-",
+                                         "windows", "windows-0", "windows--1", "windows-+949",
+                                         "windows- 949", "windows-1252x", "windows-9999",
+                                         // No number turns over into one that is there.
+                                         "windows-4294968548", "windows-18446744073709552868",
+                                         "WINDOWS-949", "UTF-8x", "UTF-", "%s%n"));
+
+TEST_F(EncodingLookup, KeepsTheAnswer)
+{
+    EXPECT_EQ(Blocks("latin-1"), size_t{TABLE + COPY + ENTRY});
+    EXPECT_EQ(Blocks("latin-1"), 0u);
+    EXPECT_EQ(UnicodeIANALookup("latin-1"), STRING_ENCODING_ISO_8859_1);
+    EXPECT_EQ(Allocations::Live() - mBefore, TABLE + ENTRY) << "the copy is released";
+}
+
+TEST_F(EncodingLookup, KeepsThatANameIsNotConverted)
+{
+    EXPECT_EQ(Blocks("euc jp"), size_t{TABLE + COPY + ENTRY});
+    EXPECT_EQ(Blocks("euc jp"), 0u);
+    EXPECT_EQ(UnicodeIANALookup("euc jp"), STRING_ENCODING_UNKNOWN);
+    EXPECT_EQ(sWarnings, "");
+}
+
+TEST_F(EncodingLookup, KeepsTheAnswerForAnyCaseOfTheName)
+{
+    UnicodeIANALookup("UTF-8");
+    EXPECT_EQ(Blocks("utf-8"), 0u);
+    EXPECT_EQ(UnicodeIANALookup("utf-8"), STRING_ENCODING_UTF_8);
+}
+
+TEST_F(EncodingLookup, KeepsTheAnswerForTheNameAsItWasSpelt)
+{
+    UnicodeIANALookup("U T F 8");
+    EXPECT_EQ(Blocks("u t f 8"), 0u);
+    EXPECT_EQ(Blocks("utf8"), size_t{COPY + ENTRY});
+}
+
+TEST_F(EncodingLookup, FindsAPrefixInCapitalsOnlyOnceTheCodePageIsKept)
+{
+    EXPECT_EQ(UnicodeIANALookup("WINDOWS-949"), STRING_ENCODING_UNKNOWN);
+    EXPECT_EQ(UnicodeIANALookup("windows-949"), STRING_ENCODING_WINDOWS_949_2000);
+    EXPECT_EQ(UnicodeIANALookup("WINDOWS-949"), STRING_ENCODING_WINDOWS_949_2000);
+}
+
+TEST_F(EncodingLookup, GivesTheNameThatTwoRowsSpellInTwoCasesToWhoeverWasAskedFirst)
+{
+    EXPECT_EQ(UnicodeIANALookup("ISO-8859-8-I"), STRING_ENCODING_ISO_8859_8_I);
+    EXPECT_EQ(UnicodeIANALookup("iso-8859-8-i"), STRING_ENCODING_ISO_8859_8_I);
+    EXPECT_EQ(Afresh("iso-8859-8-i"), STRING_ENCODING_UNKNOWN) << "292 is not converted";
+    EXPECT_EQ(UnicodeIANALookup("ISO-8859-8-I"), STRING_ENCODING_UNKNOWN);
+}
+
+TEST_F(EncodingLookup, TakesANameOfAnyLength)
+{
+    const std::string hyphens(1'000'000, '-');
+    EXPECT_EQ(UnicodeIANALookup(("utf" + hyphens + "8").c_str()), STRING_ENCODING_UTF_8);
+    EXPECT_EQ(UnicodeIANALookup(("windows-" + std::string(1'000'000, '0') + "1252").c_str()),
+              STRING_ENCODING_WINDOWS_1252);
+}
+
+// ---- The same answers as a search from the first row to the last ----
+
+class EncodingLookupAndPlainSearch : public EncodingLookup {
+protected:
+    static void Expect(const std::string &name)
+    {
+        const int row = PlainFindRow(name);
+        sWarnings.clear();
+        EXPECT_EQ(Afresh(name), PlainAnswer(row)) << name;
+        EXPECT_EQ(sWarnings.empty(), row != PLAIN_NO_ROW) << name;
+    }
+    void SetUp() override
+    {
+        EncodingLookup::SetUp();
+        testing::internal::CaptureStderr(); // thousands of warnings
+    }
+    void TearDown() override
+    {
+        testing::internal::GetCapturedStderr();
+        EncodingLookup::TearDown();
+    }
+};
+
+TEST_F(EncodingLookupAndPlainSearch, AgreeOnEveryName)
+{
+    for (const auto &[name, row] : PlainNames()) {
+        Expect(name);
+    }
+}
+
+template <typename Change> std::string Changed(const std::string &name, Change change)
+{
+    std::string changed;
+    for (const char byte : name) {
+        changed += change(byte);
+    }
+    return changed;
+}
+
+TEST_F(EncodingLookupAndPlainSearch, AgreeOnEveryNameSpeltOtherwise)
+{
+    for (const auto &[name, row] : PlainNames()) {
+        Expect(Changed(name, [](char byte) { return static_cast<char>(tolower(byte)); }));
+        Expect(Changed(name, [](char byte) { return static_cast<char>(toupper(byte)); }));
+        Expect(Changed(name, [](char byte) { return byte == '-' ? '_' : byte; }));
+        Expect(Changed(name, [](char byte) { return std::string{'_', byte, '\xFF'}; }));
+        Expect(PlainNormalized(name));
+    }
+}
+
+TEST_F(EncodingLookupAndPlainSearch, AgreeOnEveryNameWithAByteMoreOrLess)
+{
+    for (const auto &[name, row] : PlainNames()) {
+        Expect(name + "0");
+        Expect("x" + name);
+        Expect(name.substr(0, name.size() - 1));
+        Expect(name.substr(1));
+        Expect("windows-" + name);
+    }
+}
+
+TEST_F(EncodingLookupAndPlainSearch, AgreeOnEveryCodePageAndTheNumbersAroundIt)
+{
+    for (const EncodingRow &row : ENCODING_ROWS) {
+        for (int number = row.codePage - 1; number <= row.codePage + 1; number++) {
+            Expect("windows-" + std::to_string(number));
+            Expect("Windows-0" + std::to_string(number));
+        }
+    }
+    for (int number = 0; number < 2000; number++) {
+        Expect("windows-" + std::to_string(number));
+    }
+}
+
+TEST_F(EncodingLookupAndPlainSearch, AgreeOnRandomTexts)
+{
+    std::mt19937 random(1);
+    const std::string_view alphabet = "IBMibmcpCPutfUTFkoiKOI0123456789-_ ";
+    for (int i = 0; i < 20'000; i++) {
+        std::string name;
+        for (size_t length = random() % 8; name.size() < length;) {
+            name += alphabet[random() % alphabet.size()];
+        }
+        Expect(name);
+    }
+}
+
+// ---- From an encoding to its name ----
+
+TEST(EncodingName, IsThePreferredOneSupportedOrNot)
+{
+    for (const PromisedEncoding &promised : PROMISED_ENCODINGS) {
+        EXPECT_EQ(Unicode_EncodingEnumToName(promised.constant), promised.preferredName);
+    }
+}
+
+TEST(EncodingName, IsAConstant)
+{
+    const char *name = Unicode_EncodingEnumToName(STRING_ENCODING_BIG5);
+    Unicode_Shutdown();
+    EXPECT_EQ(Unicode_EncodingEnumToName(STRING_ENCODING_BIG5), name);
+    EXPECT_STREQ(name, "Big5");
+}
+
+class NoEncodingDeathTest : public testing::TestWithParam<int64_t> {};
+TEST_P(NoEncodingDeathTest, HasNoNameAndEndsTheProcess)
+{
+    const std::string report = "Unicode_EncodingEnumToName: Unknown encoding " +
+                               std::to_string(GetParam()) +
+                               ".\nPanic: NOT_REACHED lib/unicode/unicodeSimpleTypes:2588\n";
+    EXPECT_EXIT(Unicode_EncodingEnumToName(Number(GetParam())), testing::ExitedWithCode(1),
+                testing::EndsWith(report));
+}
+INSTANTIATE_TEST_SUITE_P(Numbers, NoEncodingDeathTest,
+                         testing::Values(-2, 324, -3, 511, 512, INT32_MAX, INT32_MIN));
+
+TEST(EncodingValidity, IsHavingAValue)
+{
+    for (int encoding = 0; encoding < 324; encoding++) {
+        EXPECT_TRUE(Unicode_IsEncodingValid(Number(encoding))) << encoding;
+    }
+    for (const int64_t number : {-1, -2, 324, 325, 512, INT32_MAX, INT32_MIN}) {
+        EXPECT_FALSE(Unicode_IsEncodingValid(Number(number))) << number;
+    }
+}
+
+// ---- The current encoding ----
+
+// It is found once a process, so each case gets a process of its own; this one never asks for it.
+template <typename Body> int StatusOf(Body body)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        body();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+TEST(CurrentCodeSet, IsUtf8) { EXPECT_STREQ(__real_CodeSet_GetCurrentCodeSet(), "UTF-8"); }
+
+TEST(CurrentEncoding, IsUtf8)
+{
+    EXPECT_EQ(StatusOf([] {
+                  EXPECT_EQ(Unicode_GetCurrentEncoding(), STRING_ENCODING_UTF_8);
+                  EXPECT_EQ(Unicode_LookUpCurrentEncoding(), STRING_ENCODING_UTF_8);
+              }),
+              0);
+}
+
+TEST(CurrentEncoding, IsLookedUpOnceOrEachTime)
+{
+    EXPECT_EQ(StatusOf([] {
+                  sCodeSetQuestions = 0;
+                  Unicode_GetCurrentEncoding();
+                  Unicode_GetCurrentEncoding();
+                  EXPECT_EQ(sCodeSetQuestions, 1);
+                  Unicode_LookUpCurrentEncoding();
+                  Unicode_LookUpCurrentEncoding();
+                  EXPECT_EQ(sCodeSetQuestions, 3);
+              }),
+              0);
+}
+
+TEST(CurrentEncoding, LastsBeyondAShutdown)
+{
+    EXPECT_EQ(StatusOf([] {
+                  sCodeSet = "latin1";
+                  EXPECT_EQ(Unicode_GetCurrentEncoding(), STRING_ENCODING_ISO_8859_1);
+                  Unicode_Shutdown();
+                  sCodeSet = "UTF-8";
+                  EXPECT_EQ(Unicode_GetCurrentEncoding(), STRING_ENCODING_ISO_8859_1);
+                  EXPECT_EQ(Unicode_LookUpCurrentEncoding(), STRING_ENCODING_UTF_8);
+              }),
+              0);
+}
+
+TEST(CurrentEncoding, IsLookedUpUntilItIsFound)
+{
+    EXPECT_EQ(StatusOf([] {
+                  for (const char *codeSet : {"no such code set", "EUC-JP"}) {
+                      sCodeSet = codeSet;
+                      EXPECT_EQ(Unicode_GetCurrentEncoding(), STRING_ENCODING_UNKNOWN);
+                  }
+                  sCodeSet = "latin1";
+                  EXPECT_EQ(Unicode_GetCurrentEncoding(), STRING_ENCODING_ISO_8859_1);
+              }),
+              0);
+}
+
+TEST(CurrentEncoding, IsWhatTheDefaultStandsFor)
+{
+    EXPECT_EQ(StatusOf([] {
+                  EXPECT_STREQ(Unicode_EncodingEnumToName(STRING_ENCODING_DEFAULT), "UTF-8");
+                  EXPECT_EQ(Unicode_ResolveEncoding(STRING_ENCODING_DEFAULT),
+                            STRING_ENCODING_UTF_8);
+              }),
+              0);
+    EXPECT_EQ(StatusOf([] {
+                  sCodeSet = "latin1";
+                  EXPECT_EQ(Unicode_ResolveEncoding(STRING_ENCODING_DEFAULT),
+                            STRING_ENCODING_ISO_8859_1);
+                  EXPECT_STREQ(Unicode_EncodingEnumToName(STRING_ENCODING_DEFAULT), "ISO-8859-1");
+              }),
+              0);
+}
+
+TEST(CurrentEncodingDeathTest, HasNoNameWhileItIsUnknown)
+{
+    EXPECT_EXIT(
+        {
+            sCodeSet = "no such code set";
+            Unicode_EncodingEnumToName(STRING_ENCODING_DEFAULT);
+        },
+        testing::ExitedWithCode(1),
+        testing::EndsWith("Unicode_EncodingEnumToName: Unknown encoding -2.\n"
+                          "Panic: NOT_REACHED lib/unicode/unicodeSimpleTypes:2588\n"));
+}
+
+TEST(ResolveEncoding, LeavesEverythingElseAsItIs)
+{
+    for (const int64_t number : {-2, 0, 28, 323, 324, INT32_MAX, INT32_MIN}) {
+        EXPECT_EQ(Unicode_ResolveEncoding(Number(number)), number);
+    }
+}
+
+// ---- Its state ----
+
+TEST_F(EncodingLookup, BeginsAnewAfterAShutdown)
+{
+    UnicodeIANALookup("UTF-8");
+    Unicode_Shutdown();
+    EXPECT_EQ(Allocations::Live(), mBefore);
+    EXPECT_EQ(Blocks("UTF-8"), size_t{TABLE + ENTRY});
+    EXPECT_EQ(UnicodeIANALookup("UTF-8"), STRING_ENCODING_UTF_8);
+}
+
+TEST_F(EncodingLookup, IsShutDownAlsoWhenNothingIsKept)
+{
+    Unicode_Shutdown();
+    Unicode_Shutdown();
+    EXPECT_EQ(Allocations::Live(), mBefore);
+}
+
+// ---- Without memory ----
+
+class EncodingLookupDeathTest : public EncodingLookup, public testing::WithParamInterface<int> {};
+TEST_P(EncodingLookupDeathTest, EndsTheProcessWhicheverBlockIsRefused)
+{
+    EXPECT_PANIC(
+        {
+            const OutOfMemory outOfMemory(GetParam());
+            UnicodeIANALookup("utf 8");
+        },
+        "Unrecoverable memory allocation failure\n");
+}
+INSTANTIATE_TEST_SUITE_P(Blocks, EncodingLookupDeathTest,
+                         testing::Range(0, 5)); // of the table, the copy and the entry
+
+} // namespace
