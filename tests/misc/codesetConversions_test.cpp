@@ -6,6 +6,7 @@
 #include "panic.h"
 #include "scopedForTests.h"
 #include "unicode.h"
+#include "utf16Bytes.h"
 
 #include <algorithm>
 #include <atomic>
@@ -148,24 +149,6 @@ protected:
 };
 
 // ---- Texts
-
-std::string Le(std::u16string_view text)
-{
-    std::string bytes;
-    for (const char16_t unit : text) {
-        bytes += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
-    }
-    return bytes;
-}
-
-std::string Be(std::u16string_view text)
-{
-    std::string bytes;
-    for (const char16_t unit : text) {
-        bytes += {static_cast<char>(unit >> 8), static_cast<char>(unit & 0xFF)};
-    }
-    return bytes;
-}
 
 std::string Times(size_t count, const std::string &text)
 {

@@ -1,6 +1,7 @@
 #include "hashTable.h"
 
 #include "allocations.h"
+#include "together.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -47,22 +48,6 @@ size_t CountByWalking(const ScopedTable &table)
         },
         &count);
     return count;
-}
-
-// Runs body(0) to body(THREADS - 1) at once.
-template <typename Body> void Together(Body body)
-{
-    std::barrier start(THREADS);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < THREADS; i++) {
-        threads.emplace_back([&, i] {
-            start.arrive_and_wait();
-            body(i);
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
 }
 
 // ---- Another thread comes between the look at the chain and the entry's publication ----
@@ -150,7 +135,7 @@ TEST(HashTableAllocOnce, GivesAllThreadsOneTable)
         const ptrdiff_t before = Allocations::Live();
         HashTable *shared = nullptr;
         std::vector<HashTable *> received(THREADS);
-        Together([&](int i) {
+        Together(THREADS, [&](int i) {
             received[i] = HashTable_AllocOnce(&shared, 4, INTEGERS, nullptr);
             HashTable_Insert(received[i], IntKey(i), nullptr);
         });
@@ -170,7 +155,7 @@ TEST(HashTableThreads, EveryKeyHasOneInserter)
     const ptrdiff_t before = Allocations::Live();
     ScopedTable table(HashTable_Alloc(1024, COPYING, nullptr));
     std::atomic<int> inserted{0};
-    Together([&](int thread) {
+    Together(THREADS, [&](int thread) {
         for (const std::string &key : keys) {
             if (HashTable_Insert(table.get(), key.c_str(), Value(thread + 1))) { inserted++; }
             EXPECT_NE(At(table, key.c_str()), 0u);
@@ -187,7 +172,7 @@ TEST(HashTableThreads, EntriesThatWereNotCountedDoNotTurnTheCountOver)
 {
     constexpr uintptr_t KEYS = 100000; // for each thread
     const ScopedTable table(HashTable_Alloc(1U << 18, INTEGERS, nullptr));
-    Together([&](int thread) {
+    Together(THREADS, [&](int thread) {
         for (uintptr_t i = 0; i < KEYS; i++) {
             HashTable_Insert(table.get(), IntKey(i * THREADS + static_cast<uintptr_t>(thread)),
                              nullptr);
@@ -205,7 +190,7 @@ TEST(HashTableThreads, EveryKeyHasOneValue)
     constexpr int KEYS = 20000;
     const ScopedTable table(HashTable_Alloc(1024, INTEGERS, nullptr));
     std::vector<std::vector<void *>> received(THREADS);
-    Together([&](int thread) {
+    Together(THREADS, [&](int thread) {
         for (uintptr_t key = 0; key < KEYS; key++) {
             void *mine = Value(key * THREADS + thread + 1);
             received[thread].push_back(HashTable_LookupOrInsert(table.get(), IntKey(key), mine));
@@ -223,7 +208,7 @@ TEST(HashTableThreads, EveryReplacedValueIsDroppedOnce)
     sDroppedSum = 0;
     std::atomic<uintptr_t> stored{0};
     ScopedTable table(HashTable_Alloc(16, INTEGERS, SumDropped));
-    Together([&](int thread) {
+    Together(THREADS, [&](int thread) {
         uintptr_t sum = 0;
         for (uintptr_t i = 1; i <= ROUNDS; i++) {
             const uintptr_t value = i * THREADS + static_cast<uintptr_t>(thread);
@@ -241,7 +226,7 @@ TEST(HashTableThreads, NoReplacementOfAnExpectedValueIsLost)
     constexpr uintptr_t ROUNDS = 100000;
     const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));
     HashTable_Insert(table.get(), IntKey(1), Value(0));
-    Together([&](int) {
+    Together(THREADS, [&](int) {
         for (uintptr_t i = 0; i < ROUNDS; i++) {
             uintptr_t now = 0;
             do {
@@ -261,7 +246,7 @@ TEST(HashTableThreads, WhatAValuePointsToIsThereForWhoFindsIt)
     std::vector<Pair> pairs(KEYS), replacements(KEYS);
     const ScopedTable table(HashTable_Alloc(1024, INTEGERS, nullptr));
     std::atomic<size_t> wrong{0}, found{0};
-    Together([&](int thread) {
+    Together(THREADS, [&](int thread) {
         for (uintptr_t key = 0; key < KEYS; key++) {
             if (thread == 0) {
                 pairs[key] = {key, 2 * key};
@@ -341,7 +326,7 @@ TEST_P(HashTableValueFound, IsWholeWhileItIsReplaced)
     numbers[0] = 1;
     HashTable_Insert(table.get(), IntKey(7), &numbers[0]);
     std::atomic<size_t> wrong{0};
-    Together([&](int thread) {
+    Together(THREADS, [&](int thread) {
         for (uintptr_t i = 1; i <= ROUNDS; i++) {
             if (thread == 0) {
                 numbers[i] = i + 1;
@@ -375,7 +360,7 @@ TEST(HashTableThreads, WhatADroppedValuePointsToIsThereForTheFreeFunction)
     sDroppedNumbers = 0;
     ScopedTable table(HashTable_Alloc(1, INTEGERS, DropNumber));
     HashTable_Insert(table.get(), IntKey(7), new uintptr_t(0));
-    Together([&](int thread) {
+    Together(THREADS, [&](int thread) {
         for (uintptr_t i = 0; i < ROUNDS; i++) {
             auto *fresh = new uintptr_t(1);
             if (thread % 2 == 0) {
@@ -395,7 +380,7 @@ TEST(HashTableThreads, AWalkSeesWhatWasThereAndNothingTwice)
     constexpr uintptr_t KEYS = 3000;
     const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));
     std::atomic<uintptr_t> entered{0}; // keys below this are there
-    Together([&](int thread) {
+    Together(THREADS, [&](int thread) {
         if (thread == 0) {
             for (uintptr_t key = 0; key < KEYS; key++) {
                 HashTable_Insert(table.get(), IntKey(key), Value(key));
@@ -425,7 +410,7 @@ TEST(HashTableThreads, AnArrayIsFullWhileKeysAreEntered)
     constexpr uintptr_t KEYS = 3000;
     const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));
     std::atomic<bool> isDone{false};
-    Together([&](int thread) {
+    Together(THREADS, [&](int thread) {
         if (thread < 2) { // these race, and the count may suffer
             for (uintptr_t key = 1; key <= KEYS; key++) {
                 HashTable_Insert(table.get(), IntKey(2 * key + thread), Value(key));

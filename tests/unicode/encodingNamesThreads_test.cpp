@@ -1,6 +1,7 @@
 #include "unicode.h"
 
 #include "allocations.h"
+#include "together.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,22 +19,6 @@ extern "C" void __wrap_Warning(const char *, ...) { sWarnings++; }
 namespace {
 
 constexpr int THREADS = 4;
-
-// Runs body(0) to body(THREADS - 1) at once.
-void Together(const std::function<void(int)> &body)
-{
-    std::barrier start(THREADS);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < THREADS; i++) {
-        threads.emplace_back([&, i] {
-            start.arrive_and_wait();
-            body(i);
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-}
 
 class EncodingNamesThreads : public testing::Test {
 protected:
@@ -57,7 +42,7 @@ TEST_F(EncodingNamesThreads, AllGetTheSameAnswersToNewNamesAndOneIsKept)
         {"windows-950", 22}, {"Windows-31J", 170}};
     for (int round = 0; round < 300; round++) {
         std::atomic<int> wrong{0};
-        Together([&](int) {
+        Together(THREADS, [&](int) {
             for (const auto &[name, encoding] : cases) {
                 wrong += UnicodeIANALookup(name) != encoding;
             }
@@ -72,7 +57,7 @@ TEST_F(EncodingNamesThreads, AllGetTheSameAnswersToNewNamesAndOneIsKept)
 TEST_F(EncodingNamesThreads, ANameInTwoCasesIsKeptOnce)
 {
     for (int round = 0; round < 300; round++) {
-        Together([](int i) {
+        Together(THREADS, [](int i) {
             EXPECT_EQ(UnicodeIANALookup(i % 2 == 0 ? "UTF-8" : "utf-8"), STRING_ENCODING_UTF_8);
         });
         EXPECT_EQ(Allocations::Live() - mBefore, TABLE + ENTRY);
@@ -95,7 +80,7 @@ TEST_F(EncodingNamesThreads, WhoIsOvertakenGivesTheAnswerThatIsKept)
 TEST_F(EncodingNamesThreads, EachMissIsToldByWhoeverMetIt)
 {
     sWarnings = 0;
-    Together([](int) {
+    Together(THREADS, [](int) {
         for (int i = 0; i < 100; i++) {
             EXPECT_EQ(UnicodeIANALookup("no such encoding"), STRING_ENCODING_UNKNOWN);
         }
@@ -106,7 +91,7 @@ TEST_F(EncodingNamesThreads, EachMissIsToldByWhoeverMetIt)
 
 TEST_F(EncodingNamesThreads, AllFindTheCurrentEncoding)
 {
-    Together([](int i) {
+    Together(THREADS, [](int i) {
         const StringEncoding asked = i % 2 == 0 ? Unicode_GetCurrentEncoding()
                                                 : Unicode_ResolveEncoding(STRING_ENCODING_DEFAULT);
         EXPECT_EQ(asked, STRING_ENCODING_UTF_8);

@@ -6,6 +6,7 @@
 #include "encodingList.h"
 #include "panic.h"
 #include "useIcu.h"
+#include "utf16Bytes.h"
 
 #include <algorithm>
 #include <cstring>
@@ -65,24 +66,6 @@ INSTANTIATE_TEST_SUITE_P(, BothWays, testing::Bool(), NAME_OF_WAY);
 INSTANTIATE_TEST_SUITE_P(, BothWaysDeathTest, testing::Bool(), NAME_OF_WAY);
 
 // ---- Texts
-
-std::string Le(std::u16string_view text)
-{
-    std::string bytes;
-    for (const char16_t unit : text) {
-        bytes += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
-    }
-    return bytes;
-}
-
-std::string Be(std::u16string_view text)
-{
-    std::string bytes;
-    for (const char16_t unit : text) {
-        bytes += {static_cast<char>(unit >> 8), static_cast<char>(unit & 0xFF)};
-    }
-    return bytes;
-}
 
 std::string Le32(std::u32string_view text)
 {
