@@ -35,7 +35,7 @@
  *                 an int, short (h), char (hh), or 64-bit integer (any other size)
  *    others       print themselves, with their width: "%%" is "%"; "%a" is "a"
  *
- * A format that ends inside of a specification ends before it.  The decimal point and the separator
+ * A format that ends inside of a directive ends before it.  The decimal point and the separator
  * are the first byte of the locale's.
  *
  * THE FUNCTIONS format into *bufp, which holds size bytes, or, when *bufp is NULL, into a block

@@ -5,8 +5,8 @@
 #include "diagnostics.h"
 #include "formatArguments.h"
 #include "formatDigits.h"
+#include "formatDirective.h"
 #include "formatSink.h"
-#include "formatSpec.h"
 #include "scoped.h"
 #include "str.h"
 #include "utf.h"
@@ -167,11 +167,11 @@ public:
             if (!Count(length)) { return -1; }
             mOutput.Text(start, length);
             if (*text == '\0') { break; }
-            FormatSpec spec;
-            text = FormatRead(text + 1, &mArguments, &spec);
+            FormatDirective directive;
+            text = FormatRead(text + 1, &mArguments, &directive);
             if (mArguments.Failed()) { return -1; }
-            if (spec.conversion == '\0') { break; }
-            if (!Convert(spec, text - 1)) { return -1; }
+            if (directive.conversion == '\0') { break; }
+            if (!Convert(directive, text - 1)) { return -1; }
             if (mOutput.Sink().error) { return -1; } // the rest would be for nothing
         }
         return mOutput.Flush() ? static_cast<int>(mTotal) : -1;
@@ -179,29 +179,29 @@ public:
 
 private:
     // letter is where the conversion's stands in the format.
-    bool Convert(const FormatSpec &spec, const char *letter)
+    bool Convert(const FormatDirective &directive, const char *letter)
     {
         FormatInteger integer;
-        switch (spec.conversion) {
+        switch (directive.conversion) {
         case 'd':
-        case 'i': integer = Signed(spec); break;
-        case 'u': integer = {Unsigned(spec)}; break;
-        case 'o': integer = {Unsigned(spec), 8}; break;
+        case 'i': integer = Signed(directive); break;
+        case 'u': integer = {Unsigned(directive)}; break;
+        case 'o': integer = {Unsigned(directive), 8}; break;
         case 'x':
-        case 'X': integer = Hexadecimal(spec); break;
-        case 'p': integer = Pointer(spec); break;
-        case 'c': return Character(spec);
-        case 's': return String(spec);
-        case 'n': Store(spec); return true;
+        case 'X': integer = Hexadecimal(directive); break;
+        case 'p': integer = Pointer(directive); break;
+        case 'c': return Character(directive);
+        case 's': return String(directive);
+        case 'n': Store(directive); return true;
         case 'e':
         case 'E':
         case 'f':
         case 'F':
         case 'g':
-        case 'G': return Floating(spec);
-        default: return Field(spec, letter, 1);
+        case 'G': return Floating(directive);
+        default: return Field(directive, letter, 1);
         }
-        return Integer(spec, integer);
+        return Integer(directive, integer);
     }
 
     // ---- Fields
@@ -216,20 +216,20 @@ private:
 
     // A field, padded to its width; body writes so many bytes behind the lead, a sign or prefix.
     template <typename Body>
-    bool Field(const FormatSpec &spec, std::string_view lead, int64_t bodySize, const Body &body,
-               bool zeroesAllowed = true)
+    bool Field(const FormatDirective &directive, std::string_view lead, int64_t bodySize,
+               const Body &body, bool zeroesAllowed = true)
     {
         const int64_t size = static_cast<int64_t>(lead.size()) + bodySize;
-        const int64_t fill = spec.width - size;
+        const int64_t fill = directive.width - size;
         if (fill <= 0) { // as most are
             if (!Count(static_cast<uint64_t>(size))) { return false; }
             mOutput.Text(lead.data(), lead.size());
             body();
             return true;
         }
-        if (!Count(static_cast<uint64_t>(spec.width))) { return false; }
-        const bool left = (spec.flags & FORMAT_LEFT) != 0;
-        const bool zeroes = zeroesAllowed && (spec.flags & FORMAT_ZEROES);
+        if (!Count(static_cast<uint64_t>(directive.width))) { return false; }
+        const bool left = (directive.flags & FORMAT_LEFT) != 0;
+        const bool zeroes = zeroesAllowed && (directive.flags & FORMAT_ZEROES);
         if (!left && !zeroes) { mOutput.Blanks(fill); }
         mOutput.Text(lead.data(), lead.size());
         if (!left && zeroes) { mOutput.Zeroes(fill); }
@@ -238,129 +238,132 @@ private:
         return true;
     }
 
-    bool Field(const FormatSpec &spec, const char *text, size_t length)
+    bool Field(const FormatDirective &directive, const char *text, size_t length)
     {
-        return Field(spec, "", static_cast<int64_t>(length), [&] { mOutput.Text(text, length); });
+        return Field(directive, "", static_cast<int64_t>(length),
+                     [&] { mOutput.Text(text, length); });
     }
 
-    static std::string_view Sign(const FormatSpec &spec, bool negative)
+    static std::string_view Sign(const FormatDirective &directive, bool negative)
     {
         if (negative) { return "-"; }
-        if (spec.flags & FORMAT_PLUS) { return "+"; }
-        return spec.flags & FORMAT_BLANK ? " " : "";
+        if (directive.flags & FORMAT_PLUS) { return "+"; }
+        return directive.flags & FORMAT_BLANK ? " " : "";
     }
 
     // ---- Integers
 
-    FormatInteger Signed(const FormatSpec &spec)
+    FormatInteger Signed(const FormatDirective &directive)
     {
         int64_t value = 0;
-        if (spec.flags & FORMAT_64_BITS) {
-            value = mArguments.Take<long>(spec.index);
-        } else if (spec.flags & FORMAT_SHORT) {
-            value = static_cast<short>(mArguments.Take<int>(spec.index));
-        } else if (spec.flags & FORMAT_CHAR) {
+        if (directive.flags & FORMAT_64_BITS) {
+            value = mArguments.Take<long>(directive.index);
+        } else if (directive.flags & FORMAT_SHORT) {
+            value = static_cast<short>(mArguments.Take<int>(directive.index));
+        } else if (directive.flags & FORMAT_CHAR) {
             // NOLINTNEXTLINE(bugprone-signed-char-misuse): a number, and its sign is wanted
-            value = static_cast<signed char>(mArguments.Take<int>(spec.index));
+            value = static_cast<signed char>(mArguments.Take<int>(directive.index));
         } else {
-            value = mArguments.Take<int>(spec.index);
+            value = mArguments.Take<int>(directive.index);
         }
         const uint64_t magnitude =
             value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-        return {magnitude, 10, Sign(spec, value < 0)};
+        return {magnitude, 10, Sign(directive, value < 0)};
     }
 
-    uint64_t Unsigned(const FormatSpec &spec)
+    uint64_t Unsigned(const FormatDirective &directive)
     {
-        if (spec.flags & FORMAT_64_BITS) {
-            return static_cast<uint64_t>(mArguments.Take<long>(spec.index));
+        if (directive.flags & FORMAT_64_BITS) {
+            return static_cast<uint64_t>(mArguments.Take<long>(directive.index));
         }
-        const int value = mArguments.Take<int>(spec.index);
-        if (spec.flags & FORMAT_SHORT) { return static_cast<unsigned short>(value); }
-        if (spec.flags & FORMAT_CHAR) { return static_cast<unsigned char>(value); }
+        const int value = mArguments.Take<int>(directive.index);
+        if (directive.flags & FORMAT_SHORT) { return static_cast<unsigned short>(value); }
+        if (directive.flags & FORMAT_CHAR) { return static_cast<unsigned char>(value); }
         return static_cast<unsigned>(value);
     }
 
-    FormatInteger Hexadecimal(const FormatSpec &spec)
+    FormatInteger Hexadecimal(const FormatDirective &directive)
     {
-        const uint64_t value = Unsigned(spec);
-        const bool prefixed = (spec.flags & FORMAT_ALTERNATE) && value != 0;
-        if (spec.conversion == 'x') {
+        const uint64_t value = Unsigned(directive);
+        const bool prefixed = (directive.flags & FORMAT_ALTERNATE) && value != 0;
+        if (directive.conversion == 'x') {
             return {value, 16, prefixed ? "0x" : "", FORMAT_LOWER_DIGITS};
         }
         return {value, 16, prefixed ? "0X" : "", FORMAT_UPPER_DIGITS};
     }
 
-    FormatInteger Pointer(const FormatSpec &spec)
+    FormatInteger Pointer(const FormatDirective &directive)
     {
-        const void *pointer = mArguments.Take<void *>(spec.index);
+        const void *pointer = mArguments.Take<void *>(directive.index);
         return {reinterpret_cast<uintptr_t>(pointer), 16, "", FORMAT_UPPER_DIGITS};
     }
 
-    bool Integer(const FormatSpec &spec, const FormatInteger &integer)
+    bool Integer(const FormatDirective &directive, const FormatInteger &integer)
     {
-        const bool alternate = (spec.flags & FORMAT_ALTERNATE) != 0;
-        const bool grouped = integer.base == 10 && (spec.flags & FORMAT_GROUPED);
+        const bool alternate = (directive.flags & FORMAT_ALTERNATE) != 0;
+        const bool grouped = integer.base == 10 && (directive.flags & FORMAT_GROUPED);
         const char *grouping = grouped ? mConventions.Grouping() : FORMAT_NO_GROUPING;
         char *start = nullptr;
         int64_t length = 0;
-        if (integer.magnitude != 0 || spec.precision != 0 || (integer.base == 8 && alternate)) {
+        if (integer.magnitude != 0 || directive.precision != 0 ||
+            (integer.base == 8 && alternate)) {
             char *end = mOutput.Scratch() + FormatOutput::SCRATCH_SIZE;
             start = bsd_ultoa(integer.magnitude, end, integer.base, alternate, integer.digits,
                               grouped, *mConventions.Separator(), grouping);
             length = end - start;
         }
-        const int64_t zeroes = std::max<int64_t>(spec.precision - length, 0);
+        const int64_t zeroes = std::max<int64_t>(directive.precision - length, 0);
         const auto body = [&] {
             mOutput.Zeroes(zeroes);
             mOutput.Text(start, static_cast<size_t>(length));
         };
-        return Field(spec, integer.lead, zeroes + length, body,
-                     /* zeroesAllowed */ spec.precision < 0);
+        return Field(directive, integer.lead, zeroes + length, body,
+                     /* zeroesAllowed */ directive.precision < 0);
     }
 
     // ---- Text
 
-    bool Character(const FormatSpec &spec)
+    bool Character(const FormatDirective &directive)
     {
-        const int value = mArguments.Take<int>(spec.index);
+        const int value = mArguments.Take<int>(directive.index);
         char *text = mOutput.Scratch();
-        if (!(spec.flags & FORMAT_LONG)) {
+        if (!(directive.flags & FORMAT_LONG)) {
             *text = static_cast<char>(value);
-            return Field(spec, text, 1);
+            return Field(directive, text, 1);
         }
         mbstate_t state = {};
         const size_t length = wcrtomb(text, static_cast<wchar_t>(value), &state);
-        return length != static_cast<size_t>(-1) && Field(spec, text, length);
+        return length != static_cast<size_t>(-1) && Field(directive, text, length);
     }
 
-    bool String(const FormatSpec &spec)
+    bool String(const FormatDirective &directive)
     {
-        const void *value = mArguments.Take<void *>(spec.index);
+        const void *value = mArguments.Take<void *>(directive.index);
         const char *text = value == nullptr ? "(null)" : static_cast<const char *>(value);
-        const bool wide = (spec.flags & FORMAT_LONG) != 0;
+        const bool wide = (directive.flags & FORMAT_LONG) != 0;
         ScopedFree<char> converted;
         if (wide && value != nullptr) {
-            converted.reset(bsd_wcsconv(static_cast<const wchar_t *>(value), spec.precision));
+            converted.reset(bsd_wcsconv(static_cast<const wchar_t *>(value), directive.precision));
             if (!converted) { return false; }
             text = converted.get();
         }
-        const size_t length =
-            spec.precision < 0 ? strlen(text) : strnlen(text, static_cast<size_t>(spec.precision));
-        if (!Field(spec, text, length)) { return false; }
+        const size_t length = directive.precision < 0
+                                  ? strlen(text)
+                                  : strnlen(text, static_cast<size_t>(directive.precision));
+        if (!Field(directive, text, length)) { return false; }
         if (converted && length > 0) { mOutput.Own(converted.release()); }
         return true;
     }
 
-    void Store(const FormatSpec &spec)
+    void Store(const FormatDirective &directive)
     {
-        void *place = mArguments.Take<void *>(spec.index);
+        void *place = mArguments.Take<void *>(directive.index);
         const int total = static_cast<int>(mTotal);
-        if (spec.flags & FORMAT_64_BITS) {
+        if (directive.flags & FORMAT_64_BITS) {
             *static_cast<int64_t *>(place) = total;
-        } else if (spec.flags & FORMAT_SHORT) {
+        } else if (directive.flags & FORMAT_SHORT) {
             *static_cast<short *>(place) = static_cast<short>(total);
-        } else if (spec.flags & FORMAT_CHAR) {
+        } else if (directive.flags & FORMAT_CHAR) {
             *static_cast<signed char *>(place) = static_cast<signed char>(total);
         } else {
             *static_cast<int *>(place) = total;
@@ -369,14 +372,14 @@ private:
 
     // ---- Floating numbers
 
-    bool Floating(const FormatSpec &spec)
+    bool Floating(const FormatDirective &directive)
     {
         // A long double's digits would need a converter of their own, which no C library has.
-        double value = spec.flags & FORMAT_WIDE
-                           ? static_cast<double>(mArguments.Take<long double>(spec.index))
-                           : mArguments.Take<double>(spec.index);
-        const char letter = static_cast<char>(spec.conversion | 0x20); // in lower case
-        int64_t precision = spec.precision < 0 ? DEFAULT_PRECISION : spec.precision;
+        double value = directive.flags & FORMAT_WIDE
+                           ? static_cast<double>(mArguments.Take<long double>(directive.index))
+                           : mArguments.Take<double>(directive.index);
+        const char letter = static_cast<char>(directive.conversion | 0x20); // in lower case
+        int64_t precision = directive.precision < 0 ? DEFAULT_PRECISION : directive.precision;
         int64_t digits = precision; // to ask for
         if (letter == 'e') { digits = precision + 1; }
         if (letter == 'g' && precision == 0) { digits = precision = 1; }
@@ -389,8 +392,8 @@ private:
         FormatDecimal decimal = bsd_cvt(letter == 'f' ? FORMAT_FRACTION : FORMAT_SIGNIFICANT,
                                         static_cast<int>(std::min(digits, MOST_DIGITS)), value);
         if (!decimal.text) { return false; }
-        const bool done =
-            Spelt(decimal) ? NotFinite(spec, decimal) : Finite(spec, letter, precision, decimal);
+        const bool done = Spelt(decimal) ? NotFinite(directive, decimal)
+                                         : Finite(directive, letter, precision, decimal);
         if (done) { mOutput.Own(decimal.text.release()); }
         return done;
     }
@@ -405,41 +408,41 @@ private:
     }
 
     // The sign comes in the text or beside it, as the C library likes.
-    bool NotFinite(const FormatSpec &spec, const FormatDecimal &decimal)
+    bool NotFinite(const FormatDirective &directive, const FormatDecimal &decimal)
     {
         char *text = decimal.text.get();
         const bool negative = *text == '-' || decimal.sign != 0;
         text += *text == '-';
-        const bool lower = spec.conversion >= 'a';
+        const bool lower = directive.conversion >= 'a';
         lower ? Str_ToLower(text) : Str_ToUpper(text);
         const size_t length = strlen(text);
         const auto body = [&] { mOutput.Text(text, length); };
-        return Field(spec, Sign(spec, negative), static_cast<int64_t>(length), body,
+        return Field(directive, Sign(directive, negative), static_cast<int64_t>(length), body,
                      /* zeroesAllowed */ false);
     }
 
-    bool Finite(const FormatSpec &spec, char letter, int64_t precision,
+    bool Finite(const FormatDirective &directive, char letter, int64_t precision,
                 const FormatDecimal &decimal)
     {
-        if (letter == 'f') { return Fixed(spec, precision, decimal); }
-        if (letter == 'e') { return Exponential(spec, precision, decimal); }
+        if (letter == 'f') { return Fixed(directive, precision, decimal); }
+        if (letter == 'e') { return Exponential(directive, precision, decimal); }
         // Without "#" as many digits as there are, so that no zeros stand at the end.
         const bool fixed = decimal.point >= -3 && decimal.point <= precision;
         const int64_t digits =
-            spec.flags & FORMAT_ALTERNATE ? precision : decimal.end - decimal.text.get();
-        return fixed ? Fixed(spec, std::max<int64_t>(digits - decimal.point, 0), decimal)
-                     : Exponential(spec, digits - 1, decimal);
+            directive.flags & FORMAT_ALTERNATE ? precision : decimal.end - decimal.text.get();
+        return fixed ? Fixed(directive, std::max<int64_t>(digits - decimal.point, 0), decimal)
+                     : Exponential(directive, digits - 1, decimal);
     }
 
-    bool Fixed(const FormatSpec &spec, int64_t fraction, const FormatDecimal &decimal)
+    bool Fixed(const FormatDirective &directive, int64_t fraction, const FormatDecimal &decimal)
     {
         const int64_t point = decimal.point;
-        const bool pointed = fraction > 0 || (spec.flags & FORMAT_ALTERNATE);
-        FormatGroups groups(point, spec.flags & FORMAT_GROUPED ? mConventions.Grouping()
-                                                               : FORMAT_NO_GROUPING);
+        const bool pointed = fraction > 0 || (directive.flags & FORMAT_ALTERNATE);
+        FormatGroups groups(point, directive.flags & FORMAT_GROUPED ? mConventions.Grouping()
+                                                                    : FORMAT_NO_GROUPING);
         const int64_t size =
             std::max<int64_t>(point, 1) + groups.separators + (pointed ? 1 : 0) + fraction;
-        return Field(spec, Sign(spec, decimal.sign != 0), size, [&] {
+        return Field(directive, Sign(directive, decimal.sign != 0), size, [&] {
             if (point <= 0) { mOutput.Zeroes(1); }
             Digits(decimal, 0, groups.leftmost);
             for (int64_t at = groups.leftmost; at < point;) {
@@ -455,14 +458,15 @@ private:
         });
     }
 
-    bool Exponential(const FormatSpec &spec, int64_t fraction, const FormatDecimal &decimal)
+    bool Exponential(const FormatDirective &directive, int64_t fraction,
+                     const FormatDecimal &decimal)
     {
-        const bool pointed = fraction > 0 || (spec.flags & FORMAT_ALTERNATE);
-        const char letter = spec.conversion >= 'a' ? 'e' : 'E';
+        const bool pointed = fraction > 0 || (directive.flags & FORMAT_ALTERNATE);
+        const char letter = directive.conversion >= 'a' ? 'e' : 'E';
         char *exponent = mOutput.Scratch();
         const size_t exponentSize = bsd_exponent(exponent, decimal.point - 1, letter);
         const int64_t size = 1 + (pointed ? 1 : 0) + fraction + static_cast<int64_t>(exponentSize);
-        return Field(spec, Sign(spec, decimal.sign != 0), size, [&] {
+        return Field(directive, Sign(directive, decimal.sign != 0), size, [&] {
             Digits(decimal, 0, 1);
             if (pointed) { mOutput.Text(mConventions.DecimalPoint(), 1); }
             Digits(decimal, 1, fraction);

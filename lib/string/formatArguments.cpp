@@ -65,9 +65,9 @@ bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **tab
     TypeReader reader;
     for (const char *text = strchr(format, '%'); text != nullptr; text = strchr(text, '%')) {
         text++;
-        FormatSpec spec;
-        text = FormatRead(text, &reader, &spec);
-        reader.Note(FormatTypeOf(spec), spec.index);
+        FormatDirective directive;
+        text = FormatRead(text, &reader, &directive);
+        reader.Note(FormatTypeOf(directive), directive.index);
     }
     const size_t count = reader.Highest() + 1;
     if (count > FORMAT_AUTOMATIC_ARGUMENTS) {

@@ -2,7 +2,7 @@
 #ifndef PELAGO_STRING_FORMATARGUMENTS_H
 #define PELAGO_STRING_FORMATARGUMENTS_H
 
-#include "formatSpec.h"
+#include "formatDirective.h"
 
 #include <cstdarg>
 #include <cstdlib>
@@ -29,16 +29,16 @@ union FormatValue {
 };
 static_assert(sizeof(FormatValue) == 16);
 
-// What the conversion of the specification takes.
-inline FormatType FormatTypeOf(const FormatSpec &spec)
+// What the directive's conversion takes.
+inline FormatType FormatTypeOf(const FormatDirective &directive)
 {
-    switch (spec.conversion) {
+    switch (directive.conversion) {
     case 'd':
     case 'i':
     case 'o':
     case 'u':
     case 'x':
-    case 'X': return spec.flags & FORMAT_64_BITS ? FORMAT_TYPE_64_BITS : FORMAT_TYPE_INT;
+    case 'X': return directive.flags & FORMAT_64_BITS ? FORMAT_TYPE_64_BITS : FORMAT_TYPE_INT;
     case 'c': return FORMAT_TYPE_INT;
     case 'n':
     case 'p':
@@ -48,7 +48,7 @@ inline FormatType FormatTypeOf(const FormatSpec &spec)
     case 'f':
     case 'F':
     case 'g':
-    case 'G': return spec.flags & FORMAT_WIDE ? FORMAT_TYPE_LONG_DOUBLE : FORMAT_TYPE_DOUBLE;
+    case 'G': return directive.flags & FORMAT_WIDE ? FORMAT_TYPE_LONG_DOUBLE : FORMAT_TYPE_DOUBLE;
     default: return FORMAT_TYPE_NONE;
     }
 }

@@ -116,7 +116,7 @@ struct UnicodeFile {
     UnicodeFile();
     std::vector<Row> rows;
     size_t leftOut = 0;
-    std::set<char32_t> listed; // the sources of part 1, which goes through the code points
+    std::set<char32_t> listed; // the sources of the section that goes through the code points
     std::string version;
 };
 

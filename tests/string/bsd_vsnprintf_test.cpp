@@ -178,7 +178,7 @@ TEST(Format, TakesNoArgumentForWhatItDoesNotKnow)
     EXPECT_EQ(Format("%a%d%%%y%d", 1, 2), "a1%y2");
 }
 
-TEST(Format, EndsWhereASpecificationIsCutShort)
+TEST(Format, EndsWhereADirectiveIsCutShort)
 {
     for (const char *format : {"cut%", "cut%-+ #0'", "cut%12", "cut%.", "cut%.3", "cut%ll", "cut%I",
                                "cut%1$", "cut%I6"}) {
@@ -246,7 +246,7 @@ TEST(Format, TakesWidthAndPrecisionFromArguments)
     EXPECT_EQ(Format("%.*s|%.*f", -1, "abc", -3, 1.5), "abc|1.500000");
 }
 
-TEST(Format, ReadsThePartsOfASpecificationInAnyOrder)
+TEST(Format, ReadsThePartsOfADirectiveInAnyOrder)
 {
     EXPECT_EQ(Format("%5-d|%l+d|%.3 d|%l5d|%5.3-d|%.2l5d|", 1, 2L, 3, 4L, 5, 6L),
               "1    |+2| 003|    4|005  |   06|");

@@ -1,6 +1,6 @@
-// formatSpec.h -- one conversion specification of a format: what stands between "%" and its letter.
-#ifndef PELAGO_STRING_FORMATSPEC_H
-#define PELAGO_STRING_FORMATSPEC_H
+// formatDirective.h -- one directive of a format: what stands between "%" and its letter.
+#ifndef PELAGO_STRING_FORMATDIRECTIVE_H
+#define PELAGO_STRING_FORMATDIRECTIVE_H
 
 #include <climits>
 #include <cstddef>
@@ -32,7 +32,7 @@ static_assert(sizeof(long) == 8 && sizeof(intmax_t) == 8 && sizeof(size_t) == 8 
 // More than any output may hold, so that a field this wide makes the call fail.
 constexpr int64_t FORMAT_TOO_LARGE = int64_t{INT_MAX} + 1;
 
-struct FormatSpec {
+struct FormatDirective {
     unsigned flags = 0;
     char conversion = '\0'; // "D" is told as "d" and FORMAT_LONG, and so on; '\0': there is none
     int64_t width = 0;
@@ -61,37 +61,38 @@ inline int64_t FormatReadPosition(const char *&text)
     return position;
 }
 
-// Reads a specification, from behind its "%" to behind its letter, in whatever order its parts
+// Reads a directive, from behind its "%" to behind its letter, in whatever order its parts
 // come, and returns where that is.  Arguments is asked for the values of stars, in their order, and
 // told of a position at the first sign of one.
 template <typename Arguments>
-const char *FormatRead(const char *text, Arguments *arguments, FormatSpec *result)
+const char *FormatRead(const char *text, Arguments *arguments, FormatDirective *result)
 {
-    FormatSpec spec; // here and not in *result, which the text might be part of for all one knows
+    FormatDirective
+        directive; // here and not in *result, which the text might be part of for all one knows
     for (;;) {
         const char letter = *text;
         text += letter != '\0';
         switch (letter) {
-        case ' ': spec.flags |= FORMAT_BLANK; break;
-        case '#': spec.flags |= FORMAT_ALTERNATE; break;
-        case '\'': spec.flags |= FORMAT_GROUPED; break;
-        case '+': spec.flags |= FORMAT_PLUS; break;
-        case '-': spec.flags |= FORMAT_LEFT; break;
-        case '0': spec.flags |= FORMAT_ZEROES; break;
+        case ' ': directive.flags |= FORMAT_BLANK; break;
+        case '#': directive.flags |= FORMAT_ALTERNATE; break;
+        case '\'': directive.flags |= FORMAT_GROUPED; break;
+        case '+': directive.flags |= FORMAT_PLUS; break;
+        case '-': directive.flags |= FORMAT_LEFT; break;
+        case '0': directive.flags |= FORMAT_ZEROES; break;
         case '*':
-            spec.width = arguments->Star(FormatReadPosition(text));
-            if (spec.width < 0) {
-                spec.flags |= FORMAT_LEFT;
-                spec.width = -spec.width;
+            directive.width = arguments->Star(FormatReadPosition(text));
+            if (directive.width < 0) {
+                directive.flags |= FORMAT_LEFT;
+                directive.width = -directive.width;
             }
             break;
         case '.':
             if (*text == '*') {
                 text++;
-                spec.precision = arguments->Star(FormatReadPosition(text));
-                if (spec.precision < 0) { spec.precision = -1; }
+                directive.precision = arguments->Star(FormatReadPosition(text));
+                if (directive.precision < 0) { directive.precision = -1; }
             } else {
-                spec.precision = FormatReadNumber(text);
+                directive.precision = FormatReadNumber(text);
             }
             break;
         case '1':
@@ -108,34 +109,34 @@ const char *FormatRead(const char *text, Arguments *arguments, FormatSpec *resul
             if (*text == '$') {
                 text++;
                 arguments->UsePositions();
-                spec.index = number;
+                directive.index = number;
             } else {
-                spec.width = number;
+                directive.width = number;
             }
             break;
         }
         case 'h': // the second makes it a char
-            spec.flags ^= FORMAT_SHORT;
-            spec.flags |= spec.flags & FORMAT_SHORT ? 0U : FORMAT_CHAR;
+            directive.flags ^= FORMAT_SHORT;
+            directive.flags |= directive.flags & FORMAT_SHORT ? 0U : FORMAT_CHAR;
             break;
         case 'l': // the second makes it wide
-            spec.flags ^= FORMAT_LONG;
-            spec.flags |= spec.flags & FORMAT_LONG ? 0U : FORMAT_WIDE;
+            directive.flags ^= FORMAT_LONG;
+            directive.flags |= directive.flags & FORMAT_LONG ? 0U : FORMAT_WIDE;
             break;
         case 'L':
-        case 'q': spec.flags |= FORMAT_WIDE; break;
-        case 'j': spec.flags |= FORMAT_INTMAX; break;
-        case 't': spec.flags |= FORMAT_PTRDIFF; break;
+        case 'q': directive.flags |= FORMAT_WIDE; break;
+        case 'j': directive.flags |= FORMAT_INTMAX; break;
+        case 't': directive.flags |= FORMAT_PTRDIFF; break;
         case 'z':
-        case 'Z': spec.flags |= FORMAT_SIZE; break;
+        case 'Z': directive.flags |= FORMAT_SIZE; break;
         case 'I':
             if (text[0] == '6' && text[1] == '4') {
-                spec.flags |= FORMAT_WIDE;
+                directive.flags |= FORMAT_WIDE;
                 text += 2;
             } else if (text[0] == '3' && text[1] == '2') {
                 text += 2;
             } else {
-                spec.flags |= FORMAT_SIZE;
+                directive.flags |= FORMAT_SIZE;
             }
             break;
         case 'C':
@@ -143,16 +144,16 @@ const char *FormatRead(const char *text, Arguments *arguments, FormatSpec *resul
         case 'O':
         case 'S':
         case 'U':
-            spec.flags |= FORMAT_LONG;
-            spec.conversion = static_cast<char>(letter - 'A' + 'a');
-            *result = spec;
+            directive.flags |= FORMAT_LONG;
+            directive.conversion = static_cast<char>(letter - 'A' + 'a');
+            *result = directive;
             return text;
         default:
-            spec.conversion = letter;
-            *result = spec;
+            directive.conversion = letter;
+            *result = directive;
             return text;
         }
     }
 }
 
-#endif // PELAGO_STRING_FORMATSPEC_H
+#endif // PELAGO_STRING_FORMATDIRECTIVE_H
