@@ -26,7 +26,10 @@ enum CFTypeNumber : CFTypeID {
     CF_TYPE_DATE,
     CF_TYPE_DATA,
     CF_TYPE_UID,
-    CF_TYPE_PREFERENCES
+    CF_TYPE_PREFERENCES,
+    CF_TYPE_URL,
+    CF_TYPE_READ_STREAM,
+    CF_TYPE_ERROR
 };
 
 struct CFObject;

@@ -9,6 +9,7 @@
 #define PELAGO_LINUX_CFTYPES_H
 
 #include "cfObject.h"
+#include "hostFile.h"
 
 #include <optional>
 #include <string>
@@ -84,6 +85,24 @@ struct CFUid final : CFObject {
     uint64_t mValue;
 };
 
+// A file's; nothing else is made here.
+struct __CFURL final : CFObject {
+    explicit __CFURL(std::string path);
+    const std::string mPath; // absolute
+};
+
+struct __CFReadStream final : CFObject {
+    explicit __CFReadStream(std::string path);
+    const std::string mPath;
+    bool mWasOpened = false; // once at most
+    OwnedFd mFd;
+};
+
+struct __CFError final : CFObject {
+    explicit __CFError(CFIndex code);
+    const CFIndex mCode;
+};
+
 // The length in UTF-16 units, when the text is strict UTF-8: no surrogates, no overlong forms,
 // nothing above U+10FFFF.  NULs count as text.
 std::optional<CFIndex> CFUtf8UnitCount(std::string_view text);
@@ -91,5 +110,6 @@ std::optional<CFIndex> CFUtf8UnitCount(std::string_view text);
 CFStringRef CFStringCreateWithText(std::string_view text); // nullptr for a NUL in the text too
 CFNumberRef CFNumberCreateUnsigned(uint64_t value);
 CFMutableDictionaryRef CFDictionaryCreateEmpty();
+CFErrorRef CFErrorCreateWithCode(CFIndex code);
 
 #endif /* PELAGO_LINUX_CFTYPES_H */

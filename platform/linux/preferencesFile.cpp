@@ -34,19 +34,6 @@ int WriteAll(int fd, std::string_view bytes)
     return 0;
 }
 
-// The bytes until the end or until the buffer is full; -1 with errno.
-ssize_t ReadAll(int fd, char *buffer, size_t size)
-{
-    size_t have = 0;
-    while (have < size) {
-        const ssize_t got = read(fd, buffer + have, size - have);
-        if (got == 0) { break; }
-        if (got < 0 && errno != EINTR) { return -1; }
-        if (got > 0) { have += static_cast<size_t>(got); }
-    }
-    return static_cast<ssize_t>(have);
-}
-
 std::string FolderOf(const std::string &path)
 {
     const size_t slash = path.rfind('/');
@@ -142,21 +129,6 @@ void WriteHolder(int fd)
 
 } // namespace
 
-OwnedFd &OwnedFd::operator=(OwnedFd &&other) noexcept
-{
-    if (this != &other) {
-        Close();
-        mFd = std::exchange(other.mFd, -1);
-    }
-    return *this;
-}
-
-int OwnedFd::Close()
-{
-    const int fd = std::exchange(mFd, -1);
-    return fd < 0 ? 0 : close(fd);
-}
-
 FileSignature FileSignature::Of(const struct stat &status)
 {
     return {status.st_dev, status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
@@ -173,6 +145,7 @@ int LockFile::Lock(const std::string &path, bool wait)
 {
     // Not to wait for the other end when somebody put a pipe there.
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    mPath = path; // first: without memory for it no file is to be made
     for (;;) {
         OwnedFd fd(open(path.c_str(), FLAGS, LOCK_FILE_MODE));
         if (!fd.IsOpen() && errno != EROFS) { return errno; }
@@ -185,7 +158,6 @@ int LockFile::Lock(const std::string &path, bool wait)
         // Its last holder may have removed the file between our open and our lock: then once more.
         if (!isOurs) { continue; }
         if (fd.IsOpen()) { WriteHolder(fd.Get()); }
-        mPath = path;
         mFd = std::move(fd);
         mIsLocked = true;
         return 0;
@@ -212,7 +184,7 @@ int ReadWholeFile(const char *path, size_t maxSize, std::string *bytes, FileSign
     if (!S_ISREG(status.st_mode)) { return EINVAL; }
     if (static_cast<size_t>(status.st_size) > maxSize) { return EFBIG; }
     bytes->resize(static_cast<size_t>(status.st_size));
-    const ssize_t got = ReadAll(fd.Get(), bytes->data(), bytes->size());
+    const ssize_t got = HostReadAll(fd.Get(), bytes->data(), bytes->size());
     if (got < 0) { return errno; }
     bytes->resize(static_cast<size_t>(got));
     return 0;

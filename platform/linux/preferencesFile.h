@@ -6,26 +6,12 @@
 #ifndef PELAGO_LINUX_PREFERENCESFILE_H
 #define PELAGO_LINUX_PREFERENCESFILE_H
 
+#include "hostFile.h"
+
 #include <sys/stat.h>
 
 #include <string>
 #include <string_view>
-
-// A descriptor that is closed with its owner.
-class OwnedFd {
-public:
-    OwnedFd() = default;
-    explicit OwnedFd(int fd) : mFd(fd) {}
-    ~OwnedFd() { Close(); }
-    OwnedFd(OwnedFd &&other) noexcept : mFd(other.mFd) { other.mFd = -1; }
-    OwnedFd &operator=(OwnedFd &&other) noexcept;
-    bool IsOpen() const { return mFd >= 0; }
-    int Get() const { return mFd; }
-    int Close(); // 0, or -1 with errno; closed either way
-
-private:
-    int mFd = -1;
-};
 
 // Tells whether a file has changed.  All zero for a missing file.
 struct FileSignature {

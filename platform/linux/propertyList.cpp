@@ -5,6 +5,7 @@
 
 #include "propertyListNode.h"
 
+#include <cerrno>
 #include <clocale>
 #include <unordered_set>
 
@@ -30,6 +31,14 @@ public:
 
 private:
     locale_t mPlain, mBefore;
+};
+
+// libplist does not look whether it got memory: what it could not copy is missing from the list,
+// and only the C library's errno tells.
+class MemoryWatch {
+public:
+    MemoryWatch() { errno = 0; }
+    Fault Verdict(Fault otherwise) const { return errno == ENOMEM ? Fault::NoMemory : otherwise; }
 };
 
 bool IsBinaryList(std::string_view bytes) { return bytes.starts_with(PROPERTY_LIST_BINARY_MAGIC); }
@@ -59,9 +68,12 @@ Fault Guard(std::string_view bytes)
                                : PropertyListGuardXml(WithoutMark(bytes));
 }
 
-PlistOwned Parse(std::string_view bytes)
+Fault Parse(std::string_view bytes, PlistOwned *tree)
 {
+    const Fault fault = Guard(bytes);
+    if (fault != Fault::None) { return fault; }
     const PlainLocale plain;
+    const MemoryWatch watch;
     plist_t root = nullptr;
     if (IsBinaryList(bytes)) {
         plist_from_bin(bytes.data(), static_cast<uint32_t>(bytes.size()), &root);
@@ -69,7 +81,9 @@ PlistOwned Parse(std::string_view bytes)
         const std::string text = WithPlainLineEnds(WithoutMark(bytes));
         plist_from_xml(text.data(), static_cast<uint32_t>(text.size()), &root);
     }
-    return PlistOwned(root);
+    const Fault verdict = watch.Verdict(root != nullptr ? Fault::None : Fault::Malformed);
+    tree->reset(root);
+    return verdict;
 }
 
 // A binary dictionary can hold a key twice.  Inside a value both stay as they are; at the root,
@@ -105,11 +119,10 @@ PropertyList &PropertyList::operator=(PropertyList &&) noexcept = default;
 
 PropertyListFault PropertyList::Read(std::string_view bytes)
 {
-    const Fault fault = Guard(bytes);
+    PlistOwned root;
+    const Fault fault = Parse(bytes, &root);
     if (fault != Fault::None) { return fault; }
     const bool isBinary = IsBinaryList(bytes);
-    PlistOwned root = Parse(bytes);
-    if (!root) { return Fault::Malformed; }
     if (plist_get_node_type(root.get()) != PLIST_DICT) { return Fault::NotADictionary; }
     if (isBinary && !HasEveryKeyOnce(root.get())) { return Fault::NotRepresentable; }
     mTree.reset(new Tree{std::move(root)});
@@ -121,7 +134,9 @@ PropertyListFault PropertyList::Write(std::string *bytes) const
 {
     const PlistOwned empty(mTree ? nullptr : plist_new_dict());
     plist_t root = mTree ? mTree->root.get() : empty.get();
-    const Fault fault = mIsBinary ? WriteBinary(root, bytes) : PlistWriteXml(root, bytes);
+    const MemoryWatch watch;
+    const Fault fault =
+        watch.Verdict(mIsBinary ? WriteBinary(root, bytes) : PlistWriteXml(root, bytes));
     return fault == Fault::None ? Guard(*bytes) : fault;
 }
 
@@ -133,18 +148,29 @@ CFTypeRef PropertyList::CopyValue(const char *key) const
 
 PropertyListFault PropertyList::SetValue(const char *key, CFTypeRef value)
 {
+    const MemoryWatch watch;
     PlistOwned node;
     const Fault fault = PlistFromObject(value, &node);
     if (fault != Fault::None) { return fault; }
     if (!mTree) { mTree.reset(new Tree{PlistOwned(plist_new_dict())}); }
     plist_dict_set_item(mTree->root.get(), key, node.release());
-    return Fault::None;
+    return watch.Verdict(Fault::None);
 }
 
 CFDictionaryRef PropertyList::CopyValues() const
 {
     if (!mTree) { return CFDictionaryCreateEmpty(); }
     return static_cast<CFDictionaryRef>(PlistCopyAsObject(mTree->root.get()));
+}
+
+PropertyListFault PropertyListCopyObject(std::string_view bytes, CFTypeRef *object, bool *isBinary)
+{
+    PlistOwned root;
+    const Fault fault = Parse(bytes, &root);
+    if (fault != Fault::None) { return fault; }
+    *object = PlistCopyAsObject(root.get());
+    *isBinary = IsBinaryList(bytes);
+    return Fault::None;
 }
 
 const char *PropertyListFaultText(PropertyListFault fault)

@@ -1,5 +1,6 @@
 /*
- * propertyList.h -- one property list file with a dictionary at its root, in memory.
+ * propertyList.h -- property lists in memory: those with a dictionary at the root to change, and
+ * any to read.
  *
  * Values that nobody sets keep their type, their content and their place when the list is written.
  * Sizes are in bytes.  Every function here may throw std::bad_alloc; the list stays releasable.
@@ -43,5 +44,9 @@ private:
     std::unique_ptr<Tree> mTree; // nullptr: no values
     bool mIsBinary = false;
 };
+
+// Any property list, whatever its root, as a new object that the caller releases, and its format.
+// On a fault nothing is stored.  May throw.
+PropertyListFault PropertyListCopyObject(std::string_view bytes, CFTypeRef *object, bool *isBinary);
 
 #endif /* PELAGO_LINUX_PROPERTYLIST_H */

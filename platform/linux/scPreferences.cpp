@@ -47,6 +47,7 @@ struct __SCPreferences final : CFObject {
     int Lock(bool wait);
     void Access();
     void Forget();
+    void Distrust();
     CFTypeRef Get(CFStringRef key);
     void Set(CFStringRef key, CFTypeRef object);
     int Commit();
@@ -129,6 +130,9 @@ void __SCPreferences::Forget()
     mBytes.clear();
     mIsAccessed = mIsChanged = mIsUnreadable = false;
 }
+
+// Nothing is written until the file is read anew.
+void __SCPreferences::Distrust() { mIsAccessed = mIsUnreadable = true; }
 
 void __SCPreferences::Access()
 {
@@ -235,6 +239,8 @@ extern "C" CFPropertyListRef SCPreferencesGetValue(SCPreferencesRef prefs, CFStr
         value = session->Get(key);
         return value ? kSCStatusOK : kSCStatusNoKey;
     });
+    // Callers take NULL for a key that is not there; what they then put there would replace it.
+    if (error == ENOMEM) { session->Distrust(); }
     if (error != kSCStatusOK) { Fail(error); }
     return value;
 }

@@ -1,4 +1,5 @@
-"""The tool as it was linked for macOS: what it is, what it asks of the system, and what lies beside it.
+"""The tool and the library as they were linked for macOS: what they are, what they ask of the system, and what
+lies beside them.
 
 imports.txt is all that the tool may import, as "library symbol".  A new line in it is a decision: the
 call must be there in macOS 10.15, and platform/ must supply it on Linux.
@@ -14,6 +15,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 LIBRARY = Path(os.environ["PELAGO_BUNDLE"]) / "Contents/Library"
 TOOL = LIBRARY / "shares/pelagoShareTool"
+WHOLE_LIBRARY = Path(os.environ["PELAGO_WHOLE_LIBRARY"])
 DYLIBS = {
     "@executable_path/../icu/libicuuc.44.dylib",
     "/System/Library/Frameworks/CoreFoundation.framework/Versions/A/CoreFoundation",
@@ -31,6 +33,11 @@ def imports(binary):
     """What a binary imports, as (library, symbol)."""
     text = read("llvm-nm", "-m", "-u", binary)
     return set(re.findall(r" (_\S+) \(from (\S+)\)$", text, re.M))
+
+
+def functions(binary):
+    """The C functions that a binary or an archive defines."""
+    return set(re.findall(r" T (_[A-Za-z]\w*)$", read("llvm-nm", "--defined-only", binary), re.M))
 
 
 class Binary(unittest.TestCase):
@@ -52,20 +59,6 @@ class Binary(unittest.TestCase):
         found = sorted(f"{library} {symbol}" for symbol, library in imports(TOOL))
         self.assertEqual(found, sorted(listed))
 
-    def test_imports_nothing_of_linux(self):
-        for symbol, library in imports(TOOL):
-            if not symbol.endswith("$INODE64"):
-                self.assertNotRegex(symbol, LINUX_ONLY, library)
-
-    def test_the_stubs_list_exactly_what_is_called(self):
-        stubs = ROOT / "platform/macos/stubs"
-        for library, path in (("CoreFoundation", "Frameworks/CoreFoundation.framework/CoreFoundation.tbd"),
-                              ("SystemConfiguration", "Frameworks/SystemConfiguration.framework/SystemConfiguration.tbd"),
-                              ("libicuuc.44", "lib/libicuuc.44.tbd")):
-            symbols = re.search(r"symbols:\s*\[([^\]]*)\]", (stubs / path).read_text())[1]
-            self.assertEqual({symbol.strip() for symbol in symbols.split(",")},
-                             {symbol for symbol, where in imports(TOOL) if where == library})
-
     def test_has_a_main(self):
         self.assertRegex(read("llvm-nm", "--defined-only", TOOL), r"(?m) T _main$")
 
@@ -76,6 +69,29 @@ class Binary(unittest.TestCase):
 
 
 class Library(unittest.TestCase):
+    maxDiff = None
+
+    def test_is_linked_with_nothing_left_out(self):
+        defined, archived = functions(WHOLE_LIBRARY), functions(os.environ["PELAGO_FOUNDATION"])
+        self.assertGreater(len(archived), 100)
+        self.assertEqual(archived - defined, set())
+
+    def test_imports_nothing_of_linux(self):
+        for binary in (TOOL, WHOLE_LIBRARY):
+            for symbol, library in imports(binary):
+                if not symbol.endswith("$INODE64"):
+                    self.assertNotRegex(symbol, LINUX_ONLY, library)
+
+    def test_the_stubs_list_exactly_what_is_called(self):
+        stubs = ROOT / "platform/macos/stubs"
+        called = imports(TOOL) | imports(WHOLE_LIBRARY)
+        for library, path in (("CoreFoundation", "Frameworks/CoreFoundation.framework/CoreFoundation.tbd"),
+                              ("SystemConfiguration", "Frameworks/SystemConfiguration.framework/SystemConfiguration.tbd"),
+                              ("libicuuc.44", "lib/libicuuc.44.tbd")):
+            symbols = re.search(r"symbols:\s*\[([^\]]*)\]", (stubs / path).read_text())[1]
+            self.assertEqual({symbol.strip() for symbol in symbols.split(",")},
+                             {symbol for symbol, where in called if where == library})
+
     def test_the_archive_is_for_macos(self):
         text = read("llvm-readobj", "--file-header", os.environ["PELAGO_FOUNDATION"])
         formats = set(re.findall(r"^Format: (.*)$", text, re.M))

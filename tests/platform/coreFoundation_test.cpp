@@ -83,7 +83,8 @@ TEST(CoreFoundationObject, TypesHaveDifferentNumbers)
 {
     const CFTypeID numbers[] = {CFStringGetTypeID(), CFArrayGetTypeID(),   CFDictionaryGetTypeID(),
                                 CFNumberGetTypeID(), CFBooleanGetTypeID(), CFDateGetTypeID(),
-                                CFDataGetTypeID()};
+                                CFDataGetTypeID(),   CFURLGetTypeID(),     CFReadStreamGetTypeID(),
+                                CFErrorGetTypeID()};
     for (const CFTypeID &one : numbers) {
         EXPECT_NE(one, 0u);
         for (const CFTypeID &other : numbers) {

@@ -1,5 +1,6 @@
 // Normalization: Unicode's own test file, row by row, and what that does not ask.
 #include "cfTypes.h"
+#include "outOfNew.h"
 
 #include <gtest/gtest.h>
 #include <unicode/uchar.h>
@@ -11,35 +12,6 @@
 #include <fstream>
 #include <set>
 #include <sstream>
-
-namespace {
-
-thread_local size_t tGranted = SIZE_MAX; // so many allocations with new, and no more
-
-// Grants so many allocations with new and refuses all others, while it lives.
-struct OutOfMemory {
-    explicit OutOfMemory(size_t granted) { tGranted = granted; }
-    ~OutOfMemory() { tGranted = SIZE_MAX; }
-};
-
-} // namespace
-
-// In the place of the C++ library's own: that allocates for strings where no link reaches it.  Not
-// inline, since a compiler that sees one half alone takes it for a mismatch.
-[[gnu::noinline]] void *operator new(size_t size, const std::nothrow_t &) noexcept
-{
-    if (tGranted == 0) { return nullptr; }
-    if (tGranted != SIZE_MAX) { tGranted--; }
-    return malloc(size);
-}
-[[gnu::noinline]] void *operator new(size_t size)
-{
-    void *block = operator new(size, std::nothrow);
-    if (block == nullptr) { throw std::bad_alloc(); }
-    return block;
-}
-[[gnu::noinline]] void operator delete(void *block) noexcept { free(block); }
-[[gnu::noinline]] void operator delete(void *block, size_t) noexcept { free(block); }
 
 namespace {
 
@@ -413,7 +385,7 @@ TEST(StringWithoutMemory, IsNotCreated)
     for (size_t granted = 0; granted <= ALLOCATIONS_OF_A_STRING; granted++) {
         CFStringRef string = nullptr;
         {
-            OutOfMemory limit(granted);
+            OutOfNew limit(granted);
             string = CFStringCreateWithCString(nullptr, LONG_TEXT.c_str(), kCFStringEncodingUTF8);
         }
         EXPECT_EQ(string != nullptr, granted == ALLOCATIONS_OF_A_STRING) << granted;
@@ -427,7 +399,7 @@ TEST(StringWithoutMemory, IsNotCopied)
     for (size_t granted = 0; granted <= ALLOCATIONS_OF_A_STRING; granted++) {
         CFMutableStringRef copy = nullptr;
         {
-            OutOfMemory limit(granted);
+            OutOfNew limit(granted);
             copy = CFStringCreateMutableCopy(nullptr, 0, string.get());
         }
         EXPECT_EQ(copy != nullptr, granted == ALLOCATIONS_OF_A_STRING) << granted;
@@ -438,7 +410,7 @@ TEST(StringWithoutMemory, IsNotCopied)
 void NormalizeWith(size_t granted)
 {
     const auto copy = MutableCopy(String(LONG_TEXT).get());
-    OutOfMemory limit(granted);
+    OutOfNew limit(granted);
     CFStringNormalize(copy.get(), FORM_C);
 }
 

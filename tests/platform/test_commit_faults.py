@@ -14,42 +14,21 @@ import random
 import re
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+import straced  # noqa: E402
+
 COMMIT_ONCE = os.environ["COMMIT_ONCE"]
 KEY = "EnabledServices"
 OTHERS = {"ServerDescription": "a & b\rc", "MaxClients": 100, "wins server": [{"": b"\0"}], "ratio": 0.1}
-CALL = re.compile(r"(?:\d+ +)?(\w+)\(")  # one line of a log
 MODE = 0o640
-
-# What each call may plausibly fail with; calls that are not here are about memory or cannot fail.
-ERRORS = {
-    "access": ["EACCES", "EIO"],
-    "close": ["EIO"],
-    "fchmod": ["EPERM", "EIO"],
-    "fchown": ["EPERM", "EIO"],
-    "flock": ["ENOLCK", "EINTR"],
-    "fstat": ["EIO"],
-    "fsync": ["EIO", "ENOSPC", "EDQUOT"],
-    "ftruncate": ["EIO"],
-    "lseek": [],
-    "newfstatat": ["EIO", "EACCES"],
-    "open": ["EACCES", "EMFILE", "ENOSPC", "EIO"],
-    "openat": ["EACCES", "EMFILE", "ENOSPC", "EIO"],
-    "read": ["EIO", "EINTR"],
-    "rename": ["ENOSPC", "EXDEV", "EIO"],
-    "renameat": ["ENOSPC", "EXDEV", "EIO"],
-    "renameat2": ["ENOSPC", "EXDEV", "EIO"],
-    "stat": ["EIO", "EACCES"],
-    "unlink": ["EIO"],
-    "unlinkat": ["EIO"],
-    "write": ["ENOSPC", "EDQUOT", "EIO", "EINTR"],
-}
-NO_FAILURES = {"brk", "exit_group", "getegid", "geteuid", "getpid", "mmap", "mprotect", "munmap", "futex", "getrandom",
-               "prlimit64", "write_to_stderr"}
+QUIET = {"capture_output": True, "text": True, "timeout": 60}
+ROUNDS = int(os.environ.get("COMMIT_ROUNDS", 25))  # of two commits at once
 
 
 class Case(unittest.TestCase):
@@ -58,8 +37,6 @@ class Case(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name).resolve()
         self.path = self.folder / "com.apple.smb.server.plist"
-        self.log = self.folder.parent / (self.folder.name + ".log")
-        self.addCleanup(self.log.unlink, missing_ok=True)
 
     def put(self, start):
         """The file before a run: its format and services, or None for no file."""
@@ -74,24 +51,15 @@ class Case(unittest.TestCase):
             self.path.chmod(MODE)
         self.before = self.path.read_bytes() if start is not None else None
 
-    def run_once(self, *options, mode=()):
-        """One run, under strace when there are options for it."""
-        strace = ["strace", "-qq", "-o", str(self.log), *options] if options else []
-        return subprocess.run([*strace, COMMIT_ONCE, str(self.path), *mode], capture_output=True, text=True, timeout=60)
+    @property
+    def command(self):
+        return [COMMIT_ONCE, str(self.path)]
 
-    def calls(self, *options):
-        """The log of an undisturbed run, a line for each call."""
-        run = self.run_once("-e", "trace=all", *options)
-        self.assertEqual(run.returncode, 0, run.stderr)
-        return [line for line in self.log.read_text().splitlines() if CALL.match(line)]
+    def run_once(self):
+        return subprocess.run(self.command, **QUIET)
 
-    def points(self, lines):
-        """Each call as (name, ordinal, line)."""
-        counts = collections.Counter()
-        for line in lines:
-            name = CALL.match(line).group(1)
-            counts[name] += 1
-            yield name, counts[name], line
+    def failing_at(self, call, ordinal, error, *selection):
+        return straced.failing_at(call, ordinal, error, self.command, *selection, **QUIET)
 
     def outcome(self, start, point):
         """"old" or "new"; anything else is a failure."""
@@ -136,11 +104,9 @@ class KilledAnywhere(Case):
             with self.subTest(name):
                 self.put(start)
                 outcomes, leftovers = collections.Counter(), collections.Counter()
-                for call, ordinal, _ in list(self.points(self.calls()))[1:]:  # the first is strace's own execve
-                    point = f"{call} {ordinal}"
+                for point in straced.recorded(self.command, **QUIET):
                     self.put(start)
-                    run = self.run_once("-e", f"trace={call}", "-e", f"inject={call}:signal=KILL:when={ordinal}")
-                    self.assertEqual(run.returncode, -signal.SIGKILL, f"{point}: not killed")
+                    self.assertTrue(straced.killed_at(point, self.command, **QUIET), point)
                     outcome = self.outcome(start, point)
                     outcomes[outcome] += 1
                     leftovers.update(path.suffix for path in self.folder.iterdir())
@@ -156,12 +122,11 @@ class KilledAnywhere(Case):
 class RefusedAnywhere(Case):
     def own_points(self):
         """The calls from the first one that names the file; before, the program is only being loaded."""
-        points = list(self.points(self.calls()))
-        first = next(i for i, point in enumerate(points) if str(self.path) in point[2] and point[0] != "execve")
-        for call, ordinal, line in points[first:]:
-            self.assertTrue(call in ERRORS or call in NO_FAILURES, f"no errors are known for {line}")
-            for error in ERRORS.get(call, []):
-                yield call, ordinal, error
+        points = straced.recorded(self.command, **QUIET)
+        first = next(i for i, point in enumerate(points) if str(self.path) in point.line)
+        for point in points[first:]:
+            for error in point.errors:
+                yield point.name, point.ordinal, error
 
     def test_success_means_new_and_failure_means_old(self):
         for name, start in STARTS.items():
@@ -171,8 +136,7 @@ class RefusedAnywhere(Case):
                 for call, ordinal, error in list(self.own_points()):
                     point = f"{call} {ordinal} {error}"
                     self.put(start)
-                    run = self.run_once("-e", f"trace={call}", "-e", f"inject={call}:error={error}:when={ordinal}")
-                    self.assertIn("(INJECTED)", self.log.read_text(), point)
+                    run = self.failing_at(call, ordinal, error)
                     self.assertIn(run.returncode, (0, 1, 2), f"{point}: {run.stderr}")
                     outcome = self.outcome(start, point)
                     self.assertEqual(outcome, "new" if run.returncode == 0 else "old", point)
@@ -190,9 +154,7 @@ class RefusedAnywhere(Case):
 
     def failing_with(self, call, error, path):
         self.put(STARTS["without the service"])
-        run = self.run_once("-e", f"trace={call}", "-P", str(path), "-e", f"inject={call}:error={error}")
-        self.assertIn("(INJECTED)", self.log.read_text())
-        return run
+        return self.failing_at(call, None, error, "-P", str(path))
 
     def test_the_reason_is_told(self):
         for call, error, path in (("fsync", "EIO", f"{self.path}-new"), ("rename", "ENOSPC", f"{self.path}-new"), ("fchmod", "EPERM", f"{self.path}-new"),
@@ -207,8 +169,7 @@ class RefusedAnywhere(Case):
         for name, start in STARTS.items():
             with self.subTest(name):
                 self.put(start)
-                run = self.run_once("-e", "trace=fsync", "-P", str(self.folder), "-e", "inject=fsync:error=EIO")
-                self.assertIn("(INJECTED)", self.log.read_text())
+                run = self.failing_at("fsync", None, "EIO", "-P", str(self.folder))
                 self.assertEqual(run.returncode, 1)
                 self.assertEqual(self.path.read_bytes() if self.path.exists() else None, self.before)
                 if start:
@@ -233,14 +194,14 @@ class CallsOfACommit(Case):
 
     def commit_calls(self):
         self.put(STARTS["without the service"])
-        lines = self.calls("-y", "-P", str(self.path), "-P", f"{self.path}-new", "-P", str(self.folder))
-        return [line.replace(str(self.path), "FILE").replace(str(self.folder), "FOLDER") for line in lines if "commitOnce" not in line]
+        points = straced.recorded(self.command, "-y", "-P", str(self.path), "-P", f"{self.path}-new", "-P", str(self.folder), **QUIET)
+        return [point._replace(line=point.line.replace(str(self.path), "FILE").replace(str(self.folder), "FOLDER")) for point in points]
 
     def test_data_is_durable_before_its_name_and_the_name_before_success(self):
         calls = self.commit_calls()
 
         def only(pattern):
-            found = [i for i, line in enumerate(calls) if re.match(pattern, line)]
+            found = [i for i, point in enumerate(calls) if re.match(pattern, point.line)]
             self.assertEqual(len(found), 1, f"{pattern} in {calls}")
             return found[0]
         order = [only(r"write\(\d+<FILE-new>"), only(r"fsync\(\d+<FILE-new>"), only(r"close\(\d+<FILE-new>"),
@@ -248,8 +209,8 @@ class CallsOfACommit(Case):
         self.assertEqual(order, sorted(order), calls)
 
     def test_there_is_none_too_many(self):
-        calls = [CALL.match(line).group(1) for line in self.commit_calls()]
-        counts = collections.Counter("stat" if name in ("newfstatat", "fstat", "stat") else name for name in calls)
+        calls = self.commit_calls()
+        counts = collections.Counter("stat" if point.name in ("newfstatat", "fstat", "stat") else point.name for point in calls)
         # Read: open, stat, read, close.  Commit: the stat for owner and mode, the folder, the new file with the
         # stat for its signature.
         self.assertEqual(counts, {"access": 1, "openat": 3, "stat": 3, "read": 1, "fchown": 1, "fchmod": 1, "write": 1,
@@ -257,31 +218,30 @@ class CallsOfACommit(Case):
 
 
 class TwoAtOnce(Case):
-    ROUNDS = 25
-
     def race(self, mode):
         """Two runs with delays of their own; the number of those that committed."""
         runs = []
         for i in range(2):
+            log = self.folder.with_suffix(f".log{i}")
+            self.addCleanup(log.unlink, missing_ok=True)
             delays = [f"-einject={call}:delay_enter={random.randrange(5000)}" for call in ("flock", "fsync", "rename", "unlink")]
-            runs.append(subprocess.Popen(["strace", "-qq", "-o", f"{self.log}{i}", "-e", "trace=flock,fsync,rename,unlink", *delays,
-                                          COMMIT_ONCE, str(self.path), *mode], stderr=subprocess.PIPE, text=True))
-            self.addCleanup(Path(f"{self.log}{i}").unlink, missing_ok=True)
-        errors = [run.communicate(timeout=60)[1] for run in runs]
-        for run, error in zip(runs, errors):
+            command = ["strace", "-qq", "-o", log, "-e", "trace=flock,fsync,rename,unlink", *delays, *self.command, *mode]
+            runs.append((subprocess.Popen(command, stderr=subprocess.PIPE, text=True), log))
+        for run, log in runs:
+            error = run.communicate(timeout=60)[1]
             self.assertIn((run.returncode, error), ((0, ""), (1, "commitOnce: 3005\n")))
-        self.assertIn("(DELAYED)", Path(f"{self.log}0").read_text())
-        return sum(run.returncode == 0 for run in runs)
+            self.assertIn("(DELAYED)", log.read_text())
+        return sum(run.returncode == 0 for run, _ in runs)
 
     def test_with_the_lock_around_it_both_changes_count(self):
-        for _ in range(self.ROUNDS):
+        for _ in range(ROUNDS):
             self.put(STARTS["without the service"])
             self.assertEqual(self.race([]), 2)
             self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print"])
 
     def test_without_it_the_later_one_is_stale(self):
         counts = collections.Counter()
-        for _ in range(self.ROUNDS):
+        for _ in range(ROUNDS):
             self.put(STARTS["without the service"])
             committed = self.race(["unlocked"])
             counts[committed] += 1
@@ -292,15 +252,14 @@ class TwoAtOnce(Case):
 
     def test_whoever_waits_goes_on_when_the_holder_is_killed(self):
         self.put(STARTS["without the service"])
-        holder = subprocess.Popen(["strace", "-qq", "-o", str(self.log), "-e", "trace=fsync", "-e", "inject=fsync:delay_enter=3000000",
-                                   COMMIT_ONCE, str(self.path)])
+        holder = subprocess.Popen([*straced.injecting("fsync", "delay_enter=3000000"), *self.command])
         self.addCleanup(holder.wait)
         new = Path(f"{self.path}-new")
         deadline = time.monotonic() + 10
         while not (new.exists() and new.stat().st_size > 0):
             self.assertLess(time.monotonic(), deadline)
             time.sleep(0.01)
-        waiting = subprocess.Popen([COMMIT_ONCE, str(self.path)])
+        waiting = subprocess.Popen(self.command)
         time.sleep(0.2)
         self.assertIsNone(waiting.poll(), "it did not wait")
         # It dies at the end of the delay: strace holds it until then.

@@ -8,36 +8,109 @@ attacked, and its children run on.
 
 import re
 import subprocess
-from collections import Counter
+from collections import Counter, namedtuple
 from pathlib import Path
 
 LOG = Path("/tmp/strace.log")
 
+# What each call may fail with.  EINTR stands where the kernel may give it to these programs.
+ERRORS = {
+    "access": ["EACCES", "EIO", "ENOMEM"],
+    "clone": ["EAGAIN", "ENOMEM"],
+    "clone3": ["EAGAIN", "ENOMEM"],
+    "close": ["EIO"],
+    "dup2": ["EINTR"],
+    "execve": ["EACCES", "EIO", "ENOMEM", "ETXTBSY"],
+    "fchmod": ["EPERM", "EIO"],
+    "fchown": ["EPERM", "EIO", "EDQUOT"],
+    "flock": ["ENOLCK", "EINTR"],
+    "fork": ["EAGAIN", "ENOMEM"],
+    "fstat": ["EIO"],
+    "fsync": ["EIO", "ENOSPC", "EDQUOT"],
+    "ftruncate": ["EIO"],
+    "getrandom": ["EAGAIN"],
+    "ioctl": ["EIO"],
+    "lseek": ["ESPIPE"],
+    "mmap": ["ENOMEM"],
+    "mprotect": ["ENOMEM"],
+    "munmap": ["ENOMEM"],
+    "newfstatat": ["EIO", "EACCES", "ENOMEM"],
+    "open": ["EACCES", "EMFILE", "ENFILE", "ENOMEM", "ENOSPC", "EIO"],
+    "openat": ["EACCES", "EMFILE", "ENFILE", "ENOMEM", "ENOSPC", "EIO"],
+    "pread64": ["EIO"],
+    "read": ["EIO", "EINTR"],
+    "readlink": ["EACCES", "EIO", "ENOMEM"],
+    "rename": ["ENOSPC", "EDQUOT", "EXDEV", "EACCES", "EIO"],
+    "renameat": ["ENOSPC", "EDQUOT", "EXDEV", "EACCES", "EIO"],
+    "renameat2": ["ENOSPC", "EDQUOT", "EXDEV", "EACCES", "EIO"],
+    "rseq": ["ENOSYS"],
+    "stat": ["EIO", "EACCES"],
+    "unlink": ["EIO", "EACCES"],
+    "unlinkat": ["EIO", "EACCES"],
+    "vfork": ["EAGAIN", "ENOMEM"],
+    "wait4": ["EINTR"],
+    "write": ["ENOSPC", "EDQUOT", "EIO", "EINTR"],
+}
+# Nothing that these programs hand over makes one of these fail.  (brk tells a failure by its result,
+# which no error number can stand for; what allocates is refused memory instead.)
+CANNOT_FAIL = {"arch_prctl", "brk", "exit_group", "fcntl", "futex", "getegid", "geteuid", "getpid", "prlimit64",
+               "rt_sigaction", "rt_sigreturn", "set_robust_list", "set_tid_address"}
 
-def points(command, **options):
-    """The system calls of one undisturbed run, in order, as (name, ordinal)."""
-    subprocess.run(["strace", "-qq", "-o", LOG, *command], check=True, **options)
+
+class Point(namedtuple("Point", "name ordinal line")):
+    """One call of a recorded run; line is strace's own."""
+
+    @property
+    def errors(self):
+        """What it may fail with; a call that nobody has thought of is an error."""
+        if self.name not in ERRORS and self.name not in CANNOT_FAIL:
+            raise AssertionError(f"no errors are known for {self.line}")
+        return ERRORS.get(self.name, [])
+
+    @property
+    def result(self):
+        """What it returned, when that is a number that is no error; else None."""
+        match = re.search(r" = (\d+)$", self.line)
+        return int(match[1]) if match else None
+
+
+def read_log():
+    """The calls of the run that was traced last, in order, as points."""
     counts = Counter()
     found = []
     for line in LOG.read_text(errors="replace").splitlines():
         if match := re.match(r"(\w+)\(", line):
             counts[match[1]] += 1
-            found.append((match[1], counts[match[1]]))
-    return found[1:]  # the first is strace's own execve
+            found.append(Point(match[1], counts[match[1]], line))
+    return found[1:] if found and found[0].name == "execve" else found  # the first is strace's own
+
+
+def recorded(command, *selection, **options):
+    """The points of one undisturbed run; selection is more of strace's options."""
+    subprocess.run(["strace", "-qq", "-o", LOG, *selection, *command], **{"check": True} | options)
+    return read_log()
+
+
+def injecting(names, what, *selection):
+    """A command's beginning that traces these calls, and does that to them."""
+    return ["strace", "-qq", "-o", LOG, *selection, "-e", f"trace={names}", "-e", f"inject={names}:{what}"]
+
+
+def was_injected():
+    return "(INJECTED)" in LOG.read_text(errors="replace")
 
 
 def killed_at(point, command, **options):
     """Kills the program as it enters the call; returns whether that happened."""
-    name, ordinal = point
-    done = subprocess.run(["strace", "-qq", "-o", LOG, "-e", f"trace={name}",
-                           "-e", f"inject={name}:signal=KILL:when={ordinal}", *command], **options)
+    name, ordinal = point[:2]
+    done = subprocess.run([*injecting(name, f"signal=KILL:when={ordinal}"), *command], **options)
     return done.returncode == -9
 
 
-def failing_at(names, ordinal, error, command, **options):
+def failing_at(names, ordinal, error, command, *selection, **options):
     """Makes a call fail; returns the finished process.  It is an error when nothing was injected."""
-    done = subprocess.run(["strace", "-qq", "-o", LOG, "-e", f"trace={names}",
-                           "-e", f"inject={names}:error={error}:when={ordinal}", *command], **options)
-    if "(INJECTED)" not in LOG.read_text(errors="replace"):
+    when = f":when={ordinal}" if ordinal else ""
+    done = subprocess.run([*injecting(names, f"error={error}{when}", *selection), *command], **options)
+    if not was_injected():
         raise AssertionError(f"{names}:{ordinal} was never reached")
     return done

@@ -38,6 +38,9 @@ typedef const struct __CFNumber *CFNumberRef;
 typedef const struct __CFBoolean *CFBooleanRef;
 typedef const struct __CFDate *CFDateRef;
 typedef const struct __CFData *CFDataRef;
+typedef const struct __CFURL *CFURLRef;
+typedef struct __CFReadStream *CFReadStreamRef;
+typedef struct __CFError *CFErrorRef;
 
 typedef struct {
     CFIndex location;
@@ -153,6 +156,45 @@ CFTypeID CFDataGetTypeID(void);
 CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8 *bytes, CFIndex length);
 CFIndex CFDataGetLength(CFDataRef data);
 const UInt8 *CFDataGetBytePtr(CFDataRef data);
+
+/* Files */
+
+CFTypeID CFURLGetTypeID(void);
+/* The path is pathSize bytes, as the file system has them; a relative one starts at what is now the
+ * current folder.  NULL when it is empty or holds a NUL, or when there is no such folder. */
+CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8 *path,
+                                                 CFIndex pathSize, Boolean isDirectory);
+
+CFTypeID CFReadStreamGetTypeID(void);
+/* A stream that is not open yet: the file need not be there. */
+CFReadStreamRef CFReadStreamCreateWithFile(CFAllocatorRef allocator, CFURLRef file);
+/* FALSE when the file cannot be opened, or the stream has been opened before. */
+Boolean CFReadStreamOpen(CFReadStreamRef stream);
+/* A stream that was closed stays closed; releasing it closes it, too. */
+void CFReadStreamClose(CFReadStreamRef stream);
+
+/* Property lists */
+
+typedef CFOptionFlags CFPropertyListMutabilityOptions;
+enum { kCFPropertyListImmutable = 0 };
+typedef CFIndex CFPropertyListFormat;
+enum { kCFPropertyListXMLFormat_v1_0 = 100, kCFPropertyListBinaryFormat_v1_0 = 200 };
+enum { kCFPropertyListReadCorruptError = 3840, kCFPropertyListReadStreamError = 3842 };
+
+/*
+ * Reads the property list in the next size bytes of an open stream, or, with size 0, in all that is
+ * left of it.  Stores its format unless format is NULL.  NULL, and unless error is NULL an error
+ * that the caller releases, when the stream cannot be read, or not into memory
+ * (kCFPropertyListReadStreamError), or what it holds is not a property list
+ * (kCFPropertyListReadCorruptError); without memory for the error it is NULL, too.
+ */
+CFPropertyListRef CFPropertyListCreateWithStream(CFAllocatorRef allocator, CFReadStreamRef stream,
+                                                 CFIndex size,
+                                                 CFPropertyListMutabilityOptions options,
+                                                 CFPropertyListFormat *format, CFErrorRef *error);
+
+CFTypeID CFErrorGetTypeID(void);
+CFIndex CFErrorGetCode(CFErrorRef error);
 
 #ifdef __cplusplus
 }

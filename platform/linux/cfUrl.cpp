@@ -1,0 +1,50 @@
+// cfUrl.cpp -- URLs of files: the path, as the file system has it.
+#include "cfTypes.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+bool UrlEqual(const CFObject *one, const CFObject *other)
+{
+    return static_cast<const __CFURL *>(one)->mPath == static_cast<const __CFURL *>(other)->mPath;
+}
+
+constexpr CFClass URL_CLASS = {CF_TYPE_URL, CFDestroy<__CFURL>, UrlEqual};
+
+struct Free {
+    void operator()(char *block) const { free(block); }
+};
+
+// The path from the root; empty when the current folder has no path any more.
+std::string AbsolutePath(std::string_view path)
+{
+    if (path.starts_with('/')) { return std::string(path); }
+    const std::unique_ptr<char, Free> folder(getcwd(nullptr, 0));
+    // Of a folder that the process cannot reach from its root, Linux gives no path either.
+    if (!folder || *folder != '/') { return std::string(); }
+    return std::string(folder.get()).append("/").append(path);
+}
+
+} // namespace
+
+__CFURL::__CFURL(std::string path) : CFObject(URL_CLASS), mPath(std::move(path)) {}
+
+extern "C" CFTypeID CFURLGetTypeID(void) { return CF_TYPE_URL; }
+
+extern "C" CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8 *path,
+                                                            CFIndex pathSize, Boolean)
+{
+    if (pathSize < 0) { CFStop(__func__, "a size below zero"); }
+    const std::string_view bytes(reinterpret_cast<const char *>(path),
+                                 static_cast<size_t>(pathSize));
+    if (bytes.empty() || bytes.find('\0') != bytes.npos) { return nullptr; }
+    try {
+        std::string absolute = AbsolutePath(bytes);
+        return absolute.empty() ? nullptr : new __CFURL(std::move(absolute));
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}

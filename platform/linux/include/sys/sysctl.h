@@ -1,0 +1,46 @@
+/*
+ * sysctl.h -- what the kernel tells of the machine, by number or by name.
+ *
+ * Both calls return 0, or -1 with errno:
+ *    ENOENT   the name is not known, or this host does not tell
+ *    EINVAL   a name of fewer than 2 or more than CTL_MAXNAME numbers
+ *    ENOTDIR  a name that goes on behind a value's
+ *    EPERM    newValue is not NULL: nothing here can be set
+ *    ENOMEM   the buffer is too small: it holds what fits, and *size says how much that is
+ *    ERANGE   a number of 8 bytes that a buffer of 4 cannot hold
+ * value NULL stores the size needed in *size, in bytes; otherwise *size is the buffer's before and
+ * the value's after the call.  Texts end with a NUL, which counts.  Both are thread-safe.
+ */
+#ifndef PELAGO_LINUX_SYS_SYSCTL_H
+#define PELAGO_LINUX_SYS_SYSCTL_H
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define CTL_MAXNAME 12
+
+#define CTL_HW     6
+#define HW_MACHINE 1 /* text: the hardware's name, as uname() has it */
+
+int sysctl(int *name, unsigned int count, void *value, size_t *size, void *newValue,
+           size_t newSize);
+
+/*
+ *    hw.activecpu               4 bytes: processors that are running
+ *    hw.cpufrequency_max        8 bytes, or 4 when they suffice: the highest clock rate in Hz
+ *    hw.machine                 as HW_MACHINE
+ *    hw.memsize                 8 bytes, or 4 when they suffice: physical memory in bytes
+ *    hw.model                   text: the machine's model
+ *    machdep.cpu.brand_string   text: the processor's name
+ * No other name is known.
+ */
+int sysctlbyname(const char *name, void *value, size_t *size, void *newValue, size_t newSize);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* PELAGO_LINUX_SYS_SYSCTL_H */

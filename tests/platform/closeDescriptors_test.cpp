@@ -1,0 +1,168 @@
+// Closing many descriptors, in each of the ways that a kernel may leave.
+#include <closeDescriptors.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <dirent.h>
+#include <fcntl.h>
+#include <functional>
+#include <set>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static int sRangeError;   // of close_range(); 0: it works
+static int sListingError; // of opening the list
+static int sReadingError; // of reading it
+static int sCloses;       // calls of close()
+
+extern "C" {
+int __real_close_range(unsigned first, unsigned last, int flags);
+int __wrap_close_range(unsigned first, unsigned last, int flags)
+{
+    if (sRangeError == 0) { return __real_close_range(first, last, flags); }
+    errno = sRangeError;
+    return -1;
+}
+int __real_open(const char *path, int flags, ...);
+int __wrap_open(const char *path, int flags, ...)
+{
+    if (sListingError == 0 || (flags & O_DIRECTORY) == 0) { return __real_open(path, flags); }
+    errno = sListingError;
+    return -1;
+}
+ssize_t __real_getdents64(int fd, void *entries, size_t size);
+ssize_t __wrap_getdents64(int fd, void *entries, size_t size)
+{
+    if (sReadingError == 0) { return __real_getdents64(fd, entries, size); }
+    errno = sReadingError;
+    return -1;
+}
+int __real_close(int fd);
+int __wrap_close(int fd)
+{
+    sCloses++;
+    return __real_close(fd);
+}
+}
+
+namespace {
+
+constexpr int MANY = 900, ABOVE = 2000;
+
+bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
+
+struct WayCase {
+    const char *name;
+    int rangeError, listingError, readingError;
+    int mostCloses; // for MANY open descriptors
+};
+class CloseDescriptors : public testing::TestWithParam<WayCase> {
+protected:
+    // What is wrong in a process with 3 to MANY open, and ABOVE, after the body.
+    static std::string WrongIn(const std::function<std::string()> &body)
+    {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            rlimit limit;
+            getrlimit(RLIMIT_NOFILE, &limit);
+            limit.rlim_cur = limit.rlim_max;
+            setrlimit(RLIMIT_NOFILE, &limit); // often 1024 to begin with
+            const int report = ABOVE + 1, file = __real_open("/dev/null", O_RDWR);
+            dup2(ends[1], report);
+            for (int fd = 3; fd <= MANY; fd++) {
+                if (fd != file) { dup2(file, fd); }
+            }
+            dup2(file, ABOVE);
+            const WayCase &row = GetParam();
+            sRangeError = row.rangeError;
+            sListingError = row.listingError;
+            sReadingError = row.readingError;
+            sCloses = 0;
+            const std::string wrong = body();
+            const bool isTold =
+                write(report, wrong.data(), wrong.size()) == static_cast<ssize_t>(wrong.size());
+            _exit(isTold ? 0 : 1);
+        }
+        close(ends[1]);
+        std::string wrong;
+        char piece[256];
+        for (ssize_t size; (size = read(ends[0], piece, sizeof piece)) > 0;) {
+            wrong.append(piece, static_cast<size_t>(size));
+        }
+        close(ends[0]);
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+        return wrong;
+    }
+    static std::string WrongAfter(int first, int last)
+    {
+        Host_CloseDescriptors(first, last);
+        std::string wrong;
+        for (int fd = 3; fd <= ABOVE; fd++) {
+            const bool wasOpen = fd <= MANY || fd == ABOVE;
+            if (IsOpen(fd) != (wasOpen && (fd < first || fd > last))) {
+                wrong += std::to_string(fd) + " ";
+            }
+        }
+        return wrong;
+    }
+};
+
+TEST_P(CloseDescriptors, ClosesThoseInTheRangeAndNoOthers)
+{
+    EXPECT_EQ(WrongIn([] { return WrongAfter(3, MANY); }), "");
+    EXPECT_EQ(WrongIn([] { return WrongAfter(3, 3); }), "");
+    EXPECT_EQ(WrongIn([] { return WrongAfter(MANY, MANY); }), "");
+    EXPECT_EQ(WrongIn([] { return WrongAfter(100, 700); }), "");
+    EXPECT_EQ(WrongIn([] { return WrongAfter(700, 1500); }), "");
+    EXPECT_EQ(WrongIn([] { return WrongAfter(MANY + 1, ABOVE - 1); }), "");
+}
+
+TEST_P(CloseDescriptors, AnEmptyRangeIsNone)
+{
+    EXPECT_EQ(WrongIn([] { return WrongAfter(50, 49); }), "");
+    EXPECT_EQ(WrongIn([] { return WrongAfter(50, 3); }), "");
+}
+
+TEST_P(CloseDescriptors, WorksWhereTheProcessHasAsManyAsItMay)
+{
+    const std::string wrong = WrongIn([] {
+        rlimit limit;
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = MANY + 1;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        const std::string wrong = WrongAfter(10, ABOVE - 1);
+        return sCloses > GetParam().mostCloses ? std::to_string(sCloses) + " calls" : wrong;
+    });
+    EXPECT_EQ(wrong, "");
+}
+
+TEST_P(CloseDescriptors, CostsWhatIsOpenNotWhatThereMayBe)
+{
+    if (GetParam().mostCloses == INT_MAX) { return; } // the last resort, which knows no better
+    const std::string wrong = WrongIn([] {
+        Host_CloseDescriptors(3, ABOVE - 1);
+        Host_CloseDescriptors(ABOVE + 2, INT_MAX);
+        return sCloses > GetParam().mostCloses ? std::to_string(sCloses) + " calls" : "";
+    });
+    EXPECT_EQ(wrong, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    By, CloseDescriptors,
+    testing::Values(WayCase{"TheKernelsCall", 0, 0, 0, 0},
+                    WayCase{"TheListWithoutTheCall", ENOSYS, 0, 0, MANY + 8},
+                    WayCase{"TheListWithTheCallForbidden", EPERM, 0, 0, MANY + 8},
+                    WayCase{"NumberWithoutAList", ENOSYS, ENOENT, 0, INT_MAX},
+                    WayCase{"NumberWithAListThatCannotBeRead", EPERM, 0, EACCES, INT_MAX}),
+    [](const auto &row) { return row.param.name; });
+
+} // namespace

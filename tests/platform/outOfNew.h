@@ -1,0 +1,18 @@
+// outOfNew.h -- memory that runs out for `new`.  For programs that are linked with outOfNew.cpp.
+#ifndef PELAGO_TESTS_PLATFORM_OUTOFNEW_H
+#define PELAGO_TESTS_PLATFORM_OUTOFNEW_H
+
+#include <cstddef>
+
+// Grants this thread so many allocations with new and refuses all others, while it lives.
+class OutOfNew {
+public:
+    explicit OutOfNew(size_t granted);
+    ~OutOfNew();
+    OutOfNew(const OutOfNew &) = delete;
+    OutOfNew &operator=(const OutOfNew &) = delete;
+    // Whether one has been refused.
+    bool Showed() const;
+};
+
+#endif // PELAGO_TESTS_PLATFORM_OUTOFNEW_H
