@@ -1,4 +1,4 @@
-// codeset.cpp -- the code-set layer: whether ICU is used, and the host's code set.
+// codeset.cpp -- the code-set layer: whether ICU is used.
 #include "codeset.h"
 
 #include "codesetInt.h"
@@ -45,7 +45,5 @@ extern "C" bool CodeSet_Init(const char *icuDataDir)
 }
 
 extern "C" void CodeSet_DontUseIcu() { sUseIcu = false; }
-
-extern "C" const char *CodeSet_GetCurrentCodeSet() { return "UTF-8"; }
 
 bool CodeSetUsesIcu() { return sUseIcu; }

@@ -1,29 +1,21 @@
-// hostinfoPosix.cpp -- questions about this host and this process.
-#include "hostinfo.h"
+// hostinfoPosix.cpp -- values that the kernel has by name.
+#include "hostinfoInt.h"
 
-#include "diagnostics.h"
 #include "scoped.h"
-#include "util.h"
 
-#include <mach-o/dyld.h>
+#include <sys/sysctl.h>
 
-namespace {
-
-constexpr uint32_t MODULE_PATH_SIZE = 1024; // macOS's PATH_MAX, on every host
-
-} // namespace
-
-extern "C" char *Hostinfo_GetModulePath(uint32_t privilege)
+bool HostinfoReadValue(const char *name, void *value, size_t size)
 {
-    if (privilege > 1) {
-        Warning("%s: invalid privilege parameter\n", __func__);
-        return nullptr;
-    }
-    uint32_t size = MODULE_PATH_SIZE;
-    ScopedFree<char> path(static_cast<char *>(Util_SafeMalloc(size)));
-    if (_NSGetExecutablePath(path.get(), &size) != 0) {
-        Warning("HOSTINFO: %s: _NSGetExecutablePath failed.\n", __func__);
-        return nullptr;
-    }
-    return path.release();
+    return sysctlbyname(name, value, &size, nullptr, 0) == 0;
+}
+
+char *HostinfoReadText(const char *name)
+{
+    size_t size = 0;
+    if (sysctlbyname(name, nullptr, &size, nullptr, 0) != 0) { return nullptr; }
+    ScopedFree<char> text(static_cast<char *>(Util_SafeMalloc(size + 1)));
+    if (sysctlbyname(name, text.get(), &size, nullptr, 0) != 0) { return nullptr; }
+    text.get()[size] = '\0'; // it brings its own, as far as anybody knows
+    return text.release();
 }

@@ -34,11 +34,11 @@
 extern "C" {
 #endif
 
-#define DYNBUF_FIRST_ALLOCATION 128
+#define DYNBUF_FIRST_ALLOCATION 128    /* what a buffer of nothing grows to */
 #define DYNBUF_GROWTH_STEP      262144 /* from here on growth is by this much */
 
-#define DYNBUF_SOURCE_PATH         "lib/public/dynbuf"
-#define DYNBUF_DETACH_STRING_CHECK 145
+#define DYNBUF_SOURCE_PATH         "lib/public/dynbuf" /* in DynBuf_DetachString()'s report */
+#define DYNBUF_DETACH_STRING_CHECK 145                 /* and the number there */
 
 /* size <= allocated, except after DynBuf_Detach(). */
 typedef struct DynBuf {
@@ -191,16 +191,17 @@ static inline bool DynBuf_Copy(const DynBuf *source, DynBuf *destination)
     return true;
 }
 
-/*
- * The safe forms: DynBuf_SafeEnlarge(buf, minSize) and DynBuf_SafeAppend(buf, bytes, count) do what
- * the plain ones do, and end the process where those return false.  The functions under them take
- * the file and line to report; that of enlarging returns the block.
- */
+/* ---- The safe forms do what the plain ones do, and end the process where those return false.  The
+ * functions under them take the source file and line to report. */
+
+/* DynBuf_Enlarge(buf, minSize); returns the block. */
 #define DynBuf_SafeEnlarge(buf, minSize)                                                           \
     DynBuf_SafeInternalEnlarge(buf, minSize, __FILE__, __LINE__)
+/* DynBuf_Append(buf, bytes, count); returns nothing. */
 #define DynBuf_SafeAppend(buf, bytes, count)                                                       \
     DynBuf_SafeInternalAppend(buf, bytes, count, __FILE__, __LINE__)
 
+/* DynBuf_SafeEnlarge() for the source file and line given. */
 static inline void *DynBuf_SafeInternalEnlarge(DynBuf *buf, size_t minSize, const char *file,
                                                unsigned line)
 {
@@ -208,6 +209,7 @@ static inline void *DynBuf_SafeInternalEnlarge(DynBuf *buf, size_t minSize, cons
     return buf->data;
 }
 
+/* DynBuf_SafeAppend() for the source file and line given. */
 static inline void DynBuf_SafeInternalAppend(DynBuf *buf, const void *bytes, size_t count,
                                              const char *file, unsigned line)
 {

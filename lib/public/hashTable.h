@@ -38,6 +38,7 @@
 extern "C" {
 #endif
 
+/* A table, which only the functions here look into. */
 typedef struct HashTable HashTable;
 
 /* What a table's flags are made of: one kind of key, and any of the HASH_FLAG_s. */

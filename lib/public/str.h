@@ -22,8 +22,10 @@ extern "C" {
 /*
  * Returns the length of the output, or -1 when that does not fit: the buffer then holds as many
  * whole UTF-8 characters as do.  Also -1 when the format cannot be honoured: then it holds
- * anything. It is always terminated.  Without a buffer, which may be NULL here, the result is -1,
- * too. Str_Snprintf(buffer, 4, "%s", "abcdef")  gives "abc" and -1
+ * anything.  It is always terminated.  Without a buffer, which may be NULL here, the result is -1,
+ * too.
+ *
+ *    Str_Snprintf(buffer, 4, "%s", "abcdef")  gives "abc" and -1
  */
 int Str_Snprintf(char *buffer, size_t size, const char *format, ...)
     __attribute__((format(printf, 3, 4)));

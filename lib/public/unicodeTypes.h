@@ -23,6 +23,7 @@ extern "C" {
 #define STRING_ENCODING_INTEGER
 #endif
 
+/* The encodings, by numbers that stay what they are. */
 typedef enum StringEncoding STRING_ENCODING_INTEGER {
     STRING_ENCODING_UNKNOWN = -2, /* none, or none that the library converts */
     STRING_ENCODING_DEFAULT = -1, /* the current encoding, whichever that is when it is used */

@@ -1,6 +1,6 @@
 /*
- * util.h -- allocation that cannot fail, comparison that tells nothing by its time, and the forms
- * of a fatal report.
+ * util.h -- allocation that cannot fail, comparison that tells nothing by its time, the forms of a
+ * fatal report, paths, and property lists.
  *
  * The safe allocators call the C library's allocator of the same name and hand on its result; when
  * it has no memory for a request that is not empty, they end the process through Panic() instead of
@@ -27,11 +27,13 @@ extern "C" {
 #define UTIL_NOT_REACHED_REPORT     "NOT_REACHED %s:%d\n"     /* a case that cannot happen */
 #define UTIL_MEM_ALLOC_REPORT       "MEM_ALLOC %s:%d\n"       /* no memory in an inline helper */
 
-/* What goes to Panic() when an allocation fails, by how much is known of who asked for it. */
-#define UTIL_ALLOC_REPORT    "Unrecoverable memory allocation failure\n"
+/* What goes to Panic() when an allocation fails and it is not known who asked for it. */
+#define UTIL_ALLOC_REPORT "Unrecoverable memory allocation failure\n"
+/* The same with the source file and the line that asked. */
 #define UTIL_ALLOC_AT_REPORT "Unrecoverable memory allocation failure at %s:%d\n"
 #define UTIL_ALLOC_LINE_REPORT                                                                     \
     "Unrecoverable memory allocation failure at %s:%u\n" /* of a buffer */
+/* The same with the source file, the line and a bug number. */
 #define UTIL_ALLOC_BUG_REPORT "Unrecoverable memory allocation failure at %s:%d.  Bug number: %d\n"
 
 /* The bug number of an allocation that none is known for. */
@@ -45,7 +47,9 @@ void Util_AllocFailure(void) __attribute__((noreturn));
 void Util_AllocFailureAt(int bugNumber, const char *path, int line)
     __attribute__((noreturn, nonnull(2)));
 
-#define UTIL_ALLOCATOR   __attribute__((malloc, warn_unused_result))
+/* Of a function whose result is a new block, which must be used. */
+#define UTIL_ALLOCATOR __attribute__((malloc, warn_unused_result))
+/* Of one whose result must be used. */
 #define UTIL_REALLOCATOR __attribute__((warn_unused_result))
 
 /*
@@ -123,6 +127,69 @@ bool Util_MemDiffers(const void *a, const void *b, size_t size);
 bool Util_CountStrDiff(const char *a, const char *b, size_t *count) __attribute__((nonnull(1, 2)));
 /* Util_CountStrDiff() without the number. */
 bool Util_StrDiffers(const char *a, const char *b) __attribute__((nonnull(1, 2)));
+
+/*
+ * ---- Paths and texts
+ *
+ * New strings are the caller's, who releases them with free().
+ */
+
+/*
+ * A copy of a file name or command in which a "~" or "~user" at the start is that user's home, and
+ * every "$NAME" (letters, digits and "_" of ASCII) the variable's value.  Unless there is such a
+ * variable, "$PID" is this process's number and "$USER" its user's name, in any case of letters.
+ * What is put in is not expanded again.
+ *    Util_ExpandString("~/$HOST.log")  gives "/home/me/alpha.log"
+ * Homes are those of the user database.  But "~" alone is the variable CFFIXED_USER_HOME when that
+ * is set, unless the process is set-user-ID or set-group-ID, and HOME when the user has no record.
+ *
+ * What is not known is told to Log(): an unknown user's "~user" stays as it is, an unknown variable
+ * is empty.  NULL after a Log() when there is no memory, or when the text has more than 100 pieces:
+ * a piece is the "~" or "~user", a "$NAME", or what is between these.
+ *
+ * Not thread-safe: it uses the C library's static user record and the environment.
+ */
+char *Util_ExpandString(const char *string) __attribute__((nonnull));
+
+/* Sets what both "~" and "~user" stand for, or, with NULL, nothing any more, and returns the copy
+ * that is kept.  Earlier ones stay valid.  Not thread-safe. */
+const char *Util_OverrideHomeDir(const char *directory);
+
+/* Posix_RealPath() of posix.h. */
+char *Util_CanonicalPath(const char *path);
+
+/* strcasecmp(): whether two names are equal but for the case of their letters. */
+bool Util_IsEqualIgnoreCase(const char *a, const char *b) __attribute__((nonnull));
+
+/* Whether the path begins with "/"; false for NULL. */
+bool Util_IsAbsolutePath(const char *path);
+
+/* Whether the text is an IPv4 address in dotted decimals. */
+bool Util_IsIPv4Address(const char *text) __attribute__((nonnull));
+/* Whether the text, up to a "%" and the name of an interface, is an IPv6 address. */
+bool Util_IsIPv6Address(const char *text) __attribute__((nonnull));
+/* Whether it is either of them. */
+bool Util_IsIPAddress(const char *text) __attribute__((nonnull));
+
+/* ---- Property lists.  The types are Core Foundation's CFStringRef and CFDictionaryRef. */
+
+struct __CFDictionary;
+struct __CFString;
+
+/* The string in UTF-8.  NULL after a Log() when it cannot be had. */
+char *Util_CFStringToUtf8(const struct __CFString *string);
+
+/* The dictionary in the property list at the path, which the caller releases with CFRelease(); NULL
+ * when there is no such file, it cannot be read, or what is in it is no dictionary. */
+const struct __CFDictionary *Util_ReadPlistDictionary(const char *path) __attribute__((nonnull));
+
+/*
+ * Looks up the product's name, version and build ("ProductName", "ProductVersion",
+ * "ProductBuildVersion"), those that are not NULL.  False, with all of these set to NULL, when one
+ * of them is missing or not a string, and after a Log() when it cannot be had.
+ */
+bool Util_GetProductInfo(const struct __CFDictionary *dictionary, char **name, char **version,
+                         char **build);
 
 #undef UTIL_ALLOCATOR
 #undef UTIL_REALLOCATOR

@@ -8,7 +8,6 @@
 #include "hashTable.h"
 #include "hostinfo.h"
 #include "location.h"
-#include "posix.h"
 #include "unicode.h"
 #include "util.h"
 
@@ -606,22 +605,29 @@ RUNS_OUT(Hostinfo_GetModulePath, PANICS)
     return Gives(OwnPath(), Scarcely([] { return Hostinfo_GetModulePath(1); }));
 }
 
-RUNS_OUT(Posix_RealPath, FAILS)
-{
-    return Gives(OwnPath(), Scarcely([] { return Posix_RealPath("/proc/self/exe"); }));
-}
-
 RUNS_OUT(Location_Get, NO_ROOT, FAILS)
 {
     const Root root;
     return Gives(root.Folder(), Scarcely([] { return Location_Get("icuDir"); }));
 }
 
-RUNS_OUT_WHEN(Location_Get, FromItsOwnPath, PANICS,
-              Says("LocationGetRoot: Unable to get the realpath for " + OwnPath()), FAILS)
+Ending OwnPathUnconverted()
 {
+    const std::string begin = "Unicode_AllocWithLength: Couldn't convert invalid buffer [",
+                      end = "] from UTF-8 to Unicode.\n";
+    return Panics(begin + OwnPath() + end, begin + "(couldn't escape bytes)" + end);
+}
+
+RUNS_OUT_WHEN(Location_Get, FromItsOwnPath, PANICS, PANICS, OwnPathUnconverted(),
+              OwnPathUnconverted(), FAILS)
+{
+    Unicode_GetCurrentEncoding(); // both are kept once they have been looked up
+    UnicodeIANALookup("UTF-8");
     if (!sAttempt.isSecond) { Location_Init("shareTool"); }
-    return Gives(Above(OwnPath(), 4), Scarcely([] { return Location_Get("rootDir"); }));
+    const bool succeeded =
+        Gives(Above(OwnPath(), 4), Scarcely([] { return Location_Get("rootDir"); }));
+    Unicode_Shutdown();
+    return succeeded;
 }
 
 NEEDS_NO_MEMORY(Location_Init)

@@ -1,12 +1,369 @@
-#include "posix.h"
+// The wrappers beside the bare calls, where the host's encoding is UTF-8.
+#include "posixCalls.h"
 
-#include "scopedForTests.h"
+#include "allocations.h"
+#include "panic.h"
+#include "posixKept.h"
 
-#include <gtest/gtest.h>
+#include <cstring>
+#include <functional>
+#include <string_view>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
 
-#include <cerrno>
+// What readlink() was asked, and what it answers in the kernel's place when that is set.
+static std::vector<size_t> sLinkSizes;
+static std::function<ssize_t(char *buffer, size_t size)> sAnswerLink;
+// What these were given last.
+static std::vector<unsigned long> sGiven;
+static std::string sGivenMode;
+// Where mkstemp() made its file.
+static std::string sMade;
+static int sMadeDescriptor;
+
+extern "C" {
+ssize_t __real_readlink(const char *path, char *buffer, size_t size);
+ssize_t __wrap_readlink(const char *path, char *buffer, size_t size)
+{
+    sLinkSizes.push_back(size);
+    if (sAnswerLink) { return sAnswerLink(buffer, size); }
+    // The kernel takes NULL, what a sanitizer puts before it does not.
+    if (path == nullptr) { return syscall(SYS_readlink, path, buffer, size); }
+    return __real_readlink(path, buffer, size);
+}
+int __real_chown(const char *path, uid_t owner, gid_t group);
+int __wrap_chown(const char *path, uid_t owner, gid_t group)
+{
+    sGiven = {owner, group};
+    return __real_chown(path, owner, group);
+}
+int __real_lchown(const char *path, uid_t owner, gid_t group);
+int __wrap_lchown(const char *path, uid_t owner, gid_t group)
+{
+    sGiven = {owner, group};
+    return __real_lchown(path, owner, group);
+}
+int __real_mknod(const char *path, mode_t mode, dev_t device);
+int __wrap_mknod(const char *path, mode_t mode, dev_t device)
+{
+    sGiven = {mode, device};
+    return __real_mknod(path, mode, device);
+}
+FILE *__real_popen(const char *command, const char *mode);
+FILE *__wrap_popen(const char *command, const char *mode)
+{
+    sGivenMode = mode;
+    return __real_popen(command, mode);
+}
+int __real_mkstemp(char *name);
+int __wrap_mkstemp(char *name)
+{
+    const int descriptor = __real_mkstemp(name);
+    sMade = name;
+    sMadeDescriptor = descriptor;
+    return descriptor;
+}
+}
 
 namespace {
+
+// ---- All of them
+
+class EachWrapper : public testing::TestWithParam<Wrapper> {
+protected:
+    void SetUp() override { umask(0); }
+    void TearDown() override { umask(sUmask); }
+    const WorkingFolder mFolder;
+
+private:
+    static inline const mode_t sUmask = [] {
+        const mode_t own = umask(0);
+        umask(own);
+        return own;
+    }();
+};
+
+TEST_P(EachWrapper, FailsAsTheBareCallDoes)
+{
+    const Wrapper &wrapper = GetParam();
+    const ptrdiff_t before = Allocations::Live();
+    errno = ALONE;
+    const Outcome outcome = wrapper.wrapped(wrapper.bad.data());
+    EXPECT_EQ(Allocations::Live(), before);
+    EXPECT_EQ(outcome.error, wrapper.error == 0 ? ALONE : wrapper.error);
+    errno = ALONE;
+    EXPECT_EQ(outcome, wrapper.bare(wrapper.bad.data()));
+}
+
+TEST_P(EachWrapper, HandsOnNull)
+{
+    const Wrapper &wrapper = GetParam();
+    for (size_t i = 0; i < wrapper.bad.size(); i++) {
+        if ((wrapper.nullable & 1U << i) == 0) { continue; }
+        SCOPED_TRACE(i);
+        std::vector<const char *> texts = wrapper.bad;
+        texts[i] = nullptr;
+        const ptrdiff_t before = Allocations::Live();
+        errno = ALONE;
+        const Outcome outcome = wrapper.wrapped(texts.data());
+        EXPECT_EQ(Allocations::Live(), before);
+        errno = ALONE;
+        EXPECT_EQ(outcome, wrapper.bare(texts.data()));
+    }
+}
+INSTANTIATE_TEST_SUITE_P(Posix, EachWrapper, testing::ValuesIn(Wrappers()), WRAPPER_NAME);
+
+class EachSuccess : public EachWrapper {};
+
+TEST_P(EachSuccess, HasItsEffectAndLeavesErrnoAlone)
+{
+    const Wrapper &wrapper = GetParam();
+    if (wrapper.name == std::string_view("Getenv")) { Posix_Getenv(wrapper.good[0]); } // is kept
+    const ptrdiff_t before = Allocations::Live();
+    errno = ALONE;
+    const Outcome outcome = wrapper.wrapped(wrapper.good.data());
+    EXPECT_EQ(Allocations::Live(), before);
+    EXPECT_EQ(outcome, SuccessOf(wrapper));
+    if (wrapper.effect != nullptr) { EXPECT_TRUE(wrapper.effect()); }
+}
+INSTANTIATE_TEST_SUITE_P(Posix, EachSuccess, testing::ValuesIn([] {
+                             std::vector<Wrapper> wrappers = Wrappers();
+                             std::erase_if(wrappers,
+                                           [](const Wrapper &row) { return row.good.empty(); });
+                             return wrappers;
+                         }()),
+                         WRAPPER_NAME);
+
+// ---- Files
+
+class Posix : public testing::Test {
+protected:
+    const WorkingFolder mFolder;
+};
+using PosixOpen = Posix;
+using PosixCreat = Posix;
+using PosixFopen = Posix;
+using PosixFreopen = Posix;
+using PosixChown = Posix;
+using PosixMknod = Posix;
+using PosixAccess = Posix;
+using PosixUtime = Posix;
+using PosixPopen = Posix;
+using PosixSystem = Posix;
+using PosixStat = Posix;
+
+TEST_F(PosixOpen, GivesAUsableDescriptor)
+{
+    const int file = Posix_Open(FILE_NAME, O_RDWR | O_APPEND);
+    ASSERT_GE(file, 0);
+    char text[4] = {};
+    EXPECT_EQ(read(file, text, 3), 3);
+    EXPECT_STREQ(text, "one");
+    EXPECT_EQ(fcntl(file, F_GETFL) & (O_ACCMODE | O_APPEND), O_RDWR | O_APPEND);
+    close(file);
+}
+
+TEST_F(PosixOpen, CreatesWithTheModeUnderTheMask)
+{
+    const mode_t mask = umask(027);
+    close(Posix_Open(NEW_NAME, O_WRONLY | O_CREAT, 0666));
+    umask(mask);
+    EXPECT_EQ(StatusOf(NEW_NAME).st_mode, S_IFREG | 0640U);
+}
+
+TEST_F(PosixOpen, LeavesTheModeOfAFileThatIsThere)
+{
+    close(Posix_Open(FILE_NAME, O_WRONLY | O_CREAT, 0600));
+    EXPECT_EQ(StatusOf(FILE_NAME).st_mode, S_IFREG | 0640U);
+}
+
+TEST_F(PosixCreat, EmptiesAFileAndOpensItForWriting)
+{
+    const int file = Posix_Creat(FILE_NAME, 0600);
+    ASSERT_GE(file, 0);
+    EXPECT_EQ(fcntl(file, F_GETFL) & O_ACCMODE, O_WRONLY);
+    close(file);
+    EXPECT_TRUE(SizeIs(FILE_NAME, 0));
+}
+
+TEST_F(PosixFopen, ReadsAndWritesAsTheModeSays)
+{
+    FILE *file = Posix_Fopen(FILE_NAME, "a+");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(fputs("three\n", file), 1);
+    rewind(file);
+    char text[30] = {};
+    EXPECT_EQ(fread(text, 1, sizeof text, file), 14u);
+    EXPECT_STREQ(text, "one\ntwo\nthree\n");
+    fclose(file);
+}
+
+TEST_F(PosixFopen, RefusesAModeThatIsNone)
+{
+    errno = ALONE;
+    EXPECT_EQ(Posix_Fopen(FILE_NAME, "x"), nullptr);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(PosixFreopen, ReopensTheStreamThatItIsGiven)
+{
+    FILE *stream = fopen("/dev/null", "r");
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(Posix_Freopen(FILE_NAME, "r", stream), stream);
+    char text[30] = {};
+    EXPECT_STREQ(fgets(text, sizeof text, stream), "one\n");
+    fclose(stream);
+}
+
+TEST_F(PosixFreopen, ReopensTheSameFileForNull)
+{
+    FILE *stream = fopen(FILE_NAME, "r+");
+    ASSERT_NE(stream, nullptr);
+    char text[30] = {};
+    EXPECT_STREQ(fgets(text, sizeof text, stream), "one\n");
+    EXPECT_EQ(Posix_Freopen(nullptr, "r", stream), stream);
+    EXPECT_STREQ(fgets(text, sizeof text, stream), "one\n") << "from its start";
+    fclose(stream);
+}
+
+TEST_F(PosixStat, FollowsALinkAndLstatDoesNot)
+{
+    struct stat status;
+    EXPECT_EQ(Posix_Stat(LINK_NAME, &status), 0);
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+    EXPECT_EQ(Posix_Lstat(LINK_NAME, &status), 0);
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+}
+
+TEST_F(PosixChown, HandsOnOwnerAndGroup)
+{
+    Posix_Chown(MISSING, 12345, 54321);
+    EXPECT_THAT(sGiven, testing::ElementsAre(12345, 54321));
+    Posix_Lchown(MISSING, 23451, 15432);
+    EXPECT_THAT(sGiven, testing::ElementsAre(23451, 15432));
+}
+
+TEST_F(PosixChown, FollowsALinkAndLchownDoesNot)
+{
+    std::filesystem::create_symlink(MISSING, NEW_NAME);
+    errno = ALONE;
+    EXPECT_EQ(Posix_Chown(NEW_NAME, getuid(), getgid()), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(Posix_Lchown(NEW_NAME, getuid(), getgid()), 0);
+}
+
+TEST_F(PosixMknod, HandsOnModeAndDevice)
+{
+    Posix_Mknod(MISSING, S_IFCHR | 0600, makedev(17, 260));
+    EXPECT_THAT(sGiven, testing::ElementsAre(S_IFCHR | 0600, makedev(17, 260)));
+}
+
+TEST_F(PosixAccess, AsksForTheGivenModeOnly)
+{
+    EXPECT_EQ(Posix_Access(FILE_NAME, F_OK), 0);
+    EXPECT_EQ(Posix_Access(FILE_NAME, X_OK), -1);
+    EXPECT_EQ(Posix_Access(FOLDER_NAME, X_OK), 0);
+}
+
+TEST_F(PosixUtime, MeansNowWithoutTimes)
+{
+    for (const auto &touches : {+[] { return Posix_Utime(FILE_NAME, nullptr); },
+                                +[] { return Posix_Utimes(FILE_NAME, nullptr); }}) {
+        ASSERT_EQ(utimes(FILE_NAME, OLD_TIMEVALS), 0);
+        EXPECT_EQ(touches(), 0);
+        EXPECT_GT(StatusOf(FILE_NAME).st_mtim.tv_sec, 1'000'000'000);
+        EXPECT_GT(StatusOf(FILE_NAME).st_atim.tv_sec, 1'000'000'000);
+    }
+}
+
+TEST(PosixPathconf, AnswersAsTheBareCall)
+{
+    for (const int name : {_PC_NAME_MAX, _PC_PATH_MAX, _PC_PIPE_BUF, _PC_NO_TRUNC}) {
+        EXPECT_EQ(Posix_Pathconf("/", name), pathconf("/", name));
+        EXPECT_GT(Posix_Pathconf("/", name), 0);
+    }
+    errno = ALONE;
+    EXPECT_EQ(Posix_Pathconf("/", 9999), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(PosixUnsupported, FailsWhateverItIsGiven)
+{
+    for (const auto &fails :
+         {+[] { return Posix_Unsupported("/"); }, +[] { return Posix_Unsupported(nullptr); },
+          +[] { return Posix_Unsupported("caf\xC3\xA9", 1, 2.0, "three"); }}) {
+        errno = ALONE;
+        EXPECT_EQ(fails(), -1);
+        EXPECT_EQ(errno, ENOSYS);
+    }
+}
+
+// ---- Commands and messages
+
+TEST_F(PosixSystem, RunsTheCommandAndGivesItsStatus)
+{
+    EXPECT_EQ(Posix_System("test -f 'file \xC3\xA9'"), 0);
+    EXPECT_EQ(Posix_System("test -d 'file \xC3\xA9'"), 256);
+}
+
+TEST_F(PosixSystem, TellsForNullThatThereIsAShell) { EXPECT_NE(Posix_System(nullptr), 0); }
+
+TEST_F(PosixPopen, ReadsWhatTheCommandWrites)
+{
+    FILE *output = Posix_Popen("printf %s '\xC3\xA9 \xE2\x82\xAC'; exit 7", "r");
+    ASSERT_NE(output, nullptr);
+    char text[30] = {};
+    EXPECT_STREQ(fgets(text, sizeof text, output), "\xC3\xA9 \xE2\x82\xAC");
+    EXPECT_EQ(pclose(output), 7 << 8);
+    EXPECT_EQ(sGivenMode, "r");
+}
+
+TEST_F(PosixPopen, WritesWhatTheCommandReads)
+{
+    FILE *input = Posix_Popen("cat >'new \xC3\xBC\xF0\x9F\x90\xA7'", "w");
+    ASSERT_NE(input, nullptr);
+    EXPECT_EQ(fputs("text", input), 1);
+    EXPECT_EQ(pclose(input), 0);
+    EXPECT_TRUE(SizeIs(NEW_NAME, 4));
+}
+
+TEST_F(PosixPopen, RefusesAModeThatIsNone)
+{
+    const ptrdiff_t before = Allocations::Live();
+    errno = ALONE;
+    EXPECT_EQ(Posix_Popen("exit", "q"), nullptr);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(Allocations::Live(), before);
+}
+
+// All that a message of this error writes, and errno after it.
+struct PerrorCase {
+    const char *name;
+    const char *message;
+    std::string written;
+};
+class PosixPerror : public testing::TestWithParam<PerrorCase> {};
+
+TEST_P(PosixPerror, PrintsAndKeepsErrno)
+{
+    const PerrorCase &row = GetParam();
+    EXPECT_EXIT(
+        {
+            const ptrdiff_t before = Allocations::Live();
+            errno = ENOENT;
+            Posix_Perror(row.message);
+            _exit(Allocations::Live() == before ? errno : 100);
+        },
+        testing::ExitedWithCode(ENOENT), testing::StrEq(row.written));
+}
+INSTANTIATE_TEST_SUITE_P(
+    Messages, PosixPerror,
+    testing::Values(PerrorCase{"Text", "caf\xC3\xA9", "caf\xC3\xA9: No such file or directory\n"},
+                    PerrorCase{"Empty", "", "No such file or directory\n"},
+                    PerrorCase{"Null", nullptr, "No such file or directory\n"}),
+    [](const auto &row) { return row.param.name; });
+
+// ---- Paths that are given back
 
 TEST(PosixRealPath, ResolvesLinksAndDots)
 {
@@ -27,12 +384,179 @@ TEST(PosixRealPath, KeepsEveryByteOfAName)
 
 TEST(PosixRealPath, TellsWhyNot)
 {
-    errno = 0;
+    const ptrdiff_t before = Allocations::Live();
+    errno = ALONE;
     EXPECT_EQ(Posix_RealPath("/nonexistent/file"), nullptr);
     EXPECT_EQ(errno, ENOENT);
-    errno = 0;
+    errno = ALONE;
     EXPECT_EQ(Posix_RealPath(nullptr), nullptr);
     EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(Allocations::Live(), before);
+}
+
+// A folder so deep that its path has this length; its path.
+std::string Deep(const std::string &folder, size_t length)
+{
+    std::string path = folder;
+    while (path.size() + 1 < length) {
+        const size_t rest = length - path.size() - 1;
+        path += "/" + std::string(rest > 202 ? 200 : rest > 200 ? 100 : rest, 'd');
+        EXPECT_EQ(mkdir(path.c_str(), 0700), 0) << path.size();
+    }
+    return path;
+}
+
+TEST(PosixRealPath, GivesTheLongestPathThatThereIs)
+{
+    const TemporaryFolder folder;
+    const std::string path = Deep(folder.Path(), PATH_MAX - 1);
+    ASSERT_EQ(path.size(), PATH_MAX - 1u);
+    EXPECT_EQ(Take(Posix_RealPath(path.c_str())), path);
+}
+
+class PosixReadLink : public Posix {
+protected:
+    void SetUp() override { sLinkSizes.clear(); }
+    void TearDown() override { sAnswerLink = nullptr; }
+};
+
+TEST_F(PosixReadLink, GivesTheTargetAsItIsWritten)
+{
+    std::filesystem::create_symlink("..//./\xC3\xA9 ", NEW_NAME);
+    EXPECT_EQ(Take(Posix_ReadLink(NEW_NAME)), "..//./\xC3\xA9 ");
+    EXPECT_THAT(sLinkSizes, testing::ElementsAre(2048));
+}
+
+struct LinkCase {
+    size_t length; // of the target
+    std::vector<size_t> sizes;
+};
+class PosixReadLinkLong : public testing::TestWithParam<LinkCase> {};
+
+TEST_P(PosixReadLinkLong, GrowsUntilTheTargetFits)
+{
+    const auto &[length, sizes] = GetParam();
+    const TemporaryFolder folder;
+    const std::string link = folder.Path() + "/link";
+    std::string target;
+    while (target.size() < length) {
+        target += std::to_string(target.size()) + "/";
+    }
+    target.resize(length);
+    ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
+    sLinkSizes.clear();
+    const ptrdiff_t before = Allocations::Live();
+    errno = ALONE;
+    EXPECT_EQ(Take(Posix_ReadLink(link.c_str())), target);
+    EXPECT_EQ(errno, ALONE);
+    EXPECT_EQ(sLinkSizes, sizes);
+    EXPECT_EQ(Allocations::Live(), before);
+}
+INSTANTIATE_TEST_SUITE_P(OfTheKernel, PosixReadLinkLong,
+                         testing::Values(LinkCase{2047, {2048}}, LinkCase{2048, {2048, 3072}},
+                                         LinkCase{2049, {2048, 3072}}, LinkCase{3071, {2048, 3072}},
+                                         LinkCase{3072, {2048, 3072, 4096}},
+                                         LinkCase{4095, {2048, 3072, 4096}}),
+                         [](const auto &row) {
+                             return "Length" + std::to_string(row.param.length);
+                         });
+
+TEST_F(PosixReadLink, GrowsBeyondWhatThisKernelCanHold)
+{
+    const std::string target = std::string(4999, 'x') + "y";
+    sAnswerLink = [&](char *buffer, size_t size) {
+        return static_cast<ssize_t>(target.copy(buffer, size));
+    };
+    const ptrdiff_t before = Allocations::Live();
+    EXPECT_EQ(Take(Posix_ReadLink("any")), target);
+    EXPECT_THAT(sLinkSizes, testing::ElementsAre(2048, 3072, 4096, 5120));
+    EXPECT_EQ(Allocations::Live(), before);
+}
+
+TEST_F(PosixReadLink, FailsAlsoWhenTheLinkGoesMeanwhile)
+{
+    sAnswerLink = [](char *buffer, size_t size) {
+        if (sLinkSizes.size() == 2) {
+            errno = ENOENT;
+            return ssize_t{-1};
+        }
+        memset(buffer, 'x', size);
+        return static_cast<ssize_t>(size);
+    };
+    const ptrdiff_t before = Allocations::Live();
+    errno = ALONE;
+    EXPECT_EQ(Posix_ReadLink("any"), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(sLinkSizes.size(), 2u);
+    EXPECT_EQ(Allocations::Live(), before);
+}
+
+TEST_F(PosixReadLink, IsTextOfNothingForAnEmptyTarget)
+{
+    sAnswerLink = [](char *, size_t) { return ssize_t{0}; };
+    EXPECT_EQ(Take(Posix_ReadLink("any")), "");
+}
+
+using PosixReadLinkDeathTest = PosixReadLink;
+
+TEST_F(PosixReadLinkDeathTest, DoesNotGiveHalfATargetThatIsNoText)
+{
+    std::filesystem::create_symlink("caf\xE9", NEW_NAME);
+    EXPECT_PANIC(Posix_ReadLink(NEW_NAME), "Unicode_AllocWithLength: Couldn't convert invalid "
+                                           "buffer [caf\\xE9] from UTF-8 to Unicode.\n");
+}
+
+class PosixMkTemp : public Posix {
+protected:
+    const std::string mTemplate = mFolder.Path() + "/\xC3\xA9 XXXXXX";
+};
+
+TEST_F(PosixMkTemp, GivesANameOfTheTemplate)
+{
+    const std::string name = Take(Posix_MkTemp(mTemplate.c_str()));
+    EXPECT_EQ(name, sMade);
+    EXPECT_EQ(name.size(), mTemplate.size());
+    EXPECT_EQ(name.substr(0, name.size() - 6), mTemplate.substr(0, name.size() - 6));
+    EXPECT_NE(name, mTemplate);
+}
+
+TEST_F(PosixMkTemp, LeavesNoFile)
+{
+    const std::string name = Take(Posix_MkTemp(mTemplate.c_str()));
+    EXPECT_FALSE(std::filesystem::exists(name));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(mFolder.Path()), {}), 3)
+        << "those that were there";
+}
+
+TEST_F(PosixMkTemp, LeavesNoOpenDescriptor)
+{
+    Take(Posix_MkTemp(mTemplate.c_str()));
+    ASSERT_GE(sMadeDescriptor, 0);
+    EXPECT_EQ(fcntl(sMadeDescriptor, F_GETFD), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST_F(PosixMkTemp, LeavesTheTemplateErrnoAndMemoryAlone)
+{
+    const std::string before = mTemplate;
+    const ptrdiff_t live = Allocations::Live();
+    errno = ALONE;
+    Take(Posix_MkTemp(mTemplate.c_str()));
+    EXPECT_EQ(errno, ALONE);
+    EXPECT_EQ(mTemplate, before);
+    EXPECT_EQ(Allocations::Live(), live);
+}
+
+TEST_F(PosixMkTemp, GivesAnotherNameEachTime)
+{
+    EXPECT_NE(Take(Posix_MkTemp(mTemplate.c_str())), Take(Posix_MkTemp(mTemplate.c_str())));
+}
+
+TEST_F(PosixMkTemp, FailsWhereNoFileCanBe)
+{
+    errno = ALONE;
+    EXPECT_EQ(Posix_MkTemp("missing/XXXXXX"), nullptr);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 } // namespace

@@ -1,0 +1,58 @@
+// hostinfoProcess.cpp -- this process, its user, and whether another process exists.
+#include "hostinfoInt.h"
+
+#include "diagnostics.h"
+#include "scoped.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <mach-o/dyld.h>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr uint32_t MODULE_PATH_SIZE = 1024; // macOS's PATH_MAX, on every host
+constexpr size_t PASSWORD_ENTRY_SIZE = 1024;
+
+} // namespace
+
+extern "C" char *Hostinfo_GetModulePath(uint32_t privilege)
+{
+    if (privilege > 1) {
+        Warning("%s: invalid privilege parameter\n", __func__);
+        return nullptr;
+    }
+    uint32_t size = MODULE_PATH_SIZE;
+    ScopedFree<char> path(static_cast<char *>(Util_SafeMalloc(size)));
+    if (_NSGetExecutablePath(path.get(), &size) != 0) {
+        Warning("HOSTINFO: %s: _NSGetExecutablePath failed.\n", __func__);
+        return nullptr;
+    }
+    return path.release();
+}
+
+// The C library is asked itself: Posix_GetpwuidR() ends the process for a user whose full name is
+// not text, and that is none of our question.
+extern "C" char *Hostinfo_GetUser()
+{
+    char buffer[PASSWORD_ENTRY_SIZE];
+    passwd entry;
+    passwd *found = nullptr;
+    if (getpwuid_r(getuid(), &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr &&
+        found->pw_name != nullptr) {
+        return Util_SafeStrdup(found->pw_name);
+    }
+    return Util_SafeStrdup(getenv("USER"));
+}
+
+extern "C" HostinfoProcessQuery Hostinfo_QueryProcessExistence(int pid)
+{
+    if (kill(pid, 0) == 0) { return HOSTINFO_PROCESS_QUERY_ALIVE; }
+    switch (errno) {
+    case EPERM: return HOSTINFO_PROCESS_QUERY_ALIVE; // another user's
+    case ESRCH: return HOSTINFO_PROCESS_QUERY_DEAD;
+    default: return HOSTINFO_PROCESS_QUERY_UNKNOWN;
+    }
+}

@@ -1,0 +1,93 @@
+// posixInt.h -- how a call of the C library is made with text in UTF-8.
+#ifndef PELAGO_MISC_POSIXINT_H
+#define PELAGO_MISC_POSIXINT_H
+
+#include "scoped.h"
+#include "unicode.h"
+
+#include <cerrno>
+#include <type_traits>
+
+// One text argument in the host's encoding, for the length of one call; NULL stays NULL.  Neither
+// making nor freeing it leaves a trace in errno.
+class HostText {
+public:
+    explicit HostText(const char *utf8) : mBytes(ToHost(utf8)), mLost(utf8 != nullptr && !mBytes) {}
+    operator const char *() const { return mBytes.get(); }
+    char *Bytes() const { return mBytes.get(); } // for a call that writes to its argument
+    char *Release() { return mBytes.release(); } // the caller frees it
+    bool Lost() const { return mLost; }          // the host's encoding cannot spell it
+
+private:
+    static char *ToHost(const char *utf8)
+    {
+        ErrnoSaver keep;
+        return Unicode_GetAllocBytes(utf8, STRING_ENCODING_DEFAULT);
+    }
+
+    ScopedFree<char> mBytes;
+    bool mLost;
+};
+
+struct FreeListQuietly {
+    void operator()(char **list) const noexcept
+    {
+        ErrnoSaver keep;
+        for (char **entry = list; *entry != nullptr; entry++) {
+            free(*entry);
+        }
+        free(list);
+    }
+};
+
+// A NULL-terminated list of malloc'ed strings that is ours until release().
+using ScopedTextList = std::unique_ptr<char *, FreeListQuietly>;
+
+// The same as HostText for a NULL-terminated list.
+class HostTextList {
+public:
+    explicit HostTextList(char *const *utf8) : mList(ToHost(utf8)), mLost(utf8 != nullptr && !mList)
+    {}
+    operator char * const *() const { return mList.get(); }
+    bool Lost() const { return mLost; }
+
+private:
+    static char **ToHost(char *const *utf8)
+    {
+        if (utf8 == nullptr) { return nullptr; }
+        ErrnoSaver keep;
+        return Unicode_GetAllocList(const_cast<char **>(utf8), -1, STRING_ENCODING_DEFAULT);
+    }
+
+    ScopedTextList mList;
+    bool mLost;
+};
+
+inline bool PosixIsLost(const HostText &text) { return text.Lost(); }
+inline bool PosixIsLost(const HostTextList &list) { return list.Lost(); }
+template <typename Argument> bool PosixIsLost(const Argument &) { return false; }
+
+// Makes the C library's call; its result and its errno come back unchanged.  Text that the host's
+// encoding cannot spell fails with ERANGE instead, and no call is made.
+template <typename Call, typename... Arguments> auto PosixCall(Call call, Arguments &&...arguments)
+{
+    using Result = decltype(call(arguments...));
+    if ((PosixIsLost(arguments) || ...)) {
+        errno = ERANGE;
+        if constexpr (std::is_pointer_v<Result>) {
+            return Result(nullptr);
+        } else {
+            return Result(-1);
+        }
+    }
+    return call(arguments...);
+}
+
+// The C library's bytes as a new string; NULL for NULL.  Leaves no trace in errno.
+inline Unicode PosixFromHost(const char *bytes)
+{
+    ErrnoSaver keep;
+    return Unicode_AllocWithLength(bytes, -1, STRING_ENCODING_DEFAULT);
+}
+
+#endif // PELAGO_MISC_POSIXINT_H

@@ -1,0 +1,222 @@
+// utilExpand.cpp -- home directories and variables in file names.
+#include "util.h"
+
+#include "diagnostics.h"
+#include "posix.h"
+#include "scoped.h"
+#include "str.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t UTIL_MAX_CHUNKS = 100;
+constexpr size_t UTIL_PID_SIZE = 100;
+
+constexpr char UTIL_NO_MEMORY[] = "%s: Cannot allocate memory for the expansion of \"%s\".\n";
+constexpr char UTIL_NO_MEMORY_FOR_VALUE[] = "%s: Cannot allocate memory to expand $ in \"%s\".\n";
+
+const char *sHomeDir; // nullptr: homes are looked up
+
+// A piece of the text, or what stands in its place.
+struct UtilChunk {
+    char *text;
+    size_t size;
+    ScopedFree<char> owned; // nullptr: a piece, as written
+
+    // False when there is no memory.
+    bool Replace(const char *value)
+    {
+        owned.reset(strdup(value));
+        if (!owned) { return false; }
+        text = owned.get();
+        size = strlen(text);
+        return true;
+    }
+};
+
+// What follows the first byte of a piece, terminated for as long as this lives.
+class UtilChunkName {
+public:
+    explicit UtilChunkName(const UtilChunk &chunk)
+        : mName(chunk.text + 1), mEnd(chunk.text + chunk.size), mBehind(*mEnd)
+    {
+        *mEnd = '\0';
+    }
+    UtilChunkName(const UtilChunkName &) = delete;
+    UtilChunkName &operator=(const UtilChunkName &) = delete;
+    ~UtilChunkName() { *mEnd = mBehind; }
+    operator const char *() const { return mName; }
+
+private:
+    const char *mName;
+    char *mEnd;
+    const char mBehind;
+};
+
+// What the C library's user record says is to be copied before this ends.
+struct UtilUserDatabase {
+    ~UtilUserDatabase() { Posix_Endpwent(); }
+};
+
+// ---- Homes
+
+const char *UtilHomeOf(const passwd *record)
+{
+    if (record->pw_dir == nullptr) { Log("Could not get home directory for user.\n"); }
+    return record->pw_dir;
+}
+
+// nullptr after a Log that says why there is none.
+const char *UtilUsersHome(const char *user)
+{
+    const passwd *record = getpwnam(user);
+    if (record != nullptr) { return UtilHomeOf(record); }
+    Log("Could not get passwd for user '%s'.\n", user);
+    return nullptr;
+}
+
+// The same for the user that this process runs as.
+const char *UtilOwnHome()
+{
+    // Whoever starts a set-user-ID program has no say in where that user's files are.
+    const char *fixed = issetugid() ? nullptr : getenv("CFFIXED_USER_HOME");
+    if (fixed != nullptr) { return fixed; }
+    const passwd *record = getpwuid(getuid());
+    if (record != nullptr) { return UtilHomeOf(record); }
+    Log("Could not get passwd for current user.\n");
+    const char *home = getenv("HOME");
+    if (home == nullptr) { Log("Could not expand environment variable HOME.\n"); }
+    return home;
+}
+
+// Puts the home in the place of "~" or "~user", which stays when there is none.  False when there
+// is no memory.
+bool UtilExpandTilde(UtilChunk *chunk)
+{
+    if (sHomeDir != nullptr) { return chunk->Replace(sHomeDir); }
+    const UtilUserDatabase closing;
+    const UtilChunkName user(*chunk);
+    const char *home = *user == '\0' ? UtilOwnHome() : UtilUsersHome(user);
+    return home == nullptr || chunk->Replace(home);
+}
+
+// ---- Variables
+
+const char *UtilUserName()
+{
+    const passwd *record = getpwuid(getuid());
+    return record == nullptr || record->pw_name == nullptr ? "unknown" : record->pw_name;
+}
+
+// Puts the value in the place of "$NAME".  False when there is no memory.
+bool UtilExpandVariable(UtilChunk *chunk, const char *string)
+{
+    const UtilChunkName name(*chunk);
+    if (const char *value = getenv(name)) { return chunk->Replace(value); }
+    if (Util_IsEqualIgnoreCase(name, "PID")) {
+        char number[UTIL_PID_SIZE];
+        Str_Snprintf(number, sizeof number, "%d", static_cast<int>(getpid()));
+        return chunk->Replace(number);
+    }
+    if (Util_IsEqualIgnoreCase(name, "USER")) {
+        const UtilUserDatabase closing;
+        return chunk->Replace(UtilUserName());
+    }
+    Log("Environment variable '%s' not defined in '%s'.\n", static_cast<const char *>(name),
+        string);
+    return chunk->Replace("");
+}
+
+// Nothing of a home that was put in is a variable.
+bool UtilIsVariable(const UtilChunk &chunk)
+{
+    return !chunk.owned && chunk.text[0] == '$' && chunk.size > 1;
+}
+
+// ---- Pieces
+
+// How far the piece goes that begins here.
+size_t UtilPieceSize(const char *text, bool isFirst)
+{
+    if (*text == '$') {
+        return 1 +
+               strspn(text + 1, "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_");
+    }
+    return strcspn(text, isFirst && *text == '~' ? "/" : "$");
+}
+
+// Cuts the text into chunks, and returns how many they are, or 0 when they are too many.
+size_t UtilSplit(char *text, UtilChunk *chunks)
+{
+    size_t count = 0;
+    while (*text != '\0') {
+        if (count == UTIL_MAX_CHUNKS) { return 0; }
+        UtilChunk &chunk = chunks[count];
+        chunk.text = text;
+        chunk.size = UtilPieceSize(text, count == 0);
+        text += chunk.size;
+        count++;
+    }
+    return count;
+}
+
+// All chunks as a new string; nullptr when there is no memory.
+char *UtilJoin(const UtilChunk *chunks, size_t count)
+{
+    size_t size = 1;
+    for (size_t i = 0; i < count; i++) {
+        size += chunks[i].size;
+    }
+    char *joined = static_cast<char *>(malloc(size)), *end = joined;
+    if (joined == nullptr) { return nullptr; }
+    for (size_t i = 0; i < count; i++) {
+        memcpy(end, chunks[i].text, chunks[i].size);
+        end += chunks[i].size;
+    }
+    *end = '\0';
+    return joined;
+}
+
+} // namespace
+
+extern "C" {
+
+char *Util_ExpandString(const char *string)
+{
+    ScopedFree<char> copy(strdup(string));
+    if (!copy) {
+        Log(UTIL_NO_MEMORY, __func__, string);
+        return nullptr;
+    }
+    if (*string != '~' && strchr(string, '$') == nullptr) { return copy.release(); }
+    UtilChunk chunks[UTIL_MAX_CHUNKS] = {};
+    const size_t count = UtilSplit(copy.get(), chunks);
+    if (count == 0) {
+        Log("%s: Filename \"%s\" has too many chunks.\n", __func__, string);
+        return nullptr;
+    }
+    if (*string == '~' && !UtilExpandTilde(&chunks[0])) {
+        Log(UTIL_NO_MEMORY, __func__, string);
+        return nullptr;
+    }
+    for (size_t i = 0; i < count; i++) {
+        if (UtilIsVariable(chunks[i]) && !UtilExpandVariable(&chunks[i], string)) {
+            Log(UTIL_NO_MEMORY_FOR_VALUE, __func__, string);
+            return nullptr;
+        }
+    }
+    char *expanded = UtilJoin(chunks, count);
+    if (expanded == nullptr) { Log(UTIL_NO_MEMORY, __func__, string); }
+    return expanded;
+}
+
+const char *Util_OverrideHomeDir(const char *directory)
+{
+    return sHomeDir = Util_SafeStrdup(directory);
+}
+
+} // extern "C"

@@ -1,0 +1,657 @@
+// Daemonizing where one call does not do its part, in the caller, in the child in between or in the
+// daemon: all three are this program, so the calls are in its hands up to the execution.
+#include "hostinfo.h"
+
+#include "allocations.h"
+#include "panic.h"
+#include "startedPrograms.h"
+#include "str.h"
+#include "unicode.h"
+
+#include <cstdarg>
+#include <fcntl.h>
+#include <optional>
+#include <sys/file.h>
+#include <sys/resource.h>
+
+namespace {
+
+enum Role { CALLER, CHILD, DAEMON };
+enum Way { FAILS, IS_SHORT, RETURNS_ZERO, KILLS, WORKS };
+
+struct Fault {
+    Role role;
+    std::string call; // "" for any
+    int error = 0;
+    Way way = FAILS;
+    int ordinal = 1;                   // of the process's calls of that name
+    std::function<void()> before = {}; // done first
+};
+
+struct Script {
+    std::vector<Fault> faults;
+    Role role = CALLER;
+    std::map<std::string, int> calls{}; // of this process; all of them by ""
+    pid_t child = -1;                   // the one in between
+    int pipeEnd = -1;                   // which is to be closed on execution
+};
+std::optional<Script> sScript; // nothing while the test's own calls are made
+
+// Counts the call, and returns what is to happen in it instead.
+const Fault *Comes(const char *call)
+{
+    if (!sScript) { return nullptr; }
+    const int ordinal = ++sScript->calls[call], ordinalOfAll = ++sScript->calls[""];
+    for (const Fault &fault : sScript->faults) {
+        if (fault.role != sScript->role ||
+            !(fault.call.empty() ? fault.ordinal == ordinalOfAll
+                                 : fault.call == call && fault.ordinal == ordinal)) {
+            continue;
+        }
+        if (fault.before) { fault.before(); }
+        if (fault.way == KILLS) { kill(getpid(), SIGKILL); }
+        if (fault.way == WORKS) { return nullptr; }
+        if (fault.error != 0) { errno = fault.error; }
+        return &fault;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+extern "C" {
+int __real_open(const char *path, int flags, ...);
+int __wrap_open(const char *path, int flags, ...)
+{
+    va_list rest;
+    va_start(rest, flags);
+    const int mode = (flags & O_CREAT) != 0 ? va_arg(rest, int) : 0;
+    va_end(rest);
+    return Comes("open") ? -1 : __real_open(path, flags, mode);
+}
+int __real_flock(int fd, int operation);
+int __wrap_flock(int fd, int operation)
+{
+    return Comes("flock") ? -1 : __real_flock(fd, operation);
+}
+int __real_pipe(int ends[2]);
+int __wrap_pipe(int ends[2]) { return Comes("pipe") ? -1 : __real_pipe(ends); }
+int __real_fcntl(int fd, int command, ...);
+int __wrap_fcntl(int fd, int command, ...)
+{
+    va_list rest;
+    va_start(rest, command);
+    const int argument = va_arg(rest, int);
+    va_end(rest);
+    if (sScript && command == F_SETFD) { sScript->pipeEnd = fd; }
+    const char *name = command == F_SETFD ? "F_SETFD" : command == F_DUPFD ? "F_DUPFD" : "fcntl";
+    return Comes(name) ? -1 : __real_fcntl(fd, command, argument);
+}
+pid_t __real_fork();
+pid_t __wrap_fork()
+{
+    if (Comes("fork")) { return -1; }
+    const pid_t child = __real_fork();
+    if (!sScript) { return child; }
+    if (child == 0) {
+        sScript->role = sScript->role == CALLER ? CHILD : DAEMON;
+        sScript->calls.clear();
+    } else {
+        sScript->child = child;
+    }
+    return child;
+}
+pid_t __real_setsid();
+pid_t __wrap_setsid() { return Comes("setsid") ? -1 : __real_setsid(); }
+int __real_chdir(const char *path);
+int __wrap_chdir(const char *path) { return Comes("chdir") ? -1 : __real_chdir(path); }
+int __real_ftruncate(int fd, off_t size);
+int __wrap_ftruncate(int fd, off_t size)
+{
+    return Comes("ftruncate") ? -1 : __real_ftruncate(fd, size);
+}
+int __real_fsync(int fd);
+int __wrap_fsync(int fd) { return Comes("fsync") ? -1 : __real_fsync(fd); }
+ssize_t __real_write(int fd, const void *bytes, size_t size);
+ssize_t __wrap_write(int fd, const void *bytes, size_t size)
+{
+    const Fault *fault = Comes("write");
+    if (fault == nullptr) { return __real_write(fd, bytes, size); }
+    return fault->way == IS_SHORT ? __real_write(fd, bytes, size - 1) : -1;
+}
+ssize_t __real_read(int fd, void *bytes, size_t size);
+ssize_t __wrap_read(int fd, void *bytes, size_t size)
+{
+    return Comes("read") ? -1 : __real_read(fd, bytes, size);
+}
+int __real_execv(const char *path, char *const *args);
+int __wrap_execv(const char *path, char *const *args)
+{
+    const Fault *fault = Comes("execv");
+    if (fault == nullptr) { return __real_execv(path, args); }
+    return fault->way == RETURNS_ZERO ? 0 : -1;
+}
+pid_t __real_waitpid(pid_t child, int *status, int options);
+pid_t __wrap_waitpid(pid_t child, int *status, int options)
+{
+    return Comes("waitpid") ? -1 : __real_waitpid(child, status, options);
+}
+int __real_unlink(const char *path);
+int __wrap_unlink(const char *path) { return Comes("unlink") ? -1 : __real_unlink(path); }
+int __real_getrlimit(int resource, rlimit *limit);
+int __wrap_getrlimit(int resource, rlimit *limit)
+{
+    return Comes("getrlimit") ? -1 : __real_getrlimit(resource, limit);
+}
+int __real_setitimer(int timer, const itimerval *value, itimerval *before);
+int __wrap_setitimer(int timer, const itimerval *value, itimerval *before)
+{
+    return Comes("setitimer") ? -1 : __real_setitimer(timer, value, before);
+}
+int __real_sigaction(int number, const struct sigaction *action, struct sigaction *before);
+int __wrap_sigaction(int number, const struct sigaction *action, struct sigaction *before)
+{
+    return Comes("sigaction") ? -1 : __real_sigaction(number, action, before);
+}
+int __real_sigprocmask(int how, const sigset_t *signals, sigset_t *before);
+int __wrap_sigprocmask(int how, const sigset_t *signals, sigset_t *before)
+{
+    return Comes("sigprocmask") ? -1 : __real_sigprocmask(how, signals, before);
+}
+int __real_close_range(unsigned first, unsigned last, int flags);
+int __wrap_close_range(unsigned first, unsigned last, int flags)
+{
+    return Comes("close_range") ? -1 : __real_close_range(first, last, flags);
+}
+int __real_close(int fd);
+int __wrap_close(int fd) { return Comes("close") ? -1 : __real_close(fd); }
+int __real_dup2(int from, int to);
+int __wrap_dup2(int from, int to) { return Comes("dup2") ? -1 : __real_dup2(from, to); }
+int __wrap_Str_Snprintf(char *buffer, size_t size, const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    const int length = Comes("Str_Snprintf") ? -1 : Str_Vsnprintf(buffer, size, format, values);
+    va_end(values);
+    return length;
+}
+}
+
+namespace {
+
+constexpr unsigned KEPT = DAEMONIZE_KEEP_SESSION_AND_STDIO; // so that what the daemon says is seen
+
+class DaemonizeFaults : public StartedPrograms {
+protected:
+    // What the first conversion keeps is no loss.
+    static void SetUpTestSuite() { free(Unicode_GetAllocBytes("a", STRING_ENCODING_DEFAULT)); }
+
+    // The result under the script, with the names for numbers and paths in what was said.
+    Result Tried(const std::vector<Fault> &faults, unsigned flags = KEPT, bool withPidFile = true,
+                 const std::string &program = TELL_STATE, const std::vector<int> &keepFds = {})
+    {
+        const std::string pidPath = PidPath();
+        const char *const args[] = {program.c_str(), nullptr};
+        Listening listening;
+        const ptrdiff_t live = Allocations::Live();
+        sScript = Script{faults};
+        errno = 0;
+        const bool started = Hostinfo_Daemonize(program.c_str(), const_cast<char *const *>(args),
+                                                flags, withPidFile ? pidPath.c_str() : nullptr,
+                                                keepFds.data(), keepFds.size());
+        const int error = started ? 0 : errno;
+        mScript = *sScript;
+        sScript.reset();
+        EXPECT_EQ(mScript.role, CALLER);
+        std::string said = listening.Heard();
+        EXPECT_EQ(Allocations::Live(), live);
+        Replace(&said, "Child " + std::to_string(mScript.child) + " ", "Child CHILD ");
+        Replace(&said, " fd " + std::to_string(mScript.pipeEnd) + ",", " fd PIPE,");
+        Replace(&said, pidPath, "PIDFILE");
+        Replace(&said, program, "PROGRAM");
+        return {started, error, said};
+    }
+    bool HasPidFile() const { return std::filesystem::exists(PidPath()); }
+
+    Script mScript; // as the caller left it
+
+private:
+    static void Replace(std::string *text, const std::string &from, const std::string &to)
+    {
+        for (size_t at = 0; (at = text->find(from, at)) != std::string::npos; at += to.size()) {
+            text->replace(at, from.size(), to);
+        }
+    }
+};
+
+// ---- A call that fails
+
+enum Afterwards { NOBODY, A_FAILED_CHILD, A_FAILED_DAEMON, A_DAEMON };
+struct Failure {
+    const char *name;
+    Fault fault;
+    Result expected;
+    Afterwards left = NOBODY;
+    unsigned flags = KEPT;
+};
+std::string Said(const std::string &lines)
+{
+    std::string said;
+    for (size_t at = 0; at < lines.size();) {
+        const size_t end = lines.find('\n', at) + 1;
+        said += "Hostinfo_Daemonize: " + lines.substr(at, end - at);
+        at = end;
+    }
+    return said;
+}
+class DaemonizeFailure : public DaemonizeFaults, public testing::WithParamInterface<Failure> {};
+TEST_P(DaemonizeFailure, IsToldAndLeavesNothing)
+{
+    const Failure &row = GetParam();
+    EXPECT_EQ(Tried({row.fault}, row.flags), row.expected);
+    if (row.left == A_FAILED_DAEMON) { EXPECT_EQ(Ended(), 1 << 8); }
+    EXPECT_EQ(mScript.calls["unlink"], 1);
+    EXPECT_FALSE(HasPidFile());
+    EXPECT_FALSE(std::filesystem::exists(ReportPath())) << "the program has run";
+
+    EXPECT_EQ(Tried({}), (Result{true, 0, ""})) << "and the next one works";
+    ToldAndEnded();
+}
+TEST_P(DaemonizeFailure, IsTheSameWithoutAPidFileUnlessItIsOfThat)
+{
+    const Failure &row = GetParam();
+    const bool isOfThePidFile =
+        row.expected.said.find("PIDFILE") != std::string::npos || row.fault.call == "Str_Snprintf";
+    EXPECT_EQ(Tried({row.fault}, row.flags, false),
+              isOfThePidFile ? (Result{1, 0, ""}) : row.expected);
+    if (isOfThePidFile) { ToldAndEnded(); }
+    if (row.left == A_FAILED_DAEMON && !isOfThePidFile) { EXPECT_EQ(Ended(), 1 << 8); }
+    EXPECT_EQ(mScript.calls["unlink"], 0);
+    EXPECT_EQ(std::filesystem::exists(ReportPath()), isOfThePidFile);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Of, DaemonizeFailure,
+    testing::Values(
+        Failure{"Pipe",
+                {CALLER, "pipe", ENFILE},
+                {0, ENFILE, Said("Couldn't create pipe, error 23.\n")}},
+        Failure{"CloseOnExec",
+                {CALLER, "F_SETFD", EBADF},
+                {0, EBADF, Said("Couldn't set close-on-exec for fd PIPE, error 9.\n")}},
+        Failure{"FirstFork",
+                {CALLER, "fork", EAGAIN},
+                {0, EAGAIN, Said("Couldn't fork first child, error 11.\n")}},
+        Failure{"Session",
+                {CHILD, "setsid", EPERM},
+                {0, ECHILD,
+                 Said("Couldn't create new session, error 1.\nChild CHILD exited with error 1.\n")},
+                NOBODY,
+                0},
+        Failure{
+            "SecondFork",
+            {CHILD, "fork", ENOMEM},
+            {0, ECHILD,
+             Said("Couldn't fork second child, error 12.\nChild CHILD exited with error 1.\n")}},
+        Failure{"Chdir",
+                {DAEMON, "chdir", EACCES},
+                {0, EACCES,
+                 Said("Couldn't chdir to /, error 13.\n"
+                      "Child could not exec PROGRAM, read 4, error 13.\n")},
+                A_FAILED_DAEMON},
+        Failure{"FormattingThePid",
+                {DAEMON, "Str_Snprintf", ENOMEM},
+                {0, EINVAL, Said("Child could not exec PROGRAM, read 4, error 22.\n")},
+                A_FAILED_DAEMON},
+        Failure{"Truncating",
+                {DAEMON, "ftruncate", EROFS},
+                {0, EROFS,
+                 Said("Couldn't truncate path [PIDFILE], error 30.\n"
+                      "Child could not exec PROGRAM, read 4, error 30.\n")},
+                A_FAILED_DAEMON},
+        Failure{"WritingThePid",
+                {DAEMON, "write", ENOSPC},
+                {0, ENOSPC,
+                 Said("Couldn't write PID to path [PIDFILE], error 28.\n"
+                      "Child could not exec PROGRAM, read 4, error 28.\n")},
+                A_FAILED_DAEMON},
+        Failure{"Flushing",
+                {DAEMON, "fsync", EDQUOT},
+                {0, EDQUOT,
+                 Said("Couldn't flush PID to path [PIDFILE], error 122.\n"
+                      "Child could not exec PROGRAM, read 4, error 122.\n")},
+                A_FAILED_DAEMON},
+        Failure{"Execution",
+                {DAEMON, "execv", E2BIG},
+                {0, E2BIG,
+                 Said("Couldn't exec PROGRAM, error 7.\n"
+                      "Child could not exec PROGRAM, read 4, error 7.\n")},
+                A_FAILED_DAEMON}),
+    [](const auto &row) { return row.param.name; });
+
+TEST_F(DaemonizeFaults, AShortWriteOfThePidIsAFailure)
+{
+    EXPECT_EQ(Tried({{DAEMON, "write", 0, IS_SHORT}}),
+              (Result{0, EIO,
+                      Said("Couldn't write PID to path [PIDFILE], error 5.\n"
+                           "Child could not exec PROGRAM, read 4, error 5.\n")}));
+    EXPECT_EQ(Ended(), 1 << 8);
+    EXPECT_FALSE(HasPidFile());
+}
+
+// ---- Before there is a pipe, the PID file is let be
+
+TEST_F(DaemonizeFaults, APidFileThatCannotBeOpenedIsNotRemoved)
+{
+    std::ofstream(PidPath()) << "kept";
+    EXPECT_EQ(Tried({{CALLER, "open", ENFILE}}),
+              (Result{0, ENFILE, Said("Couldn't open PID path [PIDFILE], error 23.\n")}));
+    EXPECT_EQ(Content(PidPath()), "kept");
+    EXPECT_EQ(mScript.calls["fork"], 0);
+}
+
+TEST_F(DaemonizeFaults, APidFileThatIsLockedIsKeptWhole)
+{
+    std::ofstream(PidPath()) << "kept";
+    for (const int error : {EWOULDBLOCK, ENOLCK}) {
+        EXPECT_EQ(Tried({{CALLER, "flock", error}}, KEPT | DAEMONIZE_LOCK_PIDFILE),
+                  (Result{0, error,
+                          Said("Lock held on PID path [PIDFILE], error " + std::to_string(error) +
+                               ", not daemonizing.\n")}));
+        EXPECT_EQ(Content(PidPath()), "kept");
+        EXPECT_EQ(mScript.calls["fork"], 0);
+        EXPECT_EQ(mScript.calls["pipe"], 0);
+        EXPECT_EQ(mScript.calls["unlink"], 0);
+    }
+}
+
+TEST_F(DaemonizeFaults, ThePidFileIsNotLockedUnasked)
+{
+    EXPECT_EQ(Tried({}), (Result{1, 0, ""}));
+    EXPECT_EQ(mScript.calls["flock"], 0);
+    ToldAndEnded();
+}
+
+TEST_F(DaemonizeFaults, ThePidFileHasItsOldTextUntilTheDaemonWritesTheNew)
+{
+    std::ofstream(PidPath()) << "old";
+    const auto check = [this] {
+        if (Content(PidPath()) != "old") { _exit(77); }
+    };
+    const Fault looks{DAEMON, "ftruncate", 0, WORKS, 1, check};
+    EXPECT_EQ(Tried({looks}), (Result{1, 0, ""}));
+    EXPECT_EQ(Content(PidPath()), ToldAndEnded().The("pid") + "\n");
+}
+
+TEST_F(DaemonizeFaults, ThePidIsOnTheDiskBeforeTheProgramStarts)
+{
+    const Fault looks{DAEMON, "execv", 0, WORKS, 1, [this] {
+                          if (sScript->calls["fsync"] != 1 ||
+                              Content(PidPath()) != std::to_string(getpid()) + "\n") {
+                              _exit(77);
+                          }
+                      }};
+    EXPECT_EQ(Tried({looks}), (Result{1, 0, ""}));
+    ToldAndEnded();
+}
+
+TEST_F(DaemonizeFaults, DescriptorsThatCannotMoveAboveTheStandardOnesAreAFailure)
+{
+    for (const auto &[ordinal, said] :
+         {std::pair{1, "Couldn't open PID path [PIDFILE], error 24.\n"},
+          std::pair{2, "Couldn't create pipe, error 24.\n"}}) {
+        const std::string expected = Said(said);
+        const Result result = InProcess([&, ordinal = ordinal] {
+            close(0);
+            close(1);
+            const std::vector<int> before = OpenDescriptors();
+            const Result tried = Tried({{CALLER, "F_DUPFD", EMFILE, FAILS, ordinal}}, KEPT);
+            if (OpenDescriptors() != before) { return 3; }
+            errno = tried.error;
+            return tried.said == expected ? static_cast<int>(tried.value) : 2;
+        });
+        EXPECT_EQ(result.value, 0);
+        EXPECT_EQ(result.error, EMFILE);
+    }
+}
+
+// ---- No memory
+
+TEST_F(DaemonizeFaults, WithoutMemoryForTheListThereIsNoDaemon)
+{
+    const std::vector<int> many(1000, 2); // so that the list is told from all other blocks
+    size_t granted = 0;
+    const std::vector<size_t> sizes =
+        Allocations::SizesIn([&] { Tried({}, KEPT, true, TELL_STATE, many); });
+    ToldAndEnded();
+    granted = static_cast<size_t>(std::ranges::find(sizes, (many.size() + 2) * sizeof(int)) -
+                                  sizes.begin());
+    ASSERT_LT(granted, sizes.size());
+
+    errno = ENOMEM;
+    Result result;
+    {
+        const OutOfMemory scarce(granted, 1);
+        const Fault setsErrno{CALLER, "pipe", 0, WORKS, 1, [] { errno = ENOMEM; }};
+        result = Tried({setsErrno}, KEPT, true, TELL_STATE, many);
+        EXPECT_TRUE(scarce.Showed());
+    }
+    EXPECT_EQ(result, (Result{0, ENOMEM, Said("Couldn't allocate memory, error 12.\n")}));
+    EXPECT_FALSE(HasPidFile());
+    EXPECT_EQ(mScript.calls["fork"], 0);
+}
+
+// ---- What is no failure
+
+TEST_F(DaemonizeFaults, WithoutANullDeviceStandardDescriptorsStayAsTheyAre)
+{
+    for (const auto &ordinals :
+         {std::vector{1}, std::vector{2}, std::vector{3}, std::vector{1, 2, 3}}) {
+        std::vector<Fault> faults;
+        for (const int ordinal : ordinals) {
+            faults.push_back({DAEMON, "open", ENOENT, FAILS, ordinal});
+        }
+        std::filesystem::remove(ReportPath());
+        EXPECT_EQ(Tried(faults, 0), (Result{1, 0, ""}));
+        const std::vector<std::string> fds = ToldAndEnded().All("fd");
+        ASSERT_EQ(fds.size(), 3u);
+        for (int fd = 0; fd <= 2; fd++) {
+            const bool isKept = std::ranges::count(ordinals, fd + 1) > 0;
+            const std::string &found = fds[static_cast<size_t>(fd)];
+            if (!isKept) {
+                EXPECT_EQ(found, std::to_string(fd) + (fd == 0 ? " r" : " w") + " /dev/null");
+            } else if (fd == STDERR_FILENO) {
+                EXPECT_EQ(found, "2 rw /memfd:said (deleted)");
+            } else {
+                EXPECT_EQ(found, OwnDescriptor(fd));
+            }
+        }
+    }
+}
+
+TEST_F(DaemonizeFaults, InterruptedWaitsAndReadsAreTakenUpAgain)
+{
+    const std::vector<Fault> interruptions{{CALLER, "waitpid", EINTR},
+                                           {CALLER, "waitpid", EINTR, FAILS, 2},
+                                           {CALLER, "read", EINTR},
+                                           {CALLER, "read", EINTR, FAILS, 2}};
+    EXPECT_EQ(Tried(interruptions), (Result{1, 0, ""}));
+    EXPECT_EQ(mScript.calls["waitpid"], 3);
+    EXPECT_EQ(mScript.calls["read"], 3);
+    ToldAndEnded();
+
+    EXPECT_EQ(Tried(interruptions, 0, true, "/missing"),
+              (Result{0, ENOENT, Said("Child could not exec PROGRAM, read 4, error 2.\n")}));
+    Ended();
+}
+
+TEST_F(DaemonizeFaults, ALostResultOfTheChildIsMadeUpForByThePipe)
+{
+    const Fault lost{CALLER, "waitpid", ECHILD};
+    EXPECT_EQ(Tried({lost}), (Result{1, 0, ""}));
+    EXPECT_EQ(Ended(mScript.child), 0);
+    ToldAndEnded();
+
+    EXPECT_EQ(Tried({lost}, 0, true, "/missing"),
+              (Result{0, ENOENT, Said("Child could not exec PROGRAM, read 4, error 2.\n")}));
+    EXPECT_EQ(Ended(mScript.child), 0);
+    Ended();
+}
+
+TEST_F(DaemonizeFaults, APipeThatCannotBeReadCountsAsSuccess)
+{
+    EXPECT_EQ(Tried({{CALLER, "read", EIO}}), (Result{1, 0, ""}));
+    EXPECT_TRUE(HasPidFile());
+    ToldAndEnded();
+}
+
+TEST_F(DaemonizeFaults, ALimitThatCannotBeReadStays)
+{
+    const Result result = InProcess([&] {
+        const rlimit limit = {rlim_t{1} << 50, rlim_t{1} << 51};
+        if (setrlimit(RLIMIT_AS, &limit) != 0) { return 2L; }
+        return Tried({{CHILD, "getrlimit", EINVAL}}).value;
+    });
+    EXPECT_EQ(result.value, 1);
+    EXPECT_EQ(ToldAndEnded().The("addressSpace"), "1125899906842624 2251799813685248");
+}
+
+// ---- Failures in a failure
+
+TEST_F(DaemonizeFaults, APidFileThatCannotBeRemovedDoesNotHideTheFailure)
+{
+    EXPECT_EQ(Tried({{CALLER, "fork", EAGAIN}, {CALLER, "unlink", EPERM}}),
+              (Result{0, EAGAIN,
+                      Said("Couldn't fork first child, error 11.\n"
+                           "Unable to unlink PIDFILE: 1\n")}));
+    EXPECT_TRUE(HasPidFile());
+}
+
+TEST_F(DaemonizeFaults, ADaemonThatCannotReportEndsAllTheSame)
+{
+    EXPECT_EQ(Tried({{DAEMON, "write", EIO}}, KEPT, false, "/missing"),
+              (Result{1, 0,
+                      Said("Couldn't exec PROGRAM, error 2.\n"
+                           "Couldn't write to parent pipe: 5, original error: 2.\n")}));
+    EXPECT_EQ(Ended(), 1 << 8);
+
+    EXPECT_EQ(Tried({{DAEMON, "fsync", EIO}, {DAEMON, "write", EPIPE, FAILS, 2}}),
+              (Result{1, 0,
+                      Said("Couldn't flush PID to path [PIDFILE], error 5.\n"
+                           "Couldn't write to parent pipe: 32, original error: 5.\n")}));
+    EXPECT_EQ(Ended(), 1 << 8);
+}
+
+TEST_F(DaemonizeFaults, AnExecutionThatReturnsOtherwiseIsFatal)
+{
+    const Result result = Tried({{DAEMON, "execv", 0, RETURNS_ZERO}});
+    EXPECT_EQ(result.said, "Panic: NOT_REACHED lib/misc/hostinfoPosix:3265\n");
+    EXPECT_EQ(Ended(), 1 << 8);
+}
+
+// ---- Killed at any call
+
+TEST_F(DaemonizeFaults, AChildThatIsKilledIsToldOf)
+{
+    for (int ordinal = 1;; ordinal++) {
+        SCOPED_TRACE(ordinal);
+        std::filesystem::remove(ReportPath());
+        const Result result = Tried({{CHILD, "", 0, KILLS, ordinal}}, 0);
+        if (result.value == 1) {
+            EXPECT_GT(ordinal, 40) << "its own calls";
+            break;
+        }
+        ASSERT_EQ(result, (Result{0, ECHILD, Said("Child CHILD exited with signal 9.\n")}));
+        ASSERT_FALSE(HasPidFile());
+        ASSERT_FALSE(std::filesystem::exists(ReportPath()));
+    }
+    ToldAndEnded();
+}
+
+TEST_F(DaemonizeFaults, ADaemonThatIsKilledEndsTheWait)
+{
+    for (int ordinal = 1;; ordinal++) {
+        SCOPED_TRACE(ordinal);
+        std::filesystem::remove(ReportPath());
+        ASSERT_EQ(Tried({{DAEMON, "", 0, KILLS, ordinal}}, 0), (Result{1, 0, ""}));
+        const int status = Ended();
+        if (status == 0) {
+            EXPECT_GT(ordinal, 12) << "its own calls";
+            break;
+        }
+        ASSERT_EQ(status, SIGKILL);
+    }
+    Told();
+}
+
+// A daemon whose caller has died in the meantime has nobody to report to.
+TEST_F(DaemonizeFaults, ADaemonDoesNotRunOnWhenNobodyIsThereToHearOfItsFailure)
+{
+    int ends[2]; // closes as the caller dies
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t caller = fork();
+    if (caller == 0) {
+        const Fault waits{DAEMON, "execv", ENOENT, FAILS, 1, [&] {
+                              char byte = 0;
+                              if (read(ends[0], &byte, 1) != 0) { _exit(77); }
+                          }};
+        Tried({waits, {CALLER, "waitpid", 0, KILLS}}, 0, true, TELL_STATE, {ends[0]});
+        _exit(0);
+    }
+    close(ends[1]);
+    EXPECT_EQ(Ended(caller), SIGKILL);
+    close(ends[0]);
+    int daemonStatus = 0, children = 0;
+    for (int status = 0; waitpid(-1, &status, 0) > 0; children++) {
+        if (status != 0) { daemonStatus = status; }
+    }
+    EXPECT_EQ(children, 2);
+    EXPECT_EQ(daemonStatus, SIGPIPE);
+    EXPECT_FALSE(std::filesystem::exists(ReportPath()));
+}
+
+// ---- The caller's children
+
+TEST_F(DaemonizeFaults, AFailureOfTheChildIsHeardOfWhereTheHostReapsChildrenUnasked)
+{
+    for (const bool isIgnored : {true, false}) {
+        const Result result = InProcess([&] {
+            struct sigaction action = {};
+            action.sa_handler = isIgnored ? SIG_IGN : SIG_DFL;
+            action.sa_flags = isIgnored ? 0 : SA_NOCLDWAIT;
+            sigaction(SIGCHLD, &action, nullptr);
+            const Result tried = Tried({{CHILD, "setsid", EPERM}}, 0);
+            errno = tried.error;
+            return tried.value;
+        });
+        EXPECT_EQ(result, (Result{0, ECHILD, ""}));
+    }
+}
+
+volatile sig_atomic_t sReaped;
+
+TEST_F(DaemonizeFaults, AHandlerStillHearsOfOtherChildrenThatEndMeanwhile)
+{
+    const Result result = InProcess([&] {
+        signal(SIGCHLD, [](int) {
+            while (waitpid(-1, nullptr, WNOHANG) > 0) {
+                sReaped = sReaped + 1;
+            }
+        });
+        const pid_t other = fork();
+        if (other == 0) {
+            pause();
+            _exit(0);
+        }
+        const Fault ends{CALLER, "waitpid", 0, WORKS, 1, [&] {
+                             kill(other, SIGKILL);
+                             siginfo_t info;
+                             waitid(P_PID, static_cast<id_t>(other), &info, WEXITED | WNOWAIT);
+                         }};
+        const Result tried = Tried({ends});
+        return tried.value == 1 && sReaped == 1 ? 1 : 0;
+    });
+    EXPECT_EQ(result.value, 1);
+    ToldAndEnded();
+}
+
+} // namespace

@@ -1,0 +1,605 @@
+// Daemons for real: each is the program tellState, which tells what it finds itself in.
+#include "hostinfo.h"
+
+#include "startedPrograms.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr unsigned ALL_KEPT = DAEMONIZE_KEEP_CWD | DAEMONIZE_KEEP_SESSION_AND_STDIO;
+
+class Daemonize : public StartedPrograms {
+protected:
+    static bool Start(unsigned flags = 0, const std::string &pidPath = {},
+                      const std::vector<int> &keepFds = {}, const std::string &program = TELL_STATE)
+    {
+        const char *const args[] = {program.c_str(), nullptr};
+        return Hostinfo_Daemonize(program.c_str(), const_cast<char *const *>(args), flags,
+                                  pidPath.empty() ? nullptr : pidPath.c_str(), keepFds.data(),
+                                  keepFds.size());
+    }
+    // The result, with what was said.
+    static Result Tried(unsigned flags, const std::string &pidPath, const std::string &program)
+    {
+        Listening listening;
+        errno = 0;
+        const bool started = Start(flags, pidPath, {}, program);
+        const int error = started ? 0 : errno;
+        return {started, error, listening.Heard()};
+    }
+    std::string Executable(const std::string &content)
+    {
+        const std::string path = mFolder.Path() + "/program";
+        std::ofstream(path) << content;
+        chmod(path.c_str(), 0755);
+        return path;
+    }
+};
+
+const std::vector<std::string> NOTHING{"0 r /dev/null", "1 w /dev/null", "2 w /dev/null"};
+
+std::vector<std::string> And(std::vector<std::string> list, const std::string &last)
+{
+    list.push_back(last);
+    return list;
+}
+
+// ---- What a daemon finds itself in
+
+TEST_F(Daemonize, StartsAProgramThatHasNothingOfTheCaller)
+{
+    ASSERT_TRUE(Start());
+    const State state = ToldAndEnded();
+    EXPECT_EQ(state.The("cwd"), "/");
+    EXPECT_EQ(state.All("fd"), NOTHING);
+    EXPECT_EQ(state.The("terminal"), "none");
+    EXPECT_NE(state.The("session"), std::to_string(getsid(0)));
+    EXPECT_NE(state.The("session"), state.The("pid")) << "it cannot get a terminal any more";
+}
+
+// A caller with a terminal of its own, for as long as the daemon runs.
+TEST_F(Daemonize, TakesTheTerminalAwayUnlessTheSessionIsKept)
+{
+    for (const unsigned flags : {0u, unsigned{DAEMONIZE_KEEP_SESSION_AND_STDIO}}) {
+        std::filesystem::remove(ReportPath());
+        const Result result = InProcess([&] {
+            const int controller = posix_openpt(O_RDWR | O_NOCTTY);
+            int ends[2];
+            if (pipe(ends) != 0 || setsid() == -1 || grantpt(controller) != 0 ||
+                unlockpt(controller) != 0 || open(ptsname(controller), O_RDWR) == -1 ||
+                open("/dev/tty", O_RDWR) == -1) {
+                return 2;
+            }
+            const bool started = Start(flags, {}, {ends[1]});
+            close(ends[1]);
+            char byte;
+            return started && read(ends[0], &byte, 1) == 0 ? 1 : 0;
+        });
+        EXPECT_EQ(result.value, 1);
+        EXPECT_EQ(ToldAndEnded().The("terminal"), flags == 0 ? "none" : "there");
+    }
+}
+
+TEST_F(Daemonize, SaysNothingWhenAllIsWell)
+{
+    EXPECT_EQ(Tried(0, PidPath(), TELL_STATE), (Result{true, 0, ""}));
+    ToldAndEnded();
+}
+
+// Each flag alone and with all others, in a caller that has a PID file.
+class DaemonizeFlags : public Daemonize, public testing::WithParamInterface<unsigned> {};
+TEST_P(DaemonizeFlags, DoWhatTheySayAndNothingElse)
+{
+    const unsigned flags = GetParam();
+    const std::vector<std::string> stdio{OwnDescriptor(0), OwnDescriptor(1)};
+    const Result result = InProcess([&] { return Start(flags, PidPath()) ? 7 : errno; });
+    EXPECT_EQ(result.value, (flags & DAEMONIZE_EXIT_PARENT) != 0 ? 99 : 7);
+    EXPECT_EQ(result.said, "");
+
+    const State state = ToldAndEnded();
+    EXPECT_EQ(Content(PidPath()), state.The("pid") + "\n");
+    EXPECT_EQ(state.The("cwd"),
+              (flags & DAEMONIZE_KEEP_CWD) != 0 ? std::filesystem::current_path().string() : "/");
+    EXPECT_EQ(state.The("ignored"), "0000000000000000");
+    const bool isKept = (flags & DAEMONIZE_KEEP_SESSION_AND_STDIO) != 0;
+    EXPECT_EQ(state.The("session") == std::to_string(getsid(0)), isKept);
+    std::vector<std::string> fds = state.All("fd");
+    ASSERT_EQ(fds.size(), (flags & DAEMONIZE_LOCK_PIDFILE) != 0 ? 4u : 3u);
+    if (fds.size() == 4) {
+        EXPECT_THAT(fds[3], testing::MatchesRegex("[0-9]+ w " + PidPath()));
+        fds.pop_back();
+    }
+    if (isKept) {
+        EXPECT_EQ(fds[0], stdio[0]);
+        EXPECT_EQ(fds[1], stdio[1]);
+        EXPECT_THAT(fds[2], testing::Not(testing::EndsWith("/dev/null")));
+    } else {
+        EXPECT_EQ(fds, NOTHING);
+    }
+}
+INSTANTIATE_TEST_SUITE_P(Each, DaemonizeFlags, testing::Range(0u, 16u), [](const auto &row) {
+    std::string name = row.param == 0 ? "None" : "";
+    if ((row.param & DAEMONIZE_KEEP_CWD) != 0) { name += "KeepCwd"; }
+    if ((row.param & DAEMONIZE_KEEP_SESSION_AND_STDIO) != 0) { name += "KeepSession"; }
+    if ((row.param & DAEMONIZE_EXIT_PARENT) != 0) { name += "ExitParent"; }
+    if ((row.param & DAEMONIZE_LOCK_PIDFILE) != 0) { name += "Lock"; }
+    return name;
+});
+
+TEST_F(Daemonize, HasFlagsOfTheseValues)
+{
+    EXPECT_EQ(DAEMONIZE_KEEP_CWD, 1);
+    EXPECT_EQ(DAEMONIZE_KEEP_SESSION_AND_STDIO, 2);
+    EXPECT_EQ(DAEMONIZE_EXIT_PARENT, 4);
+    EXPECT_EQ(DAEMONIZE_LOCK_PIDFILE, 8);
+}
+
+TEST_F(Daemonize, DoesNotEndTheCallerAfterAFailure)
+{
+    const Result result = InProcess(
+        [&] { return Start(DAEMONIZE_EXIT_PARENT, {}, {}, mFolder.Path() + "/missing") ? 1 : 0; });
+    EXPECT_EQ(result.value, 0);
+    EXPECT_EQ(result.error, ENOENT);
+    EXPECT_EQ(Ended(), 1 << 8);
+}
+
+TEST_F(Daemonize, KeepsTheDescriptorsOfTheListAndClosesAllOthers)
+{
+    const Result result = InProcess([&] {
+        const int file = open("/dev/zero", O_RDWR);
+        for (int fd = 20; fd < 60; fd++) {
+            dup2(file, fd);
+        }
+        dup2(file, 500);
+        // What is not open may be listed: among them is the number that the pipe gets to read from.
+        std::vector<int> kept{500, 21, 40, 21, -1, 2000000, 1, 7000};
+        for (int fd = 3; fd < 20; fd++) {
+            if (fcntl(fd, F_GETFD) == -1) { kept.push_back(fd); }
+        }
+        return Start(0, PidPath(), kept) ? 1 : 0;
+    });
+    EXPECT_EQ(result.value, 1);
+    std::vector<std::string> expected = NOTHING;
+    for (const char *fd : {"21", "40", "500"}) {
+        expected = And(expected, fd + std::string(" rw /dev/zero"));
+    }
+    EXPECT_EQ(ToldAndEnded().All("fd"), expected);
+}
+
+TEST_F(Daemonize, GivesTheDaemonDefaultActionsForAllSignals)
+{
+    const Result result = InProcess([&] {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_BLOCK, &all, nullptr);
+        for (int number = 1; number <= 31; number++) {
+            signal(number, SIG_IGN);
+        }
+        return Start() ? 1 : 0;
+    });
+    EXPECT_EQ(result.value, 1);
+    const State state = ToldAndEnded();
+    EXPECT_EQ(state.The("ignored"), "0000000000000000");
+    EXPECT_EQ(state.The("blocked"), "0000000000000000");
+}
+
+TEST_F(Daemonize, StartsWithoutTimersAndWithTheWholeAddressSpace)
+{
+    const Result result = InProcess([&] {
+        itimerval timer = {};
+        timer.it_value.tv_sec = timer.it_interval.tv_sec = 1000;
+        rlimit limit;
+        if (setitimer(ITIMER_REAL, &timer, nullptr) != 0 || getrlimit(RLIMIT_AS, &limit) != 0) {
+            return 2;
+        }
+        limit.rlim_max = rlim_t{1} << 51;
+        limit.rlim_cur = rlim_t{1} << 50;
+        if (setrlimit(RLIMIT_AS, &limit) != 0) { return 3; }
+        return Start() ? 1 : 0;
+    });
+    EXPECT_EQ(result.value, 1);
+    const State state = ToldAndEnded();
+    EXPECT_EQ(state.All("timer"), std::vector<std::string>());
+    EXPECT_EQ(state.The("addressSpace"), "2251799813685248 2251799813685248");
+}
+
+TEST_F(Daemonize, PassesNoArgumentsOrManyWithEveryByte)
+{
+    std::vector<std::string> texts;
+    for (int i = 0; i < 200; i++) {
+        texts.push_back("caf\xC3\xA9 \n$;\xE2\x82\xAC " + std::to_string(i));
+    }
+    texts[100].clear();
+    std::vector<char *> args;
+    for (std::string &text : texts) {
+        args.push_back(text.data());
+    }
+    args.push_back(nullptr);
+    ASSERT_TRUE(Hostinfo_Daemonize(TELL_STATE, args.data(), 0, nullptr, nullptr, 0));
+    EXPECT_EQ(ToldAndEnded().All("argument"), texts);
+
+    std::filesystem::remove(ReportPath());
+    args.erase(args.begin() + 1, args.end() - 1);
+    ASSERT_TRUE(Hostinfo_Daemonize(TELL_STATE, args.data(), 0, nullptr, nullptr, 0));
+    EXPECT_THAT(ToldAndEnded().All("argument"), ElementsAre(texts[0]));
+
+    std::filesystem::remove(ReportPath());
+    args.erase(args.begin());
+    ASSERT_TRUE(Hostinfo_Daemonize(TELL_STATE, args.data(), 0, nullptr, nullptr, 0));
+    const std::vector<std::string> none = ToldAndEnded().All("argument");
+    EXPECT_TRUE(none.empty() || none == std::vector<std::string>{""}) // newer kernels add one
+        << none.size();
+}
+
+TEST_F(Daemonize, StartsAProgramOfAnyName)
+{
+    const std::string path = mFolder.Path() + "/d\xC3\xA6mon \n";
+    std::filesystem::create_symlink(TELL_STATE, path);
+    ASSERT_TRUE(Start(0, {}, {}, path));
+    EXPECT_THAT(ToldAndEnded().All("argument"), ElementsAre(path));
+}
+
+// ---- What becomes of the caller
+
+TEST_F(Daemonize, LeavesTheCallerAsItWas)
+{
+    const auto state = [] {
+        std::string text = std::filesystem::current_path().string() + std::to_string(getsid(0));
+        for (int number = 1; number < 32; number++) {
+            struct sigaction action;
+            sigaction(number, nullptr, &action);
+            text += " " + std::to_string(reinterpret_cast<uintptr_t>(action.sa_handler)) + " " +
+                    std::to_string(action.sa_flags);
+        }
+        sigset_t mask;
+        sigprocmask(SIG_BLOCK, nullptr, &mask);
+        for (int number = 1; number < 65; number++) {
+            text += std::to_string(sigismember(&mask, number));
+        }
+        itimerval timer;
+        getitimer(ITIMER_REAL, &timer);
+        rlimit limit;
+        getrlimit(RLIMIT_AS, &limit);
+        return text + " " + std::to_string(timer.it_interval.tv_sec) + " " +
+               std::to_string(limit.rlim_cur);
+    };
+    const Result result = InProcess([&] {
+        itimerval timer = {};
+        timer.it_value.tv_sec = timer.it_interval.tv_sec = 1000;
+        setitimer(ITIMER_REAL, &timer, nullptr);
+        sigset_t some;
+        sigemptyset(&some);
+        sigaddset(&some, SIGUSR1);
+        sigprocmask(SIG_BLOCK, &some, nullptr);
+        signal(SIGCHLD, SIG_IGN);
+        signal(SIGTERM, [](int) {});
+        const std::string before = state();
+        const bool isStarted = Start(), isFailed = !Start(0, {}, {}, "/missing");
+        return isStarted && isFailed && state() == before ? 1 : 0;
+    });
+    EXPECT_EQ(result.value, 1);
+    Ended();
+    Ended();
+    EXPECT_TRUE(std::filesystem::exists(ReportPath()));
+}
+
+// A caller that does not keep its children to be waited for.
+struct Reaping {
+    const char *name;
+    void (*handler)(int);
+    int flags;
+};
+volatile sig_atomic_t sReaped;
+void ReapAll(int)
+{
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {
+        sReaped = sReaped + 1;
+    }
+}
+class DaemonizeInACaller : public Daemonize, public testing::WithParamInterface<Reaping> {};
+TEST_P(DaemonizeInACaller, TellsTheTruthAllTheSame)
+{
+    const auto &[name, handler, flags] = GetParam();
+    const auto tried = [&, handler = handler, flags = flags](const std::string &program) {
+        return InProcess([&] {
+            struct sigaction action = {};
+            action.sa_handler = handler;
+            action.sa_flags = flags;
+            sigaction(SIGCHLD, &action, nullptr);
+            const bool started = Start(0, PidPath(), {}, program);
+            struct sigaction after = {};
+            sigaction(SIGCHLD, nullptr, &after);
+            return (started ? 1 : 0) +
+                   (after.sa_handler == handler &&
+                            (after.sa_flags & SA_NOCLDWAIT) == (flags & SA_NOCLDWAIT)
+                        ? 10
+                        : 0);
+        });
+    };
+    const Result result = tried(TELL_STATE);
+    EXPECT_EQ(result.value, 11);
+    EXPECT_EQ(Content(PidPath()), ToldAndEnded().The("pid") + "\n");
+
+    const Result failed = tried(mFolder.Path() + "/missing");
+    EXPECT_EQ(failed.value, 10);
+    EXPECT_EQ(failed.error, ENOENT);
+    Ended();
+    EXPECT_FALSE(std::filesystem::exists(PidPath()));
+}
+INSTANTIATE_TEST_SUITE_P(That, DaemonizeInACaller,
+                         testing::Values(Reaping{"IgnoresSigchld", SIG_IGN, 0},
+                                         Reaping{"WantsNoZombies", SIG_DFL, SA_NOCLDWAIT},
+                                         Reaping{"ReapsInAHandler", ReapAll, 0},
+                                         Reaping{"ReapsInARestartingHandler", ReapAll, SA_RESTART}),
+                         [](const auto &row) { return row.param.name; });
+
+// Signals that interrupt the caller's calls.
+TEST_F(Daemonize, IsNotConfusedByInterruptions)
+{
+    const Result result = InProcess([&] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, nullptr);
+        itimerval timer = {};
+        timer.it_value.tv_usec = timer.it_interval.tv_usec = 100;
+        setitimer(ITIMER_REAL, &timer, nullptr);
+        for (int i = 0; i < 20; i++) {
+            if (!Start(0, PidPath())) { return 0; }
+            if (Start(0, PidPath(), {}, "/missing") || errno != ENOENT) { return 2; }
+        }
+        return 1;
+    });
+    EXPECT_EQ(result.value, 1);
+    for (int i = 0; i < 40; i++) {
+        Ended();
+    }
+}
+
+// Which of the descriptors 0 to 2 the caller has closed, as bits.
+class DaemonizeWithClosedStdio : public Daemonize, public testing::WithParamInterface<int> {
+protected:
+    Result Tried(unsigned flags, const std::string &program)
+    {
+        return InProcess([&] {
+            for (int fd = 0; fd <= 2; fd++) {
+                if ((GetParam() & 1 << fd) != 0) { close(fd); }
+            }
+            return Start(flags, PidPath(), {}, program) ? 1 : 0;
+        });
+    }
+};
+TEST_P(DaemonizeWithClosedStdio, StartsTheSameDaemon)
+{
+    EXPECT_EQ(Tried(0, TELL_STATE).value, 1);
+    const State state = ToldAndEnded();
+    EXPECT_EQ(state.All("fd"), NOTHING);
+    EXPECT_EQ(Content(PidPath()), state.The("pid") + "\n");
+}
+TEST_P(DaemonizeWithClosedStdio, LocksThePidFileForTheDaemon)
+{
+    EXPECT_EQ(Tried(DAEMONIZE_LOCK_PIDFILE, TELL_STATE).value, 1);
+    const State state = ToldAndEnded();
+    ASSERT_EQ(state.All("fd").size(), 4u);
+    EXPECT_THAT(state.All("fd")[3], testing::EndsWith(" w " + PidPath()));
+    EXPECT_EQ(Content(PidPath()), state.The("pid") + "\n");
+}
+TEST_P(DaemonizeWithClosedStdio, TellsThatAProgramCannotBeExecuted)
+{
+    for (const unsigned flags : {0u, ALL_KEPT}) {
+        const Result result = Tried(flags, mFolder.Path() + "/missing");
+        EXPECT_EQ(result.value, 0);
+        EXPECT_EQ(result.error, ENOENT);
+        EXPECT_FALSE(std::filesystem::exists(PidPath()));
+        EXPECT_EQ(Ended(), 1 << 8);
+    }
+}
+TEST_P(DaemonizeWithClosedStdio, LeavesThemClosedWhenTheyAreKept)
+{
+    EXPECT_EQ(Tried(ALL_KEPT, TELL_STATE).value, 1);
+    std::vector<std::string> open;
+    for (const std::string &fd : ToldAndEnded().All("fd")) {
+        open.push_back(fd.substr(0, 1));
+    }
+    std::vector<std::string> expected;
+    for (int fd = 0; fd <= 2; fd++) {
+        if ((GetParam() & 1 << fd) == 0) { expected.push_back(std::to_string(fd)); }
+    }
+    EXPECT_EQ(open, expected);
+}
+INSTANTIATE_TEST_SUITE_P(Each, DaemonizeWithClosedStdio, testing::Range(1, 8));
+
+// ---- The PID file
+
+TEST_F(Daemonize, WritesThePidFile)
+{
+    const mode_t mask = umask(022);
+    std::ofstream(PidPath()) << "what was there before, and is longer\n";
+    ASSERT_EQ(chmod(PidPath().c_str(), 0600), 0);
+    ASSERT_TRUE(Start(0, PidPath()));
+    EXPECT_EQ(Content(PidPath()), ToldAndEnded().The("pid") + "\n");
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(PidPath()).permissions()), 0600);
+    umask(mask);
+}
+
+TEST_F(Daemonize, MakesThePidFileWithItsMode)
+{
+    for (const auto &[mask, mode] : {std::pair{0u, 0644}, {022u, 0644}, {027u, 0640}}) {
+        std::filesystem::remove(PidPath());
+        const mode_t before = umask(mask);
+        ASSERT_TRUE(Start(0, PidPath()));
+        umask(before);
+        EXPECT_EQ(static_cast<int>(std::filesystem::status(PidPath()).permissions()), mode);
+        ToldAndEnded();
+    }
+}
+
+TEST_F(Daemonize, HasWrittenThePidFileWhenItReturns)
+{
+    for (int i = 0; i < 20; i++) {
+        std::filesystem::remove(PidPath());
+        ASSERT_TRUE(Start(0, PidPath()));
+        EXPECT_THAT(Content(PidPath()), testing::MatchesRegex("[0-9]+\n"));
+        Ended();
+    }
+}
+
+TEST_F(Daemonize, LetsALockedPidFileBe)
+{
+    setenv("TELL_STAY", "1", 1);
+    ASSERT_TRUE(Start(DAEMONIZE_LOCK_PIDFILE, PidPath()));
+    const std::string content = Content(PidPath());
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(Tried(DAEMONIZE_LOCK_PIDFILE, PidPath(), TELL_STATE),
+                  (Result{false, EWOULDBLOCK,
+                          "Hostinfo_Daemonize: Lock held on PID path [" + PidPath() +
+                              "], error 11, not daemonizing.\n"}));
+        EXPECT_EQ(Content(PidPath()), content) << "it is the running daemon's";
+    }
+    EXPECT_EQ(content, Told().The("pid") + "\n");
+
+    ASSERT_EQ(kill(std::stoi(content), SIGKILL), 0);
+    EXPECT_EQ(Ended(), SIGKILL);
+    unsetenv("TELL_STAY");
+    ASSERT_TRUE(Start(DAEMONIZE_LOCK_PIDFILE, PidPath())) << "the lock has gone with it";
+    EXPECT_EQ(Content(PidPath()), ToldAndEnded().The("pid") + "\n");
+}
+
+TEST_F(Daemonize, DoesNotHoldTheLockWithoutBeingAsked)
+{
+    setenv("TELL_STAY", "1", 1);
+    ASSERT_TRUE(Start(0, PidPath()));
+    const int file = open(PidPath().c_str(), O_RDONLY);
+    EXPECT_EQ(flock(file, LOCK_EX | LOCK_NB), 0);
+    close(file);
+    ASSERT_EQ(kill(std::stoi(Content(PidPath())), SIGKILL), 0);
+    EXPECT_EQ(Ended(), SIGKILL);
+}
+
+TEST_F(Daemonize, GivesUpTheLockAfterAFailure)
+{
+    std::filesystem::create_hard_link(
+        [&] {
+            std::ofstream(PidPath()) << "";
+            return PidPath();
+        }(),
+        mFolder.Path() + "/same");
+    EXPECT_FALSE(Start(DAEMONIZE_LOCK_PIDFILE, PidPath(), {}, "/missing"));
+    Ended();
+    const int file = open((mFolder.Path() + "/same").c_str(), O_RDONLY);
+    EXPECT_EQ(flock(file, LOCK_EX | LOCK_NB), 0);
+    close(file);
+}
+
+TEST_F(Daemonize, NeedsAPidFileThatCanBeOpened)
+{
+    const std::string missing = mFolder.Path() + "/missing/pid", folder = mFolder.Path();
+    EXPECT_EQ(Tried(0, missing, TELL_STATE),
+              (Result{false, ENOENT,
+                      "Hostinfo_Daemonize: Couldn't open PID path [" + missing + "], error 2.\n"}));
+    EXPECT_EQ(Tried(0, folder, TELL_STATE),
+              (Result{false, EISDIR,
+                      "Hostinfo_Daemonize: Couldn't open PID path [" + folder + "], error 21.\n"}));
+    EXPECT_TRUE(std::filesystem::is_directory(folder));
+}
+
+TEST_F(Daemonize, NeedsAPidFileThatMayBeWritten)
+{
+    std::ofstream(PidPath()) << "kept";
+    chmod(PidPath().c_str(), 0444);
+    chmod(mFolder.Path().c_str(), 0777);
+    const Result result = InProcess([&] {
+        if (geteuid() == 0 && seteuid(65534) != 0) { return 2; }
+        return Start(0, PidPath()) ? 1 : 0;
+    });
+    EXPECT_EQ(result, (Result{0, EACCES,
+                              "Hostinfo_Daemonize: Couldn't open PID path [" + PidPath() +
+                                  "], error 13.\n"}));
+    EXPECT_EQ(Content(PidPath()), "kept");
+}
+
+TEST_F(Daemonize, ReportsALimitOnTheSizeOfFiles)
+{
+    const Result result = InProcess([&] {
+        const int nowhere = open("/dev/null", O_WRONLY);
+        dup2(nowhere, STDERR_FILENO); // which is a file, too
+        const rlimit none = {0, 0};
+        if (setrlimit(RLIMIT_FSIZE, &none) != 0) { return 2; }
+        return Start(0, PidPath()) ? 1 : 0;
+    });
+    EXPECT_EQ(result, (Result{0, EFBIG, ""}));
+    EXPECT_EQ(Ended(), 1 << 8);
+    EXPECT_FALSE(std::filesystem::exists(PidPath()));
+}
+
+// ---- Programs that cannot be executed
+
+struct Unusable {
+    const char *name;
+    int error;
+    std::string content;
+    int mode;
+};
+class DaemonizeUnusable : public Daemonize, public testing::WithParamInterface<Unusable> {};
+TEST_P(DaemonizeUnusable, ProgramIsToldOf)
+{
+    const auto &[name, error, content, mode] = GetParam();
+    const std::string path = Executable(content);
+    chmod(path.c_str(), static_cast<mode_t>(mode));
+    if (mode < 0) { std::filesystem::remove(path); }
+    const std::string number = std::to_string(error);
+    const std::string inTheDaemon =
+                          "Hostinfo_Daemonize: Couldn't exec " + path + ", error " + number + ".\n",
+                      inTheCaller = "Hostinfo_Daemonize: Child could not exec " + path +
+                                    ", read 4, error " + number + ".\n";
+    for (const unsigned lock : {0u, unsigned{DAEMONIZE_LOCK_PIDFILE}}) {
+        for (const unsigned kept : {0u, unsigned{DAEMONIZE_KEEP_SESSION_AND_STDIO}}) {
+            EXPECT_EQ(Tried(lock | kept, PidPath(), path),
+                      (Result{false, error, (kept != 0 ? inTheDaemon : "") + inTheCaller}));
+            EXPECT_FALSE(std::filesystem::exists(PidPath()));
+            EXPECT_EQ(Ended(), 1 << 8);
+        }
+    }
+    EXPECT_EQ(Tried(0, "", path), (Result{false, error, inTheCaller}));
+    EXPECT_EQ(Ended(), 1 << 8);
+}
+INSTANTIATE_TEST_SUITE_P(Each, DaemonizeUnusable,
+                         testing::Values(Unusable{"Missing", ENOENT, "", -1},
+                                         Unusable{"NotExecutable", EACCES, "#!/bin/sh\n", 0644},
+                                         Unusable{"OfNoFormat", ENOEXEC, "gibberish", 0755},
+                                         Unusable{"WithAMissingInterpreter", ENOENT, "#!/missing\n",
+                                                  0755}),
+                         [](const auto &row) { return row.param.name; });
+
+TEST_F(Daemonize, LooksForARelativeProgramFromTheDaemonsFolder)
+{
+    const std::string own = std::filesystem::relative(TELL_STATE).string();
+    EXPECT_FALSE(Start(0, {}, {}, "./" + std::filesystem::path(TELL_STATE).filename().string()));
+    EXPECT_EQ(errno, ENOENT);
+    Ended();
+    ASSERT_TRUE(Start(DAEMONIZE_KEEP_CWD, {}, {}, own));
+    ToldAndEnded();
+}
+
+TEST_F(Daemonize, NeedsAPipe)
+{
+    const Result result = InProcess([&] {
+        const int first = open("/dev/null", O_RDONLY), second = dup(first), last = dup(first);
+        rlimit limit;
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = static_cast<rlim_t>(last) + 1;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        close(first);  // for the PID file
+        close(second); // for half a pipe
+        return Start(0, PidPath()) ? 1 : 0;
+    });
+    EXPECT_EQ(result, (Result{0, EMFILE, "Hostinfo_Daemonize: Couldn't create pipe, error 24.\n"}));
+    EXPECT_FALSE(std::filesystem::exists(PidPath()));
+}
+
+} // namespace

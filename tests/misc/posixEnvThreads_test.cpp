@@ -1,0 +1,275 @@
+// Posix_Getenv() in many threads.  The environment itself must not change meanwhile, so one that
+// may stands in its place.
+#include "posix.h"
+
+#include "allocations.h"
+#include "hashTable.h"
+#include "posixKept.h"
+#include "together.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <barrier>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr int THREADS = 4;
+
+// Values that the variables may have.
+const auto &Values()
+{
+    static const auto values = [] {
+        std::array<std::string, 64> made;
+        for (size_t i = 0; i < made.size(); i++) {
+            made[i] = "value " + std::to_string(i);
+        }
+        return made;
+    }();
+    return values;
+}
+
+// The value's number of every variable whose name begins with PREFIX.
+std::atomic<size_t> sNow;
+constexpr char PREFIX[] = "PELAGO_";
+void Change(size_t number) { sNow = number; }
+
+std::atomic<int> sInserted, sRefused;
+// Done once by this thread, before it goes on: when it is about to insert, or to compare a kept
+// value with the environment's.
+thread_local std::function<void()> tBeforeInsert, tBeforeCompare;
+
+void Do(std::function<void()> &deed)
+{
+    if (deed) { std::exchange(deed, nullptr)(); }
+}
+
+} // namespace
+
+extern "C" {
+char *__real_getenv(const char *name);
+char *__wrap_getenv(const char *name)
+{
+    if (strncmp(name, PREFIX, strlen(PREFIX)) != 0) { return __real_getenv(name); }
+    return const_cast<char *>(Values()[sNow].c_str()); // not written to
+}
+bool __real_HashTable_Insert(HashTable *table, const void *key, void *value);
+bool __wrap_HashTable_Insert(HashTable *table, const void *key, void *value)
+{
+    Do(tBeforeInsert);
+    const bool isInserted = __real_HashTable_Insert(table, key, value);
+    (isInserted ? sInserted : sRefused)++;
+    return isInserted;
+}
+int __real_strcmp(const char *a, const char *b);
+int __wrap_strcmp(const char *a, const char *b)
+{
+    if (strncmp(a, "value ", 6) == 0) { Do(tBeforeCompare); }
+    return __real_strcmp(a, b);
+}
+}
+
+namespace {
+
+constexpr ptrdiff_t KEPT = 4, KEPT_AFTER_A_CHANGE = 5; // blocks that a name keeps
+
+// Another thread asks for the variable when it has this value, and ends; its result.
+const char *AskElsewhere(const std::string &name, size_t value)
+{
+    const char *result = nullptr;
+    Change(value);
+    std::thread([&] { result = Posix_Getenv(name.c_str()); }).join();
+    return result;
+}
+
+// Every test has a name of its own, which has never been asked for.
+class PosixGetenvOvertaken : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        mBefore = Allocations::Live();
+        sInserted = sRefused = 0;
+    }
+    const char *Ask(size_t value) const
+    {
+        Change(value);
+        return Posix_Getenv(mName.c_str());
+    }
+    ptrdiff_t Added() const { return Allocations::Live() - mBefore; }
+    const std::string mName =
+        PREFIX + std::string(testing::UnitTest::GetInstance()->current_test_info()->name());
+
+private:
+    ptrdiff_t mBefore = 0;
+};
+using PosixGetenvThreads = PosixGetenvOvertaken;
+
+// ---- Another thread comes between
+
+TEST_F(PosixGetenvOvertaken, GivesTheValueOfWhoInsertedFirst)
+{
+    const char *others = nullptr;
+    tBeforeInsert = [&] { others = AskElsewhere(mName, 1); };
+    EXPECT_EQ(Ask(1), others);
+    EXPECT_NE(others, nullptr);
+    EXPECT_EQ(sInserted, 1);
+    EXPECT_EQ(sRefused, 1);
+    EXPECT_EQ(Added(), KEPT) << "the record and the value that came too late are released";
+}
+
+TEST_F(PosixGetenvOvertaken, ChangesTheRecordOfWhoInsertedFirst)
+{
+    const char *others = nullptr;
+    tBeforeInsert = [&] {
+        others = AskElsewhere(mName, 2);
+        Change(1);
+    };
+    const char *value = Ask(1);
+    EXPECT_EQ(value, Values()[1]);
+    EXPECT_EQ(others, Values()[2]) << "is readable through one change";
+    EXPECT_EQ(Ask(1), value);
+    EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
+}
+
+TEST_F(PosixGetenvOvertaken, GivesTheValueOfWhoMadeTheSameChangeFirst)
+{
+    const char *first = Ask(1);
+    const char *others = nullptr;
+    tBeforeCompare = [&] { others = AskElsewhere(mName, 2); };
+    EXPECT_EQ(Ask(2), others);
+    EXPECT_NE(others, nullptr);
+    EXPECT_EQ(first, Values()[1]) << "there was one change";
+    EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
+}
+
+TEST_F(PosixGetenvOvertaken, ChangesWhatAnotherThreadHasJustChanged)
+{
+    Ask(1);
+    const char *others = nullptr;
+    tBeforeCompare = [&] {
+        others = AskElsewhere(mName, 3);
+        Change(2);
+    };
+    const char *value = Ask(2);
+    EXPECT_EQ(value, Values()[2]);
+    EXPECT_EQ(others, Values()[3]) << "is readable through one change";
+    EXPECT_EQ(Ask(2), value);
+    EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
+}
+
+// So many changes by another thread, while this one looks at the value from before them.
+class PosixGetenvWhileItLooks : public PosixGetenvOvertaken,
+                                public testing::WithParamInterface<size_t> {};
+
+TEST_P(PosixGetenvWhileItLooks, TheValueStaysReadable)
+{
+    const std::string name = mName + std::to_string(GetParam());
+    const auto ask = [&](size_t value) {
+        Change(value);
+        return Posix_Getenv(name.c_str());
+    };
+    ask(1);
+    const ptrdiff_t before = Allocations::Live();
+    tBeforeCompare = [&] {
+        for (size_t i = 0; i < GetParam(); i++) {
+            AskElsewhere(name, 10 + i);
+        }
+        Change(2);
+    };
+    EXPECT_EQ(ask(2), Values()[2]);
+    ask(3);
+    EXPECT_EQ(ask(4), Values()[4]);
+    EXPECT_EQ(Allocations::Live() - before, 1) << "what waited for the look is freed";
+}
+INSTANTIATE_TEST_SUITE_P(Changes, PosixGetenvWhileItLooks, testing::Values(1, 2, 3, 10),
+                         [](const auto &row) { return std::to_string(row.param); });
+
+// ---- Many at once
+
+TEST_F(PosixGetenvThreads, GivesAllOfThemOnePointer)
+{
+    Change(5);
+    for (int round = 0; round < 300; round++) {
+        const std::string name = mName + std::to_string(round);
+        std::vector<const char *> received(THREADS);
+        Together(THREADS, [&](int i) { received[i] = Posix_Getenv(name.c_str()); });
+        EXPECT_THAT(received, testing::Each(received[0]));
+        EXPECT_EQ(received[0], Values()[5]);
+    }
+    EXPECT_EQ(sInserted, 300);
+    EXPECT_EQ(Added(), 300 * KEPT);
+}
+
+// All threads ask, then the value changes, and so on: a pointer from before the change is good.
+TEST_F(PosixGetenvThreads, APointerIsGoodThroughOneChange)
+{
+    constexpr size_t ROUNDS = 2000;
+    std::barrier round(THREADS);
+    std::atomic<int> wrong{0};
+    Change(0);
+    Together(THREADS, [&](int thread) {
+        const char *last = nullptr;
+        for (size_t i = 0; i < ROUNDS; i++) {
+            const char *value = Posix_Getenv(mName.c_str());
+            if (value != Values()[i % 64]) { wrong++; }
+            if (Posix_Getenv(mName.c_str()) != value) { wrong++; }
+            if (last != nullptr && last != Values()[(i + 63) % 64]) { wrong++; }
+            last = value;
+            round.arrive_and_wait();
+            if (thread == 0) { Change((i + 1) % 64); }
+            round.arrive_and_wait();
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(sInserted, 1);
+    EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
+}
+
+TEST_F(PosixGetenvThreads, EveryNameHasOneRecord)
+{
+    constexpr int NAMES = 3000;
+    Change(7);
+    std::atomic<int> wrong{0};
+    Together(THREADS, [&](int thread) {
+        for (int i = 0; i < NAMES; i++) { // half of the threads in the opposite order
+            const int number = thread % 2 == 0 ? i : NAMES - 1 - i;
+            const std::string name = mName + std::to_string(number);
+            if (Posix_Getenv(name.c_str()) != Values()[7]) { wrong++; }
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(sInserted, NAMES);
+    EXPECT_EQ(Added(), NAMES * KEPT);
+}
+
+// While values change all the time, what is received may be gone at once, so nobody reads it.
+TEST_F(PosixGetenvThreads, ChangesThatNeverRestLoseNoBlock)
+{
+    constexpr int NAMES = 3, ROUNDS = 20000;
+    Together(THREADS, [&](int thread) {
+        for (int i = 0; i < ROUNDS; i++) {
+            if (thread < 2) { Change(static_cast<size_t>(i * 7 + thread) % 64); }
+            const std::string name = mName + std::to_string(i % NAMES);
+            if (Posix_Getenv(name.c_str()) == nullptr) { ADD_FAILURE(); }
+        }
+    });
+    EXPECT_EQ(sInserted, NAMES);
+    for (const size_t value : {1, 2, 3}) {
+        for (int i = 0; i < NAMES; i++) {
+            Change(value);
+            EXPECT_EQ(Posix_Getenv((mName + std::to_string(i)).c_str()), Values()[value]);
+        }
+    }
+    EXPECT_EQ(Added(), NAMES * KEPT_AFTER_A_CHANGE);
+}
+
+} // namespace

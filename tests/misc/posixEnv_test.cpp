@@ -1,0 +1,307 @@
+#include "posix.h"
+
+#include "allocations.h"
+#include "hashTable.h"
+#include "panic.h"
+#include "posixKept.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <unistd.h>
+
+// The table in which the values are kept, and what it was asked for with.
+static HashTable *sTable;
+static uint32_t sBuckets;
+static int sFlags;
+
+extern "C" {
+HashTable *__real_HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, int flags,
+                                      HashTableFreeEntryFn freeEntryFn);
+HashTable *__wrap_HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, int flags,
+                                      HashTableFreeEntryFn freeEntryFn)
+{
+    HashTable *table = __real_HashTable_AllocOnce(shared, numEntries, flags, freeEntryFn);
+    if (freeEntryFn == nullptr) { return table; } // of the names of encodings
+    sBuckets = numEntries;
+    sFlags = flags;
+    return sTable = table;
+}
+}
+
+namespace {
+
+constexpr int ALONE = 77;
+// What a name keeps: an entry, its key, a record, and one value or, once it has changed, two.
+constexpr ptrdiff_t KEPT = 4, KEPT_AFTER_A_CHANGE = 5;
+
+// Every test has a name of its own, which is not set and has never been asked for.
+class PosixEnv : public testing::Test {
+protected:
+    void TearDown() override { unsetenv(Name()); }
+    const char *Name() const { return mName.c_str(); }
+    // Gives the variable the value, bare, and asks for it.
+    const char *Ask(const char *value) const
+    {
+        setenv(Name(), value, 1);
+        return Posix_Getenv(Name());
+    }
+    ptrdiff_t Added() const { return Allocations::Live() - mBefore; }
+
+private:
+    const std::string mName = std::string("PELAGO_\xC3\xA4") +
+                              testing::UnitTest::GetInstance()->current_test_info()->name();
+    const ptrdiff_t mBefore = Allocations::Live();
+};
+using PosixGetenv = PosixEnv;
+using PosixGetenvDeathTest = PosixEnv;
+using PosixSetenv = PosixEnv;
+using PosixPutenv = PosixEnv;
+
+// ---- The value
+
+TEST_F(PosixGetenv, GivesTheValue) { EXPECT_STREQ(Ask("caf\xC3\xA9"), "caf\xC3\xA9"); }
+
+TEST_F(PosixGetenv, GivesAnEmptyValue) { EXPECT_STREQ(Ask(""), ""); }
+
+TEST_F(PosixGetenv, GivesALongValue)
+{
+    const std::string value(100'000, 'x');
+    EXPECT_EQ(Ask(value.c_str()), value);
+}
+
+TEST_F(PosixGetenv, GivesNothingForAVariableThatIsNotSet)
+{
+    errno = ALONE;
+    EXPECT_EQ(Posix_Getenv(Name()), nullptr);
+    EXPECT_EQ(errno, ALONE);
+    EXPECT_EQ(Added(), 0);
+}
+
+TEST_F(PosixGetenv, GivesNothingOnceItIsUnset)
+{
+    Ask("one");
+    unsetenv(Name());
+    EXPECT_EQ(Posix_Getenv(Name()), nullptr);
+}
+
+TEST_F(PosixGetenv, TellsNamesApartByEveryByte)
+{
+    const std::string upper = std::string(Name()) + "X", lower = std::string(Name()) + "x";
+    setenv(upper.c_str(), "upper", 1);
+    setenv(lower.c_str(), "lower", 1);
+    EXPECT_STREQ(Posix_Getenv(upper.c_str()), "upper");
+    EXPECT_STREQ(Posix_Getenv(lower.c_str()), "lower");
+    unsetenv(upper.c_str());
+    unsetenv(lower.c_str());
+}
+
+TEST_F(PosixGetenv, KeepsACopyOfTheName)
+{
+    setenv(Name(), "one", 1);
+    std::string name = Name();
+    const char *value = Posix_Getenv(name.c_str());
+    name[0] = 'Q';
+    EXPECT_EQ(Posix_Getenv(Name()), value);
+}
+
+TEST_F(PosixGetenv, LeavesErrnoAloneAllAlong)
+{
+    for (const char *value : {"one", "one", "two", "three", "four"}) {
+        errno = ALONE;
+        setenv(Name(), value, 1);
+        EXPECT_STREQ(Posix_Getenv(Name()), value);
+        EXPECT_EQ(errno, ALONE) << value;
+    }
+}
+
+// ---- The pointer
+
+TEST_F(PosixGetenv, GivesTheSamePointerForTheSameValue)
+{
+    const char *value = Ask("one");
+    EXPECT_EQ(Posix_Getenv(Name()), value);
+    EXPECT_NE(value, getenv(Name())) << "and not the environment's own";
+}
+
+TEST(PosixGetenvOfHome, GivesTheSamePointerTwice)
+{
+    setenv("HOME", "/home/caf\xC3\xA9", 1);
+    const char *home = Posix_Getenv("HOME");
+    EXPECT_STREQ(home, "/home/caf\xC3\xA9");
+    EXPECT_EQ(Posix_Getenv("HOME"), home);
+}
+
+TEST_F(PosixGetenv, GivesTheSamePointerWhenTheSameValueIsSetAnew)
+{
+    const char *value = Ask("one");
+    EXPECT_EQ(Ask("one"), value);
+    unsetenv(Name());
+    Posix_Getenv(Name());
+    EXPECT_EQ(Ask("one"), value) << "unset is no value";
+    EXPECT_EQ(Added(), KEPT);
+}
+
+TEST_F(PosixGetenv, GivesTheNewValueAfterAChange)
+{
+    const char *one = Ask("one");
+    const char *two = Ask("two");
+    EXPECT_STREQ(two, "two");
+    EXPECT_NE(two, one);
+    EXPECT_EQ(Posix_Getenv(Name()), two);
+}
+
+TEST_F(PosixGetenv, KeepsAValueReadableThroughOneChange)
+{
+    const char *one = Ask("one");
+    const char *two = Ask("two");
+    EXPECT_STREQ(one, "one");
+    Ask("three");
+    EXPECT_STREQ(two, "two");
+}
+
+TEST_F(PosixGetenv, GoesBackToAValueThatWasThere)
+{
+    const char *one = Ask("one");
+    Ask("two");
+    const char *again = Ask("one");
+    EXPECT_STREQ(again, "one");
+    EXPECT_NE(again, one) << "that one is the value before the last: it goes with the next change";
+    EXPECT_EQ(Posix_Getenv(Name()), again);
+}
+
+// ---- What is kept
+
+TEST_F(PosixGetenv, KeepsOneValueOfANameThatDoesNotChange)
+{
+    for (int i = 0; i < 10; i++) {
+        Ask("one");
+    }
+    EXPECT_EQ(Added(), KEPT);
+}
+
+TEST_F(PosixGetenv, FreesAValueThatHasBeenReplacedTwice)
+{
+    Ask("one");
+    Ask("two");
+    EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
+    for (int i = 0; i < 1000; i++) {
+        Ask(std::to_string(i).c_str());
+        EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
+    }
+}
+
+TEST_F(PosixGetenv, KeepsManyNamesApart)
+{
+    constexpr int NAMES = 2000; // many times the table's buckets
+    std::vector<const char *> values;
+    const auto name = [this](int i) { return Name() + std::to_string(i); };
+    for (int i = 0; i < NAMES; i++) {
+        setenv(name(i).c_str(), std::to_string(i).c_str(), 1);
+        values.push_back(Posix_Getenv(name(i).c_str()));
+    }
+    EXPECT_EQ(Added(), NAMES * KEPT);
+    for (int i = 0; i < NAMES; i++) {
+        EXPECT_EQ(Posix_Getenv(name(i).c_str()), values[i]);
+        EXPECT_EQ(values[i], std::to_string(i));
+        unsetenv(name(i).c_str());
+    }
+}
+
+TEST_F(PosixGetenv, KeepsThemInATableForThreads)
+{
+    Posix_Getenv(Name());
+    EXPECT_EQ(sBuckets, 128u);
+    EXPECT_EQ(sFlags, 0x18);
+    EXPECT_EQ(sFlags, HASH_STRING_KEY | HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY);
+}
+
+TEST_F(PosixGetenvDeathTest, NoRecordIsEverDropped)
+{
+    Ask("one");
+    EXPECT_PANIC(HashTable_Delete(sTable, Name()), "NOT_REACHED lib/misc/posixInt:441\n");
+}
+
+// ---- Without memory
+
+// Whichever block is refused, first, changed or changed again, the process ends.
+TEST_F(PosixGetenvDeathTest, WithoutMemoryEndsTheProcess)
+{
+    for (const int values : {0, 1, 2, 3}) { // that were there before
+        for (int i = 0; i < values; i++) {
+            Ask(std::to_string(i).c_str());
+        }
+        setenv(Name(), "new", 1);
+        size_t needed = 0;
+        const auto count = [&](int status) {
+            needed = static_cast<size_t>(WEXITSTATUS(status));
+            return WIFEXITED(status);
+        };
+        EXPECT_EXIT(
+            {
+                const size_t before = Allocations::Calls();
+                Posix_Getenv(Name());
+                _exit(static_cast<int>(Allocations::Calls() - before));
+            },
+            count, "");
+        EXPECT_GE(needed, 2u);
+        for (size_t granted = 0; granted < needed; granted++) {
+            SCOPED_TRACE(granted);
+            EXPECT_EXIT(
+                {
+                    const OutOfMemory memory(granted);
+                    Posix_Getenv(Name());
+                    _exit(100);
+                },
+                testing::ExitedWithCode(1), "^Panic: ");
+        }
+    }
+}
+
+// ---- Bytes that are no text
+
+TEST_F(PosixGetenvDeathTest, AValueThatIsNoTextIsNotGivenInPart)
+{
+    setenv(Name(), "caf\xE9", 1);
+    EXPECT_PANIC(Posix_Getenv(Name()), "Unicode_AllocWithLength: Couldn't convert invalid buffer "
+                                       "[caf\\xE9] from UTF-8 to Unicode.\n");
+}
+
+// ---- Changing it
+
+TEST_F(PosixSetenv, OverwritesOnlyWhenTold)
+{
+    EXPECT_EQ(Posix_Setenv(Name(), "one", 0), 0);
+    EXPECT_STREQ(getenv(Name()), "one");
+    EXPECT_EQ(Posix_Setenv(Name(), "two", 0), 0);
+    EXPECT_STREQ(getenv(Name()), "one");
+    EXPECT_EQ(Posix_Setenv(Name(), "\xC3\xA9", 1), 0);
+    EXPECT_STREQ(getenv(Name()), "\xC3\xA9");
+    EXPECT_STREQ(Posix_Getenv(Name()), "\xC3\xA9");
+}
+
+TEST_F(PosixSetenv, UnsetsWithItsCounterpart)
+{
+    Posix_Setenv(Name(), "one", 1);
+    EXPECT_EQ(Posix_Unsetenv(Name()), 0);
+    EXPECT_EQ(getenv(Name()), nullptr);
+    EXPECT_EQ(Posix_Unsetenv(Name()), 0) << "of what is not set";
+}
+
+TEST_F(PosixPutenv, MakesTheVeryStringAPartOfTheEnvironment)
+{
+    static std::string entry = std::string(Name()) + "=one";
+    errno = ALONE;
+    EXPECT_EQ(Posix_Putenv(entry.data()), 0);
+    EXPECT_EQ(errno, ALONE);
+    EXPECT_EQ(getenv(Name()), entry.data() + entry.size() - 3);
+    EXPECT_EQ(Added(), 0);
+    EXPECT_STREQ(Posix_Getenv(Name()), "one");
+    entry.back() = 'X';
+    EXPECT_STREQ(Posix_Getenv(Name()), "onX");
+}
+
+} // namespace

@@ -1,0 +1,133 @@
+// The wrappers' errno, with an allocator that leaves it changed, as it may do when it succeeds.
+// free() may not: compilers count on that.
+#include "posixCalls.h"
+
+namespace {
+
+thread_local bool tSpoils;
+bool sLinkIsLong;
+
+// While it lives, each call of the allocator by this thread changes errno.
+struct SpoilingAllocator {
+    SpoilingAllocator() { tSpoils = true; }
+    ~SpoilingAllocator() { tSpoils = false; }
+};
+
+void Spoil()
+{
+    if (tSpoils) { errno = EXDEV; }
+}
+
+} // namespace
+
+extern "C" {
+void *__real_malloc(size_t size);
+void *__wrap_malloc(size_t size)
+{
+    void *block = __real_malloc(size);
+    Spoil();
+    return block;
+}
+void *__real_calloc(size_t count, size_t size);
+void *__wrap_calloc(size_t count, size_t size)
+{
+    void *block = __real_calloc(count, size);
+    Spoil();
+    return block;
+}
+void *__real_realloc(void *block, size_t size);
+void *__wrap_realloc(void *block, size_t size)
+{
+    void *moved = __real_realloc(block, size);
+    Spoil();
+    return moved;
+}
+char *__real_strdup(const char *string);
+char *__wrap_strdup(const char *string)
+{
+    char *copy = __real_strdup(string);
+    Spoil();
+    return copy;
+}
+ssize_t __real_readlink(const char *path, char *buffer, size_t size);
+ssize_t __wrap_readlink(const char *path, char *buffer, size_t size)
+{
+    if (!sLinkIsLong) { return __real_readlink(path, buffer, size); }
+    if (size < 4096) { return static_cast<ssize_t>(size); }
+    errno = EIO;
+    return -1;
+}
+}
+
+namespace {
+
+// The call's outcome with that allocator.
+Outcome Spoilt(Outcome (*call)(Texts), const std::vector<const char *> &texts)
+{
+    const SpoilingAllocator allocator;
+    errno = ALONE;
+    return call(texts.data());
+}
+
+class ErrnoOfEach : public testing::TestWithParam<Wrapper> {
+protected:
+    const WorkingFolder mFolder;
+};
+
+TEST_P(ErrnoOfEach, IsTheCallsOwn)
+{
+    const Wrapper &wrapper = GetParam();
+    EXPECT_EQ(Spoilt(wrapper.wrapped, wrapper.bad).error,
+              wrapper.error == 0 ? ALONE : wrapper.error);
+    if (!wrapper.good.empty()) {
+        EXPECT_EQ(Spoilt(wrapper.wrapped, wrapper.good), SuccessOf(wrapper));
+    }
+}
+INSTANTIATE_TEST_SUITE_P(Posix, ErrnoOfEach, testing::ValuesIn(Wrappers()), WRAPPER_NAME);
+
+TEST(ErrnoOfReadLink, IsTheCallsOwnAlsoWhenItFailsLater)
+{
+    sLinkIsLong = true;
+    EXPECT_EQ(Spoilt([](Texts text) { return Taken(Posix_ReadLink(text[0])); }, {"any"}),
+              (Outcome{"NULL", EIO}));
+    sLinkIsLong = false;
+}
+
+TEST(ErrnoOfMkTemp, IsLeftAlone)
+{
+    const TemporaryFolder folder;
+    const std::string pathTemplate = folder.Path() + "/XXXXXX";
+    EXPECT_EQ(
+        Spoilt([](Texts text) { return Taken(Posix_MkTemp(text[0])); }, {pathTemplate.c_str()})
+            .error,
+        ALONE);
+}
+
+TEST(ErrnoOfPerror, IsLeftAlone)
+{
+    EXPECT_EXIT(
+        {
+            const SpoilingAllocator allocator;
+            errno = ENOENT;
+            Posix_Perror("caf\xC3\xA9");
+            _exit(errno);
+        },
+        testing::ExitedWithCode(ENOENT), "caf\xC3\xA9: No such file or directory\n");
+}
+
+// Each step of a variable's life: it is new, unchanged, changed, changed twice and more, unset.
+TEST(ErrnoOfGetenv, IsLeftAlone)
+{
+    for (const char *value :
+         {"one", "one", "two", "three", "four", "five", (const char *)nullptr}) {
+        value == nullptr ? unsetenv("PELAGO_STEPS") : setenv("PELAGO_STEPS", value, 1);
+        const SpoilingAllocator allocator;
+        errno = ALONE;
+        const char *got = Posix_Getenv("PELAGO_STEPS");
+        const int error = errno;
+        EXPECT_EQ(error, ALONE) << (value == nullptr ? "unset" : value);
+        EXPECT_STREQ(got, value);
+    }
+}
+
+} // namespace

@@ -1,0 +1,213 @@
+// startedPrograms.h -- for tests that start programs: what a started one tells of itself, and that
+// nothing is left of it.
+#ifndef PELAGO_TESTS_MISC_STARTEDPROGRAMS_H
+#define PELAGO_TESTS_MISC_STARTEDPROGRAMS_H
+
+#include "scopedForTests.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <string>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+// What tellState told: the values by their names, in order.
+class State {
+public:
+    explicit State(const std::string &report)
+    {
+        for (size_t at = 0; at < report.size();) {
+            const std::string line = report.c_str() + at;
+            at += line.size() + 1;
+            mValues[line.substr(0, line.find(' '))].push_back(line.substr(line.find(' ') + 1));
+        }
+    }
+    std::vector<std::string> All(const std::string &name) const
+    {
+        const auto found = mValues.find(name);
+        return found == mValues.end() ? std::vector<std::string>() : found->second;
+    }
+    std::string The(const std::string &name) const
+    {
+        const std::vector<std::string> all = All(name);
+        return all.size() == 1 ? all[0] : std::to_string(all.size()) + " of " + name;
+    }
+
+private:
+    std::map<std::string, std::vector<std::string>> mValues;
+};
+
+inline std::string Content(const std::string &path)
+{
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+inline std::vector<int> OpenDescriptors()
+{
+    std::vector<int> open;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        open.push_back(std::stoi(entry.path().filename()));
+    }
+    // The listing's own is among them, as the lowest number that was free.
+    std::erase_if(open, [](int fd) { return fcntl(fd, F_GETFD) == -1; });
+    std::ranges::sort(open);
+    return open;
+}
+
+// How tellState would tell of one of our own.
+inline std::string OwnDescriptor(int fd)
+{
+    const int access = fcntl(fd, F_GETFL) & O_ACCMODE;
+    return std::to_string(fd) +
+           (access == O_RDONLY   ? " r "
+            : access == O_WRONLY ? " w "
+                                 : " rw ") +
+           std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)).string();
+}
+
+// What this process and its children write to standard error meanwhile.  GoogleTest's own cannot be
+// used in a child again.
+class Listening {
+public:
+    Listening() : mSaved(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, ABOVE_ALL))
+    {
+        const int file = memfd_create("said", 0);
+        mFile = fcntl(file, F_DUPFD_CLOEXEC, ABOVE_ALL);
+        EXPECT_EQ(dup2(mFile, STDERR_FILENO), STDERR_FILENO);
+        if (file != STDERR_FILENO) { close(file); }
+    }
+    Listening(const Listening &) = delete;
+    Listening &operator=(const Listening &) = delete;
+    ~Listening()
+    {
+        if (mFile != -1) { Heard(); }
+    }
+    std::string Heard()
+    {
+        std::string text;
+        char piece[512];
+        for (ssize_t size;
+             (size = pread(mFile, piece, sizeof piece, static_cast<off_t>(text.size()))) > 0;) {
+            text.append(piece, static_cast<size_t>(size));
+        }
+        if (mSaved == -1) {
+            close(STDERR_FILENO);
+        } else {
+            dup2(mSaved, STDERR_FILENO);
+            close(mSaved);
+        }
+        close(mFile);
+        mFile = -1;
+        return text;
+    }
+
+private:
+    static constexpr int ABOVE_ALL = 300; // a test may count on the first ones that are free
+    int mSaved, mFile = -1;
+};
+
+// The result of a function that tells by errno, too.
+struct Result {
+    long value;
+    int error;
+    std::string said; // on standard error, in all processes
+};
+inline bool operator==(const Result &a, const Result &b)
+{
+    return a.value == b.value && a.error == b.error && a.said == b.said;
+}
+inline std::ostream &operator<<(std::ostream &out, const Result &result)
+{
+    return out << result.value << ", error " << result.error << ", \"" << result.said << '"';
+}
+
+// Whoever has lost its parent becomes a child of the test's, which so knows when a daemon has
+// ended, and that each test has left none.
+class StartedPrograms : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+        ASSERT_EQ(setenv("TELL_STATE", ReportPath().c_str(), 1), 0);
+        unsetenv("TELL_STAY");
+        mDescriptors = OpenDescriptors();
+    }
+    void TearDown() override
+    {
+        EXPECT_EQ(OpenDescriptors(), mDescriptors) << "the caller has others open than before";
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
+        EXPECT_EQ(errno, ECHILD);
+    }
+
+    std::string ReportPath() const { return mFolder.Path() + "/report"; }
+    std::string PidPath() const { return mFolder.Path() + "/pid file"; }
+
+    // The status that the only child ends with.
+    static int Ended(pid_t child = -1)
+    {
+        int status = -1;
+        EXPECT_GT(waitpid(child, &status, 0), 0);
+        return status;
+    }
+    // What a program has told that still runs.
+    State Told() const
+    {
+        for (int i = 0; i < 3000 && !std::filesystem::exists(ReportPath()); i++) {
+            usleep(10000);
+        }
+        return State(Content(ReportPath()));
+    }
+    // Waits for the only child, which tells and ends.
+    State ToldAndEnded() const
+    {
+        EXPECT_EQ(Ended(), 0);
+        return State(Content(ReportPath()));
+    }
+
+    // What the body returns in a process of its own, which it may change as it likes; the value is
+    // 99 when the process ends by itself.
+    static Result InProcess(const std::function<long()> &body)
+    {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        const int high = fcntl(ends[1], F_DUPFD_CLOEXEC, 10); // it may close the first three
+        Listening listening;
+        const pid_t child = fork();
+        if (child == 0) {
+            close(ends[0]);
+            close(ends[1]);
+            long outcome[2] = {body(), errno};
+            const bool isSent = write(high, outcome, sizeof outcome) == sizeof outcome;
+            _exit(isSent ? 0 : 2);
+        }
+        close(ends[1]);
+        close(high);
+        long outcome[2] = {99, 0};
+        const ssize_t size = read(ends[0], outcome, sizeof outcome);
+        EXPECT_TRUE(size == 0 || size == sizeof outcome);
+        close(ends[0]);
+        EXPECT_EQ(Ended(child), 0);
+        return {outcome[0], static_cast<int>(outcome[1]), listening.Heard()};
+    }
+
+    TemporaryFolder mFolder;
+
+private:
+    std::vector<int> mDescriptors;
+};
+
+#endif // PELAGO_TESTS_MISC_STARTEDPROGRAMS_H

@@ -1,0 +1,104 @@
+// tellState.cpp -- a program that is started to tell what it finds itself in.  Writes "name value"
+// for each finding, with a NUL behind it, to the file that TELL_STATE in the environment names; the
+// file appears under that name when it is whole.  With TELL_STAY it then stays until it is killed,
+// or half a minute.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr unsigned STAY_SECONDS = 30;
+
+std::string sReport;
+
+void Tell(const std::string &name, const std::string &value)
+{
+    sReport += name + " " + value + '\0';
+}
+
+const char *Access(int fd)
+{
+    switch (fcntl(fd, F_GETFL) & O_ACCMODE) {
+    case O_RDONLY: return "r";
+    case O_WRONLY: return "w";
+    default: return "rw";
+    }
+}
+
+// "fd 3 w /tmp/x" for each open one.
+void TellDescriptors()
+{
+    DIR *folder = opendir("/proc/self/fd");
+    while (const dirent *entry = readdir(folder)) {
+        const int fd = atoi(entry->d_name);
+        if (entry->d_name[0] == '.' || fd == dirfd(folder)) { continue; }
+        char target[4096] = {};
+        if (readlinkat(dirfd(folder), entry->d_name, target, sizeof target - 1) < 0) { abort(); }
+        Tell("fd", std::string(entry->d_name) + " " + Access(fd) + " " + target);
+    }
+    closedir(folder);
+}
+
+void TellSignals()
+{
+    FILE *status = fopen("/proc/self/status", "r");
+    char line[256];
+    while (fgets(line, sizeof line, status) != nullptr) {
+        line[strcspn(line, "\n")] = '\0';
+        if (strncmp(line, "SigIgn:\t", 8) == 0) { Tell("ignored", line + 8); }
+        if (strncmp(line, "SigBlk:\t", 8) == 0) { Tell("blocked", line + 8); }
+    }
+    fclose(status);
+}
+
+void TellTimers()
+{
+    for (const int timer : {ITIMER_REAL, ITIMER_VIRTUAL, ITIMER_PROF}) {
+        itimerval value;
+        if (getitimer(timer, &value) != 0) { abort(); }
+        if (timerisset(&value.it_value) || timerisset(&value.it_interval)) {
+            Tell("timer", std::to_string(timer));
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    TellDescriptors(); // before anything is opened that stays
+    TellSignals();
+    TellTimers();
+    for (int i = 0; i < argc; i++) {
+        Tell("argument", argv[i]);
+    }
+    char folder[4096];
+    Tell("cwd", getcwd(folder, sizeof folder));
+    Tell("pid", std::to_string(getpid()));
+    Tell("session", std::to_string(getsid(0)));
+    const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC);
+    Tell("terminal", terminal == -1 ? "none" : "there");
+    if (terminal != -1) { close(terminal); }
+    rlimit limit;
+    if (getrlimit(RLIMIT_AS, &limit) != 0) { abort(); }
+    Tell("addressSpace", std::to_string(limit.rlim_cur) + " " + std::to_string(limit.rlim_max));
+
+    const std::string path = getenv("TELL_STATE"), unfinished = path + ".unfinished";
+    FILE *file = fopen(unfinished.c_str(), "w");
+    if (file == nullptr || fwrite(sReport.data(), 1, sReport.size(), file) != sReport.size() ||
+        fclose(file) != 0 || rename(unfinished.c_str(), path.c_str()) != 0) {
+        return 1;
+    }
+    if (getenv("TELL_STAY") != nullptr) {
+        alarm(STAY_SECONDS);
+        pause();
+    }
+    return 0;
+}

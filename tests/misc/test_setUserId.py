@@ -1,0 +1,36 @@
+"""Whose home a "~" is in a set-user-ID program, on a machine of its own."""
+
+import os
+import pwd
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+CALLER = pwd.getpwnam("nobody")
+
+
+class SetUserId(unittest.TestCase):
+    def expand(self, text, mode):
+        with tempfile.TemporaryDirectory() as folder:
+            os.chmod(folder, 0o755)
+            program = shutil.copy(os.environ["EXPAND_ONCE"], folder)
+            os.chmod(program, mode)
+            done = subprocess.run([program, text], user=CALLER.pw_uid, group=CALLER.pw_gid, extra_groups=[],
+                                  capture_output=True, text=True,
+                                  env=os.environ | {"CFFIXED_USER_HOME": "/fixed", "HOME": "/u"})
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+            return done.stdout
+
+    def test_the_caller_fixes_the_home_of_an_ordinary_program(self):
+        self.assertEqual(self.expand("~/x", 0o755), "/fixed/x\n")
+
+    def test_the_caller_does_not_fix_the_home_of_a_set_user_id_program(self):
+        self.assertEqual(self.expand("~/x", 0o4755), CALLER.pw_dir + "/x\n")
+
+    def test_the_caller_does_not_fix_the_home_of_a_set_group_id_program(self):
+        self.assertEqual(self.expand("~/x", 0o2755), CALLER.pw_dir + "/x\n")
+
+
+if __name__ == "__main__":
+    unittest.main()
