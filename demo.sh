@@ -135,7 +135,7 @@ case ${1-} in
         tools/setup.sh
         mkdir -p build
         printf 'building ...\n'
-        { cmake --preset release && cmake --build --preset release; } >build/demo.log 2>&1 ||
+        { cmake --preset release && cmake --build --preset release --target pelago_bundle shareWhile; } >build/demo.log 2>&1 ||
             { cat build/demo.log >&2; exit 1; }
         if [ "$(id -u)" -eq 0 ]; then
             exec tools/sandbox.sh "$project/demo.sh" --session

@@ -7,6 +7,12 @@ endif()
 
 # Where the product's bundle is put together in the build tree.
 set(PELAGO_BUNDLE ${PROJECT_BINARY_DIR}/Pelago.app)
+# Where it is installed, from the prefix.
+if(PELAGO_HOST STREQUAL macos)
+    set(PELAGO_BUNDLE_PLACE .)
+else()
+    set(PELAGO_BUNDLE_PLACE lib/pelago)
+endif()
 
 # pelago_lean_executable(TARGET) links a program that starts as fast as it can: nothing that it does
 # not call, and no C++ runtime to load.  A sanitizer brings a runtime of its own.

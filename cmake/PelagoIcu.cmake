@@ -1,6 +1,7 @@
 # pelago::icu -- ICU's common library.
 add_library(pelago_icu INTERFACE)
 add_library(pelago::icu ALIAS pelago_icu)
+set_target_properties(pelago_icu PROPERTIES EXPORT_NAME icu)
 
 if(PELAGO_HOST STREQUAL linux)
     # Linked statically: the tool is started for every share, and loading ICU's 33 MB of shared
@@ -10,8 +11,9 @@ if(PELAGO_HOST STREQUAL linux)
     find_library(ICU_DATA libicudata.a REQUIRED)
     find_program(ICUPKG icupkg HINTS /usr/sbin REQUIRED)
     find_package(Threads REQUIRED)
-    target_include_directories(pelago_icu SYSTEM INTERFACE ${ICU_INCLUDE_DIR})
-    target_link_libraries(pelago_icu INTERFACE ${ICU_UC} ${ICU_DATA} Threads::Threads ${CMAKE_DL_LIBS})
+    target_include_directories(pelago_icu SYSTEM INTERFACE $<BUILD_INTERFACE:${ICU_INCLUDE_DIR}>)
+    target_link_libraries(pelago_icu INTERFACE "$<BUILD_INTERFACE:${ICU_UC};${ICU_DATA}>" $<INSTALL_INTERFACE:ICU::uc>
+                          Threads::Threads ${CMAKE_DL_LIBS})
 else()
     # ICU 4.4, which the bundle carries: ICU opens a data file by its full path only when the file's
     # name holds the library's own version, so icudt44l.dat wants the names that end in _44.  The
@@ -24,12 +26,13 @@ else()
     # Nothing but these headers: what else lies beside them is for another host.
     file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/icu)
     file(CREATE_LINK ${PELAGO_ICU_HEADERS} ${PROJECT_BINARY_DIR}/icu/unicode SYMBOLIC)
-    target_include_directories(pelago_icu SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/icu)
+    target_include_directories(pelago_icu SYSTEM INTERFACE $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/icu>)
     target_compile_options(pelago_icu INTERFACE "-DU_ICU_ENTRY_POINT_RENAME(x)=x##_44")
     if(PELAGO_ICU44)
-        target_link_libraries(pelago_icu INTERFACE ${PELAGO_ICU44}/libicuuc.44.dylib)
+        target_link_libraries(pelago_icu INTERFACE $<BUILD_INTERFACE:${PELAGO_ICU44}/libicuuc.44.dylib>)
     elseif(PELAGO_CROSS)
-        target_link_libraries(pelago_icu INTERFACE ${PROJECT_SOURCE_DIR}/platform/macos/stubs/lib/libicuuc.44.tbd)
+        target_link_libraries(pelago_icu INTERFACE
+            $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/platform/macos/stubs/lib/libicuuc.44.tbd>)
     else()
         message(FATAL_ERROR "The bundle carries ICU 4.4: set PELAGO_ICU44")
     endif()

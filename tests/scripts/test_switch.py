@@ -316,19 +316,24 @@ class Switch(unittest.TestCase):
 
 class Unit(unittest.TestCase):
 
-    def test_is_a_service_that_stays(self):
-        units = [name for name in os.listdir(SOURCE) if not name.endswith('.sh')]
-        self.assertEqual(units, ['pelago-smb-switch.service'], 'a path unit would lose changes')
-        text = sambahost.read(SOURCE + '/' + units[0]).decode().splitlines()
-        for line in ('Type=simple', 'Restart=always', 'ExecStart=%s/smbSwitch.sh' % SWITCH):
-            self.assertIn(line, text)
+    def setUp(self):
+        self.unit = os.environ['PELAGO_UNIT']
+        self.lines = sambahost.read(self.unit).decode().splitlines()
 
-    def test_satisfies_systemd(self):
+    def test_is_a_service_that_stays(self):
+        self.assertEqual([name for name in os.listdir(SOURCE) if not name.endswith('.sh')],
+                         ['pelago-smb-switch.service.in'], 'a path unit would lose changes')
+        for line in ('Type=simple', 'Restart=always'):
+            self.assertIn(line, self.lines)
+
+    def test_starts_the_switch_where_it_is_installed_and_satisfies_systemd(self):
+        program = [line.removeprefix('ExecStart=') for line in self.lines
+                   if line.startswith('ExecStart=')]
+        self.assertEqual(len(program), 1)
+        self.assertRegex(program[0], '^/.+/Pelago.app/Contents/Library/switch/smbSwitch.sh$')
         sambahost.set_up()
-        shutil.copytree(SOURCE, SWITCH, dirs_exist_ok=True)
-        output = command('systemd-analyze', 'verify', '--man=no',
-                         SOURCE + '/pelago-smb-switch.service')
-        self.assertEqual(output, '')
+        shutil.copytree(SOURCE, os.path.dirname(program[0]), dirs_exist_ok=True)
+        self.assertEqual(command('systemd-analyze', 'verify', '--man=no', self.unit), '')
 
 
 if __name__ == '__main__':

@@ -1,0 +1,71 @@
+"""doxygenFilter.py HEADER -- prints a public header with its comments in the form that Doxygen reads.
+
+The headers have plain C comments.  The first one is about the file; one behind code is about what
+stands before it; one that begins with "----" or that a blank line follows is about all that comes up
+to the next such one; any other is about the declaration below it.  Indented lines are examples, and
+stay as they are.  Every line keeps its number.
+"""
+
+import re
+import sys
+from pathlib import Path
+
+COMMENT = re.compile(r"/\*.*?\*/", re.S)
+END_OF_SECTION = "/** @} */ "
+
+
+def quoted(line):
+    """The line with nothing in it that Doxygen would take for a command or a link."""
+    return re.sub(r"([\\@&$#<>%\"])", r"\\\1", line)
+
+
+def marked_up(text):
+    lines, in_example = [], False
+    for line in text.split("\n"):
+        is_example = line.startswith("   ")
+        if is_example != in_example:
+            if in_example:
+                lines[-1] += "@endverbatim"
+            else:
+                line = "@verbatim" + line
+        lines.append(line if is_example else quoted(line))
+        in_example = is_example
+    return "\n".join(lines) + ("@endverbatim" if in_example else "")
+
+
+class Header:
+    def __init__(self, source):
+        self.source = source
+        self.in_section = False
+
+    def section(self, text):
+        text = text.strip().removeprefix("---- ")
+        title = re.match(r"[^.,;\n]*", text)[0]
+        about = "" if text == title else marked_up(text)
+        end = END_OF_SECTION if self.in_section else ""
+        self.in_section = True
+        return f"{end}/** @name {title}\n{about} */ /** @{{ */"
+
+    def converted(self, comment):
+        before = self.source[self.source.rfind("\n", 0, comment.start()) + 1:comment.start()]
+        text = re.sub(r"\n *\*(?: |$|(?=\n))", "\n", comment[0][2:-2])
+        if comment.start() == 0:
+            name, _, about = text.strip().partition(" -- ")
+            return f"/** @file {name}\n{marked_up(about)}\n*/"
+        if before.startswith("#endif") or before.isspace():
+            return comment[0]  # for readers of the source
+        if before:
+            return f"/**< {quoted(text.strip())} */"
+        if text.lstrip().startswith("----") or self.source.startswith("\n\n", comment.end()):
+            return self.section(text)
+        return f"/**{marked_up(text)}*/"
+
+    def filtered(self):
+        result = COMMENT.sub(self.converted, self.source)
+        if not self.in_section:
+            return result
+        body, mark, end = result.rpartition("#ifdef __cplusplus\n}")
+        return body.removesuffix("\n") + END_OF_SECTION + "\n" + mark + end
+
+
+sys.stdout.write(Header(Path(sys.argv[1]).read_text()).filtered())

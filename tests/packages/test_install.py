@@ -1,0 +1,85 @@
+"""The library installed into an empty folder, and a program outside the tree built on it."""
+
+import getpass
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = os.environ["PELAGO_BUILD"]
+
+
+def run(*command, **options):
+    return subprocess.run(command, capture_output=True, text=True, **options)
+
+
+class Installed(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = Path(tempfile.mkdtemp()).resolve()
+        cls.addClassCleanup(shutil.rmtree, cls.folder)
+        cls.prefix = cls.folder / "prefix"
+        done = run("cmake", "--install", BUILD, "--prefix", cls.prefix)
+        assert done.returncode == 0, done.stdout + done.stderr
+        cls.outside = cls.folder / "outside"
+        shutil.copytree(ROOT / "examples/outside", cls.outside / "greet")
+        shutil.copy(ROOT / "examples/greet.cpp", cls.outside)
+
+    def must(self, *command, **options):
+        done = run(*command, **options)
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        return done.stdout
+
+    def assertGreets(self, program):
+        self.assertEqual(self.must(program, cwd=self.folder),
+                         f"Grüß Gott, {getpass.getuser()}! This is {self.folder}.\n")
+
+    def test_a_program_is_built_with_cmake(self):
+        build = self.folder / "with cmake"
+        self.must("cmake", "-S", self.outside / "greet", "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}",
+                  "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror")
+        self.must("cmake", "--build", build)
+        self.assertGreets(build / "greet")
+
+    def test_a_program_is_built_with_pkg_config(self):
+        found, = self.prefix.rglob("pelago-foundation.pc")
+        self.must("make", "-C", self.outside / "greet", "CXXFLAGS=-Wall -Wextra -Werror",
+                  f"PKG_CONFIG_PATH={found.parent}")
+        self.assertGreets(self.outside / "greet/greet")
+
+    def test_a_newer_or_an_incompatible_version_is_not_found(self):
+        for wanted, outcome in (("0.1", 0), ("0.2", 1), ("1.0", 1)):
+            project = self.folder / f"wants {wanted}"
+            project.mkdir()
+            (project / "CMakeLists.txt").write_text(
+                f"cmake_minimum_required(VERSION 3.25)\nproject(x CXX)\nfind_package(pelago {wanted} REQUIRED)\n")
+            done = run("cmake", "-S", project, "-B", project / "build", f"-DCMAKE_PREFIX_PATH={self.prefix}")
+            self.assertEqual(done.returncode, outcome, done.stderr)
+
+    def test_nothing_of_the_source_or_build_tree_is_in_it(self):
+        for path in self.prefix.rglob("*"):
+            if path.suffix in (".h", ".cmake", ".pc", ".service", ".sh"):
+                for tree in (str(ROOT), BUILD):
+                    self.assertNotIn(tree, path.read_text(), path)
+
+    def test_the_tool_finds_its_bundle_through_the_link(self):
+        tool = self.prefix / "sbin/pelagoShareTool"
+        self.assertTrue(tool.is_symlink())
+        done = run(tool)
+        self.assertEqual((done.returncode, done.stdout[:16]), (2, "2 - usage error."))
+
+    def test_the_readme_shows_that_program(self):
+        self.assertIn("```cpp\n" + (ROOT / "examples/greet.cpp").read_text() + "```\n", (ROOT / "README.md").read_text())
+
+    def test_every_public_header_and_both_manual_pages_are_there(self):
+        headers = {path.name for path in (self.prefix / "include/pelago").iterdir()}
+        self.assertEqual(headers, {path.name for path in (ROOT / "lib/public").glob("*.h")})
+        for page in ("man8/pelagoShareTool.8", "man3/pelago-foundation.3"):
+            self.assertTrue((self.prefix / "share/man" / page).is_file(), page)
+
+
+if __name__ == "__main__":
+    unittest.main()
