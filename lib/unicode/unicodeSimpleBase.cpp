@@ -140,6 +140,16 @@ uint16_t *UnicodeWriteUtf16(uint16_t *out, uint32_t value)
     return out;
 }
 
+// A terminated copy, or NULL without memory.
+char *UnicodeCopy(const char *bytes, size_t length)
+{
+    char *copy = static_cast<char *>(malloc(length + 1));
+    if (copy == nullptr) { return nullptr; }
+    memcpy(copy, bytes, length);
+    copy[length] = '\0';
+    return copy;
+}
+
 } // namespace
 
 // ---- Strings from bytes
@@ -151,6 +161,10 @@ Unicode UnicodeAllocInternal(const void *buffer, size_t length, StringEncoding e
     const char *bytes = static_cast<const char *>(buffer);
     char *string = nullptr;
     if (!strict) {
+        // What most text is: there is nothing to convert.
+        if (encoding == STRING_ENCODING_UTF_8 && CodeSet_IsValidUtf8(bytes, length)) {
+            return UnicodeCopy(bytes, length);
+        }
         return CodeSet_GenericToGeneric(Unicode_EncodingEnumToName(encoding), bytes, length, UTF8,
                                         CODESET_INVALID_SUBSTITUTE, &string, nullptr)
                    ? string

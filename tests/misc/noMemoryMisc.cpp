@@ -618,8 +618,7 @@ Ending OwnPathUnconverted()
     return Panics(begin + OwnPath() + end, begin + "(couldn't escape bytes)" + end);
 }
 
-RUNS_OUT_WHEN(Location_Get, FromItsOwnPath, PANICS, PANICS, OwnPathUnconverted(),
-              OwnPathUnconverted(), FAILS)
+RUNS_OUT_WHEN(Location_Get, FromItsOwnPath, PANICS, PANICS, OwnPathUnconverted(), FAILS)
 {
     Unicode_GetCurrentEncoding(); // both are kept once they have been looked up
     UnicodeIANALookup("UTF-8");

@@ -14,8 +14,7 @@ namespace {
 const passwd ROOT = *getpwuid(0);
 const group ROOTS = *getgrgid(0);
 
-// A name that is spelt in UTF-8, and then texts that are converted from it.  Short ones take a
-// block in which they are put together, and another one of their size.
+// A name that is spelt in UTF-8, and then texts that are converted from it.
 std::vector<Ending> Named() { return {PANICS}; }
 std::vector<Ending> Converting(const std::vector<const char *> &texts)
 {
@@ -23,8 +22,7 @@ std::vector<Ending> Converting(const std::vector<const char *> &texts)
                       end = "] from UTF-8 to Unicode.\n";
     std::vector<Ending> endings;
     for (const char *text : texts) {
-        endings.insert(endings.end(), 2,
-                       Panics(begin + text + end, begin + "(couldn't escape bytes)" + end));
+        endings.push_back(Panics(begin + text + end, begin + "(couldn't escape bytes)" + end));
     }
     return endings;
 }
