@@ -11,7 +11,8 @@ namespace {
 
 [[noreturn]] void BecomeScript(const char *const argv[])
 {
-    dup2(STDERR_FILENO, STDOUT_FILENO);
+    // A script that kept our standard output would write into the caller's protocol.
+    while (dup2(STDERR_FILENO, STDOUT_FILENO) == -1 && errno == EINTR) {}
     execv(argv[0], const_cast<char *const *>(argv)); // execv takes its vector as it is
     fprintf(stderr, "execv() failed with error %d\n", errno);
     // Not _exit(): what the tool had not flushed yet is shown on standard error, too.

@@ -1,4 +1,4 @@
-"""The tool killed at each of its system calls, and system calls that fail under it."""
+"""System calls that fail under the tool, and what it says of each, word for word."""
 
 import plistlib
 import subprocess
@@ -8,52 +8,8 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
 import straced  # noqa: E402
-from toolhost import (ARGUMENTS, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPTS, SHARED, SHARING,  # noqa: E402
-                      WAITING, ToolCase)
-
-QUIET = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
-
-
-class Killed(ToolCase):
-    def setUp(self):
-        super().setUp()
-        for name in SCRIPTS:  # what they see is not the question here
-            (self.tool.parent / f"{name}.sh").write_text("#!/bin/sh\nexit 0\n")
-
-    def test_at_every_system_call(self):
-        for before in (None, ["print"], ["disk"]):
-            with self.subTest(before):
-                self.sweep(before)
-
-    def sweep(self, before):
-        self.write_prefs(before)
-        old = self.prefs()
-        on = old | {"EnabledServices": [*(before or []), "disk"]} if before != ["disk"] else old
-        off = old | {"EnabledServices": before or []}
-        points = straced.points([self.tool, *ARGUMENTS], **QUIET)
-        self.assertEqual(self.prefs(), off)
-        commit = {"fsync", "rename", "flock"}
-        self.assertGreater(len(points), 80)
-        self.assertEqual(commit & {name for name, _ in points}, commit if before != ["disk"] else {"flock"})
-        seen = []
-        for point in points:
-            for path in PREFS.parent.iterdir():
-                path.unlink()
-            self.write_prefs(before)
-            self.assertTrue(straced.killed_at(point, [self.tool, *ARGUMENTS], **QUIET), point)
-            found = plistlib.loads(PREFS.read_bytes())  # torn, this would not load
-            self.assertIn(found, (old, on, off), point)
-            seen.append(found)
-            # The next run copes with whatever lies around, and when it writes it clears it away.
-            self.assertRun(self.run_tool()[::2], SHARED + DELETED, 0)
-            self.assertEqual(self.prefs(), off if found in (old, off) else on, point)
-            if found != on:
-                self.assertEqual([path.name for path in PREFS.parent.iterdir()], [PREFS.name], point)
-        for state in (old, on, off):
-            self.assertIn(state, seen, "the sweep has passed every state")
-
-    def assertRun(self, outcome, out, status):
-        self.assertEqual(outcome, (out, status))
+from toolhost import (ARGUMENTS, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPTS, SHARED, SHARES, SHARING,  # noqa: E402
+                      STATE, WAITING, ToolCase)
 
 
 class Failing(ToolCase):
@@ -77,6 +33,15 @@ class Failing(ToolCase):
         self.script_does("addshare", "exit 3")
         self.assertRun(self.failing("wait4", 2, "EINTR"), "3 is the sharing result (0=ok). Exiting.\n",
                        ENABLING + SHARING + DISABLING, 3)
+
+    def test_an_interrupted_change_of_streams_keeps_the_scripts_out_of_the_protocol(self):
+        for name in SCRIPTS:  # which change no streams of their own
+            (SHARES / f"{name}.sh").write_text("#!/bin/sh\necho noise\n")
+        said = STATE / "said"  # the children's calls that use it are theirs, before they are scripts
+        with said.open("w") as err:
+            done = straced.failing_at("dup2", 1, "EINTR", [self.tool, *ARGUMENTS], "-f", "-P", said, text=True,
+                                      stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=err)
+        self.assertRun((done.stdout, said.read_text().count("noise\n"), done.returncode), SHARED + DELETED, 4, 0)
 
     def test_no_lock(self):
         PREFS.with_name(f"{PREFS.name}-lock").mkdir()  # which cannot be opened as a file

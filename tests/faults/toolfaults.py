@@ -1,0 +1,513 @@
+"""Every fault at every place of the tool, one at a time, and what became of it.
+
+A run of the tool on each way through it is recorded.  Then, in turn, each system call of that run fails
+with each error that it can give, or the tool is killed in it, or, where bytes are moved, moves only
+one; and each allocation is refused, alone and with all after it.  The preferences are real, the scripts
+only note that they were called.  After each run the preferences must be whole, standard output and exit
+status among those that README.md tells of, and true; nothing may hang or be left; and the next run must
+succeed.  Whatever is not so is unexplained, and told with its PLACE.
+
+SAMPLE=N takes every N-th fault only and the few of a rare kind, PLACE=PLACE one, and shows it.  Needs
+PELAGO_TOOL, SHORT_TRANSFER and REFUSE_ALLOCATION: the programs.  Status 1 when anything is unexplained.
+"""
+
+import contextlib
+import os
+import plistlib
+import re
+import signal
+import subprocess
+import sys
+import threading
+import time
+from collections import Counter, defaultdict
+from dataclasses import dataclass, field, replace
+from pathlib import Path
+
+TESTS = Path(__file__).resolve().parents[1]
+sys.path[:0] = [str(TESTS / "support"), str(TESTS / "tool")]
+import straced  # noqa: E402
+from toolhost import (ARGUMENTS, DELETED, PREFS, SCRIPTS, SHARED, SHARES, STATE, ToolCase,  # noqa: E402
+                      lock_preferences)
+
+HANG_SECONDS = 10
+LOCK = PREFS.with_name(f"{PREFS.name}-lock")
+NEW = PREFS.with_name(f"{PREFS.name}-new")
+CALLED, STDERR, PROOF = STATE / "called", STATE / "stderr", STATE / "proof"
+STUB = "#!/bin/sh\necho {name} >>%s\necho noise\n{does}\nexit {status}\n" % CALLED
+
+# ---- What the tool may say
+
+USAGE = "2 - usage error. pelagoShareTool <folderPath> <shareName> <username> <pathPasswordFile\n"
+REFUSALS = {f"1 - {reason}\n" for reason in (
+    f"cannot find Samba preferences file {PREFS}.", "Failure reported by SCPreferencesCreate",
+    "Unable to lock preferences. Are you running as root?",
+    "Unable to determine Windows File Sharing capability", "Unable to enable Windows File Sharing")}
+NO_USER = "1 - failed to create user alice\n"
+NOT_SHARED = re.compile(r"([1-9]\d*) is the sharing result \(0=ok\)\. Exiting\.\n")
+REMOVED = re.compile(re.escape(SHARED) + r"(\d+) is the delete share result \(0=success, nonzero=failure\)\.\n")
+NOT_PUT_BACK = ("Unable to lock preferences to restore original state\n", "Unable to disable Windows File Sharing\n",
+                "Failed to delete user alice\n")
+
+
+def statuses_with(out):
+    """The exit statuses that may stand beside this standard output; none when it may not be."""
+    if out == USAGE:
+        return {2}
+    if out in REFUSALS or out == NO_USER:
+        return {1}
+    if match := NOT_SHARED.fullmatch(out) or REMOVED.fullmatch(out):
+        return {int(match[1]), 1}
+    return set()
+
+
+def may_have_been_called(names):
+    """In this order, and nothing without what it undoes or stands on; any of them may not have started."""
+    in_order = [name for name in SCRIPTS if name in names] == names
+    return in_order and (not names or names[0] == "adduser") and ("rmshare" not in names or "addshare" in names)
+
+
+# ---- Ways through the tool
+
+@dataclass
+class Way:
+    name: str
+    services: list | None = field(default_factory=lambda: ["print"])  # None: there is no such key
+    statuses: dict = field(default_factory=dict)  # of scripts that fail
+    arguments: tuple = ARGUMENTS
+    data: bytes = b""
+    has_prefs: bool = True
+    is_locked: bool = False  # by another, until the tool waits for it
+    is_written: bool = False  # by another, while the share is there, so that the tool reads the file again
+
+
+WAYS = (
+    Way("off"),
+    Way("absent", services=None),
+    Way("on", services=["disk", "print"]),
+    Way("line", data=b"enough\n"),
+    Way("locked", is_locked=True),
+    Way("written", is_written=True),
+    Way("noUser", statuses={"adduser": 4}),
+    Way("noShare", statuses={"addshare": 3}),
+    Way("shareStays", statuses={"rmshare": 5}),
+    Way("userStays", statuses={"rmuser": 6}),
+    Way("noUserOn", services=["disk"], statuses={"adduser": 4}),
+    Way("usage", arguments=ARGUMENTS[:3]),
+    Way("noPrefs", services=None, has_prefs=False),
+    Way("noArray", services="disk"),
+)
+FIRST_OF_MAIN = ("fcntl", 1)  # before it the program is being loaded, on every way alike
+
+
+@dataclass
+class Run:
+    out: str
+    err: str
+    status: int
+    services: object
+    called: list
+    left: list  # files beside the preferences
+
+    def same_as(self, other):
+        return replace(self, err="", left=[]) == replace(other, err="", left=[])
+
+
+class Unexplained(Exception):
+    pass
+
+
+def claim(condition, what):
+    if not condition:
+        raise Unexplained(what)
+
+
+def with_disk(services):
+    services = services or []
+    return services if "disk" in services else [*services, "disk"]
+
+
+@contextlib.contextmanager
+def locked_until_somebody_waits():
+    """The preferences' lock in another's hands, who gives it back, as the tool would, when the tool waits."""
+    lock, over = lock_preferences(), threading.Event()
+    node = f":{os.fstat(lock.fileno()).st_ino} "
+
+    def hold():
+        while not over.is_set() and not any("->" in line and node in line for line in Path("/proc/locks").open()):
+            time.sleep(0.001)
+        with contextlib.suppress(FileNotFoundError):
+            LOCK.unlink()
+        lock.close()
+    holder = threading.Thread(target=hold)
+    holder.start()
+    try:
+        yield
+    finally:
+        over.set()
+        holder.join()
+
+
+def processes():
+    return {name for name in os.listdir("/proc") if name.isdigit()}
+
+
+class Host(ToolCase):
+    """The bundle and its preferences; runs the tool, and tells what it has done."""
+
+    def __init__(self):
+        super().__init__()
+        self.setUp()
+        self.processes = processes()
+
+    def prepare(self, way):
+        for path in (*PREFS.parent.iterdir(), CALLED, PROOF):
+            path.unlink(missing_ok=True)
+        if way.has_prefs:
+            self.write_prefs(way.services)
+        self.write_scripts(way)
+
+    @staticmethod
+    def write_scripts(way):
+        for name in SCRIPTS:
+            does = f"touch {PREFS}" if way.is_written and name == "addshare" else ""
+            text = STUB.format(name=name, does=does, status=way.statuses.get(name, 0))
+            (SHARES / f"{name}.sh").write_text(text)
+
+    def run_way(self, way, before=(), env=None):
+        """One run on the way, with before as its command's beginning."""
+        CALLED.unlink(missing_ok=True)
+        with (locked_until_somebody_waits() if way.is_locked else contextlib.nullcontext()), STDERR.open("w") as err:
+            tool = subprocess.Popen([*before, self.tool, *way.arguments], env=os.environ | (env or {}), stderr=err,
+                                    stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True)
+            try:
+                out = tool.communicate(way.data, timeout=HANG_SECONDS)[0].decode()
+            except subprocess.TimeoutExpired:
+                os.killpg(tool.pid, signal.SIGKILL)
+                tool.communicate()
+                raise Unexplained("it hangs")
+            self.wait_for_the_children()
+        return Run(out, STDERR.read_text(errors="replace"), tool.returncode, *self.found(way))
+
+    def wait_for_the_children(self):
+        """Those of a tool that was killed may end after it."""
+        deadline = time.monotonic() + HANG_SECONDS
+        while left := processes() - self.processes:
+            claim(time.monotonic() < deadline, f"processes are left: {left}")
+            time.sleep(0.001)
+
+    def found(self, way):
+        left = sorted(path.name for path in PREFS.parent.iterdir() if path != PREFS)
+        called = CALLED.read_text().split() if CALLED.exists() else []
+        if not PREFS.exists():
+            claim(not way.has_prefs, "the preferences are gone")
+            return None, called, left
+        try:
+            content = plistlib.loads(PREFS.read_bytes())
+        except Exception as error:
+            raise Unexplained(f"the preferences are torn: {error}")
+        services = content.pop("EnabledServices", None)
+        claim(content == self.OTHER_KEYS, "another key of the preferences is changed")
+        claim(PREFS.stat().st_mode & 0o7777 == 0o644, "the preferences have other rights")
+        return services, called, left
+
+    def claim_the_next_succeeds(self, found):
+        """A run without faults, on whatever the last one left."""
+        way = Way("next", services=found)
+        self.write_scripts(way)
+        if not PREFS.exists() or not isinstance(found, list | None):
+            self.write_prefs()
+            found = None
+        run = self.run_way(way)
+        on = found is not None and "disk" in found
+        claim((run.out, run.status, run.called) == (SHARED + DELETED, 0, list(SCRIPTS)),
+              f"the next run fails: {run.status}, {run.out!r}, {run.err!r}")
+        claim(run.services == (found if on else found or []), f"the next run leaves {run.services}")
+        claim(not run.left or on, f"the next run does not clear away {run.left}")
+
+
+# ---- Faults
+
+class Fault:
+    """One thing that goes wrong in one run; name is its place's."""
+
+    KIND = ""
+    before = ()  # what the command begins with
+    env = None
+
+    def happened(self, run):
+        """The proof."""
+        raise NotImplementedError
+
+    def judge(self, way, plain, run):
+        """Returns the class of an outcome that is explained; fails on any other."""
+        return judge_failure(self, way, plain, run)
+
+    # What a failure may have left, and what must not even show.
+    may_leave = frozenset()
+    must_not_show = False
+    is_before_main = False
+    is_rare = False  # there are few, and a sample has those of the first way
+
+
+class Error(Fault):
+    KIND = "calls that failed"
+
+    def __init__(self, point, error, is_before_main):
+        self.name = f"{point.name}/{point.ordinal}/{error}"
+        self.before = straced.injecting(point.name, f"error={error}:when={point.ordinal}")
+        self.is_before_main = is_before_main
+        self.is_rare = error == "EINTR" and not is_before_main
+        self.loses_a_line = point.line.startswith("write(1,")
+        on_stream = point.line.startswith(("write(2,", "read(0,"))
+        # Streams are the C library's, which does not try again; but then nothing interrupts them here.
+        self.must_not_show = on_stream or error == "EINTR" and not (self.loses_a_line or is_before_main)
+        if point.name in ("flock", "newfstatat"):
+            self.may_leave = frozenset({LOCK.name})  # it could be another's by now
+        if point.name == "unlink":
+            self.may_leave = frozenset({LOCK.name, NEW.name})
+
+    def happened(self, run):
+        return straced.was_injected()
+
+    def judge(self, way, plain, run):
+        return judge_lost_line(plain, run) if self.loses_a_line else super().judge(way, plain, run)
+
+
+class ChildError(Fault):
+    """In a child, before it is the script: the call is told from others by a path that it names or uses."""
+
+    KIND = "calls that failed"
+    is_rare = True
+
+    def __init__(self, call, path, error):
+        self.name = f"{call}/{Path(path).stem}/{error}"
+        self.before = straced.injecting(call, f"error={error}:when=1", "-f", "-P", str(path))
+        self.must_not_show = error == "EINTR"
+
+    def happened(self, run):
+        return straced.was_injected()
+
+
+class Short(Fault):
+    KIND = "short transfers"
+    must_not_show = is_rare = True
+    NEVER_REACHED = 125
+
+    def __init__(self, point):
+        self.name = f"{point.name}/{point.ordinal}/SHORT"
+        self.before = (os.environ["SHORT_TRANSFER"], point.name, str(point.ordinal))
+
+    def happened(self, run):
+        return run.status != self.NEVER_REACHED
+
+
+class Refusal(Fault):
+    KIND = "allocations refused"
+
+    def __init__(self, at):
+        self.name = f"allocation/{at}"
+        self.env = {"LD_PRELOAD": os.environ["REFUSE_ALLOCATION"], "REFUSE_AT": at, "REFUSE_PROOF": str(PROOF)}
+
+    def happened(self, run):
+        return PROOF.exists()
+
+    def judge(self, way, plain, run):
+        if run.status >= 0:
+            return super().judge(way, plain, run)
+        # Neither can say that it has no memory: libplist does not look, and a constant is never NULL.
+        if "libplist" in PROOF.read_text():
+            return judge_death(way, plain, run, "ended inside libplist")
+        claim(re.search("Core Foundation: .*: out of memory\n$", run.err), "it crashed")
+        return judge_death(way, plain, run, "ended by Core Foundation")
+
+
+class Kill(Fault):
+    KIND = "kills"
+
+    def __init__(self, point, is_before_main):
+        self.name = f"{point.name}/{point.ordinal}/KILL"
+        self.before = straced.injecting(point.name, f"signal=KILL:when={point.ordinal}")
+        self.is_before_main = is_before_main
+
+    def happened(self, run):
+        return run.status == -signal.SIGKILL
+
+    def judge(self, way, plain, run):
+        if self.is_before_main:
+            claim((run.out, run.called, run.services) == ("", [], way.services), "something was done")
+            return "killed before its own code"
+        return judge_death(way, plain, run, "killed")
+
+
+def judge_lost_line(plain, run):
+    """A caller who died takes nothing but his own line with him."""
+    lines = plain.out.splitlines(keepends=True)
+    claim(all(line in lines for line in run.out.splitlines(keepends=True)), "standard output holds something else")
+    claim(replace(run, out="").same_as(replace(plain, out="")), "more than a line is lost")
+    return "a line on standard output lost, all else done"
+
+
+def judge_death(way, plain, run, how):
+    claim(plain.out.startswith(run.out) and run.out[-1:] in ("", "\n"), "standard output holds something else")
+    claim(plain.called[:len(run.called)] == run.called, f"it called {run.called}")
+    old = way.services
+    claim(run.services in (old, with_disk(old), old or []), f"the services are {run.services}")
+    state = "old" if run.services == old else "with the service on" if "disk" in run.services else "put back"
+    return f"{how}, the preferences {state}"
+
+
+def judge_failure(fault, way, plain, run):
+    claim(may_have_been_called(run.called), f"it called {run.called}")
+    if run.same_as(plain):
+        claim(set(run.left) <= fault.may_leave, f"left behind: {run.left}")
+        return "as if nothing had happened"
+    claim(not fault.must_not_show, "it shows")
+    old = way.services
+    if fault.is_before_main and (run.status == 127 or run.status < 0):
+        claim((run.out, run.called, run.services) == ("", [], old), "something was done")
+        return "not started by the loader"
+    if "Panic: " in run.err:
+        claim(run.status == 1, "an internal error without its status")
+        claim(run.out in ("", SHARED) or statuses_with(run.out), "standard output holds something else")
+        return "internal error, told by its status"
+    claim(run.status in statuses_with(run.out), "this output with this status")
+    claim(set(run.left) <= fault.may_leave, f"left behind: {run.left}")
+    if run.out == USAGE or run.out in REFUSALS:
+        claim((run.called, run.services) == ([], old), "something was changed before it refused")
+        return "refused, nothing changed"
+
+    def lives_on(made, removed):
+        is_removed = removed in run.called and way.statuses.get(removed, 0) == 0
+        return made in run.called and way.statuses.get(made, 0) == 0 and not is_removed
+    claim(run.services in (old, with_disk(old), old or []), f"the services are {run.services}")
+    is_on = run.services == with_disk(old) != old
+    if way.is_written and is_on and (run.out, run.status, run.called) == (plain.out, 0, plain.called):
+        # The SDK answers NULL for preferences that it cannot read as for a key that is not there.
+        claim(run.err.endswith("Disabling Windows File Sharing.\nnoise\n"), "another step failed")
+        return "preferences unreadable at the end: the service stays on, and the status is 0"
+    if lives_on("addshare", "rmshare"):
+        claim(run.status != 0, "the share stays, and the status is 0")
+    if is_on or lives_on("adduser", "rmuser"):
+        claim(run.status == 1, f"something stays, and the status is {run.status}")
+        return "failed, something stays, told by its status"
+    claim(run.status != 0, "it differs, and the status is 0")
+    if REMOVED.fullmatch(run.out) and run.status == 1:
+        claim(any(text in run.err for text in NOT_PUT_BACK) or not run.out.endswith(DELETED), "no reason is told")
+    return "failed, all put back"
+
+
+# ---- The programme
+
+def record(host, way):
+    """The plain run on the way, and its calls, each with whether it is before the program's own code."""
+    host.prepare(way)
+    plain = host.run_way(way)
+    host.prepare(way)
+    traced = host.run_way(way, ["strace", "-qq", "-o", straced.LOG])
+    claim(traced.same_as(plain), "the recorded run differs")
+    points = straced.read_log()
+    first = next(i for i, point in enumerate(points) if point[:2] == FIRST_OF_MAIN)
+    return plain, [(point, i < first) for i, point in enumerate(points)]
+
+
+def count_allocations(host, way):
+    """Each is refused until there is none that could be: up to there they are counted."""
+    low, high = 1, 2
+
+    def is_there(number):
+        host.prepare(way)
+        host.run_way(way, env=Refusal(str(number)).env)
+        return PROOF.exists()
+    while is_there(high):
+        low, high = high, 2 * high
+    while high - low > 1:
+        middle = (low + high) // 2
+        low, high = (middle, high) if is_there(middle) else (low, middle)
+    return low
+
+
+def faults_of(host, way, points):
+    """All that can go wrong on the way.  Before their own code all ways are alike, so one stands for them."""
+    own = [(point, early) for point, early in points if not early or way is WAYS[0]]
+    for point, early in own:
+        yield Kill(point, early)
+        yield from (Error(point, error, early) for error in point.errors)
+        if point.name in ("read", "write") and (point.result or 0) > 1:
+            yield Short(point)
+    for name in SCRIPTS if way is WAYS[0] else ():
+        yield from (ChildError("execve", SHARES / f"{name}.sh", error) for error in straced.ERRORS["execve"])
+    if way is WAYS[0]:
+        yield from (ChildError("dup2", STDERR, error) for error in straced.ERRORS["dup2"])
+    for number in range(1, count_allocations(host, way) + 1):
+        yield Refusal(f"{number}")
+        yield Refusal(f"{number}+")
+
+
+def strike(host, way, plain, fault):
+    """One fault, and the run after it; returns the outcome's class and the run."""
+    host.prepare(way)
+    run = host.run_way(way, fault.before, fault.env)
+    claim(fault.happened(run), "it was never reached")
+    try:
+        outcome = fault.judge(way, plain, run)
+        host.claim_the_next_succeeds(run.services)
+    except Unexplained as error:
+        raise Unexplained(f"{error}; {run}")
+    return outcome, run
+
+
+class Report:
+    """What was tried, and what became of it."""
+
+    def __init__(self):
+        self.kinds, self.outcomes, self.unexplained = Counter(), defaultdict(Counter), []
+
+    def add(self, host, way, plain, fault):
+        self.kinds[fault.KIND] += 1
+        try:
+            self.outcomes[fault.KIND][strike(host, way, plain, fault)[0]] += 1
+        except Unexplained as error:
+            self.unexplained.append((f"{way.name}:{fault.name}", str(error)))
+            print(f"  UNEXPLAINED {way.name}:{fault.name}: {error}", flush=True)
+
+    def show(self):
+        print("\nTool: runs by what went wrong, and what became of them")
+        for kind, count in self.kinds.items():
+            print(f"{count:7} {kind}")
+            for outcome, number in sorted(self.outcomes[kind].items(), key=lambda item: -item[1]):
+                print(f"{number:15} {outcome}")
+        print(f"{sum(self.kinds.values()):7} in all, each with a run after it; unexplained: {len(self.unexplained)}")
+        for place, error in self.unexplained:
+            print(f"  UNEXPLAINED {error}\n    again: tools/faults.sh --place {place}")
+
+
+def main():
+    step, place = int(os.environ.get("SAMPLE", 1)), os.environ.get("PLACE", "")
+    host, report = Host(), Report()
+    if place:
+        return show_place(host, *place.split(":"))
+    for way in WAYS:
+        plain, points = record(host, way)
+        faults = list(faults_of(host, way, points))
+        claim(len(faults) > 20, f"{way.name}: no places were found")
+        chosen = [fault for i, fault in enumerate(faults) if i % step == 0 or fault.is_rare and way is WAYS[0]]
+        print(f"{way.name}: {len(points)} calls, {len(chosen)} of {len(faults)} faults", flush=True)
+        for fault in chosen:
+            report.add(host, way, plain, fault)
+    report.show()
+    return 1 if report.unexplained else 0
+
+
+def show_place(host, way, place):
+    way = next(one for one in WAYS if one.name == way)
+    plain, points = record(host, way)
+    fault = next(one for one in faults_of(host, way, points) if one.name == place)
+    print(f"undisturbed: {plain}")
+    outcome, run = strike(host, way, plain, fault)
+    print(f"disturbed:   {run}\noutcome:     {outcome}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

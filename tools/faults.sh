@@ -1,0 +1,93 @@
+#!/bin/sh
+# faults.sh [SECONDS | --place PLACE] -- everything that can go wrong, at every place, one at a time.
+#
+# Builds, and then: the tool with each of its system calls failing, killed in each, with short reads
+# and writes, and with each allocation refused; the same for a commit of the preferences, with 1,000
+# rounds of two at once; for starting a daemon; every function of the library without memory; and each
+# fuzz target for SECONDS, 20 when not set.  Ends with a summary, which is kept in build/faults.txt.
+#   --place PLACE   does what the summary names so again, and shows it
+# Needs root, for the throw-away machines that tools/sandbox.sh makes.
+# Exit status: 0 when all that happened is explained, and nothing was found.
+# shellcheck disable=SC2317 # part calls the functions by their names
+set -eu
+cd "$(dirname "$0")/.."
+
+fail() { printf 'faults.sh: %s\n' "$1" >&2; exit 1; }
+
+seconds=20 place=''
+case "$#:${1-}" in
+    0:) ;;
+    2:--place) place=$2 ;;
+    1:*[!0-9]* | 1:) fail 'usage: faults.sh [SECONDS | --place PLACE]' ;;
+    1:*) seconds=$1 ;;
+    *) fail 'usage: faults.sh [SECONDS | --place PLACE]' ;;
+esac
+tools/sandbox.sh --works || fail 'no machine of its own can be made here: that takes root and overlay mounts'
+tools/setup.sh
+
+build() {
+    mkdir -p build
+    { cmake --preset "$1" && cmake --build --preset "$1"; } >"build/$1.log" 2>&1 ||
+        { cat "build/$1.log" >&2; fail "$1 does not build"; }
+}
+
+dev=$PWD/build/dev
+export PYTHONDONTWRITEBYTECODE=1
+toolFaults() {
+    PELAGO_TOOL="$dev/Pelago.app/Contents/Library/shares/pelagoShareTool" \
+        SHORT_TRANSFER="$dev/tests/faults/shortTransfer" \
+        REFUSE_ALLOCATION="$dev/tests/faults/librefuseAllocation.so" \
+        PLACE=$place tools/sandbox.sh python3 tests/faults/toolfaults.py
+}
+
+build dev
+if [ -n "$place" ]; then
+    toolFaults
+    exit
+fi
+build fuzz
+
+# Each part goes on whatever the others have found.
+summary=$PWD/build/faults.txt log=$PWD/build/faults.log status=0
+: >"$summary"
+tell() { printf '%s\n' "$1" | tee -a "$summary"; }
+
+# part TITLE PATTERN COMMAND [ARG...]: runs the command; what matches goes into the summary.
+part() {
+    tell "== $1"
+    pattern=$2
+    shift 2
+    result=passed
+    "$@" >"$log" 2>&1 || { result=FAILED status=1; }
+    [ "$result" = passed ] || cat "$log"
+    grep -E "$pattern" "$log" | tee -a "$summary" || :
+    tell "   $result"
+}
+
+twoCommits() {
+    COMMIT_ONCE="$dev/tests/platform/commitOnce" COMMIT_ROUNDS=1000 \
+        tools/sandbox.sh python3 tests/platform/test_commit_faults.py
+}
+
+fuzz() {
+    mkdir -p "build/fuzz/fuzz/found/$1"
+    "build/fuzz/fuzz/$1_fuzz" "-max_total_time=$seconds" -timeout=10 -rss_limit_mb=4096 \
+        -print_final_stats=1 "build/fuzz/fuzz/found/$1" "fuzz/corpus/$1"
+}
+
+part 'The tool' '^( +[0-9]+ |  UNEXPLAINED|    again)' toolFaults
+part 'A commit of the preferences' '(killed|refused), |^Ran ' twoCommits
+part 'Without memory, daemons, and failures in their words' ' Test +#' \
+    ctest --preset dev -R '^(noMemory|daemonize\.faults|tool\.faults)$'
+targets=0
+for target in fuzz/*_fuzz.cpp; do
+    target=${target#fuzz/}
+    target=${target%_fuzz.cpp}
+    part "Fuzz target $target, $seconds s" '^stat::number_of_executed_units|SUMMARY:' fuzz "$target"
+    targets=$((targets + 1))
+done
+[ "$targets" -gt 0 ] || fail 'there are no fuzz targets'
+
+printf '\n'
+cat "$summary"
+exit "$status"
