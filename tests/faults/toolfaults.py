@@ -486,7 +486,7 @@ def main():
     step, place = int(os.environ.get("SAMPLE", 1)), os.environ.get("PLACE", "")
     host, report = Host(), Report()
     if place:
-        return show_place(host, *place.split(":"))
+        return show_place(host, *place.partition(":")[::2])
     for way in WAYS:
         plain, points = record(host, way)
         faults = list(faults_of(host, way, points))
@@ -500,9 +500,11 @@ def main():
 
 
 def show_place(host, way, place):
-    way = next(one for one in WAYS if one.name == way)
-    plain, points = record(host, way)
-    fault = next(one for one in faults_of(host, way, points) if one.name == place)
+    way = next((one for one in WAYS if one.name == way), None)
+    plain, points = record(host, way) if way else (None, [])
+    fault = next((one for one in faults_of(host, way, points) if one.name == place), None) if way else None
+    if fault is None:
+        sys.exit("toolfaults: there is no such place")
     print(f"undisturbed: {plain}")
     outcome, run = strike(host, way, plain, fault)
     print(f"disturbed:   {run}\noutcome:     {outcome}")

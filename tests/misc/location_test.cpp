@@ -4,6 +4,7 @@
 #include "allocations.h"
 #include "codeset.h"
 #include "hostinfo.h"
+#include "inChild.h"
 #include "posix.h"
 #include "scopedForTests.h"
 
@@ -12,8 +13,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
-#include <functional>
-#include <sys/wait.h>
 
 // The program's own path, for one test: nullptr for the real one, "" for none.
 static const char *sModulePath;
@@ -43,37 +42,6 @@ constexpr char ROOT_VARIABLE[] = "TARVEX_LOCATION_ROOT_FULLPATH";
 constexpr char LAST_USED_FOLDER[] = "/Library/Preferences/Tarvex Pelago";
 constexpr char NEVER_RUN[] = "LocationGetRoot: Unable to determine the product location. It is "
                              "likely that the product has never been run on this machine.\n";
-
-// The up-count is set for the life of a process, so each case runs in a process of its own.  What
-// the body returns and what it wrote to standard error come back together.
-struct Outcome {
-    std::string result, errors;
-};
-Outcome InChild(const std::function<std::string()> &body)
-{
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    testing::internal::CaptureStderr();
-    const pid_t child = fork();
-    if (child == 0) {
-        const std::string result = body();
-        _exit(write(ends[1], result.data(), result.size()) == static_cast<ssize_t>(result.size())
-                  ? 0
-                  : 1);
-    }
-    close(ends[1]);
-    Outcome outcome;
-    char bytes[4096];
-    for (ssize_t n; (n = read(ends[0], bytes, sizeof bytes)) > 0;) {
-        outcome.result.append(bytes, static_cast<size_t>(n));
-    }
-    close(ends[0]);
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    outcome.errors = testing::internal::GetCapturedStderr();
-    return outcome;
-}
 
 void WriteLastUsed(const std::string &content)
 {
