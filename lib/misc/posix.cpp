@@ -76,7 +76,8 @@ extern "C" int Posix_Lchown(const char *path, uid_t owner, gid_t group)
 
 extern "C" int Posix_Rename(const char *from, const char *to)
 {
-    return PosixCall(rename, HostText(from), HostText(to));
+    const HostText hostFrom(from), hostTo(to);
+    return PosixCall(rename, hostFrom, hostTo);
 }
 
 extern "C" int Posix_Unlink(const char *path) { return PosixCall(unlink, HostText(path)); }
@@ -94,12 +95,14 @@ extern "C" DIR *Posix_OpenDir(const char *path) { return PosixCall(opendir, Host
 
 extern "C" int Posix_Link(const char *from, const char *to)
 {
-    return PosixCall(link, HostText(from), HostText(to));
+    const HostText hostFrom(from), hostTo(to);
+    return PosixCall(link, hostFrom, hostTo);
 }
 
 extern "C" int Posix_Symlink(const char *target, const char *linkPath)
 {
-    return PosixCall(symlink, HostText(target), HostText(linkPath));
+    const HostText hostTarget(target), hostLinkPath(linkPath);
+    return PosixCall(symlink, hostTarget, hostLinkPath);
 }
 
 extern "C" int Posix_Mkfifo(const char *path, mode_t mode)

@@ -75,15 +75,21 @@ extern "C" int Posix_Execlp(const char *file, const char *arg0, ...)
 
 extern "C" int Posix_Execv(const char *path, char *const argv[])
 {
-    return PosixCall(execv, HostText(path), HostTextList(argv));
+    const HostText program(path);
+    const HostTextList arguments(argv);
+    return PosixCall(execv, program, arguments);
 }
 
 extern "C" int Posix_Execve(const char *path, char *const argv[], char *const envp[])
 {
-    return PosixCall(execve, HostText(path), HostTextList(argv), HostTextList(envp));
+    const HostText program(path);
+    const HostTextList arguments(argv), environment(envp);
+    return PosixCall(execve, program, arguments, environment);
 }
 
 extern "C" int Posix_Execvp(const char *file, char *const argv[])
 {
-    return PosixCall(execvp, HostText(file), HostTextList(argv));
+    const HostText program(file);
+    const HostTextList arguments(argv);
+    return PosixCall(execvp, program, arguments);
 }

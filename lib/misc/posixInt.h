@@ -68,7 +68,8 @@ inline bool PosixIsLost(const HostTextList &list) { return list.Lost(); }
 template <typename Argument> bool PosixIsLost(const Argument &) { return false; }
 
 // Makes the C library's call; its result and its errno come back unchanged.  Text that the host's
-// encoding cannot spell fails with ERANGE instead, and no call is made.
+// encoding cannot spell fails with ERANGE instead, and no call is made.  Where there are several
+// texts they are variables, since a call's arguments are made in any order.
 template <typename Call, typename... Arguments> auto PosixCall(Call call, Arguments &&...arguments)
 {
     using Result = decltype(call(arguments...));

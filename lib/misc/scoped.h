@@ -2,6 +2,7 @@
 #ifndef PELAGO_MISC_SCOPED_H
 #define PELAGO_MISC_SCOPED_H
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -9,7 +10,12 @@
 // Puts errno back, at the end of the block, to what it was at the start.
 struct ErrnoSaver {
     const int mSaved = errno;
-    ~ErrnoSaver() { errno = mSaved; }
+    ~ErrnoSaver()
+    {
+        // A compiler that knows free() takes it to leave errno alone, and would drop the rest.
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        errno = mSaved;
+    }
 };
 
 struct FreeQuietly {

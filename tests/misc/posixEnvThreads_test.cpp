@@ -80,7 +80,7 @@ int __wrap_strcmp(const char *a, const char *b)
 
 namespace {
 
-constexpr ptrdiff_t KEPT = 4, KEPT_AFTER_A_CHANGE = 5; // blocks that a name keeps
+constexpr ptrdiff_t KEPT = 5, KEPT_AFTER_A_CHANGE = 6; // blocks that a name keeps
 
 // Another thread asks for the variable when it has this value, and ends; its result.
 const char *AskElsewhere(const std::string &name, size_t value)

@@ -35,8 +35,9 @@ HashTable *__wrap_HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, i
 namespace {
 
 constexpr int ALONE = 77;
-// What a name keeps: an entry, its key, a record, and one value or, once it has changed, two.
-constexpr ptrdiff_t KEPT = 4, KEPT_AFTER_A_CHANGE = 5;
+// What a name keeps: an entry, its key, a record, what that holds at present, and one value or,
+// once it has changed, two.
+constexpr ptrdiff_t KEPT = 5, KEPT_AFTER_A_CHANGE = 6;
 
 // Every test has a name of its own, which is not set and has never been asked for.
 class PosixEnv : public testing::Test {
