@@ -167,10 +167,22 @@ struct Start {
     bool Has(unsigned int flag) const { return (flags & flag) != 0; }
 };
 
+// ---- In the child in between, and in the daemon
+
+// A message or a report that nobody reads any more, or a file beyond its limit, is to fail, not to
+// kill a process of ours unheard.  Programs start with the default again.
+void SetWriteSignals(void (*action)(int))
+{
+    for (const int number : {SIGPIPE, SIGXFSZ}) {
+        signal(number, action);
+    }
+}
+
 // ---- In the daemon
 
 [[noreturn]] void ReportAndEnd(const Start &start, int error)
 {
+    errno = EIO; // unless the call tells why it did not write all
     if (write(start.toCaller.Get(), &error, sizeof error) != sizeof error) {
         Warning("%s: Couldn't write to parent pipe: %u, original error: %u.\n", FUNCTION, errno,
                 error);
@@ -224,10 +236,7 @@ bool WritePid(const Start &start)
 
 bool FillPidFile(Start *start)
 {
-    // Beyond a limit on the size of files a write is to fail, not to kill the daemon unheard.
-    signal(SIGXFSZ, SIG_IGN);
     if (!WritePid(*start)) { return false; }
-    signal(SIGXFSZ, SIG_DFL);
     if (!start->Has(DAEMONIZE_LOCK_PIDFILE)) { start->pidFile.Close(); }
     return true;
 }
@@ -241,10 +250,12 @@ bool FillPidFile(Start *start)
         OpenNothingAs(STDERR_FILENO, O_WRONLY);
     }
     if (start->pidFile && !FillPidFile(start)) { ReportAndEnd(*start, errno); }
+    SetWriteSignals(SIG_DFL);
     if (execv(program, args) != -1) {
         Panic(UTIL_NOT_REACHED_REPORT, NOT_REACHED_PATH, EXECV_CHECK);
     }
     const int error = errno;
+    SetWriteSignals(SIG_IGN);
     Warning("%s: Couldn't exec %s, error %d.\n", FUNCTION, start->path, error);
     ReportAndEnd(*start, error);
 }
@@ -264,6 +275,7 @@ void UnblockSignals()
     HostinfoResetProcessState(start->keptFds.get(), start->numKeptFds);
     start->keptFds.reset();
     UnblockSignals();
+    SetWriteSignals(SIG_IGN);
     if (!start->Has(DAEMONIZE_KEEP_SESSION_AND_STDIO) && setsid() == -1) {
         Warning("%s: Couldn't create new session, error %d.\n", FUNCTION, errno);
         _exit(1);

@@ -47,7 +47,8 @@ char *Hostinfo_GetOSShortName(void);
  * bitness, buildNumber, distroName, distroVersion, familyName and kernelVersion, as far as they are
  * known at the latest look-up.  A quote or a backslash in a value has a backslash before it.  NULL
  * as for the names; "" when a field exceeds 1023 bytes.  Two threads that look up the system's
- * names or these for the first time get their fields mixed.
+ * names or these for the first time get their fields mixed; one that asks while another is still
+ * looking them up may get "" or part of the line.
  */
 char *Hostinfo_GetOSDetailedData(void);
 
@@ -198,8 +199,9 @@ HostinfoProcessQuery Hostinfo_QueryProcessExistence(int pid);
 
 /*
  * Runs a program, which is searched for as execvp() does, with the NULL-terminated arguments, the
- * first of which is its own name.  It starts with default signal actions, without timers, and with
- * no open descriptors but 0 to 2 and those in keepFds.
+ * first of which is its own name.  It starts with default signal actions, without timers, with the
+ * soft limit of its address space raised to the hard one, and with no open descriptor below the
+ * limit on open files but 0 to 2 and those in keepFds.
  *
  * With wait, returns how it ended, as waitpid() tells it (a program that could not be started exits
  * with 127), or 0 when this process has its children reaped without being told.  Without, 0 as soon
@@ -220,9 +222,11 @@ enum {
 /*
  * Starts the program at path as a daemon: not a child of this process, in a session of its own
  * without a terminal, in "/", with /dev/null as its standard descriptors, with default signal
- * actions and no signal blocked, and with no other open descriptor but those in keepFds, unless
- * they are close-on-exec.  args are its NULL-terminated arguments, the first of which is its own
- * name; path and args are UTF-8.  A relative path is looked for from the daemon's folder.
+ * actions and no signal blocked, without timers, with the soft limit of its address space raised to
+ * the hard one, and with no other open descriptor below the limit on open files but those in
+ * keepFds, unless they are close-on-exec.  args are its NULL-terminated arguments, the first of
+ * which is its own name; path and args are UTF-8.  A relative path is looked for from the daemon's
+ * folder.
  *
  * pidPath, unless it is NULL, is a file for the daemon's process number, which is made with mode
  * 0644 or overwritten, and reaches the disk before the program is started.  With

@@ -14,6 +14,8 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 
+using namespace std::string_literals;
+
 namespace {
 
 enum Role { CALLER, CHILD, DAEMON };
@@ -328,6 +330,24 @@ INSTANTIATE_TEST_SUITE_P(
                 A_FAILED_DAEMON}),
     [](const auto &row) { return row.param.name; });
 
+TEST_F(DaemonizeFaults, AChildThatFailsDoesNotCallTheCallersExitHandler)
+{
+    for (const char *call : {"setsid", "fork"}) {
+        const Result result = InProcess([&] {
+            atexit([] { dprintf(STDERR_FILENO, "exit handler\n"); });
+            const Result tried = Tried({{CHILD, call, EPERM}}, 0);
+            dprintf(STDERR_FILENO, "%s", tried.said.c_str());
+            errno = tried.error;
+            return tried.value;
+        });
+        EXPECT_EQ(result,
+                  (Result{0, ECHILD,
+                          Said("Couldn't "s +
+                               (call == "fork"s ? "fork second child" : "create new session") +
+                               ", error 1.\nChild CHILD exited with error 1.\n")}));
+    }
+}
+
 TEST_F(DaemonizeFaults, AShortWriteOfThePidIsAFailure)
 {
     EXPECT_EQ(Tried({{DAEMON, "write", 0, IS_SHORT}}),
@@ -371,6 +391,14 @@ TEST_F(DaemonizeFaults, ThePidFileIsNotLockedUnasked)
     ToldAndEnded();
 }
 
+TEST_F(DaemonizeFaults, WithoutAPidFileThereIsNothingToLock)
+{
+    EXPECT_EQ(Tried({}, KEPT | DAEMONIZE_LOCK_PIDFILE, false), (Result{1, 0, ""}));
+    EXPECT_EQ(mScript.calls["flock"], 0);
+    EXPECT_EQ(ToldAndEnded().All("fd").size(), 3u);
+    EXPECT_FALSE(HasPidFile());
+}
+
 TEST_F(DaemonizeFaults, ThePidFileHasItsOldTextUntilTheDaemonWritesTheNew)
 {
     std::ofstream(PidPath()) << "old";
@@ -398,7 +426,8 @@ TEST_F(DaemonizeFaults, DescriptorsThatCannotMoveAboveTheStandardOnesAreAFailure
 {
     for (const auto &[ordinal, said] :
          {std::pair{1, "Couldn't open PID path [PIDFILE], error 24.\n"},
-          std::pair{2, "Couldn't create pipe, error 24.\n"}}) {
+          std::pair{2, "Couldn't create pipe, error 24.\n"},
+          std::pair{3, "Couldn't create pipe, error 24.\n"}}) { // its other end
         const std::string expected = Said(said);
         const Result result = InProcess([&, ordinal = ordinal] {
             close(0);
@@ -541,6 +570,20 @@ TEST_F(DaemonizeFaults, ADaemonThatCannotReportEndsAllTheSame)
     EXPECT_EQ(Ended(), 1 << 8);
 }
 
+TEST_F(DaemonizeFaults, AReportThatIsCutShortIsOneAllTheSame)
+{
+    const Fault readsWhenAllIsSaid{CALLER, "read", 0, WORKS, 1, [] {
+                                       siginfo_t info;
+                                       waitid(P_ALL, 0, &info, WEXITED | WNOWAIT);
+                                   }};
+    EXPECT_EQ(Tried({{DAEMON, "write", 0, IS_SHORT}, readsWhenAllIsSaid}, KEPT, false, "/missing"),
+              (Result{0, ENOENT,
+                      Said("Couldn't exec PROGRAM, error 2.\n"
+                           "Couldn't write to parent pipe: 5, original error: 2.\n"
+                           "Child could not exec PROGRAM, read 3, error 2.\n")}));
+    EXPECT_EQ(Ended(), 1 << 8);
+}
+
 TEST_F(DaemonizeFaults, AnExecutionThatReturnsOtherwiseIsFatal)
 {
     const Result result = Tried({{DAEMON, "execv", 0, RETURNS_ZERO}});
@@ -588,15 +631,19 @@ TEST_F(DaemonizeFaults, ADaemonDoesNotRunOnWhenNobodyIsThereToHearOfItsFailure)
 {
     int ends[2]; // closes as the caller dies
     ASSERT_EQ(pipe(ends), 0);
+    Listening listening;
+    const int heard = dup(STDERR_FILENO); // when nobody hears the caller's any more
     const pid_t caller = fork();
     if (caller == 0) {
         const Fault waits{DAEMON, "execv", ENOENT, FAILS, 1, [&] {
                               char byte = 0;
                               if (read(ends[0], &byte, 1) != 0) { _exit(77); }
+                              dup2(heard, STDERR_FILENO);
                           }};
-        Tried({waits, {CALLER, "waitpid", 0, KILLS}}, 0, true, TELL_STATE, {ends[0]});
+        Tried({waits, {CALLER, "waitpid", 0, KILLS}}, 0, true, TELL_STATE, {ends[0], heard});
         _exit(0);
     }
+    close(heard);
     close(ends[1]);
     EXPECT_EQ(Ended(caller), SIGKILL);
     close(ends[0]);
@@ -605,7 +652,10 @@ TEST_F(DaemonizeFaults, ADaemonDoesNotRunOnWhenNobodyIsThereToHearOfItsFailure)
         if (status != 0) { daemonStatus = status; }
     }
     EXPECT_EQ(children, 2);
-    EXPECT_EQ(daemonStatus, SIGPIPE);
+    EXPECT_EQ(daemonStatus, 1 << 8);
+    EXPECT_EQ(listening.Heard(),
+              Said("Couldn't exec "s + TELL_STATE +
+                   ", error 2.\nCouldn't write to parent pipe: 32, original error: 2.\n"));
     EXPECT_FALSE(std::filesystem::exists(ReportPath()));
 }
 

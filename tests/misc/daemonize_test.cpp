@@ -149,6 +149,35 @@ TEST_F(Daemonize, DoesNotEndTheCallerAfterAFailure)
     EXPECT_EQ(Ended(), 1 << 8);
 }
 
+// The caller's exit handlers are its own: none of the three processes ends by way of them.
+struct Exit {
+    const char *name;
+    unsigned flags;
+    std::string program;
+    long expected;
+    std::string said;
+};
+class DaemonizeWithAnExitHandler : public Daemonize, public testing::WithParamInterface<Exit> {};
+TEST_P(DaemonizeWithAnExitHandler, DoesNotCallIt)
+{
+    const Exit &row = GetParam();
+    const Result result = InProcess([&] {
+        atexit([] { dprintf(STDERR_FILENO, "exit handler\n"); });
+        return Start(row.flags, {}, {}, row.program) ? 1 : 0;
+    });
+    EXPECT_EQ(result.value, row.expected);
+    EXPECT_EQ(result.said, row.said);
+    Ended();
+}
+INSTANTIATE_TEST_SUITE_P(
+    Each, DaemonizeWithAnExitHandler,
+    testing::Values(Exit{"Started", 0, TELL_STATE, 1, ""},
+                    Exit{"ParentEnded", DAEMONIZE_EXIT_PARENT, TELL_STATE, 99, ""},
+                    Exit{"ProgramMissing", ALL_KEPT, "/missing", 0,
+                         "Hostinfo_Daemonize: Couldn't exec /missing, error 2.\n"
+                         "Hostinfo_Daemonize: Child could not exec /missing, read 4, error 2.\n"}),
+    [](const auto &row) { return row.param.name; });
+
 TEST_F(Daemonize, KeepsTheDescriptorsOfTheListAndClosesAllOthers)
 {
     const Result result = InProcess([&] {

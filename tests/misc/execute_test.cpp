@@ -70,6 +70,16 @@ TEST_F(Execute, TellsByTheStatusThatAProgramCannotBeExecuted)
     EXPECT_EQ(Run("missing program", {"missing"}), 127 << 8);
 }
 
+TEST_F(Execute, DoesNotCallTheCallersExitHandlerInAChildWithoutAProgram)
+{
+    const Result result = InProcess([] {
+        atexit([] { dprintf(STDERR_FILENO, "exit handler\n"); });
+        return Run("/missing", {"missing"});
+    });
+    EXPECT_EQ(result.value, 127 << 8);
+    EXPECT_EQ(result.said, "");
+}
+
 TEST_F(Execute, SearchesThePathAndPassesEveryArgument)
 {
     const std::string out = mFolder.Path() + "/out";

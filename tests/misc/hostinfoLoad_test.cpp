@@ -208,6 +208,7 @@ protected:
         EXPECT_EQ(
             Told([this] { EXPECT_FALSE(Hostinfo_GetMemoryInfoInPages(&mMin, &mMax, &mCurrent)); }),
             warning);
+        EXPECT_EQ((std::vector{mMin, mMax, mCurrent}), (std::vector{7u, 7u, 7u}));
     }
     unsigned int mMin = 7, mMax = 7, mCurrent = 7;
 };

@@ -550,6 +550,18 @@ TEST(HostinfoOSData, TellsInDetailWhatDoesNotFitIntoAName)
     EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
 }
 
+TEST(HostinfoOSData, FailsForANameThatDoesNotFitAndKeepsTheFormerOnes)
+{
+    const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [] {
+        EXPECT_TRUE(HostinfoOSData());
+        sPlists = {{SYSTEM, {std::string(491, 'n'), "10", "B"}}};
+        EXPECT_FALSE(HostinfoOSData());
+        return Names();
+    });
+    EXPECT_EQ(outcome.result, "Mac OS X 10.15.7 (19H2) Darwin 19.6.0|darwin19-64");
+    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
+}
+
 struct NewlineCase {
     const char *release, *full;
 };
@@ -611,6 +623,17 @@ TEST(HostinfoOSData, HasRoomForThatLongAField)
     EXPECT_EQ(outcome.result, "architecture='X86' bitness='64' distroVersion='" + quoted + "x" +
                                   "' kernelVersion='5'");
     EXPECT_EQ(outcome.errors, "");
+}
+
+TEST(HostinfoOSData, HasRoomForAValueThatFitsWithoutTheBlanksAtItsEnd)
+{
+    const std::string letters(1000, 'v');
+    const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [&] {
+        EXPECT_TRUE(HostinfoOSData());
+        return DetailedDataOf({"N", letters + std::string(23, ' '), "B"});
+    });
+    EXPECT_THAT(outcome.result, testing::HasSubstr(" distroVersion='" + letters + "' "));
+    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
 }
 
 TEST(HostinfoOSData, DropsTheWholeLineForALongerFieldAndNothingElse)

@@ -5,18 +5,26 @@
 
 #include <climits>
 #include <cstdio>
+#include <numeric>
 #include <random>
 #include <set>
 #include <sys/resource.h>
 #include <sys/time.h>
 
-static long sOpenMaximum; // what sysconf() tells; 0: the truth
+static long sOpenMaximum;            // what sysconf() tells; 0: the truth
+static std::vector<int> sActionsSet; // for which signals, in order
 
 extern "C" {
 long __real_sysconf(int name);
 long __wrap_sysconf(int name)
 {
     return name == _SC_OPEN_MAX && sOpenMaximum != 0 ? sOpenMaximum : __real_sysconf(name);
+}
+int __real_sigaction(int number, const struct sigaction *action, struct sigaction *before);
+int __wrap_sigaction(int number, const struct sigaction *action, struct sigaction *before)
+{
+    if (action != nullptr) { sActionsSet.push_back(number); }
+    return __real_sigaction(number, action, before);
 }
 }
 
@@ -86,6 +94,18 @@ TEST_F(ProcessState, HasDefaultActionsForTheFirst32Signals)
             if (isReset != (number <= 32)) { wrong += "signal " + std::to_string(number) + "\n"; }
         }
         return wrong;
+    });
+}
+
+// The C library refuses some of these for itself, so that their actions do not tell.
+TEST_F(ProcessState, SetsTheActionsOfTheFirst32SignalsAndNoOthers)
+{
+    ExpectInProcess([] {
+        sActionsSet.clear();
+        HostinfoResetProcessState(nullptr, 0);
+        std::vector<int> expected(32);
+        std::iota(expected.begin(), expected.end(), 1);
+        return sActionsSet == expected ? "" : testing::PrintToString(sActionsSet);
     });
 }
 

@@ -177,6 +177,16 @@ class Failing(Case):
                                  (f"failed {number}\n",
                                   said(line, f"Child could not exec {program}, read 4, error {number}.")))
 
+    def test_the_reason_arrives_although_nobody_reads_the_messages(self):
+        reader, writer = os.pipe()
+        os.close(reader)
+        self.addCleanup(os.close, writer)
+        for flags in (0, KEEP_STDIO):
+            # The messages of the caller itself must not kill it either, as its own affair.
+            run = subprocess.run(["env", "--ignore-signal=PIPE", DRIVER, "/missing", str(flags), self.pid_file],
+                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=writer, text=True, timeout=30)
+            self.assertEqual((run.stdout, self.pid_file.exists()), (f"failed {errno.ENOENT}\n", False))
+
     def test_without_the_call_descriptors_are_closed_by_the_list(self):
         with open("/dev/null") as inherited:
             high = 700
