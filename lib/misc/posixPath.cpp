@@ -46,7 +46,9 @@ extern "C" Unicode Posix_ReadLink(const char *path)
 extern "C" Unicode Posix_MkTemp(const char *pathTemplate)
 {
     const HostText name(pathTemplate);
-    const int file = PosixCall([](const HostText &text) { return mkstemp(text.Bytes()); }, name);
+    // Through a pointer: the call is declared to take no NULL, but that is its own to say.
+    const auto make = [call = &mkstemp](const HostText &text) { return call(text.Bytes()); };
+    const int file = PosixCall(make, name);
     if (file < 0) { return nullptr; }
     ErrnoSaver keep;
     close(file);

@@ -1,22 +1,54 @@
-// The wrappers where the host's encoding is ASCII, for text that it cannot spell: no call is made.
+// The wrappers where the host's encoding is ASCII: what each call is given, and that none is made
+// for text that cannot be spelt.
 #include "posixCalls.h"
 
 #include "allocations.h"
 #include "codeset.h"
 #include "posixKept.h"
 
+#include <algorithm>
+#include <cstdarg>
+#include <initializer_list>
+#include <string_view>
+
 extern "C" const char *CodeSet_GetCurrentCodeSet() { return "US-ASCII"; }
 
-static int sCalls;
+constexpr int FROM_CALL = 88, FROM_CONVERSION = 99; // errno as these leave it
+
+// What was converted, and the calls: how many, errno before the last, and the texts they were
+// given.  The first calls come before main().
+static constinit std::vector<std::string> sConverted, sGiven;
+static int sCalls, sErrorBefore, sOpenMode;
+
+static void Note(std::vector<std::string> &texts, const char *text)
+{
+    texts.emplace_back(text == nullptr ? "NULL" : text);
+}
+static void Note(std::vector<std::string> &texts, char *const *list)
+{
+    while (*list != nullptr) {
+        Note(texts, *list++);
+    }
+}
+
+template <typename... Texts> static void Count(Texts... texts)
+{
+    sErrorBefore = errno;
+    sCalls++;
+    (Note(sGiven, texts), ...);
+    errno = FROM_CALL;
+}
 
 // In the place of the call: it is counted, and fails.
-#define PELAGO_COUNT(call, failure)                                                                \
-    extern "C" long __wrap_##call()                                                                \
+#define PELAGO_COUNT_OF(call, failure, parameters, ...)                                            \
+    extern "C" long __wrap_##call parameters                                                       \
     {                                                                                              \
-        sCalls++;                                                                                  \
+        Count(__VA_ARGS__);                                                                        \
         return failure;                                                                            \
     }
-PELAGO_COUNT(open, -1)
+#define PELAGO_COUNT(call, failure) PELAGO_COUNT_OF(call, failure, (const char *text), text)
+#define PELAGO_COUNT_TWO(call)                                                                     \
+    PELAGO_COUNT_OF(call, -1, (const char *first, const char *second), first, second)
 PELAGO_COUNT(fopen, 0)
 PELAGO_COUNT(freopen, 0)
 PELAGO_COUNT(stat, -1)
@@ -26,14 +58,14 @@ PELAGO_COUNT(access, -1)
 PELAGO_COUNT(chmod, -1)
 PELAGO_COUNT(chown, -1)
 PELAGO_COUNT(lchown, -1)
-PELAGO_COUNT(rename, -1)
+PELAGO_COUNT_TWO(rename)
 PELAGO_COUNT(unlink, -1)
 PELAGO_COUNT(rmdir, -1)
 PELAGO_COUNT(mkdir, -1)
 PELAGO_COUNT(chdir, -1)
 PELAGO_COUNT(opendir, 0)
-PELAGO_COUNT(link, -1)
-PELAGO_COUNT(symlink, -1)
+PELAGO_COUNT_TWO(link)
+PELAGO_COUNT_TWO(symlink)
 PELAGO_COUNT(mkfifo, -1)
 PELAGO_COUNT(mknod, -1)
 PELAGO_COUNT(truncate, -1)
@@ -44,14 +76,45 @@ PELAGO_COUNT(realpath, 0)
 PELAGO_COUNT(__realpath_chk, 0) // the same where buffers are checked
 PELAGO_COUNT(readlink, -1)
 PELAGO_COUNT(mkstemp, -1)
-PELAGO_COUNT(execv, -1)
-PELAGO_COUNT(execve, -1)
-PELAGO_COUNT(execvp, -1)
+PELAGO_COUNT_OF(execv, -1, (const char *path, char *const *argv), path, argv)
+PELAGO_COUNT_OF(execve, -1, (const char *path, char *const *argv, char *const *envp), path, argv,
+                envp)
+PELAGO_COUNT_OF(execvp, -1, (const char *file, char *const *argv), file, argv)
 PELAGO_COUNT(system, -1)
 PELAGO_COUNT(popen, 0)
 PELAGO_COUNT(getenv, 0)
-PELAGO_COUNT(setenv, -1)
+PELAGO_COUNT_TWO(setenv)
 PELAGO_COUNT(unsetenv, -1)
+
+extern "C" {
+int __wrap_open(const char *path, int flags, ...)
+{
+    Count(path);
+    va_list arguments;
+    va_start(arguments, flags);
+    sOpenMode = va_arg(arguments, int); // there is always one when a wrapper calls
+    va_end(arguments);
+    return -1;
+}
+
+// Conversions are free to change errno.
+char *__real_Unicode_GetAllocBytes(const char *string, StringEncoding encoding);
+char *__wrap_Unicode_GetAllocBytes(const char *string, StringEncoding encoding)
+{
+    Note(sConverted, string);
+    char *bytes = __real_Unicode_GetAllocBytes(string, encoding);
+    errno = FROM_CONVERSION;
+    return bytes;
+}
+char **__real_Unicode_GetAllocList(Unicode *list, ssize_t count, StringEncoding encoding);
+char **__wrap_Unicode_GetAllocList(Unicode *list, ssize_t count, StringEncoding encoding)
+{
+    Note(sConverted, list);
+    char **buffers = __real_Unicode_GetAllocList(list, count, encoding);
+    errno = FROM_CONVERSION;
+    return buffers;
+}
+}
 
 namespace {
 
@@ -59,18 +122,66 @@ constexpr char LOST[] = "caf\xC3\xA9";
 
 class EachWrapper : public testing::TestWithParam<Wrapper> {
 protected:
+    static Outcome Make(const std::vector<const char *> &texts)
+    {
+        sCalls = 0;
+        sGiven.clear();
+        sConverted.clear();
+        errno = ALONE;
+        const Outcome outcome = GetParam().wrapped(texts.data());
+        EXPECT_THAT(outcome.result, testing::AnyOf("-1", "NULL"));
+        return outcome;
+    }
+    static bool IsOneOf(std::initializer_list<std::string_view> names)
+    {
+        return std::find(names.begin(), names.end(), GetParam().name) != names.end();
+    }
     // As many texts as it takes.
-    const std::vector<const char *> mSpelt =
-        std::vector<const char *>(GetParam().bad.size(), "plain");
+    const std::vector<const char *> mSpelt = [] {
+        std::vector<const char *> texts = {"first", "second", "third", "fourth", "fifth"};
+        texts.resize(GetParam().bad.size());
+        return texts;
+    }();
 };
 
-TEST_P(EachWrapper, MakesItsCallOnce)
+TEST_P(EachWrapper, MakesItsCallOnceWithItsTexts)
 {
-    errno = ALONE;
-    sCalls = 0;
-    const Outcome outcome = GetParam().wrapped(mSpelt.data());
+    Make(mSpelt);
     EXPECT_EQ(sCalls, 1);
-    EXPECT_THAT(outcome.result, testing::AnyOf("-1", "NULL"));
+    EXPECT_THAT(sGiven, testing::ElementsAreArray(mSpelt));
+}
+
+TEST_P(EachWrapper, ConvertsItsTextsOnceAndInTheirOrder)
+{
+    Make(mSpelt);
+    EXPECT_THAT(sConverted, testing::ElementsAreArray(mSpelt));
+}
+
+// With arguments that are listed one by one there is no error before the call.
+TEST_P(EachWrapper, MakesItsCallWithTheCallersErrnoAndLeavesTheCalls)
+{
+    const Outcome outcome = Make(mSpelt);
+    EXPECT_EQ(sErrorBefore, IsOneOf({"Execl", "Execlp"}) ? 0 : ALONE);
+    EXPECT_EQ(outcome.error, FROM_CALL);
+}
+
+TEST_P(EachWrapper, HandsOnNull)
+{
+    const bool hasLists = IsOneOf({"Execl", "Execlp", "Execv", "Execve", "Execvp"});
+    for (size_t i = 0; i < mSpelt.size(); i++) {
+        SCOPED_TRACE(i);
+        std::vector<const char *> texts = mSpelt;
+        texts[i] = nullptr;
+        std::vector<std::string> given(mSpelt.begin(), mSpelt.end());
+        if (i == 0 || !hasLists) {
+            given[i] = "NULL";
+        } else { // it ends its list: of the second and the third text, or of the two behind them
+            given.erase(given.begin() + i, given.begin() + (i + 1) / 2 * 2 + 1);
+        }
+        Make(texts);
+        EXPECT_EQ(sCalls, 1);
+        EXPECT_EQ(sGiven, given);
+    }
 }
 
 TEST_P(EachWrapper, MakesNoneWhenAnyTextCannotBeSpelt)
@@ -80,16 +191,21 @@ TEST_P(EachWrapper, MakesNoneWhenAnyTextCannotBeSpelt)
         std::vector<const char *> texts = mSpelt;
         texts[i] = LOST;
         const ptrdiff_t before = Allocations::Live();
-        errno = ALONE;
-        sCalls = 0;
-        const Outcome outcome = GetParam().wrapped(texts.data());
+        const Outcome outcome = Make(texts);
         EXPECT_EQ(sCalls, 0);
-        EXPECT_THAT(outcome.result, testing::AnyOf("-1", "NULL"));
         EXPECT_EQ(outcome.error, ERANGE);
         EXPECT_EQ(Allocations::Live(), before);
     }
 }
 INSTANTIATE_TEST_SUITE_P(Posix, EachWrapper, testing::ValuesIn(Wrappers()), WRAPPER_NAME);
+
+TEST(PosixOpen, TakesTheModeOnlyOfAFileThatItMayCreate)
+{
+    EXPECT_EQ(Posix_Open("plain", O_RDONLY, 0600), -1);
+    EXPECT_EQ(sOpenMode, 0);
+    EXPECT_EQ(Posix_Open("plain", O_RDONLY | O_CREAT, 0600), -1);
+    EXPECT_EQ(sOpenMode, 0600);
+}
 
 TEST(PosixExecl, LooksAtTheLastOfManyArguments)
 {

@@ -140,12 +140,13 @@ inline void PrintTo(const Wrapper &wrapper, std::ostream *out) { *out << wrapper
 // Names of more than ASCII.
 inline constexpr char FILE_NAME[] = "file \xC3\xA9";
 inline constexpr char FOLDER_NAME[] = "folder \xE2\x82\xAC";
+inline constexpr char FULL_NAME[] = "full \xC3\xB1"; // a folder, with a file of the file's name
 inline constexpr char LINK_NAME[] = "link \xC3\xB6";
 inline constexpr char NEW_NAME[] = "new \xC3\xBC\xF0\x9F\x90\xA7";
 inline constexpr char VARIABLE[] = "PELAGO_\xC3\xA4";
 inline constexpr char MISSING[] = "missing/\xC3\xA9";
 
-// The working folder of a test: with a file of two lines, a folder, and a link to the file.
+// The working folder of a test: with a file of two lines, two folders, and a link to the file.
 class WorkingFolder {
 public:
     WorkingFolder()
@@ -154,6 +155,8 @@ public:
         std::ofstream(FILE_NAME) << "one\ntwo\n";
         std::filesystem::permissions(FILE_NAME, std::filesystem::perms(0640));
         std::filesystem::create_directory(FOLDER_NAME);
+        std::filesystem::create_directory(FULL_NAME);
+        std::ofstream(std::filesystem::path(FULL_NAME) / FILE_NAME);
         std::filesystem::create_symlink(FILE_NAME, LINK_NAME);
         setenv(VARIABLE, "value \xC3\xA9", 1);
     }
@@ -347,8 +350,8 @@ inline std::vector<Wrapper> Wrappers()
          .bad = {FILE_NAME},
          .error = ENOTDIR,
          .nullable = 0,
-         .good = {FOLDER_NAME},
-         .result = ""},
+         .good = {FULL_NAME},
+         .result = FILE_NAME},
         {.name = "Link",
          PELAGO_BOTH(Number, Posix_Link, link, text[0], text[1]),
          .bad = {FILE_NAME, LINK_NAME},

@@ -1,11 +1,13 @@
-// The wrappers' errno, with an allocator that leaves it changed, as it may do when it succeeds.
-// free() may not: compilers count on that.
+// The wrappers' errno, with an allocator that leaves it changed, as it may do when it succeeds, and
+// as free() may do on some hosts.
 #include "posixCalls.h"
 
 namespace {
 
 thread_local bool tSpoils;
 bool sLinkIsLong;
+int sErrorBeforeGetenv;
+int sErrorOfGetenv; // 0: it leaves errno alone
 
 // While it lives, each call of the allocator by this thread changes errno.
 struct SpoilingAllocator {
@@ -48,6 +50,20 @@ char *__wrap_strdup(const char *string)
     char *copy = __real_strdup(string);
     Spoil();
     return copy;
+}
+void __real_free(void *block);
+void __wrap_free(void *block)
+{
+    __real_free(block);
+    Spoil();
+}
+char *__real_getenv(const char *name);
+char *__wrap_getenv(const char *name)
+{
+    sErrorBeforeGetenv = errno;
+    char *value = __real_getenv(name);
+    errno = sErrorOfGetenv == 0 ? sErrorBeforeGetenv : sErrorOfGetenv;
+    return value;
 }
 ssize_t __real_readlink(const char *path, char *buffer, size_t size);
 ssize_t __wrap_readlink(const char *path, char *buffer, size_t size)
@@ -116,18 +132,28 @@ TEST(ErrnoOfPerror, IsLeftAlone)
 }
 
 // Each step of a variable's life: it is new, unchanged, changed, changed twice and more, unset.
-TEST(ErrnoOfGetenv, IsLeftAlone)
+void ExpectErrnoInEachStep(const char *name, int expected)
 {
     for (const char *value :
          {"one", "one", "two", "three", "four", "five", (const char *)nullptr}) {
-        value == nullptr ? unsetenv("PELAGO_STEPS") : setenv("PELAGO_STEPS", value, 1);
+        value == nullptr ? unsetenv(name) : setenv(name, value, 1);
         const SpoilingAllocator allocator;
         errno = ALONE;
-        const char *got = Posix_Getenv("PELAGO_STEPS");
+        const char *got = Posix_Getenv(name);
         const int error = errno;
-        EXPECT_EQ(error, ALONE) << (value == nullptr ? "unset" : value);
+        EXPECT_EQ(sErrorBeforeGetenv, ALONE) << (value == nullptr ? "unset" : value);
+        EXPECT_EQ(error, expected) << (value == nullptr ? "unset" : value);
         EXPECT_STREQ(got, value);
     }
+}
+
+TEST(ErrnoOfGetenv, IsLeftAlone) { ExpectErrnoInEachStep("PELAGO_STEPS", ALONE); }
+
+TEST(ErrnoOfGetenv, IsTheCallsOwn)
+{
+    sErrorOfGetenv = ENOTTY;
+    ExpectErrnoInEachStep("PELAGO_STEPS_WITH_AN_ERROR", ENOTTY);
+    sErrorOfGetenv = 0;
 }
 
 } // namespace

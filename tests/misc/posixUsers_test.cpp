@@ -39,6 +39,14 @@ thread_local Host tHost;
 constexpr int FROM_CALLER = 1111; // errno before a call; the C library leaves the next one
 constexpr int FROM_HOST = 2222, FROM_CONVERSION = 3333;
 
+const std::string ABSENT = "(absent)";
+
+char *Raw(const std::string &text)
+{
+    return text == ABSENT ? nullptr : const_cast<char *>(text.c_str());
+}
+std::string Text(const char *text) { return text == nullptr ? ABSENT : text; }
+
 int Asked(const std::string &call)
 {
     EXPECT_EQ(errno, FROM_CALLER) << "nothing has left a trace before the call";
@@ -53,7 +61,7 @@ extern "C" {
 
 passwd *__wrap_getpwnam(const char *name)
 {
-    Asked(std::string("getpwnam ") + name);
+    Asked("getpwnam " + Text(name));
     return tHost.user;
 }
 passwd *__wrap_getpwuid(uid_t uid)
@@ -69,12 +77,12 @@ passwd *__wrap_getpwent()
 void __wrap_endpwent() { Asked("endpwent"); }
 group *__wrap_getgrnam(const char *name)
 {
-    Asked(std::string("getgrnam ") + name);
+    Asked("getgrnam " + Text(name));
     return tHost.team;
 }
 int __wrap_getpwnam_r(const char *name, passwd *record, char *buffer, size_t size, passwd **result)
 {
-    Asked(std::string("getpwnam_r ") + name);
+    Asked("getpwnam_r " + Text(name));
     return tHost.findUser(record, buffer, size, result);
 }
 int __wrap_getpwuid_r(uid_t uid, passwd *record, char *buffer, size_t size, passwd **result)
@@ -84,12 +92,12 @@ int __wrap_getpwuid_r(uid_t uid, passwd *record, char *buffer, size_t size, pass
 }
 int __wrap_getgrnam_r(const char *name, group *record, char *buffer, size_t size, group **result)
 {
-    Asked(std::string("getgrnam_r ") + name);
+    Asked("getgrnam_r " + Text(name));
     return tHost.findGroup(record, buffer, size, result);
 }
 int __wrap_getgrouplist(const char *user, gid_t baseGroup, gid_t *groups, int *count)
 {
-    Asked("getgrouplist " + std::string(user) + " " + std::to_string(baseGroup) + " " +
+    Asked("getgrouplist " + Text(user) + " " + std::to_string(baseGroup) + " " +
           std::to_string(*count));
     groups[0] = 4000000000;
     *count = 7;
@@ -126,14 +134,6 @@ char *__wrap_Unicode_GetAllocBytes(const char *string, StringEncoding encoding)
 namespace {
 
 // ---- Texts
-
-const std::string ABSENT = "(absent)";
-
-char *Raw(const std::string &text)
-{
-    return text == ABSENT ? nullptr : const_cast<char *>(text.c_str());
-}
-std::string Text(const char *text) { return text == nullptr ? ABSENT : text; }
 
 // What ICU makes of bytes that are not UTF-8, when each stands alone.
 std::string Repaired(const std::string &bytes)
@@ -413,6 +413,35 @@ TEST_F(PosixUsers, AreLeftByEndpwent)
     Posix_Endpwent();
     EXPECT_EQ(errno, FROM_HOST);
     EXPECT_EQ(tHost.asked, Strings{"endpwent"});
+}
+
+TEST_F(PosixUsers, MayBeAskedForWithoutAName)
+{
+    passwd user;
+    passwd *foundUser = &user;
+    group team;
+    group *foundTeam = &team;
+    gid_t groups[9] = {};
+    int count = 9;
+    tHost.findUser = [](passwd *, char *, size_t, passwd **result) {
+        *result = nullptr;
+        return EINVAL;
+    };
+    tHost.findGroup = [](group *, char *, size_t, group **result) {
+        *result = nullptr;
+        return EINVAL;
+    };
+    EXPECT_EQ(Calling([] { return Posix_Getpwnam(nullptr); }), nullptr);
+    EXPECT_EQ(Calling([] { return Posix_Getgrnam(nullptr); }), nullptr);
+    EXPECT_EQ(Calling([&] { return Posix_GetpwnamR(nullptr, &user, nullptr, 0, &foundUser); }),
+              EINVAL);
+    EXPECT_EQ(Calling([&] { return Posix_GetgrnamR(nullptr, &team, nullptr, 0, &foundTeam); }),
+              EINVAL);
+    EXPECT_EQ(Calling([&] { return Posix_Getgrouplist(nullptr, 5, groups, &count); }), -3);
+    EXPECT_EQ(foundUser, nullptr);
+    EXPECT_EQ(foundTeam, nullptr);
+    EXPECT_EQ(tHost.asked, (Strings{"getpwnam (absent)", "getgrnam (absent)", "getpwnam_r (absent)",
+                                    "getgrnam_r (absent)", "getgrouplist (absent) 5 9"}));
 }
 
 TEST_F(PosixUsers, GiveBackTheNameThatTheyAreAskedBy)

@@ -498,6 +498,23 @@ INSTANTIATE_TEST_SUITE_P(
                                NotDefined("NOPE", "a$NOPE") + ScarceForDollar("a$NOPE")}),
     [](const auto &row) { return row.param.name; });
 
+TEST_F(UtilExpand, NeedsMemoryForAnOverriddenHome)
+{
+    const HomeOverride home("/over");
+    const OutOfMemory once(1, 1);
+    EXPECT_EQ(Util_ExpandString("~/$A"), nullptr);
+    EXPECT_EQ(sLogged, ScarceForWhole("~/$A"));
+}
+
+TEST_F(UtilExpand, NeedsMemoryForAHomeFromTheEnvironment)
+{
+    sUsers.hasRecord = false;
+    const OutOfMemory once(1, 1);
+    EXPECT_EQ(Util_ExpandString("~/$A"), nullptr);
+    EXPECT_EQ(sLogged, "Could not get passwd for current user.\n" + ScarceForWhole("~/$A"));
+    EXPECT_EQ(sUsers.closed, 1);
+}
+
 TEST_F(UtilExpand, AsksForNoMoreThanTheResultNeeds)
 {
     const auto sizes = Allocations::SizesIn([] { EXPECT_EQ(Expand("a$A/$HOME"), "a1//u"); });

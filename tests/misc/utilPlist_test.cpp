@@ -23,6 +23,7 @@ bool sUrlFault, sStreamFault, sOpenFault, sHasNoDirectText, sTextFault, sIsTooLo
 CFTypeRef sUrl, sStream, sList; // what was made last
 std::vector<CFTypeRef> sClosed, sReleased;
 bool sIsParsed;
+std::vector<std::string> sKeys; // that were looked up
 std::string sLogged;
 
 } // namespace
@@ -97,6 +98,13 @@ CFIndex __wrap_CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncodin
     return sIsTooLong ? CFIndex{kCFNotFound}
                       : __real_CFStringGetMaximumSizeForEncoding(length, encoding);
 }
+const void *__real_CFDictionaryGetValue(CFDictionaryRef, const void *);
+const void *__wrap_CFDictionaryGetValue(CFDictionaryRef dictionary, const void *key)
+{
+    sKeys.emplace_back(
+        __real_CFStringGetCStringPtr(static_cast<CFStringRef>(key), kCFStringEncodingUTF8));
+    return __real_CFDictionaryGetValue(dictionary, key);
+}
 void __attribute__((format(printf, 1, 2))) __wrap_Log(const char *format, ...)
 {
     char text[256];
@@ -119,6 +127,7 @@ protected:
         sIsParsed = false;
         sClosed.clear();
         sReleased.clear();
+        sKeys.clear();
         sLogged.clear();
     }
 };
@@ -407,6 +416,8 @@ TEST_F(UtilPlist, GivesNameVersionAndBuild)
     EXPECT_EQ(Take(name), "Pelago");
     EXPECT_EQ(Take(version), "15.0");
     EXPECT_EQ(Take(build), "24A1");
+    EXPECT_EQ(sKeys,
+              (std::vector<std::string>{"ProductName", "ProductVersion", "ProductBuildVersion"}));
 }
 
 TEST_F(UtilPlist, GivesOnlyWhatIsAskedFor)
@@ -466,6 +477,7 @@ TEST_F(UtilPlist, LooksNoFurtherThanTheFirstThatFails)
     const OutOfMemory once(1, 1);
     EXPECT_FALSE(Util_GetProductInfo(product, &name, &version, &build));
     EXPECT_EQ(Allocations::Calls() - calls, 2u);
+    EXPECT_EQ(sKeys, (std::vector<std::string>{"ProductName", "ProductVersion"}));
     EXPECT_EQ(name, nullptr);
     EXPECT_EQ(version, nullptr);
     EXPECT_EQ(build, nullptr);
