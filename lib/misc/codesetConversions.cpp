@@ -4,15 +4,13 @@
 #include "codesetInt.h"
 #include "codesetUtf.h"
 #include "scoped.h"
+#include "scopedCf.h"
 #include "unicode.h"
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <unistd.h>
-
-#include <CoreFoundation/CoreFoundation.h>
 
 namespace {
 
@@ -45,12 +43,6 @@ public:
 private:
     DynBuf mDb;
 };
-
-struct ReleaseObject {
-    void operator()(CFStringRef string) const noexcept { CFRelease(string); }
-    void operator()(CFMutableStringRef string) const noexcept { CFRelease(string); }
-};
-template <typename Ref> using Released = std::unique_ptr<std::remove_pointer_t<Ref>, ReleaseObject>;
 
 using CodeSetDecoder = bool (*)(const char *buf, size_t size, DynBuf *db);
 
@@ -89,10 +81,10 @@ bool CodeSetCopy(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOu
 bool CodeSetNormalize(const char *string, CFStringNormalizationForm form, char **bufOut,
                       size_t *sizeOut)
 {
-    const Released<CFStringRef> text(
+    const ScopedCf<CFStringRef> text(
         CFStringCreateWithCString(kCFAllocatorDefault, string, kCFStringEncodingUTF8));
     if (!text) { return false; }
-    const Released<CFMutableStringRef> normal(
+    const ScopedCf<CFMutableStringRef> normal(
         CFStringCreateMutableCopy(kCFAllocatorDefault, 0, text.get()));
     if (!normal) { return false; }
     CFStringNormalize(normal.get(), form);

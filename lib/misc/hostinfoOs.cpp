@@ -5,16 +5,15 @@
 #include "diagnostics.h"
 #include "err.h"
 #include "scoped.h"
+#include "scopedCf.h"
 #include "str.h"
 
-#include <CoreFoundation/CoreFoundation.h>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <memory>
 #include <optional>
 #include <sys/sysctl.h>
 #include <sys/utsname.h>
@@ -189,10 +188,7 @@ namespace {
 // The product that a property list tells of; none unless it tells everything of it.
 std::optional<HostinfoProduct> HostinfoReadProduct(const char *path)
 {
-    struct Release {
-        void operator()(const __CFDictionary *list) const { CFRelease(list); }
-    };
-    const std::unique_ptr<const __CFDictionary, Release> list(HostinfoReadPlist(path));
+    const ScopedCf<CFDictionaryRef> list(HostinfoReadPlist(path));
     char *name = nullptr, *version = nullptr, *build = nullptr;
     if (!list || !HostinfoGetProductInfo(list.get(), &name, &version, &build)) { return {}; }
     return HostinfoProduct{ScopedFree<char>(name), ScopedFree<char>(version),

@@ -3,27 +3,13 @@
 
 #include "diagnostics.h"
 #include "scoped.h"
-
-#include <CoreFoundation/CoreFoundation.h>
+#include "scopedCf.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <sys/stat.h>
-#include <type_traits>
 
 namespace {
-
-struct UtilRelease {
-    void operator()(CFTypeRef object) const noexcept { CFRelease(object); }
-    void operator()(CFReadStreamRef stream) const noexcept
-    {
-        CFReadStreamClose(stream); // which does nothing to one that has not been opened
-        CFRelease(stream);
-    }
-};
-template <typename Ref>
-using UtilReleased = std::unique_ptr<std::remove_pointer_t<Ref>, UtilRelease>;
 
 // nullptr when the string cannot be had.
 char *UtilCopyCString(CFStringRef string)
@@ -63,14 +49,14 @@ CFDictionaryRef Util_ReadPlistDictionary(const char *path)
 {
     struct stat info;
     if (stat(path, &info) != 0) { return nullptr; }
-    const UtilReleased<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
+    const ScopedCf<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
         kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(path),
         static_cast<CFIndex>(strlen(path)), false));
     if (!url) { return nullptr; }
-    const UtilReleased<CFReadStreamRef> stream(
+    const ScopedCf<CFReadStreamRef> stream(
         CFReadStreamCreateWithFile(kCFAllocatorDefault, url.get()));
     if (!stream || !CFReadStreamOpen(stream.get())) { return nullptr; }
-    UtilReleased<CFPropertyListRef> list(CFPropertyListCreateWithStream(
+    ScopedCf<CFPropertyListRef> list(CFPropertyListCreateWithStream(
         kCFAllocatorDefault, stream.get(), 0, kCFPropertyListImmutable, nullptr, nullptr));
     if (!list || CFGetTypeID(list.get()) != CFDictionaryGetTypeID()) { return nullptr; }
     return static_cast<CFDictionaryRef>(list.release());
