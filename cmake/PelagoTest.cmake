@@ -1,3 +1,6 @@
+# What takes longer hangs.
+set(PELAGO_TEST_SECONDS 300 CACHE STRING "how long one test may take")
+
 # A failed allocation is an answer here, not an error of the sanitizer's.
 set(PELAGO_TEST_ENVIRONMENT "ASAN_OPTIONS=allocator_may_return_null=1;TSAN_OPTIONS=allocator_may_return_null=1")
 
@@ -6,7 +9,7 @@ function(pelago_test name)
     add_executable(${name}_test ${name}_test.cpp)
     target_link_libraries(${name}_test PRIVATE pelago::foundation pelago::test_support ${ARGN})
     add_test(NAME ${name} COMMAND ${name}_test)
-    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 300
+    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT ${PELAGO_TEST_SECONDS}
                          ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
 endfunction()
 
@@ -35,7 +38,7 @@ endfunction()
 # pelago_sandbox_program_test(NAME TARGET) runs a test program on a machine of its own.
 function(pelago_sandbox_program_test name target)
     add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh $<TARGET_FILE:${target}>)
-    set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT 300
+    set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT ${PELAGO_TEST_SECONDS}
                          ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
 endfunction()
 
@@ -44,6 +47,6 @@ function(pelago_sandbox_test name file)
     add_test(NAME ${name}
              COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh python3 ${CMAKE_CURRENT_SOURCE_DIR}/${file}
              WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-    set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT 300
+    set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT ${PELAGO_TEST_SECONDS}
                          ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;${ARGN}")
 endfunction()

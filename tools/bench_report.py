@@ -7,6 +7,7 @@ same to REPORT.json and draws it to REPORT.svg.
 """
 
 import json
+import math
 import os
 import statistics
 import sys
@@ -109,27 +110,48 @@ def print_table(programs):
             previous = line[0]
 
 
+LABELS, SCALE, PEERS = 400, 360, 320  # pixels: the names on the left, the bars, what they are compared with
+LEAST, MOST = -6, 3  # the scale's ends, as powers of two
+ROW = 17
+
+
+def at(ratio):
+    """Where a ratio is on the scale."""
+    return LABELS + SCALE * (min(max(math.log2(ratio), LEAST), MOST) - LEAST) / (MOST - LEAST)
+
+
+def draw_row(row, y):
+    """A bar from 1 to the ratio, to the left where ours is faster, and a line where the goal is."""
+    ends = sorted((at(1), at(row["ratio"])))
+    colour = "#c2571a" if row["met"] is False else "#2a6fb0"
+    yield (f'<text x="{LABELS - 8}" y="{y}" text-anchor="end">{escape(row["workload"])}</text>'
+           f'<rect x="{ends[0]:.1f}" y="{y - 10}" width="{max(ends[1] - ends[0], 1):.1f}" height="12" fill="{colour}"/>'
+           f'<text x="{LABELS + SCALE + 8}" y="{y}">{row["ratio"]:.2f}  {escape(row["peer"])}</text>')
+    if row["goal"] and not row["goal"]["plus_us"]:
+        x = at(row["goal"]["ratio"])
+        yield f'<path d="M{x:.1f} {y - 12}v16" stroke="black" stroke-width="2"/>'
+
+
 def draw(programs, path):
-    """Bars as long as the times; each workload has its own scale."""
-    parts, y = [], 10
+    """Every ratio as a bar, on one scale."""
+    parts, y = [], 44
     for program in programs:
-        y += 30
-        parts.append(f'<text x="10" y="{y}" font-size="17" font-weight="bold">{escape(program["program"])}</text>')
-        for workload in program["workloads"]:
-            y += 28
-            parts.append(f'<text x="10" y="{y}" font-weight="bold">{escape(workload["name"])}</text>')
-            bars = [("ours", statistics.median(workload["ours_ns"]), "#2a6fb0")]
-            bars += [(rival["name"], statistics.median(rival["ns"]), "#b0b0b0" if rival["counts"] else "#e0e0e0")
-                     for rival in workload["rivals"]]
-            widest = max(value for _, value, _ in bars)
-            for name, value, colour in bars:
-                y += 20
-                width = 420 * value / widest
-                parts.append(f'<rect x="10" y="{y - 12}" width="{width:.1f}" height="15" fill="{colour}"/>'
-                             f'<text x="{width + 16:.1f}" y="{y}">{time_text(value)}, {escape(name)}</text>')
+        y += 12
+        parts.append(f'<text x="10" y="{y}" font-weight="bold">{escape(program["program"])}</text>')
+        for row in program["rows"]:
+            y += ROW
+            parts += draw_row(row, y)
+        y += ROW
+    grid = []
+    for power in range(LEAST, MOST + 1):
+        x = at(2 ** power)
+        grid.append(f'<path d="M{x:.1f} 34V{y}" stroke="{"#606060" if power == 0 else "#dddddd"}"/>'
+                    f'<text x="{x:.1f}" y="28" text-anchor="middle">{2 ** power if power >= 0 else f"1/{2 ** -power}"}</text>')
     Path(path).write_text(
-        f'<svg xmlns="http://www.w3.org/2000/svg" width="860" height="{y + 20}" font-family="sans-serif" '
-        f'font-size="13"><rect width="100%" height="100%" fill="white"/>{"".join(parts)}</svg>\n')
+        f'<svg xmlns="http://www.w3.org/2000/svg" width="{LABELS + SCALE + PEERS}" height="{y + 10}" '
+        'font-family="sans-serif" font-size="12"><rect width="100%" height="100%" fill="white"/>'
+        f'<text x="{LABELS + SCALE / 2}" y="12" text-anchor="middle">our time in parts of the peer\'s; '
+        f'the black line is the goal, orange misses it</text>{"".join(grid)}{"".join(parts)}</svg>\n')
 
 
 def processor_name():

@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """coverage_report.py COVERAGE.json UNCOVERED.md -- the table of coverage, and what lacks a reason.
 
-A reason is a row of a table in UNCOVERED.md: | file | `the line, or a piece of it` | the reason |.
-Exit status 1 when lib or apps miss their goals, a line lacks a reason, or a reason is not needed.
+COVERAGE.json is what llvm-cov exports.  A branch has two sides; of a template's and an inline function's,
+what any instance reached counts.  A reason is a row of a table in UNCOVERED.md:
+| file | `` a line with such a branch, or a piece of it `` | reason |.
+Exit status 1 when lib or apps miss their goals, a branch there lacks a reason, or a reason is not needed.
 """
 
 import json
@@ -11,6 +13,7 @@ import sys
 from collections import defaultdict
 from pathlib import Path
 
+ROOT = Path(__file__).resolve().parents[1]
 LINES, BRANCHES = 99.0, 95.0  # percent, of lib and of apps
 GOAL_FOLDERS = ("apps", "lib")
 
@@ -29,31 +32,49 @@ def reasons(page):
     return {(path, fragment): reason for path, fragment, reason in rows}
 
 
+def branches(file):
+    """Line, and whether it went either way, by place."""
+    found = defaultdict(lambda: [False, False])
+    for *place, was_true, was_false, _, _, _ in file["branches"]:
+        sides = found[tuple(place)]
+        sides[0] |= was_true > 0
+        sides[1] |= was_false > 0
+    return found
+
+
+def uncalled(functions):
+    """File and line of each function that no instance of was called."""
+    called = defaultdict(bool)
+    for function in functions:
+        called[function["filenames"][0], function["regions"][0][0]] |= function["count"] > 0
+    return [place for place, was in called.items() if not was]
+
+
 def main(coverage, page):
     known, used, missing = reasons(page), set(), []
     sums = defaultdict(lambda: [0, 0, 0, 0])
-    for file in json.loads(Path(coverage).read_text())["files"]:
-        source = Path(file["file"]).read_text().splitlines()
-        for line in file["lines"]:
-            if line.get("gcovr/noncode"):
-                continue
-            branches = line["branches"]
-            taken = sum(branch["count"] > 0 for branch in branches)
-            for name in {folder(file["file"]), file["file"].split("/")[0]}:
-                for i, amount in enumerate((line["count"] > 0, 1, taken, len(branches))):
-                    sums[name][i] += amount
-            if line["count"] > 0 and taken == len(branches):
-                continue
-            text = source[line["line_number"] - 1]
-            fragment = next((key for key in known if key[0] == file["file"] and key[1] in text), None)
-            if fragment:
-                used.add(fragment)
-            elif file["file"].startswith(GOAL_FOLDERS):
-                missing.append(f"{file['file']}:{line['line_number']}: {text.strip()}")
+    data = json.loads(Path(coverage).read_text())["data"][0]
+    sources = {file["filename"]: file for file in data["files"] if file["filename"].startswith(f"{ROOT}/")}
+    gaps = [place for place in uncalled(data["functions"]) if place[0] in sources]
+    for name, file in sources.items():
+        lines = file["summary"]["lines"]
+        sides = branches(file)
+        gaps += [(name, place[0]) for place, ways in sides.items() if not all(ways)]
+        path = name.removeprefix(f"{ROOT}/")
+        for group in {folder(path), path.split("/")[0]}:
+            for i, amount in enumerate((lines["covered"], lines["count"], sum(map(sum, sides.values())), 2 * len(sides))):
+                sums[group][i] += amount
+    for name, line in sorted(set(gaps)):
+        path, text = name.removeprefix(f"{ROOT}/"), Path(name).read_text().splitlines()[line - 1]
+        reason = next((key for key in known if key[0] == path and key[1] in text), None)
+        if reason:
+            used.add(reason)
+        elif path.startswith(GOAL_FOLDERS):
+            missing.append(f"{path}:{line}: {text.strip()}")
     print("| folder | lines | | branches | |\n|---|---:|---:|---:|---:|")
-    for name, (line, lines, branch, branches) in sorted(sums.items()):
-        print(f"| {name} | {line} of {lines} | {percent(line, lines):.1f} % "
-              f"| {branch} of {branches} | {percent(branch, branches):.1f} % |")
+    for name, (line, all_lines, branch, all_branches) in sorted(sums.items()):
+        print(f"| {name} | {line} of {all_lines} | {percent(line, all_lines):.1f} % "
+              f"| {branch} of {all_branches} | {percent(branch, all_branches):.1f} % |")
     missed = [name for name in GOAL_FOLDERS
               if percent(*sums[name][:2]) < LINES or percent(*sums[name][2:]) < BRANCHES]
     unused = sorted(set(known) - used)

@@ -13,6 +13,7 @@ import os
 import queue
 import random
 import re
+import resource
 import shutil
 import subprocess
 import sys
@@ -21,7 +22,9 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[1]
 GOAL = 0.9
-SECONDS = 120  # a test that takes longer has noticed
+SECONDS = 100  # a test that takes longer has noticed
+MEMORY = 12 << 30  # bytes that a process may have: a mutant may not know when to stop
+FILE = 1 << 30  # bytes that a file may have
 # The programs that test a file, by what its path begins with; the longest entry counts.
 TESTS = {
     "apps/pelagoShareTool/diagnostics": "diagnostics tool.session tool.caller",
@@ -117,7 +120,8 @@ class Tree:
             if (ROOT / name).is_file():
                 (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy2(ROOT / name, self.folder / name)
-        self.run(["cmake", "--preset", "dev", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O1"])
+        self.run(["cmake", "--preset", "dev", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O1",
+                  f"-DPELAGO_TEST_SECONDS={SECONDS}"])
 
     def run(self, command, **options):
         return subprocess.run(command, capture_output=True, text=True, **({"cwd": self.folder} | options))
@@ -131,7 +135,7 @@ class Tree:
             return "not built", ""
         expression = "^(" + "|".join(re.escape(name) for name in names) + ")$"
         done = self.run(["ctest", "--test-dir", self.build, "-R", expression, "--stop-on-failure",
-                         "--timeout", str(SECONDS), "--no-tests=error"])
+                         "--no-tests=error"])
         failed = re.findall(r"\d+ - (\S+) \(", done.stdout)
         return ("survived", "") if done.returncode == 0 else ("noticed", failed[-1] if failed else done.stdout[-200:])
 
@@ -150,6 +154,8 @@ def main():
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("files", nargs="*")
     options = parser.parse_args()
+    resource.setrlimit(resource.RLIMIT_AS, (MEMORY, resource.RLIM_INFINITY))
+    resource.setrlimit(resource.RLIMIT_FSIZE, (FILE, resource.RLIM_INFINITY))
     drawn = [place for path in sources(options.files) for place in places(path)]
     random.Random(options.seed).shuffle(drawn)
     waiting = queue.Queue()
@@ -157,7 +163,7 @@ def main():
         waiting.put(place)
     print(f"{len(drawn)} places", flush=True)
     trees = [Tree(number) for number in range(options.jobs)]
-    for path in {place[0] for place in drawn}:
+    for path in {tuple(tests(place[0])): place[0] for place in drawn}.values():
         state, by = trees[0].outcome(path)
         if state != "survived":
             sys.exit(f"mutate.py: unchanged, {path} fails its tests: {state} {by}")

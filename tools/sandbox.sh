@@ -90,7 +90,7 @@ while [ "${1-}" = --bind ] && [ "$#" -ge 3 ]; do
     shift 3
 done
 # What a build with counters counts there is worth keeping.
-[ -z "${GCOV_PREFIX-}" ] || binds=$binds$GCOV_PREFIX$newline$GCOV_PREFIX$newline
+[ -z "${PELAGO_COUNTS-}" ] || binds=$binds$PELAGO_COUNTS$newline$PELAGO_COUNTS$newline
 [ "$#" -gt 0 ] || { say 'usage: sandbox.sh [--bind OUTSIDE INSIDE]... COMMAND [ARG...]'; exit 125; }
 [ "$(id -u)" -eq 0 ] || { say 'only root can make a machine of its own'; exit 125; }
 exec 3<&0 # a background job would get /dev/null for its standard input

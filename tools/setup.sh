@@ -8,7 +8,7 @@
 set -eu
 
 PACKAGES="
-    bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ gcovr icu-devtools inotify-tools
+    bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ icu-devtools inotify-tools
     iproute2 libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils llvm-14
     locales make mandoc ninja-build pkg-config procps python3 samba shellcheck smbclient strace
     systemd unicode-data util-linux valgrind

@@ -5,9 +5,7 @@ tools/sandbox.sh only, whose machine is thrown away at the end.  The sandbox mak
 private, not single files in it: useradd replaces passwd by renaming, which no mount point survives.
 """
 
-import base64
 import contextlib
-import json
 import os
 import pwd
 import shutil
@@ -18,12 +16,14 @@ import tempfile
 import time
 import unittest
 
+import scriptRunner
+from scriptRunner import HANG, run_command
+
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 SHARES = '/tmp/Pelago Test.app/Contents/Library/shares'  # the blank is there on purpose
 STATE = '/run/pelago'
 COMMENT = 'Pelago share user'
 PROGRAM_PATH = '/usr/sbin:/usr/bin:/sbin:/bin'
-HANG = 40  # seconds after which something hangs; nothing is asserted about times below it
 
 SMB_CONF = """\
 [global]
@@ -133,66 +133,17 @@ class Smbd:
 
 # ---- The scripts
 
-class Result:
-    def __init__(self, status, output):
-        self.status, self.output = status, output
-
-    def __repr__(self):
-        return 'status %d, stderr %r' % (self.status, self.output)
-
-
 def script_path(name):
     return '%s/%s.sh' % (SHARES, name)
 
 
 def run_script(name, *args, **kwargs):
-    """Runs a script as a child of this process, its stdout on its stderr as its caller has it."""
-    kwargs.setdefault('stdin', subprocess.DEVNULL)
-    done = subprocess.run([script_path(name), *args], stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, timeout=HANG, check=False, **kwargs)
-    return Result(done.returncode, done.stdout.decode(errors='surrogateescape'))
+    return run_command([script_path(name), *args], **kwargs)
 
 
-class Session:
-    """Another process that runs scripts: a second tool, which can be killed."""
-
-    def __init__(self):
-        # pylint: disable=consider-using-with
-        self.process = subprocess.Popen([sys.executable, os.path.abspath(__file__), '--session'],
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-
+class Session(scriptRunner.Session):
     def start(self, name, *args):
-        request = [script_path(name)] + [os.fsdecode(arg) for arg in args]
-        self.process.stdin.write(json.dumps(request).encode() + b'\n')
-        self.process.stdin.flush()
-
-    def finish(self):
-        answer = json.loads(self.process.stdout.readline())
-        return Result(answer['status'],
-                      base64.b64decode(answer['output']).decode(errors='surrogateescape'))
-
-    def run(self, name, *args):
-        self.start(name, *args)
-        return self.finish()
-
-    def kill(self):
-        self.process.kill()
-        self.close()
-
-    def close(self):
-        with contextlib.suppress(BrokenPipeError):
-            self.process.stdin.close()
-        self.process.stdout.close()
-        self.process.wait(HANG)
-
-
-def serve_session():
-    for line in sys.stdin.buffer:
-        argv = [os.fsencode(arg) for arg in json.loads(line)]
-        done = subprocess.run(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.STDOUT, check=False)
-        print(json.dumps({'status': done.returncode,
-                          'output': base64.b64encode(done.stdout).decode()}), flush=True)
+        super().start([script_path(name), *args])
 
 
 # ---- The client
@@ -391,7 +342,3 @@ class ScriptTest(unittest.TestCase):
         status, output = client(user, password or self.password, share, 'ls')
         self.assertNotEqual(status, 0, output)
         self.assertIn(reason, output)
-
-
-if __name__ == '__main__' and sys.argv[1:] == ['--session']:
-    serve_session()

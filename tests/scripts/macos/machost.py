@@ -10,12 +10,10 @@ guests in unless told not to, two records may have one number, a password for SM
 was set after it was asked for, and setting an attribute can fail with status 0.
 """
 
-import base64
 import contextlib
 import copy
 import datetime
 import functools
-import json
 import os
 import re
 import shutil
@@ -30,6 +28,10 @@ import time
 import traceback
 import unittest
 import uuid
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from scriptRunner import HANG, Session, run_command  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(HERE)))
@@ -41,7 +43,6 @@ MARK = 'Pelago share user'
 ACCESS_GROUP = 'com.apple.access_smb'
 SHELLS = {'dash': ['/bin/dash'], 'bash': ['/bin/bash', '--posix']}
 PASSWORD = 'correct horse'
-HANG = 30  # seconds after which something hangs; nothing is asserted about times below it
 
 PROGRAMS = {
     'dscl': '/usr/bin', 'sharing': '/usr/sbin', 'pwpolicy': '/usr/bin', 'dseditgroup': '/usr/sbin',
@@ -605,57 +606,8 @@ def set_up():
 
 # ---- The scripts
 
-class Result:
-    def __init__(self, status, output):
-        self.status, self.output = status, output
-
-    def __repr__(self):
-        return 'status %d, stderr %r' % (self.status, self.output)
-
-
 def script_path(name):
     return '%s/%s.sh' % (SHARES, name)
-
-
-def run_command(argv, **kwargs):
-    """Runs a script as a child of this process, its stdout on its stderr as its caller has it."""
-    kwargs.setdefault('stdin', subprocess.DEVNULL)
-    done = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG,
-                          check=False, **kwargs)
-    return Result(done.returncode, done.stdout.decode(errors='surrogateescape'))
-
-
-class Session:
-    """Another process that runs scripts: a second tool, which can be killed."""
-
-    def __init__(self):
-        # pylint: disable=consider-using-with
-        self.process = subprocess.Popen([sys.executable, os.path.abspath(__file__), '--session'],
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-
-    def run(self, argv, **_):
-        self.process.stdin.write(json.dumps([os.fsdecode(arg) for arg in argv]).encode() + b'\n')
-        self.process.stdin.flush()
-        answer = json.loads(self.process.stdout.readline())
-        return Result(answer['status'],
-                      base64.b64decode(answer['output']).decode(errors='surrogateescape'))
-
-    def kill(self):
-        self.process.kill()
-        self.close()
-
-    def close(self):
-        with contextlib.suppress(BrokenPipeError):
-            self.process.stdin.close()
-        self.process.stdout.close()
-        self.process.wait(HANG)
-
-
-def serve_session():
-    for line in sys.stdin.buffer:
-        result = run_command([os.fsencode(arg) for arg in json.loads(line)])
-        output = base64.b64encode(result.output.encode(errors='surrogateescape')).decode()
-        print(json.dumps({'status': result.status, 'output': output}), flush=True)
 
 
 # ---- The tests' base
@@ -756,7 +708,3 @@ class MacTest(unittest.TestCase):
 
     def entries(self, path):
         return list(HOST.mac.entry_lines(path))
-
-
-if __name__ == '__main__' and sys.argv[1:] == ['--session']:
-    serve_session()
