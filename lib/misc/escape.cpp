@@ -9,11 +9,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <emmintrin.h>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -294,6 +295,26 @@ size_t EscapeDigits(const char *bytes, size_t size)
     return digits;
 }
 
+constexpr size_t ESCAPE_OCTAL_DIGITS = 3;
+
+// The number that scanf("%3o") reads, with the blanks and the sign before it; nothing when there is
+// none. scanf itself would measure all of the rest for each number.
+std::optional<unsigned> EscapeOctal(const char *text)
+{
+    while (isspace(static_cast<unsigned char>(*text))) {
+        text++;
+    }
+    const bool hasSign = *text == '-' || *text == '+';
+    const bool isNegative = *text == '-';
+    size_t i = hasSign;
+    unsigned number = 0;
+    for (; i < ESCAPE_OCTAL_DIGITS && text[i] >= '0' && text[i] <= '7'; i++) {
+        number = number * 8 + static_cast<unsigned>(text[i] - '0');
+    }
+    if (i == hasSign) { return std::nullopt; }
+    return isNegative ? -number : number;
+}
+
 enum class EscapeLineEnd { UNIX, ANSI };
 
 } // namespace
@@ -408,17 +429,15 @@ const char *Escape_Strchr(char escByte, const char *string, char wanted)
 
 char Escape_UnescapeCString(char *string)
 {
-    constexpr size_t OCTAL_DIGITS = 3;
     const char *in = string;
     char *out = string;
     while (*in != '\0') {
-        unsigned number = 0;
         if (in[0] == '\\' && (in[1] == '\\' || in[1] == 'n')) {
             *out++ = in[1] == 'n' ? '\n' : '\\';
             in += 2;
-        } else if (in[0] == '\\' && sscanf(in, "\\%03o", &number) == 1) {
-            *out++ = static_cast<char>(number);
-            in += 1 + strnlen(in + 1, OCTAL_DIGITS); // all three, however few were read
+        } else if (const auto number = in[0] == '\\' ? EscapeOctal(in + 1) : std::nullopt) {
+            *out++ = static_cast<char>(*number);
+            in += 1 + strnlen(in + 1, ESCAPE_OCTAL_DIGITS); // all three, however few were read
         } else {
             *out++ = *in++;
         }
