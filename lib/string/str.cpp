@@ -5,9 +5,7 @@
 #include "diagnostics.h"
 #include "util.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -156,7 +154,7 @@ extern "C" char *Str_Strncpy(char *destination, size_t size, const char *source,
 
 extern "C" char *Str_Strcat(char *destination, const char *source, size_t size)
 {
-    const size_t used = strlen(destination);
+    const size_t used = strnlen(destination, size);
     const size_t length = strlen(source);
     // Two strings that are in memory have no sum that overflows.
     if (used + length >= size) { StrTooSmall(STRCAT_LINE); }

@@ -204,6 +204,7 @@ TEST(Format, PrintsIntegersOfEverySize)
             << size;
     }
     EXPECT_EQ(Format("%I32d %I32u", -5, -5), "-5 4294967291");
+    EXPECT_EQ(Format("%I3d %I3x %I6d", 5LL, 0xABCLL, LLONG_MIN), "  5 abc -9223372036854775808");
     EXPECT_EQ(Format("%hd %hu %hx", 0x18000, 0x18000, -1), "-32768 32768 ffff");
     EXPECT_EQ(Format("%hhd %hhu %hhx", 300, 300, -1), "44 44 ff");
     EXPECT_EQ(Format("%D %U %O", LONG_MIN, ULONG_MAX, 1L << 40),
@@ -668,6 +669,27 @@ TEST(FormatPositions, TakeEveryType)
         "8.000000 7 6 C 4 3.000000e+00 2 1");
 }
 
+TEST(FormatPositions, TakeWhatEachLetterTakes)
+{
+    for (const char letter : std::string("diouxXcp")) {
+        const std::string plain = std::string("%") + letter, placed = std::string("%1$") + letter;
+        EXPECT_EQ(Format(placed.c_str(), 0x41LL), Format(plain.c_str(), 0x41LL)) << letter;
+    }
+    for (const char letter : std::string("diouxXDOU")) {
+        const std::string size = strchr("DOU", letter) == nullptr ? "ll" : "";
+        const std::string plain = "%" + size + letter, placed = "%1$" + size + letter;
+        EXPECT_EQ(Format(placed.c_str(), LLONG_MAX), Format(plain.c_str(), LLONG_MAX)) << letter;
+    }
+    for (const char letter : std::string("aAeEfFgG")) {
+        const std::string plain = std::string("%") + letter, placed = std::string("%1$") + letter;
+        EXPECT_EQ(Format(placed.c_str(), 1.5e-3), Format(plain.c_str(), 1.5e-3)) << letter;
+        const std::string longPlain = std::string("%L") + letter,
+                          longPlaced = std::string("%1$L") + letter;
+        EXPECT_EQ(Format(longPlaced.c_str(), 1.5e-3L), Format(longPlain.c_str(), 1.5e-3L))
+            << letter;
+    }
+}
+
 TEST(FormatPositions, TakeWidthAndPrecision)
 {
     EXPECT_EQ(Format("%3$*1$.*2$f|", 8, 2, 1.5), "    1.50|");
@@ -951,6 +973,24 @@ TEST(FormatMemory, MakesTheCallFailWhenItRunsOut)
         }
         EXPECT_EQ(length, -1) << granted;
     }
+}
+
+TEST(FormatMemory, IsNotAskedForAgainByTheNextPosition)
+{
+    char buffer[16];
+    const OutOfMemory once(1, 1);
+    EXPECT_EQ(
+        FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%*9$.*8$d", 1, 2, 3, 4, 5, 6, 7, 8, 9),
+        -1);
+    EXPECT_TRUE(once.Showed());
+}
+
+TEST(FormatMemory, MakesTheCallFailInAWideCharacter)
+{
+    const OutOfMemory once(1, 1);
+    EXPECT_EQ(FormatWith(bsd_vsnprintf, "%200lc%200lc%200lc%200lc", L'a', L'b', L'c', L'd'),
+              "(failed)");
+    EXPECT_TRUE(once.Showed());
 }
 
 TEST(FormatMemoryDeathTest, AbortsWithoutAnyForThePositionsTypes)

@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -335,6 +336,8 @@ TEST(StrStrcatDeathTest, EndsTheProcessWhenItDoesNotFit)
     EXPECT_PANIC(Str_Strcat(buffer, "cdefgh", sizeof buffer),
                  "lib/string/str:444 Buffer too small\n");
     EXPECT_PANIC(Str_Strcat(buffer, "", 2), "lib/string/str:444 Buffer too small\n");
+    const std::unique_ptr<char[]> unterminated(new char[2]{'a', 'b'});
+    EXPECT_PANIC(Str_Strcat(unterminated.get(), "", 2), "lib/string/str:444 Buffer too small\n");
 }
 
 TEST(StrStrncat, AppendsAtMostSoManyBytes)
