@@ -3,14 +3,12 @@
 
 #include "codesetInt.h"
 #include "codesetUtf.h"
-#include "scoped.h"
 #include "scopedCf.h"
 #include "unicode.h"
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 namespace {
 

@@ -9,7 +9,6 @@
 #include "unicode.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
@@ -29,14 +28,11 @@ char *CodeSetSwapped(const char *buf, size_t size)
     return swapped;
 }
 
-// Whether the bytes decode; what to is not kept.
-bool CodeSetDecodes(bool (*decoder)(const char *, size_t, DynBuf *), const char *buf, size_t size)
+bool CodeSetUtf16beIsValid(const char *buf, size_t size)
 {
-    DynBuf ignored;
-    DynBuf_Init(&ignored);
-    const bool decodes = decoder(buf, size, &ignored);
-    DynBuf_Destroy(&ignored);
-    return decodes;
+    if (size % 2 != 0) { return false; }
+    const ScopedFree<char> swapped(CodeSetSwapped(buf, size));
+    return swapped && CodeSetUtf16IsValid(swapped.get(), size);
 }
 
 bool CodeSetFallbackReads(StringEncoding encoding)
@@ -68,7 +64,7 @@ bool CodeSetKeepAscii(const char *buf, size_t size, unsigned policy, const char 
         bool done = DynBuf_Append(db, run, static_cast<size_t>(buf - run));
         if (buf != end) {
             done = done && policy != CODESET_INVALID_FAIL;
-            if (policy & CODESET_INVALID_SUBSTITUTE) {
+            if (policy & CODESET_INVALID_SUBSTITUTE) { // of numbers that are no policy, too
                 done = done && DynBuf_Append(db, substitute, strlen(substitute));
             }
             buf += length(buf, static_cast<size_t>(end - buf));
@@ -95,8 +91,8 @@ bool CodeSetFallbackIsValid(const char *buf, size_t size, StringEncoding encodin
     if (size == 0) { return CodeSetFallbackReads(encoding); }
     switch (encoding) {
     case STRING_ENCODING_UTF_8: return CodeSetUtf8IsValid(buf, size);
-    case STRING_ENCODING_UTF_16LE: return CodeSetDecodes(CodeSetUtf16ToUtf8Db, buf, size);
-    case STRING_ENCODING_UTF_16BE: return CodeSetDecodes(CodeSetUtf16beToUtf8Db, buf, size);
+    case STRING_ENCODING_UTF_16LE: return CodeSetUtf16IsValid(buf, size);
+    case STRING_ENCODING_UTF_16BE: return CodeSetUtf16beIsValid(buf, size);
     case STRING_ENCODING_ASCII: return std::all_of(buf, buf + size, IsAscii);
     default: return false; // nothing is known of it
     }

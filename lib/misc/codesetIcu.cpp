@@ -58,14 +58,6 @@ bool CodeSetSetPolicy(UConverter *from, UConverter *to, unsigned policy)
     return U_SUCCESS(status);
 }
 
-// Enlarges the buffer where there is not that much room behind its contents.
-bool CodeSetMakeRoom(DynBuf *db, size_t room)
-{
-    size_t needed = 0;
-    if (__builtin_add_overflow(db->size, room, &needed)) { return false; }
-    return needed <= db->allocated || DynBuf_Enlarge(db, needed);
-}
-
 bool CodeSetDouble(DynBuf *db)
 {
     size_t doubled = 0;
@@ -86,7 +78,7 @@ bool CodeSetIcuConvertDb(const char *codeIn, const char *bufIn, size_t sizeIn, c
     if (!CodeSetSetPolicy(from.get(), to.get(), policy)) { return false; }
 
     size_t room = 0;
-    if (__builtin_add_overflow(sizeIn, EXTRA_ROOM, &room) || !CodeSetMakeRoom(db, room)) {
+    if (__builtin_add_overflow(sizeIn, EXTRA_ROOM, &room) || !DynBufMakeRoom(db, room)) {
         return false;
     }
     UChar pivot[PIVOT_UNITS];

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cpuid.h>
 #include <cstdint>
+#include <cstring>
 #include <immintrin.h>
 
 namespace {

@@ -20,7 +20,7 @@ bool CodeSetUtf16IsValid(const char *bytes, size_t size);
 // Append the converted text, which takes one allocation at most: a buffer without a block gets one
 // of just the size that is needed.  On return there is room for CODESET_UTF_SLACK bytes more, so
 // that a terminator needs no allocation of its own.  A text of size 0 appends and allocates
-// nothing. False for a text that is not well-formed, of UTF-16 for an odd size, too, and when
+// nothing.  False for a text that is not well-formed, of UTF-16 for an odd size, too, and when
 // memory runs out; the contents are as they were then.
 constexpr size_t CODESET_UTF_SLACK = 16;
 bool CodeSetUtf8ToUtf16Db(const char *bytes, size_t size, DynBuf *db);

@@ -135,6 +135,15 @@ RUNS_OUT_WHEN(CodeSet_GenericToGeneric, WithoutIcu, FAILS)
     });
 }
 
+// The terminator is the first that does not fit into the block.
+RUNS_OUT_WHEN(CodeSet_GenericToGeneric, ForTheTerminator, FAILS)
+{
+    static const std::string TEXT(DYNBUF_FIRST_ALLOCATION - 1, 'x');
+    return HandsOut(Way::Fallback, TEXT, [](char **out, size_t *size) {
+        return CodeSet_GenericToGeneric("ASCII", TEXT.data(), TEXT.size(), "UTF-8", 0, out, size);
+    });
+}
+
 RUNS_OUT(CodeSet_GenericToGenericDb, FAILS)
 {
     return Appends(Way::Icu, LONG_LE, [](DynBuf *db) {

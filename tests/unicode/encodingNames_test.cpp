@@ -359,7 +359,7 @@ TEST_P(EncodingLookupOf, FindsWithoutAWarning)
 INSTANTIATE_TEST_SUITE_P(Spellings, EncodingLookupOf,
                          testing::Values(NameCase{"UTF-8", 0}, NameCase{"utf-8", 0},
                                          NameCase{"UTF8", 0}, NameCase{"utf_8", 0},
-                                         NameCase{" U t F ( 8 ) ", 0},
+                                         NameCase{" U t F ( 8 ) ", 0}, NameCase{"{UTF~8}", 0},
                                          NameCase{"UTF\xE2\x80\x90"
                                                   "8",
                                                   0},

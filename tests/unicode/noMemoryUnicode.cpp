@@ -242,10 +242,18 @@ NEEDS_NO_MEMORY(Unicode_IsBufferValid)
     });
 }
 
-RUNS_OUT_WHEN(Unicode_IsBufferValid, InUtf16, FAILS)
+NEEDS_NO_MEMORY_WHEN(Unicode_IsBufferValid, InUtf16le)
 {
     return WithNames(
         [] { return Scarcely([] { return Unicode_IsBufferValid(AB_16.data(), 4, LE); }); });
+}
+
+RUNS_OUT_WHEN(Unicode_IsBufferValid, InUtf16be, FAILS)
+{
+    return WithNames([] {
+        return Scarcely(
+            [] { return Unicode_IsBufferValid("\0a\0b", 4, STRING_ENCODING_UTF_16BE); });
+    });
 }
 
 RUNS_OUT_WHEN(Unicode_IsBufferValid, WithIcu, Panics("VERIFY lib/misc/codeset:1723\n"))
