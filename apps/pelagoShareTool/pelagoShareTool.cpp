@@ -111,24 +111,30 @@ bool CommitServices(SCPreferencesRef prefs, CFArrayRef services, const char *cal
     return true;
 }
 
+// The services that are to be changed, nullptr when there are none; nothing, after a message in the
+// name of caller, when what is there is something else.
+std::optional<CFArrayRef> GetServicesToChange(SCPreferencesRef prefs, const char *caller)
+{
+    const CFPropertyListRef present = GetEnabledServices(prefs);
+    if (present != nullptr && !IsArray(present)) {
+        fprintf(stderr, "%s: EnabledServicesKey has unexpected non-array type\n", caller);
+        return std::nullopt;
+    }
+    return static_cast<CFArrayRef>(present);
+}
+
 bool EnableFileSharing(SCPreferencesRef prefs)
 {
     fprintf(stderr, "Enabling Windows File Sharing.\n");
-    const CFPropertyListRef present = GetEnabledServices(prefs);
-    if (present != nullptr && !IsArray(present)) {
-        fprintf(stderr, "%s: EnabledServicesKey has unexpected non-array type\n", __func__);
-        return false;
-    }
+    const std::optional<CFArrayRef> present = GetServicesToChange(prefs, __func__);
+    if (!present) { return false; }
     const ScopedRef<CFMutableArrayRef> services(
         CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
     if (!services) {
         fprintf(stderr, "%s: Unable to allocate mutable array for enabled services\n", __func__);
         return false;
     }
-    if (present != nullptr) {
-        const auto array = static_cast<CFArrayRef>(present);
-        CFArrayAppendArray(services.get(), array, FullRange(array));
-    }
+    if (*present != nullptr) { CFArrayAppendArray(services.get(), *present, FullRange(*present)); }
     CFArrayAppendValue(services.get(), CFSTR("disk"));
     return CommitServices(prefs, services.get(), __func__, "error while enabling file sharing");
 }
@@ -136,17 +142,13 @@ bool EnableFileSharing(SCPreferencesRef prefs)
 bool DisableFileSharing(SCPreferencesRef prefs)
 {
     fprintf(stderr, "Disabling Windows File Sharing.\n");
-    const CFPropertyListRef present = GetEnabledServices(prefs);
-    if (present == nullptr) { return true; }
-    if (!IsArray(present)) {
-        fprintf(stderr, "%s: EnabledServicesKey has unexpected non-array type\n", __func__);
-        return false;
-    }
-    const auto array = static_cast<CFArrayRef>(present);
-    const CFIndex disk = CFArrayGetFirstIndexOfValue(array, FullRange(array), CFSTR("disk"));
+    const std::optional<CFArrayRef> present = GetServicesToChange(prefs, __func__);
+    if (!present) { return false; }
+    if (*present == nullptr) { return true; }
+    const CFIndex disk = CFArrayGetFirstIndexOfValue(*present, FullRange(*present), CFSTR("disk"));
     if (disk == kCFNotFound) { return true; }
     const ScopedRef<CFMutableArrayRef> services(
-        CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, array));
+        CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, *present));
     if (!services) {
         fprintf(stderr, "%s: failed to create mutable copy of ENABLED_SERVICES\n", __func__);
         return false;
