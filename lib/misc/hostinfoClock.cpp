@@ -45,7 +45,7 @@ HostinfoRateConversion HostinfoTimerFactor()
 {
     const HostinfoRateConversion factor = HostinfoTimerFactor();
     const uint64_t packed = uint64_t{factor.mult} << MULT_BITS | factor.shift;
-    sTimerFactor.exchange(packed, std::memory_order_relaxed);
+    sTimerFactor.store(packed, std::memory_order_relaxed);
     return packed;
 }
 

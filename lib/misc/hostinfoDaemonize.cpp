@@ -3,6 +3,7 @@
 
 #include "diagnostics.h"
 #include "hostinfoDaemonizeInt.h"
+#include "hostinfoInt.h"
 #include "posixInt.h"
 #include "scoped.h"
 #include "str.h"
@@ -119,7 +120,6 @@ extern "C" int Hostinfo_Execute(const char *path, char *const *args, bool wait, 
 namespace {
 
 constexpr char FUNCTION[] = "Hostinfo_Daemonize";
-constexpr char NOT_REACHED_PATH[] = "lib/misc/hostinfoPosix";
 constexpr int EXECV_CHECK = 3265;
 
 // Closes a descriptor at the end, which leaves no trace in errno.
@@ -252,7 +252,7 @@ bool FillPidFile(Start *start)
     if (start->pidFile && !FillPidFile(start)) { ReportAndEnd(*start, errno); }
     SetWriteSignals(SIG_DFL);
     if (execv(program, args) != -1) {
-        Panic(UTIL_NOT_REACHED_REPORT, NOT_REACHED_PATH, EXECV_CHECK);
+        Panic(UTIL_NOT_REACHED_REPORT, HOSTINFO_MODULE, EXECV_CHECK);
     }
     const int error = errno;
     SetWriteSignals(SIG_IGN);

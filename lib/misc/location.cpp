@@ -109,7 +109,7 @@ char *LocationGetRoot()
 {
     if (sUpCount != 0) { return LocationClimb(__func__); }
     if (geteuid() != getuid()) {
-        // Its environment and the file are in the hands of whoever started it.
+        // Its environment is in the hands of whoever started it.
         Warning("%s: Cannot get location root of a setuid process.\n", __func__);
         return nullptr;
     }

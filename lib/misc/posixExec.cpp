@@ -4,6 +4,7 @@
 #include "posixInt.h"
 
 #include <cstdarg>
+#include <cstdlib>
 #include <unistd.h>
 
 namespace {

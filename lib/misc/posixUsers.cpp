@@ -133,8 +133,15 @@ private:
     size_t mRoom;
 };
 
+// A field that one host has and the other has not: it would point at what is overwritten.
+template <typename Record> void UsersForgetClass(Record *record)
+{
+    if constexpr (requires { record->pw_class; }) { record->pw_class = nullptr; }
+}
+
 bool UsersPack(const passwd &text, passwd *record, char *buffer, size_t size)
 {
+    UsersForgetClass(record);
     return UsersPacker(buffer, size).PutText(text, PASSWD_TEXT, record);
 }
 

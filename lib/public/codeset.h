@@ -22,7 +22,7 @@ extern "C" {
  */
 bool CodeSet_Init(const char *icuDataDir);
 
-/* Goes on without ICU, for the rest of the process. */
+/* Goes on without ICU, until CodeSet_Init() is called again.  No conversion may run meanwhile. */
 void CodeSet_DontUseIcu(void);
 
 /* The name of the code set that the host's texts are in, a constant: "UTF-8" on either host. */
@@ -50,11 +50,16 @@ CodeSetLocationFunc CodeSetGetLocationFunc(void);
  *
  * All return true, or false when the input is invalid, an encoding is not known or memory runs out:
  * then nothing is handed out, bufOut and sizeOut are as they were, and nothing is printed, but by
- * UnicodeIANALookup() of names that it does not know.  A failed Db conversion leaves db's size as
+ * UnicodeIANALookup() of names that it does not know; without memory that look-up may end the
+ * process, as Util_SafeMalloc() does.  A failed Db conversion leaves db's size as
  * it was.  All of it is reentrant, once the initialisation has returned.
  */
 
-/* What becomes of input that is invalid, and of characters that the target lacks. */
+/*
+ * What becomes of input that is invalid, and of characters that the target lacks.  Characters that
+ * are meant to be invisible (U+00AD, U+200D, variation selectors) ICU itself drops, of a version
+ * that does so, whatever the policy; that is no failure.
+ */
 enum {
     CODESET_INVALID_FAIL = 0,       /* the conversion fails */
     CODESET_INVALID_SUBSTITUTE = 1, /* something is written in their place: U+FFFD in Unicode, else

@@ -96,7 +96,7 @@ static inline void DynBuf_Attach(DynBuf *buf, size_t size, void *data)
 
 /*
  * Gives the block, or NULL, to the caller, who releases it with free().  The buffer's size stays
- * what it was, so that the block's can still be read; before anything is appended to the buffer it
+ * what it was, so that the block's can still be read; before anything else of the buffer is used it
  * must be made anew or destroyed.
  */
 static inline void *DynBuf_Detach(DynBuf *buf)

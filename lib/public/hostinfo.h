@@ -45,7 +45,8 @@ char *Hostinfo_GetOSShortName(void);
 /*
  * Fields like distroVersion='10.15.7' with a blank between them, for reports: architecture,
  * bitness, buildNumber, distroName, distroVersion, familyName and kernelVersion, as far as they are
- * known at the latest look-up.  A quote or a backslash in a value has a backslash before it.  NULL
+ * known at the latest look-up (architecture is always X86, and bitness 32 for hardware that is not
+ * known).  A quote or a backslash in a value has a backslash before it.  NULL
  * as for the names; "" when a field exceeds 1023 bytes.  Two threads that look up the system's
  * names or these for the first time get their fields mixed; one that asks while another is still
  * looking them up may get "" or part of the line.
@@ -98,7 +99,7 @@ char *Hostinfo_GetCpuidDump(void);
 int Hostinfo_NumCPUs(void);
 
 /* The highest clock rate in MHz.  The processor's number is not looked at.  False when that is not
- * known. */
+ * known, or is 2^32 Hz or more: it is read in 32 bits. */
 bool Hostinfo_CpuMHz(unsigned int cpu, uint32_t *mhz);
 
 /* The processor's name; NULL when it is not known. */
@@ -183,8 +184,9 @@ size_t Hostinfo_GetKernelZoneElemSize(const char *name);
  */
 char *Hostinfo_GetModulePath(uint32_t privilege);
 
-/* The name of the user who runs this process, in the host's own bytes; else what "USER" in the
- * environment says; else NULL. */
+/* The name of the user who runs this process, in the host's own bytes; else, and for a record of
+ * the user database that exceeds 1024 bytes, what "USER" in the environment says, which is up to
+ * whoever started the process; else NULL. */
 char *Hostinfo_GetUser(void);
 
 /* What is known of a process. */
@@ -194,14 +196,15 @@ typedef enum HostinfoProcessQuery {
     HOSTINFO_PROCESS_QUERY_UNKNOWN = 2
 } HostinfoProcessQuery;
 
-/* Whether there is a process of that number, one's own or another user's. */
+/* Whether there is a process of that number, which is above 0, one's own or another user's. */
 HostinfoProcessQuery Hostinfo_QueryProcessExistence(int pid);
 
 /*
  * Runs a program, which is searched for as execvp() does, with the NULL-terminated arguments, the
- * first of which is its own name.  It starts with default signal actions, without timers, with the
- * soft limit of its address space raised to the hard one, and with no open descriptor below the
- * limit on open files but 0 to 2 and those in keepFds.
+ * first of which is its own name.  It starts with default actions of the signals 1 to 32 (those
+ * that are blocked stay so), without timers, with the soft limit of its address space raised to the
+ * hard one, and with no open descriptor below the limit on open files but 0 to 2 and those in
+ * keepFds.
  *
  * With wait, returns how it ended, as waitpid() tells it (a program that could not be started exits
  * with 127), or 0 when this process has its children reaped without being told.  Without, 0 as soon
@@ -221,12 +224,12 @@ enum {
 
 /*
  * Starts the program at path as a daemon: not a child of this process, in a session of its own
- * without a terminal, in "/", with /dev/null as its standard descriptors, with default signal
- * actions and no signal blocked, without timers, with the soft limit of its address space raised to
- * the hard one, and with no other open descriptor below the limit on open files but those in
- * keepFds, unless they are close-on-exec.  args are its NULL-terminated arguments, the first of
- * which is its own name; path and args are UTF-8.  A relative path is looked for from the daemon's
- * folder.
+ * without a terminal, in "/", with /dev/null as its standard descriptors, with default
+ * actions of the signals 1 to 32 and no signal blocked, without timers, with the soft limit of its
+ * address space raised to the hard one, and with no other open descriptor below the limit on open
+ * files but those in keepFds, unless they are close-on-exec.  args are its NULL-terminated
+ * arguments, the first of which is its own name; path and args are UTF-8.  A relative path is
+ * looked for from the daemon's folder.
  *
  * pidPath, unless it is NULL, is a file for the daemon's process number, which is made with mode
  * 0644 or overwritten, and reaches the disk before the program is started.  With

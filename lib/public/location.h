@@ -4,7 +4,11 @@
  * A program declares once, with its process tag, who it is.  From then on every file of the product
  * that has a key can be asked for.  A program inside the product's bundle finds the root from its
  * own real path, so a bundle that was moved is found; any other program takes it from the variable
- * TARVEX_LOCATION_ROOT_FULLPATH or else from the file that Location_GetLastUsedFile() names.
+ * TARVEX_LOCATION_ROOT_FULLPATH or else from the file that Location_GetLastUsedFile() names, as it
+ * stands there, 1023 bytes of it at most.  Where either is empty, paths begin at "/".
+ *
+ * There is one tag, "shareTool", and these keys: "rootDir", "icuDir", "shareToolFile",
+ * "shareAddUserFile", "shareRmUserFile", "shareAddShareFile" and "shareRmShareFile".
  */
 #ifndef PELAGO_LOCATION_H
 #define PELAGO_LOCATION_H
@@ -23,7 +27,8 @@ void Location_Init(const char *processTag);
 /*
  * The full path for key, which is not NULL; the caller releases it with free().  NULL, silently,
  * for a key that is not known or when memory runs out at the end, and after a Warning that says why
- * when the root cannot be found.  The root is looked for anew on every call, from any thread.
+ * when the root cannot be found, as it is not by a program outside the bundle whose real and
+ * effective users differ.  The root is looked for anew on every call, from any thread.
  */
 char *Location_Get(const char *key);
 

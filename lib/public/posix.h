@@ -21,7 +21,6 @@
 #include "unicode.h"
 
 #include <dirent.h>
-#include <stdbool.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <sys/types.h>
@@ -150,8 +149,10 @@ int Posix_Putenv(char *string);
  * ---- Users and groups
  *
  * Of a record, the name, the password, the full name (pw_gecos), the home and the shell, and the
- * names of a group's members, are UTF-8.  An unknown encoding or bytes that are not text end as in
- * Unicode_AllocWithLength(), never in half a record.
+ * names of a group's members, are UTF-8.  What else macOS has in a user's record (pw_class,
+ * pw_change, pw_expire) is not given: pw_class is NULL, and in the static record the others are 0.
+ * An unknown encoding or bytes that are not text end as in Unicode_AllocWithLength(), never in half
+ * a record.
  *
  * Posix_Getpwnam(), Posix_Getpwuid(), Posix_Getpwent() and Posix_Getgrnam() return one static
  * record a kind, which belongs to the library: the next call that finds a record frees the strings

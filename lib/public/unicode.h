@@ -87,8 +87,9 @@ bool Unicode_IsEncodingValid(StringEncoding encoding);
  * encoding: two bytes for the UTF-16 encodings, four for the UTF-32 ones, else one.  The terminator
  * does not count.  STRING_ENCODING_DEFAULT is the current encoding.  New strings, buffers and lists
  * are the caller's, who releases them, and a list's entries, with free().  Which encodings can be
- * converted is told in codeset.h.  All of it is reentrant; a failed safe allocation ends the
- * process.
+ * converted is told in codeset.h; a number that is no encoding's, STRING_ENCODING_UNKNOWN among
+ * them, ends the process as in Unicode_EncodingEnumToName() wherever there is text to convert.  All
+ * of it is reentrant; a failed safe allocation ends the process.
  */
 
 /*
@@ -110,7 +111,8 @@ Unicode *Unicode_AllocList(char **list, ssize_t count, StringEncoding encoding);
 /*
  * A new string of ASCII text, in which, when unescape is true, a backslash and "u" with four
  * hexadecimal digits, or "U" with eight, are a character; what is above U+10FFFF is U+FFFD.  A
- * backslash before anything else stands for that, and at the end for nothing.  Other bytes than
+ * backslash before anything else stands for that, and at the end for nothing.  A character of value
+ * 0 ends the string.  Other bytes than
  * ASCII, and other than digits where they belong, end the process
  * ("VERIFY lib/unicode/unicodeSimpleBase:815", "VERIFY ...:831" behind a backslash,
  * "NOT_IMPLEMENTED ...:869"), and so does half of a pair of surrogates without ICU.  When unescape
@@ -124,8 +126,8 @@ Unicode Unicode_Duplicate(const char *string);
 
 /*
  * The string's text in the encoding, as a new terminated buffer.  NULL for NULL, and when the
- * encoding is not known or lacks one of the characters.  What is not UTF-8 ends the process for
- * UTF-16LE: "NOT_IMPLEMENTED lib/unicode/unicodeSimpleBase:741".
+ * encoding cannot be converted to or lacks one of the characters.  What is not UTF-8 ends the
+ * process for UTF-16LE: "NOT_IMPLEMENTED lib/unicode/unicodeSimpleBase:741".
  */
 char *Unicode_GetAllocBytes(const char *string, StringEncoding encoding);
 
@@ -142,9 +144,10 @@ char **Unicode_GetAllocList(Unicode *list, ssize_t count, StringEncoding encodin
  * Copies the string's text in the encoding into capacity bytes, terminated (with one byte, but for
  * UTF-16LE with two).  True when all of it fit.  What does not fit is cut, in UTF-8, ASCII and
  * UTF-16LE between characters, in other encodings between bytes.  False, with nothing written, when
- * the encoding is not known, lacks one of the characters, or not even the terminator fits.  How
- * many bytes were copied, the terminator not counted, goes to *lengthOut unless that is NULL.  What
- * is not UTF-8 ends the process for UTF-16LE: "NOT_IMPLEMENTED lib/unicode/unicodeSimpleBase:554".
+ * the encoding cannot be converted to, lacks one of the characters, or not even the terminator
+ * fits. How many bytes were copied, the terminator not counted, goes to *lengthOut unless that is
+ * NULL. What is not UTF-8 ends the process for UTF-16LE: "NOT_IMPLEMENTED
+ * lib/unicode/unicodeSimpleBase:554".
  */
 bool Unicode_CopyBytes(void *destination, const char *string, size_t capacity, size_t *lengthOut,
                        StringEncoding encoding);

@@ -5,7 +5,8 @@
  * The safe allocators call the C library's allocator of the same name and hand on its result; when
  * it has no memory for a request that is not empty, they end the process through Panic() instead of
  * returning, so their results need no test.  Every block they return is the caller's, and is
- * released with free().  Sizes are in bytes.  Everything here is reentrant and thread-safe.
+ * released with free().  Sizes are in bytes.  Everything here is reentrant and thread-safe, unless
+ * it says otherwise.
  */
 #ifndef PELAGO_UTIL_H
 #define PELAGO_UTIL_H

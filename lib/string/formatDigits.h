@@ -90,7 +90,7 @@ inline char *FormatGroupedDigits(uint64_t value, char *end, char separator, cons
         value /= 10;
         if (value == 0) { return end; }
         inGroup++;
-        if (inGroup == *grouping && *grouping != FORMAT_ENDLESS_GROUP) {
+        if (inGroup == *grouping) { // which FORMAT_ENDLESS_GROUP is too large for
             *--end = separator;
             inGroup = 0;
             grouping += grouping[1] != '\0';

@@ -105,7 +105,8 @@ public:
 
 private:
     struct Slot {
-        uint16_t textAt = 0, row = 0; // 0: empty
+        uint16_t textAt = 0; // 0: empty
+        uint16_t row = 0;
     };
 
     constexpr uint32_t FindSlot(const char *text) const
