@@ -122,13 +122,13 @@ constexpr char LOST[] = "caf\xC3\xA9";
 
 class EachWrapper : public testing::TestWithParam<Wrapper> {
 protected:
-    static Outcome Make(const std::vector<const char *> &texts)
+    static CallOutcome Make(const std::vector<const char *> &texts)
     {
         sCalls = 0;
         sGiven.clear();
         sConverted.clear();
         errno = ALONE;
-        const Outcome outcome = GetParam().wrapped(texts.data());
+        const CallOutcome outcome = GetParam().wrapped(texts.data());
         EXPECT_THAT(outcome.result, testing::AnyOf("-1", "NULL"));
         return outcome;
     }
@@ -160,7 +160,7 @@ TEST_P(EachWrapper, ConvertsItsTextsOnceAndInTheirOrder)
 // With arguments that are listed one by one there is no error before the call.
 TEST_P(EachWrapper, MakesItsCallWithTheCallersErrnoAndLeavesTheCalls)
 {
-    const Outcome outcome = Make(mSpelt);
+    const CallOutcome outcome = Make(mSpelt);
     EXPECT_EQ(sErrorBefore, IsOneOf({"Execl", "Execlp"}) ? 0 : ALONE);
     EXPECT_EQ(outcome.error, FROM_CALL);
 }
@@ -191,7 +191,7 @@ TEST_P(EachWrapper, MakesNoneWhenAnyTextCannotBeSpelt)
         std::vector<const char *> texts = mSpelt;
         texts[i] = LOST;
         const ptrdiff_t before = Allocations::Live();
-        const Outcome outcome = Make(texts);
+        const CallOutcome outcome = Make(texts);
         EXPECT_EQ(sCalls, 0);
         EXPECT_EQ(outcome.error, ERANGE);
         EXPECT_EQ(Allocations::Live(), before);

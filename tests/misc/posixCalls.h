@@ -31,32 +31,32 @@ constexpr int ALONE = 77; // no call sets errno to this
 
 // ---- What a call gave
 
-struct Outcome {
+struct CallOutcome {
     std::string result;
     int error; // errno thereafter
-    bool operator==(const Outcome &) const = default;
+    bool operator==(const CallOutcome &) const = default;
 };
-inline void PrintTo(const Outcome &outcome, std::ostream *out)
+inline void PrintTo(const CallOutcome &outcome, std::ostream *out)
 {
     *out << outcome.result << ", errno " << outcome.error;
 }
 
 // What comes open is closed again.
-inline Outcome Number(long number) { return {std::to_string(number), errno}; }
-inline Outcome Descriptor(int descriptor)
+inline CallOutcome Number(long number) { return {std::to_string(number), errno}; }
+inline CallOutcome Descriptor(int descriptor)
 {
     const int error = errno;
     if (descriptor < 0) { return {std::to_string(descriptor), error}; }
     close(descriptor);
     return {"a descriptor", error};
 }
-inline Outcome Stream(FILE *stream, int (*closes)(FILE *) = fclose)
+inline CallOutcome Stream(FILE *stream, int (*closes)(FILE *) = fclose)
 {
     const int error = errno;
     if (stream == nullptr) { return {"NULL", error}; }
     return {"a stream, closed with " + std::to_string(closes(stream)), error};
 }
-inline Outcome Folder(DIR *folder)
+inline CallOutcome Folder(DIR *folder)
 {
     const int error = errno;
     if (folder == nullptr) { return {"NULL", error}; }
@@ -67,14 +67,14 @@ inline Outcome Folder(DIR *folder)
     closedir(folder);
     return {names, error};
 }
-inline Outcome Kept(const char *text)
+inline CallOutcome Kept(const char *text)
 {
     const int error = errno;
     return {text == nullptr ? "NULL" : text, error};
 }
-inline Outcome Taken(char *text)
+inline CallOutcome Taken(char *text)
 {
-    const Outcome outcome = Kept(text);
+    const CallOutcome outcome = Kept(text);
     free(text);
     return outcome;
 }
@@ -121,8 +121,8 @@ inline char *Element(const char *text) { return const_cast<char *>(text); }
 
 struct Wrapper {
     const char *name;
-    Outcome (*wrapped)(Texts text);
-    Outcome (*bare)(Texts text);
+    CallOutcome (*wrapped)(Texts text);
+    CallOutcome (*bare)(Texts text);
     std::vector<const char *> bad = {};  // texts that it fails with
     int error = 0;                       // and how; 0 is not at all, or without an error
     unsigned nullable = 1;               // which texts the bare call takes NULL for, a bit each
@@ -525,7 +525,7 @@ inline std::vector<Wrapper> Wrappers()
 }
 
 // What the wrapper is to give for its good texts when errno is ALONE.
-inline Outcome SuccessOf(const Wrapper &wrapper)
+inline CallOutcome SuccessOf(const Wrapper &wrapper)
 {
     errno = ALONE;
     return {wrapper.result, wrapper.isQuiet ? ALONE : wrapper.bare(wrapper.good.data()).error};

@@ -78,7 +78,7 @@ ssize_t __wrap_readlink(const char *path, char *buffer, size_t size)
 namespace {
 
 // The call's outcome with that allocator.
-Outcome Spoilt(Outcome (*call)(Texts), const std::vector<const char *> &texts)
+CallOutcome Spoilt(CallOutcome (*call)(Texts), const std::vector<const char *> &texts)
 {
     const SpoilingAllocator allocator;
     errno = ALONE;
@@ -105,7 +105,7 @@ TEST(ErrnoOfReadLink, IsTheCallsOwnAlsoWhenItFailsLater)
 {
     sLinkIsLong = true;
     EXPECT_EQ(Spoilt([](Texts text) { return Taken(Posix_ReadLink(text[0])); }, {"any"}),
-              (Outcome{"NULL", EIO}));
+              (CallOutcome{"NULL", EIO}));
     sLinkIsLong = false;
 }
 

@@ -2,6 +2,7 @@
 #include "posixCalls.h"
 
 #include "allocations.h"
+#include "inChild.h"
 #include "panic.h"
 #include "posixKept.h"
 
@@ -90,7 +91,7 @@ TEST_P(EachWrapper, FailsAsTheBareCallDoes)
     const Wrapper &wrapper = GetParam();
     const ptrdiff_t before = Allocations::Live();
     errno = ALONE;
-    const Outcome outcome = wrapper.wrapped(wrapper.bad.data());
+    const CallOutcome outcome = wrapper.wrapped(wrapper.bad.data());
     EXPECT_EQ(Allocations::Live(), before);
     EXPECT_EQ(outcome.error, wrapper.error == 0 ? ALONE : wrapper.error);
     errno = ALONE;
@@ -107,7 +108,7 @@ TEST_P(EachWrapper, HandsOnNull)
         texts[i] = nullptr;
         const ptrdiff_t before = Allocations::Live();
         errno = ALONE;
-        const Outcome outcome = wrapper.wrapped(texts.data());
+        const CallOutcome outcome = wrapper.wrapped(texts.data());
         EXPECT_EQ(Allocations::Live(), before);
         errno = ALONE;
         EXPECT_EQ(outcome, wrapper.bare(texts.data()));
@@ -123,7 +124,7 @@ TEST_P(EachSuccess, HasItsEffectAndLeavesErrnoAlone)
     if (wrapper.name == std::string_view("Getenv")) { Posix_Getenv(wrapper.good[0]); } // is kept
     const ptrdiff_t before = Allocations::Live();
     errno = ALONE;
-    const Outcome outcome = wrapper.wrapped(wrapper.good.data());
+    const CallOutcome outcome = wrapper.wrapped(wrapper.good.data());
     EXPECT_EQ(Allocations::Live(), before);
     EXPECT_EQ(outcome, SuccessOf(wrapper));
     if (wrapper.effect != nullptr) { EXPECT_TRUE(wrapper.effect()); }
@@ -529,6 +530,14 @@ protected:
     const std::string mTemplate = mFolder.Path() + "/\xC3\xA9 XXXXXX";
 };
 
+TEST_F(PosixMkTemp, MayBeGivenTheNumberOfStandardInput)
+{
+    const std::string name = InChild([&] {
+                                 close(STDIN_FILENO);
+                                 return Take(Posix_MkTemp(mTemplate.c_str()));
+                             }).result;
+    EXPECT_EQ(name.substr(0, name.size() - 6), mTemplate.substr(0, mTemplate.size() - 6));
+}
 TEST_F(PosixMkTemp, GivesANameOfTheTemplate)
 {
     const std::string name = Take(Posix_MkTemp(mTemplate.c_str()));

@@ -439,6 +439,16 @@ TEST_F(UtilPlist, FailsWithOneThatIsAskedForAndNothingElse)
     EXPECT_EQ(text, nullptr);
 }
 
+TEST_F(UtilPlist, TakesBackWhatIsBehindOneThatIsNotAskedFor)
+{
+    const Product product(NAME + VERSION);
+    const NothingIsLeft strings;
+    char *version = sBefore, *build = sBefore;
+    EXPECT_FALSE(Util_GetProductInfo(product, nullptr, &version, &build));
+    EXPECT_EQ(version, nullptr);
+    EXPECT_EQ(build, nullptr);
+}
+
 struct IncompleteCase {
     const char *name;
     std::string content;
