@@ -124,27 +124,35 @@ class AddShare(sambahost.ScriptTest):
         self.assert_refused(run_script('rmshare', 'Docs', self.folder), 'another folder')
         self.assert_done(run_script('rmshare', 'Docs', link))
 
-    def test_serves_roots_folder_where_only_root_can_change_the_way(self):
-        ways = [self.make_folder(self.scratch + '/roots', 'root'), self.scratch + '/bobs/link']
-        os.mkdir(self.scratch + '/sticky')
-        os.chmod(self.scratch + '/sticky', 0o1777)
-        ways.append(self.make_folder(self.scratch + '/sticky/roots', 'root'))
+    def test_serves_a_folder_where_only_root_and_its_owner_can_change_the_way(self):
+        sticky = self.scratch + '/sticky'
+        os.mkdir(sticky)
+        os.chmod(sticky, 0o1777)
+        ways = [self.make_folder(self.scratch + '/roots', 'root'), self.scratch + '/bobs/link',
+                self.make_folder(sticky + '/roots', 'root'), self.make_folder(sticky + '/bobs'),
+                self.make_folder(sticky + '/bobs/inner')]
         # Whose the link is does not matter: it is followed once, to a place that stays.
         self.make_folder(self.scratch + '/bobs')
         os.symlink(self.scratch + '/roots', ways[1])
+        # What others write into it is in it.
+        ways.append(self.make_folder(self.scratch + '/open'))
+        os.chmod(ways[-1], 0o2775)
         for number, folder in enumerate(ways):
             with self.subTest(folder):
                 self.assert_done(self.add('Share%d' % number, folder))
                 self.assert_served('Share%d' % number)
 
-    def test_refuses_roots_folder_where_others_can_change_the_way(self):
+    def test_refuses_a_folder_where_others_can_change_the_way(self):
+        command('useradd', '--no-create-home', 'ann')
+        self.addCleanup(command, 'userdel', 'ann')
         folders = []
-        for name, mode, owner in (('bobs', 0o700, 'bob'), ('groups', 0o770, 'root'),
-                                  ('everybodys', 0o777, 'root'), ('stickyBobs', 0o1700, 'bob')):
-            above = self.make_folder(self.scratch + '/' + name, owner)
-            os.chmod(above, mode)
-            os.mkdir(above + '/between')
-            folders.append((self.make_folder(above + '/between/roots', 'root'), above))
+        for owner in ('root', 'ann'):
+            for name, mode, whose in (('bobs', 0o700, 'bob'), ('groups', 0o770, owner),
+                                      ('everybodys', 0o777, owner), ('stickyBobs', 0o1711, 'bob')):
+                above = self.make_folder('%s/%s%s' % (self.scratch, name, owner), whose)
+                os.chmod(above, mode)
+                os.mkdir(above + '/between')
+                folders.append((self.make_folder(above + '/between/own', owner), above))
         for name, mode in (('groups2', 0o770), ('everybodys2', 0o777)):
             folder = self.make_folder(self.scratch + '/' + name, 'root')
             os.chmod(folder, mode)
@@ -154,8 +162,7 @@ class AddShare(sambahost.ScriptTest):
         with self.unchanged():
             for folder, changeable in folders:
                 with self.subTest(folder):
-                    self.assert_refused(self.add(folder=folder),
-                                        'others than root can change "%s"' % changeable)
+                    self.assert_refused(self.add(folder=folder), 'others can change "%s"' % changeable)
 
     def test_serves_under_names_of_many_kinds(self):
         for share in SHARE_NAMES:

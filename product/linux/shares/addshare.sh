@@ -7,14 +7,17 @@
 
 SMBD_SECONDS=10 # how long to wait for smbd to come up
 
-# Whether nobody but root can put something else in the place of a path without links, or of any
-# folder above it.  Sets changeable to the part that others can change.
-isRootsAlone() {
-    changeable=$1
+# Whether nobody but root and the owner of the folder can put something else in its place, or in that
+# of any folder above it: smbd finds its way along the path anew for each client.  Sets changeable to
+# the part that others can change.
+isSafeWay() {
+    changeable=$folder
+    # What others may write into the folder itself leads nowhere, but as root smbd could go anywhere.
+    [ "$folderUid" -eq 0 ] || changeable=${changeable%/*}
     while :; do
         rights=$(stat -c '%u 0%a' -- "${changeable:-/}") || return 1
         mode=${rights#* }
-        [ "${rights% *}" -eq 0 ] || return 1
+        case ${rights% *} in 0 | "$folderUid") ;; *) return 1 ;; esac
         # In a folder with the sticky bit others cannot rename what is not theirs.
         [ "$((mode & 022))" -eq 0 ] || [ "$((mode & 01000))" -ne 0 ] || return 1
         [ -n "$changeable" ] || return 0
@@ -23,8 +26,8 @@ isRootsAlone() {
 }
 
 # Sets folder to the path without links, folderOwner, folderUid and folderGid.  From here on only
-# the path without links counts: a link may lead elsewhere the next moment.  smbd can act only as a
-# user that it can name.
+# the path without links counts: a link may lead elsewhere the next moment, and what has none stays
+# so when only root and the owner can change it.  smbd can act only as a user that it can name.
 checkFolder() {
     case $1 in /*) ;; *) fail "the folder's path is not absolute: \"$1\"" ;; esac
     isUtf8 "$1" || fail "the folder's path is not valid UTF-8"
@@ -32,11 +35,10 @@ checkFolder() {
     folder=$(readlink -e -n -- "$1" && printf .) || fail "cannot resolve the path: \"$1\""
     folder=${folder%.} # it kept newlines at the end
     folderUid=$(stat -c %u -- "$folder") || fail "cannot tell whose folder it is: \"$1\""
-    [ "$folderUid" -ne 0 ] || isRootsAlone "$folder" ||
-        fail "the folder belongs to root, but others than root can change \"${changeable:-/}\": \"$1\""
     folderOwner=$(stat -c %U -- "$folder") || fail "cannot tell whose folder it is: \"$1\""
     [ "$(id -u -- "$folderOwner" 2>/dev/null)" = "$folderUid" ] ||
         fail "the owner of the folder, number $folderUid, is no user of this host: \"$1\""
+    isSafeWay || fail "the folder belongs to $folderOwner, but others can change \"${changeable:-/}\": \"$1\""
     case $folderOwner in
         *[%\"[:cntrl:]]* | ' '* | *' ' | *\\)
             fail "Samba cannot act as the owner of the folder, \"$folderOwner\"" ;;
