@@ -149,6 +149,19 @@ class Switch(unittest.TestCase):
         self.assertEqual(done.returncode, 1)
         self.assertIn(b'smbServiceWanted ended with status 127', done.stdout)
 
+    def test_does_not_take_a_configuration_that_cannot_be_read_for_a_service_that_is_off(self):
+        set_services('disk')
+        self.assert_once()
+        os.rename('/etc/samba/smb.conf', '/etc/samba/smb.conf.away')
+        set_services()
+        done = self.once()
+        os.rename('/etc/samba/smb.conf.away', '/etc/samba/smb.conf')
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"cannot read Samba's configuration", done.stdout)
+        self.assertTrue(answers())
+        self.assert_once()
+        self.assertEqual(processes('smbd'), [])
+
     def test_refuses_wrong_arguments(self):
         for args in (['--twice'], ['--once', 'more'], ['']):
             done = subprocess.run([SWITCH + '/smbSwitch.sh', *args], stderr=subprocess.PIPE,

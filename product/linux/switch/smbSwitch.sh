@@ -3,8 +3,9 @@
 # It shall while the array EnabledServices holds "disk"; smbServiceWanted, which stands beside this
 # script, reads that.  With --once it looks once; without, it stays and looks after every change.
 # Where systemd is process 1, smbd is the unit smbd.service, otherwise a daemon started here.
-# Exit status: 0 --once has done it; 1 something failed, with the reason on stderr.  The long-lived
-# form ends only by a signal or by failing; its supervisor starts it again.
+# Exit status: 0 --once has done it, or cannot read the preferences and leaves smbd as it is, which
+# it says; 1 something failed, with the reason on stderr.  The long-lived form ends only by a signal or
+# by failing; its supervisor starts it again.
 set -eu
 PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C
 export PATH LC_ALL
@@ -43,10 +44,9 @@ waitUntil() {
 
 isAnswering() { smbcontrol -t 1 smbd ping >/dev/null 2>&1; }
 
-# Prints the number in PROGRAM's pid file when that process runs and is PROGRAM: a file that was
-# left behind may name anybody.
+# Prints the number in PROGRAM's file in pidFolder when that process runs and is PROGRAM: a file that
+# was left behind may name anybody.
 pidOf() {
-    pidFolder=$(testparm -s --parameter-name='pid directory' 2>/dev/null) || return 1
     pid=''
     read -r pid 2>/dev/null <"$pidFolder/$1.pid" || [ -n "$pid" ] || return 1
     case $(readlink -- "/proc/$pid/exe") in
@@ -67,6 +67,10 @@ startDaemon() {
 
 # smbd starts samba-dcerpcd for clients that list the shares, and does not end it.
 stopDaemon() {
+    pidFolder=$(testparm -s --parameter-name='pid directory' 2>/dev/null) || {
+        say "cannot read Samba's configuration, which tells where smbd's number is"
+        return 1
+    }
     for daemon in smbd samba-dcerpcd; do
         if daemonPid=$(pidOf "$daemon"); then
             kill "$daemonPid" 2>/dev/null || : # it may have ended just now
