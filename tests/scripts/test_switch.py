@@ -288,6 +288,17 @@ class Switch(unittest.TestCase):
         self.assertEqual(status, 1)
         self.assertIn('cannot watch ' + FOLDER, output)
 
+    def test_leaves_no_pipe_behind_however_it_ends(self):
+        os.rename('/usr/bin/mkfifo', '/usr/bin/mkfifo.real')
+        self.addCleanup(os.rename, '/usr/bin/mkfifo.real', '/usr/bin/mkfifo')
+        before = os.listdir('/tmp')
+        for text, status in (('exit 1', 1), ('/usr/bin/mkfifo.real "$@"; kill "$PPID"', 128 + signal.SIGTERM)):
+            with self.subTest(text):
+                write('/usr/bin/mkfifo', '#!/bin/sh\n%s\n' % text, 0o755)
+                self.start_loop()
+                self.assertEqual(self.end_of_loop()[0], status)
+                self.assertEqual(os.listdir('/tmp'), before)
+
     def test_ends_when_its_watcher_is_killed(self):
         set_services('disk')
         self.start_loop()

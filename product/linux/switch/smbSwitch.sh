@@ -120,10 +120,16 @@ syncAlone() {
 
 # ---- Watching
 
-watcher=''
+watcher='' pipeFolder=''
+removePipe() {
+    [ -z "$pipeFolder" ] || rm -rf -- "$pipeFolder"
+    pipeFolder=''
+}
+
 endWatcher() {
     [ -z "$watcher" ] || kill "$watcher" 2>/dev/null || :
     [ -z "$watcher" ] || wait "$watcher" 2>/dev/null || :
+    removePipe
 }
 
 # The folder is watched, not the file: each change puts a new file in the old one's place, and a
@@ -136,8 +142,7 @@ startWatcher() {
         -- "$FOLDER" >"$pipeFolder/events" 2>&1 &
     watcher=$!
     exec 3<"$pipeFolder/events"
-    rm -f -- "$pipeFolder/events"
-    rmdir -- "$pipeFolder"
+    removePipe
 }
 
 watch() {
