@@ -182,13 +182,55 @@ class Remove(sambahost.ScriptTest):
                 self.assert_refused(self.remove_share(share, self.folder), 'another folder')
                 self.assert_done(self.remove_share(share, folder))
 
-    def test_removes_the_group_where_the_host_keeps_groups(self):
+    def keep_groups(self):
+        """Makes this a host that has userdel keep the group that useradd made."""
         settings = sambahost.read('/etc/login.defs')
         self.addCleanup(write, '/etc/login.defs', settings)
         write('/etc/login.defs', settings.replace(b'USERGROUPS_ENAB', b'#') + b'\nUSERGROUPS_ENAB no\n')
+
+    def test_removes_the_group_where_the_host_keeps_groups(self):
+        self.keep_groups()
         with self.unchanged():
             self.add_user()
             self.assert_done(self.remove_user())
+
+    def test_a_group_that_could_not_be_removed_is_removed_the_next_time(self):
+        self.keep_groups()
+        for script, args in (('rmuser', ('alice',)), ('adduser', ('alice', 'alice', self.password_file))):
+            with self.subTest(script), self.unchanged():
+                self.add_user()
+                case = self.__class__('run')
+                self.addCleanup(case.doCleanups)
+                case.stand_in('groupdel', 'echo why it failed >&2; exit 10')
+                self.assert_refused(self.remove_user(), 'cannot remove the group alice: why it failed')
+                case.doCleanups()
+                os.unlink('/run/pelago/users/alice') # its session ends, too
+                self.assert_done(run_script(script, *args))
+                self.assert_done(self.remove_user())
+
+    def test_a_script_that_is_killed_in_the_middle_leaves_no_name_blocked(self):
+        self.keep_groups()
+        for program in ('groupdel', 'userdel'):
+            for moment in ('kill -9 "$PPID"; exit 1', '$real "$@"; kill -9 "$PPID"'):
+                with self.subTest(program, moment=moment), self.unchanged():
+                    self.add_user()
+                    case = self.__class__('run')
+                    self.addCleanup(case.doCleanups)
+                    case.stand_in(program, moment)
+                    self.assertEqual(self.remove_user().status, -signal.SIGKILL)
+                    case.doCleanups()
+                    os.unlink('/run/pelago/users/alice') # its session ends, too
+                    self.add_user()
+                    self.assert_done(self.remove_user())
+
+    def test_leaves_a_group_of_the_users_name_that_is_not_the_users(self):
+        self.add_user()
+        command('groupmod', '--new-name', 'away', 'alice')
+        self.addCleanup(command, 'groupdel', 'alice')
+        self.addCleanup(command, 'groupdel', 'away')
+        command('groupadd', 'alice')
+        self.assert_done(self.remove_user())
+        command('getent', 'group', 'alice')
 
     def test_refuses_wrong_arguments(self):
         self.add_both()
@@ -219,6 +261,12 @@ class Remove(sambahost.ScriptTest):
                 self.assert_refused(result, 'cannot')
                 self.assertTrue(user_exists('alice'))
         self.assertTrue(share_exists('Docs'))
+
+    def test_does_not_take_a_group_that_cannot_be_read_for_none(self):
+        self.add_user()
+        self.stand_in('getent', '[ "$1" != group ] || exit 3\nexec $real "$@"')
+        self.assert_refused(self.remove_user(), 'cannot read the group database')
+        self.assertTrue(user_exists('alice'))
 
     def test_tells_a_real_error_of_the_removal(self):
         self.add_both()

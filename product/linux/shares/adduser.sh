@@ -42,13 +42,8 @@ makeWay() {
     fi
     findUser "$1"
     [ -z "$userUid" ] || fail "the user $1 exists already"
-    groupStatus=0
-    getent group "$1" >/dev/null || groupStatus=$?
-    case $groupStatus in
-        0) fail "the group $1 exists already" ;;
-        2) ;;
-        *) fail 'cannot read the group database' ;;
-    esac
+    findGroup "$1"
+    [ -z "$groupGid" ] || fail "the group $1 exists already"
     ! isKnownToSamba "$1" || fail "Samba knows a user $1 already"
 }
 

@@ -216,10 +216,25 @@ endSessions() {
     done
 }
 
-# Some hosts have userdel keep the group that useradd made for the user.
+# Sets groupGid to the number of the group NAME, or to nothing when there is no such group.
+findGroup() {
+    groupGid=''
+    group=$(getent group "$1") || [ "$?" -eq 2 ] || fail 'cannot read the group database'
+    [ -n "$group" ] || return 0
+    IFS=: read -r _ _ groupGid _ <<END_OF_GROUP
+$group
+END_OF_GROUP
+}
+
+# The group that useradd made for the user.  A group carries no mark of ours: it goes while the user,
+# who does, still tells that it is one.
 deleteGroup() {
-    groupEntry=$(getent group "$1") || return 0
-    case $groupEntry in *:"$userGid":*) groupdel -- "$1" ;; esac
+    findGroup "$1"
+    [ -n "$groupGid" ] && [ "$groupGid" = "$userGid" ] || return 0
+    complaint=$(groupdel --force -- "$1" 2>&1) || {
+        say "cannot remove the group $1: $complaint"
+        return 1
+    }
 }
 
 # userdel refuses with 8 while a process runs as the user, and one that was ended takes a moment.
@@ -229,7 +244,7 @@ deleteAccount() {
         deletion=0
         complaint=$(userdel -- "$1" 2>&1) || deletion=$?
         case $deletion in
-            0 | 6) deleteGroup "$1"; return ;;
+            0 | 6) return ;;
             8) [ "$(uptimeSeconds)" -ge "$deadline" ] || { sleep 0.1; continue; } ;;
         esac
         say "cannot remove the user $1: $complaint"
@@ -249,6 +264,7 @@ removeUser() {
         }
     fi
     endSessions "$1" || return 1
+    deleteGroup "$1" || return 1
     deleteAccount "$1" || return 1
     forgetNumbers "$userUid" "$userGid" "$userSid"
     rm -f -- "$USER_STATE/$1"
