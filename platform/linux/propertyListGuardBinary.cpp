@@ -205,9 +205,10 @@ private:
         while (!mStack.empty()) {
             Visit &visit = mStack.back();
             if (visit.nextChild * mReferenceWidth == visit.object.payload.size()) {
-                mExpansions[visit.index].state = Expansion::State::Done;
+                const size_t index = visit.index;
+                mExpansions[index].state = Expansion::State::Done;
                 mStack.pop_back();
-                if (!mStack.empty() && !Add(visit.index)) { return false; }
+                if (!mStack.empty() && !Add(index)) { return false; }
             } else if (!EnterNextChild(&visit)) {
                 return false;
             }
