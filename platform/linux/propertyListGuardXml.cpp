@@ -1,6 +1,7 @@
 // propertyListGuardXml.cpp -- a parser for the XML form that builds nothing.
 // Every byte of the text must be part of the grammar: prolog, one value (inside <plist> or not),
-// comments and blanks.  Attributes, a DTD inside the file and processing instructions are refused.
+// comments and blanks.  <plist> may have attributes, which say nothing; those of other elements, a
+// DTD inside the file and processing instructions are refused.
 #include "propertyListGuard.h"
 
 #include "cfTypes.h"

@@ -1,5 +1,6 @@
 /*
- * CoreFoundation.h -- the part of Apple's Core Foundation that this product calls.
+ * CoreFoundation.h -- the part of Apple's Core Foundation that this product calls, and what its
+ * tests look at results with.
  *
  * Types, names and constant values are Apple's own, so that one source compiles against this header
  * and against the SDK's.  It serves Linux, where platform/linux stands behind it, and builds for

@@ -1,6 +1,7 @@
 /*
- * SystemConfiguration.h -- the part of Apple's System Configuration that this product calls: one
- * session on a preferences file.  See CoreFoundation.h beside it for what this header is.
+ * SystemConfiguration.h -- the part of Apple's System Configuration that this product calls, and
+ * what its tests look at results with: one session on a preferences file.  See CoreFoundation.h
+ * beside it for what this header is.
  *
  * Every function that fails says why through SCError(), one value a thread.  A session belongs to
  * one thread at a time.

@@ -10,8 +10,9 @@ extern "C" {
 
 /*
  * Copies the NUL-terminated path of the running program to buffer, which holds *bufferSize bytes,
- * and returns 0; -1, with the size needed in *bufferSize, when it does not fit.  The path is the
- * kernel's: links on the way to the program are already resolved.
+ * and returns 0; -1, with the size needed in *bufferSize, when it does not fit; -1, with
+ * *bufferSize as it was, when the path cannot be had.  It is the kernel's: links on the way to the
+ * program are already resolved.
  */
 int _NSGetExecutablePath(char *buffer, uint32_t *bufferSize);
 

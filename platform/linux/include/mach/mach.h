@@ -59,7 +59,8 @@ typedef struct vm_statistics vm_statistics_data_t;
  * Fills *count numbers at info, a vm_statistics_data_t, and stores how many these are.
  * KERN_INVALID_ARGUMENT for another flavor than HOST_VM_INFO, the only one supplied;
  * KERN_INVALID_HOST for another host than mach_host_self(); KERN_FAILURE when *count is less than
- * 12, or when the host does not tell.  A *count of 12 to 14 leaves out the last of them.
+ * 12, or when the host does not tell; KERN_RESOURCE_SHORTAGE without memory.  A *count of 12 to 14
+ * leaves out the last of them.
  */
 kern_return_t host_statistics(host_t host, host_flavor_t flavor, host_info_t info,
                               mach_msg_type_number_t *count);
