@@ -111,6 +111,10 @@ END_OF_PREFS
 }
 
 session() {
+    [ -e /run/throw-away-machine ] || {
+        printf 'demo.sh: --session changes the machine, and runs in tools/sandbox.sh only\n' >&2
+        exit 1
+    }
     prepare
     title 'pelagoShareTool shares the folder as Docs for alice'
     status=0

@@ -73,6 +73,7 @@ rmdir /old
 cd "$here" 2>/dev/null || cd /
 ip link set lo up || fail "cannot bring the loopback up"
 mkdir -p /run/lock
+: >/run/throw-away-machine # by which is known what may be changed
 status=0
 "$@" || status=$?
 exit "$status"

@@ -15,9 +15,13 @@ import sys
 import tempfile
 import time
 import unittest
+from pathlib import Path
 
 import scriptRunner
 from scriptRunner import HANG, run_command
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / 'support'))
+from throwAway import require_sandbox  # noqa: E402
 
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 SHARES = '/tmp/Pelago Test.app/Contents/Library/shares'  # the blank is there on purpose
@@ -47,12 +51,6 @@ SMB_CONF = """\
 
 
 # ---- The machine
-
-def require_sandbox():
-    with open('/proc/self/mounts', encoding='utf-8') as mounts:
-        if not any(line.startswith('overlay / overlay') and 'lowerdir=/,' in line for line in mounts):
-            sys.exit('sambahost: run this in tools/sandbox.sh only; it changes users and services')
-
 
 def set_up():
     """Makes this machine a Samba host with the scripts in place and no share, user or smbd."""

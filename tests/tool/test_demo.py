@@ -91,6 +91,19 @@ class Machine(unittest.TestCase):
             self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
             self.assertTrue((project / "tools/sandbox.sh").exists())
 
+    def test_no_other_machine_is_changed(self):
+        # Without its mark a machine that is thrown away is like any other.
+        tests = ROOT / "tests"
+        for command in ([ROOT / "demo.sh", "--session"],
+                        ["python3", tests / "tool/test_session.py"], ["python3", tests / "scripts/test_adduser.py"],
+                        ["python3", tests / "scripts/macos/test_macos.py"]):
+            with self.subTest(command):
+                done = subprocess.run([ROOT / "tools/sandbox.sh", "sh", "-c", 'rm /run/throw-away-machine && exec "$@"',
+                                       "sh", *command], capture_output=True, text=True)
+                self.assertEqual(done.returncode, 1)
+                self.assertIn("in tools/sandbox.sh only", done.stderr)
+                self.assertNotIn("Traceback", done.stderr)
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -9,10 +9,15 @@ import os
 import plistlib
 import shutil
 import subprocess
+import sys
 import time
 import unittest
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+from throwAway import require_sandbox  # noqa: E402
+
+require_sandbox()
 PREFS = Path("/Library/Preferences/SystemConfiguration/com.apple.smb.server.plist")
 BUNDLE = Path("/opt/the product's own/Pelago.app")  # a blank and a quote, as a user may have them
 SHARES = BUNDLE / "Contents/Library/shares"

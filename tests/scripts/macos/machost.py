@@ -30,8 +30,10 @@ import unittest
 import uuid
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+SCRIPT_TESTS = Path(__file__).resolve().parents[1]
+sys.path[:0] = [str(SCRIPT_TESTS), str(SCRIPT_TESTS.parent / 'support')]
 from scriptRunner import HANG, Session, run_command  # noqa: E402
+from throwAway import require_sandbox  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(HERE)))
@@ -56,12 +58,6 @@ READ = 'list,search,readattr,readextattr,readsecurity,read,execute'
 WRITE = 'write,append,delete,delete_child,add_file,add_subdirectory,writeattr,writeextattr'
 INHERIT = 'file_inherit,directory_inherit'
 RIGHTS = set((READ + ',' + WRITE + ',' + INHERIT).split(','))
-
-
-def require_sandbox():
-    with open('/proc/self/mounts', encoding='utf-8') as mounts:
-        if not any(line.startswith('overlay / overlay') and 'lowerdir=/,' in line for line in mounts):
-            sys.exit('machost: run this in tools/sandbox.sh only; it replaces system programs')
 
 
 def write(path, content, mode=None):
