@@ -91,9 +91,10 @@ public:
     {
         char bytes[4096];
         const ssize_t size = read(mFd, bytes, sizeof bytes);
+        if (size < 0 && errno == EINTR) { return true; }
         if (size <= 0) {
             if (!mPending.empty()) { Show(mPending); }
-            return size < 0 && errno == EINTR;
+            return false;
         }
         mPending.append(bytes, static_cast<size_t>(size));
         size_t end;
@@ -137,6 +138,7 @@ int main(int argc, char **argv)
         return 2;
     }
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGCHLD, SIG_DFL); // where it is ignored, nobody learns how a child ended
     char *toolArgv[] = {argv[1], argv[2], argv[3], argv[4], argv[5], argv[6], nullptr};
     char *const *command = argv + 7;
 

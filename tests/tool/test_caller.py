@@ -148,9 +148,9 @@ class DeadCaller(ToolCase):
 
 
 class ExampleCaller(ToolCase):
-    def run_example(self, *command):
+    def run_example(self, *command, **options):
         done = subprocess.run([os.environ["PELAGO_SHARE_WHILE"], self.tool, *ARGUMENTS, *command],
-                              stdin=subprocess.DEVNULL, capture_output=True, timeout=30, text=True)
+                              stdin=subprocess.DEVNULL, capture_output=True, timeout=30, text=True, **options)
         return done.returncode, done.stdout.splitlines()
 
     def test_shares_while_its_command_runs(self):
@@ -167,6 +167,12 @@ class ExampleCaller(ToolCase):
         self.assertEqual(self.run_example("sh", "-c", "exit 7")[0], 7)
         self.assertEqual(self.run_example("/nonexistent")[0], 127)
         self.assertEqual(self.services(), [])
+
+    def test_knows_the_command_s_status_where_sigchld_was_ignored(self):
+        def ignore():
+            signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+        self.assertEqual(self.run_example("sh", "-c", "exit 7", preexec_fn=ignore)[0], 7)
+        self.assertEqual(self.called(), list(SCRIPTS))
 
     def test_fails_with_the_tool(self):
         self.script_does("addshare", "exit 3")
