@@ -22,6 +22,10 @@ class Installed(unittest.TestCase):
         cls.folder = Path(tempfile.mkdtemp()).resolve()
         cls.addClassCleanup(shutil.rmtree, cls.folder)
         cls.prefix = cls.folder / "prefix"
+        # As an earlier build, of other sources, may leave one.
+        leftover = Path(BUILD) / "Pelago.app/Contents/Library/shares/leftover.sh"
+        leftover.touch()
+        cls.addClassCleanup(leftover.unlink)
         done = run("cmake", "--install", BUILD, "--prefix", cls.prefix)
         assert done.returncode == 0, done.stdout + done.stderr
         cls.outside = cls.folder / "outside"
@@ -70,6 +74,15 @@ class Installed(unittest.TestCase):
         self.assertTrue(tool.is_symlink())
         done = run(tool)
         self.assertEqual((done.returncode, done.stdout[:16]), (2, "2 - usage error."))
+
+    def test_the_bundle_is_exactly_what_is_listed(self):
+        library = self.prefix / "lib/pelago/Pelago.app/Contents/Library"
+        programs = {f"shares/{name}.sh" for name in ("adduser", "addshare", "rmshare", "rmuser")} \
+            | {"shares/pelagoShareTool", "switch/smbSwitch.sh", "switch/smbServiceWanted"}
+        files = {"shares/base.sh", "shares/common.sh", "icu/icudt44l.dat"}
+        modes = {str(path.relative_to(library)): path.stat().st_mode & 0o777
+                 for path in (self.prefix / "lib/pelago").rglob("*") if not path.is_dir()}
+        self.assertEqual(modes, dict.fromkeys(programs, 0o755) | dict.fromkeys(files, 0o644))
 
     def test_the_readme_shows_that_program(self):
         self.assertIn("```cpp\n" + (ROOT / "examples/greet.cpp").read_text() + "```\n", (ROOT / "README.md").read_text())
