@@ -22,6 +22,9 @@ fi
 # one.
 library=$(mktemp -d "$build/Library.XXXXXX")
 trap 'rm -rf "$library"' EXIT
+trap 'exit 129' HUP
+trap 'exit 130' INT
+trap 'exit 143' TERM
 
 measure() {
     program=$build/bench/$1_bench

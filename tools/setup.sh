@@ -8,7 +8,7 @@
 set -eu
 
 PACKAGES="
-    bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ icu-devtools inotify-tools
+    bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ git icu-devtools inotify-tools
     iproute2 libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils llvm-14
     locales make mandoc ninja-build pkg-config procps python3 samba shellcheck smbclient strace
     systemd unicode-data util-linux valgrind
@@ -54,6 +54,9 @@ fi
 say "installing:$missing"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
+trap 'exit 129' HUP
+trap 'exit 130' INT
+trap 'exit 143' TERM
 quietly() {
     asRoot "$@" >"$log" 2>&1 || { cat "$log" >&2; fail "this failed: $*"; }
 }
