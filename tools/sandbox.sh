@@ -9,7 +9,8 @@
 # The root file system is a copy-on-write overlay.  Only root can make one, on a kernel that lets it;
 # "sandbox.sh --works" tells, by its status, whether that is so here.
 #
-# Exit status: the command's; 125 when the sandbox could not be made, with the reason on stderr.
+# Exit status: the command's; 125 when the sandbox could not be made, with the reason on stderr.  Where
+# not even unshare(1) may make the namespaces it is that program's, 1.
 set -eu
 
 say() { printf 'sandbox.sh: %s\n' "$1" >&2; }
@@ -39,6 +40,7 @@ runInside() {
 # shellcheck disable=SC2016 # expanded by the inner shell
 insideProgram='
 set -eu
+trap "exit 125" EXIT # until the machine is made
 fail() { printf "sandbox.sh: %s\n" "$1" >&2; exit 125; }
 base=$PELAGO_SCRATCH project=$PELAGO_PROJECT binds=$PELAGO_BINDS
 unset PELAGO_SCRATCH PELAGO_PROJECT PELAGO_BINDS TMPDIR
@@ -75,6 +77,7 @@ ip link set lo up || fail "cannot bring the loopback up"
 mkdir -p /run/lock
 : >/run/throw-away-machine # by which is known what may be changed
 status=0
+trap - EXIT
 "$@" || status=$?
 exit "$status"
 '

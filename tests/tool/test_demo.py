@@ -91,6 +91,17 @@ class Machine(unittest.TestCase):
             self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
             self.assertTrue((project / "tools/sandbox.sh").exists())
 
+    def test_a_machine_that_cannot_be_made_is_told_by_the_status(self):
+        done = subprocess.run([ROOT / "tools/sandbox.sh", "--bind", "/nonexistent", "/bound", "true"],
+                              capture_output=True, text=True)
+        self.assertEqual(done.returncode, 125)
+        self.assertIn("/nonexistent", done.stderr)
+
+    def test_the_status_is_the_commands(self):
+        for status in (0, 1, 125):
+            done = subprocess.run([ROOT / "tools/sandbox.sh", "sh", "-c", f"exit {status}"])
+            self.assertEqual(done.returncode, status)
+
     def test_no_other_machine_is_changed(self):
         # Without its mark a machine that is thrown away is like any other.
         tests = ROOT / "tests"
