@@ -1,5 +1,6 @@
 """adduser.sh: the user that a share is served to."""
 
+import base64
 import os
 import re
 import signal
@@ -357,7 +358,7 @@ class AddUser(sambahost.ScriptTest):
         self.assertIn('STATE=/run/pelago', calls, 'environments are in the log')
         octal = [oct(ord(letter))[2:] for letter in secret]
         for form in (secret, secret[:6], secret.encode().hex(), ' '.join(octal), '\\\\'.join(octal),
-                     sambahost.base64.b64encode(secret.encode()).decode()):
+                     base64.b64encode(secret.encode()).decode()):
             self.assertNotIn(form, calls)
         self.assertEqual(sambahost.client('alice', secret, 'IPC$', 'exit')[0], 0)
 
