@@ -1,5 +1,8 @@
 # shellcheck shell=sh
 # base.sh -- what the share scripts of every host have in common.  It is sourced, never run.
+#
+# The host's common.sh, which sources it, adds what is the host's: checkShareName, session (which session
+# this is) and isInUse (whether that of a file still runs).
 
 # A shell may take options from its environment that would export or print all that is assigned.
 set +avx
@@ -61,4 +64,69 @@ checkSmbName() {
     esac
     nameBytes=$(printf '%s' "$1" | iconv -f UTF-8 -t UTF-16LE | wc -c)
     [ "$((nameBytes))" -le 160 ] || fail 'the share name is longer than 80 characters'
+}
+
+# ---- Whose it is
+
+# shellcheck disable=SC2154 # session is the host's
+isInUseByAnother() { isInUse "$1" && [ "$(cat "$1")" != "$session" ]; }
+
+# Makes our caller the owner.
+claim() { printf '%s\n' "$session" >"$1"; }
+
+# ---- The password
+
+# Sets passwordOctal to the password, each byte as a backslash and three octal digits.  An empty one, one
+# that is too long and one that holds a NUL would be taken, but not as they are.
+readPassword() {
+    # A variable that came with the environment stays exported whatever is assigned to it.
+    unset passwordOctal
+    [ -r "$1" ] || fail "cannot read the password file: $1"
+    [ ! -d "$1" ] || fail "the password file is a folder: $1"
+    # A read that fails half-way ends in a NUL, which is refused; half a password must not count.
+    passwordOctal=$({ head -c 130 || printf '\000'; } <"$1" | od -An -v -to1 |
+        awk '{ for (i = 1; i <= NF; i++) printf "\\%s", $i }') ||
+        fail "cannot read the password file: $1"
+    passwordOctal=${passwordOctal%'\012'}
+    case $passwordOctal in
+        '') fail 'the password is empty' ;;
+        *'\000'*) fail 'the password holds a NUL byte' ;;
+        *'\012'*) fail 'the password file has more than one line' ;;
+    esac
+    [ "$((${#passwordOctal} / 4))" -le 127 ] || fail 'the password is longer than 127 bytes'
+}
+
+# printf is part of the shell, so that the password is in no program's arguments or environment.  The
+# format is octal throughout: it holds no % of its own.
+printPassword() {
+    # shellcheck disable=SC2059 # the format is the text
+    printf "$passwordOctal"
+}
+
+# ---- Arguments, each script's own
+
+checkAdduserArguments() {
+    [ "$#" -eq 3 ] || fail 'usage: adduser.sh USER USER PASSWORD_FILE'
+    checkUserName "$1"
+    [ "$1" = "$2" ] || fail "the two user names differ: \"$1\" and \"$2\""
+    [ -n "$3" ] || fail 'the name of the password file is empty'
+}
+
+checkAddshareArguments() {
+    [ "$#" -eq 5 ] || fail 'usage: addshare.sh USER PASSWORD_FILE FOLDER SHARE rw|ro'
+    checkUserName "$1"
+    [ -n "$2" ] || fail 'the name of the password file is empty'
+    checkShareName "$4"
+    case $5 in rw | ro) ;; *) fail "the access is neither rw nor ro: \"$5\"" ;; esac
+}
+
+checkRmshareArguments() {
+    [ "$#" -eq 2 ] || fail 'usage: rmshare.sh SHARE FOLDER'
+    checkShareName "$1"
+    [ -n "$2" ] || fail "the folder's path is empty"
+}
+
+checkRmuserArguments() {
+    [ "$#" -eq 1 ] || fail 'usage: rmuser.sh USER'
+    checkUserName "$1"
 }

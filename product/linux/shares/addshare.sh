@@ -133,13 +133,7 @@ main() {
     finish
 }
 
-[ "$#" -eq 5 ] || fail 'usage: addshare.sh USER PASSWORD_FILE FOLDER SHARE rw|ro'
-checkUserName "$1"
-[ -n "$2" ] || fail 'the name of the password file is empty'
-checkShareName "$4"
-case $5 in
-    rw) readOnly=no ;;
-    ro) readOnly=yes ;;
-    *) fail "the access is neither rw nor ro: \"$5\"" ;;
-esac
+checkAddshareArguments "$@"
+readOnly=no
+[ "$5" = rw ] || readOnly=yes
 underLock main "$1" "$3" "$4" "$readOnly"

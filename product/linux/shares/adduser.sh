@@ -5,31 +5,9 @@
 # shellcheck source=SCRIPTDIR/common.sh
 . "${0%/*}/common.sh"
 
-# Sets passwordOctal to the password, each byte as a backslash and three octal digits.  Samba would
-# take an empty password, and would cut one that is too long or holds a NUL.
-readPassword() {
-    # A variable that came with the environment stays exported whatever is assigned to it.
-    unset passwordOctal
-    [ -r "$1" ] || fail "cannot read the password file: $1"
-    [ ! -d "$1" ] || fail "the password file is a folder: $1"
-    # A read that fails half-way ends in a NUL, which is refused; half a password must not count.
-    passwordOctal=$({ head -c 130 || printf '\000'; } <"$1" | od -An -v -to1 | tr -d '\n') ||
-        fail "cannot read the password file: $1"
-    passwordOctal=${passwordOctal%' 012'}
-    case $passwordOctal in
-        '') fail 'the password is empty' ;;
-        *' 000'*) fail 'the password holds a NUL byte' ;;
-        *' 012'*) fail 'the password file has more than one line' ;;
-    esac
-    [ "$((${#passwordOctal} / 4))" -le 127 ] || fail 'the password is longer than 127 bytes'
-    passwordOctal=$(printf '%s' "$passwordOctal" | sed 's/ /\\/g')
-}
-
-# printf is part of the shell and smbpasswd reads its standard input, so that the password is in no
-# program's arguments or environment.  The format is octal throughout: it holds no % of its own.
+# smbpasswd reads it, twice, from its standard input.
 setPassword() {
-    # shellcheck disable=SC2059 # the format is the text
-    printf "$passwordOctal\\012$passwordOctal\\012" | smbpasswd -s -a "$1" >/dev/null
+    { printPassword && printf '\n' && printPassword && printf '\n'; } | smbpasswd -s -a "$1" >/dev/null
 }
 
 # Removes what an earlier session left of a user of this name, or refuses what is not ours.
@@ -72,9 +50,6 @@ main() {
     finish
 }
 
-[ "$#" -eq 3 ] || fail 'usage: adduser.sh USER USER PASSWORD_FILE'
-checkUserName "$1"
-[ "$1" = "$2" ] || fail "the two user names differ: \"$1\" and \"$2\""
-[ -n "$3" ] || fail 'the name of the password file is empty'
+checkAdduserArguments "$@"
 readPassword "$3"
 underLock main "$1"

@@ -66,11 +66,6 @@ isInUse() {
     [ -n "$ownerPid" ] && [ "$(processMark "$ownerPid")" = "$(cat "$1")" ]
 }
 
-isInUseByAnother() { isInUse "$1" && [ "$(cat "$1")" != "$session" ]; }
-
-# Makes our caller the owner.
-claim() { printf '%s\n' "$session" >"$1"; }
-
 # ---- Names
 
 # Samba itself checks nothing here: "global" would change the whole server, and a name that is too

@@ -20,6 +20,5 @@ main() {
     removeUser "$1" || exit 1
 }
 
-[ "$#" -eq 1 ] || fail 'usage: rmuser.sh USER'
-checkUserName "$1"
+checkRmuserArguments "$@"
 underLock main "$1"

@@ -161,14 +161,10 @@ main() {
     finish
 }
 
-[ "$#" -eq 5 ] || fail 'usage: addshare.sh USER PASSWORD_FILE FOLDER SHARE rw|ro'
-checkUserName "$1"
-[ -n "$2" ] || fail 'the name of the password file is empty'
+checkAddshareArguments "$@"
 checkFolder "$3"
-checkShareName "$4"
 case $5 in
     rw) readOnly=0 entry="user:$1 allow $READ_RIGHTS,$WRITE_RIGHTS,$INHERITANCE" ;;
     ro) readOnly=1 entry="user:$1 allow $READ_RIGHTS,$INHERITANCE" ;;
-    *) fail "the access is neither rw nor ro: \"$5\"" ;;
 esac
 underLock main "$1" "$3" "$4"

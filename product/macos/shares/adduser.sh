@@ -33,34 +33,6 @@ function run(argv) {
     }
 }'
 
-# Sets passwordOctal to the password, each byte as a backslash and three octal digits.
-readPassword() {
-    # A variable that came with the environment stays exported whatever is assigned to it.
-    unset passwordOctal
-    [ -r "$1" ] || fail "cannot read the password file: $1"
-    [ ! -d "$1" ] || fail "the password file is a folder: $1"
-    # A read that fails half-way ends in a NUL, which is refused; half a password must not count.
-    passwordOctal=$({ head -c 130 || printf '\000'; } <"$1" | od -An -v -to1 |
-        awk '{ for (i = 1; i <= NF; i++) printf "\\%s", $i }') ||
-        fail "cannot read the password file: $1"
-    passwordOctal=${passwordOctal%'\012'}
-    case $passwordOctal in
-        '') fail 'the password is empty' ;;
-        *'\000'*) fail 'the password holds a NUL byte' ;;
-        *'\012'*) fail 'the password file has more than one line' ;;
-    esac
-    [ "$((${#passwordOctal} / 4))" -le 127 ] || fail 'the password is longer than 127 bytes'
-    printPassword | iconv -f UTF-8 -t UTF-16LE >/dev/null 2>&1 ||
-        fail 'the password is not valid UTF-8, as which macOS keeps it'
-}
-
-# printf is part of the shell, so that the password is in no program's arguments or environment.  The
-# format is octal throughout: it holds no % of its own.
-printPassword() {
-    # shellcheck disable=SC2059 # the format is the text
-    printf "$passwordOctal"
-}
-
 # setPassword USER: a refusal by the machine's password policy comes out on stderr.
 setPassword() {
     printPassword | /usr/bin/osascript -l JavaScript -e "$SET_PASSWORD" "$1" >/dev/null
@@ -189,9 +161,8 @@ main() {
     finish
 }
 
-[ "$#" -eq 3 ] || fail 'usage: adduser.sh USER USER PASSWORD_FILE'
-checkUserName "$1"
-[ "$1" = "$2" ] || fail "the two user names differ: \"$1\" and \"$2\""
-[ -n "$3" ] || fail 'the name of the password file is empty'
+checkAdduserArguments "$@"
 readPassword "$3"
+printPassword | iconv -f UTF-8 -t UTF-16LE >/dev/null 2>&1 ||
+    fail 'the password is not valid UTF-8, as which macOS keeps it'
 underLock main "$1"

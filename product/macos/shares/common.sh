@@ -63,11 +63,6 @@ isInUse() {
     [ "$ownerStatus" -eq 2 ] || [ "$ownerMark" = "$(cat "$1" 2>/dev/null)" ]
 }
 
-isInUseByAnother() { isInUse "$1" && [ "$(cat "$1")" != "$session" ]; }
-
-# Makes our caller the owner.
-claim() { printf '%s\n' "$session" >"$1"; }
-
 # ---- One script at a time
 #
 # There is no program here that locks a file.  A lock is a file "lock.N" that names its holder; the

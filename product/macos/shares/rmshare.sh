@@ -21,7 +21,5 @@ main() {
     removeShare "$1" || exit 1
 }
 
-[ "$#" -eq 2 ] || fail 'usage: rmshare.sh SHARE FOLDER'
-checkShareName "$1"
-[ -n "$2" ] || fail "the folder's path is empty"
+checkRmshareArguments "$@"
 underLock main "$1" "$2"
