@@ -14,17 +14,15 @@ import subprocess
 import sys
 import tempfile
 import time
-import unittest
 from pathlib import Path
 
 import scriptRunner
-from scriptRunner import HANG, run_command
+from scriptRunner import HANG, SHARES, read, run_command, script_path, write
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / 'support'))
 from throwAway import require_sandbox  # noqa: E402
 
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-SHARES = '/tmp/Pelago Test.app/Contents/Library/shares'  # the blank is there on purpose
 STATE = '/run/pelago'
 COMMENT = 'Pelago share user'
 PROGRAM_PATH = '/usr/sbin:/usr/bin:/sbin:/bin'
@@ -61,19 +59,6 @@ def set_up():
     if not os.path.isdir(SHARES):
         shutil.copytree(REPO + '/product/linux/shares', SHARES)
         shutil.copy(REPO + '/product/shares/base.sh', SHARES)
-
-
-def write(path, content, mode=None):
-    with open(path, 'wb') as file:
-        file.write(content if isinstance(content, bytes) else content.encode())
-    if mode is not None:
-        os.chmod(path, mode)
-    return path
-
-
-def read(path):
-    with open(path, 'rb') as file:
-        return file.read()
 
 
 def command(*args, check=True, **kwargs):
@@ -131,17 +116,8 @@ class Smbd:
 
 # ---- The scripts
 
-def script_path(name):
-    return '%s/%s.sh' % (SHARES, name)
-
-
-def run_script(name, *args, **kwargs):
-    return run_command([script_path(name), *args], **kwargs)
-
-
-class Session(scriptRunner.Session):
-    def start(self, name, *args):
-        super().start([script_path(name), *args])
+def run_script(name, *args, run=run_command, **kwargs):
+    return run([script_path(name), *args], **kwargs)
 
 
 # ---- The client
@@ -254,7 +230,20 @@ def wipe():
     shutil.rmtree(STATE, ignore_errors=True)
 
 
-class ScriptTest(unittest.TestCase):
+@contextlib.contextmanager
+def stand_in(program, text):
+    """Puts a shell script in a program's place for a while; there $real is the program."""
+    path = shutil.which(program, path=PROGRAM_PATH)
+    real = path + '.real'
+    os.rename(path, real)
+    try:
+        write(path, '#!/bin/sh\nreal=%s\n%s\n' % (real, text), 0o755)
+        yield
+    finally:
+        os.rename(real, path)
+
+
+class ScriptTest(scriptRunner.ScriptTest):
     """Base of the tests: a running smbd, a folder of bob's, and the means to make things fail."""
 
     needs_smbd = True
@@ -292,35 +281,19 @@ class ScriptTest(unittest.TestCase):
         return path
 
     def stand_in(self, program, text):
-        """Puts a shell script in a program's place until the test ends; $real is the program."""
-        path = shutil.which(program, path=PROGRAM_PATH)
-        real = path + '.real'
-        os.rename(path, real)
-        self.addCleanup(os.rename, real, path)
-        write(path, '#!/bin/sh\nreal=%s\n%s\n' % (real, text), 0o755)
+        """The same until the test ends."""
+        self.enterContext(stand_in(program, text))
 
-    def session(self):
-        session = Session()
-        self.addCleanup(session.close)
-        return session
+    def add_user(self, user='alice', **kwargs):
+        self.assert_done(run_script('adduser', user, user, self.password_file, **kwargs))
 
-    def add_user(self, user='alice', run=run_script):
-        self.assert_done(run('adduser', user, user, self.password_file))
+    def add_share(self, share='Docs', user='alice', folder=None, access='rw', **kwargs):
+        self.assert_done(run_script('addshare', user, self.password_file, folder or self.folder,
+                                    share, access, **kwargs))
 
-    def add_share(self, share='Docs', user='alice', folder=None, access='rw', run=run_script):
-        self.assert_done(run('addshare', user, self.password_file, folder or self.folder, share,
-                             access))
-
-    def add_both(self, run=run_script):
-        self.add_user(run=run)
-        self.add_share(run=run)
-
-    def assert_done(self, result):
-        self.assertEqual(result.status, 0, result.output)
-
-    def assert_refused(self, result, reason, status=1):
-        self.assertEqual(result.status, status, result.output)
-        self.assertIn(reason, result.output)
+    def add_both(self, **kwargs):
+        self.add_user(**kwargs)
+        self.add_share(**kwargs)
 
     @contextlib.contextmanager
     def unchanged(self):

@@ -6,8 +6,27 @@ import json
 import os
 import subprocess
 import sys
+import unittest
 
+SHARES = '/tmp/Pelago Test.app/Contents/Library/shares'  # the blank is there on purpose
 HANG = 40  # seconds after which something hangs; nothing is asserted about times below it
+
+
+def write(path, content, mode=None):
+    with open(path, 'wb') as file:
+        file.write(content if isinstance(content, bytes) else content.encode())
+    if mode is not None:
+        os.chmod(path, mode)
+    return path
+
+
+def read(path):
+    with open(path, 'rb') as file:
+        return file.read()
+
+
+def script_path(name):
+    return '%s/%s.sh' % (SHARES, name)
 
 
 class Result:
@@ -34,18 +53,12 @@ class Session:
         self.process = subprocess.Popen([sys.executable, os.path.abspath(__file__)],
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
-    def start(self, argv):
+    def run(self, argv):
         self.process.stdin.write(json.dumps([os.fsdecode(arg) for arg in argv]).encode() + b'\n')
         self.process.stdin.flush()
-
-    def finish(self):
         answer = json.loads(self.process.stdout.readline())
         return Result(answer['status'],
                       base64.b64decode(answer['output']).decode(errors='surrogateescape'))
-
-    def run(self, *call):
-        self.start(*call)
-        return self.finish()
 
     def kill(self):
         self.process.kill()
@@ -56,6 +69,22 @@ class Session:
             self.process.stdin.close()
         self.process.stdout.close()
         self.process.wait(HANG)
+
+
+class ScriptTest(unittest.TestCase):
+    """Base of the tests of either host's scripts."""
+
+    def session(self):
+        session = Session()
+        self.addCleanup(session.close)
+        return session
+
+    def assert_done(self, result):
+        self.assertEqual(result.status, 0, result.output)
+
+    def assert_refused(self, result, reason):
+        self.assertEqual(result.status, 1, result.output)
+        self.assertIn(reason, result.output)
 
 
 def serve_session():

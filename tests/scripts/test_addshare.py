@@ -47,9 +47,9 @@ class AddShare(sambahost.ScriptTest):
         super().setUp()
         self.add_user()
 
-    def add(self, share='Docs', folder=None, access='rw', user='alice', run=run_script, **kwargs):
-        return run('addshare', user, self.password_file, folder or self.folder, share, access,
-                   **kwargs)
+    def add(self, share='Docs', folder=None, access='rw', user='alice', **kwargs):
+        return run_script('addshare', user, self.password_file, folder or self.folder, share, access,
+                          **kwargs)
 
     def test_serves_a_private_folder_and_says_nothing(self):
         result = self.add()
@@ -239,9 +239,7 @@ class AddShare(sambahost.ScriptTest):
 
     def test_refuses_users_that_were_not_made_for_it(self):
         command('useradd', '--no-create-home', '--comment', sambahost.COMMENT, 'halfmade')
-        self.assert_done(self.session().run('adduser', 'carol', 'carol', self.password_file))
-        other = self.session()
-        self.assert_done(other.run('adduser', 'dave', 'dave', self.password_file))
+        self.add_user('dave', run=self.session().run)
         with self.unchanged():
             for user, reason in (('nosuch', 'no user'), ('bob', 'not made'), ('root', 'not made'),
                                  ('halfmade', 'Samba does not know'), ('dave', 'another session')):
@@ -271,11 +269,9 @@ class AddShare(sambahost.ScriptTest):
             'testparm': 'exit 1',
         }
         for step, text in steps.items():
-            case = self.__class__('run')
             with self.subTest(step), self.unchanged():
-                case.stand_in(step.split()[0], text)
-                result = self.add()
-                case.doCleanups()
+                with sambahost.stand_in(step.split()[0], text):
+                    result = self.add()
                 self.assertEqual(result.status, 1, result)
                 self.assertRegex(result.output, r'addshare\.sh: (cannot|Samba did not|Samba does not)')
 

@@ -180,8 +180,7 @@ class AddUser(sambahost.ScriptTest):
         self.assert_done(self.add())
         with self.unchanged():
             self.assert_refused(self.add(), 'in use')
-            self.assert_refused(self.session().run('adduser', 'alice', 'alice', self.password_file),
-                                'in use')
+            self.assert_refused(self.add(run=self.session().run), 'in use')
 
     def test_undoes_everything_when_a_step_fails(self):
         steps = {
@@ -193,11 +192,9 @@ class AddUser(sambahost.ScriptTest):
             'pdbedit': 'exit 1',
         }
         for step, text in steps.items():
-            case = self.__class__('run')
             with self.subTest(step), self.unchanged():
-                case.stand_in(step.split()[0], text)
-                result = self.add()
-                case.doCleanups()
+                with sambahost.stand_in(step.split()[0], text):
+                    result = self.add()
                 self.assertEqual(result.status, 1, result)
                 self.assertRegex(result.output, r'adduser\.sh: (cannot|Samba did not)')
 
@@ -239,27 +236,23 @@ class AddUser(sambahost.ScriptTest):
                            ('smbpasswd', wait + '; exec $real "$@"')):
             for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT):
                 with self.subTest(name, signal=number), self.unchanged():
-                    case = self.__class__('run')
-                    case.stand_in(name, 'cd %s; %s' % (self.scratch, text))
-                    with subprocess.Popen([script_path('adduser'), 'alice', 'alice',
-                                           self.password_file], stderr=subprocess.DEVNULL,
-                                          preexec_fn=heed_interrupts) as script:
+                    with sambahost.stand_in(name, 'cd %s; %s' % (self.scratch, text)), \
+                            subprocess.Popen([script_path('adduser'), 'alice', 'alice',
+                                              self.password_file], stderr=subprocess.DEVNULL,
+                                             preexec_fn=heed_interrupts) as script:
                         wait_until(lambda: os.path.exists(self.scratch + '/started'), 'the step')
                         script.send_signal(number)
                         write(self.scratch + '/go', '')
                         self.assertEqual(script.wait(HANG), 128 + number)
-                    case.doCleanups()
                     os.unlink(self.scratch + '/started')
                     os.unlink(self.scratch + '/go')
 
     def test_takes_over_what_a_killed_script_left(self):
-        case = self.__class__('run')
-        case.stand_in('smbpasswd', 'touch %s/started; sleep 60' % self.scratch)
-        with subprocess.Popen([script_path('adduser'), 'alice', 'alice', self.password_file],
-                              start_new_session=True, stderr=subprocess.DEVNULL) as script:
+        with sambahost.stand_in('smbpasswd', 'touch %s/started; sleep 60' % self.scratch), \
+                subprocess.Popen([script_path('adduser'), 'alice', 'alice', self.password_file],
+                                 start_new_session=True, stderr=subprocess.DEVNULL) as script:
             wait_until(lambda: os.path.exists(self.scratch + '/started'), 'the step')
             os.killpg(script.pid, signal.SIGKILL)
-        case.doCleanups()
         self.assertTrue(user_exists('alice'))
         self.assertFalse(samba_knows('alice'))
         self.assert_done(self.add())
@@ -280,7 +273,7 @@ class AddUser(sambahost.ScriptTest):
 
     def test_does_not_wait_for_ever(self):
         self.assert_done(self.add('warm', 'warm', self.password_file))
-        self.stand_in('flock', '[ "$*" = "-w 60 9" ] && exit 1')
+        self.stand_in('flock', '[ "$*" != "-w 60 9" ] || exit 1')
         with self.unchanged():
             self.assert_refused(self.add(), 'another share script has not ended')
 

@@ -109,10 +109,8 @@ class Remove(sambahost.ScriptTest):
 
     def test_gives_up_when_the_process_stays(self):
         self.add_user()
-        case = self.__class__('run')
-        case.stand_in('userdel', 'echo process 77 >&2; exit 8')
-        result = self.remove_user()
-        case.doCleanups()
+        with sambahost.stand_in('userdel', 'echo process 77 >&2; exit 8'):
+            result = self.remove_user()
         self.assert_refused(result, 'process 77')
         self.assertFalse(samba_knows('alice'), 'nobody logs in any more')
         self.assert_done(self.remove_user())
@@ -124,10 +122,11 @@ class Remove(sambahost.ScriptTest):
         self.add_share('Own', folder=folder)
         self.assert_served('Own') # Samba now remembers whose the number is
         number = os.stat(folder).st_uid
+        memory = 'UID2SID/%d' % number
+        self.assertIn(memory, command('net', 'cache', 'list'))
         self.assert_done(self.remove_share('Own', folder))
         self.assert_done(self.remove_user())
-        for key in ('UID2SID/%d' % number,):
-            self.assertNotIn(key, command('net', 'cache', 'list'))
+        self.assertNotIn(memory, command('net', 'cache', 'list'))
         self.assert_done(run_script('adduser', 'carol', 'carol', self.password_file))
         self.assertEqual(sambahost.pwd.getpwnam('carol').pw_uid, number, 'the case that is meant')
         self.add_share('Own', 'carol', folder)
@@ -253,11 +252,10 @@ class Remove(sambahost.ScriptTest):
         self.add_both()
         for program, args in (('net', ('rmshare', 'Docs', self.folder)), ('getent', ('rmuser', 'alice')),
                               ('pdbedit', ('rmuser', 'alice')), ('smbstatus', ('rmuser', 'alice'))):
-            case = self.__class__('run')
             with self.subTest(program):
-                case.stand_in(program, 'case "$*" in *-x*) exec $real "$@" ;; esac; echo broken; exit 3')
-                result = run_script(*args)
-                case.doCleanups()
+                with sambahost.stand_in(program, 'case "$*" in *-x*) exec $real "$@" ;; esac; '
+                                                 'echo broken; exit 3'):
+                    result = run_script(*args)
                 self.assert_refused(result, 'cannot')
                 self.assertTrue(user_exists('alice'))
         self.assertTrue(share_exists('Docs'))
@@ -270,12 +268,10 @@ class Remove(sambahost.ScriptTest):
 
     def test_tells_a_real_error_of_the_removal(self):
         self.add_both()
-        case = self.__class__('run')
-        case.stand_in('net', 'case "$*" in *delshare*) echo why it failed >&2; exit 255 ;; esac\n'
-                             'exec $real "$@"')
-        with self.unchanged():
+        text = ('case "$*" in *delshare*) echo why it failed >&2; exit 255 ;; esac\n'
+                'exec $real "$@"')
+        with sambahost.stand_in('net', text), self.unchanged():
             self.assert_refused(self.remove_share(), 'why it failed')
-        case.doCleanups()
         self.assert_done(self.remove_share())
 
     def test_tells_when_clients_could_not_be_cut_off(self):
@@ -287,12 +283,10 @@ class Remove(sambahost.ScriptTest):
     def test_a_second_run_cuts_off_the_clients_that_the_first_could_not(self):
         self.add_both()
         connected = self.connect()
-        case = self.__class__('run')
-        self.addCleanup(case.doCleanups)
-        case.stand_in('smbcontrol', 'case "$*" in *close-share*) exit 1 ;; esac; exec $real "$@"')
-        for _ in range(2):
-            self.assert_refused(self.remove_share(), 'cannot cut off')
-        case.doCleanups()
+        with sambahost.stand_in('smbcontrol',
+                                'case "$*" in *close-share*) exit 1 ;; esac; exec $real "$@"'):
+            for _ in range(2):
+                self.assert_refused(self.remove_share(), 'cannot cut off')
         self.assertNotIn('NETWORK_NAME_DELETED', connected.ask('ls'), 'the case that is meant')
         self.assert_done(self.remove_share())
         wait_until(lambda: 'NETWORK_NAME_DELETED' in connected.ask('ls'), 'the cut')

@@ -40,8 +40,8 @@ class Sessions(sambahost.ScriptTest):
         self.assert_served('His', 'carl', content=b'other text\n')
         self.assert_not_served('ACCESS_DENIED', 'His', 'alice')
         self.assert_not_served('ACCESS_DENIED', 'Hers', 'carl')
-        self.assert_done(hers.run('rmshare', 'Hers', self.folder))
-        self.assert_done(hers.run('rmuser', 'alice'))
+        self.assert_done(run_script('rmshare', 'Hers', self.folder, run=hers.run))
+        self.assert_done(run_script('rmuser', 'alice', run=hers.run))
         self.assert_served('His', 'carl', content=b'other text\n')
 
     def test_the_same_folder_can_be_shared_twice(self):

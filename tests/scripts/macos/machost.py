@@ -26,18 +26,17 @@ import tempfile
 import threading
 import time
 import traceback
-import unittest
 import uuid
 from pathlib import Path
 
 SCRIPT_TESTS = Path(__file__).resolve().parents[1]
 sys.path[:0] = [str(SCRIPT_TESTS), str(SCRIPT_TESTS.parent / 'support')]
-from scriptRunner import HANG, Session, run_command  # noqa: E402
+import scriptRunner  # noqa: E402
+from scriptRunner import HANG, SHARES, read, run_command, script_path, write  # noqa: E402
 from throwAway import require_sandbox  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(HERE)))
-SHARES = '/tmp/Pelago Test.app/Contents/Library/shares'  # the blank is there on purpose
 SOCKET = '/tmp/machost.socket'
 STATE = '/var/db/pelago'
 LOCKS = '/var/run/pelago'
@@ -58,27 +57,6 @@ READ = 'list,search,readattr,readextattr,readsecurity,read,execute'
 WRITE = 'write,append,delete,delete_child,add_file,add_subdirectory,writeattr,writeextattr'
 INHERIT = 'file_inherit,directory_inherit'
 RIGHTS = set((READ + ',' + WRITE + ',' + INHERIT).split(','))
-
-
-def write(path, content, mode=None):
-    with open(path, 'wb') as file:
-        file.write(content if isinstance(content, bytes) else content.encode())
-    if mode is not None:
-        os.chmod(path, mode)
-    return path
-
-
-def read(path):
-    with open(path, 'rb') as file:
-        return file.read()
-
-
-def wait_until(condition, what):
-    deadline = time.monotonic() + HANG
-    while not condition():
-        if time.monotonic() > deadline:
-            raise AssertionError('waited in vain for ' + what)
-        time.sleep(0.005)
 
 
 class Misuse(Exception):
@@ -333,16 +311,19 @@ class Programs:
     # -- files
 
     def chmod(self, args, _):
-        """In the current folder only, and not through a link: no path can lead elsewhere then."""
-        if len(args) != 4 or args[0] != '-h' or args[1] not in ('+a', '-a') or '/' in args[3]:
+        """In the current folder only, and with -h not through a link."""
+        follows = args[:1] != ['-h']
+        verb, text, name = args[0 if follows else 1:]
+        if verb not in ('+a', '-a') or '/' in name:
             raise Misuse
-        verb, text, path = args[1], args[2], os.path.normpath(os.path.join(self.cwd, args[3]))
+        path = os.path.normpath(os.path.join(self.cwd, name))
+        path = os.path.realpath(path) if follows else path
         entry = re.fullmatch('user:([a-z0-9_.-]+) (allow) ([a-z_,]+)', text)
         if not entry or set(entry[3].split(',')) - RIGHTS:
             raise Misuse
         owner = self.mac.user_uuid(entry[1])
         if not self.change_entry(verb, (owner, entry[2], entry[3], False), path):
-            raise Refusal("chmod: No ACL present '%s'" % args[3])
+            raise Refusal("chmod: No ACL present '%s'" % name)
         return ''
 
     def change_entry(self, verb, entry, path):
@@ -600,15 +581,9 @@ def set_up():
     return HOST
 
 
-# ---- The scripts
-
-def script_path(name):
-    return '%s/%s.sh' % (SHARES, name)
-
-
 # ---- The tests' base
 
-class MacTest(unittest.TestCase):
+class MacTest(scriptRunner.ScriptTest):
     """A new Mac for each test and shell, a private folder of bob's, and a password file."""
 
     maxDiff = None
@@ -667,11 +642,6 @@ class MacTest(unittest.TestCase):
         self.addCleanup(process.wait, HANG)
         return process
 
-    def session(self):
-        session = Session()
-        self.addCleanup(session.close)
-        return session
-
     def add_user(self, user='alice', **kwargs):
         return self.run_script('adduser', user, user, self.password_file, **kwargs)
 
@@ -688,13 +658,6 @@ class MacTest(unittest.TestCase):
         self.assert_done(self.run_script('rmuser', 'alice', **kwargs))
 
     # -- asserting
-
-    def assert_done(self, result):
-        self.assertEqual(result.status, 0, result.output)
-
-    def assert_refused(self, result, reason):
-        self.assertEqual(result.status, 1, result.output)
-        self.assertIn(reason, result.output)
 
     def assert_unchanged(self, before):
         self.assertEqual(HOST.snapshot(), before)

@@ -333,7 +333,6 @@ class AddUser(MacTest):
         self.assert_unchanged(before)
 
     def test_a_refusal_of_the_password_is_passed_on(self):
-        before = host.snapshot()
         self.add_user()
         number = [call.name for call in host.calls].index('osascript') + 1
         host.wipe()
@@ -562,8 +561,24 @@ class AddShare(MacTest):
                 os.unlink(path)
                 os.symlink(secret, path)
         host.mac.swap = swap
-        self.add_share()
+        self.assert_done(self.add_share())
         self.assertNotIn(secret, host.mac.entries)
+        self.assertIn(self.folder + '/f', host.mac.entries, 'the case that is meant')
+        self.assertTrue(os.path.islink(self.folder + '/f'))
+        host.mac.swap = None
+
+    def test_a_file_that_becomes_a_link_before_the_removal_leads_nowhere_either(self):
+        self.assert_done(self.add_share())
+        hers = write(self.scratch + '/hers', 'with access', 0o600)
+        host.mac.entries[hers] = host.mac.entries[self.folder + '/f']
+
+        def swap(path):
+            if path == self.folder + '/f':
+                os.unlink(path)
+                os.symlink(hers, path)
+        host.mac.swap = swap
+        self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
+        self.assertEqual(set(host.mac.entries), {hers})
         self.assertTrue(os.path.islink(self.folder + '/f'))
         host.mac.swap = None
 
