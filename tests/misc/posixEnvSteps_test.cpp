@@ -1,67 +1,33 @@
-// Posix_Getenv() in two threads, of which one changes what they share between any two steps of the
-// other: its source is a part of this program, with atomics that call back.
+// Posix_Getenv() while other threads change what they share, between any two steps of it: its
+// source is a part of this program, compiled to call back from every branch.
 #include "posix.h"
 
 #include "allocations.h"
-#include "diagnostics.h"
-#include "hashTable.h"
-#include "posixInt.h"
 #include "posixKept.h"
-#include "util.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <new>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <utility>
 
 namespace {
 
-// Done once by this thread, after so many steps.
-thread_local std::function<void()> tDeed;
+// Done once by this thread: after so many steps, or when it is about to ask the environment.
+thread_local std::function<void()> tDeed, tBeforeGetenv;
 thread_local size_t tSteps;
-
-void Step()
-{
-    if (tDeed && tSteps-- == 0) { std::exchange(tDeed, nullptr)(); }
-}
 
 } // namespace
 
-namespace std {
-template <typename T> struct SteppedAtomic : atomic<T> {
-    using atomic<T>::atomic;
-    T load(auto... order) const { return Stepped(atomic<T>::load(order...)); }
-    T exchange(T value, auto... order) { return Stepped(atomic<T>::exchange(value, order...)); }
-    T fetch_add(T value, auto... order) { return Stepped(atomic<T>::fetch_add(value, order...)); }
-    T fetch_sub(T value, auto... order) { return Stepped(atomic<T>::fetch_sub(value, order...)); }
-    bool compare_exchange_strong(T &expected, T value, auto... order)
-    {
-        return Stepped(atomic<T>::compare_exchange_strong(expected, value, order...));
-    }
-    bool compare_exchange_weak(T &expected, T value, auto... order)
-    {
-        return Stepped(atomic<T>::compare_exchange_weak(expected, value, order...));
-    }
-
-private:
-    template <typename Result> static Result Stepped(Result result)
-    {
-        Step();
-        return result;
-    }
-};
-} // namespace std
-
-#define atomic SteppedAtomic
-#include "posixEnv.cpp"
-#undef atomic
+extern "C" void __sanitizer_cov_trace_pc()
+{
+    if (tDeed && tSteps-- == 0) { std::exchange(tDeed, nullptr)(); }
+}
 
 // In the place of the environment, which must not change while threads ask: the value of every
 // variable whose name begins with PREFIX.
@@ -75,6 +41,7 @@ char *__wrap_getenv(const char *name)
     if (name == nullptr || strncmp(name, PREFIX, strlen(PREFIX)) != 0) {
         return __real_getenv(name);
     }
+    if (tBeforeGetenv) { std::exchange(tBeforeGetenv, nullptr)(); }
     return const_cast<char *>(sValue.load()); // not written to
 }
 }
@@ -84,39 +51,97 @@ namespace {
 // An entry, its key, a record, and what that holds: two values in a block.
 constexpr ptrdiff_t KEPT_AFTER_A_CHANGE = 6;
 
+// A variable that nobody has asked for before.
+class Variable {
+public:
+    const char *Ask(const char *value) const
+    {
+        sValue = value;
+        return Posix_Getenv(mName.c_str());
+    }
+    // The same, and the deed is done after so many steps; nullptr when there are not so many.
+    const char *AskAndMeanwhile(const char *value, size_t steps, std::function<void()> deed) const
+    {
+        tSteps = steps;
+        tDeed = std::move(deed);
+        const char *result = Ask(value);
+        return std::exchange(tDeed, nullptr) ? nullptr : result;
+    }
+
+private:
+    static inline int sMade;
+    const std::string mName = PREFIX + std::to_string(sMade++);
+};
+
+// Tries after no step, after one, and so on, as long as there are steps.
+void AfterEverySteps(const std::function<bool(size_t steps)> &attempt)
+{
+    size_t steps = 0;
+    while (attempt(steps)) {
+        steps++;
+    }
+    EXPECT_GT(steps, 20u) << "there are hundreds, if anything calls back";
+}
+
 // How many values the variable had before.
 class PosixGetenvBetweenSteps : public testing::TestWithParam<int> {};
 
 TEST_P(PosixGetenvBetweenSteps, WhatIsReceivedStaysReadableThroughOneChange)
 {
     const char *const earlier[] = {"first value", "second value", "third value"};
-    bool isReached = true;
-    for (size_t steps = 0; isReached; steps++) {
+    AfterEverySteps([&](size_t steps) {
         SCOPED_TRACE(steps);
-        const std::string name = PREFIX + std::to_string(GetParam()) + "_" + std::to_string(steps);
-        const auto ask = [&](const char *value) {
-            sValue = value;
-            return Posix_Getenv(name.c_str());
-        };
+        const Variable variable;
         const ptrdiff_t before = Allocations::Live();
         for (int i = 0; i < GetParam(); i++) {
-            ask(earlier[i]);
+            variable.Ask(earlier[i]);
         }
         const char *theirs = nullptr;
-        tSteps = steps;
-        tDeed = [&] { std::thread([&] { theirs = ask("their value"); }).join(); };
-        const char *mine = ask("my value");
-        isReached = std::exchange(tDeed, nullptr) == nullptr;
+        const char *mine = variable.AskAndMeanwhile("my value", steps, [&] {
+            std::thread([&] { theirs = variable.Ask("their value"); }).join();
+        });
+        if (mine == nullptr) { return false; }
 
         // Who comes first has been overtaken once, and nobody twice.
         EXPECT_THAT(mine,
                     testing::AnyOf(testing::StrEq("my value"), testing::StrEq("their value")));
-        EXPECT_STREQ(theirs, isReached ? "their value" : nullptr);
-        ask("next value");
+        EXPECT_STREQ(theirs, "their value");
+        variable.Ask("next value");
+        EXPECT_STREQ(theirs, "their value") << "mine is older and does not come after it";
         EXPECT_EQ(Allocations::Live() - before, KEPT_AFTER_A_CHANGE) << "and the others are freed";
-    }
+        return true;
+    });
 }
 INSTANTIATE_TEST_SUITE_P(AfterValues, PosixGetenvBetweenSteps, testing::Values(0, 1, 2, 3),
                          [](const auto &row) { return std::to_string(row.param); });
+
+// A third thread stops between looking at a value and comparing it, and meanwhile that is replaced.
+TEST(PosixGetenvSteps, FreeNothingThatAReaderLooksAt)
+{
+    AfterEverySteps([](size_t steps) {
+        SCOPED_TRACE(steps);
+        const Variable variable;
+        variable.Ask("first value");
+        std::binary_semaphore isLooking(0), goOn(0);
+        std::thread reader;
+        const char *readers = nullptr;
+        const char *mine = variable.AskAndMeanwhile("my value", steps, [&] {
+            reader = std::thread([&] {
+                tBeforeGetenv = [&] {
+                    isLooking.release();
+                    goOn.acquire();
+                };
+                readers = variable.Ask("my value");
+            });
+            isLooking.acquire();
+            std::thread([&] { variable.Ask("their value"); }).join();
+        });
+        if (mine == nullptr) { return false; }
+        goOn.release();
+        reader.join();
+        EXPECT_STREQ(readers, "their value");
+        return true;
+    });
+}
 
 } // namespace
