@@ -103,9 +103,10 @@ def session(user, share, has_client):
         out = tool.communicate(timeout=2 * sambahost.HANG)[0].decode()
     if (line, out, tool.returncode) != (SHARED, DELETED, 0):
         raise Failed(f"{user}: {line!r}, {out!r}, status {tool.returncode}; {ERRORS.read_text()[-500:]}")
-    if sambahost.user_exists(user) or os.listdir("/run/pelago/shares") or os.path.exists(f"{PREFS}-lock"):
-        if not has_company():
-            raise Failed(f"{user}: a user, a share or a lock is left")
+    if sambahost.user_exists(user) or sambahost.share_exists(share):
+        raise Failed(f"{user}: the user or the share is left")
+    if not has_company() and (os.listdir("/run/pelago/shares") or os.path.exists(f"{PREFS}-lock")):
+        raise Failed(f"{user}: a share's folder or a lock is left")
 
 
 def has_company():

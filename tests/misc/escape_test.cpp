@@ -37,7 +37,6 @@ using Builder = std::function<char *(const std::string &in, size_t *size)>;
 // The result, after a look at its NUL and at its size without being asked for it.
 std::string Built(const Builder &build, const std::string &in)
 {
-    // A copy of its own size: a sanitizer watches what is behind it.
     size_t size = SIZE_MAX;
     const ScopedFree<char> block(build(in, &size));
     EXPECT_NE(block, nullptr);

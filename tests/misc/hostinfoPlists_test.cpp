@@ -1,4 +1,5 @@
-// Runs on a machine of its own as its root: it writes the system's version files.
+// Runs on a machine of its own as its root: it writes the system's version files, and becomes
+// another user.
 #include "hostinfo.h"
 
 #include "../../lib/misc/hostinfoInt.h"
@@ -8,9 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 namespace {
 
@@ -135,6 +138,17 @@ TEST_F(HostinfoPlists, AreReadByTheirNamesOfOld)
     CFRelease(list);
     EXPECT_EQ(HostinfoReadPlist(FOLDER), nullptr);
     EXPECT_EQ(Take(HostinfoCFStringCopyCString(CFSTR("text"))), "text");
+}
+
+TEST(HostinfoProcessExistence, IsSoForAnotherUsersProcess)
+{
+    constexpr uid_t NOBODY = 65534;
+    const Outcome outcome = InChild([] {
+        EXPECT_EQ(setuid(NOBODY), 0);
+        EXPECT_EQ(kill(getppid(), 0), -1) << "the case that is meant";
+        return std::to_string(Hostinfo_QueryProcessExistence(getppid()));
+    });
+    EXPECT_EQ(outcome.result, std::to_string(HOSTINFO_PROCESS_QUERY_ALIVE));
 }
 
 } // namespace

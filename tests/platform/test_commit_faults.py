@@ -218,13 +218,13 @@ class CallsOfACommit(Case):
 
 
 class TwoAtOnce(Case):
-    def race(self, mode):
+    def race(self, mode, seed):
         """Two runs with delays of their own; the number of those that committed."""
-        runs = []
+        runs, chance = [], random.Random(seed)
         for i in range(2):
             log = self.folder.with_suffix(f".log{i}")
             self.addCleanup(log.unlink, missing_ok=True)
-            delays = [f"-einject={call}:delay_enter={random.randrange(5000)}" for call in ("flock", "fsync", "rename", "unlink")]
+            delays = [f"-einject={call}:delay_enter={chance.randrange(5000)}" for call in ("flock", "fsync", "rename", "unlink")]
             command = ["strace", "-qq", "-o", log, "-e", "trace=flock,fsync,rename,unlink", *delays, *self.command, *mode]
             runs.append((subprocess.Popen(command, stderr=subprocess.PIPE, text=True), log))
         for run, log in runs:
@@ -234,20 +234,22 @@ class TwoAtOnce(Case):
         return sum(run.returncode == 0 for run, _ in runs)
 
     def test_with_the_lock_around_it_both_changes_count(self):
-        for _ in range(ROUNDS):
-            self.put(STARTS["without the service"])
-            self.assertEqual(self.race([]), 2)
-            self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print"])
+        for seed in range(ROUNDS):
+            with self.subTest(seed=seed):
+                self.put(STARTS["without the service"])
+                self.assertEqual(self.race([], seed), 2)
+                self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print"])
 
     def test_without_it_the_later_one_is_stale(self):
         counts = collections.Counter()
-        for _ in range(ROUNDS):
-            self.put(STARTS["without the service"])
-            committed = self.race(["unlocked"])
-            counts[committed] += 1
-            self.assertGreaterEqual(committed, 1)
-            self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print", "disk"] if committed == 1 else ["print"])
-            self.assertEqual([path.name for path in self.folder.iterdir()], [self.path.name])
+        for seed in range(ROUNDS):
+            with self.subTest(seed=seed):
+                self.put(STARTS["without the service"])
+                committed = self.race(["unlocked"], seed)
+                counts[committed] += 1
+                self.assertGreaterEqual(committed, 1)
+                self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print", "disk"] if committed == 1 else ["print"])
+                self.assertEqual([path.name for path in self.folder.iterdir()], [self.path.name])
         self.assertGreater(counts[1], 0, "the two never met")
 
     def test_whoever_waits_goes_on_when_the_holder_is_killed(self):
