@@ -261,7 +261,6 @@ def one_after_the_other(number):
 
 def two_at_a_time(minutes):
     def sessions(tally, warm):
-        end = time.monotonic() + 60 * minutes
         tallies = [Tally(), Tally()]
 
         def work(number, go_on):
@@ -276,6 +275,7 @@ def two_at_a_time(minutes):
                 thread.join()
         both(lambda own: own.sessions < WARM_UP)
         warm()
+        end = time.monotonic() + 60 * minutes
         both(lambda own: time.monotonic() < end)
         for own in tallies:
             tally.sessions += own.sessions
