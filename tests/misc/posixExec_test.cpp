@@ -3,6 +3,7 @@
 #include "allocations.h"
 #include "posixKept.h"
 #include "scopedForTests.h"
+#include "tellState.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +21,7 @@
 namespace {
 
 constexpr int ALONE = 77;
-constexpr char PROGRAM[] = PELAGO_TELL_START;
+constexpr char PROGRAM[] = TELL_STATE;
 // Found through PATH; the same program under another name.
 constexpr char NAME[] = "tell \xC3\xA9";
 
@@ -45,24 +46,6 @@ std::string ReadAll(int file)
     return all;
 }
 
-Start Parse(const std::string &told)
-{
-    Start start;
-    size_t at = 0;
-    const auto next = [&] {
-        const std::string text = told.c_str() + at;
-        at += text.size() + 1;
-        return text;
-    };
-    for (int count = std::stoi("0" + next()); count > 0; count--) {
-        start.arguments.push_back(next());
-    }
-    while (at < told.size()) {
-        start.environment.push_back(next());
-    }
-    return start;
-}
-
 // What becomes of a child that executes the program.
 Start Started(const std::function<void()> &execute)
 {
@@ -77,12 +60,12 @@ Start Started(const std::function<void()> &execute)
         _exit(100);
     }
     close(ends[1]);
-    const Start start = Parse(ReadAll(ends[0]));
+    const State told(ReadAll(ends[0]));
     close(ends[0]);
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-    return start;
+    return Start{told.All("argument"), told.All("variable")};
 }
 
 std::vector<std::string> OwnEnvironment()

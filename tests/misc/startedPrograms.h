@@ -4,6 +4,7 @@
 #define PELAGO_TESTS_MISC_STARTEDPROGRAMS_H
 
 #include "scopedForTests.h"
+#include "tellState.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,39 +17,12 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <map>
 #include <string>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
-
-// What tellState told: the values by their names, in order.
-class State {
-public:
-    explicit State(const std::string &report)
-    {
-        for (size_t at = 0; at < report.size();) {
-            const std::string line = report.c_str() + at;
-            at += line.size() + 1;
-            mValues[line.substr(0, line.find(' '))].push_back(line.substr(line.find(' ') + 1));
-        }
-    }
-    std::vector<std::string> All(const std::string &name) const
-    {
-        const auto found = mValues.find(name);
-        return found == mValues.end() ? std::vector<std::string>() : found->second;
-    }
-    std::string The(const std::string &name) const
-    {
-        const std::vector<std::string> all = All(name);
-        return all.size() == 1 ? all[0] : std::to_string(all.size()) + " of " + name;
-    }
-
-private:
-    std::map<std::string, std::vector<std::string>> mValues;
-};
 
 inline std::string Content(const std::string &path)
 {

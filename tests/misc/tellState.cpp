@@ -1,7 +1,7 @@
 // tellState.cpp -- a program that is started to tell what it finds itself in.  Writes "name value"
-// for each finding, with a NUL behind it, to the file that TELL_STATE in the environment names; the
-// file appears under that name when it is whole.  With TELL_STAY it then stays until it is killed,
-// or half a minute.
+// for each finding, with a NUL behind it, to standard output, or to the file that TELL_STATE in the
+// environment names; the file appears under that name when it is whole.  With TELL_STAY it then
+// stays until it is killed, or half a minute.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -69,6 +69,20 @@ void TellTimers()
     }
 }
 
+bool Write(FILE *file)
+{
+    return file != nullptr && fwrite(sReport.data(), 1, sReport.size(), file) == sReport.size() &&
+           fclose(file) == 0;
+}
+
+bool Report()
+{
+    const char *path = getenv("TELL_STATE");
+    if (path == nullptr) { return Write(stdout); }
+    const std::string unfinished = std::string(path) + ".unfinished";
+    return Write(fopen(unfinished.c_str(), "w")) && rename(unfinished.c_str(), path) == 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -78,6 +92,9 @@ int main(int argc, char **argv)
     TellTimers();
     for (int i = 0; i < argc; i++) {
         Tell("argument", argv[i]);
+    }
+    for (char **variable = environ; *variable != nullptr; variable++) {
+        Tell("variable", *variable);
     }
     char folder[4096];
     Tell("cwd", getcwd(folder, sizeof folder));
@@ -90,12 +107,7 @@ int main(int argc, char **argv)
     if (getrlimit(RLIMIT_AS, &limit) != 0) { abort(); }
     Tell("addressSpace", std::to_string(limit.rlim_cur) + " " + std::to_string(limit.rlim_max));
 
-    const std::string path = getenv("TELL_STATE"), unfinished = path + ".unfinished";
-    FILE *file = fopen(unfinished.c_str(), "w");
-    if (file == nullptr || fwrite(sReport.data(), 1, sReport.size(), file) != sReport.size() ||
-        fclose(file) != 0 || rename(unfinished.c_str(), path.c_str()) != 0) {
-        return 1;
-    }
+    if (!Report()) { return 1; }
     if (getenv("TELL_STAY") != nullptr) {
         alarm(STAY_SECONDS);
         pause();

@@ -69,9 +69,10 @@ class Installed(unittest.TestCase):
                 for tree in (str(ROOT), BUILD):
                     self.assertNotIn(tree, path.read_text(), path)
 
-    def test_the_tool_finds_its_bundle_through_the_link(self):
+    def test_the_tool_is_a_link_into_its_bundle(self):
         tool = self.prefix / "sbin/pelagoShareTool"
         self.assertTrue(tool.is_symlink())
+        self.assertTrue(tool.resolve().is_relative_to(self.prefix / "lib/pelago/Pelago.app"), tool.resolve())
         done = run(tool)
         self.assertEqual((done.returncode, done.stdout[:16]), (2, "2 - usage error."))
 
