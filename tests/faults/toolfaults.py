@@ -404,7 +404,7 @@ def record(host, way):
     host.prepare(way)
     plain = host.run_way(way)
     host.prepare(way)
-    traced = host.run_way(way, ["strace", "-qq", "-o", straced.LOG])
+    traced = host.run_way(way, straced.tracing())
     claim(traced.same_as(plain), "the recorded run differs")
     points = straced.read_log()
     first = next(i for i, point in enumerate(points) if point[:2] == FIRST_OF_MAIN)

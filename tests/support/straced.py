@@ -85,15 +85,20 @@ def read_log():
     return found[1:] if found and found[0].name == "execve" else found  # the first is strace's own
 
 
+def tracing(*selection):
+    """A command's beginning that traces it; selection is more of strace's options."""
+    return ["strace", "-qq", "-o", LOG, *selection]
+
+
 def recorded(command, *selection, **options):
-    """The points of one undisturbed run; selection is more of strace's options."""
-    subprocess.run(["strace", "-qq", "-o", LOG, *selection, *command], **{"check": True} | options)
+    """The points of one undisturbed run."""
+    subprocess.run([*tracing(*selection), *command], **{"check": True} | options)
     return read_log()
 
 
-def injecting(names, what, *selection):
-    """A command's beginning that traces these calls, and does that to them."""
-    return ["strace", "-qq", "-o", LOG, *selection, "-e", f"trace={names}", "-e", f"inject={names}:{what}"]
+def injecting(names, what, *selection, also=()):
+    """A command's beginning that traces these calls, and does that to them; it traces the others, too."""
+    return tracing(*selection, "-e", f"trace={','.join((names, *also))}", "-e", f"inject={names}:{what}")
 
 
 def was_injected():
