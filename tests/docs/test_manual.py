@@ -78,7 +78,7 @@ class Tool(unittest.TestCase):
         files = re.findall(r'\{"\w+", "(/Contents/[^"]+)"\}', text)
         self.assertEqual(len(files), 6)
         files = [f"Pelago.app{file}" for file in files]
-        preferences = re.search(r'#define SAMBA_PREFS_FILE "(.*)"', (ROOT / TOOL_SOURCES[1]).read_text())
+        preferences = re.search(r'#define SAMBA_PREFS_FILE "(.*)"', (ROOT / "apps/pelagoShareTool/pelagoShareTool.cpp").read_text())
         named = re.findall(r"^\.It Pa (\S+)$", TOOL, re.M)
         for file in [*files, preferences[1], f"{preferences[1]}-lock"]:
             self.assertIn(file, named)

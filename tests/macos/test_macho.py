@@ -62,8 +62,7 @@ class Binary(unittest.TestCase):
     def test_has_a_main(self):
         self.assertRegex(read("llvm-nm", "--defined-only", TOOL), r"(?m) T _main$")
 
-    def test_reads_the_same_way_what_it_must_refuse(self):
-        # The readers above must tell another program from the tool.
+    def test_a_program_of_this_machine_is_told_from_one(self):
         header = read("llvm-readobj", "--file-header", "/bin/true")
         self.assertNotIn("Mach-O", header)
 

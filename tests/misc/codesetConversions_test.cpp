@@ -5,6 +5,7 @@
 #include "dynbuf.h"
 #include "panic.h"
 #include "scopedForTests.h"
+#include "together.h"
 #include "unicode.h"
 #include "utf16Bytes.h"
 
@@ -16,7 +17,6 @@
 #include <functional>
 #include <optional>
 #include <sys/mman.h>
-#include <thread>
 #include <vector>
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -840,7 +840,7 @@ TEST_F(WithoutIcu, ACurrentCodeSetDoesNotHelpOthers)
 TEST_P(BothWays, ThreadsConvertSideBySide)
 {
     std::atomic<int> wrong = 0;
-    const auto work = [&] {
+    Together(4, [&](int) {
         for (int i = 0; i < 300; i++) {
             char *there = nullptr, *back = nullptr;
             size_t size = 0, sizeBack = 0;
@@ -851,14 +851,7 @@ TEST_P(BothWays, ThreadsConvertSideBySide)
             free(there);
             free(back);
         }
-    };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; i++) {
-        threads.emplace_back(work);
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    });
     EXPECT_EQ(wrong, 0);
 }
 

@@ -228,7 +228,7 @@ private:
 
 // ---- A call that fails
 
-enum Afterwards { NOBODY, A_FAILED_CHILD, A_FAILED_DAEMON, A_DAEMON };
+enum Afterwards { NOBODY, A_FAILED_DAEMON };
 struct Failure {
     const char *name;
     Fault fault;

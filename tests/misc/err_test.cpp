@@ -3,9 +3,9 @@
 #include "../../lib/misc/errInt.h"
 #include "allocations.h"
 #include "panic.h"
+#include "together.h"
 
 #include <algorithm>
-#include <barrier>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -105,13 +105,19 @@ TEST_F(Err, LeavesErrnoAlone)
 
 TEST_F(Err, LeavesErrnoAloneWhateverTheAllocatorDoesToIt)
 {
+    int changes = 0;
+    const auto change = [&] {
+        changes++;
+        errno = EIO;
+    };
     errno = ENOSPC;
-    Allocations::Meanwhile([] { errno = EIO; });
+    Allocations::Meanwhile(change);
     Err_TextToNumber("text"); // makes a cache
     EXPECT_EQ(errno, ENOSPC);
-    Allocations::Meanwhile([] { errno = EIO; });
+    Allocations::Meanwhile(change);
     Err_NumberToText(ENOENT);
     EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(changes, 2);
 }
 
 TEST_F(Err, TellsTheCurrentError)
@@ -269,21 +275,13 @@ TEST_F(Err, GivesAllThreadsTheSameTexts)
 {
     constexpr int THREADS = 4, NUMBERS = 200;
     std::vector<std::vector<const char *>> texts(THREADS);
-    std::barrier start(THREADS);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < THREADS; i++) {
-        threads.emplace_back([&, i] {
-            start.arrive_and_wait();
-            for (int number = 0; number < NUMBERS; number++) {
-                const char *text = Err_NumberToText(number);
-                EXPECT_EQ(Err_TextToNumber(text), number);
-                texts[i].push_back(text);
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    Together(THREADS, [&](int thread) {
+        for (int number = 0; number < NUMBERS; number++) {
+            const char *text = Err_NumberToText(number);
+            EXPECT_EQ(Err_TextToNumber(text), number);
+            texts[thread].push_back(text);
+        }
+    });
     EXPECT_THAT(texts, testing::Each(texts[0]));
 }
 

@@ -369,8 +369,20 @@ TEST(EscapeUndo, TakesNoBytesFromNowhere)
     size_t size = 1;
     EXPECT_EQ(Take(Escape_Undo('%', nullptr, 0, &size)), "");
     EXPECT_EQ(size, 0u);
+}
+
+TEST(EscapeDo, TakesNoBytesFromNowhere)
+{
+    size_t size = 1;
     EXPECT_EQ(Take(Escape_Do('%', PERCENT.in, nullptr, 0, &size)), "");
+    EXPECT_EQ(size, 0u);
+}
+
+TEST(EscapeSh, TakesNoBytesFromNowhere)
+{
+    size_t size = 0;
     EXPECT_EQ(Take(Escape_Sh(nullptr, 0, &size)), "''");
+    EXPECT_EQ(size, 2u);
 }
 
 TEST(EscapeUndoFixBuf, CopiesWhatFitsWithItsNul)

@@ -1,6 +1,7 @@
 #include "hashTable.h"
 
 #include "allocations.h"
+#include "scopedTable.h"
 #include "together.h"
 
 #include <gmock/gmock.h>
@@ -8,7 +9,6 @@
 
 #include <atomic>
 #include <barrier>
-#include <memory>
 #include <numeric>
 #include <ostream>
 #include <set>
@@ -17,11 +17,6 @@
 #include <vector>
 
 namespace {
-
-struct FreeTable {
-    void operator()(HashTable *table) const { HashTable_Free(table); }
-};
-using ScopedTable = std::unique_ptr<HashTable, FreeTable>;
 
 constexpr int COPYING = HASH_STRING_KEY | HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY;
 constexpr int INTEGERS = HASH_INT_KEY | HASH_FLAG_ATOMIC;

@@ -2,11 +2,11 @@
 
 #include "allocations.h"
 #include "panic.h"
+#include "scopedTable.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <memory>
 #include <random>
 #include <set>
 #include <string>
@@ -29,11 +29,6 @@ int __wrap_tolower(int byte)
 }
 
 namespace {
-
-struct FreeTable {
-    void operator()(HashTable *table) const { HashTable_Free(table); }
-};
-using ScopedTable = std::unique_ptr<HashTable, FreeTable>;
 
 ScopedTable MakeTable(uint32_t numEntries, int flags, HashTableFreeEntryFn freeEntryFn = nullptr)
 {

@@ -5,9 +5,9 @@
 #include "dynbuf.h"
 #include "err.h"
 #include "escape.h"
-#include "hashTable.h"
 #include "hostinfo.h"
 #include "location.h"
+#include "scopedTable.h"
 #include "unicode.h"
 #include "util.h"
 
@@ -18,7 +18,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
 #include <string_view>
 
 #include <unicode/putil.h>
@@ -290,11 +289,6 @@ NEEDS_NO_MEMORY(DynBuf_Detach)
 }
 
 // ---- Hash tables
-
-struct FreeTable {
-    void operator()(HashTable *table) const { HashTable_Free(table); }
-};
-using ScopedTable = std::unique_ptr<HashTable, FreeTable>;
 
 int sValues[3];
 
@@ -611,14 +605,7 @@ RUNS_OUT(Location_Get, NO_ROOT, FAILS)
     return Gives(root.Folder(), Scarcely([] { return Location_Get("icuDir"); }));
 }
 
-Ending OwnPathUnconverted()
-{
-    const std::string begin = "Unicode_AllocWithLength: Couldn't convert invalid buffer [",
-                      end = "] from UTF-8 to Unicode.\n";
-    return Panics(begin + OwnPath() + end, begin + "(couldn't escape bytes)" + end);
-}
-
-RUNS_OUT_WHEN(Location_Get, FromItsOwnPath, PANICS, PANICS, OwnPathUnconverted(), FAILS)
+RUNS_OUT_WHEN(Location_Get, FromItsOwnPath, PANICS, PANICS, Unconverted(OwnPath()), FAILS)
 {
     Unicode_GetCurrentEncoding(); // both are kept once they have been looked up
     UnicodeIANALookup("UTF-8");

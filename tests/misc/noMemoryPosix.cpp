@@ -56,13 +56,6 @@ template <typename Call> bool MissesAndGivesNull(Call call)
     return WithNames([&] { return Scarcely(call) == nullptr && errno == ENOENT; });
 }
 
-Ending Unconverted(const std::string &text)
-{
-    const std::string begin = "Unicode_AllocWithLength: Couldn't convert invalid buffer [",
-                      end = "] from UTF-8 to Unicode.\n";
-    return Panics(begin + text + end, begin + "(couldn't escape bytes)" + end);
-}
-
 // ---- Files
 
 struct stat sStatus;

@@ -1,13 +1,15 @@
 // The Core Foundation subset: what the SDK promises its callers.
 #include "cfTypes.h"
+#include "together.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <thread>
+#include <vector>
 
 namespace {
 
@@ -65,17 +67,11 @@ TEST(CoreFoundationObject, IsCountedRightByManyThreads)
 {
     constexpr int THREADS = 4, ROUNDS = 20000;
     const auto string = String("shared");
-    std::vector<std::thread> threads;
-    for (int i = 0; i < THREADS; i++) {
-        threads.emplace_back([&] {
-            for (int j = 0; j < ROUNDS; j++) {
-                CFRelease(CFRetain(string.get()));
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    Together(THREADS, [&](int) {
+        for (int j = 0; j < ROUNDS; j++) {
+            CFRelease(CFRetain(string.get()));
+        }
+    });
     EXPECT_EQ(Count(string.get()), 1u);
 }
 
@@ -245,21 +241,13 @@ TEST(CoreFoundationString, ConstantsAreTheSameObjectForEver)
 TEST(CoreFoundationString, ConstantsAreMadeOnceByManyThreads)
 {
     constexpr int THREADS = 4, ROUNDS = 200;
-    std::vector<std::thread> threads;
     std::vector<std::vector<CFStringRef>> seen(THREADS);
-    for (std::vector<CFStringRef> &mine : seen) {
-        threads.emplace_back([&mine] {
-            for (int i = 0; i < ROUNDS; i++) {
-                mine.push_back(__CFStringMakeConstantString(std::to_string(i).c_str()));
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    for (const std::vector<CFStringRef> &mine : seen) {
-        EXPECT_EQ(mine, seen[0]);
-    }
+    Together(THREADS, [&](int thread) {
+        for (int i = 0; i < ROUNDS; i++) {
+            seen[thread].push_back(__CFStringMakeConstantString(std::to_string(i).c_str()));
+        }
+    });
+    EXPECT_THAT(seen, testing::Each(seen[0]));
     EXPECT_STREQ(CFStringGetCStringPtr(seen[0][7], kCFStringEncodingUTF8), "7");
 }
 

@@ -297,21 +297,6 @@ TEST(NormalizedText, ComposesMillionsOfPairs)
     EXPECT_TRUE(Normalized(text, FORM_C) == Utf8(Repeated(U"\u00E4", MARK_COUNT)));
 }
 
-struct InvalidCase {
-    const char *name, *text;
-};
-class InvalidText : public testing::TestWithParam<InvalidCase> {};
-
-TEST_P(InvalidText, NeverBecomesAString) { EXPECT_EQ(String(GetParam().text), nullptr); }
-INSTANTIATE_TEST_SUITE_P(Texts, InvalidText,
-                         testing::Values(InvalidCase{"CutShort", "a\xCC"},
-                                         InvalidCase{"LoneContinuation", "a\x88"},
-                                         InvalidCase{"NotContinued", "\xC3("},
-                                         InvalidCase{"Overlong", "\xC1\xA1"},
-                                         InvalidCase{"Surrogate", "\xED\xA0\x80"},
-                                         InvalidCase{"AboveUnicode", "\xF4\x90\x80\x80"}),
-                         [](const auto &row) { return row.param.name; });
-
 /* Mutable strings */
 
 TEST(MutableString, IsItsOwnCopy)

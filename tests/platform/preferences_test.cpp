@@ -6,6 +6,7 @@
 #include "cfTypes.h"
 #include "propertyLists.h"
 #include "scopedForTests.h"
+#include "together.h"
 
 #include <gtest/gtest.h>
 
@@ -437,22 +438,16 @@ TEST_F(Preferences, LockIsHeldByOneThreadAtATime)
 {
     constexpr int THREADS = 4, ROUNDS = 250;
     std::atomic<int> holders = 0, tooMany = 0, locked = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < THREADS; i++) {
-        threads.emplace_back([&] {
-            const Session session = Open();
-            for (int round = 0; round < ROUNDS; round++) {
-                locked += SCPreferencesLock(session.get(), true);
-                tooMany += ++holders > 1;
-                std::this_thread::yield();
-                holders--;
-                SCPreferencesUnlock(session.get());
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    Together(THREADS, [&](int) {
+        const Session session = Open();
+        for (int round = 0; round < ROUNDS; round++) {
+            locked += SCPreferencesLock(session.get(), true);
+            tooMany += ++holders > 1;
+            std::this_thread::yield();
+            holders--;
+            SCPreferencesUnlock(session.get());
+        }
+    });
     EXPECT_EQ(locked, THREADS * ROUNDS);
     EXPECT_EQ(tooMany, 0);
     EXPECT_EQ(Files(), Strings{});

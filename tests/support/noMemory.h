@@ -34,6 +34,14 @@ inline const Ending ABORTS{Ending::ABORTS, ""};
 inline const Ending PANICS = Panics("Unrecoverable memory allocation failure\n");
 inline const Ending PANICS_AT = Panics("Unrecoverable memory allocation failure at lib/x:7\n");
 
+// The text could not be converted; the report shows it when there is memory for that.
+inline Ending Unconverted(const std::string &escaped, const std::string &from = "UTF-8")
+{
+    const std::string begin = "Unicode_AllocWithLength: Couldn't convert invalid buffer [",
+                      end = "] from " + from + " to Unicode.\n";
+    return Panics(begin + escaped + end, begin + "(couldn't escape bytes)" + end);
+}
+
 struct NoMemoryCase {
     std::string function, variant;
     std::vector<Ending> endings;

@@ -3,6 +3,7 @@
 #include "../../lib/misc/codesetInt.h"
 #include "panic.h"
 #include "scopedForTests.h"
+#include "together.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +12,6 @@
 #include <fstream>
 #include <sys/wait.h>
 #include <thread>
-#include <vector>
 
 static std::atomic<int> sCodeSetInits, sPauses, sWrongPauses;
 static bool sCodeSetIsSlow, sCodeSetFails;
@@ -97,16 +97,10 @@ TEST_F(UnicodeInit, LetsThreadsRaceAndLooksOnce)
 {
     sCodeSetIsSlow = true; // so that the others come while one is at it
     std::atomic<int> satisfied{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; i++) {
-        threads.emplace_back([&] {
-            Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
-            satisfied += CodeSetUsesIcu();
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    Together(8, [&](int) {
+        Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
+        satisfied += CodeSetUsesIcu();
+    });
     EXPECT_EQ(satisfied, 8) << "whoever returns finds the work done";
     EXPECT_EQ(sCodeSetInits, 1);
     EXPECT_GT(sPauses, 0) << "those that came late paused";
