@@ -4,11 +4,14 @@ set(PELAGO_TEST_SECONDS 300 CACHE STRING "how long one test may take")
 # A failed allocation is an answer here, not an error of the sanitizer's.
 set(PELAGO_TEST_ENVIRONMENT "ASAN_OPTIONS=allocator_may_return_null=1;TSAN_OPTIONS=allocator_may_return_null=1")
 
+# Status 0 is not enough: all tests must have run.
+set(PELAGO_COMPLETE ${PROJECT_SOURCE_DIR}/tests/support/complete.sh)
+
 # pelago_test(NAME [LIBRARY...]) builds NAME_test.cpp and registers it as NAME.
 function(pelago_test name)
     add_executable(${name}_test ${name}_test.cpp)
     target_link_libraries(${name}_test PRIVATE pelago::foundation pelago::test_support ${ARGN})
-    add_test(NAME ${name} COMMAND ${name}_test)
+    add_test(NAME ${name} COMMAND ${PELAGO_COMPLETE} $<TARGET_FILE:${name}_test>)
     set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT ${PELAGO_TEST_SECONDS}
                          ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
 endfunction()
@@ -37,7 +40,7 @@ endfunction()
 
 # pelago_sandbox_program_test(NAME TARGET) runs a test program on a machine of its own.
 function(pelago_sandbox_program_test name target)
-    add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh $<TARGET_FILE:${target}>)
+    add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh ${PELAGO_COMPLETE} $<TARGET_FILE:${target}>)
     set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT ${PELAGO_TEST_SECONDS}
                          ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
 endfunction()

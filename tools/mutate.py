@@ -30,7 +30,7 @@ TESTS = {
     "apps/pelagoShareTool/diagnostics": "diagnostics tool.session tool.caller",
     "apps/pelagoShareTool/pelagoShareTool": "tool.session tool.sdkFailures tool.caller tool.preferences",
     "apps/pelagoShareTool/runScript": "runScript tool.session",
-    "lib/misc/codeset": "codeset codesetAlone codesetConversions codesetUtf encodings",
+    "lib/misc/codeset": "codeset codesetAlone codesetConversions codesetUtf encodings noMemory",
     "lib/misc/codesetUtf": "codesetUtf",
     "lib/misc/err": "err",
     "lib/misc/escape": "escape fuzz.escape",

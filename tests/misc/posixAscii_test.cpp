@@ -83,6 +83,7 @@ PELAGO_COUNT_OF(execvp, -1, (const char *file, char *const *argv), file, argv)
 PELAGO_COUNT(system, -1)
 PELAGO_COUNT(popen, 0)
 PELAGO_COUNT(getenv, 0)
+extern "C" char *__real_getenv(const char *name);
 PELAGO_COUNT_TWO(setenv)
 PELAGO_COUNT(unsetenv, -1)
 
@@ -237,5 +238,15 @@ TEST(PosixPutenv, TakesWhatCannotBeSpelt)
     }
     EXPECT_TRUE(isThere);
 }
+
+// What tells complete.sh that all tests have run: GoogleTest's own call asks a stand-in.
+class AllHaveRun : public testing::Environment {
+    void TearDown() override
+    {
+        const char *running = __real_getenv("TEST_PREMATURE_EXIT_FILE");
+        if (running != nullptr) { unlinkat(AT_FDCWD, running, 0); }
+    }
+};
+const testing::Environment *const ALL_HAVE_RUN = testing::AddGlobalTestEnvironment(new AllHaveRun);
 
 } // namespace

@@ -100,7 +100,7 @@ class Switch(unittest.TestCase):
         self.assertEqual(sorted(processes('smbd')), before)
         set_services('print')
         self.assert_once()
-        self.assertEqual(processes('smbd'), [])
+        wait_until(is_off, "the end of smbd's children")
         self.assert_once()
 
     def test_no_file_means_off(self):
@@ -108,7 +108,7 @@ class Switch(unittest.TestCase):
         self.assert_once()
         os.unlink(FILE)
         self.assert_once()
-        self.assertEqual(processes('smbd'), [])
+        wait_until(is_off, "the end of smbd's children")
 
     def test_a_file_that_cannot_be_read_changes_nothing(self):
         for running in (False, True):
@@ -140,7 +140,7 @@ class Switch(unittest.TestCase):
         self.assertIn(b"cannot read Samba's configuration", done.stdout)
         self.assertTrue(answers())
         self.assert_once()
-        self.assertEqual(processes('smbd'), [])
+        wait_until(is_off, "the end of smbd's children")
 
     def test_refuses_wrong_arguments(self):
         for args in (['--twice'], ['--once', 'more'], ['']):
@@ -312,7 +312,7 @@ class Switch(unittest.TestCase):
             set_services()
             self.assert_once()
         self.assertEqual(sambahost.read(log), b'start smbd.service\nstop smbd.service\n')
-        self.assertEqual(processes('smbd'), [])
+        wait_until(is_off, "the end of smbd's children")
         with sambahost.stand_in('systemctl', 'exit 5'):
             done = self.once()
         self.assertEqual((done.returncode, done.stdout), (1, b'smbSwitch.sh: cannot stop smbd\n'))

@@ -55,7 +55,8 @@ pidOf() {
     esac
 }
 
-isGone() { ! pidOf "$1" >/dev/null; }
+# By its number: at its end smbd removes its file first.
+isGone() { ! readlink -- "/proc/$1/exe" >/dev/null; }
 
 # smbd -D leaves our session and process group.  At its end smbd signals its whole group: had it
 # stayed in ours, it would take us along.
@@ -74,7 +75,7 @@ stopDaemon() {
     for daemon in smbd samba-dcerpcd; do
         if daemonPid=$(pidOf "$daemon"); then
             kill "$daemonPid" 2>/dev/null || : # it may have ended just now
-            waitUntil isGone "$daemon" || return 1
+            waitUntil isGone "$daemonPid" || return 1
         fi
     done
 }
