@@ -91,7 +91,7 @@ def cells(row):
 
 
 def figure_cells(figure):
-    value = max(figure["values"])
+    value = statistics.median(figure["values"])
     return (figure["name"], f'{value:.3g} {figure["unit"]}', "", "", f'{figure["limit"]:g} {figure["unit"]}',
             met_text(value <= figure["limit"]), "", "")
 
@@ -116,8 +116,9 @@ ROW = 17
 
 
 def at(ratio):
-    """Where a ratio is on the scale."""
-    return LABELS + SCALE * (min(max(math.log2(ratio), LEAST), MOST) - LEAST) / (MOST - LEAST)
+    """Where a ratio is on the scale; beyond its ends, the end."""
+    power = math.log2(min(max(ratio, 2 ** LEAST), 2 ** MOST))
+    return LABELS + SCALE * (power - LEAST) / (MOST - LEAST)
 
 
 def draw_row(row, y):
@@ -150,7 +151,7 @@ def draw(programs, path):
     Path(path).write_text(
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{LABELS + SCALE + PEERS}" height="{y + 10}" '
         'font-family="sans-serif" font-size="12"><rect width="100%" height="100%" fill="white"/>'
-        f'<text x="{LABELS + SCALE / 2}" y="12" text-anchor="middle">our time in parts of the peer\'s; '
+        f'<text x="{LABELS + SCALE / 2}" y="14" text-anchor="middle">our time in parts of the peer\'s; '
         f'the black line is the goal, orange misses it</text>{"".join(grid)}{"".join(parts)}</svg>\n')
 
 

@@ -988,7 +988,8 @@ TEST(FormatMemory, IsNotAskedForAgainByTheNextPosition)
 TEST(FormatMemory, MakesTheCallFailInAWideCharacter)
 {
     const OutOfMemory once(1, 1);
-    EXPECT_EQ(FormatWith(bsd_vsnprintf, "%200lc%200lc%200lc%200lc", L'a', L'b', L'c', L'd'),
+    EXPECT_EQ(FormatWith(bsd_vsnprintf, "%200lc%200lc%200lc%200lc%200lc%200lc%200lc%200lc", L'a',
+                         L'b', L'c', L'd', L'e', L'f', L'g', L'h'),
               "(failed)");
     EXPECT_TRUE(once.Showed());
 }
