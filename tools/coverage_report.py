@@ -8,10 +8,11 @@ Exit status 1 when lib or apps miss their goals, a branch there lacks a reason, 
 """
 
 import json
-import re
 import sys
 from collections import defaultdict
 from pathlib import Path
+
+import reasons
 
 ROOT = Path(__file__).resolve().parents[1]
 LINES, BRANCHES = 99.0, 95.0  # percent, of lib and of apps
@@ -26,11 +27,6 @@ def folder(path):
 
 def percent(covered, total):
     return 100.0 * covered / total if total else 100.0
-
-
-def reasons(page):
-    rows = re.findall(r"^\| `?([\w./]+)`? \| `` ?(.+?) ?`` \| (.+) \|$", page.read_text(), re.M)
-    return {(path, fragment): reason for path, fragment, reason in rows}
 
 
 def branches(file):
@@ -61,7 +57,7 @@ def is_made_by_the_compiler(source, first):
 
 
 def main(coverage, page):
-    known, used, missing = reasons(page), set(), []
+    known, used, missing = {row[:2] for row in reasons.rows(page)}, set(), []
     sums = defaultdict(lambda: [0, 0, 0, 0])
     data = json.loads(Path(coverage).read_text())["data"][0]
     files = {file["filename"]: file for file in data["files"]
@@ -99,7 +95,7 @@ def main(coverage, page):
         sys.exit("coverage_report.py: nothing was counted")
     missed = [name for name in GOAL_FOLDERS
               if percent(*sums[name][:2]) < LINES or percent(*sums[name][2:]) < BRANCHES]
-    unused = sorted(set(known) - used)
+    unused = sorted(known - used)
     for title, rows in (("below the goal", missed), ("without a reason", missing), ("reasons not needed", unused)):
         if rows:
             print(f"\n{len(rows)} {title}:", *rows, sep="\n  ")

@@ -985,15 +985,6 @@ TEST(FormatMemory, IsNotAskedForAgainByTheNextPosition)
     EXPECT_TRUE(once.Showed());
 }
 
-TEST(FormatMemory, MakesTheCallFailInAWideCharacter)
-{
-    const OutOfMemory once(1, 1);
-    EXPECT_EQ(FormatWith(bsd_vsnprintf, "%200lc%200lc%200lc%200lc%200lc%200lc%200lc%200lc", L'a',
-                         L'b', L'c', L'd', L'e', L'f', L'g', L'h'),
-              "(failed)");
-    EXPECT_TRUE(once.Showed());
-}
-
 TEST(FormatMemoryDeathTest, AbortsWithoutAnyForThePositionsTypes)
 {
     EXPECT_EXIT(
@@ -1080,6 +1071,7 @@ TEST(FormatTooLong, IsCountedByTheByte)
     EXPECT_EQ(length("%s%s%s%s%s", word, word, word, word, word), -1)
         << "nor what 32 bits leave of it";
     EXPECT_EQ(length("%s%s%%", word, word + 1), -1);
+    EXPECT_EQ(length("%s%s%lc", word, word + 1, L'x'), -1);
     EXPECT_EQ(length("%s%sx", word, word + 1), -1) << "literal text counts as well";
     munmap(place, SIZE + CHUNK);
     close(file);
