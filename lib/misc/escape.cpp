@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -301,7 +300,7 @@ constexpr size_t ESCAPE_OCTAL_DIGITS = 3;
 // none. scanf itself would measure all of the rest for each number.
 std::optional<unsigned> EscapeOctal(const char *text)
 {
-    while (isspace(static_cast<unsigned char>(*text))) {
+    while (*text == ' ' || (*text >= '\t' && *text <= '\r')) {
         text++;
     }
     const bool hasSign = *text == '-' || *text == '+';
