@@ -83,6 +83,8 @@ def main(coverage, page):
     for name, line in sorted(set(gaps)):
         path, text = name.removeprefix(f"{ROOT}/"), sources[name][line - 1]
         reason = next((key for key in known if key[0] == path and key[1] in text), None)
+        if reason and sum(reason[1] in line for line in sources[name]) != 1:
+            sys.exit(f"coverage_report.py: more than one line of {path} has {reason[1]}")
         if reason:
             used.add(reason)
         elif path.startswith(GOAL_FOLDERS):

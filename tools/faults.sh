@@ -3,9 +3,9 @@
 #
 # Builds, and then: the tool with each of its system calls failing, killed in each, with short reads
 # and writes, and with each allocation refused; the same for a commit of the preferences, with 1,000
-# rounds of two at once; for starting a daemon; every function of the library without memory; and each
-# fuzz target for SECONDS, 20 when not set.  Ends with a summary, which is kept in build/faults.txt.
-#   --place PLACE   does what the summary names so again, and shows it
+# rounds of two at once; for starting a daemon; every function of the library without memory, each
+# block refused; and each fuzz target for SECONDS, 20 when not set.  Ends with a summary, which is kept in build/faults.txt.
+#   --place PLACE   does what the summary of the tool names so again, and shows it
 # Needs root, for the throw-away machines that tools/sandbox.sh makes.
 # Exit status: 0 when all that happened is explained, and nothing was found.
 # shellcheck disable=SC2317 # part calls the functions by their names
@@ -37,7 +37,7 @@ toolFaults() {
     PELAGO_TOOL="$dev/Pelago.app/Contents/Library/shares/pelagoShareTool" \
         SHORT_TRANSFER="$dev/tests/faults/shortTransfer" \
         REFUSE_ALLOCATION="$dev/tests/faults/librefuseAllocation.so" \
-        PLACE=$place tools/sandbox.sh python3 tests/faults/toolfaults.py
+        SAMPLE=1 PLACE=$place tools/sandbox.sh python3 tests/faults/toolfaults.py
 }
 
 build dev

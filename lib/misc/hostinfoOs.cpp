@@ -225,7 +225,8 @@ bool HostinfoMacOS(const utsname &kernel, int bitness,
         Warning("%s: Error: buffer too small\n", __func__);
         return false;
     }
-    if (length > 0 && fullName[length - 1] == '\n') { fullName[length - 1] = '\0'; }
+    // Of either form there is a blank at least.
+    if (fullName[length - 1] == '\n') { fullName[length - 1] = '\0'; }
     HostinfoKeepNames(fullName, shortName);
     return true;
 }

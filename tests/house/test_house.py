@@ -19,6 +19,12 @@ MAY_INCLUDE = {
     "lib/unicode": {"unicode.h", "unicodeTypes.h", "codeset.h", "escape.h", "hashTable.h", "util.h", "diagnostics.h", "scoped.h"},
     "lib/public": ANY_PUBLIC,
 }
+# The SDK's headers, and those of what each host does in a way of its own.
+SDK = {str(path.relative_to(ROOT / "platform/sdk")) for path in (ROOT / "platform/sdk").rglob("*.h")}
+HOSTS_OWN = {path.name for path in (ROOT / "platform/host").glob("*.h")}
+BSD = {str(path.relative_to(ROOT / "platform/linux/include")) for path in (ROOT / "platform/linux/include").rglob("*.h")}
+OF_THE_PLATFORM = SDK | HOSTS_OWN | BSD - {"string.h", "unistd.h"}  # which every room has
+MAY_INCLUDE_OF_THE_PLATFORM = {"lib/misc": OF_THE_PLATFORM, "apps/pelagoShareTool": SDK}
 # Headers that only one host has, or that only one host declares that way.
 HOST_HEADERS = {
     "sys/vfs.h", "sys/statfs.h", "malloc.h", "endian.h", "byteswap.h", "features.h", "error.h", "sys/auxv.h",
@@ -46,6 +52,9 @@ def sources(*folders, suffixes=(".cpp", ".h")):
         for path in sorted((ROOT / folder).rglob("*")):
             if path.suffix in suffixes:
                 yield path
+
+
+OF_OURS = {path.name for path in sources("apps", "lib", suffixes=(".h",))}
 
 
 def run(*command, **options):
@@ -80,8 +89,12 @@ class Rooms(unittest.TestCase):
             self.assertTrue(files, room)
             own = {path.name for path in files}
             for path in files:
-                for header in re.findall(r'#\s*include\s*"([^"]+)"', path.read_text()):
+                text = path.read_text()
+                for header in re.findall(r'#\s*include\s*"([^"]+)"', text):
                     self.assertIn(header, allowed | own, f"{path} includes {header}")
+                for header in re.findall(r"#\s*include\s*<([^>]+)>", text):
+                    self.assertNotIn(header, OF_OURS, f"{path}: ours stand in quotes")
+                    self.assertNotIn(header, OF_THE_PLATFORM - MAY_INCLUDE_OF_THE_PLATFORM.get(room, set()), path)
 
     def test_rooms_keep_away_from_what_is_not_theirs(self):
         for room, forbidden in MAY_NOT_INCLUDE.items():
@@ -90,10 +103,9 @@ class Rooms(unittest.TestCase):
                 self.assertEqual(headers & forbidden, set(), path)
 
     def test_the_platform_layer_knows_nothing_above_it(self):
-        above = ANY_PUBLIC | {path.name for path in sources("apps", "lib")}
         for path in sources("platform"):
-            for header in re.findall(r'#\s*include\s*"([^"]+)"', path.read_text()):
-                self.assertNotIn(header, above, path)
+            for header in re.findall(r'#\s*include\s*["<]([^">]+)[">]', path.read_text()):
+                self.assertNotIn(header, OF_OURS, path)
 
 
 class PublicHeaders(unittest.TestCase):
@@ -133,7 +145,8 @@ class Layout(unittest.TestCase):
 
     def test_links_in_the_documents_lead_somewhere(self):
         for page in [*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md"), *(ROOT / "product").rglob("*.md")]:
-            for target in re.findall(r"\]\(([^)#:]+)\)", page.read_text()):
+            prose = re.sub(r"``.*?``", "", page.read_text())
+            for target in re.findall(r"\]\(([^)#:]+)\)", prose):
                 self.assertTrue((page.parent / target).exists(), f"{page}: {target}")
 
 

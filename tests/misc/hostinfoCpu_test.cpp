@@ -1,6 +1,7 @@
 #include "hostinfo.h"
 
 #include "../../lib/misc/hostinfoInt.h"
+#include "allocations.h"
 #include "scopedForTests.h"
 
 #include <gmock/gmock.h>
@@ -170,6 +171,27 @@ INSTANTIATE_TEST_SUITE_P(
                     DumpCase{9, 0x80000007, {0, 1, 0x80000000, 0x80000001}},
                     DumpCase{1, 0x80000001, {0, 1, 0x80000000, 0x80000001}},
                     DumpCase{0, 0x80000000, {0, 0x80000000}}));
+
+// Which record is the first that does not fit into the first block depends on what came before.
+class HostinfoCpuidDumpWithoutMemory : public testing::TestWithParam<uint32_t> {};
+TEST_P(HostinfoCpuidDumpWithoutMemory, GivesNothingWhicheverBlockIsRefused)
+{
+    sLeaves = {{0, {GetParam(), 1, 2, 3}},          {1, LEAF},          {10, LEAF},
+               {0x80000000, {0x80000008, 4, 5, 6}}, {0x80000001, LEAF}, {0x80000008, LEAF}};
+    const ptrdiff_t live = Allocations::Live();
+    for (size_t granted = 0;; granted++) {
+        const OutOfMemory once(granted, 1);
+        char *dump = HostinfoDumpCpuid(Ask);
+        EXPECT_EQ(dump == nullptr, once.Showed()) << granted;
+        free(dump);
+        EXPECT_EQ(Allocations::Live(), live) << granted;
+        if (!once.Showed()) {
+            EXPECT_GT(granted, 2u) << "a block, a larger one, and one that fits";
+            break;
+        }
+    }
+}
+INSTANTIATE_TEST_SUITE_P(HighestLeaf, HostinfoCpuidDumpWithoutMemory, testing::Values(0, 1, 10));
 
 TEST_F(HostinfoCpuid, DumpLeavesOutAGroupThatIsNotThere)
 {
