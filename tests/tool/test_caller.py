@@ -1,6 +1,7 @@
 """Callers that hand over less than the tool would like, or go away: the clean-up happens anyway."""
 
 import os
+import plistlib
 import resource
 import signal
 import subprocess
@@ -70,6 +71,25 @@ class InheritedState(ToolCase):
             self.assertRun(self.run_tool(stdout=full), None, WHOLE_ERR, 0)
         self.assertRestored()
 
+    def test_each_outcome_has_its_status_though_nobody_reads_its_line(self):
+        services_are_text = plistlib.dumps({"EnabledServices": "disk"})
+        outcomes = {
+            "usage": (lambda: None, ["one"], 2),
+            "no preferences": (PREFS.unlink, ARGUMENTS, 1),
+            "unexpected preferences": (lambda: PREFS.write_bytes(services_are_text), ARGUMENTS, 1),
+            "no user": (lambda: self.script_does("adduser", "exit 1"), ARGUMENTS, 1),
+            "no share": (lambda: self.script_does("addshare", "exit 7"), ARGUMENTS, 7),
+            "no removal": (lambda: self.script_does("rmshare", "exit 5"), ARGUMENTS, 5),
+        }
+        for name, (prepare, arguments, status) in outcomes.items():
+            for stdout in ("/dev/full", None):
+                with self.subTest(name, stdout=stdout), open(stdout or "/dev/null", "wb") as stream:
+                    self.setUp()
+                    prepare()
+                    close = (lambda: os.close(1)) if stdout is None else None
+                    self.assertEqual(self.run_tool(*arguments, stdout=stream, preexec_fn=close)[2], status)
+                    self.assertTrue(not PREFS.exists() or self.services() in (None, [], "disk"), "as it was")
+
     def test_full_pipe_as_stdout_is_waited_for(self):
         read_end, write_end = os.pipe()
         os.set_blocking(write_end, False)
@@ -93,7 +113,6 @@ class InheritedState(ToolCase):
             self.assertEqual(reader.read().decode(), DELETED)
         self.assertEqual(process.wait(timeout=30), 0)
         self.assertRestored()
-
 
     def test_a_limit_on_the_size_of_files(self):
         before = PREFS.read_bytes()
