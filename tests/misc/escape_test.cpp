@@ -510,6 +510,14 @@ INSTANTIATE_TEST_SUITE_P(
         CStringCase{"LoneAtTheEnd", "a\\", "a\\"}, CStringCase{"Nothing", "", ""},
         CStringCase{"EndsInTheNumber", "a\\7", "a\7"}, CStringCase{"EndsInTheThree", "\\12", "\n"},
         CStringCase{"BlanksBeforeTheNumber", "\\   7", "\a7"},
+        CStringCase{"TabBeforeTheNumber", "\\\t7xy", "\ay"},
+        CStringCase{"ReturnBeforeTheNumber", "\\\r7xy", "\ay"},
+        CStringCase{"BackspaceIsNoBlank", "\\\b7", "\\\b7"},
+        CStringCase{"WhatFollowsAReturnIsNoBlank",
+                    "\\\x0e"
+                    "7",
+                    "\\\x0e"
+                    "7"},
         CStringCase{"SignedNumber", "\\-1x", "\xff"}, CStringCase{"Plus", "\\+7x", "\7"},
         CStringCase{"SignAlone", "\\-x", "\\-x"}, CStringCase{"ZeroByte", "a\\000b", "a\0b"s}),
     [](const auto &row) { return row.param.name; });
