@@ -32,7 +32,7 @@ FILE = 1 << 30  # bytes that a file may have
 TESTS = {
     "apps/pelagoShareTool/diagnostics": "diagnostics tool.session tool.caller",
     "apps/pelagoShareTool/pelagoShareTool": "tool.session tool.sdkFailures tool.caller tool.preferences",
-    "apps/pelagoShareTool/runScript": "runScript tool.session",
+    "apps/pelagoShareTool/runScript": "runScript tool.session tool.faults",
     "lib/misc/codeset": "codeset codesetAlone codesetConversions codesetUtf encodings noMemory",
     "lib/misc/codesetUtf": "codesetUtf",
     "lib/misc/err": "err",
