@@ -297,7 +297,7 @@ size_t EscapeDigits(const char *bytes, size_t size)
 constexpr size_t ESCAPE_OCTAL_DIGITS = 3;
 
 // The number that scanf("%3o") reads, with the blanks and the sign before it; nothing when there is
-// none. scanf itself would measure all of the rest for each number.
+// none.  scanf itself would measure all of the rest for each number.
 std::optional<unsigned> EscapeOctal(const char *text)
 {
     while (*text == ' ' || (*text >= '\t' && *text <= '\r')) {

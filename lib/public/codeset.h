@@ -51,8 +51,8 @@ CodeSetLocationFunc CodeSetGetLocationFunc(void);
  * All return true, or false when the input is invalid, an encoding is not known or memory runs out:
  * then nothing is handed out, bufOut and sizeOut are as they were, and nothing is printed, but by
  * UnicodeIANALookup() of names that it does not know; without memory that look-up may end the
- * process, as Util_SafeMalloc() does.  A failed Db conversion leaves db's size as
- * it was.  All of it is reentrant, once the initialisation has returned.
+ * process, as Util_SafeMalloc() does.  A failed Db conversion leaves db's size as it was.  All of
+ * it is reentrant, once the initialisation has returned.
  */
 
 /*

@@ -46,8 +46,8 @@ char *Hostinfo_GetOSShortName(void);
  * Fields like distroVersion='10.15.7' with a blank between them, for reports: architecture,
  * bitness, buildNumber, distroName, distroVersion, familyName and kernelVersion, as far as they are
  * known at the latest look-up (architecture is always X86, and bitness 32 for hardware that is not
- * known).  A quote or a backslash in a value has a backslash before it.  NULL
- * as for the names; "" when a field exceeds 1023 bytes.  Two threads that look up the system's
+ * known).  A quote or a backslash in a value has a backslash before it.  NULL as for the names; ""
+ * when a field exceeds 1023 bytes.  Two threads that look up the system's
  * names or these for the first time get their fields mixed; one that asks while another is still
  * looking them up may get "" or part of the line.
  */
@@ -224,8 +224,8 @@ enum {
 
 /*
  * Starts the program at path as a daemon: not a child of this process, in a session of its own
- * without a terminal, in "/", with /dev/null as its standard descriptors, with default
- * actions of the signals 1 to 32 and no signal blocked, without timers, with the soft limit of its
+ * without a terminal, in "/", with /dev/null as its standard descriptors, with default actions of
+ * the signals 1 to 32 and no signal blocked, without timers, with the soft limit of its
  * address space raised to the hard one, and with no other open descriptor below the limit on open
  * files but those in keepFds, unless they are close-on-exec.  args are its NULL-terminated
  * arguments, the first of which is its own name; path and args are UTF-8.  A relative path is

@@ -112,8 +112,8 @@ Unicode *Unicode_AllocList(char **list, ssize_t count, StringEncoding encoding);
  * A new string of ASCII text, in which, when unescape is true, a backslash and "u" with four
  * hexadecimal digits, or "U" with eight, are a character; what is above U+10FFFF is U+FFFD.  A
  * backslash before anything else stands for that, and at the end for nothing.  A character of value
- * 0 ends the string.  Other bytes than
- * ASCII, and other than digits where they belong, end the process
+ * 0 ends the string.  Other bytes than ASCII, and other than digits where they belong, end the
+ * process
  * ("VERIFY lib/unicode/unicodeSimpleBase:815", "VERIFY ...:831" behind a backslash,
  * "NOT_IMPLEMENTED ...:869"), and so does half of a pair of surrogates without ICU.  When unescape
  * is false, a copy of the string, whatever is in it; NULL for NULL.
@@ -145,9 +145,9 @@ char **Unicode_GetAllocList(Unicode *list, ssize_t count, StringEncoding encodin
  * UTF-16LE with two).  True when all of it fit.  What does not fit is cut, in UTF-8, ASCII and
  * UTF-16LE between characters, in other encodings between bytes.  False, with nothing written, when
  * the encoding cannot be converted to, lacks one of the characters, or not even the terminator
- * fits. How many bytes were copied, the terminator not counted, goes to *lengthOut unless that is
- * NULL. What is not UTF-8 ends the process for UTF-16LE: "NOT_IMPLEMENTED
- * lib/unicode/unicodeSimpleBase:554".
+ * fits.  How many bytes were copied, the terminator not counted, goes to *lengthOut unless that is
+ * NULL.  What is not UTF-8 ends the process for UTF-16LE:
+ * "NOT_IMPLEMENTED lib/unicode/unicodeSimpleBase:554".
  */
 bool Unicode_CopyBytes(void *destination, const char *string, size_t capacity, size_t *lengthOut,
                        StringEncoding encoding);
