@@ -103,7 +103,7 @@ class Bundle(unittest.TestCase):
             script = LIBRARY / f"shares/{name}.sh"
             self.assertEqual(script.read_bytes(), (ROOT / f"product/macos/shares/{name}.sh").read_bytes())
             self.assertEqual(os.access(script, os.X_OK), name != "common", script)
-        self.assertEqual((LIBRARY / "shares/base.sh").read_bytes(), (ROOT / "product/shares/base.sh").read_bytes())
+        self.assertEqual((LIBRARY / "shares/base.sh").read_bytes(), (ROOT / "product/macos/shares/base.sh").read_bytes())
 
     def test_holds_nothing_of_linux(self):
         self.assertFalse((LIBRARY / "switch").exists())

@@ -57,8 +57,7 @@ def set_up():
         os.makedirs(folder, exist_ok=True)
     write('/etc/samba/smb.conf', SMB_CONF)
     if not os.path.isdir(SHARES):
-        shutil.copytree(REPO + '/product/linux/shares', SHARES)
-        shutil.copy(REPO + '/product/shares/base.sh', SHARES)
+        shutil.copytree(os.environ['PELAGO_LIBRARY'], os.path.dirname(SHARES))
 
 
 def command(*args, check=True, **kwargs):

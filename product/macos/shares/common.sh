@@ -12,7 +12,7 @@
 # Programs that act on the system are called by their full path; the others (awk, cat, grep, iconv
 # and so on) are found in PATH and used with what all systems have in common.
 
-# shellcheck source=SCRIPTDIR/../../shares/base.sh
+# shellcheck source=SCRIPTDIR/base.sh
 . "${0%/*}/base.sh"
 
 # PATH is fixed because we are root, bytes are compared as bytes, and start times are compared as

@@ -569,7 +569,7 @@ def set_up():
     subprocess.run(['cc', '-O1', '-static', '-Wall', '-Werror', '-o', '/tmp/standIn',
                     HERE + '/standIn.c'], check=True)
     shutil.copytree(REPO + '/product/macos/shares', SHARES)
-    shutil.copy(REPO + '/product/shares/base.sh', SHARES)
+    shutil.copy(REPO + '/product/macos/shares/base.sh', SHARES)
     os.makedirs('/var/db', exist_ok=True)
     os.rename('/usr/bin/find', '/usr/bin/find.real')
     for name, folder in PROGRAMS.items():

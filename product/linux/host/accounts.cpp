@@ -1,0 +1,147 @@
+// accounts.cpp -- the user database, read by the C library and changed by the host's own programs.
+#include "accounts.h"
+
+#include "names.h"
+#include "processes.h"
+#include "program.h"
+#include "report.h"
+#include "waiting.h"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char COMMENT[] = "Pelago share user";
+constexpr int END_SECONDS = 5; // how long processes of the user may take to end
+
+// Numbers above those that systemd gives to containers, and below 2^31: nobody else gives them out.
+constexpr uid_t FIRST_NUMBER = 1879048192;
+constexpr uid_t LAST_NUMBER = 2147483646;
+// One more each second: without a memory, too, a number comes again after eight years only.
+constexpr time_t FIRST_SECOND = 1767225600; // 2026-01-01
+constexpr char MEMORY_FOLDER[] = "/var/lib/pelago";
+constexpr char MEMORY[] = "/var/lib/pelago/lastUserNumber";
+// In it, no file is opened to her that is not opened to everybody.
+constexpr gid_t NOBODYS_GROUP = 65534;
+
+// userdel and useradd: no such user, the user runs processes.
+constexpr int NO_SUCH_USER = 6, IN_USE = 8;
+
+// Calls visit for each user of the host, until it returns false.
+template <typename Visit> void ForEachAccount(const Visit &visit)
+{
+    setpwent();
+    errno = 0;
+    while (const passwd *entry = getpwent()) {
+        if (!visit(*entry)) { break; }
+    }
+    endpwent();
+}
+
+// The last number that was given out; 0 when none is known.
+uid_t LastNumber(int file)
+{
+    char text[32] = "";
+    if (pread(file, text, sizeof text - 1, 0) <= 0) { return 0; }
+    return static_cast<uid_t>(strtoul(text, nullptr, 10));
+}
+
+uid_t NumberAfter(uid_t last, time_t now)
+{
+    const auto span = static_cast<time_t>(LAST_NUMBER - FIRST_NUMBER + 1);
+    const auto byTime =
+        FIRST_NUMBER + static_cast<uid_t>(std::max<time_t>(now - FIRST_SECOND, 0) % span);
+    // A clock that was put back, and users who are made in one second.
+    const bool isAhead = last >= byTime && last - byTime < LAST_NUMBER - last;
+    uid_t number = isAhead ? last + 1 : byTime;
+    while (getpwuid(number) != nullptr) {
+        number = number == LAST_NUMBER ? FIRST_NUMBER : number + 1;
+    }
+    return number;
+}
+
+} // namespace
+
+AccountState FindAccount(const std::string &user)
+{
+    errno = 0;
+    const passwd *entry = getpwnam(user.c_str());
+    if (entry != nullptr) {
+        return strcmp(entry->pw_gecos, COMMENT) == 0 ? AccountState::Ours : AccountState::Taken;
+    }
+    if (errno != 0 && errno != ENOENT && errno != ESRCH) {
+        Fail(std::string("cannot read the user database: ") + strerror(errno));
+    }
+    return AccountState::None;
+}
+
+std::vector<std::string> OurAccounts()
+{
+    std::vector<std::string> users;
+    ForEachAccount([&](const passwd &entry) {
+        if (strcmp(entry.pw_gecos, COMMENT) == 0) { users.emplace_back(entry.pw_name); }
+        return true;
+    });
+    return users;
+}
+
+void CheckNameIsFree(const std::string &user)
+{
+    if (FindAccount(user) != AccountState::None) { Fail("the user " + user + " exists already"); }
+    if (getgrnam(user.c_str()) != nullptr) { Fail("the group " + user + " exists already"); }
+    ForEachAccount([&](const passwd &entry) {
+        if (strcasecmp(entry.pw_name, user.c_str()) != 0) { return true; }
+        Fail("the user " + Quoted(entry.pw_name) + " exists already, and Samba would hold " + user +
+             " for the same");
+    });
+}
+
+uid_t NextUserNumber()
+{
+    if (mkdir(MEMORY_FOLDER, S_IRWXU) != 0 && errno != EEXIST) {
+        Fail(std::string("cannot make ") + MEMORY_FOLDER + ": " + strerror(errno));
+    }
+    const OwnedFd file(open(MEMORY, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file.IsOpen() || flock(file.Get(), LOCK_EX) != 0) {
+        Fail(std::string("cannot open ") + MEMORY + ": " + strerror(errno));
+    }
+    const uid_t number = NumberAfter(LastNumber(file.Get()), time(nullptr));
+    const std::string text = std::to_string(number) + '\n';
+    if (pwrite(file.Get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+        Fail(std::string("cannot write ") + MEMORY + ": " + strerror(errno));
+    }
+    return number;
+}
+
+void MakeAccount(const std::string &user, uid_t number)
+{
+    const Outcome outcome = RunProgram(
+        {"useradd", "--system", "--no-log-init", "--no-create-home", "--home-dir", "/nonexistent",
+         "--shell", "/usr/sbin/nologin", "--no-user-group", "--gid", std::to_string(NOBODYS_GROUP),
+         "--uid", std::to_string(number), "--comment", COMMENT, "--", user});
+    if (!outcome.IsSuccess()) {
+        Fail("cannot make the user " + user + ": " + OneLine(outcome.output));
+    }
+}
+
+bool RemoveAccount(const std::string &user)
+{
+    const Deadline deadline(END_SECONDS);
+    for (;;) {
+        const Outcome outcome = RunProgram({"userdel", "--", user});
+        if (outcome.IsSuccess() || outcome.status == NO_SUCH_USER) { return true; }
+        if (outcome.status != IN_USE || deadline.IsOver()) {
+            Say("cannot remove the user " + user + ": " + OneLine(outcome.output));
+            return false;
+        }
+        Pause();
+    }
+}

@@ -1,0 +1,127 @@
+// clearing.cpp -- takes users and shares away, those of dead sessions as well.
+#include "session.h"
+
+#include "accounts.h"
+#include "report.h"
+#include "samba.h"
+
+#include <unistd.h>
+
+namespace {
+
+// In the log, so that an administrator finds when a share that was begun has ended.
+void LogEnd(const Record &record)
+{
+    if (record.Get("begun").empty()) { return; }
+    LogToSystem("share " + Quoted(record.Get("share")) + " of " + Quoted(record.Get("folder")) +
+                " for " + record.Get("user") + " has ended");
+}
+
+// A share of the name may be somebody else's by now; then ours is gone already.
+bool IsStillOurs(const Record &record)
+{
+    const std::string share = record.Get("share");
+    const std::string path = record.LinkPath();
+    if (SambaConfiguration::Read().PathOf(share) == path) { return true; }
+    // A share in the text file may cover it.
+    return RegistryPath(share) == path;
+}
+
+// Makes this process the maker of each record that is not alive, and returns these.
+std::vector<Record> TakeOverDead(RecordKind kind)
+{
+    const RecordsLock lock;
+    std::vector<Record> dead;
+    for (Record &record : ReadRecords(kind)) {
+        if (record.IsAlive()) { continue; }
+        record.maker = ProcessMark::Of(getpid());
+        WriteRecord(record);
+        dead.push_back(std::move(record));
+    }
+    return dead;
+}
+
+bool HasRecord(RecordKind kind, const std::string &id)
+{
+    const RecordsLock lock;
+    for (const Record &record : ReadRecords(kind)) {
+        if (record.id == id) { return true; }
+    }
+    return false;
+}
+
+// After a boot no record tells of users and shares; their marks do.
+bool ClearUnrecorded()
+{
+    bool isDone = true;
+    const SambaConfiguration configuration = SambaConfiguration::Read();
+    for (const std::string &share : configuration.Shares()) {
+        const std::string id = IdOfSharePath(configuration.PathOf(share));
+        if (id.empty() || HasRecord(RecordKind::Share, id)) { continue; }
+        Say("removing the share " + Quoted(share) + " of a session that has ended");
+        isDone = DeleteRegistryShare(share) && CutOffClients(share) && isDone;
+    }
+    for (const std::string &user : OurAccounts()) {
+        if (HasRecord(RecordKind::User, user)) { continue; }
+        Say("removing the user " + user + " of a session that has ended");
+        isDone = TakeAwayUser({RecordKind::User, user, {}, {}, {}}) && isDone;
+    }
+    return isDone;
+}
+
+} // namespace
+
+// The password goes first, so that nobody comes in again; the account, which carries our mark, and
+// the record go last.
+bool TakeAwayUser(const Record &record)
+{
+    const std::string &user = record.id;
+    if (FindAccount(user) == AccountState::Ours) {
+        if (!RemoveSambaAccount(user) || !EndConnections(user) || !RemoveAccount(user)) {
+            return false;
+        }
+    }
+    return RemoveRecord(record);
+}
+
+// A connection that is open still has the share in mind: with the link gone it cannot enter anew,
+// and what it has is closed.
+bool TakeAwayShare(const Record &record)
+{
+    const std::string share = record.Get("share");
+    bool isDone = true;
+    if (!share.empty()) {
+        if (IsStillOurs(record) && !DeleteRegistryShare(share)) { return false; }
+        unlink(record.LinkPath().c_str());
+        isDone = CutOffClients(share);
+    }
+    if (!isDone || !RemoveRecord(record)) { return false; }
+    LogEnd(record);
+    return true;
+}
+
+bool ClearDeadSessions()
+{
+    bool isDone = true;
+    for (const Record &record : TakeOverDead(RecordKind::Share)) {
+        isDone = TakeAwayShare(record) && isDone;
+    }
+    for (const Record &record : TakeOverDead(RecordKind::User)) {
+        isDone = TakeAwayUser(record) && isDone;
+    }
+    if (!IsFirstLook()) { return isDone; }
+    isDone = ClearUnrecorded() && isDone;
+    if (isDone) { NoteFirstLook(); }
+    return isDone;
+}
+
+bool IsAnySessionAlive()
+{
+    const RecordsLock lock;
+    for (const RecordKind kind : {RecordKind::User, RecordKind::Share}) {
+        for (const Record &record : ReadRecords(kind)) {
+            if (record.IsAlive()) { return true; }
+        }
+    }
+    return false;
+}

@@ -1,0 +1,262 @@
+// folder.cpp -- one walk along the path, by descriptors.
+#include "folder.h"
+
+#include "names.h"
+#include "report.h"
+
+#include "hostFile.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <deque>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr int MAX_LINKS = 40; // as many as the kernel follows
+constexpr mode_t OTHERS_MAY_WRITE = S_IWGRP | S_IWOTH;
+
+// Something on the way that decides where the path leads: who else than root can change it.
+struct Waypoint {
+    std::string path;
+    uid_t uid;
+    bool othersMayChange; // by its mode
+};
+
+struct OpenFolder {
+    OwnedFd fd;
+    std::string name; // empty for the root
+    struct stat status;
+};
+
+std::vector<std::string> Components(const std::string &path)
+{
+    std::vector<std::string> components;
+    for (size_t begin = 0; begin < path.size();) {
+        const size_t end = std::min(path.find('/', begin), path.size());
+        if (end > begin) { components.push_back(path.substr(begin, end - begin)); }
+        begin = end + 1;
+    }
+    return components;
+}
+
+// A folder for reading, which has the kernel mount what is mounted on demand; anything else, and a
+// folder that may not be read, only as a place.  Nothing is followed.
+OwnedFd OpenComponent(int folder, const char *name)
+{
+    const int fd = openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd != -1 || errno == ENOENT) { return OwnedFd(fd); }
+    return OwnedFd(openat(folder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+}
+
+class Walk {
+public:
+    explicit Walk(const std::string &given) : mGiven(given) {}
+    void ToTheEnd();
+    const struct stat &Status() const { return mStack.back().status; }
+    int Fd() const { return mStack.back().fd.Get(); }
+    std::string Path() const;
+    const std::vector<Waypoint> &Waypoints() const { return mWaypoints; }
+
+private:
+    void Take(const std::string &name);
+    void EnterFolder(OwnedFd fd, const std::string &name, const struct stat &status);
+    void FollowLink(const OwnedFd &link, const std::string &name, const struct stat &status);
+    void Put(const std::string &path);
+    [[noreturn]] void FailToOpen() const;
+
+    const std::string &mGiven;
+    std::vector<OpenFolder> mStack; // from the root to where the walk stands
+    std::deque<std::string> mAhead; // the components that are still to be taken
+    std::vector<Waypoint> mWaypoints;
+    int mLinks = 0;
+};
+
+void Walk::FailToOpen() const
+{
+    switch (errno) {
+    case ENOENT:
+    case ENOTDIR: Fail("not a folder: " + Quoted(mGiven));
+    default: Fail("cannot resolve the path: " + Quoted(mGiven) + ": " + strerror(errno));
+    }
+}
+
+std::string Walk::Path() const
+{
+    std::string path;
+    for (size_t i = 1; i < mStack.size(); i++) {
+        path += '/' + mStack[i].name;
+    }
+    return path.empty() ? "/" : path;
+}
+
+void Walk::EnterFolder(OwnedFd fd, const std::string &name, const struct stat &status)
+{
+    mStack.push_back({std::move(fd), name, status});
+    // In a folder with the sticky bit others cannot rename what is not theirs.
+    const bool others = (status.st_mode & OTHERS_MAY_WRITE) != 0 && (status.st_mode & S_ISVTX) == 0;
+    mWaypoints.push_back({Path(), status.st_uid, others});
+}
+
+// Who can change a link is who may rename in the folder that holds it.  In one where all may, its
+// sticky bit leaves the link to its owner.
+void Walk::FollowLink(const OwnedFd &link, const std::string &name, const struct stat &status)
+{
+    if (++mLinks > MAX_LINKS) {
+        errno = ELOOP;
+        FailToOpen();
+    }
+    std::string target(PATH_MAX, '\0');
+    const ssize_t size = readlinkat(link.Get(), "", target.data(), target.size());
+    if (size <= 0) { FailToOpen(); }
+    target.resize(static_cast<size_t>(size));
+    if ((Status().st_mode & OTHERS_MAY_WRITE) != 0) {
+        const std::string folder = Path();
+        mWaypoints.push_back({(folder == "/" ? "" : folder) + '/' + name, status.st_uid, false});
+    }
+    Put(target);
+}
+
+// Has the walk go along the path first, from the root if it is absolute.
+void Walk::Put(const std::string &path)
+{
+    if (path.starts_with('/')) { mStack.resize(1); }
+    const std::vector<std::string> components = Components(path);
+    mAhead.insert(mAhead.begin(), components.begin(), components.end());
+}
+
+void Walk::Take(const std::string &name)
+{
+    if (name == ".") { return; }
+    if (name == "..") {
+        // The folder that the walk came through, which was judged; the one above may be another
+        // now.
+        if (mStack.size() > 1) { mStack.pop_back(); }
+        return;
+    }
+    OwnedFd fd = OpenComponent(Fd(), name.c_str());
+    struct stat status;
+    if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0) { FailToOpen(); }
+    if (S_ISLNK(status.st_mode)) {
+        FollowLink(fd, name, status);
+    } else if (S_ISDIR(status.st_mode)) {
+        EnterFolder(std::move(fd), name, status);
+    } else {
+        errno = ENOTDIR;
+        FailToOpen();
+    }
+}
+
+void Walk::ToTheEnd()
+{
+    OwnedFd root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat status;
+    if (!root.IsOpen() || fstat(root.Get(), &status) != 0) { FailToOpen(); }
+    EnterFolder(std::move(root), "", status);
+    Put(mGiven);
+    while (!mAhead.empty()) {
+        const std::string name = mAhead.front();
+        mAhead.pop_front();
+        Take(name);
+    }
+}
+
+// The user that Samba finds for a name: it looks for the name in small letters, then as it is, then
+// in capitals.
+const passwd *FindAsSamba(const std::string &name)
+{
+    std::string small = name, capital = name;
+    for (char &c : small) {
+        c = static_cast<char>(tolower(c));
+    }
+    for (char &c : capital) {
+        c = static_cast<char>(toupper(c));
+    }
+    for (const std::string &spelling : {small, name, capital}) {
+        if (const passwd *found = getpwnam(spelling.c_str())) { return found; }
+    }
+    return nullptr;
+}
+
+void FindOwner(const std::string &given, Folder *folder)
+{
+    const passwd *owner = getpwuid(folder->uid);
+    if (owner == nullptr) {
+        Fail("the owner of the folder, number " + std::to_string(folder->uid) +
+             ", is no user of this host: " + Quoted(given));
+    }
+    folder->owner = owner->pw_name;
+    folder->gid = owner->pw_gid;
+    const std::string &name = folder->owner;
+    // Samba's syntax strips, expands or splits these.
+    const bool isOdd = name.find_first_of("%\"\\,;@+&") != std::string::npos ||
+                       name.front() == ' ' || name.back() == ' ' || Printable(name) != name ||
+                       !IsUtf8(name) || IsSidLike(name);
+    const passwd *forced = isOdd ? nullptr : FindAsSamba(name);
+    if (forced == nullptr || forced->pw_uid != folder->uid) {
+        Fail("Samba cannot act as the owner of the folder, " + Quoted(name));
+    }
+}
+
+void CheckWay(const std::string &given, const Folder &folder,
+              const std::vector<Waypoint> &waypoints)
+{
+    const Waypoint &last = waypoints.back();
+    for (const Waypoint &point : waypoints) {
+        // What others write into the folder itself leads nowhere, but as root smbd could go
+        // anywhere.
+        const bool isTheFolder = &point == &last && point.path == folder.path;
+        const bool others = point.othersMayChange && (!isTheFolder || folder.uid == 0);
+        if ((point.uid != 0 && point.uid != folder.uid) || others) {
+            Fail("the folder belongs to " + folder.owner + ", but others can change " +
+                 Quoted(point.path) + ": " + Quoted(given));
+        }
+    }
+}
+
+// As the owner, in a process of its own.
+bool OwnerCanEnter(const Folder &folder, int fd)
+{
+    const pid_t child = fork();
+    if (child == -1) { Fail(std::string("cannot start a process: ") + strerror(errno)); }
+    if (child == 0) {
+        const bool isOwner = initgroups(folder.owner.c_str(), folder.gid) == 0 &&
+                             setgid(folder.gid) == 0 && setuid(folder.uid) == 0;
+        // Along the path, as smbd goes, and at the end into the very folder that was judged.
+        struct stat there, judged;
+        const bool canEnter = isOwner && chdir(folder.path.c_str()) == 0 &&
+                              stat(".", &there) == 0 && fstat(fd, &judged) == 0 &&
+                              there.st_dev == judged.st_dev && there.st_ino == judged.st_ino;
+        _exit(canEnter ? EXIT_SUCCESS : EXIT_FAILURE);
+    }
+    int status = -1;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {}
+    return status == 0;
+}
+
+} // namespace
+
+Folder JudgeFolder(const std::string &given)
+{
+    if (!given.starts_with('/')) { Fail("the folder's path is not absolute: " + Quoted(given)); }
+    if (!IsUtf8(given)) { Fail("the folder's path is not valid UTF-8"); }
+    Walk walk(given);
+    walk.ToTheEnd();
+    Folder folder;
+    folder.path = walk.Path();
+    folder.uid = walk.Status().st_uid;
+    if (!IsUtf8(folder.path)) { Fail("the folder's path is not valid UTF-8"); }
+    FindOwner(given, &folder);
+    CheckWay(given, folder, walk.Waypoints());
+    if (!OwnerCanEnter(folder, walk.Fd())) {
+        Fail("the owner of the folder, " + folder.owner + ", cannot enter it: " + Quoted(given));
+    }
+    return folder;
+}

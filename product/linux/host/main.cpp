@@ -1,0 +1,111 @@
+// main.cpp -- pelagoHost: what the four share scripts, the switch of the SMB service and the
+// administrator's commands run.  The first argument is the command; where the program is started by
+// the name of one of its commands, it is that one.
+#include "password.h"
+#include "report.h"
+#include "session.h"
+
+#include "closeDescriptors.h"
+#include "diagnostics.h"
+
+#include <climits>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+struct Command {
+    const char *name;       // the first argument
+    const char *calledName; // in messages
+    void (*run)(const Arguments &);
+};
+
+constexpr Command COMMANDS[] = {
+    {"adduser", "adduser.sh", AddUser},
+    {"addshare", "addshare.sh", AddShare},
+    {"rmshare", "rmshare.sh", RemoveShare},
+    {"rmuser", "rmuser.sh", RemoveUser},
+};
+
+constexpr int SIGNAL_STATUS = 128;
+
+const Command *FindCommand(const std::string &name)
+{
+    for (const Command &command : COMMANDS) {
+        if (name == command.name) { return &command; }
+    }
+    return nullptr;
+}
+
+// Nothing of the caller's decides what root's programs do: not its environment, not its
+// descriptors. Standard input belongs to the session's caller, and nothing here may eat a byte of
+// it.
+void SettleProcess()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+        if (fcntl(fd, F_GETFD) == -1) { open("/dev/null", O_RDWR); } // gets that very number
+    }
+    clearenv();
+    setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
+    setenv("LC_ALL", "C", 1);
+    umask(077);
+    signal(SIGCHLD, SIG_DFL);
+    // A caller that has died leaves a broken pipe: cleaning up goes on without its reader.
+    signal(SIGPIPE, SIG_IGN);
+    NoteSignals();
+}
+
+int Run(const Command &command, const Arguments &arguments)
+{
+    try {
+        command.run(arguments);
+        return EXIT_SUCCESS;
+    } catch (const Interruption &interruption) {
+        return SIGNAL_STATUS + interruption.signal;
+    } catch (const Failure &failure) {
+        Say(failure.what());
+    } catch (const std::bad_alloc &) {
+        Say("out of memory");
+    }
+    return EXIT_FAILURE;
+}
+
+} // namespace
+
+// The library's messages.
+extern "C" void Warning(const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    vfprintf(stderr, format, values);
+    va_end(values);
+}
+
+extern "C" void Log(const char *, ...) {}
+
+extern "C" void Panic(const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    vfprintf(stderr, format, values);
+    va_end(values);
+    exit(EXIT_FAILURE);
+}
+
+int main(int argc, char **argv)
+{
+    SettleProcess();
+    const Arguments arguments(argv + std::min(argc, 2), argv + argc);
+    const Command *command = argc < 2 ? nullptr : FindCommand(argv[1]);
+    if (command == nullptr) {
+        Say("usage: pelagoHost COMMAND [ARGUMENT...]");
+        return EXIT_FAILURE;
+    }
+    SetProgramName(command->calledName);
+    return Run(*command, arguments);
+}

@@ -1,0 +1,142 @@
+// program.cpp -- fork, exec, and what a program wrote.
+#include "program.h"
+
+#include "report.h"
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int CANNOT_START = 127;
+constexpr int SIGNAL_STATUS = 128;
+
+std::vector<char *> Vector(const std::vector<std::string> &arguments)
+{
+    std::vector<char *> vector;
+    for (const std::string &argument : arguments) {
+        vector.push_back(const_cast<char *>(argument.c_str())); // execvp takes its vector as it is
+    }
+    vector.push_back(nullptr);
+    return vector;
+}
+
+// In the child: the program with these for its standard streams.
+[[noreturn]] void Become(char *const vector[], int input, int output)
+{
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+        struct sigaction present;
+        if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) {
+            ::signal(signal, SIG_DFL);
+        }
+    }
+    if (dup2(input, STDIN_FILENO) != -1 && dup2(output, STDOUT_FILENO) != -1 &&
+        dup2(output, STDERR_FILENO) != -1) {
+        execvp(vector[0], vector);
+    }
+    dprintf(output, "cannot run %s: %s\n", vector[0], strerror(errno));
+    _exit(CANNOT_START);
+}
+
+pid_t Start(const std::vector<std::string> &arguments, int input, int output)
+{
+    const std::vector<char *> vector = Vector(arguments);
+    const pid_t pid = fork();
+    if (pid == 0) { Become(vector.data(), input, output); }
+    if (pid == -1) { Fail("cannot start " + arguments[0] + ": " + strerror(errno)); }
+    return pid;
+}
+
+int StatusOf(pid_t pid)
+{
+    int status = 0;
+    while (waitpid(pid, &status, 0) == -1) {
+        if (errno != EINTR) { return CANNOT_START; }
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : SIGNAL_STATUS + WTERMSIG(status);
+}
+
+void MakePipe(OwnedFd *reader, OwnedFd *writer)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        Fail(std::string("cannot make a pipe: ") + strerror(errno));
+    }
+    *reader = OwnedFd(ends[0]);
+    *writer = OwnedFd(ends[1]);
+}
+
+} // namespace
+
+Program::Program(const std::vector<std::string> &arguments)
+{
+    OwnedFd input, output;
+    MakePipe(&input, &mInput);
+    MakePipe(&mOutput, &output);
+    mPid = Start(arguments, input.Get(), output.Get());
+}
+
+Program::~Program()
+{
+    if (mPid == -1) { return; }
+    kill(mPid, SIGKILL);
+    StatusOf(mPid);
+}
+
+void Program::Feed(std::string_view input)
+{
+    // A program that has ended reads nothing; its status says so.
+    (void)!write(mInput.Get(), input.data(), input.size());
+    mInput.Close();
+}
+
+void Program::Reap(Outcome *outcome)
+{
+    char buffer[4096];
+    ssize_t got;
+    while ((got = read(mOutput.Get(), buffer, sizeof buffer)) > 0 || (got < 0 && errno == EINTR)) {
+        if (got > 0) { outcome->output.append(buffer, static_cast<size_t>(got)); }
+    }
+    outcome->status = StatusOf(mPid);
+    mPid = -1;
+}
+
+Outcome Program::Wait()
+{
+    Outcome outcome;
+    mInput.Close();
+    Reap(&outcome);
+    CheckForSignal();
+    return outcome;
+}
+
+Outcome RunProgram(const std::vector<std::string> &arguments, std::string_view input)
+{
+    CheckForSignal();
+    Program program(arguments);
+    program.Feed(input);
+    return program.Wait();
+}
+
+int RunDaemonStarter(const std::vector<std::string> &arguments)
+{
+    const OwnedFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    return StatusOf(Start(arguments, null.Get(), null.Get()));
+}
+
+std::string HostFile(const std::string &name)
+{
+    char path[PATH_MAX];
+    const ssize_t size = readlink("/proc/self/exe", path, sizeof path);
+    if (size <= 0 || size == static_cast<ssize_t>(sizeof path)) {
+        Fail("cannot find out where this program lies");
+    }
+    const std::string program(path, static_cast<size_t>(size));
+    return program.substr(0, program.rfind('/') + 1) + name;
+}

@@ -1,0 +1,240 @@
+// records.cpp -- the files in /run/pelago.
+#include "records.h"
+
+#include "names.h"
+#include "processes.h"
+#include "report.h"
+#include "waiting.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char STATE[] = "/run/pelago";
+constexpr char USERS[] = "/run/pelago/users";
+constexpr char SHARES[] = "/run/pelago/shares";
+constexpr char LOCK[] = "/run/pelago/lock";
+constexpr char FIRST_LOOK[] = "/run/pelago/looked";
+constexpr char LINK_NAME[] = "/folder";
+constexpr char RECORD_NAME[] = "/record";
+constexpr int LOCK_SECONDS = 60;
+// smbd, acting as the owner of a folder, reaches it through these: passable, but not readable.
+constexpr mode_t FOLDER_MODE = 0711;
+
+[[noreturn]] void FailWith(const std::string &what, const std::string &path)
+{
+    Fail(what + ' ' + path + ": " + strerror(errno));
+}
+
+void MakeFolder(const char *path)
+{
+    if (mkdir(path, FOLDER_MODE) == 0) {
+        // The caller's mask does not decide who passes.
+        if (chmod(path, FOLDER_MODE) != 0) { FailWith("cannot make", path); }
+        return;
+    }
+    struct stat status;
+    if (errno != EEXIST) { FailWith("cannot make", path); }
+    if (lstat(path, &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != 0) {
+        Fail(std::string(path) + " is not a folder of root's");
+    }
+}
+
+std::string FolderOf(const Record &record)
+{
+    return record.kind == RecordKind::User ? USERS : SHARES + ('/' + record.id);
+}
+
+// Names and paths may hold anything but a NUL: a line's end and the escape itself are escaped.
+std::string Escaped(const std::string &text)
+{
+    std::string result;
+    for (const char c : text) {
+        result += c == '\n' ? "\\n" : c == '\\' ? "\\\\" : std::string(1, c);
+    }
+    return result;
+}
+
+std::string Unescaped(std::string_view text)
+{
+    std::string result;
+    for (size_t i = 0; i < text.size(); i++) {
+        const bool isEscape = text[i] == '\\' && i + 1 < text.size();
+        if (isEscape) { i++; }
+        result += isEscape && text[i] == 'n' ? '\n' : text[i];
+    }
+    return result;
+}
+
+std::string FileOf(const Record &record)
+{
+    std::string text;
+    for (const auto &[name, value] : record.fields) {
+        text += name + ' ' + Escaped(value) + '\n';
+    }
+    if (record.session) { text += "session " + record.session->Text() + '\n'; }
+    if (record.maker) { text += "maker " + record.maker->Text() + '\n'; }
+    return text;
+}
+
+Record FromText(RecordKind kind, const std::string &id, const std::string &text)
+{
+    Record record{kind, id, {}, {}, {}};
+    HostForEachLine(text, [&](std::string_view line) {
+        const std::string name(line.substr(0, line.find(' ')));
+        const std::string_view value = line.substr(std::min(name.size() + 1, line.size()));
+        if (name == "session") {
+            record.session = ProcessMark::FromText(value);
+        } else if (name == "maker") {
+            record.maker = ProcessMark::FromText(value);
+        } else {
+            record.fields[name] = Unescaped(value);
+        }
+    });
+    return record;
+}
+
+// A record that cannot be read, or was not yet written, is one of nobody's.
+Record ReadRecord(RecordKind kind, const std::string &id)
+{
+    const Record nobodys{kind, id, {}, {}, {}};
+    return FromText(kind, id, TextOf(nobodys.Path()));
+}
+
+// Removes a file or an empty folder; that it is gone already is no failure.
+bool RemoveQuietly(const std::string &path) { return remove(path.c_str()) == 0 || errno == ENOENT; }
+
+} // namespace
+
+RecordsLock::RecordsLock()
+{
+    if (geteuid() != 0) { Fail("only root may do this"); }
+    for (const char *folder : {STATE, USERS, SHARES}) {
+        MakeFolder(folder);
+    }
+    mFd = OwnedFd(open(LOCK, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!mFd.IsOpen()) { FailWith("cannot open", LOCK); }
+    if (!WaitUntil(LOCK_SECONDS, [&] { return flock(mFd.Get(), LOCK_EX | LOCK_NB) == 0; })) {
+        Fail("another share script has not ended within " + std::to_string(LOCK_SECONDS) + " s");
+    }
+}
+
+std::string Record::Get(const std::string &field) const
+{
+    const auto found = fields.find(field);
+    return found == fields.end() ? std::string() : found->second;
+}
+
+bool Record::IsAlive() const
+{
+    if (maker) { return maker->IsRunning(); }
+    return session && session->IsRunning();
+}
+
+std::string Record::Path() const
+{
+    return FolderOf(*this) + (kind == RecordKind::User ? '/' + id : RECORD_NAME);
+}
+
+std::string Record::LinkPath() const { return FolderOf(*this) + LINK_NAME; }
+
+std::vector<Record> ReadRecords(RecordKind kind)
+{
+    std::vector<Record> records;
+    const char *folder = kind == RecordKind::User ? USERS : SHARES;
+    for (const std::string &id : EntriesOf(folder)) {
+        records.push_back(ReadRecord(kind, id));
+    }
+    return records;
+}
+
+std::optional<Record> FindUserRecord(const std::string &user)
+{
+    Record record = ReadRecord(RecordKind::User, user);
+    return access(record.Path().c_str(), F_OK) == 0 ? std::optional(record) : std::nullopt;
+}
+
+std::optional<Record> FindShareRecord(const std::string &share)
+{
+    const std::string folded = Folded(share);
+    for (Record &record : ReadRecords(RecordKind::Share)) {
+        const std::string name = record.Get("share");
+        if (!name.empty() && Folded(name) == folded) { return std::move(record); }
+    }
+    return std::nullopt;
+}
+
+void WriteRecord(const Record &record)
+{
+    const std::string path = record.Path();
+    // A dot, which no record's own name begins with.
+    const std::string fresh = FolderOf(record) + "/.new";
+    const std::string text = FileOf(record);
+    const OwnedFd fd(
+        open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!fd.IsOpen() ||
+        write(fd.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
+        rename(fresh.c_str(), path.c_str()) != 0) {
+        FailWith("cannot write", path);
+    }
+}
+
+Record MakeShareRecord(const std::string &target)
+{
+    std::string folder = std::string(SHARES) + "/XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr) { FailWith("cannot make a folder in", SHARES); }
+    const Record record{RecordKind::Share, folder.substr(folder.rfind('/') + 1), {}, {}, {}};
+    if (chmod(folder.c_str(), FOLDER_MODE) != 0 ||
+        symlink(target.c_str(), record.LinkPath().c_str()) != 0) {
+        const int error = errno;
+        RemoveRecord(record);
+        errno = error;
+        FailWith("cannot make", record.LinkPath());
+    }
+    return record;
+}
+
+bool RemoveRecord(const Record &record)
+{
+    bool isDone = RemoveQuietly(FolderOf(record) + "/.new") && RemoveQuietly(record.Path());
+    if (record.kind == RecordKind::Share) {
+        isDone = isDone && RemoveQuietly(record.LinkPath()) && RemoveQuietly(FolderOf(record));
+    }
+    if (!isDone) { Say("cannot remove " + record.Path() + ": " + strerror(errno)); }
+    return isDone;
+}
+
+bool IsFirstLook() { return access(FIRST_LOOK, F_OK) != 0; }
+
+void NoteFirstLook()
+{
+    const OwnedFd fd(open(FIRST_LOOK, O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!fd.IsOpen()) { FailWith("cannot write", FIRST_LOOK); }
+}
+
+std::string IdOfSharePath(const std::string &path)
+{
+    const std::string before = std::string(SHARES) + '/';
+    if (!path.starts_with(before) || !path.ends_with(LINK_NAME)) { return ""; }
+    const size_t size = path.size() - before.size() - strlen(LINK_NAME);
+    if (path.size() < before.size() + strlen(LINK_NAME)) { return ""; }
+    const std::string id = path.substr(before.size(), size);
+    return id.find_first_of("/.") == std::string::npos ? id : "";
+}
+
+ProcessMark CallerSession()
+{
+    const pid_t parent = getppid();
+    const std::optional<ProcessMark> caller = ProcessMark::Of(parent);
+    // A script whose caller died before it began has the host's first process for its parent.
+    const bool isOrphan = parent == 1 && ProgramOf("1") != "pelagoShareTool";
+    if (!caller || isOrphan) { Fail("the caller has gone"); }
+    return *caller;
+}

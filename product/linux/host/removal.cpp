@@ -1,0 +1,103 @@
+// removal.cpp -- ends a share, and takes its user away.
+#include "session.h"
+
+#include "accounts.h"
+#include "names.h"
+#include "program.h"
+#include "report.h"
+#include "samba.h"
+
+#include <unistd.h>
+
+namespace {
+
+void MakeOurselvesTheMaker(Record *record)
+{
+    record->maker = ProcessMark::Of(getpid());
+    WriteRecord(*record);
+}
+
+// The record of the share, of which this process is the maker from now on; nothing when there is
+// none.  Refuses what another session has, and another folder than the share serves.
+std::optional<Record> TakeShareRecord(const std::string &share, const std::string &given)
+{
+    const ProcessMark session = CallerSession();
+    const RecordsLock lock;
+    std::optional<Record> record = FindShareRecord(share);
+    if (!record) { return std::nullopt; }
+    if (record->IsAlive() && !record->IsOf(session)) {
+        Fail("the share " + Quoted(share) + " belongs to another session that runs");
+    }
+    if (record->Get("given") != given) {
+        Fail("the share " + Quoted(share) + " serves another folder than " + Quoted(given));
+    }
+    MakeOurselvesTheMaker(&*record);
+    return record;
+}
+
+// A share without a record: it may be one from before the last boot, or somebody else's.
+void RemoveUnrecorded(const std::string &share)
+{
+    const std::string path = RegistryPath(share);
+    if (!path.empty()) {
+        if (IdOfSharePath(path).empty()) {
+            Fail("the share " + Quoted(share) + " was not made by addshare.sh");
+        }
+        if (!DeleteRegistryShare(share) || !CutOffClients(share)) {
+            Fail("the share " + Quoted(share) + " is left behind");
+        }
+        return;
+    }
+    // A share that smb.conf has of this name is not ours, nor are its clients.
+    const bool isSomebodys = SambaConfiguration::Read().Find(share) != nullptr;
+    if (!isSomebodys && !CutOffClients(share)) { Fail("its clients are not cut off"); }
+    Say("there is no share " + Quoted(share) + " any more");
+}
+
+bool IsKnownToSamba(const std::string &user)
+{
+    const Outcome outcome = RunProgram({"pdbedit", "-L", "-u", user});
+    if (outcome.IsSuccess()) { return true; }
+    if (outcome.output.find("Username not found") != std::string::npos) { return false; }
+    Fail("cannot read Samba's password database: " + OneLine(outcome.output));
+}
+
+Record TakeUserRecord(const std::string &user)
+{
+    const ProcessMark session = CallerSession();
+    const RecordsLock lock;
+    Record record = FindUserRecord(user).value_or(Record{RecordKind::User, user, {}, {}, {}});
+    if (record.IsAlive() && !record.IsOf(session)) {
+        Fail("the user " + user + " belongs to another session that runs");
+    }
+    MakeOurselvesTheMaker(&record);
+    return record;
+}
+
+} // namespace
+
+void RemoveShare(const Arguments &arguments)
+{
+    if (arguments.size() != 2) { Fail("usage: rmshare.sh SHARE FOLDER"); }
+    const std::string &share = arguments[0], &given = arguments[1];
+    CheckShareName(share);
+    if (given.empty()) { Fail("the folder's path is empty"); }
+    const std::optional<Record> record = TakeShareRecord(share, given);
+    if (!record) { return RemoveUnrecorded(share); }
+    if (!TakeAwayShare(*record)) { Fail("the share " + Quoted(share) + " is left behind"); }
+}
+
+void RemoveUser(const Arguments &arguments)
+{
+    if (arguments.size() != 1) { Fail("usage: rmuser.sh USER"); }
+    const std::string &user = arguments[0];
+    CheckUserName(user);
+    const AccountState account = FindAccount(user);
+    if (account == AccountState::Taken) { Fail("the user " + user + " was not made for a share"); }
+    if (account == AccountState::None && IsKnownToSamba(user)) {
+        Fail("Samba knows a user " + user + " that was not made for a share");
+    }
+    const Record record = TakeUserRecord(user);
+    if (!TakeAwayUser(record)) { Fail("the user " + user + " is left behind"); }
+    if (account == AccountState::None) { Say("there is no user " + user + " any more"); }
+}

@@ -1,0 +1,144 @@
+// sambaService.cpp -- smbd's processes, the clients they serve, and Samba's accounts.
+#include "samba.h"
+
+#include "processes.h"
+#include "program.h"
+#include "report.h"
+#include "waiting.h"
+
+#include "hostFile.h"
+
+#include <set>
+#include <unistd.h>
+
+namespace {
+
+constexpr int END_SECONDS = 5; // how long connections may take to end
+
+// smbd starts a process for each connection, which keeps the name "smbd"; the others of its
+// processes, but for the first, have names of their own.
+bool MayServeClients()
+{
+    for (const std::string &pid : EntriesOf("/proc")) {
+        if (!IsNumber(pid) || ProgramOf(pid) != "smbd") { continue; }
+        const std::string name = FirstWord(TextOf("/proc/" + pid + "/comm"));
+        if (name == "smbd" && ProgramOf(ParentOf(pid)) == "smbd") { return true; }
+    }
+    return false;
+}
+
+std::vector<std::string> ConnectionsOf(const std::string &user)
+{
+    const Outcome outcome = RunProgram({"smbstatus", "-p", "-u", user});
+    if (!outcome.IsSuccess()) { Fail("cannot list sessions: " + OneLine(outcome.output)); }
+    std::vector<std::string> pids;
+    HostForEachLine(outcome.output, [&](std::string_view line) {
+        const std::string pid = FirstWord(line);
+        if (IsNumber(pid)) { pids.push_back(pid); }
+    });
+    return pids;
+}
+
+// The numbers of the sockets that a process has open.
+std::set<std::string> SocketsOf(const std::string &pid)
+{
+    std::set<std::string> sockets;
+    const std::string folder = "/proc/" + pid + "/fd";
+    for (const std::string &fd : EntriesOf(folder)) {
+        char target[64];
+        const ssize_t size = readlink((folder + '/' + fd).c_str(), target, sizeof target);
+        constexpr std::string_view BEFORE = "socket:[";
+        const std::string_view text(target, size > 0 ? static_cast<size_t>(size) : 0);
+        if (text.starts_with(BEFORE) && text.ends_with(']')) {
+            sockets.emplace(text.substr(BEFORE.size(), text.size() - BEFORE.size() - 1));
+        }
+    }
+    return sockets;
+}
+
+// In /proc/net/tcp the fourth word of a line is the state, 0A when it listens, and the tenth the
+// socket's number.
+bool HasListener(const std::string &table, const std::set<std::string> &sockets)
+{
+    bool has = false;
+    HostForEachLine(table, [&](std::string_view line) {
+        std::vector<std::string> words;
+        while (line.find_first_not_of(' ') != std::string_view::npos) {
+            line.remove_prefix(line.find_first_not_of(' '));
+            words.emplace_back(line.substr(0, line.find(' ')));
+            line.remove_prefix(words.back().size());
+        }
+        has = has || (words.size() > 9 && words[3] == "0A" && sockets.contains(words[9]));
+    });
+    return has;
+}
+
+} // namespace
+
+bool CutOffClients(const std::string &share)
+{
+    const Outcome outcome = RunProgram({"smbcontrol", "--", "smbd", "close-share", share});
+    if (outcome.IsSuccess() || !IsSmbdAnswering()) { return true; }
+    Say("cannot cut off the clients of " + Quoted(share));
+    return false;
+}
+
+bool RemoveSambaAccount(const std::string &user)
+{
+    const Outcome outcome = RunProgram({"pdbedit", "-x", "-u", user});
+    if (outcome.IsSuccess() || outcome.output.find("Username not found") != std::string::npos) {
+        return true;
+    }
+    Say("cannot remove " + user + " from Samba: " + OneLine(outcome.output));
+    return false;
+}
+
+// They outlive account and share, and when they act as the owner of the folder nothing but smbd
+// knows whose they are.
+bool EndConnections(const std::string &user)
+{
+    if (!MayServeClients()) { return true; }
+    const Deadline deadline(END_SECONDS);
+    for (;;) {
+        const std::vector<std::string> pids = ConnectionsOf(user);
+        if (pids.empty()) { return true; }
+        if (deadline.IsOver()) {
+            Say("sessions of " + user + " do not end");
+            return false;
+        }
+        for (const std::string &pid : pids) {
+            RunProgram({"smbcontrol", pid, "shutdown"});
+        }
+        Pause();
+    }
+}
+
+bool IsSmbdListening(const SambaConfiguration &configuration)
+{
+    const std::string file = configuration.Global("pid directory", "/run/samba") + "/smbd.pid";
+    const std::string pid = FirstWord(TextOf(file));
+    if (!IsNumber(pid) || ProgramOf(pid) != "smbd") { return false; }
+    const std::set<std::string> sockets = SocketsOf(pid);
+    return HasListener(TextOf("/proc/" + pid + "/net/tcp"), sockets) ||
+           HasListener(TextOf("/proc/" + pid + "/net/tcp6"), sockets);
+}
+
+bool IsSmbdAnswering() { return RunProgram({"smbcontrol", "-t", "1", "smbd", "ping"}).IsSuccess(); }
+
+void ForgetOwner(const SambaConfiguration &configuration, uid_t uid, gid_t gid)
+{
+    // Samba keeps for a week whose number it was, in a file that holds each such key as text.  A
+    // record that was given up may still be there; then it is asked to forget once too often.
+    const std::string cache =
+        TextOf(configuration.Global("lock directory", "/run/samba") + "/gencache.tdb");
+    const auto mayKnow = [&](const std::string &key) {
+        return cache.empty() || cache.find("IDMAP/" + key + '\0') != std::string::npos;
+    };
+    const std::string user = std::to_string(uid), group = std::to_string(gid);
+    if (mayKnow("UID2SID/" + user)) {
+        RunProgram({"smbcontrol", "smbd", "idmap", "delete", "UID " + user});
+    }
+    if (mayKnow("GID2SID/" + group)) {
+        RunProgram({"smbcontrol", "smbd", "idmap", "delete", "GID " + group});
+    }
+}

@@ -1,0 +1,36 @@
+/*
+ * session.h -- the commands that the four scripts run, and the clearing of what dead sessions left.
+ * A command takes the script's arguments; it returns when its promise is kept, and fails with the
+ * reason when nothing was changed or all was undone.
+ */
+#ifndef PELAGO_HOST_SESSION_H
+#define PELAGO_HOST_SESSION_H
+
+#include "records.h"
+
+#include <string>
+#include <vector>
+
+using Arguments = std::vector<std::string>;
+
+// USER USER PASSWORD_FILE
+void AddUser(const Arguments &arguments);
+// USER PASSWORD_FILE FOLDER SHARE ACCESS
+void AddShare(const Arguments &arguments);
+// SHARE FOLDER
+void RemoveShare(const Arguments &arguments);
+// USER
+void RemoveUser(const Arguments &arguments);
+
+// Takes away what a record is about, and the record; false after saying why it is still there.
+// The record's maker must be this process.
+bool TakeAwayUser(const Record &record);
+bool TakeAwayShare(const Record &record);
+
+// Clears away what dead sessions left; false when something of it is still there.  What belongs to
+// a session that lives is not touched.
+bool ClearDeadSessions();
+// Whether any session lives.
+bool IsAnySessionAlive();
+
+#endif // PELAGO_HOST_SESSION_H
