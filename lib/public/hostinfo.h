@@ -178,9 +178,10 @@ size_t Hostinfo_GetKernelZoneElemSize(const char *name);
 /* ---- This process, its user, other processes */
 
 /*
- * The path of the running program, not necessarily its real path.  privilege is 0 or 1, which are
- * the same here.  NULL after a Warning when privilege is anything else, or when the path with its
- * NUL exceeds 1024 bytes, which is macOS's own limit.
+ * The path that the running program was started by, not necessarily its real path.  It stays the
+ * same when the file is replaced or removed.  privilege is 0 or 1, which are the same here.  NULL
+ * after a Warning when privilege is anything else, or when the path with its NUL exceeds 1024
+ * bytes, which is macOS's own limit.
  */
 char *Hostinfo_GetModulePath(uint32_t privilege);
 

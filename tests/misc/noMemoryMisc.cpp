@@ -596,7 +596,8 @@ const Ending NO_ROOT = Says("LocationGetRoot: Unable to copy the environment var
 
 RUNS_OUT(Hostinfo_GetModulePath, PANICS)
 {
-    return Gives(OwnPath(), Scarcely([] { return Hostinfo_GetModulePath(1); }));
+    const std::string path = Take(Hostinfo_GetModulePath(1));
+    return Gives(path, Scarcely([] { return Hostinfo_GetModulePath(1); }));
 }
 
 RUNS_OUT(Location_Get, NO_ROOT, FAILS)

@@ -71,6 +71,31 @@ TEST_F(SetUgid, IsNotChangedByChangingTheUser)
     EXPECT_EQ(StatusOfChild([] { return seteuid(NOBODY) == 0 ? issetugid() : 99; }), 0);
 }
 
+// The path that a program gives which was started through a link.
+std::string PathThroughLink(mode_t mode)
+{
+    constexpr char PROGRAM[] = "/tmp/tellPath", LINK[] = "/tmp/link";
+    std::filesystem::copy_file(TELL_PATH, PROGRAM);
+    EXPECT_EQ(chown(PROGRAM, NOBODY, NOBODY), 0);
+    EXPECT_EQ(chmod(PROGRAM, mode), 0);
+    std::filesystem::create_symlink(PROGRAM, LINK);
+    char line[100] = "";
+    FILE *answer = popen("echo | /tmp/link", "r");
+    EXPECT_NE(fgets(line, sizeof line, answer), nullptr);
+    EXPECT_EQ(pclose(answer), 0);
+    std::filesystem::remove(LINK);
+    std::filesystem::remove(PROGRAM);
+    return line;
+}
+
+// Who starts a program with more rights than his own chooses the path, and may change the link.
+TEST(ExecutablePath, IsTheKernelsNameWithMoreRightsThanTheStarters)
+{
+    EXPECT_EQ(PathThroughLink(0755), "/tmp/link\n");
+    EXPECT_EQ(PathThroughLink(04755), "/tmp/tellPath\n") << "set-user-ID";
+    EXPECT_EQ(PathThroughLink(02755), "/tmp/tellPath\n") << "set-group-ID";
+}
+
 struct OwnZones {
     OwnZones() { mCode = mach_zone_info(mach_host_self(), &mNames, &mCount, &mInfos, &mCount); }
     kern_return_t mCode;

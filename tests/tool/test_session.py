@@ -96,6 +96,32 @@ class WholeSession(ToolCase):
                          [f"{elsewhere}/Contents/Library/shares/{name}.sh" for name in SCRIPTS])
         shutil.rmtree(elsewhere)
 
+    def replace_the_bundle(self):
+        """Puts a newer file in the place of each, as a package manager does."""
+        for path in [path for path in BUNDLE.rglob("*") if path.is_file()]:
+            newer = path.with_name(f"{path.name}.dpkg-new")
+            shutil.copy(path, newer)
+            if path.suffix == ".sh":
+                newer.write_text(path.read_text() + "# newer\n")
+            newer.rename(path)
+
+    def ends_after_an_upgrade(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        self.replace_the_bundle()
+        self.assertRun(self.finish(process), DELETED, ENABLING + SHARING + WAITING + CLOSED + DISABLING, 0)
+        self.assertEqual([call.argv for call in self.calls()], [vector(name) for name in SCRIPTS])
+        self.assertEqual(self.services(), [])
+
+    def test_ends_as_ever_when_the_bundle_is_upgraded_meanwhile(self):
+        self.ends_after_an_upgrade()
+
+    def test_ends_as_ever_when_it_was_started_through_a_link_as_well(self):
+        link = STATE / "link"
+        link.symlink_to(self.tool)
+        self.tool = link
+        self.ends_after_an_upgrade()
+
     def test_arguments_reach_the_scripts_untouched(self):
         odd = ["/srv/ $HOME;`id` \\\n\t*", "-s 'q' \"d\"", "--", "", "%s%n"]
         folder, share, user, password_file, access = odd
@@ -368,7 +394,7 @@ class MissingLocation(ToolCase):
 
     def vanishes_after(self, script, check, out, err):
         self.script_does(script, f'rm "{self.tool}"')
-        gone = f"LocationGetRoot: Unable to get the realpath for {self.tool} (deleted)"
+        gone = f"LocationGetRoot: Unable to get the realpath for {self.tool}"
         self.assertRun(self.run_tool(), out, err + gone + self.report(check), 1)
         self.assertEqual(self.services(), ["disk"])
 
@@ -382,7 +408,7 @@ class MissingLocation(ToolCase):
 
     def test_remove_user(self):
         self.script_does("rmshare", f'rm "{self.tool}"')
-        gone = f"LocationGetRoot: Unable to get the realpath for {self.tool} (deleted)"
+        gone = f"LocationGetRoot: Unable to get the realpath for {self.tool}"
         self.assertRun(self.run_tool(), SHARED + DELETED, ENABLING + SHARING + WAITING + CLOSED + DISABLING
                        + gone + self.report(340), 1)
         self.assertEqual(self.called(), ["adduser", "addshare", "rmshare"])

@@ -11,8 +11,9 @@ extern "C" {
 /*
  * Copies the NUL-terminated path of the running program to buffer, which holds *bufferSize bytes,
  * and returns 0; -1, with the size needed in *bufferSize, when it does not fit; -1, with
- * *bufferSize as it was, when the path cannot be had.  It is the kernel's: links on the way to the
- * program are already resolved.
+ * *bufferSize as it was, when the path cannot be had.  It is the path that the program was started
+ * by, made absolute: links on the way are not resolved, and it stays the same when the file is
+ * replaced, moved or removed.
  */
 int _NSGetExecutablePath(char *buffer, uint32_t *bufferSize);
 
