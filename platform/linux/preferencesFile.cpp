@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <optional>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -16,6 +18,8 @@ constexpr mode_t NEW_FILE_MODE = 0644;
 // Whoever can open the file can lock it, and only root is to.
 constexpr mode_t LOCK_FILE_MODE = 0600;
 constexpr mode_t PERMISSION_BITS = 07777;
+constexpr char RECORD_NAME[] = "user.pelago.service";
+constexpr size_t MAX_RECORD_SIZE = 128; // a process's mark has at most 69 bytes
 
 struct Ownership {
     bool isThere; // a file that is replaced, and not made
@@ -62,7 +66,20 @@ OwnedFd MakeNewFile(const char *path)
     return OwnedFd(open(path, FLAGS, S_IRUSR | S_IWUSR));
 }
 
-int FillNewFile(OwnedFd *fd, std::string_view bytes, const Ownership &ownership,
+std::string ReadRecord(int fd)
+{
+    char record[MAX_RECORD_SIZE];
+    const ssize_t size = fgetxattr(fd, RECORD_NAME, record, sizeof record);
+    return size > 0 ? std::string(record, static_cast<size_t>(size)) : std::string();
+}
+
+// Some file systems have no attributes, or no room for one; the record is worth no failed commit.
+void WriteRecord(int fd, const std::string &record)
+{
+    if (!record.empty()) { fsetxattr(fd, RECORD_NAME, record.data(), record.size(), 0); }
+}
+
+int FillNewFile(OwnedFd *fd, const FileContent &content, const Ownership &ownership,
                 FileSignature *signature)
 {
     // The owner first: changing it may clear bits of the mode.
@@ -70,22 +87,23 @@ int FillNewFile(OwnedFd *fd, std::string_view bytes, const Ownership &ownership,
         fchmod(fd->Get(), ownership.mode) != 0) {
         return errno;
     }
-    const int writeError = WriteAll(fd->Get(), bytes);
+    const int writeError = WriteAll(fd->Get(), content.bytes);
     if (writeError != 0) { return writeError; }
+    WriteRecord(fd->Get(), content.record);
     struct stat status;
     if (fsync(fd->Get()) != 0 || fstat(fd->Get(), &status) != 0) { return errno; }
     *signature = FileSignature::Of(status);
     return fd->Close() == 0 ? 0 : errno;
 }
 
-// Puts the bytes into newPath and renames it to path.
-int WriteAndRename(const std::string &newPath, const std::string &path, std::string_view bytes,
+// Puts the content into newPath and renames it to path.
+int WriteAndRename(const std::string &newPath, const std::string &path, const FileContent &content,
                    const Ownership &ownership, FileSignature *signature)
 {
     OwnedFd fd = MakeNewFile(newPath.c_str());
     if (!fd.IsOpen()) { return errno; }
     FileSignature made;
-    int error = FillNewFile(&fd, bytes, ownership, &made);
+    int error = FillNewFile(&fd, content, ownership, &made);
     if (error == 0 && rename(newPath.c_str(), path.c_str()) != 0) { error = errno; }
     if (error == 0) {
         *signature = made;
@@ -172,7 +190,7 @@ void LockFile::Unlock()
     mIsLocked = false;
 }
 
-int ReadWholeFile(const char *path, size_t maxSize, std::string *bytes, FileSignature *signature)
+int ReadWholeFile(const char *path, size_t maxSize, FileContent *content, FileSignature *signature)
 {
     *signature = FileSignature();
     // Not to wait for the other end when somebody put a pipe there.
@@ -183,14 +201,16 @@ int ReadWholeFile(const char *path, size_t maxSize, std::string *bytes, FileSign
     *signature = FileSignature::Of(status);
     if (!S_ISREG(status.st_mode)) { return EINVAL; }
     if (static_cast<size_t>(status.st_size) > maxSize) { return EFBIG; }
-    bytes->resize(static_cast<size_t>(status.st_size));
-    const ssize_t got = HostReadAll(fd.Get(), bytes->data(), bytes->size());
+    std::string &bytes = content->bytes;
+    bytes.resize(static_cast<size_t>(status.st_size));
+    const ssize_t got = HostReadAll(fd.Get(), bytes.data(), bytes.size());
     if (got < 0) { return errno; }
-    bytes->resize(static_cast<size_t>(got));
+    bytes.resize(static_cast<size_t>(got));
+    content->record = ReadRecord(fd.Get());
     return 0;
 }
 
-int ReplaceFile(const std::string &path, std::string_view bytes, std::string_view oldBytes,
+int ReplaceFile(const std::string &path, const FileContent &content, const FileContent &oldContent,
                 FileSignature *signature)
 {
     const std::string newPath = path + "-new";
@@ -199,7 +219,7 @@ int ReplaceFile(const std::string &path, std::string_view bytes, std::string_vie
     // Opened before anything is changed, so that this at least cannot fail afterwards.
     const OwnedFd folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder.IsOpen()) { return errno; }
-    const int error = WriteAndRename(newPath, path, bytes, *ownership, signature);
+    const int error = WriteAndRename(newPath, path, content, *ownership, signature);
     if (error != 0 || fsync(folder.Get()) == 0) { return error; }
     const int syncError = errno;
     // Callers take a failure for "nothing was changed".
@@ -207,7 +227,7 @@ int ReplaceFile(const std::string &path, std::string_view bytes, std::string_vie
         unlink(path.c_str());
         *signature = FileSignature();
     } else {
-        WriteAndRename(newPath, path, oldBytes, *ownership, signature);
+        WriteAndRename(newPath, path, oldContent, *ownership, signature);
     }
     return syncError;
 }

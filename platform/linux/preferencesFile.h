@@ -11,7 +11,6 @@
 #include <sys/stat.h>
 
 #include <string>
-#include <string_view>
 
 // Tells whether a file has changed.  All zero for a missing file.
 struct FileSignature {
@@ -43,16 +42,24 @@ private:
     bool mIsLocked = false;
 };
 
+// What a file holds, and who switched a service on in it (serviceOwner.h): a record in an extended
+// attribute, so that both change at once and a file that others put in its place has none.
+struct FileContent {
+    std::string bytes;
+    std::string record; // empty for none, or for one that cannot be read
+};
+
 // The whole file.  ENOENT for a missing one; EFBIG for more than maxSize bytes; EINVAL for anything
 // that is not a regular file.  The signature is that of what was opened, zero when nothing was.
 // May throw.
-int ReadWholeFile(const char *path, size_t maxSize, std::string *bytes, FileSignature *signature);
+int ReadWholeFile(const char *path, size_t maxSize, FileContent *content, FileSignature *signature);
 
 // Replaces the file, or makes it: durably, whole or not at all, with the owner, group and mode of
 // the present one (0644 and the effective ids when there is none).  A symbolic link is replaced
-// itself.  If the folder cannot be made durable after the change, the old bytes are put back as
-// well as that goes.  May throw, before anything is changed.
-int ReplaceFile(const std::string &path, std::string_view bytes, std::string_view oldBytes,
+// itself.  If the folder cannot be made durable after the change, the old content is put back as
+// well as that goes.  A record that the file system does not take is left out.  May throw, before
+// anything is changed.
+int ReplaceFile(const std::string &path, const FileContent &content, const FileContent &oldContent,
                 FileSignature *signature);
 
 #endif /* PELAGO_LINUX_PREFERENCESFILE_H */

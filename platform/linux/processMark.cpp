@@ -4,7 +4,9 @@
 #include "hostFile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <fcntl.h>
 
 namespace {
@@ -13,14 +15,16 @@ constexpr size_t MAX_FILE_SIZE = 4096; // a stat line and a boot id are far shor
 // In /proc/PID/stat, counted after the name: the state is field 0, the start time field 19.
 constexpr int START_FIELD = 19;
 
-std::string ReadSmallFile(const char *path)
+// 0 or an errno value.
+int ReadSmallFile(const char *path, std::string *bytes)
 {
     const OwnedFd fd(open(path, O_RDONLY | O_CLOEXEC));
-    if (!fd.IsOpen()) { return std::string(); }
-    std::string bytes(MAX_FILE_SIZE, '\0');
-    const ssize_t got = HostReadAll(fd.Get(), bytes.data(), bytes.size());
-    bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
-    return bytes;
+    if (!fd.IsOpen()) { return errno; }
+    bytes->resize(MAX_FILE_SIZE);
+    const ssize_t got = HostReadAll(fd.Get(), bytes->data(), bytes->size());
+    const int error = got < 0 ? errno : 0;
+    bytes->resize(got > 0 ? static_cast<size_t>(got) : 0);
+    return error;
 }
 
 // Takes the next word of the text, up to a blank or a newline; empty at the end.
@@ -40,30 +44,42 @@ template <typename Number> bool ReadNumber(std::string_view word, Number *number
     return error == std::errc() && end == word.data() + word.size();
 }
 
-std::string BootId()
+// Reads the start time of a process that runs.
+std::optional<uint64_t> StartIn(std::string_view stat)
 {
-    const std::string bytes = ReadSmallFile("/proc/sys/kernel/random/boot_id");
-    std::string_view text = bytes;
-    return std::string(TakeWord(&text));
+    // The name stands in parentheses and may hold anything, parentheses as well.
+    const size_t nameEnd = stat.rfind(')');
+    if (nameEnd == std::string_view::npos) { return std::nullopt; }
+    std::string_view fields = stat.substr(nameEnd + 1);
+    const std::string_view state = TakeWord(&fields);
+    if (state.empty() || state == "Z" || state == "X") { return std::nullopt; }
+    for (int field = 1; field < START_FIELD; field++) {
+        TakeWord(&fields);
+    }
+    uint64_t start = 0;
+    if (!ReadNumber(TakeWord(&fields), &start)) { return std::nullopt; }
+    return start;
+}
+
+// What Of() promises; error is 0 or says why the kernel's files could not be read.
+std::optional<ProcessMark> MarkOf(pid_t pid, int *error)
+{
+    std::string stat, boot;
+    *error = ReadSmallFile(("/proc/" + std::to_string(pid) + "/stat").c_str(), &stat);
+    if (*error == 0) { *error = ReadSmallFile("/proc/sys/kernel/random/boot_id", &boot); }
+    const std::optional<uint64_t> start = StartIn(stat);
+    std::string_view text = boot;
+    const std::string_view id = TakeWord(&text);
+    if (!start || id.empty()) { return std::nullopt; }
+    return ProcessMark{pid, *start, std::string(id)};
 }
 
 } // namespace
 
 std::optional<ProcessMark> ProcessMark::Of(pid_t pid)
 {
-    const std::string stat = ReadSmallFile(("/proc/" + std::to_string(pid) + "/stat").c_str());
-    // The name stands in parentheses and may hold anything, parentheses as well.
-    const size_t nameEnd = stat.rfind(')');
-    if (nameEnd == std::string::npos) { return std::nullopt; }
-    std::string_view fields = std::string_view(stat).substr(nameEnd + 1);
-    const std::string_view state = TakeWord(&fields);
-    if (state.empty() || state == "Z" || state == "X") { return std::nullopt; }
-    for (int field = 1; field < START_FIELD; field++) {
-        TakeWord(&fields);
-    }
-    ProcessMark mark{pid, 0, BootId()};
-    if (!ReadNumber(TakeWord(&fields), &mark.start) || mark.boot.empty()) { return std::nullopt; }
-    return mark;
+    int error = 0;
+    return MarkOf(pid, &error);
 }
 
 std::optional<ProcessMark> ProcessMark::FromText(std::string_view text)
@@ -82,4 +98,10 @@ std::string ProcessMark::Text() const
     return std::to_string(pid) + ' ' + std::to_string(start) + ' ' + boot;
 }
 
-bool ProcessMark::IsRunning() const { return Of(pid) == *this; }
+bool ProcessMark::IsRunning() const
+{
+    if (kill(pid, 0) != 0 && errno == ESRCH) { return false; }
+    int error = 0;
+    const std::optional<ProcessMark> present = MarkOf(pid, &error);
+    return error != 0 || present == *this;
+}

@@ -23,6 +23,8 @@ struct ProcessMark {
     static std::optional<ProcessMark> FromText(std::string_view text);
     // "PID START BOOT"
     std::string Text() const;
+    // Also true when the kernel cannot be asked: what belongs to a process that may run is left
+    // alone.
     bool IsRunning() const;
     bool operator==(const ProcessMark &other) const = default;
 };

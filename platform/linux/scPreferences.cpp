@@ -1,14 +1,19 @@
 // scPreferences.cpp -- a session on one preferences file.
 // The file is read at the first access; from then on the session answers from memory, until it is
 // told to forget or takes the lock after somebody else has written the file.
+//
+// Under the lock a session sees EnabledServices as if a program that has ended had taken its "disk"
+// out (serviceOwner.h).  That alone writes nothing.
 #include <SystemConfiguration/SystemConfiguration.h>
 
 #include "cfTypes.h"
 #include "preferencesFile.h"
 #include "propertyList.h"
+#include "serviceOwner.h"
 
 #include <cerrno>
 #include <map>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -57,13 +62,21 @@ struct __SCPreferences final : CFObject {
     LockFile mLock;
 
 private:
+    int LookAgain();
+    ServiceOwner Owner() const;
+    void TakeBackService();
+    bool IsServiceSet() const;
+    std::string NextRecord();
     int WriteChanges();
 
     bool mIsAccessed = false;
     bool mIsChanged = false;    // since the last commit
     bool mIsUnreadable = false; // the file holds something that must not be overwritten
+    bool mIsTakenBack = false;  // this session sees EnabledServices without a dead program's "disk"
+    // How often this session found "disk".  Learnt before a commit changes mList.
+    std::optional<size_t> mCountBefore;
     FileSignature mSignature;
-    std::string mBytes; // the file's, to be put back when a commit fails too late
+    FileContent mContent; // the file's, to be put back when a commit fails too late
     PropertyList mList;
     std::map<std::string, Value> mValues;
 };
@@ -114,12 +127,19 @@ int __SCPreferences::Lock(bool wait)
     if (!mIsRoot) { return kSCStatusAccessError; }
     const int error = mLock.Lock(mPath + "-lock", wait);
     if (error != 0) { return error == EWOULDBLOCK ? kSCStatusPrefsBusy : error; }
-    if (!mIsAccessed || FileSignature::OfPath(mPath.c_str()) == mSignature) { return kSCStatusOK; }
-    if (mIsChanged) {
-        mLock.Unlock();
-        return kSCStatusStale;
-    }
-    Forget(); // nothing of ours is lost: the next access sees what the others wrote
+    const int lookError = Guarded([this] { return LookAgain(); });
+    if (lookError != kSCStatusOK) { mLock.Unlock(); }
+    return lookError;
+}
+
+// What was read without the lock may be old, or name a dead owner.
+int __SCPreferences::LookAgain()
+{
+    if (!mIsAccessed) { return kSCStatusOK; }
+    const bool isSame = FileSignature::OfPath(mPath.c_str()) == mSignature;
+    if (mIsChanged) { return isSame ? kSCStatusOK : kSCStatusStale; }
+    // Nothing of ours is lost: the next access sees what the others wrote.
+    if (!isSame || Owner() == ServiceOwner::Dead) { Forget(); }
     return kSCStatusOK;
 }
 
@@ -127,8 +147,9 @@ void __SCPreferences::Forget()
 {
     mValues.clear();
     mList = PropertyList();
-    mBytes.clear();
-    mIsAccessed = mIsChanged = mIsUnreadable = false;
+    mContent = FileContent();
+    mCountBefore.reset();
+    mIsAccessed = mIsChanged = mIsUnreadable = mIsTakenBack = false;
 }
 
 // Nothing is written until the file is read anew.
@@ -137,14 +158,31 @@ void __SCPreferences::Distrust() { mIsAccessed = mIsUnreadable = true; }
 void __SCPreferences::Access()
 {
     if (mIsAccessed) { return; }
-    const int error = ReadWholeFile(mPath.c_str(), PROPERTY_LIST_MAX_BYTES, &mBytes, &mSignature);
+    const int error = ReadWholeFile(mPath.c_str(), PROPERTY_LIST_MAX_BYTES, &mContent, &mSignature);
     if (error == 0) {
-        const PropertyListFault fault = mList.Read(mBytes);
+        const PropertyListFault fault = mList.Read(mContent.bytes);
         mIsUnreadable = fault != PropertyListFault::None && fault != PropertyListFault::Empty;
     } else {
         mIsUnreadable = error != ENOENT;
     }
+    if (mLock.IsLocked()) { TakeBackService(); }
     mIsAccessed = true;
+}
+
+ServiceOwner __SCPreferences::Owner() const
+{
+    if (mContent.record.empty()) { return ServiceOwner::Nobody; }
+    return ServiceOwnerOf(CFOwned<CFTypeRef>(mList.CopyValue(SERVICE_KEY)).get(), mContent.record);
+}
+
+void __SCPreferences::TakeBackService()
+{
+    if (Owner() != ServiceOwner::Dead) { return; }
+    const CFOwned<CFTypeRef> services(mList.CopyValue(SERVICE_KEY));
+    CFOwned<CFTypeRef> others(ServiceCopyWithoutFirst(static_cast<CFArrayRef>(services.get())));
+    mCountBefore = ServiceCount(others.get());
+    mValues[SERVICE_KEY].object = std::move(others);
+    mIsTakenBack = true;
 }
 
 CFTypeRef __SCPreferences::Get(CFStringRef key)
@@ -174,21 +212,42 @@ int __SCPreferences::Commit()
     return error;
 }
 
+bool __SCPreferences::IsServiceSet() const
+{
+    const auto services = mValues.find(SERVICE_KEY);
+    return services != mValues.end() && services->second.isSet;
+}
+
+// For the values that are about to be written.
+std::string __SCPreferences::NextRecord()
+{
+    if (!IsServiceSet()) { return mContent.record; }
+    if (!mCountBefore) {
+        mCountBefore = ServiceCount(CFOwned<CFTypeRef>(mList.CopyValue(SERVICE_KEY)).get());
+    }
+    const size_t count = ServiceCount(mValues[SERVICE_KEY].object.get());
+    return ServiceRecordAfter(*mCountBefore, count, mIsTakenBack ? std::string() : mContent.record);
+}
+
 int __SCPreferences::WriteChanges()
 {
     if (mIsUnreadable) { return kSCStatusFailed; }
+    FileContent next;
+    next.record = NextRecord(); // before mList changes
     for (const auto &[key, value] : mValues) {
         if (!value.isSet) { continue; }
         if (mList.SetValue(key.c_str(), value.object.get()) != PropertyListFault::None) {
             return kSCStatusFailed;
         }
     }
-    std::string bytes;
-    if (mList.Write(&bytes) != PropertyListFault::None) { return kSCStatusFailed; }
-    const int error = ReplaceFile(mPath, bytes, mBytes, &mSignature);
+    if (mList.Write(&next.bytes) != PropertyListFault::None) { return kSCStatusFailed; }
+    const int error = ReplaceFile(mPath, next, mContent, &mSignature);
     if (error != 0) { return error; }
-    mBytes = std::move(bytes);
+    mContent = std::move(next);
     mIsChanged = false;
+    if (!IsServiceSet()) { return kSCStatusOK; }
+    mIsTakenBack = false;
+    mCountBefore.reset();
     return kSCStatusOK;
 }
 

@@ -1,5 +1,5 @@
-// commitOnce FILE [unlocked] -- takes "disk" out of EnabledServices, or puts it in when it is not
-// there, and commits.  Locked around all of it, or, "unlocked", only in the commit.
+// commitOnce FILE SERVICE [unlocked] -- takes SERVICE out of EnabledServices, or puts it in when it
+// is not there, and commits.  Locked around all of it, or, "unlocked", only in the commit.
 // Exit status: 0 committed; 1 not committed, with SCError() on stderr; 2 not even tried.
 #include <SystemConfiguration/SystemConfiguration.h>
 
@@ -12,19 +12,19 @@ static int Failed(int status)
     return status;
 }
 
-static CFMutableArrayRef CopyToggled(CFTypeRef services)
+static CFMutableArrayRef CopyToggled(CFTypeRef services, CFStringRef service)
 {
     if (services == nullptr) {
         CFMutableArrayRef array = CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks);
-        CFArrayAppendValue(array, CFSTR("disk"));
+        CFArrayAppendValue(array, service);
         return array;
     }
     const CFArrayRef before = static_cast<CFArrayRef>(services);
     CFMutableArrayRef array = CFArrayCreateMutableCopy(nullptr, 0, before);
     const CFRange all = CFRangeMake(0, CFArrayGetCount(before));
-    const CFIndex at = CFArrayGetFirstIndexOfValue(before, all, CFSTR("disk"));
+    const CFIndex at = CFArrayGetFirstIndexOfValue(before, all, service);
     if (at == kCFNotFound) {
-        CFArrayAppendValue(array, CFSTR("disk"));
+        CFArrayAppendValue(array, service);
     } else {
         CFArrayRemoveValueAtIndex(array, at);
     }
@@ -33,17 +33,19 @@ static CFMutableArrayRef CopyToggled(CFTypeRef services)
 
 int main(int argc, char **argv)
 {
-    if (argc < 2) { return 2; }
+    if (argc < 3) { return 2; }
     const CFStringRef path = CFStringCreateWithCString(nullptr, argv[1], kCFStringEncodingUTF8);
     const SCPreferencesRef session = SCPreferencesCreate(nullptr, CFSTR("commitOnce"), path);
     CFRelease(path);
     if (session == nullptr) { return Failed(2); }
-    if (argc < 3 && !SCPreferencesLock(session, true)) {
+    if (argc < 4 && !SCPreferencesLock(session, true)) {
         CFRelease(session);
         return Failed(2);
     }
+    const CFStringRef service = CFStringCreateWithCString(nullptr, argv[2], kCFStringEncodingUTF8);
     const CFMutableArrayRef array =
-        CopyToggled(SCPreferencesGetValue(session, CFSTR("EnabledServices")));
+        CopyToggled(SCPreferencesGetValue(session, CFSTR("EnabledServices")), service);
+    CFRelease(service);
     SCPreferencesSetValue(session, CFSTR("EnabledServices"), array);
     CFRelease(array);
     const int status = SCPreferencesCommitChanges(session) ? 0 : Failed(1);

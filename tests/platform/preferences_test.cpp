@@ -1,26 +1,13 @@
 // The preferences session: call by call, between processes, and on damaged files.  Runs on a
 // machine of its own as its root: it becomes another user, mounts, and writes in the system's
 // folder.
-#include <SystemConfiguration/SystemConfiguration.h>
-
-#include "cfTypes.h"
+#include "preferencesForTests.h"
 #include "propertyLists.h"
-#include "scopedForTests.h"
 #include "together.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
-#include <csignal>
-#include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <sys/file.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <thread>
-#include <utility>
 
 // What happens just before the next lock is asked for, once.
 static std::function<void()> sBeforeFlock;
@@ -35,152 +22,6 @@ int __wrap_flock(int fd, int operation)
 }
 
 namespace {
-
-using Session = CFOwned<SCPreferencesRef>;
-using Strings = std::vector<std::string>;
-namespace fs = std::filesystem;
-
-CFOwned<CFMutableArrayRef> ArrayOf(const Strings &texts)
-{
-    CFOwned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
-    for (const std::string &text : texts) {
-        CFArrayAppendValue(array.get(), CFOwned<CFStringRef>(CFStringCreateWithText(text)).get());
-    }
-    return array;
-}
-
-std::string XmlServices(const Strings &services, const std::string &before = "")
-{
-    std::string text =
-        "<plist version=\"1.0\"><dict>" + before + "<key>EnabledServices</key><array>";
-    for (const std::string &service : services) {
-        text += "<string>" + service + "</string>";
-    }
-    return text + "</array></dict></plist>\n";
-}
-
-// A folder with a preferences file, or the place for one.
-class Preferences : public testing::Test {
-protected:
-    Session Open() { return Session(SCPreferencesCreate(nullptr, CFSTR("a test"), mID.get())); }
-
-    void Write(const std::string &bytes, const std::string &suffix = "") const
-    {
-        std::ofstream(mPath + suffix, std::ios::binary) << bytes;
-    }
-    // Replaces the file as other programs do.
-    void Replace(const std::string &bytes) const
-    {
-        Write(bytes, "-other");
-        fs::rename(mPath + "-other", mPath);
-    }
-    std::string Read(const std::string &suffix = "") const
-    {
-        std::ifstream file(mPath + suffix, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    struct stat Status() const
-    {
-        struct stat status = {};
-        EXPECT_EQ(stat(mPath.c_str(), &status), 0);
-        return status;
-    }
-    Strings Files() const
-    {
-        Strings names;
-        for (const auto &entry : fs::directory_iterator(mFolder.Path())) {
-            names.push_back(entry.path().filename());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
-    // What a session of its own sees under EnabledServices; "none" for no array.
-    Strings Services() { return ServicesOf(Open().get()); }
-    static Strings ServicesOf(SCPreferencesRef session)
-    {
-        const CFTypeRef value = SCPreferencesGetValue(session, CFSTR("EnabledServices"));
-        if (value == nullptr || CFGetTypeID(value) != CFArrayGetTypeID()) { return {"none"}; }
-        Strings texts;
-        const auto array = static_cast<CFArrayRef>(value);
-        for (CFIndex i = 0; i < CFArrayGetCount(array); i++) {
-            texts.push_back(static_cast<CFStringRef>(CFArrayGetValueAtIndex(array, i))->mText);
-        }
-        return texts;
-    }
-    static bool SetServices(SCPreferencesRef session, const Strings &services)
-    {
-        return SCPreferencesSetValue(session, CFSTR("EnabledServices"), ArrayOf(services).get());
-    }
-
-    bool IsLockFree() const
-    {
-        const int fd = open((mPath + "-lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-        const bool isFree = flock(fd, LOCK_EX | LOCK_NB) == 0;
-        if (isFree) { unlink((mPath + "-lock").c_str()); }
-        close(fd);
-        return isFree;
-    }
-
-    TemporaryFolder mFolder;
-    std::string mPath = mFolder.Path() + "/com.apple.smb.server.plist";
-    CFOwned<CFStringRef> mID{CFStringCreateWithText(mPath)};
-};
-
-#define EXPECT_SC_ERROR(call, error)                                                               \
-    do {                                                                                           \
-        EXPECT_FALSE(call);                                                                        \
-        EXPECT_EQ(SCError(), error);                                                               \
-    } while (false)
-
-// A process that does some work and then waits to be told to go on, or to be killed.
-class Child {
-public:
-    explicit Child(const std::function<bool(const std::function<void()> &ready)> &work)
-    {
-        int toParent[2], toChild[2];
-        EXPECT_EQ(pipe2(toParent, O_CLOEXEC) | pipe2(toChild, O_CLOEXEC), 0);
-        mPid = fork();
-        if (mPid == 0) {
-            close(toParent[0]);
-            close(toChild[1]);
-            char byte = 0;
-            const bool done = work([&] {
-                (void)!write(toParent[1], "", 1);
-                (void)!read(toChild[0], &byte, 1);
-            });
-            _exit(done ? 0 : 1);
-        }
-        close(toParent[1]);
-        close(toChild[0]);
-        mFromChild = toParent[0];
-        mToChild = toChild[1];
-        char byte;
-        EXPECT_EQ(read(mFromChild, &byte, 1), 1) << "the other process failed";
-    }
-    ~Child()
-    {
-        if (mPid > 0) { Kill(); }
-        close(mFromChild);
-        close(mToChild);
-    }
-    void GoOn() const { EXPECT_EQ(write(mToChild, "", 1), 1); }
-    bool Finish()
-    {
-        int status = 1;
-        waitpid(std::exchange(mPid, -1), &status, 0);
-        return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    }
-    void Kill()
-    {
-        kill(mPid, SIGKILL);
-        waitpid(std::exchange(mPid, -1), nullptr, 0);
-    }
-
-private:
-    pid_t mPid = -1;
-    int mFromChild = -1, mToChild = -1;
-};
 
 // Whether the check holds for a user that is not root.
 bool HoldsForNobody(const std::function<bool()> &check, bool alsoReally)

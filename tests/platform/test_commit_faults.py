@@ -8,6 +8,7 @@ COMMIT_ONCE is the program that commits.  Needs root and strace.
 """
 
 import collections
+import errno
 import os
 import plistlib
 import random
@@ -28,7 +29,51 @@ KEY = "EnabledServices"
 OTHERS = {"ServerDescription": "a & b\rc", "MaxClients": 100, "wins server": [{"": b"\0"}], "ratio": 0.1}
 MODE = 0o640
 QUIET = {"capture_output": True, "text": True, "timeout": 60}
+RECORD = "user.pelago.service"
 ROUNDS = int(os.environ.get("COMMIT_ROUNDS", 25))  # of two commits at once
+
+
+Start = collections.namedtuple("Start", "form services owner", defaults=[None])
+STARTS = {
+    "no file": None,
+    "without the service": Start(plistlib.FMT_XML, ["print"]),
+    "with the service": Start(plistlib.FMT_XML, ["print", "disk"]),
+    "binary": Start(plistlib.FMT_BINARY, []),
+    "with the service of a program that runs": Start(plistlib.FMT_XML, ["disk", "print"], "runs"),
+    "with the service of a dead program": Start(plistlib.FMT_BINARY, ["disk", "print"], "dead"),
+}
+# Where one of these fails, a program may not learn that an owner is dead, or who it is itself.
+UNSURE = ("fgetxattr", "kill", "openat", "read")
+
+
+def process_mark(pid):
+    fields = Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
+    return f"{pid} {fields[19]} {Path('/proc/sys/kernel/random/boot_id').read_text().strip()}".encode()
+
+
+def mark_of_the_dead():
+    with subprocess.Popen(["sleep", "60"]) as process:
+        mark = process_mark(process.pid)
+        process.kill()
+    return mark
+
+
+OWNERS = {None: None, "runs": process_mark(os.getpid()), "dead": mark_of_the_dead()}
+
+
+def is_dead(record):
+    try:
+        return record is not None and process_mark(record.split()[0].decode()) != record
+    except FileNotFoundError:
+        return True
+
+
+def toggled(services, owner_is_dead):
+    """What a run makes of these services, when it knows about their owner."""
+    seen = list(services or [])
+    if owner_is_dead and "disk" in seen:
+        seen.remove("disk")
+    return [service for service in seen if service != "disk"] if "disk" in seen else seen + ["disk"]
 
 
 class Case(unittest.TestCase):
@@ -39,21 +84,33 @@ class Case(unittest.TestCase):
         self.path = self.folder / "com.apple.smb.server.plist"
 
     def put(self, start):
-        """The file before a run: its format and services, or None for no file."""
+        """The file before a run, or None for no file."""
         for path in self.folder.iterdir():
             path.unlink()
         if start is not None:
-            form, services = start
-            value = dict(OTHERS, **{KEY: services})
-            if form == plistlib.FMT_XML:  # plistlib writes no carriage returns
+            value = dict(OTHERS, **{KEY: start.services})
+            if start.form == plistlib.FMT_XML:  # plistlib writes no carriage returns
                 value["ServerDescription"] = "a & b"
-            self.path.write_bytes(plistlib.dumps(value, fmt=form))
+            self.path.write_bytes(plistlib.dumps(value, fmt=start.form))
             self.path.chmod(MODE)
-        self.before = self.path.read_bytes() if start is not None else None
+            if start.owner:
+                os.setxattr(self.path, RECORD, OWNERS[start.owner])
+        self.before = self.present()
+
+    def record(self):
+        try:
+            return os.getxattr(self.path, RECORD)
+        except OSError as error:
+            self.assertEqual(error.errno, errno.ENODATA)
+            return None
+
+    def present(self):
+        """The file's bytes and record; None for no file."""
+        return (self.path.read_bytes(), self.record()) if self.path.exists() else None
 
     @property
     def command(self):
-        return [COMMIT_ONCE, str(self.path)]
+        return [COMMIT_ONCE, str(self.path), "disk"]
 
     def run_once(self):
         return subprocess.run(self.command, **QUIET)
@@ -61,41 +118,42 @@ class Case(unittest.TestCase):
     def failing_at(self, call, ordinal, error, *selection):
         return straced.failing_at(call, ordinal, error, self.command, *selection, **QUIET)
 
-    def outcome(self, start, point):
-        """"old" or "new"; anything else is a failure."""
-        present = self.path.read_bytes() if self.path.exists() else None
-        if present == self.before:
+    def outcome(self, start, point, failed=None):
+        """"old" or "new"; anything else is a failure.  failed is the call that was made to fail."""
+        if self.present() == self.before:
             return "old"
-        self.assertIsNotNone(present, f"{point}: the file is gone")
+        self.assertIsNotNone(self.present(), f"{point}: the file is gone")
+        present, record = self.present()
         value = plistlib.loads(present)
         services = value.pop(KEY)
+        is_dead_s = start is not None and start.owner == "dead"
+        expected = [toggled(start and start.services, is_dead_s)]
+        if is_dead_s and failed in UNSURE:
+            expected.append(toggled(start.services, False))
+        self.assertIn(services, expected, point)
+        if "disk" not in services:
+            self.assertIsNone(record, point)
+        elif record is not None or failed not in (*UNSURE, "fsetxattr"):
+            self.assertTrue(is_dead(record), f"{point}: {record}")  # that run's own
+            self.assertNotIn(record, OWNERS.values(), point)
         if start is None:
-            self.assertEqual((value, services), ({}, ["disk"]), point)
+            self.assertEqual(value, {}, point)
             return "new"
-        form, old = start
-        self.assertEqual(services, [s for s in old if s != "disk"] if "disk" in old else old + ["disk"], point)
-        before = plistlib.loads(self.before)
+        before = plistlib.loads(self.before[0])
         del before[KEY]
         self.assertEqual(value, before, point)
-        self.assertEqual(present.startswith(b"bplist00"), form == plistlib.FMT_BINARY, point)
+        self.assertEqual(present.startswith(b"bplist00"), start.form == plistlib.FMT_BINARY, point)
         self.assertEqual(self.path.stat().st_mode & 0o7777, MODE, point)
         return "new"
 
-    def judge_the_next_run(self, start, outcome, point):
-        services = (start[1] if start else None) if outcome == "old" else plistlib.loads(self.path.read_bytes())[KEY]
-        expected = ["disk"] if services is None else [s for s in services if s != "disk"] if "disk" in services else services + ["disk"]
+    def judge_the_next_run(self, point):
+        services = plistlib.loads(self.path.read_bytes())[KEY] if self.path.exists() else None
+        expected = toggled(services, self.path.exists() and is_dead(self.record()))
         run = self.run_once()
         self.assertEqual(run.returncode, 0, f"{point}: {run.stderr}")
         self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], expected, point)
+        self.assertEqual(is_dead(self.record()), "disk" in expected, point)
         self.assertEqual([path.name for path in self.folder.iterdir()], [self.path.name], point)
-
-
-STARTS = {
-    "no file": None,
-    "without the service": (plistlib.FMT_XML, ["print"]),
-    "with the service": (plistlib.FMT_XML, ["print", "disk"]),
-    "binary": (plistlib.FMT_BINARY, []),
-}
 
 
 class KilledAnywhere(Case):
@@ -110,7 +168,7 @@ class KilledAnywhere(Case):
                     outcome = self.outcome(start, point)
                     outcomes[outcome] += 1
                     leftovers.update(path.suffix for path in self.folder.iterdir())
-                    self.judge_the_next_run(start, outcome, point)
+                    self.judge_the_next_run(point)
                 print(f"killed, {name}: {dict(outcomes)}, left behind: {dict(leftovers)}")
                 self.assertGreater(sum(outcomes.values()), 40)
                 self.assertGreater(outcomes["old"], 10)
@@ -138,7 +196,7 @@ class RefusedAnywhere(Case):
                     self.put(start)
                     run = self.failing_at(call, ordinal, error)
                     self.assertIn(run.returncode, (0, 1, 2), f"{point}: {run.stderr}")
-                    outcome = self.outcome(start, point)
+                    outcome = self.outcome(start, point, call)
                     self.assertEqual(outcome, "new" if run.returncode == 0 else "old", point)
                     outcomes[outcome] += 1
                     if error == "EINTR":
@@ -146,7 +204,7 @@ class RefusedAnywhere(Case):
                     if call != "unlink":
                         self.assertFalse(Path(f"{self.path}-new").exists(), point)
                         self.assertFalse(Path(f"{self.path}-lock").exists() and run.returncode == 1, point)
-                    self.judge_the_next_run(start, outcome, point)
+                    self.judge_the_next_run(point)
                 print(f"refused, {name}: {dict(outcomes)}")
                 self.assertGreater(sum(outcomes.values()), 35)
                 self.assertGreater(outcomes["old"], 20)
@@ -171,7 +229,7 @@ class RefusedAnywhere(Case):
                 self.put(start)
                 run = self.failing_at("fsync", None, "EIO", "-P", str(self.folder))
                 self.assertEqual(run.returncode, 1)
-                self.assertEqual(self.path.read_bytes() if self.path.exists() else None, self.before)
+                self.assertEqual(self.present(), self.before)
                 if start:
                     self.assertEqual(self.path.stat().st_mode & 0o7777, MODE)
 
@@ -180,9 +238,8 @@ class RefusedAnywhere(Case):
         self.put(STARTS["without the service"])
         big = plistlib.dumps({KEY: [], "x": "y" * 300000})
         self.path.write_bytes(big)
-        self.before = big
         limit = 100000
-        run = subprocess.run(["prlimit", f"--fsize={limit}", "sh", "-c", 'trap "" XFSZ; exec "$0" "$1"', COMMIT_ONCE, str(self.path)],
+        run = subprocess.run(["prlimit", f"--fsize={limit}", "sh", "-c", 'trap "" XFSZ; exec "$@"', "sh", *self.command],
                              capture_output=True, text=True, timeout=60)
         self.assertEqual((run.returncode, run.stderr), (1, "commitOnce: 27\n"))  # EFBIG, after a short write
         self.assertEqual(self.path.read_bytes(), big)
@@ -204,20 +261,27 @@ class CallsOfACommit(Case):
             found = [i for i, point in enumerate(calls) if re.match(pattern, point.line)]
             self.assertEqual(len(found), 1, f"{pattern} in {calls}")
             return found[0]
-        order = [only(r"write\(\d+<FILE-new>"), only(r"fsync\(\d+<FILE-new>"), only(r"close\(\d+<FILE-new>"),
+        order = [only(r"write\(\d+<FILE-new>"), only(r"fsetxattr\(\d+<FILE-new>"), only(r"fsync\(\d+<FILE-new>"), only(r"close\(\d+<FILE-new>"),
                  only(r'rename\("FILE-new", "FILE"\)'), only(r"fsync\(\d+<FOLDER>")]
         self.assertEqual(order, sorted(order), calls)
 
     def test_there_is_none_too_many(self):
         calls = self.commit_calls()
         counts = collections.Counter("stat" if point.name in ("newfstatat", "fstat", "stat") else point.name for point in calls)
-        # Read: open, stat, read, close.  Commit: the stat for owner and mode, the folder, the new file with the
-        # stat for its signature.
+        # Read: open, stat, read, the record, close.  Commit: the stat for owner and mode, the folder, the new file
+        # with its record and the stat for its signature.
         self.assertEqual(counts, {"access": 1, "openat": 3, "stat": 3, "read": 1, "fchown": 1, "fchmod": 1, "write": 1,
+                                  "fgetxattr": 1, "fsetxattr": 1,
                                   "fsync": 2, "rename": 1, "close": 3}, calls)
 
 
 class TwoAtOnce(Case):
+    SERVICE = "fax"  # which nobody owns: whether the other run has ended makes no difference
+
+    @property
+    def command(self):
+        return [COMMIT_ONCE, str(self.path), self.SERVICE]
+
     def race(self, mode, seed):
         """Two runs with delays of their own; the number of those that committed."""
         runs, chance = [], random.Random(seed)
@@ -248,7 +312,7 @@ class TwoAtOnce(Case):
                 committed = self.race(["unlocked"], seed)
                 counts[committed] += 1
                 self.assertGreaterEqual(committed, 1)
-                self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print", "disk"] if committed == 1 else ["print"])
+                self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print", self.SERVICE] if committed == 1 else ["print"])
                 self.assertEqual([path.name for path in self.folder.iterdir()], [self.path.name])
         self.assertGreater(counts[1], 0, "the two never met")
 
@@ -267,7 +331,7 @@ class TwoAtOnce(Case):
         # It dies at the end of the delay: strace holds it until then.
         os.kill(int(Path(f"{self.path}-lock").read_text()), signal.SIGKILL)
         self.assertEqual(waiting.wait(10), 0)
-        self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print", "disk"])
+        self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print", self.SERVICE])
 
 
 if __name__ == "__main__":

@@ -23,13 +23,16 @@ ERRORS = {
     "execve": ["EACCES", "EIO", "ENOMEM", "ETXTBSY"],
     "fchmod": ["EPERM", "EIO"],
     "fchown": ["EPERM", "EIO", "EDQUOT"],
+    "fgetxattr": ["ENODATA", "EOPNOTSUPP", "EIO"],
     "flock": ["ENOLCK", "EINTR"],
     "fork": ["EAGAIN", "ENOMEM"],
+    "fsetxattr": ["EOPNOTSUPP", "ENOSPC", "EDQUOT", "EIO"],
     "fstat": ["EIO", "ENOMEM"],
     "fsync": ["EIO", "ENOSPC", "EDQUOT"],
     "ftruncate": ["EIO"],
     "getrandom": ["EAGAIN"],
     "ioctl": ["EIO"],
+    "kill": ["EPERM"],
     "lseek": ["ESPIPE"],
     "mmap": ["ENOMEM"],
     "mprotect": ["ENOMEM"],
@@ -115,6 +118,7 @@ def killed_at(point, command, **options):
 def failing_at(names, ordinal, error, command, *selection, **options):
     """Makes a call fail; returns the finished process.  It is an error when nothing was injected."""
     when = f":when={ordinal}" if ordinal else ""
+    LOG.unlink(missing_ok=True)  # an earlier run's says nothing of this one
     done = subprocess.run([*injecting(names, f"error={error}{when}", *selection), *command], **options)
     if not was_injected():
         raise AssertionError(f"{names}:{ordinal} was never reached")

@@ -72,6 +72,14 @@ class Failing(ToolCase):
                        + "Unable to disable Windows File Sharing\n", 1)
         self.assertEqual((self.called(), self.services()), (list(SCRIPTS), ["disk"]))
 
+    def test_a_file_system_without_attributes(self):
+        for call, error in (("fsetxattr", "EOPNOTSUPP"), ("fsetxattr", "ENOSPC"), ("fgetxattr", "EOPNOTSUPP")):
+            with self.subTest((call, error)):
+                self.write_prefs(["print"])
+                self.assertRun(self.failing(call, None, error), SHARED + DELETED,
+                               ENABLING + SHARING + WAITING + CLOSED + DISABLING, 0)
+                self.assertEqual(self.services(), ["print"])
+
 
 if __name__ == "__main__":
     unittest.main()

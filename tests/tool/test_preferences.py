@@ -133,6 +133,73 @@ class UsualFiles(ToolCase):
         self.assertEqual(sorted(os.listdir(PREFS.parent)), [PREFS.name])
 
 
+class AfterAKill(ToolCase):
+    """What a tool that is killed had switched on is off for the next one; what others switched on is not."""
+
+    def killed_while_sharing(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        process.kill()
+        process.wait()
+
+    def test_the_next_one_leaves_the_services_as_they_were_before_the_first(self):
+        for form in (plistlib.FMT_XML, plistlib.FMT_BINARY):
+            for services in ([], ["print"], ["print", "web"]):
+                with self.subTest((form, services)):
+                    content = {"EnabledServices": services, "Workgroup": "W"}
+                    PREFS.write_bytes(plistlib.dumps(content, fmt=form))
+                    for _ in range(3):
+                        self.killed_while_sharing()
+                        self.assertEqual(self.services(), services + ["disk"], "it stays, but once")
+                    self.assertRun(self.run_tool(), SHARED + DELETED, WHOLE_ERR, 0)
+                    self.assertEqual(self.prefs(), content)
+
+    def test_a_kill_while_a_script_runs_is_undone_as_well(self):
+        self.write_prefs(["print"])
+        for name in ("adduser", "addshare", "rmshare"):
+            with self.subTest(name):
+                self.script_does(name, "kill -KILL $PPID")
+                self.assertEqual(self.run_tool()[2], -9)
+                self.assertEqual(self.services(), ["print", "disk"])
+                self.script_does(name, "")
+                self.assertRun(self.run_tool(), SHARED + DELETED, WHOLE_ERR, 0)
+                self.assertEqual(self.services(), ["print"])
+
+    def test_a_service_that_was_on_stays_on(self):
+        self.write_prefs(["disk", "print"])
+        self.killed_while_sharing()
+        self.assertRun(self.run_tool(), SHARED + DELETED, SHARING + WAITING + CLOSED, 0)
+        self.assertEqual(self.services(), ["disk", "print"])
+
+    def test_a_service_that_an_administrator_switched_on_since_stays_on(self):
+        self.killed_while_sharing()
+        newer = PREFS.with_name("newer")
+        newer.write_bytes(PREFS.read_bytes())
+        newer.rename(PREFS)
+        self.assertRun(self.run_tool(), SHARED + DELETED, SHARING + WAITING + CLOSED, 0)
+        self.assertEqual(self.services(), ["disk"])
+
+    def test_a_tool_that_runs_keeps_its_service(self):
+        first = self.start()
+        self.wait_until_shared(first)
+        self.killed_while_sharing()
+        self.assertRun(self.run_tool(), SHARED + DELETED, SHARING + WAITING + CLOSED, 0)
+        self.assertEqual(self.services(), ["disk"])
+        self.assertEqual(self.finish(first)[2], 0)
+        self.assertEqual(self.services(), [])
+
+    def test_who_takes_over_from_a_killed_one_ends_it_for_both(self):
+        self.killed_while_sharing()
+        second = self.start()
+        self.wait_until_shared(second)
+        third = self.start()
+        self.wait_until_shared(third)
+        self.assertEqual(self.finish(third), (DELETED, SHARING + WAITING + CLOSED, 0))
+        self.assertEqual(self.services(), ["disk"])
+        self.assertEqual(self.finish(second)[2], 0)
+        self.assertEqual(self.services(), [])
+
+
 class SeveralTools(ToolCase):
     def test_two_at_once_leave_the_switch_as_it_was(self):
         chance = random.Random(1)

@@ -201,7 +201,8 @@ class Waiting(ToolCase):
         process.wait()
         self.assertEqual(self.services(), ["disk"])
         self.assertEqual(self.called(), ["adduser", "addshare"])
-        self.assertRun(self.run_tool(), SHARED + DELETED, SHARING + WAITING + CLOSED, 0)
+        self.assertRun(self.run_tool(), SHARED + DELETED, ENABLING + SHARING + WAITING + CLOSED + DISABLING, 0)
+        self.assertEqual(self.services(), [])
 
     def test_only_the_first_of_two_disks_is_removed(self):
         process = self.start()

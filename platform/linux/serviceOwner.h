@@ -1,0 +1,41 @@
+/*
+ * serviceOwner.h -- who switched the SMB service on.
+ *
+ * The service is on while the array under SERVICE_KEY holds "disk".  A program that adds it is its
+ * owner: the file carries the mark of its process (processMark.h) as a record until "disk" goes.
+ * When the owner has ended without taking it out, whoever changes the preferences takes it for
+ * gone. "disk" without a record is an administrator's, and stays.
+ *
+ * The array is nullptr, or any other value, for a file that has no such array.  All of these may
+ * throw std::bad_alloc.
+ */
+#ifndef PELAGO_LINUX_SERVICEOWNER_H
+#define PELAGO_LINUX_SERVICEOWNER_H
+
+#include "cfTypes.h"
+
+#include <string>
+
+constexpr char SERVICE_KEY[] = "EnabledServices";
+
+enum class ServiceOwner {
+    Nobody, // the service is off, or on for good
+    Runs,
+    Dead
+};
+
+size_t ServiceCount(CFTypeRef services); // how often the array holds "disk"
+inline bool ServiceIsOn(CFTypeRef services) { return ServiceCount(services) > 0; }
+ServiceOwner ServiceOwnerOf(CFTypeRef services, const std::string &record);
+
+// The record for a change of the array by this process, from so many "disk" to so many; empty for
+// none.
+std::string ServiceRecordAfter(size_t before, size_t after, const std::string &recordBefore);
+
+void ServiceAppend(CFMutableArrayRef services);
+
+// A copy without the first "disk", which is what an owner takes out at its end, or without any.
+CFOwned<CFMutableArrayRef> ServiceCopyWithoutFirst(CFArrayRef services);
+CFOwned<CFMutableArrayRef> ServiceCopyWithoutAny(CFArrayRef services);
+
+#endif /* PELAGO_LINUX_SERVICEOWNER_H */
