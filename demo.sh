@@ -103,7 +103,7 @@ END_OF_PREFS
     printf 'Dear Alice, this is for your eyes only.\n' >"$folder/letter.txt"
     chown -R carol "$folder"
     chmod 0700 "$folder"
-    timeout 300 "$bundle/Contents/Library/switch/smbSwitch.sh" &
+    timeout 300 "$bundle/Contents/Library/host/pelagoHost" switch &
     tell "carol has $folder (mode 0700), the SMB service is off,"
     tell 'bob is a user of this host, and alice is nobody yet.'
     expect 'no alice here' notHere isUser alice

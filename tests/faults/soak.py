@@ -62,7 +62,7 @@ class Machine:
         shutil.copytree(Path(os.environ["PELAGO_TOOL"]).parents[3], BUNDLE)
         PREFS.parent.mkdir(parents=True, exist_ok=True)
         self.switch_service(False)
-        self.switch = subprocess.Popen([BUNDLE / "Contents/Library/switch/smbSwitch.sh"], stdin=subprocess.DEVNULL)
+        self.switch = subprocess.Popen([BUNDLE / "Contents/Library/host/pelagoHost", "switch"], stdin=subprocess.DEVNULL)
         sambahost.command("useradd", "--no-create-home", "owner")
         (PLACE / "folder").mkdir(parents=True)
         (PLACE / "folder/f").write_bytes(CONTENT)

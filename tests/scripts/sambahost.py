@@ -23,6 +23,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1] / 'support'))
 from throwAway import require_sandbox  # noqa: E402
 
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+PROGRAM = os.path.dirname(SHARES) + '/host/pelagoHost'
 STATE = '/run/pelago'
 COMMENT = 'Pelago share user'
 PROGRAM_PATH = '/usr/sbin:/usr/bin:/sbin:/bin'

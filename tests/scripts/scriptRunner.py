@@ -53,9 +53,13 @@ class Session:
         self.process = subprocess.Popen([sys.executable, os.path.abspath(__file__)],
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
-    def run(self, argv):
+    def begin(self, argv):
+        """Starts a script and does not wait for it."""
         self.process.stdin.write(json.dumps([os.fsdecode(arg) for arg in argv]).encode() + b'\n')
         self.process.stdin.flush()
+
+    def run(self, argv):
+        self.begin(argv)
         answer = json.loads(self.process.stdout.readline())
         return Result(answer['status'],
                       base64.b64decode(answer['output']).decode(errors='surrogateescape'))

@@ -1,4 +1,4 @@
-"""The service switch: smbd runs while the preferences say so."""
+"""The service switch: smbd runs while the preferences say so, and dead sessions are cleared away."""
 
 import contextlib
 import fcntl
@@ -11,13 +11,16 @@ import subprocess
 import unittest
 
 import sambahost
-from sambahost import HANG, answers, command, wait_until, write
+from sambahost import HANG, PROGRAM, answers, command, wait_until, write
 
 FOLDER = '/Library/Preferences/SystemConfiguration'
 FILE = FOLDER + '/com.apple.smb.server.plist'
 LOCK = '/run/pelago-smb-switch.lock'
-SWITCH = '/opt/Pelago.app/Contents/Library/switch'
-SOURCE = sambahost.REPO + '/product/linux/switch'
+SWITCH = [PROGRAM, 'switch']
+
+
+STARTED = b'pelago-smb-switch: starting smbd, for the preferences enable file sharing\n'
+STOPPED = b'pelago-smb-switch: stopping smbd, for the preferences do not enable file sharing\n'
 
 
 def set_services(*services):
@@ -50,8 +53,6 @@ class Switch(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         sambahost.set_up()
-        shutil.copytree(SOURCE, SWITCH)
-        shutil.copy(os.environ['PELAGO_SERVICE_WANTED'], SWITCH + '/smbServiceWanted')
 
     def setUp(self):
         sambahost.watch_for_a_hang(self)
@@ -64,7 +65,7 @@ class Switch(unittest.TestCase):
         if self.loop and self.loop.poll() is None:
             self.loop.kill()
             self.loop.wait()
-        for program in ('inotifywait', 'smbd', 'samba-dcerpcd'):
+        for program in ('smbd', 'samba-dcerpcd'):
             for pid in processes(program):
                 with contextlib.suppress(ProcessLookupError):
                     os.kill(pid, signal.SIGTERM)
@@ -72,34 +73,34 @@ class Switch(unittest.TestCase):
 
     def start_loop(self):
         # pylint: disable=consider-using-with
-        self.loop = subprocess.Popen([SWITCH + '/smbSwitch.sh'], start_new_session=True,
+        self.loop = subprocess.Popen(SWITCH, start_new_session=True,
                                      stdin=subprocess.DEVNULL, stderr=subprocess.PIPE)
         self.addCleanup(self.loop.stderr.close)
 
     def once(self):
-        return subprocess.run([SWITCH + '/smbSwitch.sh', '--once'], stdin=subprocess.DEVNULL,
+        return subprocess.run([*SWITCH, '--once'], stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG,
                               check=False)
 
     def assert_once(self):
         done = self.once()
-        self.assertEqual((done.returncode, done.stdout), (0, b''))
+        self.assertEqual(done.returncode, 0, done.stdout)
+        return done.stdout
 
     def end_of_loop(self):
-        """The loop has ended by itself, without leaving its watcher behind; (status, stderr)."""
+        """The loop has ended by itself; (status, stderr)."""
         output = self.loop.communicate(timeout=HANG)[1].decode()
-        wait_until(lambda: not processes('inotifywait'), 'the end of the watcher')
         return self.loop.returncode, output
 
     def test_once_switches_on_and_off_and_twice_does_no_harm(self):
         set_services('disk')
-        self.assert_once()
+        self.assertEqual(self.assert_once(), STARTED)
         self.assertTrue(answers())
         before = sorted(processes('smbd'))
-        self.assert_once()
+        self.assertEqual(self.assert_once(), b'')
         self.assertEqual(sorted(processes('smbd')), before)
         set_services('print')
-        self.assert_once()
+        self.assertEqual(self.assert_once(), STOPPED)
         wait_until(is_off, "the end of smbd's children")
         self.assert_once()
 
@@ -121,14 +122,6 @@ class Switch(unittest.TestCase):
                 self.assertIn(b'stays as it is', done.stdout)
                 self.assertEqual(answers(), running)
 
-    def test_says_why_it_cannot_switch(self):
-        program = SWITCH + '/smbServiceWanted'
-        os.rename(program, program + '.away')
-        self.addCleanup(os.rename, program + '.away', program)
-        done = self.once()
-        self.assertEqual(done.returncode, 1)
-        self.assertIn(b'smbServiceWanted ended with status 127', done.stdout)
-
     def test_does_not_take_a_configuration_that_cannot_be_read_for_a_service_that_is_off(self):
         set_services('disk')
         self.assert_once()
@@ -144,7 +137,7 @@ class Switch(unittest.TestCase):
 
     def test_refuses_wrong_arguments(self):
         for args in (['--twice'], ['--once', 'more'], ['']):
-            done = subprocess.run([SWITCH + '/smbSwitch.sh', *args], stderr=subprocess.PIPE,
+            done = subprocess.run([*SWITCH, *args], stderr=subprocess.PIPE,
                                   timeout=HANG, check=False)
             self.assertEqual(done.returncode, 1)
             self.assertIn(b'usage', done.stderr)
@@ -202,12 +195,6 @@ class Switch(unittest.TestCase):
         self.assertEqual((before.st_uid, before.st_mode & 0o7777), (0, 0o600))
         self.assert_once()
         self.assertEqual(os.stat(LOCK).st_ino, before.st_ino, 'one lock for all')
-
-    def test_does_not_wait_for_ever(self):
-        with sambahost.stand_in('flock', '[ "$*" != "-w 120 9" ] || exit 1'):
-            done = self.once()
-        self.assertEqual(done.returncode, 1)
-        self.assertIn(b'another look has not ended', done.stdout)
 
     def test_follows_every_replacement_of_the_file(self):
         self.start_loop()
@@ -270,52 +257,34 @@ class Switch(unittest.TestCase):
         self.assertEqual(status, 1)
         self.assertIn('cannot watch ' + FOLDER, output)
 
-    def test_leaves_no_pipe_behind_however_it_ends(self):
-        os.rename('/usr/bin/mkfifo', '/usr/bin/mkfifo.real')
-        self.addCleanup(os.rename, '/usr/bin/mkfifo.real', '/usr/bin/mkfifo')
-        before = os.listdir('/tmp')
-        for text, status in (('exit 1', 1), ('/usr/bin/mkfifo.real "$@"; kill "$PPID"', 128 + signal.SIGTERM)):
-            with self.subTest(text):
-                write('/usr/bin/mkfifo', '#!/bin/sh\n%s\n' % text, 0o755)
-                self.start_loop()
-                self.assertEqual(self.end_of_loop()[0], status)
-                self.assertEqual(os.listdir('/tmp'), before)
-
-    def test_ends_when_its_watcher_is_killed(self):
-        set_services('disk')
-        self.start_loop()
-        wait_until(answers, 'the loop to be under way')
-        for pid in processes('inotifywait'):
-            os.kill(pid, signal.SIGKILL)
-        status, output = self.end_of_loop()
-        self.assertEqual(status, 1)
-        self.assertIn('inotifywait has ended', output)
-
-    def test_a_signal_ends_it_and_its_watcher_but_not_smbd(self):
-        for number in (signal.SIGTERM, signal.SIGHUP):
+    def test_a_signal_ends_it_but_not_smbd(self):
+        for number, status in ((signal.SIGTERM, 0), (signal.SIGHUP, 128 + signal.SIGHUP)):
             with self.subTest(number):
                 set_services('disk')
                 self.start_loop()
                 wait_until(answers, 'the loop to be under way')
-                wait_until(lambda: processes('inotifywait'), 'the watcher')
                 self.loop.send_signal(number)
-                self.assertEqual(self.end_of_loop()[0], 128 + number)
+                self.assertEqual(self.end_of_loop()[0], status)
                 self.assertTrue(answers())
 
     def test_leaves_smbd_to_systemd_where_that_is_process_1(self):
         os.makedirs('/run/systemd/system')
         self.addCleanup(os.removedirs, '/run/systemd/system')
-        log = FOLDER + '/calls'
-        with sambahost.stand_in('systemctl', 'echo "$@" >>%s' % log):
-            set_services('disk')
-            self.assert_once()
-            set_services()
-            self.assert_once()
-        self.assertEqual(sambahost.read(log), b'start smbd.service\nstop smbd.service\n')
-        wait_until(is_off, "the end of smbd's children")
-        with sambahost.stand_in('systemctl', 'exit 5'):
+        log, active = FOLDER + '/calls', FOLDER + '/active'
+        unit = ('echo "$@" >>%s; case "$1" in start) touch %s ;; stop) rm %s ;; *) [ -e %s ] ;; esac'
+                % (log, active, active, active))
+        with sambahost.stand_in('systemctl', unit):
+            for services in (('disk',), ('disk',), (), ()):
+                set_services(*services)
+                self.assert_once()
+        asked = b'is-active --quiet smbd.service\n'
+        self.assertEqual(sambahost.read(log), asked + b'start smbd.service\n' + asked + asked
+                         + b'stop smbd.service\n' + asked)
+        self.assertEqual(processes('smbd'), [])
+        with sambahost.stand_in('systemctl', 'echo why >&2; [ "$1" = is-active ]'):
             done = self.once()
-        self.assertEqual((done.returncode, done.stdout), (1, b'smbSwitch.sh: cannot stop smbd\n'))
+        self.assertEqual((done.returncode, done.stdout),
+                         (1, STOPPED + b'pelago-smb-switch: cannot stop smbd: why\n'))
 
 
 class Unit(unittest.TestCase):
@@ -325,19 +294,14 @@ class Unit(unittest.TestCase):
         self.lines = sambahost.read(self.unit).decode().splitlines()
 
     def test_is_a_service_that_stays(self):
-        self.assertEqual([name for name in os.listdir(SOURCE) if not name.endswith('.sh')],
-                         ['pelago-smb-switch.service.in'], 'a path unit would lose changes')
         for line in ('Type=simple', 'Restart=always'):
             self.assertIn(line, self.lines)
 
-    def test_starts_the_switch_where_it_is_installed_and_satisfies_systemd(self):
+    def test_starts_the_switch_where_it_is_installed(self):
         program = [line.removeprefix('ExecStart=') for line in self.lines
                    if line.startswith('ExecStart=')]
         self.assertEqual(len(program), 1)
-        self.assertRegex(program[0], '^/.+/Pelago.app/Contents/Library/switch/smbSwitch.sh$')
-        sambahost.set_up()
-        shutil.copytree(SOURCE, os.path.dirname(program[0]), dirs_exist_ok=True)
-        self.assertEqual(command('systemd-analyze', 'verify', '--man=no', self.unit), '')
+        self.assertRegex(program[0], '^/.+/Pelago.app/Contents/Library/host/pelagoHost switch$')
 
 
 if __name__ == '__main__':

@@ -24,7 +24,7 @@ def setUpModule():
     sambahost.set_up()
     shutil.copytree(Path(os.environ["PELAGO_TOOL"]).parents[3], BUNDLE)
     PREFS.parent.mkdir(parents=True, exist_ok=True)
-    switch = subprocess.Popen([BUNDLE / "Contents/Library/switch/smbSwitch.sh"], stderr=subprocess.DEVNULL)
+    switch = subprocess.Popen([BUNDLE / "Contents/Library/host/pelagoHost", "switch"], stderr=subprocess.DEVNULL)
     sambahost.command("useradd", "--no-create-home", "owner")
 
 

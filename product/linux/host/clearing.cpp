@@ -50,6 +50,17 @@ bool HasRecord(RecordKind kind, const std::string &id)
     return false;
 }
 
+bool IsAnyRecord(bool alive)
+{
+    const RecordsLock lock;
+    for (const RecordKind kind : {RecordKind::User, RecordKind::Share}) {
+        for (const Record &record : ReadRecords(kind)) {
+            if (record.IsAlive() == alive) { return true; }
+        }
+    }
+    return false;
+}
+
 // After a boot no record tells of users and shares; their marks do.
 bool ClearUnrecorded()
 {
@@ -115,13 +126,5 @@ bool ClearDeadSessions()
     return isDone;
 }
 
-bool IsAnySessionAlive()
-{
-    const RecordsLock lock;
-    for (const RecordKind kind : {RecordKind::User, RecordKind::Share}) {
-        for (const Record &record : ReadRecords(kind)) {
-            if (record.IsAlive()) { return true; }
-        }
-    }
-    return false;
-}
+bool IsAnySessionAlive() { return IsAnyRecord(true); }
+bool IsAnySessionDead() { return IsAnyRecord(false); }

@@ -1,7 +1,7 @@
 // main.cpp -- pelagoHost: what the four share scripts, the switch of the SMB service and the
 // administrator's commands run.  The first argument is the command; where the program is started by
 // the name of one of its commands, it is that one.
-#include "password.h"
+#include "administration.h"
 #include "report.h"
 #include "session.h"
 
@@ -30,16 +30,30 @@ constexpr Command COMMANDS[] = {
     {"addshare", "addshare.sh", AddShare},
     {"rmshare", "rmshare.sh", RemoveShare},
     {"rmuser", "rmuser.sh", RemoveUser},
+    {"switch", "pelago-smb-switch", SwitchService},
+    {"check", "pelago-share-check", CheckHost},
+    {"sessions", "pelago-share-sessions", ManageSessions},
+    {"service", "pelago-smb-service", ManageService},
 };
 
 constexpr int SIGNAL_STATUS = 128;
 
-const Command *FindCommand(const std::string &name)
+const Command *FindCommand(const std::string &name, const char *Command::*field)
 {
     for (const Command &command : COMMANDS) {
-        if (name == command.name) { return &command; }
+        if (name == command.*field) { return &command; }
     }
     return nullptr;
+}
+
+// The command, and where its arguments begin.
+std::pair<const Command *, int> ChooseCommand(int argc, char **argv)
+{
+    const std::string path = argc > 0 ? argv[0] : "";
+    if (const Command *own = FindCommand(path.substr(path.rfind('/') + 1), &Command::calledName)) {
+        return {own, 1};
+    }
+    return {argc > 1 ? FindCommand(argv[1], &Command::name) : nullptr, 2};
 }
 
 // Nothing of the caller's decides what root's programs do: not its environment, not its
@@ -100,12 +114,11 @@ extern "C" void Panic(const char *format, ...)
 int main(int argc, char **argv)
 {
     SettleProcess();
-    const Arguments arguments(argv + std::min(argc, 2), argv + argc);
-    const Command *command = argc < 2 ? nullptr : FindCommand(argv[1]);
+    const auto [command, first] = ChooseCommand(argc, argv);
     if (command == nullptr) {
         Say("usage: pelagoHost COMMAND [ARGUMENT...]");
         return EXIT_FAILURE;
     }
     SetProgramName(command->calledName);
-    return Run(*command, arguments);
+    return Run(*command, Arguments(argv + first, argv + argc));
 }

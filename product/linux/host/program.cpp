@@ -3,6 +3,8 @@
 
 #include "report.h"
 
+#include "closeDescriptors.h"
+
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -38,9 +40,10 @@ std::vector<char *> Vector(const std::vector<std::string> &arguments)
     }
     if (dup2(input, STDIN_FILENO) != -1 && dup2(output, STDOUT_FILENO) != -1 &&
         dup2(output, STDERR_FILENO) != -1) {
+        Host_CloseDescriptors(STDERR_FILENO + 1, INT_MAX); // the caller's are not its own
         execvp(vector[0], vector);
     }
-    dprintf(output, "cannot run %s: %s\n", vector[0], strerror(errno));
+    dprintf(STDERR_FILENO, "cannot run %s: %s\n", vector[0], strerror(errno));
     _exit(CANNOT_START);
 }
 

@@ -200,7 +200,7 @@ std::vector<std::string> HostObstacles(const SambaConfiguration &configuration,
         "Samba lets in clients of SMB 1, which cannot be held to the share's rules: set \"server "
         "min protocol = SMB2\" in smb.conf");
     forbid(!SmallLetters(global("server max protocol", "SMB3")).starts_with("smb3") ||
-               IsSameValue(global("server smb encrypt", "default"), "off"),
+               IsSameValue(global("server smb encrypt", "default"), "no"),
            "Samba cannot encrypt what it sends: take \"server max protocol\" and \"server smb "
            "encrypt\" out of smb.conf");
     forbid(IsSameValue(global("ntlm auth", ""), "disabled"),

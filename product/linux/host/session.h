@@ -30,7 +30,8 @@ bool TakeAwayShare(const Record &record);
 // Clears away what dead sessions left; false when something of it is still there.  What belongs to
 // a session that lives is not touched.
 bool ClearDeadSessions();
-// Whether any session lives.
+// Whether any user or share belongs to a session that lives, and whether any was left behind.
 bool IsAnySessionAlive();
+bool IsAnySessionDead();
 
 #endif // PELAGO_HOST_SESSION_H

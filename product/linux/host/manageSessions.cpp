@@ -1,0 +1,170 @@
+// manageSessions.cpp -- what sessions have made, listed and ended.
+#include "administration.h"
+
+#include "accounts.h"
+#include "processes.h"
+#include "report.h"
+#include "samba.h"
+#include "smbService.h"
+#include "waiting.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+
+namespace {
+
+constexpr char TOOL[] = "pelagoShareTool";
+constexpr int END_SECONDS = 5; // how long a tool may take to end
+
+std::vector<Record> AllRecords()
+{
+    const RecordsLock lock;
+    std::vector<Record> records = ReadRecords(RecordKind::User);
+    for (Record &share : ReadRecords(RecordKind::Share)) {
+        records.push_back(std::move(share));
+    }
+    return records;
+}
+
+// Of a user, his name; of a share, that of the user whom it is for.
+std::string UserOf(const Record &record)
+{
+    return record.kind == RecordKind::User ? record.id : record.Get("user");
+}
+
+std::string DescribeState(const Record &record)
+{
+    const std::string pid = record.session ? std::to_string(record.session->pid) : "?";
+    if (record.maker) {
+        return record.IsAlive() ? "a script works on it, for " + pid : "half done";
+    }
+    return record.IsAlive() ? "in use by " + ProgramOf(pid) + ' ' + pid : "left by " + pid;
+}
+
+void Show(const Record &record)
+{
+    const std::string what = record.kind == RecordKind::User
+                                 ? "user " + record.id
+                                 : "share " + Quoted(record.Get("share")) + " of " +
+                                       Quoted(record.Get("folder")) + " for " + record.Get("user") +
+                                       " (" + record.Get("access") + ")";
+    printf("%s: %s\n", what.c_str(), DescribeState(record).c_str());
+}
+
+// Marks tell of users and shares whose records a boot has taken.
+void ShowUnrecorded(const std::vector<Record> &records)
+{
+    const auto isRecorded = [&](RecordKind kind, const std::string &id) {
+        return std::ranges::any_of(
+            records, [&](const Record &record) { return record.kind == kind && record.id == id; });
+    };
+    for (const std::string &user : OurAccounts()) {
+        if (!isRecorded(RecordKind::User, user)) {
+            printf("user %s: left from before the last boot\n", user.c_str());
+        }
+    }
+    const SambaConfiguration configuration = SambaConfiguration::Read();
+    for (const std::string &share : configuration.Shares()) {
+        const std::string id = IdOfSharePath(configuration.PathOf(share));
+        if (!id.empty() && !isRecorded(RecordKind::Share, id)) {
+            printf("share %s: left from before the last boot\n", Quoted(share).c_str());
+        }
+    }
+}
+
+void ListSessions()
+{
+    const std::vector<Record> records = AllRecords();
+    for (const Record &record : records) {
+        Show(record);
+    }
+    ShowUnrecorded(records);
+}
+
+void Clean()
+{
+    if (!ClearDeadSessions()) { Fail("something of a dead session is still there"); }
+}
+
+// Ends the tool, which then undoes nothing: its caller sees that a signal ended it.  Scripts that
+// somebody runs by hand have his shell for their session; that is not ended.
+void EndTool(const ProcessMark &session)
+{
+    if (!session.IsRunning() || ProgramOf(std::to_string(session.pid)) != TOOL) { return; }
+    Say("ending " + std::string(TOOL) + ' ' + std::to_string(session.pid));
+    kill(session.pid, SIGTERM);
+    if (!WaitUntil(END_SECONDS, [&] { return !session.IsRunning(); })) {
+        kill(session.pid, SIGKILL);
+        WaitUntil(END_SECONDS, [&] { return !session.IsRunning(); });
+    }
+}
+
+// Makes the record one of nobody's, which anybody may clear away.
+void Disown(const std::string &user)
+{
+    const RecordsLock lock;
+    for (const RecordKind kind : {RecordKind::User, RecordKind::Share}) {
+        for (Record &record : ReadRecords(kind)) {
+            // What a script works on is its own until it ends.
+            if (UserOf(record) != user || record.maker) { continue; }
+            record.session.reset();
+            WriteRecord(record);
+        }
+    }
+}
+
+bool EndSession(const std::string &user)
+{
+    bool isFound = false;
+    for (const Record &record : AllRecords()) {
+        if (UserOf(record) != user) { continue; }
+        isFound = true;
+        if (record.session) { EndTool(*record.session); }
+        // A script of the tool's notices that it is gone, and undoes what it does.
+        if (record.maker) {
+            WaitUntil(END_SECONDS, [&] { return !record.maker->IsRunning(); });
+        }
+    }
+    Disown(user);
+    return isFound;
+}
+
+void TakeServiceBack()
+{
+    std::string reason;
+    if (!IsAnySessionAlive() &&
+        SmbServiceTakeBack(SMB_PREFERENCES, true, &reason) == SmbChange::Failed) {
+        Fail("cannot switch file sharing off again: " + reason);
+    }
+}
+
+void EndAll()
+{
+    for (const Record &record : AllRecords()) {
+        EndSession(UserOf(record));
+    }
+    Clean();
+    TakeServiceBack();
+}
+
+void EndOne(const std::string &user)
+{
+    if (!EndSession(user)) { Fail("no session has the user " + Quoted(user)); }
+    Clean();
+    TakeServiceBack();
+}
+
+} // namespace
+
+void ManageSessions(const Arguments &arguments)
+{
+    if (arguments.empty()) { return ListSessions(); }
+    if (arguments == Arguments{"--clean"}) {
+        Clean();
+        return;
+    }
+    if (arguments == Arguments{"--end-all"}) { return EndAll(); }
+    if (arguments.size() == 2 && arguments[0] == "--end") { return EndOne(arguments[1]); }
+    Fail("usage: pelago-share-sessions [--clean | --end USER | --end-all]");
+}

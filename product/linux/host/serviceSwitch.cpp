@@ -1,0 +1,201 @@
+// serviceSwitch.cpp -- smbd runs while the system preferences say that it shall, and what dead
+// sessions left is cleared away.
+//
+// The switch is a process that stays.  It watches the folder of the preferences, not the file: each
+// change puts a new file in the old one's place.  It watches the records of the sessions as well;
+// while there are any, it looks every second whether their processes still run.
+#include "administration.h"
+
+#include "program.h"
+#include "report.h"
+#include "session.h"
+#include "smbService.h"
+#include "smbdDaemon.h"
+#include "waiting.h"
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char FOLDER[] = "/Library/Preferences/SystemConfiguration";
+constexpr char FILE_NAME[] = "com.apple.smb.server.plist";
+constexpr char LOCK[] = "/run/pelago-smb-switch.lock";
+constexpr char USERS[] = "/run/pelago/users";
+constexpr char SHARES[] = "/run/pelago/shares";
+constexpr int LOCK_SECONDS = 120; // how long to wait for another look
+constexpr int LOOK_MILLISECONDS = 1000;
+// A program that has switched the service on, or relies on it, makes its user's record a moment
+// later.
+constexpr int GRACE_LOOKS = 3;
+constexpr mode_t LOCK_MODE = S_IRUSR | S_IWUSR;
+constexpr uint32_t FILE_EVENTS = IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE;
+constexpr uint32_t FOLDER_GONE = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT;
+
+// One look at a time, each of which reads the preferences anew: whoever comes last has seen the
+// last change.
+OwnedFd LockLooks()
+{
+    struct stat status;
+    // Whoever can open the file can hold the lock: one that others can open is replaced.
+    if (lstat(LOCK, &status) == 0 &&
+        (status.st_uid != 0 || status.st_mode != (S_IFREG | LOCK_MODE))) {
+        unlink(LOCK);
+    }
+    OwnedFd fd(open(LOCK, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, LOCK_MODE));
+    if (!fd.IsOpen()) { Fail(std::string("cannot open ") + LOCK + ": " + strerror(errno)); }
+    if (!WaitUntil(LOCK_SECONDS, [&] { return flock(fd.Get(), LOCK_EX | LOCK_NB) == 0; })) {
+        Fail("another look has not ended within " + std::to_string(LOCK_SECONDS) + " s");
+    }
+    return fd;
+}
+
+void SyncSmbd()
+{
+    const OwnedFd lock = LockLooks();
+    std::string reason;
+    switch (SmbServiceWanted(SMB_PREFERENCES, &reason)) {
+    case SmbWanted::Yes: return StartSmbd();
+    case SmbWanted::No: return StopSmbd();
+    case SmbWanted::Unknown: Say("the preferences cannot be read; smbd stays as it is: " + reason);
+    }
+}
+
+// In a process of its own: what it takes in hand is its own until it ends, and becomes anybody's if
+// it fails.
+void ClearInAProcess()
+{
+    const Outcome outcome = RunProgram({"/proc/self/exe", "sessions", "--clean"});
+    if (!outcome.output.empty()) { Say(OneLine(outcome.output)); }
+}
+
+void TakeServiceBack()
+{
+    std::string reason;
+    const SmbChange change = SmbServiceTakeBack(SMB_PREFERENCES, false, &reason);
+    if (change == SmbChange::Done) {
+        Say("file sharing is off again: the program that had switched it on has ended");
+    } else if (change == SmbChange::Failed) {
+        Say("cannot switch file sharing off again: " + reason);
+    }
+}
+
+// What there is to look after between changes.
+class Sessions {
+public:
+    void Look();
+    // Whether a process is waited for that ends without an event.
+    bool NeedLooks() const { return mNeedLooks; }
+
+private:
+    int mIdleLooks = 0; // in a row, with the service's owner dead and no session alive
+    bool mNeedLooks = false;
+};
+
+void Sessions::Look()
+{
+    const bool isFirst = IsFirstLook();
+    if (isFirst || IsAnySessionDead()) { ClearInAProcess(); }
+    const ServiceOwner owner = SmbServiceOwner(SMB_PREFERENCES);
+    const bool isIdle = owner == ServiceOwner::Dead && !IsAnySessionAlive();
+    mIdleLooks = isIdle ? mIdleLooks + 1 : 0;
+    // At the start of the host no program can be about to make a user.
+    if (isIdle && (isFirst || mIdleLooks >= GRACE_LOOKS)) { TakeServiceBack(); }
+    mNeedLooks = owner != ServiceOwner::Nobody || IsAnySessionAlive() || IsAnySessionDead();
+}
+
+class Watch {
+public:
+    Watch();
+    // Waits for an event, or for the time to look again.  Whether the preferences may have changed.
+    bool Wait(bool needLooks);
+
+private:
+    void Add(const char *folder, uint32_t events, int *descriptor);
+    bool ReadEvents();
+
+    OwnedFd mFd{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
+    int mPreferences = -1, mUsers = -1, mShares = -1;
+};
+
+void Watch::Add(const char *folder, uint32_t events, int *descriptor)
+{
+    *descriptor = inotify_add_watch(mFd.Get(), folder, events | IN_ONLYDIR);
+    if (*descriptor == -1) { Fail(std::string("cannot watch ") + folder + ": " + strerror(errno)); }
+}
+
+Watch::Watch()
+{
+    Add(FOLDER, FILE_EVENTS | FOLDER_GONE, &mPreferences);
+    Add(USERS, IN_MOVED_TO | IN_CREATE | FOLDER_GONE, &mUsers);
+    Add(SHARES, IN_CREATE | FOLDER_GONE, &mShares);
+}
+
+bool Watch::ReadEvents()
+{
+    alignas(inotify_event) char buffer[64 * (sizeof(inotify_event) + NAME_MAX + 1)];
+    bool isChanged = false;
+    ssize_t size;
+    while ((size = read(mFd.Get(), buffer, sizeof buffer)) > 0) {
+        for (ssize_t at = 0; at < size;) {
+            const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
+            at += static_cast<ssize_t>(sizeof *event + event->len);
+            if ((event->mask & FOLDER_GONE) != 0) {
+                Fail(event->wd == mPreferences ? std::string(FOLDER) + " is gone"
+                                               : "/run/pelago is gone");
+            }
+            const bool isLost = (event->mask & IN_Q_OVERFLOW) != 0;
+            const bool isFile =
+                event->wd == mPreferences && event->len != 0 && strcmp(event->name, FILE_NAME) == 0;
+            isChanged = isChanged || isLost || isFile;
+        }
+    }
+    return isChanged;
+}
+
+bool Watch::Wait(bool needLooks)
+{
+    pollfd poller = {mFd.Get(), POLLIN, 0};
+    poll(&poller, 1, needLooks ? LOOK_MILLISECONDS : -1);
+    CheckForSignal();
+    return ReadEvents();
+}
+
+void WatchForEver()
+{
+    {
+        const RecordsLock makesTheFolders;
+    }
+    Watch watch; // before the first look, so that no change falls in between
+    Sessions sessions;
+    bool isChanged = true;
+    for (;;) {
+        // Sessions first: after a boot, what a dead one left is gone before smbd is up.
+        sessions.Look();
+        if (isChanged) { SyncSmbd(); }
+        isChanged = watch.Wait(sessions.NeedLooks());
+    }
+}
+
+} // namespace
+
+void SwitchService(const Arguments &arguments)
+{
+    umask(022); // for smbd
+    if (arguments == Arguments{"--once"}) { return SyncSmbd(); }
+    if (!arguments.empty()) { Fail("usage: pelagoHost switch [--once]"); }
+    try {
+        WatchForEver();
+    } catch (const Interruption &interruption) {
+        // Whoever stops the service has not made it fail.
+        if (interruption.signal != SIGTERM) { throw; }
+    }
+}
