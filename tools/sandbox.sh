@@ -3,8 +3,16 @@
 #
 # The command sees this machine's files, but everything it writes is thrown away when it ends: the
 # system preferences, the user database and Samba's state are its own.  So are its processes, all of
-# which die with it, and its network, which is a loopback that nobody else is on.
+# which die with it, its shared memory and message queues, its host name, and its network, which is a
+# loopback that nobody else is on.  The kernel's settings in /proc and /sys it can only read; the clock,
+# the kernel's log and its modules it cannot change.  /dev has terminals of its own and the devices that
+# hold nothing, and no disk.
 #   --bind OUTSIDE INSIDE   shows the real folder OUTSIDE at INSIDE; what is written there stays
+#
+# This keeps accidents from the machine, not an attacker: the command is root on the machine's own
+# kernel.  It reaches a disk through a device node that it makes, and the kernel's settings and control
+# groups through file systems that it mounts once more.  The machine's are also the kernel's keyrings,
+# swap, modules that the kernel loads by itself, and the memory that everything written takes.
 #
 # The root file system is a copy-on-write overlay.  Only root can make one, on a kernel that lets it;
 # "sandbox.sh --works" tells, by its status, whether that is so here.
@@ -25,7 +33,8 @@ runInside() {
     trap 'rmdir "$scratch"' EXIT
     trap 'exit 129' HUP; trap 'exit 130' INT; trap 'exit 143' TERM
     PELAGO_SCRATCH=$scratch PELAGO_PROJECT=$project PELAGO_BINDS=$binds \
-        unshare --mount --pid --net --ipc --fork --kill-child --propagation private \
+        unshare --mount --pid --net --ipc --uts --fork --kill-child --propagation private \
+        setpriv --bounding-set=-sys_time,-sys_module,-sys_rawio,-syslog \
         sh -c "$insideProgram" sandbox "$@" <&3 3<&- &
     inner=$!
     status=0
@@ -42,6 +51,27 @@ insideProgram='
 set -eu
 trap "exit 125" EXIT # until the machine is made
 fail() { printf "sandbox.sh: %s\n" "$1" >&2; exit 125; }
+makeDev() {
+    mount -t tmpfs -o mode=755 tmpfs "$new/dev"
+    cp -a /dev/null /dev/zero /dev/full /dev/random /dev/urandom /dev/tty "$new/dev"
+    ln -s /proc/self/fd "$new/dev/fd"
+    ln -s fd/0 "$new/dev/stdin"
+    ln -s fd/1 "$new/dev/stdout"
+    ln -s fd/2 "$new/dev/stderr"
+    ln -s pts/ptmx "$new/dev/ptmx"
+    mkdir "$new/dev/pts" "$new/dev/shm"
+    mount -t devpts -o newinstance,mode=620,gid=tty,ptmxmode=666 devpts "$new/dev/pts"
+    mount -t tmpfs -o mode=1777 tmpfs "$new/dev/shm"
+    [ -d /dev/mqueue ] || return 0
+    mkdir "$new/dev/mqueue"
+    mount -t mqueue mqueue "$new/dev/mqueue"
+}
+# Whatever is there beside the processes is the kernel of the whole machine, as is /sys.
+makeKernelReadOnly() {
+    mount -t sysfs -o ro sysfs "$new/sys"
+    find "$new/proc" -mindepth 1 -maxdepth 1 ! -name "[0-9]*" \( -type d -o -type f -perm /222 \) -print0 |
+        xargs -0 -I{} mount --bind -o ro {} {}
+}
 base=$PELAGO_SCRATCH project=$PELAGO_PROJECT binds=$PELAGO_BINDS
 unset PELAGO_SCRATCH PELAGO_PROJECT PELAGO_BINDS TMPDIR
 mount -t tmpfs tmpfs "$base" || fail "cannot mount a tmpfs"
@@ -49,9 +79,9 @@ mkdir "$base/up" "$base/scratch" "$base/new"
 new=$base/new
 mount -t overlay overlay -o "lowerdir=/,upperdir=$base/up,workdir=$base/scratch" "$new" ||
     fail "cannot mount an overlay of /"
-mount --rbind /dev "$new/dev"
-mount --rbind /sys "$new/sys"
+makeDev
 mount -t proc proc "$new/proc"
+makeKernelReadOnly
 mount -t tmpfs -o mode=755 tmpfs "$new/run"
 mount -t tmpfs -o mode=1777 tmpfs "$new/tmp"
 if [ "$(stat -c %d "$project")" != "$(stat -c %d /)" ] || [ "${project#/tmp/}" != "$project" ]; then
