@@ -3,18 +3,14 @@
 // Runs as root on a machine of its own with a real disk at /Library (bench.sh sees to that).  Takes
 // the programs to compare from its environment.  Every figure is wall time from just before a
 // program is started to just after it is reaped.
+#include "programs.h"
 #include "workloads.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <spawn.h>
 #include <string>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -28,41 +24,9 @@ constexpr const char *SCRIPTS[] = {"adduser.sh", "addshare.sh", "rmshare.sh", "r
 constexpr char PREFS_TEXT[] = "<plist version=\"1.0\"><dict><key>EnabledServices</key>"
                               "<array><string>print</string></array></dict></plist>\n";
 
-[[noreturn]] void Fail(const std::string &what)
-{
-    perror(what.c_str());
-    exit(1);
-}
-
-// Waits for the child, which must end with that status, and returns its peak of resident memory in
-// KiB.
-long Reap(pid_t child, const char *name, int wantedStatus)
-{
-    int status = -1;
-    rusage usage = {};
-    if (wait4(child, &status, 0, &usage) != child || !WIFEXITED(status) ||
-        WEXITSTATUS(status) != wantedStatus) {
-        Fail(std::string("not the wanted status: ") + name);
-    }
-    return usage.ru_maxrss;
-}
-
-// As a lean caller starts a program, without a copy of itself that would count as the program's
-// cost.
 long Run(const char *const argv[], int wantedStatus)
 {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
-        posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", O_RDWR, 0);
-    }
-    pid_t child = -1;
-    if (posix_spawn(&child, argv[0], &actions, nullptr, const_cast<char *const *>(argv), environ) !=
-        0) {
-        Fail(argv[0]);
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    return Reap(child, argv[0], wantedStatus);
+    return Reap(Start(argv, {}), argv[0], wantedStatus);
 }
 
 // As the tool starts a script: fork, exec, wait.
@@ -84,20 +48,13 @@ void CommitBare(const std::string &content)
     const int file = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (write(file, content.data(), content.size()) != static_cast<ssize_t>(content.size()) ||
         fsync(file) != 0 || close(file) != 0 || rename(fresh.c_str(), PREFS.c_str()) != 0) {
-        Fail("bare commit");
+        FailCall("bare commit");
     }
     const int folder = open(PREFS_FOLDER.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fsync(folder) != 0 || close(folder) != 0) { Fail("bare commit of the folder"); }
+    if (fsync(folder) != 0 || close(folder) != 0) { FailCall("bare commit of the folder"); }
 }
 
 void WritePrefs() { std::ofstream(PREFS) << PREFS_TEXT; }
-
-const char *Program(const char *variable)
-{
-    const char *path = getenv(variable);
-    if (path == nullptr) { Fail(std::string("no ") + variable); }
-    return path;
-}
 
 // Puts a program where the tool belongs.  Each time in fresh memory: how fast a program starts also
 // depends on where its pages happen to lie, and repetitions are to even that out.
@@ -105,7 +62,7 @@ fs::path Install(const char *variable)
 {
     const fs::path place = SHARES / fs::path(variable);
     fs::remove(place);
-    fs::copy_file(Program(variable), place);
+    fs::copy_file(FromEnvironment(variable), place);
     return place;
 }
 
@@ -157,7 +114,7 @@ Contest UsageError()
 }
 
 // Up to where the preferences are found to be missing.
-Contest Start()
+Contest StartUp()
 {
     const fs::path tool = Install("PELAGO_TOOL"), sharedIcu = Install("PELAGO_SHARED_ICU"),
                    sharedRuntime = Install("PELAGO_SHARED_RUNTIME");
@@ -194,7 +151,7 @@ int main(int argc, char **argv)
     Workload("a whole session, no-op scripts", {{BARE, 1.15}, {BARE_AND_NOTHING, 1.15}},
              WholeSession, 40);
     Workload("the usage error", {{nullptr, 1.05}}, UsageError, 200);
-    Workload("start and initialisation", {{nullptr, 1, 200}}, Start, 200);
+    Workload("start and initialisation", {{nullptr, 1, 200}}, StartUp, 200);
     Figure("resident memory of a session", "MiB", 16, PeakOfASession);
     return RunWorkloads(argc, argv);
 }
