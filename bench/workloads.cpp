@@ -71,6 +71,7 @@ struct Contender {
     std::function<void(size_t)> run;
     size_t batch;
     std::vector<double> nanoseconds; // for the work done once, by round
+    std::function<void()> finish = {};
 };
 
 // How often the work is done in a batch, and what that takes.
@@ -102,6 +103,7 @@ void RunRounds(std::vector<Contender> *contenders, size_t rounds)
             if (contender->prepare) { contender->prepare(); }
             contender->nanoseconds.push_back(Nanoseconds(contender->run, contender->batch) /
                                              static_cast<double>(contender->batch));
+            if (contender->finish) { contender->finish(); }
         }
     }
 }
@@ -113,9 +115,10 @@ void RunRepetition(Registered *workload)
     std::vector<Rival> rivals = workload->rivals;
     if (workload->make) {
         const Contest contest = workload->make();
-        contenders.push_back({contest.prepare, [=](size_t) { contest.ours(); }, 1, {}});
+        contenders.push_back(
+            {contest.prepare, [=](size_t) { contest.ours(); }, 1, {}, contest.finish});
         for (const Rival &rival : contest.rivals) {
-            contenders.push_back({{}, rival.run, 1, {}});
+            contenders.push_back({rival.prepare, rival.run, 1, {}, rival.finish});
         }
         rivals = contest.rivals;
     } else {
@@ -304,10 +307,9 @@ void Workload(const char *name, std::vector<Goal> goals, std::function<void(size
 }
 
 void Workload(const char *name, std::vector<Goal> goals, std::function<Contest()> make,
-              size_t rounds)
+              size_t rounds, Processors processors)
 {
-    sWorkloads.push_back(
-        {name, std::move(goals), std::move(make), rounds, {}, {}, Processors::One, {}});
+    sWorkloads.push_back({name, std::move(goals), std::move(make), rounds, {}, {}, processors, {}});
 }
 
 void GeometricMean(const char *name, Goal goal) { sMeans.push_back({name, goal}); }

@@ -18,6 +18,7 @@ struct Rival {
     const char *name;
     std::function<void(size_t)> run; // does the work that many times
     bool counts = true; // false: a part of the work, or the least of it, never the best
+    std::function<void()> prepare = {}, finish = {}; // of a contest: around each run, not timed
 };
 
 // Ours is to take at most ratio times as long as the rival, and so many microseconds.
@@ -41,11 +42,12 @@ struct Contest {
     std::function<void()> prepare; // before each of ours, not timed
     std::function<void()> ours;
     std::vector<Rival> rivals;
+    std::function<void()> finish = {}; // after each of ours, not timed
 };
 
 // Registers a workload that is made afresh for each repetition and runs for so many rounds.
 void Workload(const char *name, std::vector<Goal> goals, std::function<Contest()> make,
-              size_t rounds);
+              size_t rounds, Processors processors = Processors::One);
 
 // Registers the geometric mean of the ratios to that rival, over all the program's workloads that
 // have it.
