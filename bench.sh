@@ -2,9 +2,9 @@
 # bench.sh [NAME...] -- builds what ships, measures it beside its rivals, and prints one table.
 #
 # Runs those programs of bench/, by default all.  The table goes to build/bench/report.json, too, and,
-# drawn, to build/bench/report.svg.  "session" needs root, for the throw-away machine that the tool is
-# measured on.  Ours and its rivals run in turn, the ratio is taken pair by pair, and figures are
-# medians; a busy machine shows in the spread of the ratio.  BENCH_REPETITIONS is 9 when not set.
+# drawn, to build/bench/report.svg.  "session" and "share" need root, for the throw-away machine that
+# the tool is measured on.  Ours and its rivals run in turn, the ratio is taken pair by pair, and figures
+# are medians; a busy machine shows in the spread of the ratio.  BENCH_REPETITIONS is 9 when not set.
 set -eu
 cd "$(dirname "$0")"
 tools/setup.sh --bench
@@ -18,10 +18,11 @@ if [ "$#" -eq 0 ]; then
     set -- $(cat "$build/bench/programs")
 fi
 
-# Where the tool runs, /Library is a folder of the build's on a real disk, so that a durable write is
-# one.
-library=$(mktemp -d "$build/Library.XXXXXX")
-trap 'rm -rf "$library"' EXIT
+# Where the tool runs, what is to be written durably lies in folders of the build's on a real disk, so
+# that it is.
+disk=$(mktemp -d "$build/disk.XXXXXX")
+mkdir "$disk/Library"
+trap 'rm -rf "$disk"' EXIT
 trap 'exit 129' HUP
 trap 'exit 130' INT
 trap 'exit 143' TERM
@@ -35,7 +36,14 @@ measure() {
                 PELAGO_NOTHING="$build/bench/nothing" \
                 PELAGO_SHARED_ICU="$build/bench/startSharedIcu" \
                 PELAGO_SHARED_RUNTIME="$build/bench/startSharedRuntime" \
-                tools/sandbox.sh --bind "$library" /Library "$program" "$@"
+                tools/sandbox.sh --bind "$disk/Library" /Library "$program" "$@"
+            ;;
+        */share_bench)
+            mkdir -p "$disk/samba/private"
+            cp -a /etc "$disk"
+            PELAGO_BUNDLE="$build/Pelago.app" PELAGO_SMB_CONF="$PWD/examples/smb.conf" \
+                tools/sandbox.sh --bind "$disk/Library" /Library --bind "$disk/etc" /etc \
+                --bind "$disk/samba" /var/lib/samba "$program" "$@"
             ;;
         *) "$program" "$@" ;;
     esac
