@@ -336,6 +336,30 @@ TEST_F(SmbService, OfADeadOwnerGetsANewOne)
     EXPECT_EQ(Record(), "");
 }
 
+TEST_F(SmbService, KeepsItsNewOwnerInTheSameSession)
+{
+    DieHaving({"disk"});
+    const Session session = Open();
+    ASSERT_TRUE(SCPreferencesLock(session.get(), true));
+    for (const Strings &services : {Strings{"disk"}, Strings{"disk", "print"}}) {
+        ASSERT_TRUE(SetServices(session.get(), services));
+        ASSERT_TRUE(SCPreferencesCommitChanges(session.get()));
+        EXPECT_EQ(Services(), services);
+        EXPECT_EQ(Record(), OwnMark());
+    }
+}
+
+TEST_F(SmbService, GetsAnOwnerWhenASessionSwitchesItOffAndOn)
+{
+    Write(XmlServices({"disk"}));
+    const Session session = Open();
+    for (const Strings &services : {Strings{}, Strings{"disk"}}) {
+        ASSERT_TRUE(SetServices(session.get(), services));
+        ASSERT_TRUE(SCPreferencesCommitChanges(session.get()));
+    }
+    EXPECT_EQ(Record(), OwnMark());
+}
+
 TEST_F(SmbService, OfADeadOwnerGoesWithTheNextChangeOfTheServices)
 {
     DieHaving({"disk"});

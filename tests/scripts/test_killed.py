@@ -147,7 +147,7 @@ class WithTheSwitch(KilledCase):
         shutil.rmtree(sambahost.STATE)
         log = write(self.scratch + '/log', '')
         with sambahost.stand_in('smbd', 'id alice >>%s 2>&1; exec $real "$@"' % log):
-            write(FILE, plistlib.dumps({'EnabledServices': ['disk']}))
+            command(PROGRAM, 'service', 'on')
             self.start_switch()
             wait_until(answers, 'smbd to come up')
         self.assertIn(b'no such user', sambahost.read(log))
