@@ -29,6 +29,7 @@ public:
 
 private:
     void MakeSambaAccount(Program *helper, const std::string &password);
+    void Write() const;
 
     Record mRecord;
     bool mIsKept = false;
@@ -80,7 +81,11 @@ void NewUser::MakeSambaAccount(Program *helper, const std::string &password)
     const bool isText = IsUtf8(password);
     helper->Feed(isText ? password : RandomPassword());
     const Outcome outcome = helper->Wait();
-    if (outcome.status == EXISTS_ALREADY) { Fail("Samba knows a user " + mRecord.id + " already"); }
+    if (outcome.status == EXISTS_ALREADY) {
+        mRecord.fields["samba"] = SOMEBODYS;
+        Write();
+        Fail("Samba knows a user " + mRecord.id + " already");
+    }
     const size_t sid = outcome.output.rfind("S-1-");
     if (!outcome.IsSuccess() || sid == std::string::npos) {
         Fail("cannot make Samba's account for " + mRecord.id + ": " + OneLine(outcome.output));
@@ -102,6 +107,12 @@ void NewUser::Make(const std::string &password)
     mRecord.fields["uid"] = std::to_string(number);
     MakeAccount(mRecord.id, number);
     MakeSambaAccount(&helper, password);
+}
+
+void NewUser::Write() const
+{
+    const RecordsLock lock;
+    WriteRecord(mRecord);
 }
 
 void NewUser::Keep()

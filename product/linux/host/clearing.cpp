@@ -82,18 +82,18 @@ bool ClearUnrecorded()
 
 } // namespace
 
-// The password goes first, so that nobody comes in again; the account, which carries our mark, and
-// the record go last.
-bool TakeAwayUser(const Record &record)
+// The password goes first, so that nobody comes in again; the account, which carries our mark, goes
+// last.
+bool TakeAwayAccount(const Record &record)
 {
     const std::string &user = record.id;
-    if (FindAccount(user) == AccountState::Ours) {
-        if (!RemoveSambaAccount(user) || !EndConnections(user) || !RemoveAccount(user)) {
-            return false;
-        }
-    }
-    return RemoveRecord(record);
+    if (FindAccount(user) != AccountState::Ours) { return true; }
+    const bool isSambasOurs = record.Get("samba") != SOMEBODYS;
+    return (!isSambasOurs || RemoveSambaAccount(user)) && EndConnections(user) &&
+           RemoveAccount(user);
 }
+
+bool TakeAwayUser(const Record &record) { return TakeAwayAccount(record) && RemoveRecord(record); }
 
 // A connection that is open still has the share in mind: with the link gone it cannot enter anew,
 // and what it has is closed.

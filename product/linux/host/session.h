@@ -22,6 +22,12 @@ void RemoveShare(const Arguments &arguments);
 // USER
 void RemoveUser(const Arguments &arguments);
 
+// In the field "samba" of a user's record: the account that Samba has of the name is not ours.
+inline constexpr char SOMEBODYS[] = "somebody's";
+
+// Takes away the user whom a record is about, and leaves the record; false after saying why he is
+// still there.
+bool TakeAwayAccount(const Record &record);
 // Takes away what a record is about, and the record; false after saying why it is still there.
 // The record's maker must be this process.
 bool TakeAwayUser(const Record &record);
