@@ -124,12 +124,12 @@ void NewUser::Keep()
     mIsKept = true;
 }
 
-// A user of an earlier session whose record is gone.
+// A user of an earlier session whose record is gone.  The record that there is now is ours.
 void RemoveLeftover(const std::string &name)
 {
     if (FindAccount(name) != AccountState::Ours) { return; }
     Say("taking over the user " + name + " from a session that has ended");
-    if (!TakeAwayUser({RecordKind::User, name, {}, {}, {}})) {
+    if (!TakeAwayAccount({RecordKind::User, name, {}, {}, {}})) {
         Fail("cannot take over the user " + name);
     }
 }
