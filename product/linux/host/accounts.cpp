@@ -35,14 +35,24 @@ constexpr gid_t NOBODYS_GROUP = 65534;
 // userdel and useradd: no such user, the user runs processes.
 constexpr int NO_SUCH_USER = 6, IN_USE = 8;
 
-// Calls visit for each user of the host, until it returns false.
+// After a search that found nothing, with errno 0 before it: that it could not search is a failure.
+void CheckSearch(const char *database)
+{
+    if (errno == 0 || errno == ENOENT || errno == ESRCH) { return; }
+    Fail(std::string("cannot read the ") + database + " database: " + strerror(errno));
+}
+
+// Calls visit for each user of the host.
 template <typename Visit> void ForEachAccount(const Visit &visit)
 {
     setpwent();
-    errno = 0;
-    while (const passwd *entry = getpwent()) {
-        if (!visit(*entry)) { break; }
+    for (;;) {
+        errno = 0;
+        const passwd *entry = getpwent();
+        if (entry == nullptr) { break; }
+        visit(*entry);
     }
+    CheckSearch("user");
     endpwent();
 }
 
@@ -77,9 +87,7 @@ AccountState FindAccount(const std::string &user)
     if (entry != nullptr) {
         return strcmp(entry->pw_gecos, COMMENT) == 0 ? AccountState::Ours : AccountState::Taken;
     }
-    if (errno != 0 && errno != ENOENT && errno != ESRCH) {
-        Fail(std::string("cannot read the user database: ") + strerror(errno));
-    }
+    CheckSearch("user");
     return AccountState::None;
 }
 
@@ -88,7 +96,6 @@ std::vector<std::string> OurAccounts()
     std::vector<std::string> users;
     ForEachAccount([&](const passwd &entry) {
         if (strcmp(entry.pw_gecos, COMMENT) == 0) { users.emplace_back(entry.pw_name); }
-        return true;
     });
     return users;
 }
@@ -96,9 +103,11 @@ std::vector<std::string> OurAccounts()
 void CheckNameIsFree(const std::string &user)
 {
     if (FindAccount(user) != AccountState::None) { Fail("the user " + user + " exists already"); }
+    errno = 0;
     if (getgrnam(user.c_str()) != nullptr) { Fail("the group " + user + " exists already"); }
+    CheckSearch("group");
     ForEachAccount([&](const passwd &entry) {
-        if (strcasecmp(entry.pw_name, user.c_str()) != 0) { return true; }
+        if (strcasecmp(entry.pw_name, user.c_str()) != 0) { return; }
         Fail("the user " + Quoted(entry.pw_name) + " exists already, and Samba would hold " + user +
              " for the same");
     });
