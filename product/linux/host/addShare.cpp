@@ -104,7 +104,12 @@ NewShare::NewShare(const Wish &wish, const Folder &folder, const ProcessMark &se
                       {"given", wish.given},
                       {"folder", folder.path},
                       {"access", wish.isReadOnly ? "ro" : "rw"}};
-    WriteRecord(mRecord);
+    try {
+        WriteRecord(mRecord);
+    } catch (const Failure &) {
+        RemoveRecord(mRecord);
+        throw;
+    }
 }
 
 NewShare::~NewShare()

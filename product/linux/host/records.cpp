@@ -182,6 +182,9 @@ void WriteRecord(const Record &record)
     if (!fd.IsOpen() ||
         write(fd.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
         rename(fresh.c_str(), path.c_str()) != 0) {
+        const int error = errno;
+        unlink(fresh.c_str());
+        errno = error;
         FailWith("cannot write", path);
     }
 }
