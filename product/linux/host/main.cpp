@@ -74,10 +74,13 @@ void SettleProcess()
     NoteSignals();
 }
 
-int Run(const Command &command, const Arguments &arguments)
+int Run(int argc, char **argv)
 {
     try {
-        command.run(arguments);
+        const auto [command, first] = ChooseCommand(argc, argv);
+        if (command == nullptr) { Fail("usage: pelagoHost COMMAND [ARGUMENT...]"); }
+        SetProgramName(command->calledName);
+        command->run(Arguments(argv + first, argv + argc));
         return EXIT_SUCCESS;
     } catch (const Interruption &interruption) {
         return SIGNAL_STATUS + interruption.signal;
@@ -114,11 +117,5 @@ extern "C" void Panic(const char *format, ...)
 int main(int argc, char **argv)
 {
     SettleProcess();
-    const auto [command, first] = ChooseCommand(argc, argv);
-    if (command == nullptr) {
-        Say("usage: pelagoHost COMMAND [ARGUMENT...]");
-        return EXIT_FAILURE;
-    }
-    SetProgramName(command->calledName);
-    return Run(*command, Arguments(argv + first, argv + argc));
+    return Run(argc, argv);
 }
