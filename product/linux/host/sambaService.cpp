@@ -86,7 +86,8 @@ bool CutOffClients(const std::string &share)
 bool RemoveSambaAccount(const std::string &user)
 {
     const Outcome outcome = RunProgram({"pdbedit", "-x", "-u", user});
-    if (outcome.IsSuccess() || outcome.output.find("Username not found") != std::string::npos) {
+    if (outcome.IsSuccess() ||
+        outcome.output.find("does not exist in the passdb") != std::string::npos) {
         return true;
     }
     Say("cannot remove " + user + " from Samba: " + OneLine(outcome.output));
