@@ -22,6 +22,7 @@ namespace {
 
 constexpr int MAX_LINKS = 40; // as many as the kernel follows
 constexpr mode_t OTHERS_MAY_WRITE = S_IWGRP | S_IWOTH;
+constexpr char SAMBAS_GROUP[] = "none"; // of all its users; this name finds it, never a user
 
 // Something on the way that decides where the path leads: who else than root can change it.
 struct Waypoint {
@@ -168,21 +169,12 @@ void Walk::ToTheEnd()
     }
 }
 
-// The user that Samba finds for a name: it looks for the name in small letters, then as it is, then
-// in capitals.
+// The user that Samba finds for a user's name: it looks for the name in small letters first, those
+// beyond ASCII too.
 const passwd *FindAsSamba(const std::string &name)
 {
-    std::string small = name, capital = name;
-    for (char &c : small) {
-        c = static_cast<char>(tolower(c));
-    }
-    for (char &c : capital) {
-        c = static_cast<char>(toupper(c));
-    }
-    for (const std::string &spelling : {small, name, capital}) {
-        if (const passwd *found = getpwnam(spelling.c_str())) { return found; }
-    }
-    return nullptr;
+    const passwd *found = getpwnam(Folded(name).c_str());
+    return found != nullptr ? found : getpwnam(name.c_str());
 }
 
 void FindOwner(const std::string &given, Folder *folder)
@@ -198,7 +190,7 @@ void FindOwner(const std::string &given, Folder *folder)
     // Samba's syntax strips, expands or splits these.
     const bool isOdd = name.find_first_of("%\"\\,;@+&") != std::string::npos ||
                        name.front() == ' ' || name.back() == ' ' || Printable(name) != name ||
-                       !IsUtf8(name) || IsSidLike(name);
+                       !IsUtf8(name) || IsSidLike(name) || Folded(name) == SAMBAS_GROUP;
     const passwd *forced = isOdd ? nullptr : FindAsSamba(name);
     if (forced == nullptr || forced->pw_uid != folder->uid) {
         Fail("Samba cannot act as the owner of the folder, " + Quoted(name));
