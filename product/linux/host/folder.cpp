@@ -213,14 +213,15 @@ void CheckWay(const std::string &given, const Folder &folder,
     }
 }
 
-// As the owner, in a process of its own.
+// With the owner's rights, in a process of its own.  It stays root's: a process of the owner's he
+// could stop, and the script would wait for it without an end.
 bool OwnerCanEnter(const Folder &folder, int fd)
 {
     const pid_t child = fork();
     if (child == -1) { Fail(std::string("cannot start a process: ") + strerror(errno)); }
     if (child == 0) {
         const bool isOwner = initgroups(folder.owner.c_str(), folder.gid) == 0 &&
-                             setgid(folder.gid) == 0 && setuid(folder.uid) == 0;
+                             setegid(folder.gid) == 0 && seteuid(folder.uid) == 0;
         // Along the path, as smbd goes, and at the end into the very folder that was judged.
         struct stat there, judged;
         const bool canEnter = isOwner && chdir(folder.path.c_str()) == 0 &&
