@@ -150,7 +150,7 @@ void NewShare::Make(const SambaConfiguration &configuration, const std::string &
         Fail("Samba does not show the share " + Quoted(mWish.share) +
              " as it was asked for: " + deviation);
     }
-    ForgetOwner(configuration, mFolder.uid, mFolder.gid);
+    ForgetNumbers(configuration, mFolder, userSid);
 }
 
 void NewShare::Keep(const std::string &caller)

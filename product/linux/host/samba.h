@@ -74,7 +74,9 @@ bool EndConnections(const std::string &user);
 // Whether smbd runs and listens, so that a client can connect.
 bool IsSmbdListening(const SambaConfiguration &configuration);
 bool IsSmbdAnswering();
-// Has smbd forget whose number this is, if it may remember somebody who had it before.
-void ForgetOwner(const SambaConfiguration &configuration, uid_t uid, gid_t gid);
+// Has smbd forget whom it took the folder's owner and the user for, if it may remember somebody who
+// had their numbers before.  The user's SID comes again when a password database is replaced.
+void ForgetNumbers(const SambaConfiguration &configuration, const Folder &folder,
+                   const std::string &userSid);
 
 #endif // PELAGO_HOST_SAMBA_H

@@ -126,20 +126,20 @@ bool IsSmbdListening(const SambaConfiguration &configuration)
 
 bool IsSmbdAnswering() { return RunProgram({"smbcontrol", "-t", "1", "smbd", "ping"}).IsSuccess(); }
 
-void ForgetOwner(const SambaConfiguration &configuration, uid_t uid, gid_t gid)
+void ForgetNumbers(const SambaConfiguration &configuration, const Folder &folder,
+                   const std::string &userSid)
 {
     // Samba keeps for a week whose number it was, in a file that holds each such key as text.  A
     // record that was given up may still be there; then it is asked to forget once too often.
     const std::string cache =
         TextOf(configuration.Global("lock directory", "/run/samba") + "/gencache.tdb");
-    const auto mayKnow = [&](const std::string &key) {
-        return cache.empty() || cache.find("IDMAP/" + key + '\0') != std::string::npos;
+    const auto forget = [&](const std::string &key, const std::string &id) {
+        if (cache.empty() || cache.find("IDMAP/" + key + '\0') != std::string::npos) {
+            RunProgram({"smbcontrol", "smbd", "idmap", "delete", id});
+        }
     };
-    const std::string user = std::to_string(uid), group = std::to_string(gid);
-    if (mayKnow("UID2SID/" + user)) {
-        RunProgram({"smbcontrol", "smbd", "idmap", "delete", "UID " + user});
-    }
-    if (mayKnow("GID2SID/" + group)) {
-        RunProgram({"smbcontrol", "smbd", "idmap", "delete", "GID " + group});
-    }
+    const std::string user = std::to_string(folder.uid), group = std::to_string(folder.gid);
+    forget("UID2SID/" + user, "UID " + user);
+    forget("GID2SID/" + group, "GID " + group);
+    forget("SID2XID/" + userSid, userSid);
 }
