@@ -60,6 +60,8 @@ constexpr Setting SETTINGS[] = {
     {"root postexec", "", ""},
     {"preexec close", "no", "no"},
     {"root preexec close", "no", "no"},
+    // A file that the client writes would be run as the folder's owner.
+    {"magic script", "", ""},
 };
 
 std::string ValueFor(const Setting &setting, const ShareRequest &request)
