@@ -100,6 +100,16 @@ bool IsBeforeSmb2(const std::string &protocol)
     return !name.starts_with("smb2") && !name.starts_with("smb3") && name != "default";
 }
 
+// testparm prints "off" as "No".
+bool CanEncrypt(const SambaConfiguration &configuration)
+{
+    const std::string ciphers =
+        configuration.Global("server smb3 encryption algorithms", "AES-128-GCM");
+    return SmallLetters(configuration.Global("server max protocol", "SMB3")).starts_with("smb3") &&
+           !IsSameValue(configuration.Global("server smb encrypt", "default"), "No") &&
+           SmallLetters(ciphers).find("aes") != std::string::npos;
+}
+
 // Whether a file that maps clients' names to the host's would map this one.
 bool IsMapped(const std::string &file, const std::string &user)
 {
@@ -201,10 +211,10 @@ std::vector<std::string> HostObstacles(const SambaConfiguration &configuration,
         IsBeforeSmb2(global("server min protocol", "SMB2_02")),
         "Samba lets in clients of SMB 1, which cannot be held to the share's rules: set \"server "
         "min protocol = SMB2\" in smb.conf");
-    forbid(!SmallLetters(global("server max protocol", "SMB3")).starts_with("smb3") ||
-               IsSameValue(global("server smb encrypt", "default"), "no"),
-           "Samba cannot encrypt what it sends: take \"server max protocol\" and \"server smb "
-           "encrypt\" out of smb.conf");
+    forbid(
+        !CanEncrypt(configuration),
+        "Samba cannot encrypt what it sends: take \"server max protocol\", \"server smb encrypt\" "
+        "and \"server smb3 encryption algorithms\" out of smb.conf");
     forbid(IsSameValue(global("ntlm auth", ""), "disabled"),
            "Samba lets no user of this host log in: take \"ntlm auth = disabled\" out of smb.conf");
     forbid(!global("root directory", "").empty() && global("root directory", "") != "/",
