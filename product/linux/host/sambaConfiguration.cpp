@@ -110,7 +110,19 @@ bool CanEncrypt(const SambaConfiguration &configuration)
            SmallLetters(ciphers).find("aes") != std::string::npos;
 }
 
-// Whether a file that maps clients' names to the host's would map this one.
+// Calls visit with each name of a list, as Samba separates them.
+template <typename Visit> void ForEachName(std::string_view names, const Visit &visit)
+{
+    constexpr char SEPARATORS[] = " \t\r\n,;\\";
+    size_t end = 0;
+    for (size_t begin; (begin = names.find_first_not_of(SEPARATORS, end)) != names.npos;) {
+        end = std::min(names.find_first_of(SEPARATORS, begin), names.size());
+        visit(std::string(names.substr(begin, end - begin)));
+    }
+}
+
+// Whether a file that maps clients' names to the host's would map this one.  A line has the host's
+// name, "=" and the names of clients; after a backslash at its end it goes on in the next.
 bool IsMapped(const std::string &file, const std::string &user)
 {
     std::string text;
@@ -119,16 +131,14 @@ bool IsMapped(const std::string &file, const std::string &user)
     bool isMapped = false;
     HostForEachLine(text, [&](std::string_view line) {
         const std::string_view trimmed = Trimmed(line);
+        if (trimmed.starts_with('#') || trimmed.starts_with(';')) { return; }
         const size_t equals = trimmed.find('=');
-        if (trimmed.starts_with('#') || trimmed.starts_with(';') ||
-            equals == std::string_view::npos) {
-            return;
-        }
-        // A group on the right, "@...", may hold anybody.
-        const std::string names = ' ' + SmallLetters(trimmed.substr(equals + 1)) + ' ';
-        isMapped = isMapped || names.find_first_of("*@+&\"") != std::string::npos ||
-                   names.find(' ' + user + ' ') != std::string::npos ||
-                   names.find(user + ',') != std::string::npos;
+        ForEachName(equals == trimmed.npos ? trimmed : trimmed.substr(equals + 1),
+                    [&](const std::string &name) {
+                        // A group, "@...", may hold anybody.
+                        isMapped = isMapped || IsSameValue(name, user) ||
+                                   name.find_first_of("*@+&\"") != std::string::npos;
+                    });
     });
     return isMapped;
 }
