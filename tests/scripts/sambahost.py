@@ -6,6 +6,7 @@ private, not single files in it: useradd replaces passwd by renaming, which no m
 """
 
 import contextlib
+import glob
 import os
 import pwd
 import shutil
@@ -227,7 +228,9 @@ def wipe():
             command('pdbedit', '-x', '-u', entry.pw_name, check=False)
             command('userdel', '-f', entry.pw_name, check=False)
     command('net', 'conf', 'drop')
-    shutil.rmtree(STATE, ignore_errors=True)
+    # The folders themselves stay, for the switch watches them.
+    for path in glob.glob(STATE + '/*/*') + glob.glob(STATE + '/looked'):
+        command('rm', '-rf', path)
 
 
 @contextlib.contextmanager

@@ -24,7 +24,7 @@ def setUpModule():
     sambahost.set_up()
     shutil.copytree(Path(os.environ["PELAGO_TOOL"]).parents[3], BUNDLE)
     PREFS.parent.mkdir(parents=True, exist_ok=True)
-    switch = subprocess.Popen([BUNDLE / "Contents/Library/host/pelagoHost", "switch"], stderr=subprocess.DEVNULL)
+    switch = subprocess.Popen([BUNDLE / "Contents/Library/host/pelagoHost", "switch"])
     sambahost.command("useradd", "--no-create-home", "owner")
 
 
@@ -50,6 +50,7 @@ class RealCase(ToolCase):
         self.folder.chmod(0o700)
         self.password_file = self.place / "password"
         self.password_file.write_text(PASSWORD)
+        self.password_file.chmod(0o600)
         self.accounts = Path("/etc/passwd").read_bytes(), sambahost.command("pdbedit", "-L")
 
     def share(self, share="Docs", user="alice", access="rw", password_file=None):
@@ -73,7 +74,7 @@ class RealCase(ToolCase):
     def assertNothingLeft(self):
         self.assertEqual((Path("/etc/passwd").read_bytes(), sambahost.command("pdbedit", "-L")), self.accounts)
         self.assertEqual(sambahost.command("net", "conf", "listshares").strip(), "")
-        self.assertEqual(list(Path("/run/pelago").glob("*/*")), [])
+        self.wait_until(lambda: not list(Path("/run/pelago").glob("*/*")), "the records to go")
         self.assertEqual(sorted(os.listdir(PREFS.parent)), [PREFS.name])
 
 
@@ -97,6 +98,7 @@ class Sharing(RealCase):
     def test_another_user_is_refused(self):
         bob_s = self.place / "bob's"
         bob_s.write_text("bob's word\n")
+        bob_s.chmod(0o600)
         first = self.share()
         second = self.share("Bobs", "bob", password_file=bob_s)
         self.assertRefused(self.fetch("Docs", "bob", "bob's word"), "NT_STATUS_ACCESS_DENIED")
@@ -171,7 +173,6 @@ class Dying(RealCase):
         process = self.share()
         process.kill()
         process.wait()
-        self.assertFetched()  # nothing was restored
         process = self.share()
         self.assertFetched()
         self.assertEqual(self.finish(process)[::2], (DELETED, 0))
@@ -189,8 +190,8 @@ class Secrecy(RealCase):
             | {"ASAN_OPTIONS": "detect_leaks=0"})  # which a tool under strace cannot
         self.assertEqual(out.returncode, 0, out.stderr)
         trace = log.read_text(errors="replace")
-        self.assertGreater(trace.count("execve("), 20)
-        self.assertIn("smbpasswd", trace)
+        for program in ("useradd", "sambaAccount.py", "net", "userdel"):
+            self.assertRegex(trace, rf'execve\([^\n]*{program}')
         octal = "".join(f"\\{byte:o}" if byte >= 128 else chr(byte).replace('"', '\\"') for byte in PASSWORD.encode())
         self.assertNotIn(octal, trace)
         for part in ("word\\\" $HOME", "\\\"word", "$HOME"):

@@ -165,7 +165,8 @@ class ToolCase(unittest.TestCase):
     def wait_until_shared(self, process):
         """Reads up to the sharing result, which must come before the tool waits."""
         line = process.stdout.readline()
-        self.assertEqual(line.decode(), SHARED)
+        if line.decode() != SHARED:
+            self.fail(f"{line!r}, and on standard error {self.finish(process)[1]!r}")
 
 
 def lock_preferences():

@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
@@ -117,6 +118,8 @@ public:
     Watch();
     // Waits for an event, or for the time to look again.  Whether the preferences may have changed.
     bool Wait(bool needLooks);
+    // Whether the records' folders are others by now, and must be watched anew.
+    bool IsBlind() const { return mIsBlind; }
 
 private:
     void Add(const char *folder, uint32_t events, int *descriptor);
@@ -124,6 +127,7 @@ private:
 
     OwnedFd mFd{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
     int mPreferences = -1, mUsers = -1, mShares = -1;
+    bool mIsBlind = false;
 };
 
 void Watch::Add(const char *folder, uint32_t events, int *descriptor)
@@ -148,10 +152,9 @@ bool Watch::ReadEvents()
         for (ssize_t at = 0; at < size;) {
             const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
             at += static_cast<ssize_t>(sizeof *event + event->len);
-            if ((event->mask & FOLDER_GONE) != 0) {
-                Fail(event->wd == mPreferences ? std::string(FOLDER) + " is gone"
-                                               : "/run/pelago is gone");
-            }
+            const bool isGone = (event->mask & FOLDER_GONE) != 0;
+            if (isGone && event->wd == mPreferences) { Fail(std::string(FOLDER) + " is gone"); }
+            mIsBlind = mIsBlind || isGone;
             const bool isLost = (event->mask & IN_Q_OVERFLOW) != 0;
             const bool isFile =
                 event->wd == mPreferences && event->len != 0 && strcmp(event->name, FILE_NAME) == 0;
@@ -169,19 +172,24 @@ bool Watch::Wait(bool needLooks)
     return ReadEvents();
 }
 
+// Watched before the first look, so that no change falls in between.
+std::unique_ptr<Watch> StartWatch()
+{
+    const RecordsLock makesTheFolders;
+    return std::make_unique<Watch>();
+}
+
 void WatchForEver()
 {
-    {
-        const RecordsLock makesTheFolders;
-    }
-    Watch watch; // before the first look, so that no change falls in between
+    std::unique_ptr<Watch> watch = StartWatch();
     Sessions sessions;
     bool isChanged = true;
     for (;;) {
+        if (watch->IsBlind()) { watch = StartWatch(); }
         // Sessions first: after a boot, what a dead one left is gone before smbd is up.
         sessions.Look();
         if (isChanged) { SyncSmbd(); }
-        isChanged = watch.Wait(sessions.NeedLooks());
+        isChanged = watch->Wait(sessions.NeedLooks());
     }
 }
 
