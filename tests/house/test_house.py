@@ -131,7 +131,7 @@ class PublicHeaders(unittest.TestCase):
 
 class Layout(unittest.TestCase):
     def test_clang_format_has_nothing_to_change(self):
-        files = [path for path in sources("apps", "lib", "platform", "tests", "fuzz", "bench", "examples")]
+        files = [path for path in sources("apps", "lib", "platform", "product", "tests", "fuzz", "bench", "examples")]
         done = run("clang-format", "--dry-run", "--Werror", *files)
         self.assertEqual(done.returncode, 0, done.stderr[:3000])
 
@@ -175,11 +175,10 @@ class Binaries(unittest.TestCase):
 
     def test_the_bundle_is_whole(self):
         library = Path(os.environ["PELAGO_TOOL"]).parents[1]
-        for name in ("adduser.sh", "addshare.sh", "rmshare.sh", "rmuser.sh", "common.sh"):
-            script = library / "shares" / name
-            self.assertEqual(os.access(script, os.X_OK), name != "common.sh", script)
-            self.assertEqual(script.read_bytes(), (ROOT / "product/linux/shares" / name).read_bytes())
-        self.assertEqual((library / "shares/base.sh").read_bytes(), (ROOT / "product/shares/base.sh").read_bytes())
+        for name in ("shares/adduser.sh", "shares/addshare.sh", "shares/rmshare.sh", "shares/rmuser.sh", "host/sambaAccount.py"):
+            self.assertEqual((library / name).read_bytes(), (ROOT / "product/linux" / name).read_bytes())
+            self.assertEqual(os.access(library / name, os.X_OK), name.endswith(".sh"), name)
+        self.assertTrue(os.access(library / "host/pelagoHost", os.X_OK))
         data = library / "icu/icudt44l.dat"
         listed = run("icupkg", "-l", data, env=os.environ | {"PATH": os.environ["PATH"] + ":/usr/sbin"})
         self.assertEqual((listed.returncode, listed.stdout), (0, ""), "a valid package without an item")
