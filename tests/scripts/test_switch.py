@@ -186,6 +186,14 @@ class Switch(unittest.TestCase):
         self.assertGreater(looked_at, 0)
         self.assertTrue(sambahost.succeeds('flock', '-w', '20', LOCK, 'true'))
 
+    def test_there_is_one_only(self):
+        self.start_loop()
+        set_services('disk')
+        wait_until(answers, 'the loop to be under way')
+        second = subprocess.run(SWITCH, stdin=subprocess.DEVNULL, capture_output=True, timeout=HANG, check=False)
+        self.assertEqual((second.returncode, second.stderr), (1, b'pelago-smb-switch: another switch runs\n'))
+        self.assertIsNone(self.loop.poll())
+
     def test_nobody_else_can_hold_the_lock(self):
         write(LOCK, '', 0o644)
         with open(LOCK, 'rb') as held:

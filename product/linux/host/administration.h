@@ -10,6 +10,7 @@
 // [--once]: runs smbd as the preferences say, and clears what dead sessions left, until SIGTERM.
 // With --once, the former, once.
 void SwitchService(const Arguments &arguments);
+bool IsSwitchRunning();
 
 // No arguments: writes to standard output what a session needs of this host, and what of it is
 // missing.  Fails when something is.

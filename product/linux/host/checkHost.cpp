@@ -6,11 +6,7 @@
 #include "samba.h"
 #include "smbService.h"
 
-#include "hostFile.h"
-
 #include <cstdio>
-#include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 namespace {
@@ -29,12 +25,6 @@ public:
 private:
     int mMissing = 0;
 };
-
-bool IsSwitchRunning()
-{
-    const Outcome outcome = RunProgram({"pgrep", "-f", "pelagoHost switch$"});
-    return outcome.IsSuccess();
-}
 
 void CheckPrograms(Findings *findings)
 {

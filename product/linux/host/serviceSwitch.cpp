@@ -30,6 +30,7 @@ namespace {
 constexpr char FOLDER[] = "/Library/Preferences/SystemConfiguration";
 constexpr char FILE_NAME[] = "com.apple.smb.server.plist";
 constexpr char LOCK[] = "/run/pelago-smb-switch.lock";
+constexpr char RUNNING[] = "/run/pelago-smb-switch.running";
 constexpr char USERS[] = "/run/pelago/users";
 constexpr char SHARES[] = "/run/pelago/shares";
 constexpr int LOCK_SECONDS = 120; // how long to wait for another look
@@ -37,22 +38,37 @@ constexpr int LOOK_MILLISECONDS = 1000;
 // A program that has switched the service on, or relies on it, makes its user's record a moment
 // later.
 constexpr int GRACE_LOOKS = 3;
+constexpr int LOOKS_AFTER_FAILURE = 4;
 constexpr mode_t LOCK_MODE = S_IRUSR | S_IWUSR;
 constexpr uint32_t FILE_EVENTS = IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE;
 constexpr uint32_t FOLDER_GONE = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT;
+
+// A lock file that only root can hold: one that others can open is replaced.
+OwnedFd OpenLock(const char *path)
+{
+    struct stat status;
+    if (lstat(path, &status) == 0 &&
+        (status.st_uid != 0 || status.st_mode != (S_IFREG | LOCK_MODE))) {
+        unlink(path);
+    }
+    OwnedFd fd(open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, LOCK_MODE));
+    if (!fd.IsOpen()) { Fail(std::string("cannot open ") + path + ": " + strerror(errno)); }
+    return fd;
+}
+
+// Held for as long as the switch runs.
+OwnedFd LockRunning()
+{
+    OwnedFd fd = OpenLock(RUNNING);
+    if (flock(fd.Get(), LOCK_EX | LOCK_NB) != 0) { Fail("another switch runs"); }
+    return fd;
+}
 
 // One look at a time, each of which reads the preferences anew: whoever comes last has seen the
 // last change.
 OwnedFd LockLooks()
 {
-    struct stat status;
-    // Whoever can open the file can hold the lock: one that others can open is replaced.
-    if (lstat(LOCK, &status) == 0 &&
-        (status.st_uid != 0 || status.st_mode != (S_IFREG | LOCK_MODE))) {
-        unlink(LOCK);
-    }
-    OwnedFd fd(open(LOCK, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, LOCK_MODE));
-    if (!fd.IsOpen()) { Fail(std::string("cannot open ") + LOCK + ": " + strerror(errno)); }
+    OwnedFd fd = OpenLock(LOCK);
     if (!WaitUntil(LOCK_SECONDS, [&] { return flock(fd.Get(), LOCK_EX | LOCK_NB) == 0; })) {
         Fail("another look has not ended within " + std::to_string(LOCK_SECONDS) + " s");
     }
@@ -72,10 +88,11 @@ void SyncSmbd()
 
 // In a process of its own: what it takes in hand is its own until it ends, and becomes anybody's if
 // it fails.
-void ClearInAProcess()
+bool ClearInAProcess()
 {
     const Outcome outcome = RunProgram({"/proc/self/exe", "sessions", "--clean"});
     if (!outcome.output.empty()) { Say(OneLine(outcome.output)); }
+    return outcome.IsSuccess();
 }
 
 void TakeServiceBack()
@@ -97,20 +114,34 @@ public:
     bool NeedLooks() const { return mNeedLooks; }
 
 private:
+    void Clear();
+
     int mIdleLooks = 0; // in a row, with the service's owner dead and no session alive
+    int mLooksToSkip = 0;
     bool mNeedLooks = false;
 };
+
+// What could not be cleared away is tried again, but not every second.
+void Sessions::Clear()
+{
+    if (mLooksToSkip > 0) {
+        mLooksToSkip--;
+    } else if (!ClearInAProcess()) {
+        mLooksToSkip = LOOKS_AFTER_FAILURE;
+    }
+}
 
 void Sessions::Look()
 {
     const bool isFirst = IsFirstLook();
-    if (isFirst || IsAnySessionDead()) { ClearInAProcess(); }
+    if (isFirst || IsAnySessionDead()) { Clear(); }
     const ServiceOwner owner = SmbServiceOwner(SMB_PREFERENCES);
     const bool isIdle = owner == ServiceOwner::Dead && !IsAnySessionAlive();
     mIdleLooks = isIdle ? mIdleLooks + 1 : 0;
     // At the start of the host no program can be about to make a user.
     if (isIdle && (isFirst || mIdleLooks >= GRACE_LOOKS)) { TakeServiceBack(); }
-    mNeedLooks = owner != ServiceOwner::Nobody || IsAnySessionAlive() || IsAnySessionDead();
+    mNeedLooks =
+        owner != ServiceOwner::Nobody || IsAnySessionAlive() || IsAnySessionDead() || IsFirstLook();
 }
 
 class Watch {
@@ -181,6 +212,7 @@ std::unique_ptr<Watch> StartWatch()
 
 void WatchForEver()
 {
+    const OwnedFd running = LockRunning();
     std::unique_ptr<Watch> watch = StartWatch();
     Sessions sessions;
     bool isChanged = true;
@@ -194,6 +226,12 @@ void WatchForEver()
 }
 
 } // namespace
+
+bool IsSwitchRunning()
+{
+    const OwnedFd fd = OpenLock(RUNNING);
+    return flock(fd.Get(), LOCK_EX | LOCK_NB) != 0;
+}
 
 void SwitchService(const Arguments &arguments)
 {
