@@ -1,0 +1,72 @@
+"""The system's log: one line for each share that begins and for each that has ended."""
+
+import os
+import socket
+import unittest
+
+import sambahost
+from sambahost import PROGRAM, command, run_script
+
+
+class Log(sambahost.ScriptTest):
+
+    def setUp(self):
+        super().setUp()
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(self.socket.close)
+        self.socket.bind('/dev/log')
+        self.addCleanup(os.unlink, '/dev/log')
+        self.socket.settimeout(0.2)
+
+    def lines(self):
+        """What our programs have logged: the texts, without priority, time, program and number."""
+        texts = []
+        try:
+            while True:
+                line = self.socket.recv(65536).decode()
+                if 'pelago-share[' in line:
+                    texts.append(line.split(']: ', 1)[1])
+        except TimeoutError:
+            return texts
+
+    def test_says_who_shares_what_with_whom_and_who_asked(self):
+        session = self.session()
+        self.add_user(run=session.run)
+        self.assertEqual(self.lines(), [])
+        self.add_share(run=session.run)
+        pid = session.process.pid
+        begun, = self.lines()
+        self.assertRegex(begun, r'^share "Docs" of "%s" \(rw, as bob\) begins for alice, asked for by '
+                         r'python\S* %d, which python\S* %d started$' % (self.folder, pid, os.getpid()))
+        self.assert_done(run_script('rmshare', 'Docs', self.folder, run=session.run))
+        self.assertEqual(self.lines(), ['share "Docs" of "%s" for alice has ended' % self.folder])
+        self.assert_done(run_script('rmuser', 'alice', run=session.run))
+        self.assertEqual(self.lines(), [])
+
+    def test_a_share_that_was_never_served_is_not_logged(self):
+        self.add_user()
+        with sambahost.stand_in('net', 'case "$*" in *import*) exit 1 ;; esac; exec $real "$@"'):
+            self.assert_refused(run_script('addshare', 'alice', self.password_file, self.folder, 'Docs', 'ro'),
+                                'Samba did not take')
+        self.assertEqual(self.lines(), [])
+
+    def test_what_is_cleared_away_has_ended(self):
+        session = self.session()
+        self.add_user(run=session.run)
+        self.add_share(run=session.run)
+        session.kill()
+        self.lines()
+        command(PROGRAM, 'sessions', '--clean')
+        self.assertEqual(self.lines(), ['share "Docs" of "%s" for alice has ended' % self.folder])
+
+    def test_a_name_makes_no_line_of_its_own_and_no_password_is_logged(self):
+        odd = self.make_folder(self.scratch + '/a\npelago-share: forged\x1b[0m')
+        self.add_user()
+        self.add_share(folder=odd)
+        line, = self.lines()
+        self.assertIn(r'/a\x0Apelago-share: forged\x1B[0m"', line)
+        self.assertNotIn(self.password, line)
+
+
+if __name__ == '__main__':
+    unittest.main()
