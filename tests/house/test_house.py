@@ -102,6 +102,14 @@ class Rooms(unittest.TestCase):
                 headers = set(re.findall(r"#\s*include\s*<([^>]+)>", path.read_text()))
                 self.assertEqual(headers & forbidden, set(), path)
 
+    def test_the_linux_host_program_stands_on_the_platform_and_on_public_headers(self):
+        files = list(sources("product/linux/host"))
+        self.assertGreater(len(files), 10)
+        allowed = {path.name for path in files} | {path.name for path in sources("platform/linux")} | HOSTS_OWN | ANY_PUBLIC
+        for path in files:
+            for header in re.findall(r'#\s*include\s*"([^"]+)"', path.read_text()):
+                self.assertIn(header, allowed | {"utf.h"}, f"{path} includes {header}")
+
     def test_the_platform_layer_knows_nothing_above_it(self):
         for path in sources("platform"):
             for header in re.findall(r'#\s*include\s*["<]([^">]+)[">]', path.read_text()):
