@@ -111,7 +111,7 @@ bool TakeAwayShare(const Record &record)
     return true;
 }
 
-bool ClearDeadSessions()
+bool ClearDeadSessions(Look look)
 {
     bool isDone = true;
     for (const Record &record : TakeOverDead(RecordKind::Share)) {
@@ -120,7 +120,7 @@ bool ClearDeadSessions()
     for (const Record &record : TakeOverDead(RecordKind::User)) {
         isDone = TakeAwayUser(record) && isDone;
     }
-    if (!IsFirstLook()) { return isDone; }
+    if (look == Look::OnceForUnrecorded && !IsFirstLook()) { return isDone; }
     isDone = ClearUnrecorded() && isDone;
     if (isDone) { NoteFirstLook(); }
     return isDone;

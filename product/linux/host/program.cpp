@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,6 +28,14 @@ std::vector<char *> Vector(const std::vector<std::string> &arguments)
     }
     vector.push_back(nullptr);
     return vector;
+}
+
+// In the child: has it killed when we are, so that what a script was about to do is not done after
+// somebody has cleared away what it left.
+void DieWith(pid_t parent)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) { _exit(CANNOT_START); } // it was killed before
 }
 
 // In the child: the program with these for its standard streams.
@@ -47,11 +56,17 @@ std::vector<char *> Vector(const std::vector<std::string> &arguments)
     _exit(CANNOT_START);
 }
 
-pid_t Start(const std::vector<std::string> &arguments, int input, int output)
+enum class Life { OurChild, OnItsOwn };
+
+pid_t Start(const std::vector<std::string> &arguments, int input, int output, Life life)
 {
     const std::vector<char *> vector = Vector(arguments);
+    const pid_t parent = getpid();
     const pid_t pid = fork();
-    if (pid == 0) { Become(vector.data(), input, output); }
+    if (pid == 0) {
+        if (life == Life::OurChild) { DieWith(parent); }
+        Become(vector.data(), input, output);
+    }
     if (pid == -1) { Fail("cannot start " + arguments[0] + ": " + strerror(errno)); }
     return pid;
 }
@@ -82,7 +97,7 @@ Program::Program(const std::vector<std::string> &arguments)
     OwnedFd input, output;
     MakePipe(&input, &mInput);
     MakePipe(&mOutput, &output);
-    mPid = Start(arguments, input.Get(), output.Get());
+    mPid = Start(arguments, input.Get(), output.Get(), Life::OurChild);
 }
 
 Program::~Program()
@@ -130,7 +145,7 @@ Outcome RunProgram(const std::vector<std::string> &arguments, std::string_view i
 int RunDaemonStarter(const std::vector<std::string> &arguments)
 {
     const OwnedFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
-    return StatusOf(Start(arguments, null.Get(), null.Get()));
+    return StatusOf(Start(arguments, null.Get(), null.Get(), Life::OnItsOwn));
 }
 
 std::string HostFile(const std::string &name)

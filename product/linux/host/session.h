@@ -35,7 +35,10 @@ bool TakeAwayShare(const Record &record);
 
 // Clears away what dead sessions left; false when something of it is still there.  What belongs to
 // a session that lives is not touched.
-bool ClearDeadSessions();
+// Looks at the records, and for what has a mark but no record: always, or only the first time since
+// the host started.
+enum class Look { OnceForUnrecorded, AlwaysForUnrecorded };
+bool ClearDeadSessions(Look look = Look::OnceForUnrecorded);
 // Whether any user or share belongs to a session that lives, and whether any was left behind.
 bool IsAnySessionAlive();
 bool IsAnySessionDead();
