@@ -98,9 +98,9 @@ void CheckSwitch(Findings *findings)
         return;
     }
     findings->Missing(
-        "the switch, which runs smbd as the preferences say.  Enable it: systemctl "
-        "disable --now smbd; systemctl enable --now pelago-smb-switch.  It stops an smbd "
-        "that serves others, unless you run: pelago-smb-service on");
+        "the switch, which runs smbd as the preferences say.  Enable it: systemctl enable --now "
+        "pelago-smb-switch.  It stops an smbd that serves others, unless you run before: "
+        "pelago-smb-service on");
 }
 
 } // namespace

@@ -15,7 +15,8 @@
 namespace {
 
 constexpr char TOOL[] = "pelagoShareTool";
-constexpr int END_SECONDS = 5; // how long a tool may take to end
+constexpr int END_SECONDS = 5;    // how long a tool may take to end
+constexpr int CLEAR_SECONDS = 30; // how long another process may take to clear something away
 
 std::vector<Record> AllRecords()
 {
@@ -82,9 +83,22 @@ void ListSessions()
     ShowUnrecorded(records);
 }
 
+// Whether another process, such as the switch, is just taking away what a dead session left.
+bool IsAnythingInHand()
+{
+    return std::ranges::any_of(AllRecords(), [](const Record &record) {
+        const bool isDead = !record.session || !record.session->IsRunning();
+        return isDead && record.maker && record.maker->IsRunning();
+    });
+}
+
+// What another process has in hand is gone when that has ended, or is ours to clear away.
 void Clean()
 {
-    if (!ClearDeadSessions()) { Fail("something of a dead session is still there"); }
+    const bool isDone = ClearDeadSessions() &&
+                        WaitUntil(CLEAR_SECONDS, [] { return !IsAnythingInHand(); }) &&
+                        ClearDeadSessions();
+    if (!isDone) { Fail("something of a dead session is still there"); }
 }
 
 // Ends the tool, which then undoes nothing: its caller sees that a signal ended it.  Scripts that
