@@ -57,4 +57,7 @@ for preset in "$@"; do
 done
 [ -z "$passed" ] || say "every test passed:$passed"
 [ -z "$notRun" ] || say "BUT NOT RUN:$notRun"
+case " $passed " in
+    *' dev '*) [ -d build/debian/root ] || say 'BUT NOT RUN: the packages on bare hosts, for these could not be fetched' ;;
+esac
 [ -z "$withoutSandbox" ] || say 'BUT NOT RUN: what needs a machine of its own'

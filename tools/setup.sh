@@ -9,9 +9,9 @@ set -eu
 
 PACKAGES="
     bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ git icu-devtools inotify-tools
-    iproute2 libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils llvm-14
-    locales make mandoc ninja-build pkg-config procps python3 samba shellcheck smbclient strace
-    systemd unicode-data util-linux valgrind
+    iproute2 libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils lintian
+    llvm-14 locales make mandoc mmdebstrap ninja-build pkg-config procps python3 samba shellcheck
+    smbclient strace systemd unicode-data util-linux valgrind
 "
 BENCH_PACKAGES="
     libabsl-dev libevent-dev libfmt-dev libglib2.0-dev libssl-dev libstb-dev libtbb-dev
