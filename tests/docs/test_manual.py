@@ -49,7 +49,7 @@ def written_lines():
 
 class Pages(unittest.TestCase):
     def test_there_is_nothing_to_warn_of(self):
-        self.assertEqual(len(PAGES), 2)
+        self.assertEqual(len(PAGES), 3)
         for page in PAGES:
             done = mandoc("-T", "lint", "-W", "warning", page=page.read_text())
             self.assertEqual((done.stdout, done.returncode), ("", 0), page)

@@ -79,8 +79,8 @@ class Installed(unittest.TestCase):
     def test_the_bundle_is_exactly_what_is_listed(self):
         library = self.prefix / "lib/pelago/Pelago.app/Contents/Library"
         programs = {f"shares/{name}.sh" for name in ("adduser", "addshare", "rmshare", "rmuser")} \
-            | {"shares/pelagoShareTool", "switch/smbSwitch.sh", "switch/smbServiceWanted"}
-        files = {"shares/base.sh", "shares/common.sh", "icu/icudt44l.dat"}
+            | {"shares/pelagoShareTool", "host/pelagoHost", "switch/smbdHandOver.sh"}
+        files = {"host/sambaAccount.py", "icu/icudt44l.dat"}
         modes = {str(path.relative_to(library)): path.stat().st_mode & 0o777
                  for path in (self.prefix / "lib/pelago").rglob("*") if not path.is_dir()}
         self.assertEqual(modes, dict.fromkeys(programs, 0o755) | dict.fromkeys(files, 0o644))
