@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <new>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -69,10 +70,13 @@ std::string OneLine(std::string_view output)
 }
 
 void Say(std::string_view text)
-{
+try {
     const std::string line = sProgramName + ": " + Printable(text) + '\n';
     // One write, so that the lines of several scripts do not mix.
     (void)!write(STDERR_FILENO, line.data(), line.size());
+} catch (const std::bad_alloc &) {
+    constexpr std::string_view LINE = "pelagoHost: out of memory\n";
+    (void)!write(STDERR_FILENO, LINE.data(), LINE.size());
 }
 
 void LogToSystem(std::string_view text)
