@@ -21,6 +21,7 @@ import scriptRunner
 from scriptRunner import HANG, SHARES, read, run_command, script_path, write
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / 'support'))
+import straced  # noqa: E402
 from throwAway import require_sandbox  # noqa: E402
 
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -121,6 +122,34 @@ def run_script(name, *args, run=run_command, **kwargs):
     return run([script_path(name), *args], **kwargs)
 
 
+# For what the tests preload or trace where everything is built with sanitizers.
+SANITIZER = {'ASAN_OPTIONS': 'verify_asan_link_order=0:detect_leaks=0'}
+
+
+def in_haste():
+    """The environment of a script whose waits are over after a few looks."""
+    return dict(os.environ, LD_PRELOAD=os.environ['PELAGO_HASTY_CLOCK'], **SANITIZER)
+
+
+def run_failing(call, error, name, *args, path=None, ordinal=None):
+    """Runs a script's command with a call of its program that fails, of those on the path if one is
+    given; what the program starts is not touched."""
+    selection = ['-D'] + (['-P', path] if path else []) # traced by a stranger, it stays our child
+    done = straced.failing_at(call, ordinal, error, [PROGRAM, name, *args], *selection,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              timeout=HANG, check=False, env=dict(os.environ, **SANITIZER))
+    return scriptRunner.Result(done.returncode, done.stdout.decode(errors='surrogateescape'))
+
+
+def has_open(pid, path):
+    with contextlib.suppress(FileNotFoundError):
+        for descriptor in os.listdir('/proc/%d/fd' % pid):
+            with contextlib.suppress(FileNotFoundError):
+                if os.readlink('/proc/%d/fd/%s' % (pid, descriptor)) == path:
+                    return True
+    return False
+
+
 # ---- The client
 
 def client(user, password, share, commands):
@@ -201,7 +230,7 @@ def snapshot():
             path = os.path.join(folder, name)
             kind = os.readlink(path) if os.path.islink(path) else os.path.isfile(path) and read(path)
             tree.append((path, kind))
-    furniture = [STATE + name for name in ('/lock', '/shares', '/users')]
+    furniture = [STATE + name for name in ('/lock', '/looked', '/shares', '/users')]
     state['state'] = sorted(entry for entry in tree if entry[0] not in furniture)
     return state
 
@@ -286,6 +315,34 @@ class ScriptTest(scriptRunner.ScriptTest):
     def stand_in(self, program, text):
         """The same until the test ends."""
         self.enterContext(stand_in(program, text))
+
+    def waiting(self):
+        """For a stand-in: shell text that waits until go() is called; started() says that it does."""
+        return 'touch {0}/started; while [ ! -e {0}/go ]; do sleep 0.01; done'.format(self.scratch)
+
+    def started(self):
+        return os.path.exists(self.scratch + '/started')
+
+    def go(self):
+        write(self.scratch + '/go', '')
+
+    def stop_waiting_for(self):
+        """The next one waits again."""
+        for name in ('/started', '/go'):
+            os.unlink(self.scratch + name)
+
+    def run_until_the_caller_has_gone(self, *args):
+        """Runs a script whose caller is killed once the script has started a program that waits;
+        what the script says."""
+        log = self.scratch + '/said'
+        # What comes after it keeps the shell from becoming the script.
+        with subprocess.Popen(['sh', '-c', '"$@" 2>%s; :' % log, 'sh', script_path(args[0]), *args[1:]],
+                              stdin=subprocess.DEVNULL) as caller:
+            wait_until(self.started, 'the step')
+            caller.kill()
+        self.go()
+        wait_until(lambda: read(log).endswith(b'the caller has gone\n'), 'the reason')
+        return read(log).decode()
 
     def add_user(self, user='alice', **kwargs):
         self.assert_done(run_script('adduser', user, user, self.password_file, **kwargs))

@@ -1,17 +1,20 @@
 """adduser.sh: the user that a share is served to."""
 
 import base64
+import fcntl
 import os
-import re
 import signal
 import subprocess
 import unittest
 
 import sambahost
-from sambahost import (HANG, command, run_script, samba_knows, script_path, user_exists, wait_until,
-                       write)
+from sambahost import (HANG, STATE, command, read, run_failing, run_script, samba_knows, script_path,
+                       user_exists, wait_until, write)
 
 EVERY_BYTE = bytes(byte for byte in range(1, 256) if byte != 0x0A)
+NOT_TEXT = b'\xff\xfe'
+FIRST_NUMBER = 1879048192
+MEMORY = '/var/lib/pelago/lastUserNumber'
 
 PASSWORDS = {
     'OneByte': b'x',
@@ -71,7 +74,9 @@ class AddUser(sambahost.ScriptTest):
         self.assert_done(self.add())
         fields = command('getent', 'passwd', 'alice').rstrip('\n').split(':')
         self.assertEqual(fields[4:], ['Pelago share user', '/nonexistent', '/usr/sbin/nologin'])
-        self.assertLess(int(fields[2]), 1000, 'a system user')
+        self.assertGreaterEqual(int(fields[2]), FIRST_NUMBER, 'a number that nobody else gives out')
+        self.assertEqual(fields[3], '65534', 'the group of nobody')
+        self.assertNotIn(b'\nalice:', read('/etc/group'))
         self.assertRegex(sambahost.read('/etc/shadow').decode(), r'(?m)^alice:!:', 'no password')
         status, output = sambahost.client('alice', self.password, 'IPC$', 'exit')
         self.assertEqual(status, 0, output)
@@ -98,16 +103,25 @@ class AddUser(sambahost.ScriptTest):
                     status, output = sambahost.client(user, password[:-1] + b'?', 'IPC$', 'exit')
                     self.assertNotEqual(status, 0, output)
 
-    def test_hands_over_every_byte_as_it_is(self):
+    def taken_by(self, program, password):
+        """What the program gets as its input while a user with that password is made and removed."""
         taken = self.scratch + '/taken'
-        self.stand_in('smbpasswd', 'cat >%s; exec $real "$@" <%s' % (taken, taken))
-        for start in range(0, len(EVERY_BYTE), 127):
-            password = EVERY_BYTE[start:start + 127]
-            with self.subTest(start):
-                write(self.password_file, password)
-                self.add()
-                self.assertEqual(sambahost.read(taken), password + b'\n' + password + b'\n')
-                sambahost.wipe()
+        write(self.password_file, password)
+        with sambahost.stand_in(program, 'cat >%s; exec $real "$@" <%s' % (taken, taken)):
+            self.assert_done(self.add())
+            self.assert_done(run_script('rmuser', 'alice'))
+        return read(taken)
+
+    def test_hands_over_every_byte_as_it_is(self):
+        half = EVERY_BYTE.index(0x80)
+        self.assertEqual(self.taken_by('python3', EVERY_BYTE[:half]), EVERY_BYTE[:half])
+        for password in (EVERY_BYTE[half:half + 127], EVERY_BYTE[-127:]):
+            self.assertEqual(self.taken_by('smbpasswd', password), 2 * (password + b'\n'))
+
+    def test_a_password_that_is_no_text_is_preceded_by_one_that_nobody_knows(self):
+        first, second = (self.taken_by('python3', NOT_TEXT) for _ in range(2))
+        self.assertRegex(first, rb'\A[a-p]{64}\Z')
+        self.assertNotEqual(first, second)
 
     def test_refuses_passwords_that_samba_would_cut_or_leave_out(self):
         for name, (content, reason) in REFUSED_PASSWORDS.items():
@@ -122,9 +136,21 @@ class AddUser(sambahost.ScriptTest):
             self.assert_refused(self.add('alice', 'alice', ''), 'empty')
 
     def test_refuses_a_password_whose_reading_fails_half_way(self):
-        self.stand_in('head', 'printf abc; exit 1')
         with self.unchanged():
-            self.assert_refused(self.add(), 'NUL')
+            for ordinal in (1, 2):
+                self.assert_refused(
+                    run_failing('read', 'EIO', 'adduser', 'alice', 'alice', self.password_file,
+                                path=self.password_file, ordinal=ordinal),
+                    'cannot read the password file: "%s": Input/output error' % self.password_file)
+
+    def test_warns_of_a_password_file_that_others_can_read(self):
+        for number, (mode, count) in enumerate(((0o640, 1), (0o604, 1), (0o622, 0), (0o400, 0))):
+            with self.subTest(oct(mode)):
+                os.chmod(self.password_file, mode)
+                user = 'user%d' % number
+                result = self.add(user, user, self.password_file)
+                self.assert_done(result)
+                self.assertEqual(result.output.count('others than its owner can read'), count)
 
     def test_reads_the_password_file_only_once(self):
         # A pipe gives its content once.
@@ -148,6 +174,11 @@ class AddUser(sambahost.ScriptTest):
             for name, user in REFUSED_USERS.items():
                 with self.subTest(name):
                     self.assert_refused(self.add(user, user, self.password_file), 'a user name')
+            for user in ('s-1-1-0', 's-1', 's-9x'):
+                with self.subTest(user):
+                    self.assert_refused(self.add(user, user, self.password_file), 'takes it for a SID')
+        self.assert_done(self.add('s-', 's-', self.password_file))
+        self.assert_done(self.add('s-a1', 's-a1', self.password_file))
 
     def test_refuses_wrong_arguments(self):
         with self.unchanged():
@@ -159,8 +190,11 @@ class AddUser(sambahost.ScriptTest):
     def test_refuses_users_and_groups_that_are_not_ours(self):
         command('groupadd', 'justagroup')
         self.addCleanup(command, 'groupdel', 'justagroup')
+        command('useradd', '--badname', 'CARL')
+        self.addCleanup(command, 'userdel', 'CARL')
         with self.unchanged():
-            for user, reason in (('root', 'user root exists'), ('bob', 'user bob exists'),
+            for user, reason in (('carl', 'user "CARL" exists already, and Samba would hold carl for'),
+                                 ('root', 'user root exists'), ('bob', 'user bob exists'),
                                  ('justagroup', 'group justagroup exists already')):
                 with self.subTest(user):
                     self.assert_refused(self.add(user, user, self.password_file), reason)
@@ -184,105 +218,270 @@ class AddUser(sambahost.ScriptTest):
 
     def test_undoes_everything_when_a_step_fails(self):
         steps = {
-            'useradd': 'exit 1',
-            'useradd after its work': 'PROGRAM=useradd $real "$@"; exit 1',
-            'smbpasswd': 'exit 1',
-            'smbpasswd after its work': '$real "$@"; exit 1',
-            'smbpasswd does nothing': 'exit 0',
-            'pdbedit': 'exit 1',
+            'useradd': ('echo why; exit 1', 'make the user alice: why'),
+            'useradd after its work': ('PROGRAM=useradd $real "$@"; exit 1', 'make the user alice'),
+            'python3': ('echo why; exit 1', "make Samba's account for alice: why"),
+            'python3 after its work': ('$real "$@"; exit 1', "make Samba's account for alice: S-1-5-21-"),
+            'python3 does nothing': ('exit 0', "make Samba's account for alice"),
+            'smbpasswd': ('echo why; exit 1', 'set the password of alice: why'),
+            'smbpasswd after its work': ('$real "$@"; exit 1', 'set the password of alice'),
         }
-        for step, text in steps.items():
+        for step, (text, reason) in steps.items():
+            write(self.password_file, NOT_TEXT if 'smbpasswd' in step else 'text')
             with self.subTest(step), self.unchanged():
                 with sambahost.stand_in(step.split()[0], text):
                     result = self.add()
-                self.assertEqual(result.status, 1, result)
-                self.assertRegex(result.output, r'adduser\.sh: (cannot|Samba did not)')
+                self.assert_refused(result, 'adduser.sh: cannot ' + reason)
+
+    def test_undoes_everything_when_a_program_is_missing(self):
+        with self.unchanged(), sambahost.stand_in('useradd', ''):
+            os.unlink(sambahost.shutil.which('useradd'))
+            self.assert_refused(self.add(), 'cannot make the user alice: cannot run useradd: No such file')
+
+    def ask_files_only(self):
+        """Of two sources of users the C library takes the answer of the second where the first fails."""
+        sources = read('/etc/nsswitch.conf')
+        self.addCleanup(write, '/etc/nsswitch.conf', sources)
+        write('/etc/nsswitch.conf', 'passwd: files\ngroup: files\n')
+
+    def test_undoes_everything_when_a_call_of_the_system_fails(self):
+        self.ask_files_only()
+        users, memory = STATE + '/users', os.path.dirname(MEMORY)
+        faults = (
+            ('mkdir', 'ENOSPC', STATE, 'cannot make /run/pelago: No space left'),
+            ('chmod', 'EPERM', STATE, 'cannot make /run/pelago: '),
+            ('openat', 'EIO', STATE + '/lock', 'cannot open /run/pelago/lock: '),
+            ('openat', 'ENOSPC', STATE + '/looked', 'cannot write /run/pelago/looked: '),
+            ('openat', 'EIO', '/etc/group', 'cannot read the group database: '),
+            ('openat', 'ENOSPC', users + '/.new', 'cannot write /run/pelago/users/alice: '),
+            ('write', 'ENOSPC', users + '/.new', 'cannot write /run/pelago/users/alice: '),
+            ('rename', 'ENOSPC', users + '/.new', 'cannot write /run/pelago/users/alice: '),
+            ('readlink', 'EACCES', '/proc/self/exe', 'cannot find out where this program lies'),
+            ('pipe2', 'EMFILE', None, 'cannot make a pipe: '),
+            ('clone', 'EAGAIN', None, 'cannot start /usr/bin/python3: '),
+            ('mkdir', 'EROFS', memory, 'cannot make %s: ' % memory),
+            ('openat', 'EIO', MEMORY, 'cannot open %s: ' % MEMORY),
+            ('flock', 'ENOLCK', MEMORY, 'cannot open %s: ' % MEMORY),
+            ('pwrite64', 'ENOSPC', MEMORY, 'cannot write %s: ' % MEMORY),
+            ('openat', 'EIO', '/dev/urandom', 'cannot read /dev/urandom'),
+        )
+        write(self.password_file, NOT_TEXT)
+        for call, error, path, reason in faults:
+            with self.subTest(call, path=path), self.unchanged():
+                self.assert_refused(run_failing(call, error, 'adduser', 'alice', 'alice',
+                                                self.password_file, path=path), 'adduser.sh: ' + reason)
+
+    def test_does_not_take_users_that_cannot_be_read_for_none(self):
+        self.ask_files_only()
+        self.assert_done(self.add('warm', 'warm', self.password_file)) # looks for what was left
+        with self.unchanged():
+            for ordinal in (1, 2):
+                self.assert_refused(run_failing('openat', 'EIO', 'adduser', 'alice', 'alice',
+                                                self.password_file, path='/etc/passwd', ordinal=ordinal),
+                                    'cannot read the user database')
 
     def test_says_what_is_left_when_the_password_database_breaks(self):
-        broken = self.scratch + '/broken'
-        self.stand_in('smbpasswd', '[ -e %s.once ] || { touch %s %s.once; exit 1; }\n'
-                                   'exec $real "$@"' % (broken, broken, broken))
-        self.stand_in('pdbedit', '[ ! -e %s ] || { echo broken; exit 3; }\nexec $real "$@"' % broken)
-        result = self.add()
-        self.assert_refused(result, "cannot read Samba's password database: broken")
+        with sambahost.stand_in('python3', 'touch %s/broken; exit 1' % self.scratch), \
+                sambahost.stand_in('pdbedit', '[ ! -e %s/broken ] || { echo broken; exit 3; }\n'
+                                              'exec $real "$@"' % self.scratch):
+            result = self.add()
+        self.assert_refused(result, "cannot make Samba's account")
+        self.assertIn('cannot remove alice from Samba: broken', result.output)
         self.assertIn('the user alice is left behind', result.output)
-        os.unlink(broken)
         self.assert_done(self.add())
         self.assertEqual(sambahost.client('alice', self.password, 'IPC$', 'exit')[0], 0)
 
     def test_says_what_is_left_when_the_user_database_breaks(self):
-        self.stand_in('smbpasswd', 'touch %s/broken; exit 1' % self.scratch)
-        self.stand_in('getent', '[ ! -e %s/broken ] || exit 3\nexec $real "$@"' % self.scratch)
-        result = self.add()
-        self.assert_refused(result, 'cannot read the user database')
+        args = ('adduser', 'alice', 'alice', self.password_file)
+        self.ask_files_only()
+        self.assert_done(self.add('warm', 'warm', self.password_file)) # looks for what was left
+        with sambahost.stand_in('python3', 'exit 1'):
+            opened = sambahost.straced.recorded([sambahost.PROGRAM, *args], '-P', '/etc/passwd', '-e',
+                                                'trace=openat', check=False, stderr=subprocess.DEVNULL)
+            result = run_failing('openat', 'EIO', *args, path='/etc/passwd', ordinal=len(opened))
+        self.assert_refused(result, "cannot make Samba's account")
+        self.assertIn('cannot read the user database', result.output)
         self.assertIn('the user alice is left behind', result.output)
+        self.assert_done(self.add())
+
+    def test_never_gives_a_number_again_soon(self):
+        numbers = []
+        for _ in range(3):
+            self.assert_done(self.add())
+            numbers.append(sambahost.pwd.getpwnam('alice').pw_uid)
+            self.assert_done(run_script('rmuser', 'alice'))
+        self.assertEqual(numbers, sorted(set(numbers)))
+
+    def test_a_clock_that_was_put_back_gives_no_number_again(self):
+        self.addCleanup(os.unlink, MEMORY)
+        self.assert_done(self.add('warm', 'warm', self.password_file))
+        last = int(read(MEMORY)) + 1_000_000 # it would be given out in some days
+        write(MEMORY, '%d\n' % last)
+        command('useradd', '--uid', str(last + 1), 'taken')
+        self.addCleanup(command, 'userdel', 'taken')
+        self.assert_done(self.add())
+        self.assertEqual(sambahost.pwd.getpwnam('alice').pw_uid, last + 2)
+        self.assertEqual(read(MEMORY), b'%d\n' % (last + 2))
+
+    def test_a_memory_of_numbers_that_is_damaged_does_no_harm(self):
+        self.addCleanup(os.unlink, MEMORY)
+        os.makedirs(os.path.dirname(MEMORY), exist_ok=True)
+        for number, text in enumerate(('', 'x\n', '-1\n', '0\n', '2147483646\n', '9' * 40)):
+            with self.subTest(text):
+                write(MEMORY, text)
+                user = 'user%d' % number
+                self.assert_done(self.add(user, user, self.password_file))
+                self.assertGreaterEqual(sambahost.pwd.getpwnam(user).pw_uid, FIRST_NUMBER)
 
     def test_nobody_else_can_hold_the_lock(self):
         self.assert_done(self.add())
         lock = os.stat(sambahost.STATE + '/lock')
         self.assertEqual((lock.st_uid, lock.st_mode & 0o7777), (0, 0o600))
 
-    def test_holds_the_lock_until_everything_is_undone(self):
-        self.stand_in('smbpasswd', 'exit 1')
-        self.stand_in('userdel', 'flock -n /run/pelago/lock true && touch %s/free\nexec $real "$@"'
-                      % self.scratch)
-        self.assert_refused(self.add(), 'cannot set the password')
-        self.assertFalse(user_exists('alice'))
-        self.assertFalse(os.path.exists(self.scratch + '/free'))
+    def test_the_name_is_in_use_until_everything_is_undone(self):
+        self.stand_in('python3', 'exit 1')
+        self.stand_in('userdel', 'cp /run/pelago/users/alice %s/record; exec $real "$@"' % self.scratch)
+        self.assert_refused(self.add(), "cannot make Samba's account")
+        self.assertRegex(read(self.scratch + '/record'), rb'(?m)^maker \d+ \d+ [0-9a-f-]{36}$')
+
+    def test_keeps_nobody_waiting_while_it_works(self):
+        self.stand_in('useradd', self.waiting() + '; exec $real "$@"')
+        with subprocess.Popen([script_path('adduser'), 'alice', 'alice', self.password_file]) as script:
+            wait_until(self.started, 'the step')
+            with open(STATE + '/lock', 'wb') as lock:
+                fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            self.assert_refused(self.add(), 'the user alice is in use by a session that runs')
+            self.go()
+            self.assertEqual(script.wait(HANG), 0)
 
     def test_undoes_everything_when_it_is_interrupted(self):
-        wait = 'touch started; while [ ! -e go ]; do sleep 0.01; done'
-        for name, text in (('useradd', '$real "$@"; ' + wait),
-                           ('smbpasswd', wait + '; exec $real "$@"')):
+        for name, text in (('useradd', '$real "$@"; ' + self.waiting()),
+                           ('python3', self.waiting() + '; exec $real "$@"')):
             for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT):
                 with self.subTest(name, signal=number), self.unchanged():
-                    with sambahost.stand_in(name, 'cd %s; %s' % (self.scratch, text)), \
+                    with sambahost.stand_in(name, text), \
                             subprocess.Popen([script_path('adduser'), 'alice', 'alice',
                                               self.password_file], stderr=subprocess.DEVNULL,
                                              preexec_fn=heed_interrupts) as script:
-                        wait_until(lambda: os.path.exists(self.scratch + '/started'), 'the step')
+                        wait_until(self.started, 'the step')
                         script.send_signal(number)
-                        write(self.scratch + '/go', '')
+                        self.go()
                         self.assertEqual(script.wait(HANG), 128 + number)
-                    os.unlink(self.scratch + '/started')
-                    os.unlink(self.scratch + '/go')
+                    self.stop_waiting_for()
 
     def test_takes_over_what_a_killed_script_left(self):
-        with sambahost.stand_in('smbpasswd', 'touch %s/started; sleep 60' % self.scratch), \
+        with sambahost.stand_in('python3', 'touch %s/started; sleep 60' % self.scratch), \
                 subprocess.Popen([script_path('adduser'), 'alice', 'alice', self.password_file],
                                  start_new_session=True, stderr=subprocess.DEVNULL) as script:
-            wait_until(lambda: os.path.exists(self.scratch + '/started'), 'the step')
+            wait_until(lambda: self.started() and user_exists('alice'), 'the step')
             os.killpg(script.pid, signal.SIGKILL)
-        self.assertTrue(user_exists('alice'))
         self.assertFalse(samba_knows('alice'))
         self.assert_done(self.add())
         self.assertEqual(sambahost.client('alice', self.password, 'IPC$', 'exit')[0], 0)
 
+    def test_undoes_everything_when_its_caller_has_gone(self):
+        self.stand_in('useradd', '$real "$@"; ' + self.waiting())
+        with self.unchanged():
+            self.run_until_the_caller_has_gone('adduser', 'alice', 'alice', self.password_file)
+
+    def test_refuses_to_begin_when_its_caller_has_gone(self):
+        log = self.scratch + '/said'
+        # The shell within waits for the one around it to end.
+        command('sh', '-c', '(while [ -e /proc/$$ ]; do sleep 0.01; done; exec "$@") >%s 2>&1 &' % log,
+                'sh', script_path('adduser'), 'alice', 'alice', self.password_file)
+        wait_until(lambda: b'\n' in read(log), 'the reason')
+        self.assertEqual(read(log), b'adduser.sh: the caller has gone\n')
+        self.assertFalse(user_exists('alice'))
+
+    def test_takes_over_a_user_whose_record_is_gone(self):
+        self.assert_done(self.add())
+        os.unlink(STATE + '/users/alice')
+        with sambahost.stand_in('userdel', 'echo why; exit 1'):
+            result = self.add()
+        self.assert_refused(result, 'cannot take over the user alice')
+        self.assertIn('cannot remove the user alice: why', result.output)
+        self.assertIn('the user alice is left behind', result.output)
+        os.unlink(STATE + '/users/alice')
+        self.stand_in('useradd', 'cp /run/pelago/users/alice %s/record; exec $real "$@"' % self.scratch)
+        result = self.add()
+        self.assert_done(result)
+        self.assertIn('taking over the user alice from a session that has ended', result.output)
+        self.assertIn(b'maker', read(self.scratch + '/record'), 'the name is in use')
+        self.assertEqual(sambahost.client('alice', self.password, 'IPC$', 'exit')[0], 0)
+
+    def test_refuses_a_place_for_its_records_that_others_may_change(self):
+        def make_file():
+            write(STATE, '')
+
+        def make_link():
+            os.mkdir(self.scratch + '/elsewhere')
+            os.symlink(self.scratch + '/elsewhere', STATE)
+
+        def make_bobs():
+            os.mkdir(STATE)
+            os.chown(STATE, sambahost.pwd.getpwnam('bob').pw_uid, -1)
+
+        for make in (make_file, make_link, make_bobs):
+            with self.subTest(make.__name__):
+                make()
+                self.assert_refused(self.add(), '/run/pelago is not a folder of root\'s')
+                command('rm', '-rf', STATE)
+        os.mkdir(STATE)
+        os.symlink(self.scratch + '/lock', STATE + '/lock')
+        self.assert_refused(self.add(), 'cannot open /run/pelago/lock')
+        self.assertFalse(os.path.exists(self.scratch + '/lock'))
+
+    def test_only_root_may_do_it(self):
+        os.chown(self.password_file, sambahost.pwd.getpwnam('bob').pw_uid, -1)
+        with self.unchanged():
+            self.assert_refused(self.add(user='bob'), 'only root may do this')
+
+    def test_the_program_refuses_what_is_no_command(self):
+        for args in ((), ('',), ('adduse',), ('adduser.sh', 'alice', 'alice', self.password_file)):
+            with self.subTest(args):
+                self.assert_refused(sambahost.run_command([sambahost.PROGRAM, *args]),
+                                    'pelagoHost: usage: pelagoHost COMMAND [ARGUMENT...]')
+
+    @unittest.skipUnless('PELAGO_REFUSE_ALLOCATION' in os.environ, 'the sanitizer brings its own memory')
+    def test_says_when_it_has_no_memory(self):
+        proof, answers = self.scratch + '/proof', []
+        for at in range(1, 1000):
+            environment = dict(os.environ, LD_PRELOAD=os.environ['PELAGO_REFUSE_ALLOCATION'],
+                               REFUSE_AT=str(at), REFUSE_PROOF=proof)
+            result = sambahost.run_command([sambahost.PROGRAM, 'adduser', 'A' * 100, 'A', 'file'],
+                                           env=environment)
+            self.assertEqual(result.status, 1, result)
+            if not os.path.exists(proof):
+                break
+            os.unlink(proof)
+            answers.append(result.output.split(': ')[1])
+        self.assertIn('out of memory\n', answers)
+        self.assertLess(len(answers), 999, 'the last run had all its memory')
+
     def test_waits_for_another_script_to_end(self):
         self.assert_done(self.add('warm', 'warm', self.password_file)) # makes the lock file
-        with subprocess.Popen(['flock', '/run/pelago/lock', 'cat'], stdin=subprocess.PIPE) as holder:
-            wait_until(lambda: not sambahost.succeeds('flock', '-n', '/run/pelago/lock', 'true'),
-                       'the lock to be held')
-            with subprocess.Popen([script_path('adduser'), 'alice', 'alice',
-                                   self.password_file]) as script:
-                wait_until(lambda: sambahost.has_child(script.pid, 'flock'), 'the script to wait')
-                self.assertFalse(user_exists('alice'))
-                holder.stdin.close()
-                self.assertEqual(script.wait(HANG), 0)
+        with open(STATE + '/lock', 'wb') as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            # pylint: disable-next=consider-using-with
+            script = subprocess.Popen([script_path('adduser'), 'alice', 'alice', self.password_file])
+            wait_until(lambda: sambahost.has_open(script.pid, STATE + '/lock'), 'the script to wait')
+            self.assertFalse(user_exists('alice'))
+        self.assertEqual(script.wait(HANG), 0)
         self.assertTrue(user_exists('alice'))
 
     def test_does_not_wait_for_ever(self):
         self.assert_done(self.add('warm', 'warm', self.password_file))
-        self.stand_in('flock', '[ "$*" != "-w 60 9" ] || exit 1')
-        with self.unchanged():
-            self.assert_refused(self.add(), 'another share script has not ended')
+        with self.unchanged(), open(STATE + '/lock', 'wb') as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            self.assert_refused(self.add(env=sambahost.in_haste()),
+                                'another share script has not ended within 60 s')
 
-    def test_gives_the_lock_to_no_other_program(self):
+    def test_gives_nothing_that_it_has_open_to_other_programs(self):
         self.stand_in('useradd', 'ls -l /proc/self/fd >%s/open; exec $real "$@"' % self.scratch)
         self.assert_done(self.add())
-        descriptors = sambahost.read(self.scratch + '/open').decode()
-        self.assertIn('/dev/null', descriptors)
-        self.assertNotIn('/run/pelago', descriptors)
+        descriptors = read(self.scratch + '/open').decode()
+        self.assertEqual(descriptors.count(' -> '), 4, 'the three, and that of ls itself: ' + descriptors)
+        self.assertNotIn('pelago', descriptors)
 
     def test_several_at_once_each_get_their_user(self):
         users = ['user%d' % number for number in range(4)]
@@ -318,7 +517,7 @@ class AddUser(sambahost.ScriptTest):
         self.assertTrue(samba_knows('alice'))
 
     def test_undoes_everything_when_nobody_reads_the_reason(self):
-        self.stand_in('smbpasswd', 'echo chatter; echo chatter >&2; exit 1')
+        self.stand_in('python3', 'echo chatter; echo chatter >&2; exit 1')
         for ignore in (signal.SIG_DFL, signal.SIG_IGN):
             with self.subTest(ignore), self.unchanged():
                 reader, writer = os.pipe()
@@ -330,49 +529,41 @@ class AddUser(sambahost.ScriptTest):
                         preexec_fn=lambda ignore=ignore: signal.signal(signal.SIGPIPE, ignore))
                 self.assertEqual(done.returncode, 1)
 
-    def test_the_password_is_in_no_argument_and_in_no_environment(self):
-        secret = 'SecretWord'
-        write(self.password_file, secret + '\n')
-        # Every variable of the scripts comes exported, so that one that is assigned stays it.
-        names = set()
-        for name in os.listdir(sambahost.SHARES):
-            text = sambahost.read('%s/%s' % (sambahost.SHARES, name)).decode()
-            names.update(re.findall(r'\b([A-Za-z_][A-Za-z0-9_]*)=', text))
-        self.assertIn('passwordOctal', names)
-        environment = dict({name: 'preset' for name in names}, PATH=os.environ['PATH'])
+    def executed(self, *argv, **kwargs):
+        """Runs this under a tracer: what it said, and all calls that executed something."""
         log = self.scratch + '/calls'
         done = subprocess.run(
-            ['strace', '-f', '-v', '-s', '100000', '-qq', '-e', 'trace=execve', '-o', log,
-             script_path('adduser'), 'alice', 'alice', self.password_file],
-            env=environment, stderr=subprocess.PIPE, timeout=HANG, check=False)
-        self.assertEqual(done.returncode, 0, done.stderr)
-        calls = sambahost.read(log).decode()
-        self.assertRegex(calls, r'"smbpasswd", "-s", "-a", "alice"')
-        self.assertIn('STATE=/run/pelago', calls, 'environments are in the log')
-        octal = [oct(ord(letter))[2:] for letter in secret]
-        for form in (secret, secret[:6], secret.encode().hex(), ' '.join(octal), '\\\\'.join(octal),
-                     base64.b64encode(secret.encode()).decode()):
-            self.assertNotIn(form, calls)
-        self.assertEqual(sambahost.client('alice', secret, 'IPC$', 'exit')[0], 0)
+            ['strace', '-f', '-v', '-s', '100000', '-qq', '-e', 'trace=execve', '-o', log, *argv],
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG, check=False, **kwargs)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        return done.stdout.decode(), read(log).decode()
+
+    def test_the_password_is_in_no_argument_and_in_no_environment(self):
+        environment = dict(os.environ, PELAGO_PRESET='preset', **sambahost.SANITIZER)
+        helper = r'"/usr/bin/python3", \["/usr/bin/python3", "-I", "-S", "-B", ".*/host/sambaAccount.py"'
+        for user, secret, program in (('alice', b'SecretWord', helper),
+                                      ('carol', b'SecretWord\xff', '"smbpasswd", "-s", "carol"')):
+            with self.subTest(user):
+                write(self.password_file, secret + b'\n')
+                calls = self.executed(script_path('adduser'), user, user, self.password_file,
+                                      env=environment)[1]
+                self.assertRegex(calls, program)
+                self.assertEqual(calls.count('PELAGO_PRESET'), 2, 'the script and its program')
+                environments = calls.count('["PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C"]')
+                self.assertGreaterEqual(environments, 2, calls)
+                for form in (b'SecretWord', b'Secret', secret.hex().encode(), base64.b64encode(secret)[:12]):
+                    self.assertNotIn(form.decode(), calls)
+                self.assertEqual(sambahost.client(user, secret, 'IPC$', 'exit')[0], 0)
 
     def test_no_option_of_the_shell_gives_the_password_away(self):
         secret = 'SecretWord'
         write(self.password_file, secret + '\n')
-        log = self.scratch + '/calls'
-        done = subprocess.run(
-            ['strace', '-f', '-v', '-s', '100000', '-qq', '-e', 'trace=execve', '-o', log,
-             'bash', '--posix', script_path('adduser'), 'alice', 'alice', self.password_file],
-            env=dict(os.environ, SHELLOPTS='allexport:xtrace:verbose'), stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT, timeout=HANG, check=False)
-        self.assertEqual(done.returncode, 0, done.stdout)
-        calls = sambahost.read(log).decode()
-        self.assertIn('common.sh', done.stdout.decode(), 'the options were taken')
-        self.assertRegex(calls, r'"smbpasswd", "-s", "-a", "alice"')
-        octal = [oct(ord(letter))[2:] for letter in secret]
-        forms = [secret] + [between.join(octal) for between in (' ', '\\', '\\\\')]
-        for form in forms:
-            self.assertNotIn(form, calls)
-            self.assertNotIn(form, done.stdout.decode())
+        said, calls = self.executed(
+            'bash', '--posix', script_path('adduser'), 'alice', 'alice', self.password_file,
+            env=dict(os.environ, SHELLOPTS='allexport:xtrace:verbose', **sambahost.SANITIZER))
+        self.assertIn('+ exec', said, 'the options were taken')
+        self.assertIn('sambaAccount.py', calls)
+        self.assertNotIn(secret, calls + said)
         self.assertEqual(sambahost.client('alice', secret, 'IPC$', 'exit')[0], 0)
 
 
