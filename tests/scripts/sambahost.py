@@ -90,15 +90,6 @@ def answers():
     return succeeds('smbcontrol', '-t', '1', 'smbd', 'ping')
 
 
-def has_child(pid, program):
-    """Whether the process has a child that runs the program just now."""
-    for child in read('/proc/%d/task/%d/children' % (pid, pid)).split():
-        with contextlib.suppress(FileNotFoundError, ProcessLookupError):
-            if read('/proc/%s/comm' % child.decode()) == program.encode() + b'\n':
-                return True
-    return False
-
-
 class Smbd:
     """The server itself, in a process group of its own."""
 
@@ -331,13 +322,13 @@ class ScriptTest(scriptRunner.ScriptTest):
         for name in ('/started', '/go'):
             os.unlink(self.scratch + name)
 
-    def run_until_the_caller_has_gone(self, *args):
+    def run_until_the_caller_has_gone(self, *args, before=':'):
         """Runs a script whose caller is killed once the script has started a program that waits;
-        what the script says."""
+        what the script says.  The caller runs a command of the shell before it."""
         log = self.scratch + '/said'
         # What comes after it keeps the shell from becoming the script.
-        with subprocess.Popen(['sh', '-c', '"$@" 2>%s; :' % log, 'sh', script_path(args[0]), *args[1:]],
-                              stdin=subprocess.DEVNULL) as caller:
+        with subprocess.Popen(['sh', '-c', '%s; "$@" 2>%s; :' % (before, log), 'sh',
+                               script_path(args[0]), *args[1:]], stdin=subprocess.DEVNULL) as caller:
             wait_until(self.started, 'the step')
             caller.kill()
         self.go()

@@ -1,13 +1,15 @@
 """addshare.sh: one folder, served to one user."""
 
 import os
+import pwd
+import re
 import signal
 import subprocess
 import unittest
 
 import sambahost
-from sambahost import (HANG, command, run_script, samba_knows, script_path, share_exists, succeeds,
-                       wait_until, write)
+from sambahost import (HANG, STATE, command, read, run_failing, run_script, samba_knows, script_path,
+                       share_exists, succeeds, wait_until, write)
 
 # Parts of a path below the scratch folder.
 FOLDERS = {
@@ -38,10 +40,22 @@ REFUSED_SHARES.update({'Char%d' % ord(char): ('a%sb' % char, 'holds one of')
                        for char in '%<>*?|/\\+=;:",[]'})
 REFUSED_SHARES.update({name: (name, 'reserved') for name in
                        ('global', 'GLOBAL', 'Global', 'homes', 'printers', 'print$', 'PRINT$', 'IPC$',
-                        'ipc$', 'ADMIN$', 'netlogon', 'SysVol')})
+                        'ipc$', 'ADMIN$', 'netlogon', 'SysVol', 'globals', 'Home', 'printer', 'home s',
+                        'g l o b a l', 'PRINT $')})
 
 
-class AddShare(sambahost.ScriptTest):
+class ShareTest(sambahost.ScriptTest):
+
+    def share_until_the_caller_has_gone(self):
+        said = self.run_until_the_caller_has_gone(
+            'addshare', 'carl', self.password_file, self.folder, 'Docs', 'rw',
+            before='"%s" carl carl %s' % (script_path('adduser'), self.password_file))
+        self.assertFalse(share_exists('Docs'))
+        self.assertEqual(os.listdir(STATE + '/shares'), [])
+        return said
+
+
+class AddShare(ShareTest):
 
     def setUp(self):
         super().setUp()
@@ -128,12 +142,15 @@ class AddShare(sambahost.ScriptTest):
         sticky = self.scratch + '/sticky'
         os.mkdir(sticky)
         os.chmod(sticky, 0o1777)
-        ways = [self.make_folder(self.scratch + '/roots', 'root'), self.scratch + '/bobs/link',
+        ways = [self.make_folder(self.scratch + '/roots', 'root'),
                 self.make_folder(sticky + '/roots', 'root'), self.make_folder(sticky + '/bobs'),
                 self.make_folder(sticky + '/bobs/inner')]
-        # Whose the link is does not matter: it is followed once, to a place that stays.
-        self.make_folder(self.scratch + '/bobs')
-        os.symlink(self.scratch + '/roots', ways[1])
+        # Nobody but root can put another in the place of one of these links, or of the last bob.
+        for whose, link, target in (('bob', self.scratch + '/link', ways[0]),
+                                    ('root', sticky + '/link', ways[3]), ('bob', sticky + '/own', ways[3]),
+                                    ('bob', sticky + '/bobs/link', ways[3])):
+            self.make_link(link, target, whose)
+            ways.append(link)
         # What others write into it is in it.
         ways.append(self.make_folder(self.scratch + '/open'))
         os.chmod(ways[-1], 0o2775)
@@ -141,6 +158,11 @@ class AddShare(sambahost.ScriptTest):
             with self.subTest(folder):
                 self.assert_done(self.add('Share%d' % number, folder))
                 self.assert_served('Share%d' % number)
+
+    @staticmethod
+    def make_link(path, target, owner):
+        os.symlink(target, path)
+        os.lchown(path, pwd.getpwnam(owner).pw_uid, -1)
 
     def test_refuses_a_folder_where_others_can_change_the_way(self):
         command('useradd', '--no-create-home', 'ann')
@@ -159,6 +181,13 @@ class AddShare(sambahost.ScriptTest):
             folders.append((folder, folder))
         os.symlink(folders[0][0], self.scratch + '/link')
         folders.append((self.scratch + '/link', folders[0][1]))
+        # Whose a link is matters where all may make one, and whose the folder is that holds it.
+        os.mkdir(self.scratch + '/sticky')
+        os.chmod(self.scratch + '/sticky', 0o1777)
+        self.make_folder(self.scratch + '/anns', 'ann')
+        for link, changeable in (('/sticky/link', '/sticky/link'), ('/anns/link', '/anns')):
+            self.make_link(self.scratch + link, self.folder, 'ann')
+            folders.append((self.scratch + link, self.scratch + changeable))
         with self.unchanged():
             for folder, changeable in folders:
                 with self.subTest(folder):
@@ -192,11 +221,21 @@ class AddShare(sambahost.ScriptTest):
         self.assert_done(self.add('Üben'))
         with self.unchanged():
             for share, reason in (('Other', '"Other" exists already\n'), ('oTHER', 'exists already\n'),
-                                  ('Textual', 'configuration file'), ('textUAL', 'configuration file'),
+                                  ('Textual', 'exists already\n'), ('textUAL', 'exists already\n'),
                                   ('Üben', 'in use'), ('üBEN', 'in use')):
                 with self.subTest(share):
                     self.assert_refused(self.add(share), reason)
             self.assert_refused(self.add('Üben', run=self.session().run), 'belongs to another')
+
+    def test_refuses_a_share_that_a_user_of_the_host_made(self):
+        shares = '/var/lib/samba/usershares'
+        os.makedirs(shares, exist_ok=True)
+        self.addCleanup(command, 'rm', '-rf', shares)
+        for name in ('docs', b'\xff'):
+            write(os.path.join(os.fsencode(shares), os.fsencode(name)), '')
+        with self.unchanged():
+            self.assert_refused(self.add(), 'the share "Docs" exists already as a user share')
+        self.assert_done(self.add('Doc'))
 
     def test_refuses_a_foreign_share_without_a_path(self):
         subprocess.run(['net', 'conf', 'import', '/dev/stdin', '--', 'Bare'], check=True,
@@ -211,14 +250,21 @@ class AddShare(sambahost.ScriptTest):
         os.chown(self.scratch + '/closed/inner', os.stat(self.folder).st_uid, -1)
         write(self.scratch + '/file', '')
         os.symlink('nowhere', self.scratch + '/dangling')
+        os.symlink('loop', self.scratch + '/loop')
         bad = os.fsencode(self.scratch) + b'/\xff'
         os.mkdir(bad)
+        os.symlink(bad, self.scratch + '/toBad')
         with self.unchanged():
             for folder, reason in (
                     ('relative', 'not absolute'), ('-n', 'not absolute'), ('%U', 'not absolute'),
                     (self.scratch + '/missing', 'not a folder'), (self.scratch + '/file', 'not a folder'),
                     (self.scratch + '/dangling', 'not a folder'),
                     (self.folder + ' ', 'not a folder'), (bad, 'UTF-8'),
+                    (self.scratch + '/toBad', 'UTF-8'),
+                    (self.scratch + '/file/inner', 'not a folder'),
+                    (self.scratch + '/file/..', 'not a folder'),
+                    (self.scratch + '/loop', 'Too many levels of symbolic links'),
+                    ('/' + 'x' * 256, 'cannot resolve the path'),
                     (self.scratch + '/nobodys', 'no user of this host'),
                     (self.scratch + '/closed/inner', 'cannot enter')):
                 with self.subTest(folder):
@@ -240,68 +286,184 @@ class AddShare(sambahost.ScriptTest):
     def test_refuses_users_that_were_not_made_for_it(self):
         command('useradd', '--no-create-home', '--comment', sambahost.COMMENT, 'halfmade')
         self.add_user('dave', run=self.session().run)
+        session = self.session()
+        self.add_user('eve', run=session.run)
+        session.kill()
         with self.unchanged():
             for user, reason in (('nosuch', 'no user'), ('bob', 'not made'), ('root', 'not made'),
-                                 ('halfmade', 'Samba does not know'), ('dave', 'another session')):
+                                 ('halfmade', 'not made'), ('dave', 'another session that runs\n'),
+                                 ('eve', 'another session\n')):
                 with self.subTest(user):
                     self.assert_refused(self.add(user=user), reason)
 
-    def test_refuses_a_host_that_would_not_serve_it(self):
-        without = sambahost.SMB_CONF.replace('registry shares = yes', 'registry shares = no')
+    def test_refuses_a_user_who_is_just_being_made(self):
+        record = STATE + '/users/alice'
+        text = read(record)
+        write(record, text + b'maker ' + text.split(b'session ')[1])
+        with self.unchanged():
+            self.assert_refused(self.add(), 'the user alice was not made for a share')
+
+    def test_refuses_the_folder_of_an_owner_whom_samba_would_not_find(self):
+        users = read('/etc/passwd')
+        self.addCleanup(write, '/etc/passwd', users)
+        odd = ('BOB', 's-1-5', 'a%u', '@wheel', '&a', 'a,b', 'a;b', 'a"b', 'a\\b', 'a ', 'a\tb', 'None',
+               b'\xff')
+        names = [os.fsencode(name) for name in odd + ('Mixed', 'a b', 'ünï')]
+        write('/etc/passwd', users + b''.join(b'%s:x:%d:100::/:/bin/sh\n' % (name, 5000 + number)
+                                              for number, name in enumerate(names)))
+        folders = [self.make_folder(self.scratch + '/of%d' % number, 5000 + number)
+                   for number in range(len(names))]
+        with self.unchanged():
+            for name, folder in zip(odd, folders):
+                with self.subTest(name):
+                    self.assert_refused(self.add(folder=folder), 'Samba cannot act as the owner')
+        for number, folder in list(enumerate(folders))[len(odd):]:
+            with self.subTest(names[number]):
+                self.assert_done(self.add('Share%d' % number, folder))
+                self.assert_served('Share%d' % number)
+
+    def test_requires_a_client_to_encrypt(self):
+        self.assert_done(self.add())
+        output = command('smbclient', '-U', 'alice%' + self.password, '--max-protocol=SMB2_10',
+                         '//127.0.0.1/Docs', '-c', 'ls', check=False) # which cannot encrypt
+        self.assertIn('ACCESS_DENIED', output)
+        self.assert_served()
+
+    def with_settings(self, *settings):
+        """Has smb.conf say so in [global], until the test ends or says otherwise."""
         self.addCleanup(write, '/etc/samba/smb.conf', sambahost.SMB_CONF)
-        for text in (without, without.replace('  registry shares = no\n', '')):
-            write('/etc/samba/smb.conf', text)
-            with self.unchanged():
-                self.assert_refused(self.add(), 'registry shares = yes')
+        names = [setting.split(' = ')[0] for setting in settings]
+        kept = [line for line in sambahost.SMB_CONF.splitlines() if line.strip().split(' = ')[0] not in names]
+        kept[1:1] = settings
+        write('/etc/samba/smb.conf', '\n'.join(kept) + '\n')
+
+    def test_refuses_a_host_that_would_not_serve_it(self):
+        names = write(self.scratch + '/names', '# a comment\nbob = alice\n')
+        for setting, reason in (('registry shares = no', 'set "registry shares = yes"'),
+                                ('server min protocol = NT1', 'lets in clients of SMB 1'),
+                                ('server max protocol = SMB2', 'cannot encrypt'),
+                                ('server smb encrypt = off', 'cannot encrypt'),
+                                ('ntlm auth = disabled', 'lets no user of this host log in'),
+                                ('root directory = /srv', 'a root directory of its own'),
+                                ('username map = ' + names, 'maps the user to another one'),
+                                ('username map = /nonexistent', 'maps the user to another one'),
+                                ('username map script = /bin/echo', 'maps the user to another one')):
+            with self.subTest(setting), self.unchanged():
+                self.with_settings(setting)
+                self.assert_refused(self.add(), reason)
+                write('/etc/samba/smb.conf', sambahost.SMB_CONF)
+
+    def test_serves_on_hosts_of_many_kinds(self):
+        names = write(self.scratch + '/names', '# bob = alice\nbob = carol\n')
+        for setting in ('server min protocol = SMB3_11', 'server max protocol = SMB3_00',
+                        'server smb encrypt = required', 'ntlm auth = ntlmv2-only',
+                        'root directory = /', 'username map = ' + names):
+            with self.subTest(setting):
+                self.with_settings(setting)
+                self.assert_done(self.add())
+                self.assert_done(run_script('rmshare', 'Docs', self.folder))
 
     def test_undoes_everything_when_a_step_fails(self):
         importing = 'case "$*" in *import*) %s ;; esac; exec $real "$@"'
+        changed = importing % ('%%s >%s/share; exec $real conf import %s/share -- Docs'
+                               % (self.scratch, self.scratch))
         steps = {
-            'net': importing % 'exit 255',
-            'net after its work': importing % '$real "$@"; exit 255',
-            'net does nothing': importing % 'exit 0',
-            'net cannot read': 'exit 255',
-            'mktemp': 'exit 1',
-            'ln': 'exit 1',
-            'ln after its work': '$real "$@"; exit 1',
-            'chmod': 'exit 1',
-            'pdbedit': 'exit 1',
-            'testparm': 'exit 1',
+            'net': (importing % 'echo why; exit 255', 'Samba did not take the share "Docs": why'),
+            'net after its work': (importing % '$real "$@"; exit 255', 'Samba did not take the share'),
+            'net does nothing': (importing % 'exit 0', 'as it was asked for: it is not there'),
+            'net makes another share': (changed % "sed 's/^read only = .*/read only = yes/'",
+                                        'asked for: read only is "yes" instead of "no"'),
+            'net leaves something out': (changed % "sed '/^server smb encrypt/d'",
+                                         'asked for: server smb encrypt is "default" instead of "required"'),
+            'net adds something': (changed % "sed '$ aveto files = /x/'",
+                                   'asked for: it has settings that were not asked for'),
         }
-        for step, text in steps.items():
+        for step, (text, reason) in steps.items():
             with self.subTest(step), self.unchanged():
-                with sambahost.stand_in(step.split()[0], text):
-                    result = self.add()
-                self.assertEqual(result.status, 1, result)
-                self.assertRegex(result.output, r'addshare\.sh: (cannot|Samba did not|Samba does not)')
+                with sambahost.stand_in('net', text):
+                    self.assert_refused(self.add(), reason)
+
+    def test_undoes_everything_when_a_call_of_the_system_fails(self):
+        link = self.scratch + '/link'
+        os.symlink(self.folder, link)
+        args = ('addshare', 'alice', self.password_file, link, 'Docs', 'rw')
+        made = sambahost.straced.recorded([sambahost.PROGRAM, *args], '-D', '-e', 'trace=mkdir')
+        self.assert_done(run_script('rmshare', 'Docs', link))
+        new = next(call.ordinal for call in made if re.search(r'shares/\w{6}"', call.line))
+        faults = (
+            ('openat', 'EMFILE', 1, '/', 'cannot resolve the path: '),
+            ('readlinkat', 'EIO', None, None, 'cannot resolve the path: '),
+            ('clone', 'EAGAIN', 1, None, 'cannot start a process: '),
+            ('mkdir', 'ENOSPC', new, None, 'cannot make a folder in /run/pelago/shares: '),
+            ('chmod', 'EPERM', None, None, 'cannot make /run/pelago/shares/'),
+            ('symlink', 'ENOSPC', None, None, 'cannot make /run/pelago/shares/'),
+            ('rename', 'ENOSPC', 1, None, 'cannot write /run/pelago/shares/'),
+            ('rename', 'ENOSPC', 2, None, 'cannot write /run/pelago/shares/'),
+        )
+        for call, error, ordinal, path, reason in faults:
+            with self.subTest(call, ordinal=ordinal), self.unchanged():
+                self.assert_refused(run_failing(call, error, *args, path=path, ordinal=ordinal),
+                                    'addshare.sh: ' + reason)
+
+    def test_refuses_when_the_configuration_cannot_be_read(self):
+        with sambahost.stand_in('testparm', 'echo why; exit 1'):
+            self.assert_refused(self.add(), "cannot read Samba's configuration: why")
+        self.assertFalse(share_exists('Docs'))
+        self.assert_done(self.add())
+        self.assertEqual(len(os.listdir(STATE + '/shares')), 1, 'the first has left nothing')
 
     def test_undoes_what_it_can_when_the_registry_breaks(self):
-        self.stand_in('net', '[ ! -e {0}/broken ] || {{ echo broken; exit 3; }}\n'
-                             'case "$*" in *import*) touch {0}/broken ;; esac\n'
-                             'exec $real "$@"'.format(self.scratch))
-        result = self.add()
-        self.assert_refused(result, "cannot read Samba's registry: broken")
+        broken = self.scratch + '/broken'
+        with sambahost.stand_in('net', '[ ! -e {0} ] || {{ echo broken; exit 3; }}\n'
+                                       'case "$*" in *import*) $real "$@"; touch {0}; exit 1 ;; esac\n'
+                                       'exec $real "$@"'.format(broken)):
+            result = self.add()
+        self.assert_refused(result, 'Samba did not take the share "Docs"')
+        self.assertIn('cannot remove the share "Docs": broken', result.output)
         self.assertIn('the share "Docs" is left behind', result.output)
-        self.assertEqual(os.listdir(sambahost.STATE + '/shares'), [])
-        os.unlink(self.scratch + '/broken')
         self.assert_not_served('NT_STATUS') # it leads nowhere
+        with sambahost.stand_in('net', 'echo broken; exit 3'):
+            result = self.add('Other')
+        self.assert_refused(result, 'cannot clear away what an earlier session left')
+        self.assertIn('cannot remove the share "Docs": broken', result.output)
+        self.assert_done(self.add('Other'))
+        self.assertFalse(share_exists('Docs'))
+
+    def test_replaces_a_share_of_ours_whose_record_is_gone(self):
+        subprocess.run(['net', 'conf', 'import', '/dev/stdin', '--', 'docs'], check=True,
+                       input=b'[docs]\npath = /run/pelago/shares/abcdef/folder\n')
+        with sambahost.stand_in('net', 'case "$*" in *delshare*) echo why; exit 1;; esac\n'
+                                       'exec $real "$@"'), self.unchanged():
+            result = self.add()
+            self.assert_refused(result, 'cannot replace the share "Docs"')
+            self.assertIn('cannot remove the share "Docs": why', result.output)
+        result = self.add()
+        self.assert_done(result)
+        self.assertIn('removing the share "Docs" of a session that has ended', result.output)
+        self.assert_served()
+
+    def test_undoes_everything_when_its_caller_has_gone(self):
+        self.stand_in('net', 'case "$*" in *import*) touch %s/imported;; esac; exec $real "$@"'
+                      % self.scratch)
+        self.stand_in('testparm', '[ ! -e %s/imported ] || { %s; }; exec $real "$@"'
+                      % (self.scratch, self.waiting()))
+        said = self.share_until_the_caller_has_gone()
+        self.assertEqual(said, 'addshare.sh: the caller has gone\n')
 
     def test_undoes_everything_when_it_is_interrupted(self):
-        text = ('case "$*" in *import*) $real "$@"; touch started; '
-                'while [ ! -e go ]; do sleep 0.01; done; exit 0;; esac; exec $real "$@"')
-        self.stand_in('net', 'cd %s; %s' % (self.scratch, text))
+        self.stand_in('net', 'case "$*" in *import*) $real "$@"; %s; exit 0;; esac; exec $real "$@"'
+                      % self.waiting())
         for number in (signal.SIGTERM, signal.SIGHUP):
             with self.subTest(number), self.unchanged():
                 with subprocess.Popen([script_path('addshare'), 'alice', self.password_file,
                                        self.folder, 'Docs', 'rw'],
                                       stderr=subprocess.DEVNULL) as script:
-                    wait_until(lambda: os.path.exists(self.scratch + '/started'), 'the step')
+                    wait_until(self.started, 'the step')
                     self.assertTrue(share_exists('Docs'))
                     script.send_signal(number)
-                    write(self.scratch + '/go', '')
+                    self.go()
                     self.assertEqual(script.wait(HANG), 128 + number)
-                os.unlink(self.scratch + '/started')
-                os.unlink(self.scratch + '/go')
+                self.stop_waiting_for()
 
     def test_undoes_everything_when_nobody_reads_the_reason(self):
         self.stand_in('net', 'case "$*" in *import*) $real "$@"; echo chatter >&2; exit 1;; esac\n'
@@ -318,7 +480,7 @@ class AddShare(sambahost.ScriptTest):
                 self.assertEqual(done.returncode, 1)
 
 
-class AddShareBesideADownedServer(sambahost.ScriptTest):
+class AddShareBesideADownedServer(ShareTest):
 
     needs_smbd = False
 
@@ -326,10 +488,8 @@ class AddShareBesideADownedServer(sambahost.ScriptTest):
         self.add_user()
         with subprocess.Popen([script_path('addshare'), 'alice', self.password_file, self.folder,
                                'Docs', 'rw']) as script:
-            wait_until(lambda: script.poll() is not None or sambahost.has_child(script.pid, 'sleep'),
-                       'the script to wait')
+            wait_until(lambda: script.poll() is not None or share_exists('Docs'), 'the share')
             self.assertIsNone(script.poll())
-            self.assertTrue(share_exists('Docs'))
             smbd = sambahost.Smbd()
             self.addCleanup(smbd.stop)
             self.assertEqual(script.wait(HANG), 0)
@@ -339,7 +499,13 @@ class AddShareBesideADownedServer(sambahost.ScriptTest):
         self.add_user()
         with self.unchanged():
             self.assert_refused(run_script('addshare', 'alice', self.password_file, self.folder,
-                                           'Docs', 'rw'), 'smbd has not come up')
+                                           'Docs', 'rw', env=sambahost.in_haste()),
+                                'smbd has not come up within 10 s: is pelago-smb-switch running')
+
+    def test_undoes_everything_when_its_caller_goes_while_it_waits(self):
+        self.stand_in('net', 'case "$*" in *import*) $real "$@"; %s; exit 0;; esac; exec $real "$@"'
+                      % self.waiting())
+        self.assertEqual(self.share_until_the_caller_has_gone(), 'addshare.sh: the caller has gone\n')
 
     def test_undoes_everything_when_it_is_interrupted_while_it_waits(self):
         self.add_user()

@@ -246,6 +246,7 @@ class AddUser(sambahost.ScriptTest):
 
     def test_undoes_everything_when_a_call_of_the_system_fails(self):
         self.ask_files_only()
+        command('rm', '-rf', STATE)
         users, memory = STATE + '/users', os.path.dirname(MEMORY)
         faults = (
             ('mkdir', 'ENOSPC', STATE, 'cannot make /run/pelago: No space left'),
@@ -421,11 +422,13 @@ class AddUser(sambahost.ScriptTest):
             os.mkdir(STATE)
             os.chown(STATE, sambahost.pwd.getpwnam('bob').pw_uid, -1)
 
+        self.addCleanup(command, 'rm', '-rf', STATE)
         for make in (make_file, make_link, make_bobs):
+            command('rm', '-rf', STATE)
             with self.subTest(make.__name__):
                 make()
                 self.assert_refused(self.add(), '/run/pelago is not a folder of root\'s')
-                command('rm', '-rf', STATE)
+        command('rm', '-rf', STATE)
         os.mkdir(STATE)
         os.symlink(self.scratch + '/lock', STATE + '/lock')
         self.assert_refused(self.add(), 'cannot open /run/pelago/lock')
