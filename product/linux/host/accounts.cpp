@@ -46,13 +46,10 @@ void CheckSearch(const char *database)
 template <typename Visit> void ForEachAccount(const Visit &visit)
 {
     setpwent();
-    for (;;) {
-        errno = 0;
-        const passwd *entry = getpwent();
-        if (entry == nullptr) { break; }
+    // What errno holds at the end says nothing: a source of users that is asked in vain may set it.
+    while (const passwd *entry = getpwent()) {
         visit(*entry);
     }
-    CheckSearch("user");
     endpwent();
 }
 
