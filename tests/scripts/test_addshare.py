@@ -424,8 +424,9 @@ class AddShare(ShareTest):
         self.assert_not_served('NT_STATUS') # it leads nowhere
         with sambahost.stand_in('net', 'echo broken; exit 3'):
             result = self.add('Other')
-        self.assert_refused(result, 'cannot clear away what an earlier session left')
+        self.assert_refused(result, 'Samba did not take the share "Other": broken')
         self.assertIn('cannot remove the share "Docs": broken', result.output)
+        self.assertIn('something of an earlier session is still there', result.output)
         self.assert_done(self.add('Other'))
         self.assertFalse(share_exists('Docs'))
 

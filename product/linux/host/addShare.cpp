@@ -197,7 +197,7 @@ void AddShare(const Arguments &arguments)
     // Before anything that others wait for: a folder may be far away, or gone.
     const Folder folder = JudgeFolder(wish.given);
     const Record user = FindUser(wish.user, session);
-    if (!ClearDeadSessions()) { Fail("cannot clear away what an earlier session left"); }
+    ClearBeforeSession();
     NewShare share(wish, folder, session);
     const SambaConfiguration configuration = SambaConfiguration::Read();
     CheckHost(configuration, wish.user);

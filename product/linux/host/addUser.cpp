@@ -146,7 +146,7 @@ void AddUser(const Arguments &arguments)
     }
     const std::string password = ReadPassword(arguments[2]);
     const ProcessMark session = CallerSession();
-    if (!ClearDeadSessions()) { Fail("cannot clear away what an earlier session left"); }
+    ClearBeforeSession();
     NewUser user(name, session);
     RemoveLeftover(name);
     CheckNameIsFree(name);

@@ -126,5 +126,15 @@ bool ClearDeadSessions(Look look)
     return isDone;
 }
 
+void ClearBeforeSession()
+{
+    try {
+        if (ClearDeadSessions()) { return; }
+    } catch (const Failure &failure) {
+        Say(failure.what());
+    }
+    Say("something of an earlier session is still there");
+}
+
 bool IsAnySessionAlive() { return IsAnyRecord(true); }
 bool IsAnySessionDead() { return IsAnyRecord(false); }

@@ -95,9 +95,9 @@ bool IsAnythingInHand()
 // What another process has in hand is gone when that has ended, or is ours to clear away.
 void Clean()
 {
-    const bool isDone = ClearDeadSessions() &&
+    const bool isDone = ClearDeadSessions(Look::AlwaysForUnrecorded) &&
                         WaitUntil(CLEAR_SECONDS, [] { return !IsAnythingInHand(); }) &&
-                        ClearDeadSessions();
+                        ClearDeadSessions(Look::AlwaysForUnrecorded);
     if (!isDone) { Fail("something of a dead session is still there"); }
 }
 

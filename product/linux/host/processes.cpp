@@ -18,7 +18,9 @@ std::string ProgramOf(const std::string &pid)
 {
     char path[4096];
     const ssize_t size = readlink(("/proc/" + pid + "/exe").c_str(), path, sizeof path);
-    if (size <= 0) { return ""; }
+    // A service that is confined may not see which program another process runs, but what it is
+    // called.
+    if (size <= 0) { return FirstWord(TextOf("/proc/" + pid + "/comm")); }
     std::string_view name(path, static_cast<size_t>(size));
     constexpr std::string_view DELETED = " (deleted)";
     if (name.ends_with(DELETED)) { name.remove_suffix(DELETED.size()); }

@@ -11,8 +11,8 @@
 // A file that the kernel or Samba writes; empty when it cannot be read whole.
 std::string TextOf(const std::string &path);
 
-// The program that a process runs, without its folder, also after its file was replaced; empty when
-// there is no such process.
+// The program that a process runs, without its folder, also after its file was replaced, or what
+// the process is called; empty when there is no such process.
 std::string ProgramOf(const std::string &pid);
 // The number of its parent; empty when there is no such process.
 std::string ParentOf(const std::string &pid);

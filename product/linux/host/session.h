@@ -39,6 +39,8 @@ bool TakeAwayShare(const Record &record);
 // the host started.
 enum class Look { OnceForUnrecorded, AlwaysForUnrecorded };
 bool ClearDeadSessions(Look look = Look::OnceForUnrecorded);
+// The same for a session that begins: what cannot be cleared away is said, and is in nobody's way.
+void ClearBeforeSession();
 // Whether any user or share belongs to a session that lives, and whether any was left behind.
 bool IsAnySessionAlive();
 bool IsAnySessionDead();
