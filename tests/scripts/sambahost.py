@@ -307,6 +307,12 @@ class ScriptTest(scriptRunner.ScriptTest):
         """The same until the test ends."""
         self.enterContext(stand_in(program, text))
 
+    def ask_files_only(self):
+        """Of two sources of users the C library takes the answer of the second where the first fails."""
+        sources = read('/etc/nsswitch.conf')
+        self.addCleanup(write, '/etc/nsswitch.conf', sources)
+        write('/etc/nsswitch.conf', 'passwd: files\ngroup: files\n')
+
     def waiting(self):
         """For a stand-in: shell text that waits until go() is called; started() says that it does."""
         return 'touch {0}/started; while [ ! -e {0}/go ]; do sleep 0.01; done'.format(self.scratch)

@@ -238,12 +238,6 @@ class AddUser(sambahost.ScriptTest):
             os.unlink(sambahost.shutil.which('useradd'))
             self.assert_refused(self.add(), 'cannot make the user alice: cannot run useradd: No such file')
 
-    def ask_files_only(self):
-        """Of two sources of users the C library takes the answer of the second where the first fails."""
-        sources = read('/etc/nsswitch.conf')
-        self.addCleanup(write, '/etc/nsswitch.conf', sources)
-        write('/etc/nsswitch.conf', 'passwd: files\ngroup: files\n')
-
     def test_undoes_everything_when_a_call_of_the_system_fails(self):
         self.ask_files_only()
         command('rm', '-rf', STATE)

@@ -92,7 +92,8 @@ class Sessions(sambahost.ScriptTest):
         self.add_user('carl')
         self.add_share('Docs', 'carl')
         self.assert_served('Docs', 'carl')
-        self.assert_not_served('ACCESS_DENIED', 'Docs', 'alice')
+        self.assert_not_served('LOGON_FAILURE', 'Docs', 'alice')
+        self.assertFalse(user_exists('alice') or samba_knows('alice'), 'whatever the new one asks for')
 
     def test_a_share_left_behind_after_the_user_was_made_is_replaced(self):
         self.add_user()
@@ -116,6 +117,30 @@ class Sessions(sambahost.ScriptTest):
         self.add_share()
         self.assert_served()
 
+    def test_the_first_script_after_a_boot_clears_what_has_no_record(self):
+        self.left_behind()
+        self.reboot()
+        result = run_script('adduser', 'carl', 'carl', self.password_file)
+        self.assert_done(result)
+        self.assertIn('removing the share "Docs" of a session that has ended', result.output)
+        self.assertIn('removing the user alice of a session that has ended', result.output)
+        self.assertFalse(share_exists('Docs') or user_exists('alice') or samba_knows('alice'))
+
+    def test_looks_again_until_all_is_cleared_after_a_boot(self):
+        for program, text in (('userdel', 'echo why; exit 1'),
+                              ('net', 'case "$*" in *delshare*) echo why; exit 1;; esac; exec $real "$@"')):
+            with self.subTest(program):
+                self.left_behind()
+                self.reboot()
+                with sambahost.stand_in(program, text):
+                    result = run_script('adduser', 'carl', 'carl', self.password_file)
+                self.assert_refused(result, 'adduser.sh: cannot clear away what an earlier session left')
+                self.assertIn('why', result.output)
+                self.assertTrue(share_exists('Docs') or user_exists('alice'))
+                self.add_user('carl')
+                self.assertFalse(share_exists('Docs') or user_exists('alice'))
+                self.assert_done(run_script('rmuser', 'carl'))
+
     def test_what_was_left_before_the_last_boot_can_be_removed_by_hand(self):
         self.left_behind()
         self.reboot()
@@ -125,12 +150,33 @@ class Sessions(sambahost.ScriptTest):
 
     def test_a_process_that_has_the_number_now_is_not_the_session(self):
         self.left_behind()
-        owner = sambahost.STATE + '/users/alice'
-        start = sambahost.read(owner).split()[1].decode()
-        sambahost.write(owner, '%d %s\n' % (os.getpid(), start))
+        self.change_session(lambda pid, start, boot: (b'%d' % os.getpid(), start, boot))
         self.add_user()
         self.add_share()
         self.assert_served()
+
+    def change_session(self, change):
+        """Changes the number, the start and the boot of the session in alice's record."""
+        path = sambahost.STATE + '/users/alice'
+        before, session = sambahost.read(path).split(b'session ')
+        sambahost.write(path, before + b'session %s %s %s\n' % change(*session.split()))
+
+    def test_a_process_of_another_boot_is_not_the_session(self):
+        self.add_user()
+        for change in (lambda pid, start, boot: (pid, start, boot[::-1]),
+                       lambda pid, start, boot: (pid, start, b'')):
+            self.change_session(change)
+            self.add_user()
+        with self.unchanged():
+            self.assert_refused(run_script('adduser', 'alice', 'alice', self.password_file), 'in use')
+
+    def test_a_record_that_is_damaged_is_nobodys(self):
+        for text in ('', 'x', 'session\n', 'session 1\n', 'session x y z\n', b'\xff\0\n'):
+            with self.subTest(text):
+                self.add_user()
+                sambahost.write(sambahost.STATE + '/users/alice', text)
+        self.add_user()
+        self.assertEqual(sambahost.client('alice', self.password, 'IPC$', 'exit')[0], 0)
 
     def test_a_session_that_has_ended_but_was_not_waited_for_counts_as_gone(self):
         session = self.start_session('alice', 'Docs', self.folder)
@@ -145,10 +191,10 @@ class Sessions(sambahost.ScriptTest):
         self.addCleanup(sambahost.write, '/proc/self/comm', name)
         sambahost.write('/proc/self/comm', 'a) Z 1 (\n) X *')
         self.add_user()
-        pid, start = sambahost.read(sambahost.STATE + '/users/alice').split()
-        self.assertEqual(int(pid), os.getpid())
         rest = sambahost.read('/proc/self/stat').rpartition(b')')[2].split()
-        self.assertEqual(start, rest[22 - 3])
+        boot = sambahost.read('/proc/sys/kernel/random/boot_id')
+        self.assertIn(b'\nsession %d %s %s' % (os.getpid(), rest[22 - 3], boot),
+                      sambahost.read(sambahost.STATE + '/users/alice'))
         self.assert_refused(run_script('adduser', 'alice', 'alice', self.password_file), 'in use')
 
     def test_shares_that_are_not_ours_survive_the_clearing(self):
@@ -163,6 +209,16 @@ class Sessions(sambahost.ScriptTest):
         self.left_behind()
         self.add_user()
         self.assert_served('His', 'carl')
+
+    def test_tells_when_it_cannot_clear_a_user_away(self):
+        self.left_behind()
+        with sambahost.stand_in('userdel', 'echo why; exit 1'):
+            result = run_script('adduser', 'carl', 'carl', self.password_file)
+        self.assert_refused(result, 'adduser.sh: cannot clear away what an earlier session left')
+        self.assertIn('cannot remove the user alice: why', result.output)
+        self.assertFalse(user_exists('carl') or samba_knows('alice'), 'nobody logs in any more')
+        self.add_user('carl')
+        self.assertFalse(user_exists('alice'))
 
     def test_tells_when_it_cannot_clear_a_folder_away(self):
         os.makedirs(sambahost.STATE + '/shares/old/more')
