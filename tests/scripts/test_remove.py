@@ -7,8 +7,8 @@ import subprocess
 import unittest
 
 import sambahost
-from sambahost import (HANG, ConnectedClient, command, run_script, samba_knows, script_path,
-                       share_exists, user_exists, wait_until, write)
+from sambahost import (HANG, STATE, ConnectedClient, command, run_failing, run_script, samba_knows,
+                       script_path, share_exists, user_exists, wait_until, write)
 
 LOCK = '/Library/Preferences/SystemConfiguration/com.apple.smb.server.plist-lock'
 
@@ -110,27 +110,23 @@ class Remove(sambahost.ScriptTest):
     def test_gives_up_when_the_process_stays(self):
         self.add_user()
         with sambahost.stand_in('userdel', 'echo process 77 >&2; exit 8'):
-            result = self.remove_user()
-        self.assert_refused(result, 'process 77')
+            result = self.remove_user(env=sambahost.in_haste())
+        self.assert_refused(result, 'the user alice is left behind')
+        self.assertIn('cannot remove the user alice: process 77', result.output)
         self.assertFalse(samba_knows('alice'), 'nobody logs in any more')
         self.assert_done(self.remove_user())
         self.assertFalse(user_exists('alice'))
 
-    def test_a_number_that_is_used_again_is_the_new_users(self):
-        self.add_user()
-        folder = self.make_folder(self.scratch + '/own', 'alice')
-        self.add_share('Own', folder=folder)
-        self.assert_served('Own') # Samba now remembers whose the number is
-        number = os.stat(folder).st_uid
-        memory = 'UID2SID/%d' % number
-        self.assertIn(memory, command('net', 'cache', 'list'))
-        self.assert_done(self.remove_share('Own', folder))
+    def test_gives_up_when_a_session_stays(self):
+        self.add_both()
+        self.connect()
+        with sambahost.stand_in('smbcontrol', 'case "$*" in *shutdown*) exit 0;; esac; exec $real "$@"'):
+            result = self.remove_user(env=sambahost.in_haste())
+        self.assert_refused(result, 'the user alice is left behind')
+        self.assertIn('sessions of alice do not end', result.output)
+        self.assertFalse(samba_knows('alice'), 'nobody logs in any more')
         self.assert_done(self.remove_user())
-        self.assertNotIn(memory, command('net', 'cache', 'list'))
-        self.assert_done(run_script('adduser', 'carol', 'carol', self.password_file))
-        self.assertEqual(sambahost.pwd.getpwnam('carol').pw_uid, number, 'the case that is meant')
-        self.add_share('Own', 'carol', folder)
-        self.assert_served('Own', 'carol')
+        self.assertFalse(user_exists('alice'))
 
     def test_a_second_run_succeeds_and_says_so(self):
         self.add_both()
@@ -181,53 +177,19 @@ class Remove(sambahost.ScriptTest):
                 self.assert_refused(self.remove_share(share, self.folder), 'another folder')
                 self.assert_done(self.remove_share(share, folder))
 
-    def keep_groups(self):
-        """Makes this a host that has userdel keep the group that useradd made."""
-        settings = sambahost.read('/etc/login.defs')
-        self.addCleanup(write, '/etc/login.defs', settings)
-        write('/etc/login.defs', settings.replace(b'USERGROUPS_ENAB', b'#') + b'\nUSERGROUPS_ENAB no\n')
-
-    def test_removes_the_group_where_the_host_keeps_groups(self):
-        self.keep_groups()
-        with self.unchanged():
-            self.add_user()
-            self.assert_done(self.remove_user())
-
-    def test_a_group_that_could_not_be_removed_is_removed_the_next_time(self):
-        self.keep_groups()
-        for script, args in (('rmuser', ('alice',)), ('adduser', ('alice', 'alice', self.password_file))):
-            with self.subTest(script), self.unchanged():
+    def test_a_script_that_is_killed_in_the_middle_leaves_no_name_blocked(self):
+        for moment in ('kill -9 "$PPID"; exit 1', '$real "$@"; kill -9 "$PPID"'):
+            with self.subTest(moment), self.unchanged():
                 self.add_user()
-                case = self.__class__('run')
-                self.addCleanup(case.doCleanups)
-                case.stand_in('groupdel', 'echo why it failed >&2; exit 10')
-                self.assert_refused(self.remove_user(), 'cannot remove the group alice: why it failed')
-                case.doCleanups()
-                os.unlink('/run/pelago/users/alice') # its session ends, too
-                self.assert_done(run_script(script, *args))
+                with sambahost.stand_in('userdel', moment):
+                    self.assertEqual(self.remove_user().status, -signal.SIGKILL)
+                self.add_user()
                 self.assert_done(self.remove_user())
 
-    def test_a_script_that_is_killed_in_the_middle_leaves_no_name_blocked(self):
-        self.keep_groups()
-        for program in ('groupdel', 'userdel'):
-            for moment in ('kill -9 "$PPID"; exit 1', '$real "$@"; kill -9 "$PPID"'):
-                with self.subTest(program, moment=moment), self.unchanged():
-                    self.add_user()
-                    case = self.__class__('run')
-                    self.addCleanup(case.doCleanups)
-                    case.stand_in(program, moment)
-                    self.assertEqual(self.remove_user().status, -signal.SIGKILL)
-                    case.doCleanups()
-                    os.unlink('/run/pelago/users/alice') # its session ends, too
-                    self.add_user()
-                    self.assert_done(self.remove_user())
-
-    def test_leaves_a_group_of_the_users_name_that_is_not_the_users(self):
+    def test_leaves_a_group_of_the_users_name(self):
         self.add_user()
-        command('groupmod', '--new-name', 'away', 'alice')
-        self.addCleanup(command, 'groupdel', 'alice')
-        self.addCleanup(command, 'groupdel', 'away')
         command('groupadd', 'alice')
+        self.addCleanup(command, 'groupdel', 'alice')
         self.assert_done(self.remove_user())
         command('getent', 'group', 'alice')
 
@@ -250,28 +212,75 @@ class Remove(sambahost.ScriptTest):
 
     def test_does_not_take_a_failure_for_an_absence(self):
         self.add_both()
-        for program, args in (('net', ('rmshare', 'Docs', self.folder)), ('getent', ('rmuser', 'alice')),
-                              ('pdbedit', ('rmuser', 'alice')), ('smbstatus', ('rmuser', 'alice'))):
-            with self.subTest(program):
-                with sambahost.stand_in(program, 'case "$*" in *-x*) exec $real "$@" ;; esac; '
-                                                 'echo broken; exit 3'):
-                    result = run_script(*args)
-                self.assert_refused(result, 'cannot')
-                self.assertTrue(user_exists('alice'))
-        self.assertTrue(share_exists('Docs'))
+        self.connect()
+        share, user, other = ('rmshare', 'Docs', self.folder), ('rmuser', 'alice'), ('rmuser', 'other')
+        for program, args, reason in (
+                ('net', share, 'cannot remove the share "Docs": broken'),
+                ('testparm', share, "cannot read Samba's configuration: broken"),
+                ('net', ('rmshare', 'Other', self.folder), "cannot read Samba's registry: broken"),
+                ('pdbedit', user, 'cannot remove alice from Samba: broken'),
+                ('pdbedit', other, "cannot read Samba's password database: broken"),
+                ('smbstatus', user, 'cannot list sessions: broken')):
+            with self.subTest(program, args=args):
+                with sambahost.stand_in(program, 'echo broken; exit 3'):
+                    self.assert_refused(run_script(*args), reason)
+                self.assertTrue(user_exists('alice') and share_exists('Docs'))
+        for args in (share, user):
+            self.assert_done(run_script(*args))
+        self.assertFalse(user_exists('alice') or share_exists('Docs'))
 
-    def test_does_not_take_a_group_that_cannot_be_read_for_none(self):
+    def test_does_not_take_a_user_who_cannot_be_read_for_none(self):
+        self.ask_files_only()
         self.add_user()
-        self.stand_in('getent', '[ "$1" != group ] || exit 3\nexec $real "$@"')
-        self.assert_refused(self.remove_user(), 'cannot read the group database')
-        self.assertTrue(user_exists('alice'))
+        with self.unchanged():
+            self.assert_refused(run_failing('openat', 'EIO', 'rmuser', 'alice', path='/etc/passwd'),
+                                'cannot read the user database')
+        self.assert_done(self.remove_user())
+
+    def test_refuses_a_user_whom_only_samba_has(self):
+        command('useradd', 'zoe')
+        subprocess.run(['smbpasswd', '-s', '-a', 'zoe'], input=b'hers\nhers\n', check=True,
+                       stdout=subprocess.DEVNULL)
+        self.addCleanup(command, 'pdbedit', '-x', '-u', 'zoe')
+        command('userdel', 'zoe')
+        with self.unchanged():
+            self.assert_refused(self.remove_user('zoe'),
+                                'Samba knows a user zoe that was not made for a share')
+
+    def test_only_root_may_do_it(self):
+        self.add_both()
+        with self.unchanged():
+            self.assert_refused(self.remove_share(user='bob'), 'only root may do this')
+            self.assertEqual(self.remove_user(user='bob').status, 1)
+        self.assert_served()
+
+    def test_says_when_a_share_without_a_record_is_left(self):
+        self.add_both()
+        command('rm', '-rf', STATE)
+        with sambahost.stand_in('net', 'case "$*" in *delshare*) echo why; exit 1;; esac; exec $real "$@"'):
+            result = self.remove_share()
+        self.assert_refused(result, 'the share "Docs" is left behind')
+        self.assertIn('cannot remove the share "Docs": why', result.output)
+        self.assert_done(self.remove_share())
+        self.assertFalse(share_exists('Docs'))
+
+    def test_says_when_a_record_names_what_no_share_can_be_called(self):
+        self.add_both()
+        folder = STATE + '/shares/damaged'
+        os.mkdir(folder)
+        write(folder + '/record', b'share \xff\n')
+        self.assert_refused(self.remove_share('Other'), 'not valid UTF-8')
+        self.assert_served()
 
     def test_tells_a_real_error_of_the_removal(self):
         self.add_both()
         text = ('case "$*" in *delshare*) echo why it failed >&2; exit 255 ;; esac\n'
                 'exec $real "$@"')
-        with sambahost.stand_in('net', text), self.unchanged():
-            self.assert_refused(self.remove_share(), 'why it failed')
+        with sambahost.stand_in('net', text):
+            result = self.remove_share()
+        self.assert_refused(result, 'why it failed')
+        self.assertIn('the share "Docs" is left behind', result.output)
+        self.assertTrue(share_exists('Docs'))
         self.assert_done(self.remove_share())
 
     def test_tells_when_clients_could_not_be_cut_off(self):
@@ -301,8 +310,9 @@ class Remove(sambahost.ScriptTest):
     def test_tells_when_it_cannot_remove_its_own_folder(self):
         self.add_both()
         connected = self.connect()
-        self.stand_in('rmdir', 'echo why it failed >&2; exit 1')
-        self.assert_refused(self.remove_share(), 'rmshare.sh: cannot remove /run/pelago/shares/')
+        result = run_failing('rmdir', 'EBUSY', 'rmshare', 'Docs', self.folder)
+        self.assert_refused(result, 'the share "Docs" is left behind')
+        self.assertIn('rmshare.sh: cannot remove /run/pelago/shares/', result.output)
         self.assertFalse(share_exists('Docs'))
         wait_until(lambda: 'NETWORK_NAME_DELETED' in connected.ask('ls'), 'the cut')
 
