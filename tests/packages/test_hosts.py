@@ -157,7 +157,7 @@ class TheHost(PackageCase):
 
     def test_a_crash_keeps_the_disk_and_nothing_else(self):
         self.start()
-        self.host.shell("echo kept >/root/kept; echo lost >/run/lost; sleep 1000 & ")
+        self.host.shell("echo kept >/root/kept; echo lost >/run/lost; sleep 1000 >/dev/null 2>&1 & ")
         self.host.crash()
         self.host.start()
         self.assertEqual(self.host.must("cat", "/root/kept"), "kept\n")
