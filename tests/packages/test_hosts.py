@@ -222,6 +222,7 @@ class Fresh(PackageCase):
         self.host.must("apt-get", "purge", "-y", "pelago-share-tool")
         self.assertFalse(client.reads())
         self.assertEqual(self.left(), "")
+        self.assertEqual(switch.wait(bareHost.HANG), 0)
 
 
 class Prepared(PackageCase):
