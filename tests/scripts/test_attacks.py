@@ -266,7 +266,7 @@ class OwnersOfFolders(AttackTest):
                 os.kill(-1, signal.SIGSTOP)
 
         with acting_as('bob', stop_all_of_his):
-            for _ in range(10):
+            for _ in range(20):
                 self.assert_done(self.add())
                 self.assert_done(run_script('rmshare', 'Docs', self.folder))
         self.assert_served_once(self.folder)
