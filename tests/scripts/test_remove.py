@@ -288,6 +288,7 @@ class Remove(sambahost.ScriptTest):
         self.stand_in('smbcontrol', 'case "$*" in *close-share*) exit 1 ;; esac; exec $real "$@"')
         self.assert_refused(self.remove_share(), 'cannot cut off')
         self.assertFalse(share_exists('Docs'))
+        self.assert_refused(self.remove_share('Gone'), 'its clients are not cut off')
 
     def test_a_second_run_cuts_off_the_clients_that_the_first_could_not(self):
         self.add_both()
