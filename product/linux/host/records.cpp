@@ -35,15 +35,14 @@ constexpr mode_t FOLDER_MODE = 0711;
 
 void MakeFolder(const char *path)
 {
-    if (mkdir(path, FOLDER_MODE) == 0) {
-        // The caller's mask does not decide who passes.
-        if (chmod(path, FOLDER_MODE) != 0) { FailWith("cannot make", path); }
-        return;
-    }
     struct stat status;
-    if (errno != EEXIST) { FailWith("cannot make", path); }
+    if (mkdir(path, FOLDER_MODE) != 0 && errno != EEXIST) { FailWith("cannot make", path); }
     if (lstat(path, &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != 0) {
         Fail(std::string(path) + " is not a folder of root's");
+    }
+    // Our mask, or a script that ended here, does not decide who passes.
+    if ((status.st_mode & ALLPERMS) != FOLDER_MODE && chmod(path, FOLDER_MODE) != 0) {
+        FailWith("cannot make", path);
     }
 }
 
