@@ -246,7 +246,6 @@ class AddUser(sambahost.ScriptTest):
             ('mkdir', 'ENOSPC', STATE, 'cannot make /run/pelago: No space left'),
             ('chmod', 'EPERM', STATE, 'cannot make /run/pelago: '),
             ('openat', 'EIO', STATE + '/lock', 'cannot open /run/pelago/lock: '),
-            ('openat', 'ENOSPC', STATE + '/looked', 'cannot write /run/pelago/looked: '),
             ('openat', 'EIO', '/etc/group', 'cannot read the group database: '),
             ('openat', 'ENOSPC', users + '/.new', 'cannot write /run/pelago/users/alice: '),
             ('write', 'ENOSPC', users + '/.new', 'cannot write /run/pelago/users/alice: '),
@@ -265,6 +264,21 @@ class AddUser(sambahost.ScriptTest):
             with self.subTest(call, path=path), self.unchanged():
                 self.assert_refused(run_failing(call, error, 'adduser', 'alice', 'alice',
                                                 self.password_file, path=path), 'adduser.sh: ' + reason)
+
+    def test_goes_on_when_it_cannot_note_that_it_looked(self):
+        result = run_failing('openat', 'ENOSPC', 'adduser', 'alice', 'alice', self.password_file,
+                             path=STATE + '/looked')
+        self.assert_done(result)
+        self.assertIn('cannot write /run/pelago/looked: No space left', result.output)
+        self.assertFalse(os.path.exists(STATE + '/looked'), 'the next one looks again')
+
+    def test_repairs_folders_that_a_killed_script_had_just_made(self):
+        command('rm', '-rf', STATE)
+        for path in (STATE, STATE + '/users', STATE + '/shares'):
+            os.mkdir(path, 0o700)
+        self.assert_done(self.add())
+        for path in (STATE, STATE + '/users', STATE + '/shares'):
+            self.assertEqual(os.stat(path).st_mode & 0o7777, 0o711)
 
     def test_does_not_take_users_that_cannot_be_read_for_none(self):
         self.ask_files_only()
