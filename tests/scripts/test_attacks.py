@@ -193,6 +193,21 @@ class OwnersOfFolders(AttackTest):
                 else:
                     self.assert_served_once(place)
 
+    def test_a_mount_where_anybody_may_make_a_folder_may_be_anybodys(self):
+        # A user's own mount claims any owner, and he can take it away and put a link there.
+        sticky = self.scratch + '/sticky'
+        os.mkdir(sticky)
+        os.chmod(sticky, 0o1777)
+        for prey in (self.roots, self.folder):
+            place = '%s/%s' % (sticky, os.path.basename(prey))
+            os.mkdir(place)
+            with self.subTest(place):
+                command('mount', '--bind', prey, place)
+                self.assert_refused(self.add(place), 'others can change "%s"' % place)
+                command('umount', place)
+        innocent = self.make_folder(sticky + '/own')
+        self.assert_served_once(innocent)
+
     def make_deep_folder(self, name, depth):
         at = os.open(self.scratch, os.O_RDONLY)
         for _ in range(depth):

@@ -29,6 +29,7 @@ struct Waypoint {
     std::string path;
     uid_t uid;
     bool othersMayChange; // by its mode
+    bool isUsersMount;    // perhaps: it was mounted where anybody may make a folder
 };
 
 struct OpenFolder {
@@ -98,12 +99,23 @@ std::string Walk::Path() const
     return path.empty() ? "/" : path;
 }
 
+// Whether something is mounted there.  What a user mounts may claim any owner, and he can take it
+// away again.
+bool IsMounted(int fd)
+{
+    struct statx status;
+    return statx(fd, "", AT_EMPTY_PATH, 0, &status) != 0 ||
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 void Walk::EnterFolder(OwnedFd fd, const std::string &name, const struct stat &status)
 {
+    const bool isUsersMount =
+        !mStack.empty() && (Status().st_mode & OTHERS_MAY_WRITE) != 0 && IsMounted(fd.Get());
     mStack.push_back({std::move(fd), name, status});
     // In a folder with the sticky bit others cannot rename what is not theirs.
     const bool others = (status.st_mode & OTHERS_MAY_WRITE) != 0 && (status.st_mode & S_ISVTX) == 0;
-    mWaypoints.push_back({Path(), status.st_uid, others});
+    mWaypoints.push_back({Path(), status.st_uid, others, isUsersMount});
 }
 
 // Who can change a link is who may rename in the folder that holds it.  In one where all may, its
@@ -120,7 +132,8 @@ void Walk::FollowLink(const OwnedFd &link, const std::string &name, const struct
     target.resize(static_cast<size_t>(size));
     if ((Status().st_mode & OTHERS_MAY_WRITE) != 0) {
         const std::string folder = Path();
-        mWaypoints.push_back({(folder == "/" ? "" : folder) + '/' + name, status.st_uid, false});
+        mWaypoints.push_back(
+            {(folder == "/" ? "" : folder) + '/' + name, status.st_uid, false, false});
     }
     Put(target);
 }
@@ -206,7 +219,7 @@ void CheckWay(const std::string &given, const Folder &folder,
         // anywhere.
         const bool isTheFolder = &point == &last && point.path == folder.path;
         const bool others = point.othersMayChange && (!isTheFolder || folder.uid == 0);
-        if ((point.uid != 0 && point.uid != folder.uid) || others) {
+        if ((point.uid != 0 && point.uid != folder.uid) || others || point.isUsersMount) {
             Fail("the folder belongs to " + folder.owner + ", but others can change " +
                  Quoted(point.path) + ": " + Quoted(given));
         }
