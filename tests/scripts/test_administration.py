@@ -147,7 +147,9 @@ class Sessions(KilledCase):
         self.assertEqual(status, 1)
         self.assertIn('cannot remove the user alice: why\n', err)
         self.assertIn('something of a dead session is still there', err)
-        self.assertTrue(user_exists('alice'))
+        self.assertRegex(self.list(), r'^user alice: left by \d+\n$')
+        self.assertEqual(run('sessions', '--clean'), (0, '', ''))
+        self.assertTrue(self.nothing_is_left())
 
 
 if __name__ == '__main__':

@@ -216,7 +216,6 @@ class Remove(sambahost.ScriptTest):
         share, user, other = ('rmshare', 'Docs', self.folder), ('rmuser', 'alice'), ('rmuser', 'other')
         for program, args, reason in (
                 ('net', share, 'cannot remove the share "Docs": broken'),
-                ('testparm', share, "cannot read Samba's configuration: broken"),
                 ('net', ('rmshare', 'Other', self.folder), "cannot read Samba's registry: broken"),
                 ('pdbedit', user, 'cannot remove alice from Samba: broken'),
                 ('pdbedit', other, "cannot read Samba's password database: broken"),
@@ -228,6 +227,12 @@ class Remove(sambahost.ScriptTest):
         for args in (share, user):
             self.assert_done(run_script(*args))
         self.assertFalse(user_exists('alice') or share_exists('Docs'))
+
+    def test_asks_the_registry_when_the_configuration_cannot_be_read(self):
+        self.add_both()
+        with sambahost.stand_in('testparm', 'echo broken; exit 3'):
+            self.assert_done(self.remove_share())
+        self.assertFalse(share_exists('Docs'))
 
     def test_does_not_take_a_user_who_cannot_be_read_for_none(self):
         self.ask_files_only()

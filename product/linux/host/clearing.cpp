@@ -22,7 +22,11 @@ bool IsStillOurs(const Record &record)
 {
     const std::string share = record.Get("share");
     const std::string path = record.LinkPath();
-    if (SambaConfiguration::Read().PathOf(share) == path) { return true; }
+    try {
+        if (SambaConfiguration::Read().PathOf(share) == path) { return true; }
+    } catch (const Failure &) {
+        // The registry may still be there to be asked.
+    }
     // A share in the text file may cover it.
     return RegistryPath(share) == path;
 }
@@ -41,12 +45,41 @@ std::vector<Record> TakeOverDead(RecordKind kind)
     return dead;
 }
 
-bool HasRecord(RecordKind kind, const std::string &id)
+// Makes this process the maker of a record for what has a mark but none; nothing when it has one.
+// From then on no script begins anything of the name.
+std::optional<Record> ClaimUnrecorded(RecordKind kind, const std::string &id,
+                                      const std::string &share)
 {
     const RecordsLock lock;
     for (const Record &record : ReadRecords(kind)) {
-        if (record.id == id) { return true; }
+        if (record.id == id) { return std::nullopt; }
     }
+    if (kind == RecordKind::Share && FindShareRecord(share)) { return std::nullopt; }
+    Record record{kind, id, {}, {}, ProcessMark::Of(getpid())};
+    if (kind == RecordKind::Share) {
+        RemakeShareFolder(id);
+        record.fields["share"] = share;
+    }
+    WriteRecord(record);
+    return record;
+}
+
+// Takes away what a record is about, of which this process is the maker.  When that fails the
+// record stays, and is nobody's.
+bool Clear(Record record)
+{
+    bool isDone = false;
+    try {
+        isDone = record.kind == RecordKind::User ? TakeAwayUser(record) : TakeAwayShare(record);
+    } catch (const Failure &failure) {
+        Say(failure.what());
+    }
+    if (isDone) { return true; }
+    const RecordsLock lock;
+    record.maker.reset();
+    // Half of something is nobody's, though the session lives whose script was to make the whole.
+    if (record.IsAlive()) { record.session.reset(); }
+    WriteRecord(record);
     return false;
 }
 
@@ -68,14 +101,17 @@ bool ClearUnrecorded()
     const SambaConfiguration configuration = SambaConfiguration::Read();
     for (const std::string &share : configuration.Shares()) {
         const std::string id = IdOfSharePath(configuration.PathOf(share));
-        if (id.empty() || HasRecord(RecordKind::Share, id)) { continue; }
+        if (id.empty()) { continue; }
+        const std::optional<Record> record = ClaimUnrecorded(RecordKind::Share, id, share);
+        if (!record) { continue; }
         Say("removing the share " + Quoted(share) + " of a session that has ended");
-        isDone = DeleteRegistryShare(share) && CutOffClients(share) && isDone;
+        isDone = Clear(*record) && isDone;
     }
     for (const std::string &user : OurAccounts()) {
-        if (HasRecord(RecordKind::User, user)) { continue; }
+        const std::optional<Record> record = ClaimUnrecorded(RecordKind::User, user, "");
+        if (!record) { continue; }
         Say("removing the user " + user + " of a session that has ended");
-        isDone = TakeAwayUser({RecordKind::User, user, {}, {}, {}}) && isDone;
+        isDone = Clear(*record) && isDone;
     }
     return isDone;
 }
@@ -89,8 +125,11 @@ bool TakeAwayAccount(const Record &record)
     const std::string &user = record.id;
     if (FindAccount(user) != AccountState::Ours) { return true; }
     const bool isSambasOurs = record.Get("samba") != SOMEBODYS;
-    return (!isSambasOurs || RemoveSambaAccount(user)) && EndConnections(user) &&
-           RemoveAccount(user);
+    if (isSambasOurs && !RemoveSambaAccount(user)) { return false; }
+    if (!EndConnections(user) || !RemoveAccount(user)) { return false; }
+    const std::string number = record.Get("uid"), sid = record.Get("sid");
+    if (!number.empty() && !sid.empty()) { ForgetUser(number, sid); }
+    return true;
 }
 
 bool TakeAwayUser(const Record &record) { return TakeAwayAccount(record) && RemoveRecord(record); }
@@ -114,11 +153,10 @@ bool TakeAwayShare(const Record &record)
 bool ClearDeadSessions(Look look)
 {
     bool isDone = true;
-    for (const Record &record : TakeOverDead(RecordKind::Share)) {
-        isDone = TakeAwayShare(record) && isDone;
-    }
-    for (const Record &record : TakeOverDead(RecordKind::User)) {
-        isDone = TakeAwayUser(record) && isDone;
+    for (const RecordKind kind : {RecordKind::Share, RecordKind::User}) {
+        for (const Record &record : TakeOverDead(kind)) {
+            isDone = Clear(record) && isDone;
+        }
     }
     if (look == Look::OnceForUnrecorded && !IsFirstLook()) { return isDone; }
     isDone = ClearUnrecorded() && isDone;

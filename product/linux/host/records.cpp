@@ -203,6 +203,11 @@ Record MakeShareRecord(const std::string &target)
     return record;
 }
 
+void RemakeShareFolder(const std::string &id)
+{
+    MakeFolder((std::string(SHARES) + '/' + id).c_str());
+}
+
 bool RemoveRecord(const Record &record)
 {
     bool isDone = RemoveQuietly(FolderOf(record) + "/.new") && RemoveQuietly(record.Path());

@@ -59,6 +59,9 @@ void WriteRecord(const Record &record);
 // A new share's record, with a folder of its own and in that a link to the folder that is shared.
 Record MakeShareRecord(const std::string &target);
 
+// Makes the folder of a share's record again, which a boot has taken.
+void RemakeShareFolder(const std::string &id);
+
 // Removes the record, and what MakeShareRecord() made; false after saying why.
 bool RemoveRecord(const Record &record);
 

@@ -78,5 +78,7 @@ bool IsSmbdAnswering();
 // had their numbers before.  The user's SID comes again when a password database is replaced.
 void ForgetNumbers(const SambaConfiguration &configuration, const Folder &folder,
                    const std::string &userSid);
+// Takes a user who has been removed out of what Samba remembers, if a client of hers has come.
+void ForgetUser(const std::string &number, const std::string &sid);
 
 #endif // PELAGO_HOST_SAMBA_H

@@ -13,7 +13,9 @@
 
 namespace {
 
-constexpr int END_SECONDS = 5; // how long connections may take to end
+constexpr int END_SECONDS = 5;                  // how long connections may take to end
+constexpr char LOCK_DIRECTORY[] = "/run/samba"; // Samba's own, unless smb.conf has another
+constexpr char CACHE_NAME[] = "/gencache.tdb";
 
 // smbd starts a process for each connection, which keeps the name "smbd"; the others of its
 // processes, but for the first, have names of their own.
@@ -73,6 +75,13 @@ bool HasListener(const std::string &table, const std::set<std::string> &sockets)
     return has;
 }
 
+// Samba keeps for a week whose number it was, in a file that holds each such key as text.  A record
+// that was given up may still be there; then it is asked to forget once too often.
+bool MayHold(const std::string &cache, const std::string &key)
+{
+    return cache.empty() || cache.find("IDMAP/" + key + '\0') != std::string::npos;
+}
+
 } // namespace
 
 bool CutOffClients(const std::string &share)
@@ -129,17 +138,23 @@ bool IsSmbdAnswering() { return RunProgram({"smbcontrol", "-t", "1", "smbd", "pi
 void ForgetNumbers(const SambaConfiguration &configuration, const Folder &folder,
                    const std::string &userSid)
 {
-    // Samba keeps for a week whose number it was, in a file that holds each such key as text.  A
-    // record that was given up may still be there; then it is asked to forget once too often.
     const std::string cache =
-        TextOf(configuration.Global("lock directory", "/run/samba") + "/gencache.tdb");
+        TextOf(configuration.Global("lock directory", LOCK_DIRECTORY) + CACHE_NAME);
     const auto forget = [&](const std::string &key, const std::string &id) {
-        if (cache.empty() || cache.find("IDMAP/" + key + '\0') != std::string::npos) {
-            RunProgram({"smbcontrol", "smbd", "idmap", "delete", id});
-        }
+        if (!MayHold(cache, key)) { return; }
+        RunProgram({"smbcontrol", "smbd", "idmap", "delete", id});
     };
     const std::string user = std::to_string(folder.uid), group = std::to_string(folder.gid);
     forget("UID2SID/" + user, "UID " + user);
     forget("GID2SID/" + group, "GID " + group);
     forget("SID2XID/" + userSid, userSid);
+}
+
+void ForgetUser(const std::string &number, const std::string &sid)
+{
+    const std::string cache = TextOf(std::string(LOCK_DIRECTORY) + CACHE_NAME);
+    for (const std::string &key : {"UID2SID/" + number, "SID2XID/" + sid}) {
+        // smbd may be gone already, and cannot be asked.
+        if (MayHold(cache, key)) { RunProgram({"net", "cache", "del", "IDMAP/" + key}); }
+    }
 }
