@@ -218,6 +218,9 @@ class Host(ToolCase):
         if not PREFS.exists() or not isinstance(found, list | None):
             self.write_prefs()
             found = None
+        # What a dead run had switched on, the next one takes for off, and leaves so.
+        if found and "user.pelago.service" in os.listxattr(PREFS):
+            found = [service for service in found if service != "disk"]
         run = self.run_way(way)
         on = found is not None and "disk" in found
         claim((run.out, run.status, run.called) == (SHARED + DELETED, 0, list(SCRIPTS)),

@@ -302,7 +302,7 @@ class Unit(unittest.TestCase):
         self.lines = sambahost.read(self.unit).decode().splitlines()
 
     def test_is_a_service_that_stays(self):
-        for line in ('Type=simple', 'Restart=always'):
+        for line in ('Type=exec', 'Restart=always'):
             self.assertIn(line, self.lines)
 
     def test_starts_the_switch_where_it_is_installed(self):

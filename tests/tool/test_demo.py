@@ -51,9 +51,9 @@ class Demo(unittest.TestCase):
         self.assertNothingLeft()
 
     def test_a_step_that_does_not_hold_is_told(self):
-        # A share that keeps out the very user it is for.
-        broken = "sed -i 's/valid users/invalid users/' \"$1/product/linux/shares/addshare.sh\" " \
-                 "\"$PELAGO_BUILD/Pelago.app/Contents/Library/shares/addshare.sh\" && exec \"$1/demo.sh\" --session"
+        # An account whose password is not the caller's.
+        broken = "sed -i 's/plaintext_passwd = password/plaintext_passwd = \"other\"/' " \
+                 "\"$PELAGO_BUILD/Pelago.app/Contents/Library/host/sambaAccount.py\" && exec \"$1/demo.sh\" --session"
         process = self.start([ROOT / "tools/sandbox.sh", "sh", "-c", broken, "sh", ROOT])
         transcript = process.communicate(timeout=120)[0]
         self.assertEqual(process.returncode, 1, transcript)
