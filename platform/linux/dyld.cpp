@@ -1,6 +1,7 @@
 // dyld.cpp -- the path by which the running program was started.
 // It is learnt before main(): later a relative path means another place, and the kernel's own name
 // of a file that was replaced ends in " (deleted)".
+#include <bit>
 #include <mach-o/dyld.h>
 
 #include <climits>
@@ -49,7 +50,7 @@ bool SetStartedPath()
     // Whoever starts a program with more rights than his own may make the path lead elsewhere
     // later.
     if (getauxval(AT_SECURE) != 0) { return false; }
-    const auto *started = reinterpret_cast<const char *>(getauxval(AT_EXECFN));
+    const auto *started = std::bit_cast<const char *>(getauxval(AT_EXECFN));
     return started != nullptr && !IsDescriptor(started) && SetAbsolute(started) &&
            LeadsToRunningProgram(sPath);
 }

@@ -7,7 +7,10 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
+#include <unistd.h>
 
 namespace {
 
@@ -104,4 +107,18 @@ bool ProcessMark::IsRunning() const
     int error = 0;
     const std::optional<ProcessMark> present = MarkOf(pid, &error);
     return error != 0 || present == *this;
+}
+
+bool ProcessMark::AnotherOfOurNameRuns()
+{
+    std::string ours, name;
+    if (ReadSmallFile("/proc/self/comm", &ours) != 0) { return true; }
+    const std::unique_ptr<DIR, int (*)(DIR *)> processes(opendir("/proc"), closedir);
+    while (const dirent *entry = processes ? readdir(processes.get()) : nullptr) {
+        pid_t pid = 0;
+        if (!ReadNumber(std::string_view(entry->d_name), &pid) || pid == getpid()) { continue; }
+        const std::string path = "/proc/" + std::string(entry->d_name) + "/comm";
+        if (ReadSmallFile(path.c_str(), &name) == 0 && name == ours && Of(pid)) { return true; }
+    }
+    return false;
 }

@@ -8,6 +8,7 @@
 
 #include "cfTypes.h"
 #include "preferencesFile.h"
+#include "processMark.h"
 #include "propertyList.h"
 #include "serviceOwner.h"
 
@@ -178,6 +179,8 @@ ServiceOwner __SCPreferences::Owner() const
 void __SCPreferences::TakeBackService()
 {
     if (Owner() != ServiceOwner::Dead) { return; }
+    // One that found the service on still needs it, and would lose it with our end.
+    if (ProcessMark::AnotherOfOurNameRuns()) { return; }
     const CFOwned<CFTypeRef> services(mList.CopyValue(SERVICE_KEY));
     CFOwned<CFTypeRef> others(ServiceCopyWithoutFirst(static_cast<CFArrayRef>(services.get())));
     mCountBefore = ServiceCount(others.get());

@@ -52,7 +52,7 @@ std::string ServiceRecordAfter(size_t before, size_t after, const std::string &r
     if (after == 0) { return std::string(); }
     if (before > 0 && before <= after) { return recordBefore; }
     const std::optional<ProcessMark> self = ProcessMark::Of(getpid());
-    const std::string own = self ? self->Text() : std::string();
+    std::string own = self ? self->Text() : std::string();
     if (before == 0) { return own; }
     // An owner that takes one out takes its own: what is left is somebody else's.
     return recordBefore == own ? std::string() : recordBefore;
