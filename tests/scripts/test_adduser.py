@@ -5,6 +5,7 @@ import fcntl
 import os
 import signal
 import subprocess
+import sys
 import unittest
 
 import sambahost
@@ -209,6 +210,34 @@ class AddUser(sambahost.ScriptTest):
         self.assertTrue(samba_knows('zoe'))
         with self.unchanged():
             self.assert_refused(self.add('zoe', 'zoe', self.password_file), 'Samba knows')
+
+    def test_refuses_while_the_package_is_being_removed(self):
+        os.makedirs('/run/pelago', exist_ok=True)
+        closed = write('/run/pelago/closed', '')
+        self.addCleanup(os.unlink, closed)
+        with self.unchanged():
+            self.assert_refused(self.add(), 'no session can begin, for the package is being removed')
+
+    def test_a_script_whose_caller_died_takes_no_reaper_for_its_session(self):
+        # The reaper of orphans, such as a supervisor, stays; and so would what is made for it.
+        reaper = ('import ctypes,os,sys\n'
+                  'ctypes.CDLL(None).prctl(36, 1)\n' # PR_SET_CHILD_SUBREAPER
+                  'reader, writer = os.pipe()\n'
+                  'if os.fork() == 0:\n'
+                  '    os.setpgid(0, 0)\n'
+                  '    if os.fork() == 0:\n'
+                  '        os.close(writer)\n'
+                  '        os.read(reader, 1)\n' # until its parent is gone
+                  '        os.execv(sys.argv[1], sys.argv[1:])\n'
+                  '    os._exit(0)\n'
+                  'os.wait()\n'
+                  'os.close(writer)\n'
+                  'sys.exit(os.waitstatus_to_exitcode(os.wait()[1]))\n')
+        with self.unchanged():
+            done = subprocess.run([sys.executable, '-c', reaper, script_path('adduser'), 'alice', 'alice',
+                                   self.password_file], stdin=subprocess.DEVNULL, capture_output=True,
+                                  timeout=HANG, check=False)
+            self.assertEqual((done.returncode, done.stderr), (1, b'adduser.sh: the caller has gone\n'))
 
     def test_refuses_a_second_user_of_the_same_name(self):
         self.assert_done(self.add())

@@ -92,6 +92,7 @@ NewShare::NewShare(const Wish &wish, const Folder &folder, const ProcessMark &se
     : mWish(wish), mFolder(folder)
 {
     const RecordsLock lock;
+    CheckIsOpen();
     const std::optional<Record> present = FindShareRecord(wish.share);
     if (present && present->IsAlive()) {
         Fail("the share " + Quoted(wish.share) + " is in use by a session that runs");
@@ -155,12 +156,15 @@ void NewShare::Make(const SambaConfiguration &configuration, const std::string &
 
 void NewShare::Keep(const std::string &caller)
 {
-    const RecordsLock lock;
     mRecord.maker.reset();
     mRecord.fields["begun"] = "yes";
-    if (!mRecord.IsAlive()) { Fail("the caller has gone"); }
-    WriteRecord(mRecord);
-    mIsKept = true;
+    mRecord.fields["caller"] = caller;
+    {
+        const RecordsLock lock;
+        if (!mRecord.IsAlive()) { Fail("the caller has gone"); }
+        WriteRecord(mRecord);
+        mIsKept = true;
+    }
     LogToSystem("share " + Quoted(mWish.share) + " of " + Quoted(mFolder.path) + " (" +
                 mRecord.Get("access") + ", as " + mFolder.owner + ") begins for " + mWish.user +
                 ", asked for by " + caller);

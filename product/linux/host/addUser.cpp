@@ -40,6 +40,7 @@ NewUser::NewUser(const std::string &name, const ProcessMark &session)
     : mRecord{RecordKind::User, name, {}, session, ProcessMark::Of(getpid())}
 {
     const RecordsLock lock;
+    CheckIsOpen();
     const std::optional<Record> present = FindUserRecord(name);
     if (present && present->IsAlive()) {
         Fail("the user " + name + " is in use by a session that runs");

@@ -2,25 +2,32 @@
 #include "folder.h"
 
 #include "names.h"
+#include "processes.h"
 #include "report.h"
 
 #include "hostFile.h"
 
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
 #include <grp.h>
+#include <linux/magic.h>
+#include <optional>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
-constexpr int MAX_LINKS = 40; // as many as the kernel follows
+constexpr uid_t NOBODY = static_cast<uid_t>(-1); // who owns nothing
+constexpr int MAX_LINKS = 40;                    // as many as the kernel follows
 constexpr mode_t OTHERS_MAY_WRITE = S_IWGRP | S_IWOTH;
 constexpr char SAMBAS_GROUP[] = "none"; // of all its users; this name finds it, never a user
 
@@ -108,6 +115,26 @@ bool IsMounted(int fd)
            (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
+// The user who has mounted the file system in user space that a folder lies on, and says whose each
+// file is; nothing on any other.
+std::optional<uid_t> Mounter(int fd, const struct stat &status)
+{
+    struct statfs system;
+    if (fstatfs(fd, &system) != 0) { return NOBODY; }
+    if (system.f_type != FUSE_SUPER_MAGIC) { return std::nullopt; }
+    const std::string device = ' ' + std::to_string(major(status.st_dev)) + ':' +
+                               std::to_string(minor(status.st_dev)) + ' ';
+    uid_t mounter = NOBODY;
+    HostForEachLine(TextOf("/proc/self/mountinfo"), [&](std::string_view line) {
+        constexpr std::string_view OPTION = "user_id=";
+        const size_t at = line.find(OPTION);
+        if (line.find(device) == line.npos || at == line.npos) { return; }
+        const char *number = line.data() + at + OPTION.size();
+        std::from_chars(number, line.data() + line.size(), mounter);
+    });
+    return mounter;
+}
+
 void Walk::EnterFolder(OwnedFd fd, const std::string &name, const struct stat &status)
 {
     const bool isUsersMount =
@@ -116,6 +143,8 @@ void Walk::EnterFolder(OwnedFd fd, const std::string &name, const struct stat &s
     // In a folder with the sticky bit others cannot rename what is not theirs.
     const bool others = (status.st_mode & OTHERS_MAY_WRITE) != 0 && (status.st_mode & S_ISVTX) == 0;
     mWaypoints.push_back({Path(), status.st_uid, others, isUsersMount});
+    const std::optional<uid_t> mounter = Mounter(Fd(), status);
+    if (mounter) { mWaypoints.push_back({Path(), *mounter, others, isUsersMount}); }
 }
 
 // Who can change a link is who may rename in the folder that holds it.  In one where all may, its

@@ -22,8 +22,10 @@ constexpr char USERS[] = "/run/pelago/users";
 constexpr char SHARES[] = "/run/pelago/shares";
 constexpr char LOCK[] = "/run/pelago/lock";
 constexpr char FIRST_LOOK[] = "/run/pelago/looked";
+constexpr char CLOSED[] = "/run/pelago/closed"; // made by the package's prerm
 constexpr char LINK_NAME[] = "/folder";
 constexpr char RECORD_NAME[] = "/record";
+constexpr char FRESH_NAME[] = "/.new"; // a dot, which no record's own name begins with
 constexpr int LOCK_SECONDS = 60;
 // smbd, acting as the owner of a folder, reaches it through these: passable, but not readable.
 constexpr mode_t FOLDER_MODE = 0711;
@@ -146,6 +148,8 @@ std::string Record::LinkPath() const { return FolderOf(*this) + LINK_NAME; }
 
 std::vector<Record> ReadRecords(RecordKind kind)
 {
+    // Of a script that was killed while it wrote; who holds the lock is the only one who does.
+    RemoveQuietly(std::string(USERS) + FRESH_NAME);
     std::vector<Record> records;
     const char *folder = kind == RecordKind::User ? USERS : SHARES;
     for (const std::string &id : EntriesOf(folder)) {
@@ -173,8 +177,7 @@ std::optional<Record> FindShareRecord(const std::string &share)
 void WriteRecord(const Record &record)
 {
     const std::string path = record.Path();
-    // A dot, which no record's own name begins with.
-    const std::string fresh = FolderOf(record) + "/.new";
+    const std::string fresh = FolderOf(record) + FRESH_NAME;
     const std::string text = FileOf(record);
     const OwnedFd fd(
         open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR));
@@ -192,7 +195,7 @@ Record MakeShareRecord(const std::string &target)
 {
     std::string folder = std::string(SHARES) + "/XXXXXX";
     if (mkdtemp(folder.data()) == nullptr) { FailWith("cannot make a folder in", SHARES); }
-    const Record record{RecordKind::Share, folder.substr(folder.rfind('/') + 1), {}, {}, {}};
+    Record record{RecordKind::Share, folder.substr(folder.rfind('/') + 1), {}, {}, {}};
     if (chmod(folder.c_str(), FOLDER_MODE) != 0 ||
         symlink(target.c_str(), record.LinkPath().c_str()) != 0) {
         const int error = errno;
@@ -210,7 +213,7 @@ void RemakeShareFolder(const std::string &id)
 
 bool RemoveRecord(const Record &record)
 {
-    bool isDone = RemoveQuietly(FolderOf(record) + "/.new") && RemoveQuietly(record.Path());
+    bool isDone = RemoveQuietly(FolderOf(record) + FRESH_NAME) && RemoveQuietly(record.Path());
     if (record.kind == RecordKind::Share) {
         isDone = isDone && RemoveQuietly(record.LinkPath()) && RemoveQuietly(FolderOf(record));
     }
@@ -236,12 +239,23 @@ std::string IdOfSharePath(const std::string &path)
     return id.find_first_of("/.") == std::string::npos ? id : "";
 }
 
+void CheckIsOpen()
+{
+    if (access(CLOSED, F_OK) == 0) {
+        Fail("no session can begin, for the package is being removed");
+    }
+}
+
 ProcessMark CallerSession()
 {
     const pid_t parent = getppid();
     const std::optional<ProcessMark> caller = ProcessMark::Of(parent);
-    // A script whose caller died before it began has the host's first process for its parent.
-    const bool isOrphan = parent == 1 && ProgramOf("1") != "pelagoShareTool";
+    // A script whose caller died before it began has another parent: the host's first process, or
+    // one of another process group.  One that a shell or a supervisor starts in a group of its own
+    // leads that group.
+    const bool isStranger =
+        getpgid(parent) != getpgrp() || (parent == 1 && ProgramOf("1") != "pelagoShareTool");
+    const bool isOrphan = getpgrp() != getpid() && isStranger;
     if (!caller || isOrphan) { Fail("the caller has gone"); }
     return *caller;
 }

@@ -72,6 +72,9 @@ void NoteFirstLook();
 // The record in whose folder a share's path lies: its id; empty for a path that is not ours.
 std::string IdOfSharePath(const std::string &path);
 
+// Fails when the package is just being removed: what is made now nobody would take away.
+void CheckIsOpen();
+
 // The process that started this script.  Fails when it has ended already.
 ProcessMark CallerSession();
 

@@ -1,8 +1,9 @@
 #!/bin/sh
 # smbdHandOver.sh take|back -- hands smbd from Debian's unit to the switch, or back.  For systemd.
 #
-#   take   notes once how smbd.service was, and disables it, for the switch starts it from now on.  Only
-#          the unit of the switch calls this, before it starts the switch.
+#   take   notes how smbd.service is, and disables it, for the switch starts it from now on.  Where it is
+#          disabled already, an earlier note stays.  Only the unit of the switch calls this, before it
+#          starts the switch.
 #   back   disables and stops the switch; smbd.service is then as it was noted.  It touches nothing where
 #          the switch is disabled and does not run: smbd is not the switch's then.
 # Exit status: 0 done; 1 something failed, with the reason on stderr.
@@ -24,7 +25,7 @@ note() {
 }
 
 take() {
-    [ -e "$NOTE" ] || note
+    { [ -e "$NOTE" ] && ! is smbd enabled; } || note
     ! is smbd enabled || systemctl disable smbd.service
 }
 
