@@ -29,7 +29,7 @@ using Words = std::vector<std::string>;
 
 const fs::path BUNDLE = "/opt/bench/Pelago.app";
 const fs::path TOOL = BUNDLE / "Contents/Library/shares/pelagoShareTool";
-const fs::path SWITCH = BUNDLE / "Contents/Library/switch/smbSwitch.sh";
+const fs::path SWITCH = BUNDLE / "Contents/Library/host/pelagoHost";
 const fs::path PREFS = "/Library/Preferences/SystemConfiguration/com.apple.smb.server.plist";
 const fs::path PASSWORD_FILE = "/opt/bench/password";
 const fs::path SMALL_FOLDER = "/srv/bench/small", LARGE_FOLDER = "/srv/bench/large";
@@ -478,7 +478,7 @@ void PrepareMachine()
     MakeFolder(SMALL_FOLDER, 1);
     MakeFolder(LARGE_FOLDER, MANY_FILES);
     fs::create_directories(PREFS.parent_path());
-    StartWords({SWITCH}, {-1, Log(), Log()});
+    StartWords({SWITCH, "switch"}, {-1, Log(), Log()});
 }
 
 } // namespace

@@ -221,7 +221,7 @@ def snapshot():
             path = os.path.join(folder, name)
             kind = os.readlink(path) if os.path.islink(path) else os.path.isfile(path) and read(path)
             tree.append((path, kind))
-    furniture = [STATE + name for name in ('/lock', '/looked', '/shares', '/users')]
+    furniture = [STATE + name for name in ('/lock', '/accounts.lock', '/looked', '/shares', '/users')]
     state['state'] = sorted(entry for entry in tree if entry[0] not in furniture)
     return state
 

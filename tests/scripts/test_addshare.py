@@ -1,6 +1,7 @@
 """addshare.sh: one folder, served to one user."""
 
 import os
+import shutil
 import pwd
 import re
 import signal
@@ -236,6 +237,27 @@ class AddShare(ShareTest):
         with self.unchanged():
             self.assert_refused(self.add(), 'the share "Docs" exists already as a user share')
         self.assert_done(self.add('Doc'))
+
+    def test_a_refusal_cuts_off_nobody(self):
+        folder = self.make_folder('/srv/textual')
+        self.addCleanup(shutil.rmtree, folder)
+        self.addCleanup(write, '/etc/samba/smb.conf', sambahost.SMB_CONF)
+        write('/etc/samba/smb.conf', sambahost.SMB_CONF + '[Other]\n  path = %s\n  force user = bob\n' % folder)
+        subprocess.run(['smbpasswd', '-s', '-a', 'bob'], input=b'bobs\nbobs\n', check=True,
+                       stdout=subprocess.DEVNULL)
+        self.addCleanup(command, 'pdbedit', '-x', '-u', 'bob')
+        connected = sambahost.ConnectedClient('bob', 'bobs', 'Other')
+        self.addCleanup(connected.close)
+        self.assertIn('blocks available', connected.ask('ls'))
+        self.assert_refused(self.add('other'), 'exists already')
+        self.assertIn('blocks available', connected.ask('ls'))
+
+    def test_other_names_in_smb_conf_need_not_be_utf8(self):
+        self.addCleanup(write, '/etc/samba/smb.conf', sambahost.SMB_CONF)
+        write('/etc/samba/smb.conf', sambahost.SMB_CONF.encode() + b'[B\xfcro]\n  path = /srv\n')
+        self.assert_done(self.add())
+        self.assert_served()
+        self.assertEqual(command(sambahost.PROGRAM, 'sessions', '--clean'), '')
 
     def test_refuses_a_foreign_share_without_a_path(self):
         subprocess.run(['net', 'conf', 'import', '/dev/stdin', '--', 'Bare'], check=True,

@@ -107,6 +107,17 @@ class WithTheSwitch(KilledCase):
         self.finish(second)
         wait_until(lambda: services() == ['print'] and not answers(), 'the service to be off again')
 
+    def test_a_third_tool_leaves_the_service_to_the_second(self):
+        self.start_switch()
+        first = self.start_tool()
+        second = self.start_tool('carl', 'His')
+        self.kill(first)
+        self.finish(self.start_tool('dora', 'Hers'))
+        self.assertEqual(services(), ['print', 'disk'])
+        self.assert_served('His', 'carl')
+        self.finish(second)
+        wait_until(lambda: services() == ['print'] and not answers(), 'the service to be off again')
+
     def test_a_service_that_an_administrator_switched_on_stays_on(self):
         write(FILE, plistlib.dumps({'EnabledServices': ['disk']}))
         self.start_switch()

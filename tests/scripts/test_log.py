@@ -2,10 +2,16 @@
 
 import os
 import socket
+import sys
 import unittest
 
 import sambahost
 from sambahost import PROGRAM, command, run_script
+
+
+PYTHON = os.path.basename(os.path.realpath(sys.executable))
+ENDED = ('share "Docs" of "%s" (rw) for alice has ended, which was asked for by ' + PYTHON + ' %d, which '
+         + PYTHON + ' %d started')
 
 
 class Log(sambahost.ScriptTest):
@@ -39,7 +45,7 @@ class Log(sambahost.ScriptTest):
         self.assertRegex(begun, r'^share "Docs" of "%s" \(rw, as bob\) begins for alice, asked for by '
                          r'python\S* %d, which python\S* %d started$' % (self.folder, pid, os.getpid()))
         self.assert_done(run_script('rmshare', 'Docs', self.folder, run=session.run))
-        self.assertEqual(self.lines(), ['share "Docs" of "%s" for alice has ended' % self.folder])
+        self.assertEqual(self.lines(), [ENDED % (self.folder, pid, os.getpid())])
         self.assert_done(run_script('rmuser', 'alice', run=session.run))
         self.assertEqual(self.lines(), [])
 
@@ -57,7 +63,7 @@ class Log(sambahost.ScriptTest):
         session.kill()
         self.lines()
         command(PROGRAM, 'sessions', '--clean')
-        self.assertEqual(self.lines(), ['share "Docs" of "%s" for alice has ended' % self.folder])
+        self.assertEqual(self.lines(), [ENDED % (self.folder, session.process.pid, os.getpid())])
 
     def test_a_name_makes_no_line_of_its_own_and_no_password_is_logged(self):
         odd = self.make_folder(self.scratch + '/a\npelago-share: forged\x1b[0m')

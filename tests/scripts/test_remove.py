@@ -228,6 +228,31 @@ class Remove(sambahost.ScriptTest):
             self.assert_done(run_script(*args))
         self.assertFalse(user_exists('alice') or share_exists('Docs'))
 
+    def test_a_user_who_was_removed_by_hand_leaves_no_account_of_sambas(self):
+        self.add_user()
+        command('userdel', 'alice')
+        self.assertTrue(samba_knows('alice'))
+        self.assert_done(self.remove_user())
+        self.assertFalse(samba_knows('alice'))
+
+    def test_a_script_that_is_killed_leaves_the_user_database_whole(self):
+        for program, script, args in (('useradd', 'adduser', ('alice', 'alice', self.password_file)),
+                                      ('userdel', 'rmuser', ('alice',))):
+            with self.subTest(program), self.unchanged():
+                before = sorted(os.listdir('/etc'))
+                session = self.session()
+                if script == 'rmuser':
+                    self.add_user(run=session.run)
+                # Killed while the program works, which goes on; whoever clears waits for it.
+                once = self.scratch + '/once-' + program
+                with sambahost.stand_in(program, '[ -e {0} ] || {{ touch {0}; kill -9 $PPID; sleep 0.5; }}\n'
+                                                 'exec $real "$@"'.format(once)):
+                    self.assertEqual(session.run([script_path(script), *args]).status, -signal.SIGKILL)
+                    session.kill()
+                    command(sambahost.PROGRAM, 'sessions', '--clean')
+                self.assertEqual(sorted(os.listdir('/etc')), before)
+                self.assertFalse(user_exists('alice') or samba_knows('alice'))
+
     def test_asks_the_registry_when_the_configuration_cannot_be_read(self):
         self.add_both()
         with sambahost.stand_in('testparm', 'echo broken; exit 3'):

@@ -20,6 +20,8 @@
 namespace {
 
 constexpr char COMMENT[] = "Pelago share user";
+constexpr char ACCOUNTS_LOCK[] = "/run/pelago/accounts.lock";
+constexpr int LOCK_SECONDS = 60;
 constexpr int END_SECONDS = 5; // how long processes of the user may take to end
 
 // Numbers above those that systemd gives to containers, and below 2^31: nobody else gives them out.
@@ -29,7 +31,7 @@ constexpr uid_t LAST_NUMBER = 2147483646;
 constexpr time_t FIRST_SECOND = 1767225600; // 2026-01-01
 constexpr char MEMORY_FOLDER[] = "/var/lib/pelago";
 constexpr char MEMORY[] = "/var/lib/pelago/lastUserNumber";
-// In it, no file is opened to her that is not opened to everybody.
+// Debian's group "nogroup", which is to own no file.
 constexpr gid_t NOBODYS_GROUP = 65534;
 
 // userdel and useradd: no such user, the user runs processes.
@@ -53,6 +55,14 @@ template <typename Visit> void ForEachAccount(const Visit &visit)
     endpwent();
 }
 
+bool Lock(int file)
+{
+    while (flock(file, LOCK_EX) != 0) {
+        if (errno != EINTR) { return false; }
+    }
+    return true;
+}
+
 // The last number that was given out; 0 when none is known.
 uid_t LastNumber(int file)
 {
@@ -63,7 +73,7 @@ uid_t LastNumber(int file)
 
 uid_t NumberAfter(uid_t last, time_t now)
 {
-    const auto span = static_cast<time_t>(LAST_NUMBER - FIRST_NUMBER + 1);
+    constexpr time_t span = time_t{LAST_NUMBER} - FIRST_NUMBER + 1;
     const auto byTime =
         FIRST_NUMBER + static_cast<uid_t>(std::max<time_t>(now - FIRST_SECOND, 0) % span);
     // A clock that was put back, and users who are made in one second.
@@ -75,7 +85,24 @@ uid_t NumberAfter(uid_t last, time_t now)
     return number;
 }
 
+// Held by whoever changes the user database for us, and by the program that does it, which may
+// outlive its script.
+OwnedFd LockAccounts()
+{
+    OwnedFd fd(open(ACCOUNTS_LOCK, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!fd.IsOpen()) {
+        Fail(std::string("cannot open ") + ACCOUNTS_LOCK + ": " + strerror(errno));
+    }
+    if (!WaitUntil(LOCK_SECONDS, [&] { return flock(fd.Get(), LOCK_EX | LOCK_NB) == 0; })) {
+        Fail("another change of the user database has not ended within " +
+             std::to_string(LOCK_SECONDS) + " s");
+    }
+    return fd;
+}
+
 } // namespace
+
+void WaitForAccountPrograms() { LockAccounts(); }
 
 AccountState FindAccount(const std::string &user)
 {
@@ -116,7 +143,7 @@ uid_t NextUserNumber()
         Fail(std::string("cannot make ") + MEMORY_FOLDER + ": " + strerror(errno));
     }
     const OwnedFd file(open(MEMORY, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!file.IsOpen() || flock(file.Get(), LOCK_EX) != 0) {
+    if (!file.IsOpen() || !Lock(file.Get())) {
         Fail(std::string("cannot open ") + MEMORY + ": " + strerror(errno));
     }
     const uid_t number = NumberAfter(LastNumber(file.Get()), time(nullptr));
@@ -129,10 +156,12 @@ uid_t NextUserNumber()
 
 void MakeAccount(const std::string &user, uid_t number)
 {
-    const Outcome outcome = RunProgram(
+    const OwnedFd lock = LockAccounts();
+    const Outcome outcome = RunToItsEnd(
         {"useradd", "--system", "--no-log-init", "--no-create-home", "--home-dir", "/nonexistent",
          "--shell", "/usr/sbin/nologin", "--no-user-group", "--gid", std::to_string(NOBODYS_GROUP),
-         "--uid", std::to_string(number), "--comment", COMMENT, "--", user});
+         "--uid", std::to_string(number), "--comment", COMMENT, "--", user},
+        lock.Get());
     if (!outcome.IsSuccess()) {
         Fail("cannot make the user " + user + ": " + OneLine(outcome.output));
     }
@@ -142,7 +171,7 @@ bool RemoveAccount(const std::string &user)
 {
     const Deadline deadline(END_SECONDS);
     for (;;) {
-        const Outcome outcome = RunProgram({"userdel", "--", user});
+        const Outcome outcome = RunToItsEnd({"userdel", "--", user}, LockAccounts().Get());
         if (outcome.IsSuccess() || outcome.status == NO_SUCH_USER) { return true; }
         if (outcome.status != IN_USE || deadline.IsOver()) {
             Say("cannot remove the user " + user + ": " + OneLine(outcome.output));

@@ -27,6 +27,9 @@ void CheckNameIsFree(const std::string &user);
 // otherwise be this user's.
 uid_t NextUserNumber();
 
+// Waits for a program that a killed script has started to change the user database.
+void WaitForAccountPrograms();
+
 // Makes a user who cannot log in to the host.  Fails.
 void MakeAccount(const std::string &user, uid_t number);
 // Removes a user of ours, as soon as no process runs as him; false after saying why.

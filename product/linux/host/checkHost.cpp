@@ -11,6 +11,10 @@
 
 namespace {
 
+// As sambaAccount.py finds them.
+constexpr char BINDINGS[] = "import sys; sys.path.insert(0, '/usr/lib/python3/dist-packages'); "
+                            "from samba.samba3 import param, passdb";
+
 class Findings {
 public:
     void Good(const std::string &what) { printf("ok       %s\n", what.c_str()); }
@@ -38,15 +42,13 @@ void CheckPrograms(Findings *findings)
         if (!isThere) { missing += ' ' + std::string(name); }
     }
     const bool hasBindings =
-        RunProgram({"/usr/bin/python3", "-I", "-S", "-B", "-c",
-                    "import sys; sys.path.insert(0, '/usr/lib/python3/dist-packages'); "
-                    "from samba.samba3 import param, passdb"})
-            .IsSuccess();
+        RunProgram({"/usr/bin/python3", "-I", "-S", "-B", "-c", BINDINGS}).IsSuccess();
     if (!hasBindings) { missing += " python3-samba"; }
     if (missing.empty()) {
         findings->Good("Samba's programs and Python bindings");
     } else {
-        findings->Missing("these programs:" + missing + ".  Install samba and passwd");
+        findings->Missing("these programs:" + missing +
+                          ".  Install samba, python3-samba and passwd");
     }
 }
 

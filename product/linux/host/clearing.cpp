@@ -14,21 +14,28 @@ void LogEnd(const Record &record)
 {
     if (record.Get("begun").empty()) { return; }
     LogToSystem("share " + Quoted(record.Get("share")) + " of " + Quoted(record.Get("folder")) +
-                " for " + record.Get("user") + " has ended");
+                " (" + record.Get("access") + ") for " + record.Get("user") +
+                " has ended, which was asked for by " + record.Get("caller"));
 }
 
-// A share of the name may be somebody else's by now; then ours is gone already.
-bool IsStillOurs(const Record &record)
+enum class Standing { Ours, Gone, Somebodys };
+
+// Whose the share of the record's name is by now.
+Standing StandingOf(const Record &record)
 {
     const std::string share = record.Get("share");
     const std::string path = record.LinkPath();
+    bool isThere = true;
     try {
-        if (SambaConfiguration::Read().PathOf(share) == path) { return true; }
+        const SambaConfiguration configuration = SambaConfiguration::Read();
+        if (configuration.PathOf(share) == path) { return Standing::Ours; }
+        isThere = configuration.Find(share) != nullptr;
     } catch (const Failure &) {
         // The registry may still be there to be asked.
     }
-    // A share in the text file may cover it.
-    return RegistryPath(share) == path;
+    // A share in the text file may cover ours.
+    if (RegistryPath(share) == path) { return Standing::Ours; }
+    return isThere ? Standing::Somebodys : Standing::Gone;
 }
 
 // Makes this process the maker of each record that is not alive, and returns these.
@@ -118,12 +125,24 @@ bool ClearUnrecorded()
 
 } // namespace
 
+bool RemoveRecordLocked(const Record &record)
+{
+    const RecordsLock lock;
+    return RemoveRecord(record);
+}
+
 // The password goes first, so that nobody comes in again; the account, which carries our mark, goes
 // last.
 bool TakeAwayAccount(const Record &record)
 {
     const std::string &user = record.id;
-    if (FindAccount(user) != AccountState::Ours) { return true; }
+    WaitForAccountPrograms();
+    const AccountState state = FindAccount(user);
+    // The host's user may have been removed by hand; with its SID the record knows Samba's, too.
+    if (state == AccountState::None && !record.Get("sid").empty()) {
+        return RemoveSambaAccount(user) && EndConnections(user);
+    }
+    if (state != AccountState::Ours) { return true; }
     const bool isSambasOurs = record.Get("samba") != SOMEBODYS;
     if (isSambasOurs && !RemoveSambaAccount(user)) { return false; }
     if (!EndConnections(user) || !RemoveAccount(user)) { return false; }
@@ -132,20 +151,22 @@ bool TakeAwayAccount(const Record &record)
     return true;
 }
 
-bool TakeAwayUser(const Record &record) { return TakeAwayAccount(record) && RemoveRecord(record); }
+bool TakeAwayUser(const Record &record)
+{
+    return TakeAwayAccount(record) && RemoveRecordLocked(record);
+}
 
 // A connection that is open still has the share in mind: with the link gone it cannot enter anew,
 // and what it has is closed.
 bool TakeAwayShare(const Record &record)
 {
     const std::string share = record.Get("share");
-    bool isDone = true;
-    if (!share.empty()) {
-        if (IsStillOurs(record) && !DeleteRegistryShare(share)) { return false; }
-        unlink(record.LinkPath().c_str());
-        isDone = CutOffClients(share);
-    }
-    if (!isDone || !RemoveRecord(record)) { return false; }
+    const Standing standing = share.empty() ? Standing::Somebodys : StandingOf(record);
+    if (standing == Standing::Ours && !DeleteRegistryShare(share)) { return false; }
+    unlink(record.LinkPath().c_str());
+    // An earlier run may have failed after the share was gone.  Clients of somebody's share stay.
+    if (standing != Standing::Somebodys && !CutOffClients(share)) { return false; }
+    if (!RemoveRecordLocked(record)) { return false; }
     LogEnd(record);
     return true;
 }

@@ -23,6 +23,7 @@ constexpr int SIGNAL_STATUS = 128;
 std::vector<char *> Vector(const std::vector<std::string> &arguments)
 {
     std::vector<char *> vector;
+    vector.reserve(arguments.size() + 1);
     for (const std::string &argument : arguments) {
         vector.push_back(const_cast<char *>(argument.c_str())); // execvp takes its vector as it is
     }
@@ -38,34 +39,53 @@ void DieWith(pid_t parent)
     if (getppid() != parent) { _exit(CANNOT_START); } // it was killed before
 }
 
-// In the child: the program with these for its standard streams.
-[[noreturn]] void Become(char *const vector[], int input, int output)
+// How a child lives: with us, on its own, or to its end with a descriptor of ours.
+struct Life {
+    bool endsWithUs;
+    int kept = -1;
+};
+
+void SetSignals(const Life &life)
 {
     for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
         struct sigaction present;
-        if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) {
+        if (life.kept != -1) {
+            ::signal(signal, SIG_IGN);
+        } else if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) {
             ::signal(signal, SIG_DFL);
         }
     }
+}
+
+// The caller's descriptors are not the program's.
+void CloseDescriptors(int kept)
+{
+    if (kept == -1) { return Host_CloseDescriptors(STDERR_FILENO + 1, INT_MAX); }
+    dup2(kept, STDERR_FILENO + 1); // without close-on-exec
+    Host_CloseDescriptors(STDERR_FILENO + 2, INT_MAX);
+}
+
+// In the child: the program with these for its standard streams.
+[[noreturn]] void Become(char *const vector[], int input, int output, const Life &life)
+{
+    SetSignals(life);
     if (dup2(input, STDIN_FILENO) != -1 && dup2(output, STDOUT_FILENO) != -1 &&
         dup2(output, STDERR_FILENO) != -1) {
-        Host_CloseDescriptors(STDERR_FILENO + 1, INT_MAX); // the caller's are not its own
+        CloseDescriptors(life.kept);
         execvp(vector[0], vector);
     }
     dprintf(STDERR_FILENO, "cannot run %s: %s\n", vector[0], strerror(errno));
     _exit(CANNOT_START);
 }
 
-enum class Life { OurChild, OnItsOwn };
-
-pid_t Start(const std::vector<std::string> &arguments, int input, int output, Life life)
+pid_t Start(const std::vector<std::string> &arguments, int input, int output, const Life &life)
 {
     const std::vector<char *> vector = Vector(arguments);
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
-        if (life == Life::OurChild) { DieWith(parent); }
-        Become(vector.data(), input, output);
+        if (life.endsWithUs) { DieWith(parent); }
+        Become(vector.data(), input, output, life);
     }
     if (pid == -1) { Fail("cannot start " + arguments[0] + ": " + strerror(errno)); }
     return pid;
@@ -92,12 +112,12 @@ void MakePipe(OwnedFd *reader, OwnedFd *writer)
 
 } // namespace
 
-Program::Program(const std::vector<std::string> &arguments)
+Program::Program(const std::vector<std::string> &arguments, int kept)
 {
     OwnedFd input, output;
     MakePipe(&input, &mInput);
     MakePipe(&mOutput, &output);
-    mPid = Start(arguments, input.Get(), output.Get(), Life::OurChild);
+    mPid = Start(arguments, input.Get(), output.Get(), {kept == -1, kept});
 }
 
 Program::~Program()
@@ -142,10 +162,17 @@ Outcome RunProgram(const std::vector<std::string> &arguments, std::string_view i
     return program.Wait();
 }
 
+Outcome RunToItsEnd(const std::vector<std::string> &arguments, int kept)
+{
+    CheckForSignal();
+    Program program(arguments, kept);
+    return program.Wait();
+}
+
 int RunDaemonStarter(const std::vector<std::string> &arguments)
 {
     const OwnedFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
-    return StatusOf(Start(arguments, null.Get(), null.Get(), Life::OnItsOwn));
+    return StatusOf(Start(arguments, null.Get(), null.Get(), {false}));
 }
 
 std::string HostFile(const std::string &name)

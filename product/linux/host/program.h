@@ -18,10 +18,11 @@ struct Outcome {
 };
 
 // A program that runs.  Its standard input is a pipe of ours, so that it can be started before its
-// input is known.  One that nobody has waited for is killed.
+// input is known.  One that nobody has waited for is killed, and so is one whose starter is killed,
+// unless it keeps a descriptor of ours.
 class Program {
 public:
-    explicit Program(const std::vector<std::string> &arguments);
+    explicit Program(const std::vector<std::string> &arguments, int kept = -1);
     ~Program();
     Program(const Program &) = delete;
     Program &operator=(const Program &) = delete;
@@ -40,6 +41,10 @@ private:
 
 // Runs a program with this input to its end.
 Outcome RunProgram(const std::vector<std::string> &arguments, std::string_view input = {});
+
+// Runs a program that changes the user database to its end, whatever becomes of this process: half
+// of its work would be in nobody's hands.  It keeps this descriptor open while it runs.
+Outcome RunToItsEnd(const std::vector<std::string> &arguments, int kept);
 
 // Runs a program that leaves a daemon, with nothing of ours open; its output is lost.  Its status.
 int RunDaemonStarter(const std::vector<std::string> &arguments);

@@ -94,10 +94,11 @@ void RemoveUser(const Arguments &arguments)
     CheckUserName(user);
     const AccountState account = FindAccount(user);
     if (account == AccountState::Taken) { Fail("the user " + user + " was not made for a share"); }
-    if (account == AccountState::None && IsKnownToSamba(user)) {
+    const Record record = TakeUserRecord(user);
+    if (account == AccountState::None && record.Get("sid").empty() && IsKnownToSamba(user)) {
+        RemoveRecordLocked(record);
         Fail("Samba knows a user " + user + " that was not made for a share");
     }
-    const Record record = TakeUserRecord(user);
     if (!TakeAwayUser(record)) { Fail("the user " + user + " is left behind"); }
     if (account == AccountState::None) { Say("there is no user " + user + " any more"); }
 }

@@ -54,7 +54,19 @@ std::string Printable(std::string_view text)
     return result;
 }
 
-std::string Quoted(std::string_view text) { return '"' + Printable(text) + '"'; }
+std::string Quoted(std::string_view text)
+{
+    std::string result = "\"";
+    for (const char c : Printable(text)) {
+        // A quotation mark in a name does not end it.
+        if (c == '"') {
+            AppendEscaped(&result, c);
+        } else {
+            result += c;
+        }
+    }
+    return result + '"';
+}
 
 std::string OneLine(std::string_view output)
 {

@@ -22,6 +22,8 @@ EXISTS = 3
 
 def main():
     name, password = sys.argv[1], sys.stdin.buffer.read().decode()
+    if not password:
+        sys.exit('there is no password')
     settings = param.get_context()
     settings.load_default()
     database = passdb.PDB(settings.get('passdb backend'))

@@ -152,6 +152,10 @@ std::string ShareText(const ShareRequest &request)
     return text;
 }
 
+// What a share is found by.  smb.conf may hold names that are no UTF-8; these are compared as they
+// are.
+std::string Key(const std::string &share) { return IsUtf8(share) ? Folded(share) : share; }
+
 } // namespace
 
 SambaConfiguration::SambaConfiguration(std::string_view text)
@@ -161,7 +165,7 @@ SambaConfiguration::SambaConfiguration(std::string_view text)
         if (line.starts_with('[') && line.ends_with(']')) {
             const std::string name(line.substr(1, line.size() - 2));
             const bool isGlobal = name == "global";
-            section = isGlobal ? &mGlobal : &mShares[IsUtf8(name) ? Folded(name) : name];
+            section = isGlobal ? &mGlobal : &mShares[Key(name)];
             if (!isGlobal) { mNames.push_back(name); }
             return;
         }
@@ -191,7 +195,7 @@ std::string SambaConfiguration::Global(const std::string &name, const std::strin
 
 const SambaConfiguration::Section *SambaConfiguration::Find(const std::string &share) const
 {
-    const auto found = mShares.find(Folded(share));
+    const auto found = mShares.find(Key(share));
     return found == mShares.end() ? nullptr : &found->second;
 }
 

@@ -17,14 +17,14 @@ constexpr int END_SECONDS = 5;                  // how long connections may take
 constexpr char LOCK_DIRECTORY[] = "/run/samba"; // Samba's own, unless smb.conf has another
 constexpr char CACHE_NAME[] = "/gencache.tdb";
 
-// smbd starts a process for each connection, which keeps the name "smbd"; the others of its
-// processes, but for the first, have names of their own.
+// smbd starts a process for each connection, and two helpers that have names of their own.
 bool MayServeClients()
 {
     for (const std::string &pid : EntriesOf("/proc")) {
         if (!IsNumber(pid) || ProgramOf(pid) != "smbd") { continue; }
         const std::string name = FirstWord(TextOf("/proc/" + pid + "/comm"));
-        if (name == "smbd" && ProgramOf(ParentOf(pid)) == "smbd") { return true; }
+        const bool isHelper = name == "smbd-notifyd" || name == "cleanupd";
+        if (!isHelper && ProgramOf(ParentOf(pid)) == "smbd") { return true; }
     }
     return false;
 }
@@ -45,10 +45,10 @@ std::vector<std::string> ConnectionsOf(const std::string &user)
 std::set<std::string> SocketsOf(const std::string &pid)
 {
     std::set<std::string> sockets;
-    const std::string folder = "/proc/" + pid + "/fd";
+    const std::string folder = "/proc/" + pid + "/fd/";
     for (const std::string &fd : EntriesOf(folder)) {
         char target[64];
-        const ssize_t size = readlink((folder + '/' + fd).c_str(), target, sizeof target);
+        const ssize_t size = readlink((folder + fd).c_str(), target, sizeof target);
         constexpr std::string_view BEFORE = "socket:[";
         const std::string_view text(target, size > 0 ? static_cast<size_t>(size) : 0);
         if (text.starts_with(BEFORE) && text.ends_with(']')) {

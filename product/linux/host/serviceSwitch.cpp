@@ -212,7 +212,7 @@ std::unique_ptr<Watch> StartWatch()
 
 void WatchForEver()
 {
-    const OwnedFd running = LockRunning();
+    [[maybe_unused]] const OwnedFd running = LockRunning();
     std::unique_ptr<Watch> watch = StartWatch();
     Sessions sessions;
     bool isChanged = true;

@@ -25,6 +25,8 @@ void RemoveUser(const Arguments &arguments);
 // In the field "samba" of a user's record: the account that Samba has of the name is not ours.
 inline constexpr char SOMEBODYS[] = "somebody's";
 
+// RemoveRecord() under the lock.
+bool RemoveRecordLocked(const Record &record);
 // Takes away the user whom a record is about, and leaves the record; false after saying why he is
 // still there.
 bool TakeAwayAccount(const Record &record);
