@@ -44,7 +44,7 @@ ACCOUNTS = ("/etc/passwd", "/etc/group", "/etc/shadow", "/etc/gshadow", "/etc/su
 FOLDERS = ("/etc", "/run", "/tmp", "/srv", "/home", "/Library", "/opt/Pelago.app", "/var/lib/samba", "/var/cache/samba",
            "/var/tmp", "/var/mail")
 # What the first session makes for all others, and what Samba and the user programs keep.
-FURNITURE = re.compile(r"/run/pelago(/lock|/shares|/users)?$|/run/samba/|/var/(lib|cache)/samba/|/tmp/soak\.err$"
+FURNITURE = re.compile(r"/run/pelago(/lock|/accounts\.lock|/looked|/shares|/users)?$|/run/samba/|/var/(lib|cache)/samba/|/tmp/soak\.err$"
                        r"|/etc/(passwd|group|shadow|gshadow|subuid|subgid)-$")
 
 

@@ -679,13 +679,13 @@ TEST_F(SmbService, IsChangedWholeOrNotAtAllWhenMemoryRunsOut)
     using Change = std::function<SmbChange(const std::string &, std::string *)>;
     for (const Change &change :
          {Change(SmbServiceSwitchOn), Change(SmbServiceSwitchOff), Change(takeBack)}) {
-        std::optional<SmbChange> outcome;
+        SmbChange outcome = SmbChange::None;
         for (size_t granted = 0; outcome != SmbChange::Done; granted++) {
             ASSERT_LT(granted, 2000u);
             Replace(XmlServices({"print", "disk"}));
             SetRecord(mark);
             const std::string before = Read();
-            outcome.reset();
+            outcome = SmbChange::None; // nor is it when memory runs out
             try {
                 const OutOfNew outOfNew(granted);
                 std::string reason;

@@ -7,6 +7,7 @@
 #include "waiting.h"
 
 #include "hostFile.h"
+#include "smbService.h"
 
 #include <set>
 #include <unistd.h>
@@ -153,8 +154,16 @@ void ForgetNumbers(const SambaConfiguration &configuration, const Folder &folder
 void ForgetUser(const std::string &number, const std::string &sid)
 {
     const std::string cache = TextOf(std::string(LOCK_DIRECTORY) + CACHE_NAME);
-    for (const std::string &key : {"UID2SID/" + number, "SID2XID/" + sid}) {
-        // smbd may be gone already, and cannot be asked.
-        if (MayHold(cache, key)) { RunProgram({"net", "cache", "del", "IDMAP/" + key}); }
+    const std::string byNumber = "UID2SID/" + number, bySid = "SID2XID/" + sid;
+    if (!MayHold(cache, byNumber) && !MayHold(cache, bySid)) { return; }
+    std::string reason;
+    const bool isWanted = SmbServiceWanted(SMB_PREFERENCES, &reason) == SmbWanted::Yes;
+    if (isWanted && IsSmbdListening(SambaConfiguration(""))) {
+        RunProgram({"smbcontrol", "smbd", "idmap", "delete", sid}); // the number goes with it
+        return;
+    }
+    // An smbd that is just being stopped cannot be asked.
+    for (const std::string &key : {byNumber, bySid}) {
+        RunProgram({"net", "cache", "del", "IDMAP/" + key});
     }
 }
