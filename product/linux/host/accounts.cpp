@@ -24,10 +24,11 @@ constexpr char ACCOUNTS_LOCK[] = "/run/pelago/accounts.lock";
 constexpr int LOCK_SECONDS = 60;
 constexpr int END_SECONDS = 5; // how long processes of the user may take to end
 
-// Numbers above those that systemd gives to containers, and below 2^31: nobody else gives them out.
+// Numbers above those that systemd gives to containers, and below 2^31.
 constexpr uid_t FIRST_NUMBER = 1879048192;
 constexpr uid_t LAST_NUMBER = 2147483646;
-// One more each second: without a memory, too, a number comes again after eight years only.
+// A number is never lower than the seconds since then: without a memory, too, it comes again after
+// eight years only.
 constexpr time_t FIRST_SECOND = 1767225600; // 2026-01-01
 constexpr char MEMORY_FOLDER[] = "/var/lib/pelago";
 constexpr char MEMORY[] = "/var/lib/pelago/lastUserNumber";

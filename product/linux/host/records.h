@@ -4,8 +4,10 @@
  * Records lie in /run/pelago, which a boot empties.  A record is there before what it is about, and
  * goes after it: what a script that was killed has made can always be found.  It says whose it is:
  *
- *   session   the process that started the script, which is the tool.  When it has ended, so has
- * the session. maker     the script that is just making or removing this; none while it is whole.
+ * The session is the process that started the script, which is the tool.  When it has ended, so has
+ * the session.
+ *
+ * The maker is the script that is just making or removing this.  What is whole has none.
  *
  * A record is alive while its maker runs, or, without one, while its session does.  What belongs to
  * one that is not alive was left behind.

@@ -37,8 +37,8 @@ bool TakeAwayShare(const Record &record);
 
 // Clears away what dead sessions left; false when something of it is still there.  What belongs to
 // a session that lives is not touched.
-// Looks at the records, and for what has a mark but no record: always, or only the first time since
-// the host started.
+// What has a mark but no record, since a boot has taken that, is looked for each time, or only the
+// first time since the host started.
 enum class Look { OnceForUnrecorded, AlwaysForUnrecorded };
 bool ClearDeadSessions(Look look = Look::OnceForUnrecorded);
 // The same for a session that begins: what cannot be cleared away is said, and is in nobody's way.
