@@ -62,8 +62,15 @@ class Check(KilledCase):
         with sambahost.stand_in('python3', 'exit 1'):
             self.assertIn('python3-samba', self.missing())
 
+    def test_judges_a_folder(self):
+        self.assertIn('ok       the folder "%s", in which clients act as bob\n' % self.folder, run('check', self.folder)[1])
+        os.chmod(self.scratch, 0o777)
+        self.assertIn('MISSING  a folder that can be shared: the folder belongs to bob, but others can change "%s"'
+                      % self.scratch, run('check', self.folder)[1])
+        self.assertIn("note     in a folder of root's the client is root\n", run('check', '/srv')[1])
+
     def test_refuses_arguments_and_users(self):
-        self.assertIn('usage', run('check', 'more')[2])
+        self.assertIn('usage', run('check', self.folder, 'more')[2])
         done = subprocess.run(['setpriv', '--reuid', '65534', PROGRAM, 'check'], capture_output=True, text=True,
                               check=False)
         self.assertEqual((done.returncode, done.stderr), (1, 'pelago-share-check: only root may do this\n'))

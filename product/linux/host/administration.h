@@ -12,8 +12,8 @@
 void SwitchService(const Arguments &arguments);
 bool IsSwitchRunning();
 
-// No arguments: writes to standard output what a session needs of this host, and what of it is
-// missing.  Fails when something is.
+// [FOLDER]: writes to standard output what a session needs of this host, and of the folder, and
+// what of it is missing.  Fails when something is.
 void CheckHost(const Arguments &arguments);
 
 // No arguments: lists what sessions have made.  --clean: clears away what dead ones left.

@@ -1,6 +1,7 @@
 // checkHost.cpp -- whether this host is ready for a session.
 #include "administration.h"
 
+#include "folder.h"
 #include "program.h"
 #include "report.h"
 #include "samba.h"
@@ -105,17 +106,30 @@ void CheckSwitch(Findings *findings)
         "pelago-smb-service on");
 }
 
+void CheckFolder(const std::string &given, Findings *findings)
+{
+    try {
+        const Folder folder = JudgeFolder(given);
+        findings->Good("the folder " + Quoted(folder.path) + ", in which clients act as " +
+                       folder.owner);
+        if (folder.uid == 0) { findings->Note("in a folder of root's the client is root"); }
+    } catch (const Failure &failure) {
+        findings->Missing(std::string("a folder that can be shared: ") + failure.what());
+    }
+}
+
 } // namespace
 
 void CheckHost(const Arguments &arguments)
 {
-    if (!arguments.empty()) { Fail("usage: pelago-share-check"); }
+    if (arguments.size() > 1) { Fail("usage: pelago-share-check [FOLDER]"); }
     if (geteuid() != 0) { Fail("only root may do this"); }
     Findings findings;
     CheckPrograms(&findings);
     CheckSamba(&findings);
     CheckPreferences(&findings);
     CheckSwitch(&findings);
+    if (!arguments.empty()) { CheckFolder(arguments[0], &findings); }
     if (findings.MissingCount() != 0) {
         fflush(stdout);
         Fail("this host is not ready for a session");
