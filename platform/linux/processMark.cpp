@@ -114,11 +114,14 @@ bool ProcessMark::AnotherOfOurNameRuns()
     std::string ours, name;
     if (ReadSmallFile("/proc/self/comm", &ours) != 0) { return true; }
     const std::unique_ptr<DIR, int (*)(DIR *)> processes(opendir("/proc"), closedir);
-    while (const dirent *entry = processes ? readdir(processes.get()) : nullptr) {
+    if (!processes) { return true; }
+    for (;;) {
+        errno = 0;
+        const dirent *entry = readdir(processes.get());
+        if (entry == nullptr) { return errno != 0; }
         pid_t pid = 0;
         if (!ReadNumber(std::string_view(entry->d_name), &pid) || pid == getpid()) { continue; }
         const std::string path = "/proc/" + std::string(entry->d_name) + "/comm";
         if (ReadSmallFile(path.c_str(), &name) == 0 && name == ours && Of(pid)) { return true; }
     }
-    return false;
 }

@@ -43,7 +43,7 @@ STARTS = {
     "with the service of a dead program": Start(plistlib.FMT_BINARY, ["disk", "print"], "dead"),
 }
 # Where one of these fails, a program may not learn that an owner is dead, or who it is itself.
-UNSURE = ("fgetxattr", "kill", "openat", "read")
+UNSURE = ("fgetxattr", "kill", "openat", "read", "newfstatat", "getdents64")
 
 
 def process_mark(pid):

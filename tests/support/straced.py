@@ -30,6 +30,7 @@ ERRORS = {
     "fstat": ["EIO", "ENOMEM"],
     "fsync": ["EIO", "ENOSPC", "EDQUOT"],
     "ftruncate": ["EIO"],
+    "getdents64": ["EIO", "ENOMEM"],
     "getrandom": ["EAGAIN"],
     "ioctl": ["EIO"],
     "kill": ["EPERM"],
