@@ -10,6 +10,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -121,7 +122,13 @@ bool ProcessMark::AnotherOfOurNameRuns()
         if (entry == nullptr) { return errno != 0; }
         pid_t pid = 0;
         if (!ReadNumber(std::string_view(entry->d_name), &pid) || pid == getpid()) { continue; }
-        const std::string path = "/proc/" + std::string(entry->d_name) + "/comm";
-        if (ReadSmallFile(path.c_str(), &name) == 0 && name == ours && Of(pid)) { return true; }
+        const std::string folder = "/proc/" + std::string(entry->d_name);
+        const bool isNamesake =
+            ReadSmallFile((folder + "/comm").c_str(), &name) == 0 && name == ours;
+        // Anybody may give a process of his any name.
+        struct stat status;
+        const bool isOurUsers =
+            isNamesake && stat(folder.c_str(), &status) == 0 && status.st_uid == geteuid();
+        if (isOurUsers && Of(pid)) { return true; }
     }
 }

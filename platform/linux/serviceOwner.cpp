@@ -16,7 +16,7 @@ bool IsService(const void *value)
            static_cast<CFStringRef>(value)->mText == SERVICE;
 }
 
-// Without so many of the first.
+// A copy without the first count occurrences of the service.
 CFOwned<CFMutableArrayRef> CopyWithout(CFArrayRef services, size_t count)
 {
     CFOwned<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, services));

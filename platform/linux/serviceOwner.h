@@ -28,8 +28,8 @@ size_t ServiceCount(CFTypeRef services); // how often the array holds "disk"
 inline bool ServiceIsOn(CFTypeRef services) { return ServiceCount(services) > 0; }
 ServiceOwner ServiceOwnerOf(CFTypeRef services, const std::string &record);
 
-// The record for a change of the array by this process, from so many "disk" to so many; empty for
-// none.
+// The record after this process has changed the number of "disk" in the array from before to after;
+// empty for none.
 std::string ServiceRecordAfter(size_t before, size_t after, const std::string &recordBefore);
 
 void ServiceAppend(CFMutableArrayRef services);

@@ -101,7 +101,7 @@ bool IsAnyRecord(bool alive)
     return false;
 }
 
-// After a boot no record tells of users and shares; their marks do.
+// A boot removes the records.  Users and shares without a record are found by their marks.
 bool ClearUnrecorded()
 {
     bool isDone = true;

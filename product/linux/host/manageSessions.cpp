@@ -53,7 +53,7 @@ void Show(const Record &record)
     printf("%s: %s\n", what.c_str(), DescribeState(record).c_str());
 }
 
-// Marks tell of users and shares whose records a boot has taken.
+// Lists the users and shares that have a mark and no record, because a boot has removed it.
 void ShowUnrecorded(const std::vector<Record> &records)
 {
     const auto isRecorded = [&](RecordKind kind, const std::string &id) {

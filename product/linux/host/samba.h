@@ -1,5 +1,6 @@
 /*
- * samba.h -- what Samba is told to serve, and whom it knows, by its own programs.
+ * samba.h -- Samba's configuration, shares, accounts and clients, read and changed by Samba's own
+ * programs.
  */
 #ifndef PELAGO_HOST_SAMBA_H
 #define PELAGO_HOST_SAMBA_H
