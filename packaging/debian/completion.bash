@@ -10,4 +10,4 @@ _pelago_share_sessions() {
 }
 complete -F _pelago_share_sessions pelago-share-sessions
 complete -W 'init off on status' pelago-smb-service
-complete pelago-share-check
+complete -d pelago-share-check # the folder to judge

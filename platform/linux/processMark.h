@@ -26,7 +26,7 @@ struct ProcessMark {
     // Also true when the kernel cannot be asked: what belongs to a process that may run is left
     // alone.
     bool IsRunning() const;
-    // Whether another process than this one runs whose name is this one's; true, too, when the
+    // Whether the user of this process runs another process of the same name; true, too, when the
     // kernel does not say.  May throw std::bad_alloc.
     static bool AnotherOfOurNameRuns();
     bool operator==(const ProcessMark &other) const = default;

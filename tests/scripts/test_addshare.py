@@ -146,7 +146,7 @@ class AddShare(ShareTest):
         ways = [self.make_folder(self.scratch + '/roots', 'root'),
                 self.make_folder(sticky + '/roots', 'root'), self.make_folder(sticky + '/bobs'),
                 self.make_folder(sticky + '/bobs/inner')]
-        # Nobody but root can put another in the place of one of these links, or of the last bob.
+        # Only root can replace one of these links; only root and bob can replace the last folder.
         for whose, link, target in (('bob', self.scratch + '/link', ways[0]),
                                     ('root', sticky + '/link', ways[3]), ('bob', sticky + '/own', ways[3]),
                                     ('bob', sticky + '/bobs/link', ways[3])):
