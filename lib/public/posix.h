@@ -97,9 +97,10 @@ Unicode Posix_RealPath(const char *path);
 Unicode Posix_ReadLink(const char *path);
 
 /*
- * mkstemp(), but only its name: the template with its last six characters, "XXXXXX", replaced by
- * others.  The file is gone again, so the name was unique at the moment of the call and need not be
- * any more when it is used.
+ * mkstemp(), but only its name: the template with the "XXXXXX" at its end replaced by other
+ * characters.  Of more than six X at the end Linux replaces the last six, macOS all.  The file is
+ * gone again, so the name was unique at the moment of the call and need not be any more when it is
+ * used.
  */
 Unicode Posix_MkTemp(const char *pathTemplate);
 
