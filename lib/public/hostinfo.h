@@ -98,8 +98,9 @@ char *Hostinfo_GetCpuidDump(void);
 /* How many processors are running; -1 when that is not known. */
 int Hostinfo_NumCPUs(void);
 
-/* The highest clock rate in MHz.  The processor's number is not looked at.  False when that is not
- * known, or is 2^32 Hz or more: it is read in 32 bits. */
+/* The highest clock rate in MHz.  The processor's number is not looked at.  False, with *mhz
+ * unchanged, when the rate is not known, and when it is 2^31 Hz (2147 MHz) or more, as most
+ * processors' is: the rate is read in 32 bits, and the kernel gives no more than a signed number. */
 bool Hostinfo_CpuMHz(unsigned int cpu, uint32_t *mhz);
 
 /* The processor's name; NULL when it is not known. */

@@ -143,10 +143,11 @@ int GiveBytes(const void *bytes, size_t count, void *value, size_t *size)
 
 int GiveNumber(const Value &answer, void *value, size_t *size)
 {
-    const auto narrow = static_cast<uint32_t>(answer.number);
+    const auto narrow = static_cast<int32_t>(answer.number);
     const bool wantsNarrow = value != nullptr && size != nullptr && *size == sizeof narrow;
     if (answer.numberSize == sizeof narrow || wantsNarrow) {
-        if (narrow != answer.number) { return ERANGE; }
+        // macOS narrows to a signed number, also for a reader whose number has no sign.
+        if (answer.number > INT32_MAX) { return ERANGE; }
         return GiveBytes(&narrow, sizeof narrow, value, size);
     }
     return GiveBytes(&answer.number, sizeof answer.number, value, size);

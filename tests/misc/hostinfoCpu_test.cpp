@@ -232,20 +232,23 @@ TEST_F(HostinfoByName, ProcessorsAreMinusOneWhenNobodyTells) { EXPECT_EQ(Hostinf
 
 TEST_F(HostinfoByName, RateIsInWholeMegahertzForAnyProcessor)
 {
-    sValues = {{"hw.cpufrequency_max", Bytes<uint32_t>(3999999999)}};
+    sValues = {{"hw.cpufrequency_max", Bytes<int32_t>(INT32_MAX)}};
     for (const unsigned cpu : {0U, 7U, 4000000000U}) {
         uint32_t mhz = 0;
         EXPECT_TRUE(Hostinfo_CpuMHz(cpu, &mhz));
-        EXPECT_EQ(mhz, 3999u);
+        EXPECT_EQ(mhz, 2147u);
     }
     EXPECT_EQ(sSizes, (std::vector<size_t>{4, 4, 4}));
 }
 
-TEST_F(HostinfoByName, RateIsLeftAloneWhenNobodyTells)
+TEST_F(HostinfoByName, RateIsLeftAloneWhenItIsNotTold)
 {
     uint32_t mhz = 77;
-    EXPECT_FALSE(Hostinfo_CpuMHz(0, &mhz));
-    EXPECT_EQ(mhz, 77u);
+    for (const int error : {ENOENT, ERANGE}) { // ERANGE: a rate above INT32_MAX
+        sValueError = error;
+        EXPECT_FALSE(Hostinfo_CpuMHz(0, &mhz));
+        EXPECT_EQ(mhz, 77u);
+    }
 }
 
 struct TextCase {

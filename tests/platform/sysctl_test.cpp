@@ -261,16 +261,16 @@ TEST(SysctlFrequency, FitsFourBytesUnlessItIsTooHigh)
 {
     const HostFileFails second(MaxRateFile(1), ENOENT);
     {
-        const HostFile rate(MaxRateFile(0), "4294967\n");
-        EXPECT_EQ(NumberOf<uint32_t>(FREQUENCY), 4294967000u);
+        const HostFile rate(MaxRateFile(0), "2147483\n");
+        EXPECT_EQ(NumberOf<uint32_t>(FREQUENCY), 2147483000u);
     }
-    const HostFile rate(MaxRateFile(0), "4294968\n");
+    const HostFile rate(MaxRateFile(0), "2147484\n");
     uint32_t value = 1;
     size_t size = sizeof value;
     EXPECT_EQ(Ask(FREQUENCY, &value, &size), ERANGE);
     EXPECT_EQ(value, 1u);
     EXPECT_EQ(size, sizeof value);
-    EXPECT_EQ(NumberOf<uint64_t>(FREQUENCY), 4294968000u);
+    EXPECT_EQ(NumberOf<uint64_t>(FREQUENCY), 2147484000u);
 }
 
 TEST(SysctlFrequency, IsNotThereWhenTheHostDoesNotTell)

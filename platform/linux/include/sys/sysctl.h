@@ -7,7 +7,7 @@
  *    ENOTDIR  a name that goes on behind a value's
  *    EPERM    newValue is not NULL: nothing here can be set
  *    ENOMEM   the buffer is too small: it holds what fits, and *size says how much that is
- *    ERANGE   a number of 8 bytes that a buffer of 4 cannot hold
+ *    ERANGE   a number of 8 bytes above INT32_MAX, for a buffer of 4
  * value NULL stores the size needed in *size, in bytes; otherwise *size is the buffer's before and
  * the value's after the call.  Texts end with a NUL, which counts.  Both are thread-safe.
  */
@@ -30,9 +30,9 @@ int sysctl(int *name, unsigned int count, void *value, size_t *size, void *newVa
 
 /*
  *    hw.activecpu               4 bytes: processors that are running
- *    hw.cpufrequency_max        8 bytes, or 4 when they suffice: the highest clock rate in Hz
+ *    hw.cpufrequency_max        8 bytes, or 4 up to INT32_MAX: the highest clock rate in Hz
  *    hw.machine                 as HW_MACHINE
- *    hw.memsize                 8 bytes, or 4 when they suffice: physical memory in bytes
+ *    hw.memsize                 8 bytes, or 4 up to INT32_MAX: physical memory in bytes
  *    hw.model                   text: the machine's model
  *    machdep.cpu.brand_string   text: the processor's name
  * No other name is known.
