@@ -4,6 +4,7 @@ import base64
 import fcntl
 import os
 import signal
+import stat
 import subprocess
 import sys
 import unittest
@@ -465,10 +466,26 @@ class AddUser(sambahost.ScriptTest):
             with self.subTest(make.__name__):
                 make()
                 self.assert_refused(self.add(), '/run/pelago is not a folder of root\'s')
-        command('rm', '-rf', STATE)
-        os.mkdir(STATE)
-        os.symlink(self.scratch + '/lock', STATE + '/lock')
-        self.assert_refused(self.add(), 'cannot open /run/pelago/lock')
+
+    def test_replaces_a_lock_that_others_may_hold(self):
+        def make_link():
+            os.symlink(self.scratch + '/lock', STATE + '/lock')
+
+        def make_open_to_all():
+            write(STATE + '/lock', '')
+            os.chmod(STATE + '/lock', 0o666)
+
+        self.addCleanup(command, 'rm', '-rf', STATE)
+        for make in (make_link, make_open_to_all):
+            command('rm', '-rf', STATE)
+            os.mkdir(STATE)
+            with self.subTest(make.__name__):
+                make()
+                self.assert_done(self.add())
+                lock = os.lstat(STATE + '/lock')
+                self.assertEqual((stat.S_IFMT(lock.st_mode), lock.st_mode & 0o777, lock.st_uid),
+                                 (stat.S_IFREG, 0o600, 0))
+                self.assert_done(run_script('rmuser', 'alice'))
         self.assertFalse(os.path.exists(self.scratch + '/lock'))
 
     def test_only_root_may_do_it(self):

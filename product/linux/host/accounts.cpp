@@ -1,6 +1,7 @@
 // accounts.cpp -- the user database, read by the C library and changed by the host's own programs.
 #include "accounts.h"
 
+#include "lockFile.h"
 #include "names.h"
 #include "processes.h"
 #include "program.h"
@@ -90,15 +91,7 @@ uid_t NumberAfter(uid_t last, time_t now)
 // outlive its script.
 OwnedFd LockAccounts()
 {
-    OwnedFd fd(open(ACCOUNTS_LOCK, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!fd.IsOpen()) {
-        Fail(std::string("cannot open ") + ACCOUNTS_LOCK + ": " + strerror(errno));
-    }
-    if (!WaitUntil(LOCK_SECONDS, [&] { return flock(fd.Get(), LOCK_EX | LOCK_NB) == 0; })) {
-        Fail("another change of the user database has not ended within " +
-             std::to_string(LOCK_SECONDS) + " s");
-    }
-    return fd;
+    return HoldLock(ACCOUNTS_LOCK, LOCK_SECONDS, "another change of the user database");
 }
 
 } // namespace

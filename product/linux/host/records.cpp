@@ -1,17 +1,16 @@
 // records.cpp -- the files in /run/pelago.
 #include "records.h"
 
+#include "lockFile.h"
 #include "names.h"
 #include "processes.h"
 #include "report.h"
-#include "waiting.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -120,11 +119,7 @@ RecordsLock::RecordsLock()
     for (const char *folder : {STATE, USERS, SHARES}) {
         MakeFolder(folder);
     }
-    mFd = OwnedFd(open(LOCK, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!mFd.IsOpen()) { FailWith("cannot open", LOCK); }
-    if (!WaitUntil(LOCK_SECONDS, [&] { return flock(mFd.Get(), LOCK_EX | LOCK_NB) == 0; })) {
-        Fail("another share script has not ended within " + std::to_string(LOCK_SECONDS) + " s");
-    }
+    mFd = HoldLock(LOCK, LOCK_SECONDS, "another share script");
 }
 
 std::string Record::Get(const std::string &field) const

@@ -6,21 +6,19 @@
 // while there are any, it looks every second whether their processes still run.
 #include "administration.h"
 
+#include "lockFile.h"
 #include "program.h"
 #include "report.h"
 #include "session.h"
 #include "smbService.h"
 #include "smbdDaemon.h"
-#include "waiting.h"
 
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <memory>
 #include <poll.h>
-#include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,41 +37,20 @@ constexpr int LOOK_MILLISECONDS = 1000;
 // later.
 constexpr int GRACE_LOOKS = 3;
 constexpr int LOOKS_AFTER_FAILURE = 4;
-constexpr mode_t LOCK_MODE = S_IRUSR | S_IWUSR;
 constexpr uint32_t FILE_EVENTS = IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE;
 constexpr uint32_t FOLDER_GONE = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT;
-
-// A lock file that only root can hold: one that others can open is replaced.
-OwnedFd OpenLock(const char *path)
-{
-    struct stat status;
-    if (lstat(path, &status) == 0 &&
-        (status.st_uid != 0 || status.st_mode != (S_IFREG | LOCK_MODE))) {
-        unlink(path);
-    }
-    OwnedFd fd(open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, LOCK_MODE));
-    if (!fd.IsOpen()) { Fail(std::string("cannot open ") + path + ": " + strerror(errno)); }
-    return fd;
-}
 
 // Held for as long as the switch runs.
 OwnedFd LockRunning()
 {
     OwnedFd fd = OpenLock(RUNNING);
-    if (flock(fd.Get(), LOCK_EX | LOCK_NB) != 0) { Fail("another switch runs"); }
+    if (!TakeLock(fd)) { Fail("another switch runs"); }
     return fd;
 }
 
 // One look at a time, each of which reads the preferences anew: whoever comes last has seen the
 // last change.
-OwnedFd LockLooks()
-{
-    OwnedFd fd = OpenLock(LOCK);
-    if (!WaitUntil(LOCK_SECONDS, [&] { return flock(fd.Get(), LOCK_EX | LOCK_NB) == 0; })) {
-        Fail("another look has not ended within " + std::to_string(LOCK_SECONDS) + " s");
-    }
-    return fd;
-}
+OwnedFd LockLooks() { return HoldLock(LOCK, LOCK_SECONDS, "another look"); }
 
 void SyncSmbd()
 {
@@ -227,11 +204,7 @@ void WatchForEver()
 
 } // namespace
 
-bool IsSwitchRunning()
-{
-    const OwnedFd fd = OpenLock(RUNNING);
-    return flock(fd.Get(), LOCK_EX | LOCK_NB) != 0;
-}
+bool IsSwitchRunning() { return !TakeLock(OpenLock(RUNNING)); }
 
 void SwitchService(const Arguments &arguments)
 {
