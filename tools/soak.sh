@@ -17,6 +17,7 @@ tools/setup.sh
 mkdir -p build
 { cmake --preset dev && cmake --build --preset dev --target pelago_bundle; } >build/dev.log 2>&1 ||
     { cat build/dev.log >&2; fail 'it does not build'; }
+library=$PWD/build/dev/Pelago.app/Contents/Library
 PYTHONDONTWRITEBYTECODE=1 SESSIONS=${1-1000} MINUTES=${2-10} \
-    PELAGO_TOOL="$PWD/build/dev/Pelago.app/Contents/Library/shares/pelagoShareTool" \
+    PELAGO_LIBRARY="$library" PELAGO_TOOL="$library/shares/pelagoShareTool" \
     tools/sandbox.sh python3 tests/faults/soak.py
