@@ -18,7 +18,8 @@ add_custom_command(OUTPUT ${package}
     COMMAND ${CMAKE_COMMAND} -E rm ${object}
     DEPENDS ${ICU_DATA} WORKING_DIRECTORY ${whole} VERBATIM)
 # Normalization, which the SDK's own libraries do on a Mac, has its tables in nfkc.nrm.
-pelago_icu_data(icudt${icuVersion}_dat ${package} ${PELAGO_ICU_CONVERTERS} nfkc.nrm)
+add_library(pelago_icu_data STATIC)
+pelago_icu_data(pelago_icu_data icudt${icuVersion}_dat ${package} ${PELAGO_ICU_CONVERTERS} nfkc.nrm)
 
 target_include_directories(pelago_icu SYSTEM INTERFACE $<BUILD_INTERFACE:${ICU_INCLUDE_DIR}>)
 target_link_libraries(pelago_icu INTERFACE "$<BUILD_INTERFACE:${ICU_UC};pelago_icu_data>" $<INSTALL_INTERFACE:ICU::uc>

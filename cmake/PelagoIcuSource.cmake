@@ -36,11 +36,12 @@ add_library(pelago_icu_code STATIC ${sources})
 # ICU's names get a suffix, so that a program may have another ICU 72 of its own.  Without files of its own
 # it needs no <tzfile.h> and opens nothing.
 target_include_directories(pelago_icu_code SYSTEM PUBLIC $<BUILD_INTERFACE:${icu}/source/common>)
-target_compile_definitions(pelago_icu_code PUBLIC U_STATIC_IMPLEMENTATION U_LIB_SUFFIX_C_NAME=_pelago
-                           PRIVATE U_COMMON_IMPLEMENTATION U_ENABLE_DYLOAD=0 UCONFIG_NO_FILE_IO=1)
+target_compile_definitions(pelago_icu_code
+    PUBLIC $<BUILD_INTERFACE:U_STATIC_IMPLEMENTATION> $<BUILD_INTERFACE:U_LIB_SUFFIX_C_NAME=_pelago>
+    PRIVATE U_COMMON_IMPLEMENTATION U_ENABLE_DYLOAD=0 UCONFIG_NO_FILE_IO=1)
 target_compile_options(pelago_icu_code PRIVATE -w) # warnings are its own makers' business
 set_target_properties(pelago_icu_code PROPERTIES CXX_CLANG_TIDY "")
-pelago_icu_data(icudt_pelago72_dat ${icu}/source/data/in/icudt72l.dat ${PELAGO_ICU_CONVERTERS})
-target_link_libraries(pelago_icu_code PRIVATE pelago_icu_data)
-target_link_libraries(pelago_icu INTERFACE $<BUILD_INTERFACE:pelago_icu_code>)
+pelago_icu_data(pelago_icu_code icudt_pelago72_dat ${icu}/source/data/in/icudt72l.dat ${PELAGO_ICU_CONVERTERS})
+set_target_properties(pelago_icu_code PROPERTIES OUTPUT_NAME pelago_icu EXPORT_NAME icuCode)
+target_link_libraries(pelago_icu INTERFACE pelago_icu_code)
 set(PELAGO_ICU_LICENCE ${icu}/LICENSE)

@@ -160,15 +160,14 @@ class Icu(unittest.TestCase):
                 needed.add(name)
                 objects.update(groups[name][0])
                 waiting += groups[name][1]
-        members = read("llvm-ar", "t", os.environ["PELAGO_ICU_CODE"]).split()
-        self.assertEqual(sorted(members), sorted(f"{name}.cpp.o" for name in objects - {"stubdata"}))
+        members = read("llvm-ar", "t", os.environ["PELAGO_ICU"]).split()
+        self.assertEqual(sorted(members), sorted({f"{name}.cpp.o" for name in objects - {"stubdata"}} | {"data.c.o"}))
 
     def test_no_name_is_that_of_another_icu_72(self):
-        for archive in ("PELAGO_ICU_CODE", "PELAGO_ICU_DATA_LIBRARY"):
-            names = set(re.findall(r" [A-TV-Z] (\S+)$", read("llvm-nm", "--extern-only", os.environ[archive]), re.M))
-            names = {name for name in names if not name.startswith(("___clang_", "__ZNSt3__1"))}
-            self.assertTrue(names)
-            self.assertEqual({name for name in names if "_pelago" not in name}, set())
+        names = set(re.findall(r" [A-TV-Z] (\S+)$", read("llvm-nm", "--extern-only", os.environ["PELAGO_ICU"]), re.M))
+        self.assertLessEqual({"_ucnv_open_72_pelago", "_icudt_pelago72_dat"}, names)
+        of_the_compiler = {name for name in names if name.startswith(("___clang_", "__ZNSt3__1"))}
+        self.assertEqual({name for name in names - of_the_compiler if "_pelago" not in name}, set())
 
     def configure(self, source):
         with tempfile.TemporaryDirectory() as folder:
