@@ -18,7 +18,7 @@ ExternalProject_Add(machoRunner
     BUILD_BYPRODUCTS ${PELAGO_MACHO_RUNNER} ${PELAGO_DARWIN_NUMBERS}
     INSTALL_COMMAND "")
 
-# The product for this machine, of which tests use the scripts and a caller of the tool.
+# The product for this machine, of which tests use the scripts, a caller of the tool, and ICU.
 set(PELAGO_LINUX_BUILD ${PROJECT_BINARY_DIR}/linux)
 ExternalProject_Add(linuxBundle
     SOURCE_DIR ${PROJECT_SOURCE_DIR}
@@ -26,7 +26,7 @@ ExternalProject_Add(linuxBundle
     PREFIX ${PROJECT_BINARY_DIR}/linux-project
     CMAKE_ARGS -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=RelWithDebInfo
     BUILD_ALWAYS ON
-    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile
+    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile tellConvertersOfAllData
     INSTALL_COMMAND "")
 add_custom_target(machoPrograms ALL)
 

@@ -70,24 +70,30 @@ class Installed(unittest.TestCase):
             self.assertRegex(library, r"^(/usr/lib/libSystem\.B\.dylib|/System/Library/Frameworks/"
                                       r"(CoreFoundation|SystemConfiguration)\.framework/Versions/A/\w+)$")
 
+    def says(self, program, *arguments):
+        return self.must(os.environ["PELAGO_MACHO_RUNNER"], program, *arguments, cwd=self.folder)
+
+    def assertGreets(self, program):
+        self.assertIsForMacos(program)
+        self.assertEqual(self.says(program), f"Grüß Gott, {getpass.getuser()}! This is {self.folder}.\n")
+
     def build_with_cmake(self, name):
         source, build = self.outside / name, self.folder / f"{name} with cmake"
         self.must("cmake", "-G", "Ninja", "-S", source, "-B", build, f"-DCMAKE_TOOLCHAIN_FILE={ROOT}/cross/macos.cmake",
                   f"-Dpelago_DIR={self.prefix}/lib/cmake/pelago", "-DCMAKE_BUILD_TYPE=Release",
                   f"-DCMAKE_CXX_FLAGS_RELEASE={WARNINGS}")
         self.must("cmake", "--build", build)
-        self.assertIsForMacos(build / name)
         return build / name
 
     def test_a_program_is_built_with_cmake(self):
-        self.build_with_cmake("greet")
+        self.assertGreets(self.build_with_cmake("greet"))
 
     def test_a_program_is_built_with_pkg_config(self):
         paths = f"PKG_CONFIG_PATH={self.prefix}/lib/pkgconfig"
         stubs = self.must("env", paths, "pkg-config", "--variable=stubs", "pelago-foundation").strip()
         self.must("make", "-C", self.outside / "greet", f"CXX={COMPILER}", f"CXXFLAGS={WARNINGS}",
                   f"LDFLAGS=-F{stubs}", paths)
-        self.assertIsForMacos(self.outside / "greet/greet")
+        self.assertGreets(self.outside / "greet/greet")
 
     def test_a_program_may_have_another_icu(self):
         project = self.outside / "convert"
@@ -98,7 +104,14 @@ class Installed(unittest.TestCase):
             "target_link_libraries(convert PRIVATE pelago::foundation)\n")
         (project / "convert.cpp").write_text(CONVERT)
         (project / "icu.cpp").write_text(ANOTHER_ICU)
-        self.build_with_cmake("convert")
+        program = self.build_with_cmake("convert")
+        self.assertIsForMacos(program)
+        icu = self.prefix / "Pelago.app/Contents/Library/icu"
+        self.assertEqual(self.says(program, icu), "\u3042\nanother ICU\n")
+
+    def test_the_tool_runs(self):
+        done = run(os.environ["PELAGO_MACHO_RUNNER"], self.prefix / "Pelago.app/Contents/Library/shares/pelagoShareTool")
+        self.assertEqual((done.returncode, done.stdout[:16]), (2, "2 - usage error."), done.stderr)
 
     def test_nothing_of_the_source_or_build_tree_is_in_it(self):
         for path in self.prefix.rglob("*"):

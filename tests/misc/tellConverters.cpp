@@ -1,12 +1,12 @@
 // tellConverters.cpp -- tells of each of ICU's converters what it makes of bytes and of text, in
-// one line each, and whether the program has data of ICU's that converters do not need.
+// one line each, and whether the program has data of ICU's that converters do not need:
+//    tellConverters FOLDER_OF_ICU
 #include "codeset.h"
 
-#include "useIcu.h"
-
+#include <cinttypes>
 #include <cstdint>
 #include <cstdio>
-#include <functional>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -15,7 +15,14 @@
 
 namespace {
 
-size_t Digest(std::string_view bytes) { return std::hash<std::string_view>{}(bytes); }
+// FNV-1a, the same on every host.
+uint64_t Digest(std::string_view bytes, uint64_t digest = 0xCBF29CE484222325)
+{
+    for (const unsigned char byte : bytes) {
+        digest = (digest ^ byte) * 0x100000001B3;
+    }
+    return digest;
+}
 
 constexpr char TEXT[] = "UTF-32LE";
 constexpr std::string_view UNASSIGNED("\xFD\xFF\x10", 4); // U+10FFFD, which most encodings lack
@@ -62,22 +69,27 @@ std::string Text()
 
 void TellConverter(const char *name, const std::string &bytes, const std::string &text)
 {
-    size_t names = 0;
+    uint64_t names = 0;
     UErrorCode status = U_ZERO_ERROR;
     for (uint16_t i = 0; i < ucnv_countAliases(name, &status); ++i) {
-        names = names * 31 + Digest(ucnv_getAlias(name, i, &status));
+        names = Digest(ucnv_getAlias(name, i, &status), names);
     }
     const std::string encoded = Converted(TEXT, name, text);
     const std::string substitute = Converted(TEXT, name, UNASSIGNED, CODESET_INVALID_SUBSTITUTE);
-    printf("%s %d %zx %zx %zx %zx %zx\n", name, status, names, Digest(Converted(name, TEXT, bytes)),
-           Digest(encoded), Digest(Converted(name, TEXT, encoded)), Digest(substitute));
+    printf("%s %d", name, status);
+    for (const uint64_t digest : {names, Digest(Converted(name, TEXT, bytes)), Digest(encoded),
+                                  Digest(Converted(name, TEXT, encoded)), Digest(substitute)}) {
+        printf(" %" PRIx64, digest);
+    }
+    printf("\n");
 }
 
 } // namespace
 
-int main()
+int main(int argc, char **argv)
 {
-    UseIcu();
+    if (argc != 2) { return 2; }
+    CodeSet_Init(argv[1]);
     UErrorCode status = U_ZERO_ERROR;
     udata_close(udata_open(nullptr, "res", "root", &status));
     puts(U_SUCCESS(status) ? "all data" : "data of converters");

@@ -2,11 +2,15 @@
 
 import os
 import subprocess
+import tempfile
 import unittest
+from pathlib import Path
 
 
 def told_by(program):
-    done = subprocess.run([os.environ[program]], capture_output=True, text=True, check=True, timeout=200)
+    with tempfile.TemporaryDirectory() as folder:
+        (Path(folder) / "icudt44l.dat").touch()
+        done = subprocess.run([os.environ[program], folder], capture_output=True, text=True, check=True, timeout=200)
     return done.stdout.splitlines()
 
 
