@@ -35,7 +35,6 @@ Rows ThreadRows();     // threads, thread-local variables
 Rows RuntimeRows();    // start, end, exceptions, dyld
 Rows KernelRows();     // sysctl, Mach, libproc
 Rows FoundationRows(); // Core Foundation, SystemConfiguration
-Rows IcuRows();        // ICU by the names of version 4.4
 Rows NetworkRows();    // addresses
 
 // The row's address, or nullptr; the name is as the image has it, with its underscore.
