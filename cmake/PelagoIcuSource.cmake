@@ -11,6 +11,7 @@ if(NOT IS_DIRECTORY ${icu})
     set(unpacked ${PROJECT_BINARY_DIR}/icu/source-${sum})
     if(NOT EXISTS ${unpacked})
         file(REMOVE_RECURSE ${unpacked}.part)
+        file(MAKE_DIRECTORY ${unpacked}.part)
         file(ARCHIVE_EXTRACT INPUT ${PELAGO_ICU_SOURCE} DESTINATION ${unpacked}.part
              PATTERNS icu/LICENSE icu/source/common/* icu/source/data/in/icudt72l.dat)
         file(RENAME ${unpacked}.part ${unpacked})

@@ -181,19 +181,29 @@ class Icu(unittest.TestCase):
             done = self.configure(Path(folder) / "icu")
             self.assertEqual(done.returncode, 0, done.stderr)
 
+    def assertRefused(self, source, reason):
+        done = self.configure(source)
+        self.assertNotEqual(done.returncode, 0)
+        self.assertIn(reason, re.sub(r"\s+", " ", done.stderr))
+
     def test_another_source_is_refused(self):
         with tempfile.TemporaryDirectory() as folder:
-            for text in (None, "", '#define U_ICU_VERSION "72.2"\n', '#define U_ICU_VERSION "172.1"\n'):
-                header = Path(folder) / "source/common/unicode/uvernum.h"
-                header.parent.mkdir(parents=True, exist_ok=True)
-                if text is not None:
-                    header.write_text(text)
-                done = self.configure(folder)
-                self.assertNotEqual(done.returncode, 0, text)
-                self.assertIn("is not the source of ICU 72.1", re.sub(r"\s+", " ", done.stderr))
-            done = self.configure(Path(folder) / "missing")
-            self.assertNotEqual(done.returncode, 0)
-            self.assertIn("set PELAGO_ICU_SOURCE", re.sub(r"\s+", " ", done.stderr))
+            header = Path(folder) / "source/common/unicode/uvernum.h"
+            self.assertRefused(folder, "is not the source of ICU 72.1")
+            header.parent.mkdir(parents=True)
+            for text in ("", '#define U_ICU_VERSION "72.2"\n', '#define U_ICU_VERSION "172.1"\n'):
+                header.write_text(text)
+                self.assertRefused(folder, "is not the source of ICU 72.1")
+
+    def test_what_is_no_source_is_refused(self):
+        with tempfile.TemporaryDirectory() as folder:
+            self.assertRefused(Path(folder) / "missing", "set PELAGO_ICU_SOURCE")
+            archive = Path(folder) / "other.tar.gz"
+            archive.write_text("no archive")
+            self.assertRefused(archive, "Unrecognized archive format")
+            with tarfile.open(archive, "w:gz") as tar:
+                tar.add(__file__, "other/source/common/unicode/uvernum.h")
+            self.assertRefused(archive, "icu/LICENSE: Not found in archive")
 
 
 class Compiler(unittest.TestCase):
