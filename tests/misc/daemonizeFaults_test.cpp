@@ -13,6 +13,7 @@
 #include <optional>
 #include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 
 using namespace std::string_literals;
 
