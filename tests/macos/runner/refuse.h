@@ -1,0 +1,6 @@
+// refuse.h -- how the runner ends when a program asks for what it does not know.
+#pragma once
+
+// Writes one line on standard error and ends the process with status 126: a guess would hide a
+// mistake of the program.
+[[noreturn, gnu::format(printf, 1, 2)]] void Refuse(const char *format, ...);
