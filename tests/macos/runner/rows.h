@@ -36,6 +36,7 @@ Rows RuntimeRows();    // start, end, exceptions, dyld
 Rows KernelRows();     // sysctl, Mach, libproc
 Rows FoundationRows(); // Core Foundation, SystemConfiguration
 Rows IcuRows();        // ICU by the names of version 4.4
+Rows SuiteRows();      // what only GoogleTest and the suites call
 Rows NetworkRows();    // addresses
 
 // The row's address, or nullptr; the name is as the image has it, with its underscore.

@@ -2,8 +2,6 @@
 // Each variable has a descriptor: a function, a key, and the offset in the thread's block.  The
 // image calls the function with the descriptor in rdi; every register but rax, where the address
 // comes back, must stay.
-#include "threadLocals.h"
-
 #include "image.h"
 #include "refuse.h"
 
@@ -87,7 +85,15 @@ ThreadLocalEntry:
 )");
 extern "C" void ThreadLocalEntry();
 
-void *ThreadLocalBootstrap() { return reinterpret_cast<void *>(&ThreadLocalEntry); }
+// dyld gives each descriptor its own function, whatever it was bound to.
+static void FillDescriptors(const Section &section)
+{
+    const std::span descriptors(reinterpret_cast<Descriptor *>(section.start),
+                                section.size / sizeof(Descriptor));
+    for (Descriptor &descriptor : descriptors) {
+        descriptor.function = reinterpret_cast<void *>(&ThreadLocalEntry);
+    }
+}
 
 void PrepareThreadLocals(const Image &image)
 {
@@ -106,5 +112,6 @@ void PrepareThreadLocals(const Image &image)
     }
     if (first == nullptr) { Refuse("there are thread-local variables without a template"); }
     sSize = static_cast<size_t>(end - first);
+    FillDescriptors(*variables);
     if (pthread_key_create(&sKey, FreeBlock) != 0) { Refuse("there is no key for threads"); }
 }

@@ -1,5 +1,6 @@
 // runtime.cpp -- start and end of a program, exceptions, dyld.
 #include "../errnos.h"
+#include "../image.h"
 #include "../refuse.h"
 #include "../rows.h"
 #include "../wrapped.h"
@@ -55,7 +56,17 @@ bool IsVersionAtLeast(uint32_t count, const BuildVersion *versions)
     return true;
 }
 
+// The C++ runtime asks whether its predecessor is loaded as well, which it never is.
+void *Dlopen(const char *path, int mode)
+{
+    const bool isQuestion = (mode & DARWIN_RTLD_NOLOAD) != 0;
+    if (isQuestion && strcmp(path, "/usr/lib/libstdc++.6.dylib") == 0) { return nullptr; }
+    Refuse("dlopen: %s is not known", path);
+}
+
 const Row ROWS[] = {
+    {"_NSGetArgc", RowAddress(&ProgramArgumentCount)},
+    {"_NSGetArgv", RowAddress(&ProgramArguments)},
     {"_NSGetExecutablePath", RowAddress(&ExecutablePath)},
     {"_Unwind_Backtrace", RowAddress(&_Unwind_Backtrace)},
     {"_Unwind_DeleteException", RowAddress(&_Unwind_DeleteException)},
@@ -75,7 +86,7 @@ const Row ROWS[] = {
     {"_availability_version_check", RowAddress(&IsVersionAtLeast)},
     ALIKE(abort),
     TRANSLATED(atexit, AtExitWithout),
-    REFUSED(dlopen),
+    TRANSLATED(dlopen, Dlopen),
     REFUSED(dlsym),
     {"dyld_stub_binder", RowAddress(&BindLazily)},
     ALIKE(exit),

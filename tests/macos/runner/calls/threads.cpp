@@ -5,7 +5,6 @@
 #include "../errnos.h"
 #include "../refuse.h"
 #include "../rows.h"
-#include "../threadLocals.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -16,6 +15,7 @@
 #include <unistd.h>
 
 extern "C" int __cxa_thread_atexit_impl(void (*)(void *), void *, void *);
+extern "C" void *__dso_handle;
 
 namespace {
 
@@ -196,12 +196,12 @@ uint32_t ThreadNumber(pthread_t thread)
 
 int AtThreadExit(void (*destroy)(void *), void *object)
 {
-    return __cxa_thread_atexit_impl(destroy, object, nullptr);
+    return __cxa_thread_atexit_impl(destroy, object, &__dso_handle);
 }
 
 const Row ROWS[] = {
     {"_tlv_atexit", RowAddress(&AtThreadExit)},
-    {"_tlv_bootstrap", ThreadLocalBootstrap()},
+    REFUSED(_tlv_bootstrap),
     {"pthread_attr_destroy", RowAddress(&Destroy<&pthread_attr_destroy, ThreadAttributes>)},
     TRANSLATED(pthread_attr_init, InitThreadAttributes),
     TRANSLATED(pthread_attr_setdetachstate, SetDetached),

@@ -1,0 +1,39 @@
+# Tests of what was built for macOS, on this machine: tests/macos/runner runs Mach-O programs.
+include(ExternalProject)
+
+set(PELAGO_MACHO_RUNNER ${PROJECT_BINARY_DIR}/runner/machoRunner)
+# Darwin's numbers, such as those of errors, as the cross compiler's headers have them.
+set(PELAGO_DARWIN_NUMBERS ${PROJECT_BINARY_DIR}/runner/numbers/darwin.json)
+
+string(STRIP "${CMAKE_CXX_COMPILER_ARG1}" darwinOptions)
+string(REPLACE " " "|" darwinOptions "${darwinOptions}")
+ExternalProject_Add(machoRunner
+    SOURCE_DIR ${PROJECT_SOURCE_DIR}/tests/macos/runner
+    BINARY_DIR ${PROJECT_BINARY_DIR}/runner
+    PREFIX ${PROJECT_BINARY_DIR}/runner-project
+    LIST_SEPARATOR |
+    CMAKE_ARGS -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=RelWithDebInfo
+               -DDARWIN_COMPILER=${CMAKE_CXX_COMPILER}|${darwinOptions}
+    BUILD_ALWAYS ON
+    BUILD_BYPRODUCTS ${PELAGO_MACHO_RUNNER} ${PELAGO_DARWIN_NUMBERS}
+    INSTALL_COMMAND "")
+add_custom_target(machoPrograms ALL)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${PELAGO_MACHO_RUNNER}) # of tests that are programs
+
+# pelago_macho_program(TARGET) makes TARGET.elf beside a program: an executable of this machine's that runs it.
+function(pelago_macho_program target)
+    add_custom_command(OUTPUT ${target}.elf
+        COMMAND ${PELAGO_MACHO_RUNNER} --wrap $<TARGET_FILE:${target}> ${target}.elf
+        DEPENDS machoRunner ${target} ${PELAGO_MACHO_RUNNER} VERBATIM)
+    add_custom_target(${target}Elf DEPENDS ${target}.elf)
+    add_dependencies(machoPrograms ${target}Elf)
+    set_target_properties(${target} PROPERTIES PELAGO_ELF ${CMAKE_CURRENT_BINARY_DIR}/${target}.elf)
+endfunction()
+
+# pelago_macho_test(NAME TARGET) registers a test program as NAME.
+function(pelago_macho_test name target)
+    add_dependencies(${target} machoRunner)
+    add_test(NAME ${name} COMMAND ${PELAGO_COMPLETE} ${PELAGO_MACHO_RUNNER} $<TARGET_FILE:${target}>)
+    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT ${PELAGO_TEST_SECONDS}
+                         ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
+endfunction()
