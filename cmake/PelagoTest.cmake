@@ -30,8 +30,10 @@ function(pelago_register name label)
     if(casesOut)
         set(casesOut --gtest_filter=-${casesOut})
     endif()
-    add_test(NAME ${name} COMMAND ${ARGN} ${PELAGO_COMPLETE} ${CMAKE_CROSSCOMPILING_EMULATOR}
-             $<TARGET_FILE:${name}_test> ${casesOut})
+    set(program ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}_test>)
+    set(wrapped $<TARGET_PROPERTY:${name}_test,PELAGO_ELF>) # with the runner before it, in one file
+    add_test(NAME ${name} COMMAND_EXPAND_LISTS
+             COMMAND ${ARGN} ${PELAGO_COMPLETE} "$<IF:$<BOOL:${wrapped}>,${wrapped},${program}>" ${casesOut})
     set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT ${PELAGO_TEST_SECONDS}
                          ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
     set_property(GLOBAL APPEND PROPERTY PELAGO_SUITES ${name})
@@ -82,11 +84,28 @@ function(pelago_wrap target)
     endif()
 endfunction()
 
+# pelago_thread_locals(TARGET) is for one that has thread-local objects: without optimisation the cross
+# compiler loses a register where it calls their constructors.
+function(pelago_thread_locals target)
+    if(PELAGO_CROSS)
+        target_compile_options(${target} PRIVATE "SHELL:-Xclang -O1")
+    endif()
+endfunction()
+
 # pelago_refuse_allocations(TARGET) lets a test count allocations and refuse them: allocations.h.
 set(PELAGO_ALLOCATOR malloc calloc realloc strdup free)
 function(pelago_refuse_allocations target)
     pelago_wrap(${target} ${PELAGO_ALLOCATOR})
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:pelago_allocations>)
+endfunction()
+
+# pelago_knows_itself(NAME...) is for tests that ask the kernel which program they are, or start copies of it.
+function(pelago_knows_itself)
+    if(PELAGO_CROSS)
+        foreach(name ${ARGN})
+            pelago_macho_program(${name}_test)
+        endforeach()
+    endif()
 endfunction()
 
 # pelago_threads_test(NAME) has a test run under the thread sanitizer, too: it has threads or atomics.

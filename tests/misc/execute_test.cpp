@@ -178,7 +178,7 @@ TEST_F(Execute, StartsWithAResetStateAndWhatIsKept)
     EXPECT_EQ(fds[4], "55 rw /dev/zero");
     EXPECT_EQ(state.The("ignored"), "0000000000000000");
     EXPECT_EQ(state.All("timer"), std::vector<std::string>());
-    EXPECT_EQ(state.The("addressSpace"), "2251799813685248 2251799813685248");
+    EXPECT_EQ(state.The(LIMIT_OF_RLIMIT_AS), "2251799813685248 2251799813685248");
     EXPECT_EQ(state.The("session"), std::to_string(getsid(0))) << "and so is the session";
     EXPECT_EQ(state.The("cwd"), std::filesystem::current_path().string());
 }
