@@ -279,6 +279,8 @@ int Utimes(const char *path, const DarwinTimeval *times)
 
 long Pathconf(const char *path, int name)
 {
+    constexpr int LAST_NAME = 100; // Darwin has none above
+    if (name > LAST_NAME) { return Fail(DARWIN_EINVAL); }
     const HandOnErrno handOn;
     return pathconf(path, HostOption("pathconf", "name", PATH_LIMITS, name));
 }
