@@ -18,7 +18,7 @@ WRAP = "-Wl,--wrap="
 # What the linker calls a C function is its name behind "_", and on macOS some have an ending too.
 ENDINGS = r"(?:\$(?:INODE64|DARWIN_EXTSN|NOCANCEL|UNIX2003|1050))*"
 # Calls that have another name on macOS.
-NAMES = {"__xpg_strerror_r": "strerror_r"}
+NAMES = {"__xpg_strerror_r": "strerror_r", "tolower": "__tolower"}
 # A program that is loaded for a test has its stand-ins under a name of ours.
 STAND_IN = "___standIn_"
 
