@@ -17,6 +17,17 @@ ExternalProject_Add(machoRunner
     BUILD_ALWAYS ON
     BUILD_BYPRODUCTS ${PELAGO_MACHO_RUNNER} ${PELAGO_DARWIN_NUMBERS}
     INSTALL_COMMAND "")
+
+# The product for this machine: tests use its scripts and a caller of the tool, and compare its library.
+set(PELAGO_LINUX_BUILD ${PROJECT_BINARY_DIR}/linux)
+ExternalProject_Add(linuxBundle
+    SOURCE_DIR ${PROJECT_SOURCE_DIR}
+    BINARY_DIR ${PELAGO_LINUX_BUILD}
+    PREFIX ${PROJECT_BINARY_DIR}/linux-project
+    CMAKE_ARGS -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=RelWithDebInfo
+    BUILD_ALWAYS ON
+    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile twins
+    INSTALL_COMMAND "")
 add_custom_target(machoPrograms ALL)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${PELAGO_MACHO_RUNNER}) # of tests that are programs
 
@@ -28,6 +39,28 @@ function(pelago_macho_program target)
     add_custom_target(${target}Elf DEPENDS ${target}.elf)
     add_dependencies(machoPrograms ${target}Elf)
     set_target_properties(${target} PROPERTIES PELAGO_ELF ${CMAKE_CURRENT_BINARY_DIR}/${target}.elf)
+endfunction()
+
+# pelago_macho_wrap(TARGET CALL...) lets a program put its own __wrap_CALL in the place of each of these calls:
+# the runner binds it, and __real_CALL, to the call.  A stub says that there is a __real_CALL.
+function(pelago_macho_wrap target)
+    list(TRANSFORM ARGN PREPEND ___real_ OUTPUT_VARIABLE symbols)
+    list(JOIN symbols ", " symbols)
+    set(stub ${CMAKE_CURRENT_BINARY_DIR}/${target}.tbd)
+    file(CONFIGURE OUTPUT ${stub} CONTENT "--- !tapi-tbd
+tbd-version: 4
+targets: [ x86_64-macos ]
+install-name: '/real.dylib'
+exports:
+  - targets: [ x86_64-macos ]
+    symbols: [ ${symbols} ]
+...
+")
+    target_link_libraries(${target} PRIVATE ${stub})
+    target_link_options(${target} PRIVATE -Wl,--no-gc-sections) # for the linker, nobody calls __wrap_CALL
+    foreach(call ${ARGN})
+        target_compile_options(${target} PRIVATE -fno-builtin-${call})
+    endforeach()
 endfunction()
 
 # pelago_macho_test(NAME TARGET) registers a test program as NAME.

@@ -9,7 +9,9 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
 import straced  # noqa: E402
 from toolhost import (ARGUMENTS, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPTS, SHARED, SHARES, SHARING,  # noqa: E402
-                      STATE, WAITING, ToolCase)
+                      STATE, WAITING, ToolCase, host_number)
+
+NO_CHILD = f"fork() failed with error {host_number('EAGAIN')}\n"
 
 
 class Failing(ToolCase):
@@ -20,13 +22,13 @@ class Failing(ToolCase):
 
     def test_no_child_for_the_first_script(self):
         self.assertRun(self.failing("clone,clone3,fork,vfork", 1, "EAGAIN"), "1 - failed to create user alice\n",
-                       ENABLING + "fork() failed with error 11\nFailed to create user alice\n" + DISABLING, 1)
+                       ENABLING + NO_CHILD + "Failed to create user alice\n" + DISABLING, 1)
         self.assertEqual((self.called(), self.services()), ([], []))
 
     def test_no_child_for_the_second_script(self):
         self.assertRun(self.failing("clone,clone3,fork,vfork", 2, "EAGAIN"),
                        "1 is the sharing result (0=ok). Exiting.\n",
-                       ENABLING + SHARING + "fork() failed with error 11\n" + DISABLING, 1)
+                       ENABLING + SHARING + NO_CHILD + DISABLING, 1)
         self.assertEqual((self.called(), self.services()), (["adduser", "rmuser"], []))
 
     def test_an_interrupted_wait_is_taken_up_again(self):

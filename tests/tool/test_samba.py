@@ -22,7 +22,8 @@ switch = None
 def setUpModule():
     global switch
     sambahost.set_up()
-    shutil.copytree(Path(os.environ["PELAGO_TOOL"]).parents[3], BUNDLE)
+    shutil.copytree(Path(os.environ["PELAGO_LIBRARY"]).parents[1], BUNDLE)
+    shutil.copy(os.environ["PELAGO_TOOL"], BUNDLE / "Contents/Library/shares/pelagoShareTool")
     PREFS.parent.mkdir(parents=True, exist_ok=True)
     switch = subprocess.Popen([BUNDLE / "Contents/Library/host/pelagoHost", "switch"])
     sambahost.command("useradd", "--no-create-home", "owner")

@@ -4,7 +4,9 @@ Everything happens at the tool's own absolute paths, so these tests run as root 
 own (tools/sandbox.sh).
 """
 
+import errno
 import fcntl
+import json
 import os
 import plistlib
 import shutil
@@ -167,6 +169,12 @@ class ToolCase(unittest.TestCase):
         line = process.stdout.readline()
         if line.decode() != SHARED:
             self.fail(f"{line!r}, and on standard error {self.finish(process)[1]!r}")
+
+
+def host_number(name):
+    """What an error's number is on the host that the tool was built for: this one, unless a table is named."""
+    table = os.environ.get("PELAGO_HOST_NUMBERS")
+    return json.loads(Path(table).read_text())[name] if table else getattr(errno, name)
 
 
 def lock_preferences():

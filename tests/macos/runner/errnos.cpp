@@ -5,8 +5,6 @@
 
 #include <csignal>
 
-#define PAIR(name) {name, DARWIN_##name},
-
 namespace {
 
 constexpr Pair ERRNOS[] = {

@@ -42,6 +42,10 @@ struct Pair {
     long long darwin;
 };
 using Pairs = std::span<const Pair>;
+#define PAIR(name)                                                                                 \
+    {                                                                                              \
+        static_cast<int>(name), DARWIN_##name                                                      \
+    }
 
 // The host's for Darwin's; Refuse()s what is not listed, with the name of the call and of what it
 // is.

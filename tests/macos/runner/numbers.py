@@ -4,7 +4,7 @@ COMPILER is the command of the cross compiler with its options.  numbers.txt say
 macros (errno, signals, open's flags, sysconf's names ...) are found in the headers by their names.
 
     darwinNumbers.h   DARWIN_NAME for each value, DARWIN_SIZEOF_struct, DARWIN_OFFSET_struct_field
-    FAMILY.inc        PAIR(NAME) for each value of a family that this host has by the same name
+    FAMILY.inc        "PAIR(NAME)," for each value of a family that this host has by the same name
     darwin.json       the values, for tests
 """
 
@@ -95,7 +95,7 @@ def values(compiler, expressions, out, defines=()):
 
 
 def guarded(name):
-    return f"#ifdef {name}\nPAIR({name})\n#endif\n"
+    return f"#ifdef {name}\nPAIR({name}),\n#endif\n"
 
 
 def main(*arguments):

@@ -22,24 +22,23 @@
 
 namespace {
 
-#define PAIR(name) {name, DARWIN_##name},
 // Beside the ways of access, which are the same three numbers.
-constexpr Pair OPEN_FLAGS[] = {PAIR(O_APPEND) PAIR(O_CLOEXEC) PAIR(O_CREAT) PAIR(O_DIRECTORY)
-                                   PAIR(O_EXCL) PAIR(O_NOCTTY) PAIR(O_NOFOLLOW) PAIR(O_NONBLOCK)
-                                       PAIR(O_TRUNC) PAIR(O_DSYNC) PAIR(O_SYNC) PAIR(O_ASYNC)};
-constexpr Pair COMMANDS[] = {PAIR(F_DUPFD) PAIR(F_DUPFD_CLOEXEC) PAIR(F_GETFD) PAIR(F_SETFD) PAIR(
-    F_GETFL) PAIR(F_SETFL) PAIR(F_GETLK) PAIR(F_SETLK) PAIR(F_SETLKW)};
-constexpr Pair LOCK_TYPES[] = {PAIR(F_RDLCK) PAIR(F_UNLCK) PAIR(F_WRLCK)};
-constexpr Pair FLOCKS[] = {PAIR(LOCK_SH) PAIR(LOCK_EX) PAIR(LOCK_NB) PAIR(LOCK_UN)};
-constexpr Pair PROTECTIONS[] = {PAIR(PROT_READ) PAIR(PROT_WRITE) PAIR(PROT_EXEC)};
-constexpr Pair MAPPINGS[] = {PAIR(MAP_SHARED) PAIR(MAP_PRIVATE) PAIR(MAP_FIXED) PAIR(MAP_ANON)
-                                 PAIR(MAP_NORESERVE)};
-constexpr Pair AT_FLAGS[] = {PAIR(AT_SYMLINK_NOFOLLOW) PAIR(AT_REMOVEDIR)};
+constexpr Pair OPEN_FLAGS[] = {PAIR(O_APPEND),    PAIR(O_CLOEXEC),  PAIR(O_CREAT),
+                               PAIR(O_DIRECTORY), PAIR(O_EXCL),     PAIR(O_NOCTTY),
+                               PAIR(O_NOFOLLOW),  PAIR(O_NONBLOCK), PAIR(O_TRUNC)};
+constexpr Pair COMMANDS[] = {PAIR(F_DUPFD), PAIR(F_DUPFD_CLOEXEC), PAIR(F_GETFD),
+                             PAIR(F_SETFD), PAIR(F_GETFL),         PAIR(F_SETFL),
+                             PAIR(F_GETLK), PAIR(F_SETLK),         PAIR(F_SETLKW)};
+constexpr Pair LOCK_TYPES[] = {PAIR(F_RDLCK), PAIR(F_UNLCK), PAIR(F_WRLCK)};
+constexpr Pair FLOCKS[] = {PAIR(LOCK_SH), PAIR(LOCK_EX), PAIR(LOCK_NB), PAIR(LOCK_UN)};
+constexpr Pair PROTECTIONS[] = {PAIR(PROT_READ), PAIR(PROT_WRITE), PAIR(PROT_EXEC)};
+constexpr Pair MAPPINGS[] = {PAIR(MAP_SHARED), PAIR(MAP_PRIVATE), PAIR(MAP_FIXED), PAIR(MAP_ANON),
+                             PAIR(MAP_NORESERVE)};
+constexpr Pair AT_FLAGS[] = {PAIR(AT_SYMLINK_NOFOLLOW), PAIR(AT_REMOVEDIR)};
 constexpr Pair MOUNTS[] = {{ST_RDONLY, DARWIN_MNT_RDONLY}};
 const Pair PATH_LIMITS[] = {
 #include "pathconf.inc"
 };
-#undef PAIR
 
 static_assert(DARWIN_O_RDONLY == O_RDONLY && DARWIN_O_WRONLY == O_WRONLY &&
               DARWIN_O_RDWR == O_RDWR && DARWIN_O_ACCMODE == O_ACCMODE);

@@ -24,15 +24,14 @@ locale_t HostLocale(locale_t darwin)
 
 namespace {
 
-#define PAIR(name) {name, DARWIN_##name},
-constexpr Pair CATEGORIES[] = {PAIR(LC_ALL) PAIR(LC_COLLATE) PAIR(LC_CTYPE) PAIR(LC_MONETARY)
-                                   PAIR(LC_NUMERIC) PAIR(LC_TIME) PAIR(LC_MESSAGES)};
-constexpr Pair MASKS[] = {PAIR(LC_COLLATE_MASK) PAIR(LC_CTYPE_MASK) PAIR(LC_MESSAGES_MASK)
-                              PAIR(LC_MONETARY_MASK) PAIR(LC_NUMERIC_MASK) PAIR(LC_TIME_MASK)};
+constexpr Pair CATEGORIES[] = {PAIR(LC_ALL),      PAIR(LC_COLLATE), PAIR(LC_CTYPE),
+                               PAIR(LC_MONETARY), PAIR(LC_NUMERIC), PAIR(LC_TIME),
+                               PAIR(LC_MESSAGES)};
+constexpr Pair MASKS[] = {PAIR(LC_COLLATE_MASK),  PAIR(LC_CTYPE_MASK),   PAIR(LC_MESSAGES_MASK),
+                          PAIR(LC_MONETARY_MASK), PAIR(LC_NUMERIC_MASK), PAIR(LC_TIME_MASK)};
 const Pair LANGINFO[] = {
 #include "langinfo.inc"
 };
-#undef PAIR
 
 char *SetLocale(int category, const char *name)
 {

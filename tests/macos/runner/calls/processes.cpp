@@ -15,18 +15,16 @@
 
 namespace {
 
-#define PAIR(name) {static_cast<int>(name), DARWIN_##name},
-constexpr Pair WAITS[] = {PAIR(WNOHANG) PAIR(WUNTRACED)};
-constexpr Pair ACTION_FLAGS[] = {PAIR(SA_ONSTACK) PAIR(SA_RESTART) PAIR(SA_RESETHAND)
-                                     PAIR(SA_NOCLDSTOP) PAIR(SA_NODEFER) PAIR(SA_NOCLDWAIT)};
-constexpr Pair MASK_WAYS[] = {PAIR(SIG_BLOCK) PAIR(SIG_UNBLOCK) PAIR(SIG_SETMASK)};
-constexpr Pair LIMITS[] = {PAIR(RLIMIT_CPU) PAIR(RLIMIT_FSIZE) PAIR(RLIMIT_DATA) PAIR(RLIMIT_STACK)
-                               PAIR(RLIMIT_CORE){RLIMIT_RSS, DARWIN_RLIMIT_AS},
-                           PAIR(RLIMIT_MEMLOCK) PAIR(RLIMIT_NPROC) PAIR(RLIMIT_NOFILE)};
+constexpr Pair WAITS[] = {PAIR(WNOHANG), PAIR(WUNTRACED)};
+constexpr Pair ACTION_FLAGS[] = {PAIR(SA_ONSTACK),   PAIR(SA_RESTART), PAIR(SA_RESETHAND),
+                                 PAIR(SA_NOCLDSTOP), PAIR(SA_NODEFER), PAIR(SA_NOCLDWAIT)};
+constexpr Pair MASK_WAYS[] = {PAIR(SIG_BLOCK), PAIR(SIG_UNBLOCK), PAIR(SIG_SETMASK)};
+constexpr Pair LIMITS[] = {PAIR(RLIMIT_CPU),     PAIR(RLIMIT_FSIZE), PAIR(RLIMIT_DATA),
+                           PAIR(RLIMIT_STACK),   PAIR(RLIMIT_CORE),  {RLIMIT_RSS, DARWIN_RLIMIT_AS},
+                           PAIR(RLIMIT_MEMLOCK), PAIR(RLIMIT_NPROC), PAIR(RLIMIT_NOFILE)};
 const Pair CONFIGURATION[] = {
 #include "sysconf.inc"
 };
-#undef PAIR
 
 // A child that ended by a signal says which.
 int DarwinStatus(int host)

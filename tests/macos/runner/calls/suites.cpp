@@ -25,11 +25,9 @@
 
 namespace {
 
-#define PAIR(name) {name, DARWIN_##name},
-constexpr Pair REGEX_FLAGS[] = {PAIR(REG_EXTENDED) PAIR(REG_ICASE) PAIR(REG_NOSUB)
-                                    PAIR(REG_NEWLINE)};
-constexpr Pair MATCH_FLAGS[] = {PAIR(REG_NOTBOL) PAIR(REG_NOTEOL)};
-#undef PAIR
+constexpr Pair REGEX_FLAGS[] = {PAIR(REG_EXTENDED), PAIR(REG_ICASE), PAIR(REG_NOSUB),
+                                PAIR(REG_NEWLINE)};
+constexpr Pair MATCH_FLAGS[] = {PAIR(REG_NOTBOL), PAIR(REG_NOTEOL)};
 
 // ---- Regular expressions: the host's is in a block of its own
 

@@ -86,11 +86,9 @@ int InitThreadAttributes(ThreadAttributes *attributes)
     return InitAttributes<&pthread_attr_init>(attributes);
 }
 
-#define PAIR(name) {name, DARWIN_##name},
-constexpr Pair MUTEX_TYPES[] = {PAIR(PTHREAD_MUTEX_NORMAL) PAIR(PTHREAD_MUTEX_ERRORCHECK)
-                                    PAIR(PTHREAD_MUTEX_RECURSIVE)};
-constexpr Pair DETACHED[] = {PAIR(PTHREAD_CREATE_JOINABLE) PAIR(PTHREAD_CREATE_DETACHED)};
-#undef PAIR
+constexpr Pair MUTEX_TYPES[] = {PAIR(PTHREAD_MUTEX_NORMAL), PAIR(PTHREAD_MUTEX_ERRORCHECK),
+                                PAIR(PTHREAD_MUTEX_RECURSIVE)};
+constexpr Pair DETACHED[] = {PAIR(PTHREAD_CREATE_JOINABLE), PAIR(PTHREAD_CREATE_DETACHED)};
 
 int SetMutexType(MutexAttributes *attributes, int type)
 {

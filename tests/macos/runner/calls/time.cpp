@@ -10,12 +10,11 @@
 
 namespace {
 
-#define PAIR(name) {name, DARWIN_##name},
-constexpr Pair CLOCKS[] = {PAIR(CLOCK_REALTIME) PAIR(CLOCK_MONOTONIC) PAIR(CLOCK_PROCESS_CPUTIME_ID)
-                               PAIR(CLOCK_THREAD_CPUTIME_ID) PAIR(CLOCK_MONOTONIC_RAW){
-                                   CLOCK_MONOTONIC, DARWIN_CLOCK_UPTIME_RAW}};
-constexpr Pair TIMERS[] = {PAIR(ITIMER_REAL) PAIR(ITIMER_VIRTUAL) PAIR(ITIMER_PROF)};
-#undef PAIR
+constexpr Pair CLOCKS[] = {
+    PAIR(CLOCK_REALTIME),           PAIR(CLOCK_MONOTONIC),
+    PAIR(CLOCK_PROCESS_CPUTIME_ID), PAIR(CLOCK_THREAD_CPUTIME_ID),
+    PAIR(CLOCK_MONOTONIC_RAW),      {CLOCK_MONOTONIC, DARWIN_CLOCK_UPTIME_RAW}};
+constexpr Pair TIMERS[] = {PAIR(ITIMER_REAL), PAIR(ITIMER_VIRTUAL), PAIR(ITIMER_PROF)};
 static_assert(sizeof(mach_timebase_info_data_t) == DARWIN_SIZEOF_mach_timebase_info_data_t);
 
 DarwinTimeval ToDarwin(const timeval &host)
