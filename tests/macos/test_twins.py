@@ -8,7 +8,9 @@ an area gets is PELAGO_TWINS, and the number to start from PELAGO_TWINS_SEED.
 import os
 import subprocess
 import unittest
+from pathlib import Path
 
+ROOT = Path(__file__).resolve().parents[2]
 HERE = [os.environ["PELAGO_TWINS_HERE"]]
 THERE = [os.environ["PELAGO_RUNNER"], os.environ["PELAGO_TWINS_THERE"]]
 INPUTS = int(os.environ["PELAGO_TWINS"])
@@ -40,6 +42,18 @@ def first_difference(area, block):
     raise AssertionError(f"{area}: block {block} differs, and no input of it")
 
 
+# The rows of docs/porting.md that the library shows, by their beginnings: here, and on macOS.
+DIFFERENCES = {
+    "`PATH_MAX`": ("4096", "1024"),
+    "Numbers in messages": ("11", "35"),
+    "Texts of errors": ("Success", "Undefined error: 0"),
+    "`wcrtomb`": ("fails", "1 byte"),
+    "`getgrouplist`": ("1", "0"),
+    "`putenv`": ("0", "-1"),
+    "`RLIMIT_AS`": ("address space", "resident set"),
+}
+
+
 class Twins(unittest.TestCase):
     maxDiff = None
 
@@ -57,6 +71,14 @@ class Twins(unittest.TestCase):
                 for block, digests in enumerate(zip(here, there, strict=True)):
                     if digests[0] != digests[1]:
                         self.fail(f"{area}, block {block}: {first_difference(area, block)}")
+
+    def test_each_known_difference_is_one(self):
+        porting = (ROOT / "docs/porting.md").read_text()
+        here, there = (dict(line.split(": ", 1) for line in lines(program, "differences")) for program in (HERE, THERE))
+        self.assertEqual({name: (here[name], there.get(name)) for name in here}, DIFFERENCES)
+        for name, both in DIFFERENCES.items():
+            self.assertIn(f"\n| {name}", porting)
+            self.assertNotEqual(*both, name)
 
     def test_a_difference_shows(self):
         """Another number is another input, and its digest is another one."""

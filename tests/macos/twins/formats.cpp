@@ -171,10 +171,10 @@ void Texts(Numbers &numbers, Answer *answer)
 void Positions(Numbers &numbers, Answer *answer)
 {
     static const char *const CONVERSIONS[] = {
-        "%1$d",    "%2$llx", "%3$.3f",  "%4$s",   "%1$-*5$d|", "%3$*5$.*6$e", "%4$.*6$s",
-        "%2$+lld", "%3$g",   "%1$05u",  "%4$12s", "%2$*6$llo", " and ",       "%%",
-        "%7$lc",   "%8$ls",  "%9$hhd",  "%3$F",   "%1$'d",     "%2$'lld",     "%8$.*5$S",
-        "%9$zu",   "%1$#x",  "%-9$10p"};
+        "%1$d",     "%2$llx",  "%3$.3f",   "%4$s",   "%1$-*5$d|", "%3$*5$.*6$e",
+        "%4$.*6$s", "%2$+lld", "%3$g",     "%1$05u", "%4$12s",    "%2$*6$llo",
+        " and ",    "%%",      "%7$lc",    "%8$ls",  "%9$hhd",    "%3$F",
+        "%1$'d",    "%2$'lld", "%8$.*5$S", "%9$zu",  "%1$#x",     "%-9$10p"};
     std::string format = numbers.OneIn(2) ? "%1$d%2$lld%3$e%4$s%5$d%6$d%7$lc%8$ls%9$zu" : "%9$ld";
     const bool areAllNamed = format[1] == '1';
     for (unsigned i = numbers.Below(9); i > 0; i--) {

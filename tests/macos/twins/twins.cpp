@@ -1,6 +1,6 @@
 // twins.cpp -- twins AREA SEED BLOCKS SIZE writes a digest for each block of so many inputs;
 // twins AREA SEED BLOCK SIZE show writes the inputs of that block, and what came, a line each.
-// twins areas lists the areas.
+// twins areas lists the areas, and twins differences tells what the hosts are known to differ in.
 #include "twins.h"
 
 #include "diagnostics.h"
@@ -169,6 +169,10 @@ int main(int argc, char **argv)
         for (const Area &area : AREAS) {
             puts(area.name);
         }
+        return 0;
+    }
+    if (argc == 2 && strcmp(argv[1], "differences") == 0) {
+        WriteDifferences();
         return 0;
     }
     const Area *area = argc < 5 ? nullptr : AreaOf(argv[1]);

@@ -87,6 +87,9 @@ std::string AnyText(Numbers &numbers, size_t characters);
 // What the library has logged, warned of and printed since the last call.
 std::string Logged();
 
+// What the hosts are known to differ in, a line each.
+void WriteDifferences();
+
 void Integers(Numbers &numbers, Answer *answer);
 void Floats(Numbers &numbers, Answer *answer);
 void Texts(Numbers &numbers, Answer *answer);
