@@ -171,8 +171,8 @@ void Expansion(Numbers &numbers, Answer *answer)
     static const char *const PIECES[] = {"$A",   "${A}",  "$EMPTY", "$HOME", "~",       "~/",
                                          "/",    "$",     "$$",     "$_N9",  "$USER",   "~root/",
                                          "a",    "$MISS", "\\",     "-",     "~nobody", "~missing",
-                                         "\xC3", "é",     "$A9",    "${",    "}",       "$pid"};
-    static const char *const VARIABLES[] = {"A", "EMPTY", "HOME", "_N9", "USER", "pid", "A9"};
+                                         "\xC3", "é",     "$A9",    "${",    "}"};
+    static const char *const VARIABLES[] = {"A", "EMPTY", "HOME", "_N9", "USER", "A9"};
     static const char *const VALUES[] = {"", "1", "/u", "$A~/", "somebody", "~", "caf\xC3\xA9"};
     for (const char *name : VARIABLES) {
         if (numbers.OneIn(4)) {

@@ -101,8 +101,10 @@ int SetAction(int darwin, const DarwinSigaction *wanted, DarwinSigaction *before
 {
     if (!IsSignal(darwin)) { return Fail(DARWIN_EINVAL); }
     const int signal = HostSignal(darwin);
-    if (signal == -1) { // one that this host lacks: it keeps its default
-        if (before != nullptr) { *before = {}; }
+    if (signal == -1) { // one that this host lacks, and nobody sends: its action is only remembered
+        static DarwinSigaction sActions[DARWIN_NSIG];
+        if (before != nullptr) { *before = sActions[darwin]; }
+        if (wanted != nullptr) { sActions[darwin] = *wanted; }
         return 0;
     }
     struct sigaction host = {}, old = {};
