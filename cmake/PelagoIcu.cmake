@@ -27,7 +27,7 @@ endfunction()
 
 set(PELAGO_ICU44 "" CACHE PATH "On a Mac, ICU 4.4 itself: a folder with libicuuc.44.dylib, libicudata.44.dylib, icudt44l.dat")
 set(PELAGO_ICU_LICENCE "") # where it is to be put into the bundle
-block(PROPAGATE PELAGO_ICU_PACKAGE PELAGO_ICU_DATA PELAGO_ICU_LICENCE)
+block(PROPAGATE PELAGO_ICU_PACKAGE PELAGO_ICU_DATA PELAGO_ICU_LICENCE PELAGO_ICU_SUFFIX)
     if(PELAGO_HOST STREQUAL linux)
         include(${CMAKE_CURRENT_LIST_DIR}/PelagoIcuLinux.cmake)
     elseif(PELAGO_ICU44)

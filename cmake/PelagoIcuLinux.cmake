@@ -8,6 +8,7 @@ find_package(Threads REQUIRED)
 # The archive holds one object, and that one section, ICU's data package.
 file(STRINGS ${ICU_INCLUDE_DIR}/unicode/uvernum.h icuVersion REGEX "define U_ICU_VERSION_MAJOR_NUM ")
 string(REGEX REPLACE ".* " "" icuVersion "${icuVersion}")
+set(PELAGO_ICU_SUFFIX _${icuVersion})
 set(whole ${PROJECT_BINARY_DIR}/icu/whole)
 set(object icudt${icuVersion}l_dat.o)
 set(package ${whole}/icudt${icuVersion}l.dat)

@@ -34,6 +34,7 @@ set(names appendable charstr cmemory cstring cwchar patternprops putil restrace 
     uinvchar umapfile umath umutex unistr uobject ustr_cnv ustrenum ustrfmt ustring ustrtrns utf_impl util utrace)
 list(TRANSFORM names REPLACE "(.+)" "${icu}/source/common/\\1.cpp" OUTPUT_VARIABLE sources)
 add_library(pelago_icu_code STATIC ${sources})
+set(PELAGO_ICU_SUFFIX _72_pelago)
 # ICU's names get a suffix, so that a program may have another ICU 72 of its own.  Without files of its own
 # it needs no <tzfile.h> and opens nothing.
 target_include_directories(pelago_icu_code SYSTEM PUBLIC $<BUILD_INTERFACE:${icu}/source/common>)

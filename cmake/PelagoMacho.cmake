@@ -18,7 +18,8 @@ ExternalProject_Add(machoRunner
     BUILD_BYPRODUCTS ${PELAGO_MACHO_RUNNER} ${PELAGO_DARWIN_NUMBERS}
     INSTALL_COMMAND "")
 
-# The product for this machine, of which tests use the scripts, a caller of the tool, and ICU.
+# The product for this machine: tests use its scripts, a caller of the tool and its ICU, and compare its
+# library.
 set(PELAGO_LINUX_BUILD ${PROJECT_BINARY_DIR}/linux)
 ExternalProject_Add(linuxBundle
     SOURCE_DIR ${PROJECT_SOURCE_DIR}
@@ -26,9 +27,10 @@ ExternalProject_Add(linuxBundle
     PREFIX ${PROJECT_BINARY_DIR}/linux-project
     CMAKE_ARGS -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=RelWithDebInfo
     BUILD_ALWAYS ON
-    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile tellConvertersOfAllData
+    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile twins tellConvertersOfAllData
     INSTALL_COMMAND "")
 add_custom_target(machoPrograms ALL)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${PELAGO_MACHO_RUNNER}) # of tests that are programs
 
 # pelago_macho_program(TARGET) makes TARGET.elf beside a program: an executable of this machine's that runs it.
 function(pelago_macho_program target)
@@ -37,8 +39,7 @@ function(pelago_macho_program target)
         DEPENDS machoRunner ${target} ${PELAGO_MACHO_RUNNER} VERBATIM)
     add_custom_target(${target}Elf DEPENDS ${target}.elf)
     add_dependencies(machoPrograms ${target}Elf)
-    # zig knows -fPIC only, which is its default.
-    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+    set_target_properties(${target} PROPERTIES PELAGO_ELF ${CMAKE_CURRENT_BINARY_DIR}/${target}.elf)
 endfunction()
 
 # pelago_macho_wrap(TARGET CALL...) lets a program put its own __wrap_CALL in the place of each of these calls:

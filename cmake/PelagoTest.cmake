@@ -7,13 +7,68 @@ set(PELAGO_TEST_ENVIRONMENT "ASAN_OPTIONS=allocator_may_return_null=1;TSAN_OPTIO
 # Status 0 is not enough: all tests must have run.
 set(PELAGO_COMPLETE ${PROJECT_SOURCE_DIR}/tests/support/complete.sh)
 
-# pelago_test(NAME [LIBRARY...]) builds NAME_test.cpp and registers it as NAME.
-function(pelago_test name)
+# Where the build is for another host, a runner of that host's programs is CMAKE_CROSSCOMPILING_EMULATOR,
+# and a table says what does not run that way: "suite  reason", or "suite:Case.name  reason".
+set(PELAGO_NOT_RUN ${PROJECT_SOURCE_DIR}/tests/macos/notRun.txt)
+if(PELAGO_CROSS)
+    file(STRINGS ${PELAGO_NOT_RUN} PELAGO_NOT_RUN_ROWS REGEX "^[^#]")
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PELAGO_NOT_RUN})
+endif()
+
+# pelago_register(NAME LABEL COMMAND...) registers the program NAME_test, which is started by the command.
+function(pelago_register name label)
+    set(isOut ${PELAGO_NOT_RUN_ROWS})
+    list(FILTER isOut INCLUDE REGEX "^${name} ")
+    if(isOut)
+        set_target_properties(${name}_test PROPERTIES EXCLUDE_FROM_ALL ON)
+        return()
+    endif()
+    set(casesOut ${PELAGO_NOT_RUN_ROWS})
+    list(FILTER casesOut INCLUDE REGEX "^${name}:")
+    list(TRANSFORM casesOut REPLACE "^[^:]*:([^ ]*) .*" "\\1")
+    list(JOIN casesOut ":" casesOut)
+    if(casesOut)
+        set(casesOut --gtest_filter=-${casesOut})
+    endif()
+    set(program ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}_test>)
+    set(wrapped $<TARGET_PROPERTY:${name}_test,PELAGO_ELF>) # with the runner before it, in one file
+    add_test(NAME ${name} COMMAND_EXPAND_LISTS
+             COMMAND ${ARGN} ${PELAGO_COMPLETE} "$<IF:$<BOOL:${wrapped}>,${wrapped},${program}>" ${casesOut})
+    set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT ${PELAGO_TEST_SECONDS}
+                         ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
+    set_property(GLOBAL APPEND PROPERTY PELAGO_SUITES ${name})
+endfunction()
+
+function(pelago_test_program name)
     add_executable(${name}_test ${name}_test.cpp)
     target_link_libraries(${name}_test PRIVATE pelago::foundation pelago::test_support ${ARGN})
-    add_test(NAME ${name} COMMAND ${PELAGO_COMPLETE} $<TARGET_FILE:${name}_test>)
-    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT ${PELAGO_TEST_SECONDS}
-                         ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
+endfunction()
+
+# pelago_test(NAME [LIBRARY...]) builds NAME_test.cpp and registers it as NAME.
+function(pelago_test name)
+    pelago_test_program(${name} ${ARGN})
+    pelago_register(${name} unit)
+endfunction()
+
+# pelago_sandboxed_test(NAME [LIBRARY...]) does the same, and runs it on a machine of its own.
+function(pelago_sandboxed_test name)
+    pelago_test_program(${name} ${ARGN})
+    pelago_register(${name} sandbox ${PROJECT_SOURCE_DIR}/tools/sandbox.sh)
+endfunction()
+
+# pelago_host_program(NAME) builds NAME.cpp for the host that runs the tests, whichever is built for.
+function(pelago_host_program name)
+    if(NOT PELAGO_CROSS)
+        add_executable(${name} ${name}.cpp)
+        return()
+    endif()
+    find_program(PELAGO_HOST_CXX c++ REQUIRED)
+    set(source ${CMAKE_CURRENT_SOURCE_DIR}/${name}.cpp)
+    add_custom_command(OUTPUT ${name} DEPENDS ${source} VERBATIM
+                       COMMAND ${PELAGO_HOST_CXX} -std=c++20 -O1 -Wall -Wextra -Werror -o ${name} ${source})
+    add_custom_target(${name}Program DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/${name})
+    add_library(${name} INTERFACE)
+    add_dependencies(${name} ${name}Program)
 endfunction()
 
 # pelago_wrap(TARGET CALL...) puts the test's own __wrap_CALL in the place of each of these calls.  What
@@ -23,26 +78,43 @@ function(pelago_wrap target)
         target_link_options(${target} PRIVATE -Wl,--wrap=${call})
         target_compile_options(${target} PRIVATE -fno-builtin-${call})
     endforeach()
+    if(PELAGO_CROSS) # its linker does not know the option
+        set_target_properties(${target} PROPERTIES RULE_LAUNCH_LINK
+            "python3 ${PROJECT_SOURCE_DIR}/tests/macos/linkWrapped.py")
+    endif()
+endfunction()
+
+# pelago_thread_locals(TARGET) is for one that has thread-local objects: without optimisation the cross
+# compiler loses a register where it calls their constructors.
+function(pelago_thread_locals target)
+    if(PELAGO_CROSS)
+        target_compile_options(${target} PRIVATE "SHELL:-Xclang -O1")
+    endif()
 endfunction()
 
 # pelago_refuse_allocations(TARGET) lets a test count allocations and refuse them: allocations.h.
+set(PELAGO_ALLOCATOR malloc calloc realloc strdup free)
 function(pelago_refuse_allocations target)
-    pelago_wrap(${target} malloc calloc realloc strdup free)
-    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/allocations.cpp)
+    pelago_wrap(${target} ${PELAGO_ALLOCATOR})
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:pelago_allocations>)
+endfunction()
+
+# pelago_knows_itself(NAME...) is for tests that ask the kernel which program they are, or start copies of it.
+function(pelago_knows_itself)
+    if(PELAGO_CROSS)
+        foreach(name ${ARGN})
+            pelago_macho_program(${name}_test)
+        endforeach()
+    endif()
 endfunction()
 
 # pelago_threads_test(NAME) has a test run under the thread sanitizer, too: it has threads or atomics.
 add_custom_target(threadsTests)
 function(pelago_threads_test name)
     add_dependencies(threadsTests ${name}_test)
-    set_property(TEST ${name} APPEND PROPERTY LABELS threads)
-endfunction()
-
-# pelago_sandbox_program_test(NAME TARGET) runs a test program on a machine of its own.
-function(pelago_sandbox_program_test name target)
-    add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh ${PELAGO_COMPLETE} $<TARGET_FILE:${target}>)
-    set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT ${PELAGO_TEST_SECONDS}
-                         ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
+    if(TEST ${name})
+        set_property(TEST ${name} APPEND PROPERTY LABELS threads)
+    endif()
 endfunction()
 
 # pelago_sandbox_test(NAME FILE [VAR=VALUE...]) runs a Python test file on a machine of its own.

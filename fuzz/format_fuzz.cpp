@@ -187,9 +187,10 @@ char *Argument()
 {
     static char *sArgument;
     if (sArgument == nullptr) {
-        void *place = mmap(reinterpret_cast<void *>(0x7e0000000000), 4096, PROT_READ | PROT_WRITE,
-                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
-        if (place == MAP_FAILED) { Fail("no place for the argument", ""); }
+        auto *const wanted = reinterpret_cast<void *>(0x7e0000000000);
+        void *place =
+            mmap(wanted, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (place != wanted) { Fail("no place for the argument", ""); }
         sArgument = static_cast<char *>(place) + 16;
     }
     memcpy(sArgument, "w\0\0\0x\0\0\0\0\0\0", 12);

@@ -35,6 +35,7 @@ private:
 FormatValue NextValue(FormatType type, FormatArguments::List &list)
 {
     FormatValue value;
+    memset(&value, 0, sizeof value); // a format may name an argument again as something longer
     switch (type) {
     case FORMAT_TYPE_64_BITS: value.as64Bits = va_arg(list, long); break;
     case FORMAT_TYPE_POINTER: value.asPointer = va_arg(list, void *); break;

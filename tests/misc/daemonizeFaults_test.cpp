@@ -13,6 +13,7 @@
 #include <optional>
 #include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 
 using namespace std::string_literals;
 
@@ -282,7 +283,8 @@ INSTANTIATE_TEST_SUITE_P(
                 {0, EBADF, Said("Couldn't set close-on-exec for fd PIPE, error 9.\n")}},
         Failure{"FirstFork",
                 {CALLER, "fork", EAGAIN},
-                {0, EAGAIN, Said("Couldn't fork first child, error 11.\n")}},
+                {0, EAGAIN,
+                 Said("Couldn't fork first child, error " + std::to_string(EAGAIN) + ".\n")}},
         Failure{"Session",
                 {CHILD, "setsid", EPERM},
                 {0, ECHILD,
@@ -319,8 +321,10 @@ INSTANTIATE_TEST_SUITE_P(
         Failure{"Flushing",
                 {DAEMON, "fsync", EDQUOT},
                 {0, EDQUOT,
-                 Said("Couldn't flush PID to path [PIDFILE], error 122.\n"
-                      "Child could not exec PROGRAM, read 4, error 122.\n")},
+                 Said("Couldn't flush PID to path [PIDFILE], error " + std::to_string(EDQUOT) +
+                      ".\n"
+                      "Child could not exec PROGRAM, read 4, error " +
+                      std::to_string(EDQUOT) + ".\n")},
                 A_FAILED_DAEMON},
         Failure{"Execution",
                 {DAEMON, "execv", E2BIG},
@@ -541,7 +545,7 @@ TEST_F(DaemonizeFaults, ALimitThatCannotBeReadStays)
         return Tried({{CHILD, "getrlimit", EINVAL}}).value;
     });
     EXPECT_EQ(result.value, 1);
-    EXPECT_EQ(ToldAndEnded().The("addressSpace"), "1125899906842624 2251799813685248");
+    EXPECT_EQ(ToldAndEnded().The(LIMIT_OF_RLIMIT_AS), "1125899906842624 2251799813685248");
 }
 
 // ---- Failures in a failure
@@ -550,7 +554,8 @@ TEST_F(DaemonizeFaults, APidFileThatCannotBeRemovedDoesNotHideTheFailure)
 {
     EXPECT_EQ(Tried({{CALLER, "fork", EAGAIN}, {CALLER, "unlink", EPERM}}),
               (Result{0, EAGAIN,
-                      Said("Couldn't fork first child, error 11.\n"
+                      Said("Couldn't fork first child, error " + std::to_string(EAGAIN) +
+                           ".\n"
                            "Unable to unlink PIDFILE: 1\n")}));
     EXPECT_TRUE(HasPidFile());
 }

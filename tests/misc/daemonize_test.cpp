@@ -235,7 +235,7 @@ TEST_F(Daemonize, StartsWithoutTimersAndWithTheWholeAddressSpace)
     EXPECT_EQ(result.value, 1);
     const State state = ToldAndEnded();
     EXPECT_EQ(state.All("timer"), std::vector<std::string>());
-    EXPECT_EQ(state.The("addressSpace"), "2251799813685248 2251799813685248");
+    EXPECT_EQ(state.The(LIMIT_OF_RLIMIT_AS), "2251799813685248 2251799813685248");
 }
 
 TEST_F(Daemonize, PassesNoArgumentsOrManyWithEveryByte)
@@ -486,8 +486,8 @@ TEST_F(Daemonize, LetsALockedPidFileBe)
     for (int i = 0; i < 2; i++) {
         EXPECT_EQ(Tried(DAEMONIZE_LOCK_PIDFILE, PidPath(), TELL_STATE),
                   (Result{false, EWOULDBLOCK,
-                          "Hostinfo_Daemonize: Lock held on PID path [" + PidPath() +
-                              "], error 11, not daemonizing.\n"}));
+                          "Hostinfo_Daemonize: Lock held on PID path [" + PidPath() + "], error " +
+                              std::to_string(EAGAIN) + ", not daemonizing.\n"}));
         EXPECT_EQ(Content(PidPath()), content) << "it is the running daemon's";
     }
     EXPECT_EQ(content, Told().The("pid") + "\n");

@@ -92,8 +92,8 @@ TEST_F(Execute, SearchesThePathAndPassesEveryArgument)
 TEST_F(Execute, WithoutWaitingLeavesTheChildToTheCaller)
 {
     int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    ASSERT_EQ(fcntl(ends[0], F_SETFD, 0), 0);
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(fcntl(ends[1], F_SETFD, FD_CLOEXEC), 0);
     EXPECT_EQ(Shell("read line <&" + std::to_string(ends[0]) + "; exit 5", false, {ends[0]}), 0);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), 0) << "it runs";
     close(ends[1]);
@@ -178,7 +178,7 @@ TEST_F(Execute, StartsWithAResetStateAndWhatIsKept)
     EXPECT_EQ(fds[4], "55 rw /dev/zero");
     EXPECT_EQ(state.The("ignored"), "0000000000000000");
     EXPECT_EQ(state.All("timer"), std::vector<std::string>());
-    EXPECT_EQ(state.The("addressSpace"), "2251799813685248 2251799813685248");
+    EXPECT_EQ(state.The(LIMIT_OF_RLIMIT_AS), "2251799813685248 2251799813685248");
     EXPECT_EQ(state.The("session"), std::to_string(getsid(0))) << "and so is the session";
     EXPECT_EQ(state.The("cwd"), std::filesystem::current_path().string());
 }

@@ -33,7 +33,7 @@ std::map<std::string, Product> sPlists; // by their paths
 std::vector<std::string> sPlistsRead;
 int sListsOpen;
 
-void Put(char (&field)[65], const std::optional<std::string> &text)
+template <size_t N> void Put(char (&field)[N], const std::optional<std::string> &text)
 {
     if (text) { strcpy(field, text->c_str()); }
 }

@@ -420,8 +420,8 @@ inline std::vector<Wrapper> Wrappers()
         {.name = "MkTemp",
          .wrapped = [](Texts text) { return Taken(Posix_MkTemp(text[0])); },
          .bare = [](Texts text) { return Taken(BareMkTemp(text[0])); },
-         .bad = {FILE_NAME},
-         .error = EINVAL,
+         .bad = {"missing/\xC3\xA9XXXXXX"},
+         .error = ENOENT,
          .nullable = 0},
         {.name = "Execl",
          .wrapped =

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <functional>
 #include <string_view>
-#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 
 // What readlink() was asked, and what it answers in the kernel's place when that is set.
@@ -30,8 +29,10 @@ ssize_t __wrap_readlink(const char *path, char *buffer, size_t size)
     sLinkSizes.push_back(size);
     sLinkPaths.emplace_back(path == nullptr ? "NULL" : path);
     if (sAnswerLink) { return sAnswerLink(buffer, size); }
-    // The kernel takes NULL, what a sanitizer puts before it does not.
-    if (path == nullptr) { return syscall(SYS_readlink, path, buffer, size); }
+    if (path == nullptr) { // the kernel takes NULL, what a sanitizer puts before it does not
+        errno = EFAULT;
+        return -1;
+    }
     return __real_readlink(path, buffer, size);
 }
 int __real_chown(const char *path, uid_t owner, gid_t group);
@@ -49,7 +50,7 @@ int __wrap_lchown(const char *path, uid_t owner, gid_t group)
 int __real_mknod(const char *path, mode_t mode, dev_t device);
 int __wrap_mknod(const char *path, mode_t mode, dev_t device)
 {
-    sGiven = {mode, device};
+    sGiven = {mode, static_cast<unsigned long>(device)};
     return __real_mknod(path, mode, device);
 }
 FILE *__real_popen(const char *command, const char *mode);

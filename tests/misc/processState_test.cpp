@@ -71,7 +71,7 @@ TEST_F(ProcessState, HasDefaultActionsForTheFirst32Signals)
 {
     ExpectInProcess([] {
         const auto handler = [](int) {};
-        for (int number = 1; number <= SIGRTMAX; number++) {
+        for (int number = 1; number < NSIG; number++) {
             signal(number, number % 2 == 0 ? SIG_IGN : handler);
         }
         HostinfoResetProcessState(nullptr, 0);
@@ -80,14 +80,14 @@ TEST_F(ProcessState, HasDefaultActionsForTheFirst32Signals)
         sigdelset(&others, SIGKILL);
         sigdelset(&others, SIGSTOP);
         std::string wrong;
-        for (int number = 1; number <= SIGRTMAX; number++) {
+        for (int number = 1; number < NSIG; number++) {
             struct sigaction action;
             if (number == SIGKILL || number == SIGSTOP ||
                 sigaction(number, nullptr, &action) != 0) {
                 continue;
             }
             bool isReset = action.sa_handler == SIG_DFL && (action.sa_flags & SA_RESTART) != 0;
-            for (int other = 1; other <= SIGRTMAX; other++) {
+            for (int other = 1; other < NSIG; other++) {
                 isReset =
                     isReset && sigismember(&action.sa_mask, other) == sigismember(&others, other);
             }

@@ -20,6 +20,7 @@
 #include <string>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -52,6 +53,10 @@ inline std::string OwnDescriptor(int fd)
                                  : " rw ") +
            std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)).string();
 }
+
+// What tellState calls the limit that RLIMIT_AS is here.
+inline const std::string LIMIT_OF_RLIMIT_AS =
+    static_cast<int>(RLIMIT_AS) == static_cast<int>(RLIMIT_RSS) ? "residentSet" : "addressSpace";
 
 // What this process and its children write to standard error meanwhile.  GoogleTest's own cannot be
 // used in a child again.

@@ -69,6 +69,13 @@ void TellTimers()
     }
 }
 
+void TellLimit(const std::string &name, decltype(RLIMIT_AS) resource)
+{
+    rlimit limit;
+    if (getrlimit(resource, &limit) != 0) { abort(); }
+    Tell(name, std::to_string(limit.rlim_cur) + " " + std::to_string(limit.rlim_max));
+}
+
 bool Write(FILE *file)
 {
     return file != nullptr && fwrite(sReport.data(), 1, sReport.size(), file) == sReport.size() &&
@@ -103,9 +110,8 @@ int main(int argc, char **argv)
     const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC);
     Tell("terminal", terminal == -1 ? "none" : "there");
     if (terminal != -1) { close(terminal); }
-    rlimit limit;
-    if (getrlimit(RLIMIT_AS, &limit) != 0) { abort(); }
-    Tell("addressSpace", std::to_string(limit.rlim_cur) + " " + std::to_string(limit.rlim_max));
+    TellLimit("addressSpace", RLIMIT_AS);
+    TellLimit("residentSet", RLIMIT_RSS);
 
     if (!Report()) { return 1; }
     if (getenv("TELL_STAY") != nullptr) {

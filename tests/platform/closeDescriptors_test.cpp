@@ -1,12 +1,12 @@
 // Closing many descriptors, in each of the ways that a kernel may leave.
 #include <closeDescriptors.h>
 
+#include "closingWays.h"
+
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <dirent.h>
 #include <fcntl.h>
 #include <functional>
 #include <set>
@@ -15,52 +15,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-static int sRangeError;   // of close_range(); 0: it works
-static int sListingError; // of opening the list
-static int sReadingError; // of reading it
-static int sCloses;       // calls of close()
-
-extern "C" {
-int __real_close_range(unsigned first, unsigned last, int flags);
-int __wrap_close_range(unsigned first, unsigned last, int flags)
-{
-    if (sRangeError == 0) { return __real_close_range(first, last, flags); }
-    errno = sRangeError;
-    return -1;
-}
-int __real_open(const char *path, int flags, ...);
-int __wrap_open(const char *path, int flags, ...)
-{
-    if (sListingError == 0 || (flags & O_DIRECTORY) == 0) { return __real_open(path, flags); }
-    errno = sListingError;
-    return -1;
-}
-ssize_t __real_getdents64(int fd, void *entries, size_t size);
-ssize_t __wrap_getdents64(int fd, void *entries, size_t size)
-{
-    if (sReadingError == 0) { return __real_getdents64(fd, entries, size); }
-    errno = sReadingError;
-    return -1;
-}
-int __real_close(int fd);
-int __wrap_close(int fd)
-{
-    sCloses++;
-    return __real_close(fd);
-}
-}
-
 namespace {
 
-constexpr int MANY = 900, ABOVE = 2000;
+constexpr int ABOVE = 2000; // is open, too
 
 bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
-struct WayCase {
-    const char *name;
-    int rangeError, listingError, readingError;
-    int mostCloses; // for MANY open descriptors
-};
 class CloseDescriptors : public testing::TestWithParam<WayCase> {
 protected:
     // What is wrong in a process with 3 to MANY open, and ABOVE, after the body.
@@ -74,16 +34,13 @@ protected:
             getrlimit(RLIMIT_NOFILE, &limit);
             limit.rlim_cur = limit.rlim_max;
             setrlimit(RLIMIT_NOFILE, &limit); // often 1024 to begin with
-            const int report = ABOVE + 1, file = __real_open("/dev/null", O_RDWR);
+            const int report = ABOVE + 1, file = open("/dev/null", O_RDWR);
             dup2(ends[1], report);
             for (int fd = 3; fd <= MANY; fd++) {
                 if (fd != file) { dup2(file, fd); }
             }
             dup2(file, ABOVE);
-            const WayCase &row = GetParam();
-            sRangeError = row.rangeError;
-            sListingError = row.listingError;
-            sReadingError = row.readingError;
+            sTrouble = GetParam().trouble;
             sCloses = 0;
             const std::string wrong = body();
             const bool isTold =
@@ -157,11 +114,6 @@ TEST_P(CloseDescriptorsThatAreOpen, CostsWhatIsOpenNotWhatThereMayBe)
     EXPECT_EQ(wrong, "");
 }
 
-constexpr WayCase KNOWING[] = {{"TheKernelsCall", 0, 0, 0, 0},
-                               {"TheListWithoutTheCall", ENOSYS, 0, 0, MANY + 8},
-                               {"TheListWithTheCallForbidden", EPERM, 0, 0, MANY + 8}};
-constexpr WayCase LAST_RESORT[] = {{"NumberWithoutAList", ENOSYS, ENOENT, 0, INT_MAX},
-                                   {"NumberWithAListThatCannotBeRead", EPERM, 0, EACCES, INT_MAX}};
 const auto WAY_NAME = [](const auto &row) { return row.param.name; };
 INSTANTIATE_TEST_SUITE_P(By, CloseDescriptors, testing::ValuesIn(KNOWING), WAY_NAME);
 INSTANTIATE_TEST_SUITE_P(ByEach, CloseDescriptors, testing::ValuesIn(LAST_RESORT), WAY_NAME);

@@ -705,6 +705,18 @@ TEST(FormatPositions, SkipWhatNothingNamesAsInts)
     EXPECT_EQ(Format("%5$s %1$s", "a", 0, 0, 0, "e"), "e a");
 }
 
+TEST(FormatPositions, NothingLiesBehindAnArgumentThatIsNamedAgainAsLonger)
+{
+    const auto filled = [](const char *format, auto... values) {
+        char stack[4096]; // where the next call has its table
+        memset(stack, 0xAA, sizeof stack);
+        asm volatile("" : : "r"(stack) : "memory");
+        return FormatWith(bsd_vsnprintf, format, values...);
+    };
+    EXPECT_EQ(filled("%1$zu %1$d", -2), "4294967294 -2");
+    EXPECT_EQ(filled("%1$lld %d", 7), "7 7");
+}
+
 TEST(FormatPositions, MayBeMoreThanEight)
 {
     EXPECT_EQ(Format("%7$d%6$d%5$d%4$d%3$d%2$d%1$d", 1, 2, 3, 4, 5, 6, 7), "7654321");

@@ -79,7 +79,7 @@ int RunWhereThereCanBeNoChild()
 TEST_F(RunScriptTest, TellsWhenThereCanBeNoChild)
 {
     EXPECT_EXIT(_exit(RunWhereThereCanBeNoChild() + 40), testing::ExitedWithCode(41),
-                "^fork\\(\\) failed with error 11\n$");
+                "^fork\\(\\) failed with error " + std::to_string(EAGAIN) + "\n$");
 }
 
 TEST_F(RunScriptTest, KeepsOutputOutOfTheProtocol)

@@ -63,3 +63,6 @@ void PrepareThreadLocals(const Image &image);
 
 // Runs the image's initialisers and its main(); returns its status.
 int StartImage(const Image &image, int argc, char **argv);
+// What the program was started with.
+int *ProgramArgumentCount();
+char ***ProgramArguments();

@@ -16,7 +16,7 @@ from pathlib import Path
 
 HEADERS = """cstdio cstdlib cstring cstddef cctype cwctype clocale cerrno climits csignal unistd.h fcntl.h dirent.h
 dlfcn.h grp.h pwd.h langinfo.h libproc.h locale.h mach-o/compact_unwind_encoding.h mach-o/loader.h mach-o/nlist.h mach/mach.h mach/mach_time.h mach_debug/mach_debug_types.h poll.h
-pthread.h runetype.h sys/file.h sys/mman.h sys/mount.h sys/param.h sys/resource.h sys/socket.h sys/stat.h
+pthread.h copyfile.h regex.h runetype.h sys/file.h sys/mman.h sys/mount.h sys/param.h sys/resource.h sys/socket.h sys/stat.h
 sys/sysctl.h sys/time.h sys/types.h sys/utsname.h sys/wait.h time.h utime.h wchar.h xlocale.h""".split()
 FAMILIES = {
     "errno": r"E(?!OF$|LAST$|XIT|RA$)[A-Z0-9]+",

@@ -36,6 +36,7 @@ Rows RuntimeRows();    // start, end, exceptions, dyld
 Rows KernelRows();     // sysctl, Mach, libproc
 Rows FoundationRows(); // Core Foundation, SystemConfiguration
 Rows NetworkRows();    // addresses
+Rows SuiteRows();      // what only GoogleTest and the suites call
 
 // The row's address, or nullptr; the name is as the image has it, with its underscore.
 void *FindRow(std::string_view name);

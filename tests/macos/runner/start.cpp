@@ -12,7 +12,13 @@ using Main = int (*)(int, char **, char **, const char *const *);
 
 const char *const NO_KERNEL_STRINGS[] = {nullptr};
 
+int sArgc;
+char **sArgv;
+
 } // namespace
+
+int *ProgramArgumentCount() { return &sArgc; }
+char ***ProgramArguments() { return &sArgv; }
 
 int StartImage(const Image &image, int argc, char **argv)
 {
@@ -20,6 +26,8 @@ int StartImage(const Image &image, int argc, char **argv)
         image.FindSection(DARWIN_S_INIT_FUNC_OFFSETS) != nullptr) {
         Refuse("initialisers by offset, and terminators, are not known");
     }
+    sArgc = argc;
+    sArgv = argv;
     for (const Section &section : image.sections) {
         if (section.type != DARWIN_S_MOD_INIT_FUNC_POINTERS) { continue; }
         const std::span initialisers(reinterpret_cast<Initialiser *>(section.start),

@@ -34,6 +34,7 @@ constexpr Pair FLOCKS[] = {PAIR(LOCK_SH), PAIR(LOCK_EX), PAIR(LOCK_NB), PAIR(LOC
 constexpr Pair PROTECTIONS[] = {PAIR(PROT_READ), PAIR(PROT_WRITE), PAIR(PROT_EXEC)};
 constexpr Pair MAPPINGS[] = {PAIR(MAP_SHARED), PAIR(MAP_PRIVATE), PAIR(MAP_FIXED), PAIR(MAP_ANON),
                              PAIR(MAP_NORESERVE)};
+constexpr Pair AT_FLAGS[] = {PAIR(AT_SYMLINK_NOFOLLOW), PAIR(AT_REMOVEDIR)};
 constexpr Pair MOUNTS[] = {{ST_RDONLY, DARWIN_MNT_RDONLY}};
 const Pair PATH_LIMITS[] = {
 #include "pathconf.inc"
@@ -55,6 +56,8 @@ int OpenFlags(const char *call, int darwin)
     return (darwin & O_ACCMODE) | HostFlags(call, OPEN_FLAGS, darwin & ~O_ACCMODE);
 }
 
+int HostFolder(int darwin) { return darwin == DARWIN_AT_FDCWD ? AT_FDCWD : darwin; }
+
 int Open(const char *path, int darwinFlags, ...)
 {
     const int flags = OpenFlags("open", darwinFlags);
@@ -67,6 +70,45 @@ int Open(const char *path, int darwinFlags, ...)
     }
     const HandOnErrno handOn;
     return open(path, flags, mode);
+}
+
+int OpenAt(int folder, const char *path, int darwinFlags, int mode)
+{
+    const int flags = OpenFlags("openat", darwinFlags);
+    const HandOnErrno handOn;
+    return openat(HostFolder(folder), path, flags, static_cast<mode_t>(mode));
+}
+
+int Creat(const char *path, int mode)
+{
+    const HandOnErrno handOn;
+    return creat(path, static_cast<mode_t>(mode));
+}
+
+int UnlinkAt(int folder, const char *path, int flags)
+{
+    const HandOnErrno handOn;
+    return unlinkat(HostFolder(folder), path, HostFlags("unlinkat", AT_FLAGS, flags));
+}
+
+int ChmodAt(int folder, const char *path, int mode, int flags)
+{
+    const HandOnErrno handOn;
+    return fchmodat(HostFolder(folder), path, static_cast<mode_t>(mode),
+                    HostFlags("fchmodat", AT_FLAGS, flags));
+}
+
+int OpenTerminal(int flags)
+{
+    const int host = OpenFlags("posix_openpt", flags);
+    const HandOnErrno handOn;
+    return posix_openpt(host);
+}
+
+int Mprotect(void *address, size_t size, int protection)
+{
+    const HandOnErrno handOn;
+    return mprotect(address, size, HostFlags("mprotect", PROTECTIONS, protection));
 }
 
 int LockFile(int fd, int command, DarwinFlock &darwin)
@@ -236,6 +278,8 @@ int Utimes(const char *path, const DarwinTimeval *times)
 
 long Pathconf(const char *path, int name)
 {
+    constexpr int LAST_NAME = 100; // Darwin has none above
+    if (name > LAST_NAME) { return Fail(DARWIN_EINVAL); }
     const HandOnErrno handOn;
     return pathconf(path, HostOption("pathconf", "name", PATH_LIMITS, name));
 }
@@ -250,6 +294,13 @@ Folder *Opendir(const char *path)
 {
     const HandOnErrno handOn;
     DIR *host = opendir(path);
+    return host == nullptr ? nullptr : new Folder{host, {}};
+}
+
+Folder *OpenFolder(int fd)
+{
+    const HandOnErrno handOn;
+    DIR *host = fdopendir(fd);
     return host == nullptr ? nullptr : new Folder{host, {}};
 }
 
@@ -283,18 +334,22 @@ const Row ROWS[] = {
     WITH_ERRNO(chown),
     WITH_ERRNO(close),
     {"closedir", RowAddress(&Closedir)},
+    TRANSLATED(creat, Creat),
     WITH_ERRNO(dup),
     WITH_ERRNO(dup2),
     WITH_ERRNO(fchdir),
     WITH_ERRNO(fchmod),
+    TRANSLATED(fchmodat, ChmodAt),
     WITH_ERRNO(fchown),
     TRANSLATED(fcntl, Fcntl),
+    {"fdopendir$INODE64", RowAddress(&OpenFolder)},
     TRANSLATED(flock, Flock),
     {"fstat", RowAddress(&StatBy<DarwinOldStat, &fstat, int>)},
     {"fstat$INODE64", RowAddress(&StatBy<DarwinStat, &fstat, int>)},
     WITH_ERRNO(fsync),
     WITH_ERRNO(ftruncate),
     WITH_ERRNO(getcwd),
+    WITH_ERRNO(grantpt),
     WITH_ERRNO(isatty),
     WITH_ERRNO(lchown),
     WITH_ERRNO(link),
@@ -307,12 +362,16 @@ const Row ROWS[] = {
     TRANSLATED(mknod, Mknod),
     TRANSLATED(mkstemp, Mkstemp),
     TRANSLATED(mmap, Mmap),
+    TRANSLATED(mprotect, Mprotect),
     WITH_ERRNO(munmap),
     TRANSLATED(open, Open),
+    TRANSLATED(openat, OpenAt),
     {"opendir$INODE64", RowAddress(&Opendir)},
     TRANSLATED(pathconf, Pathconf),
     WITH_ERRNO(pipe),
+    TRANSLATED(posix_openpt, OpenTerminal),
     WITH_ERRNO(pread),
+    WITH_ERRNO(ptsname),
     WITH_ERRNO(pwrite),
     WITH_ERRNO(read),
     {"readdir$INODE64", RowAddress(&Readdir)},
@@ -327,6 +386,8 @@ const Row ROWS[] = {
     WITH_ERRNO(truncate),
     ALIKE(umask),
     WITH_ERRNO(unlink),
+    TRANSLATED(unlinkat, UnlinkAt),
+    WITH_ERRNO(unlockpt),
     TRANSLATED(utime, Utime),
     TRANSLATED(utimes, Utimes),
     WITH_ERRNO(write),

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <mach/mach.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysctl.h>
 #include <unistd.h>
@@ -22,11 +23,23 @@ static_assert(sizeof(vm_statistics) == DARWIN_SIZEOF_vm_statistics);
 static_assert(sizeof(mach_zone_name_t) == DARWIN_SIZEOF_mach_zone_name_t);
 static_assert(sizeof(mach_zone_info_t) == DARWIN_SIZEOF_mach_zone_info_t);
 
+// Darwin's kernel needs none to tell, so the process may have as many as it may.
+template <typename Call> auto WithMoreDescriptors(Call call)
+{
+    rlimit before, more;
+    getrlimit(RLIMIT_NOFILE, &before);
+    more = {before.rlim_max, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &more);
+    const auto result = call();
+    setrlimit(RLIMIT_NOFILE, &before);
+    return result;
+}
+
 // The descriptors that are open, but for the one that tells.
 std::vector<int> OpenDescriptors()
 {
     std::vector<int> open;
-    DIR *folder = opendir("/proc/self/fd");
+    DIR *folder = WithMoreDescriptors([] { return opendir("/proc/self/fd"); });
     if (folder == nullptr) { Refuse("proc_pidinfo: /proc/self/fd cannot be read"); }
     while (const dirent *entry = readdir(folder)) {
         const int fd = atoi(entry->d_name);

@@ -93,29 +93,37 @@ sigset_t HostSet(uint32_t darwin)
     return host;
 }
 
+// The signals of a mask that this host lacks; they are only remembered.
+uint32_t sLacking[DARWIN_NSIG];
+uint32_t LackingIn(uint32_t mask) { return mask & ~DarwinSet(HostSet(mask)); }
+
 int SetAction(int darwin, const DarwinSigaction *wanted, DarwinSigaction *before)
 {
     if (!IsSignal(darwin)) { return Fail(DARWIN_EINVAL); }
     const int signal = HostSignal(darwin);
-    if (signal == -1) { // one that this host lacks: it keeps its default
-        if (before != nullptr) { *before = {}; }
+    if (signal == -1) { // one that this host lacks, and nobody sends: its action is only remembered
+        static DarwinSigaction sActions[DARWIN_NSIG];
+        if (before != nullptr) { *before = sActions[darwin]; }
+        if (wanted != nullptr) { sActions[darwin] = *wanted; }
         return 0;
     }
     struct sigaction host = {}, old = {};
     const Handler oldHandler = sHandlers[darwin];
+    const uint32_t oldLacking = sLacking[darwin];
     if (wanted != nullptr) {
         const auto handler = reinterpret_cast<Handler>(wanted->handler);
         host.sa_handler = IsSpecial(handler) ? handler : CallHandler;
         host.sa_mask = HostSet(wanted->sa_mask);
         host.sa_flags = HostFlags("sigaction", ACTION_FLAGS, wanted->sa_flags);
         if (!IsSpecial(handler)) { sHandlers[darwin] = handler; }
+        sLacking[darwin] = LackingIn(wanted->sa_mask);
     }
     const HandOnErrno handOn;
     if (sigaction(signal, wanted == nullptr ? nullptr : &host, &old) != 0) { return -1; }
     if (before != nullptr) {
         const Handler handler = old.sa_handler == CallHandler ? oldHandler : old.sa_handler;
         // 0x04000000 is this host's own flag for the C library's way back from a handler.
-        *before = {reinterpret_cast<void *>(handler), DarwinSet(old.sa_mask),
+        *before = {reinterpret_cast<void *>(handler), DarwinSet(old.sa_mask) | oldLacking,
                    DarwinFlags("sigaction", ACTION_FLAGS, old.sa_flags & ~0x04000000)};
     }
     return 0;

@@ -1,5 +1,6 @@
 // runtime.cpp -- start and end of a program, exceptions, dyld.
 #include "../errnos.h"
+#include "../image.h"
 #include "../refuse.h"
 #include "../rows.h"
 #include "../wrapped.h"
@@ -64,6 +65,8 @@ void *Dlopen(const char *path, int mode)
 }
 
 const Row ROWS[] = {
+    {"_NSGetArgc", RowAddress(&ProgramArgumentCount)},
+    {"_NSGetArgv", RowAddress(&ProgramArguments)},
     {"_NSGetExecutablePath", RowAddress(&ExecutablePath)},
     {"_Unwind_Backtrace", RowAddress(&_Unwind_Backtrace)},
     {"_Unwind_DeleteException", RowAddress(&_Unwind_DeleteException)},
