@@ -38,8 +38,10 @@ for package in $PACKAGES; do
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
         missing="$missing $package"
 done
-# The cross compiler comes through npm; any that is there will do.
+# The cross compiler comes through npm, and node runs the macOS scripts' JavaScript in the tests.  Any that
+# are there will do: other packages than Debian's hold both.
 command -v npm >/dev/null || missing="$missing npm"
+command -v node >/dev/null || missing="$missing nodejs"
 if [ -z "$missing" ]; then
     say 'every package is installed'
     exit 0

@@ -31,6 +31,7 @@ from pathlib import Path
 
 SCRIPT_TESTS = Path(__file__).resolve().parents[1]
 sys.path[:0] = [str(SCRIPT_TESTS), str(SCRIPT_TESTS.parent / 'support')]
+import javaScript  # noqa: E402
 import scriptRunner  # noqa: E402
 from scriptRunner import HANG, SHARES, read, run_command, script_path, write  # noqa: E402
 from throwAway import require_sandbox  # noqa: E402
@@ -80,6 +81,7 @@ class Mac:
         self.records = {'Users': {}, 'Groups': {}, 'SharePoints': {}}
         self.hash_types = {}   # user -> the types that are asked for
         self.passwords = {}    # user -> bytes, as it was set last
+        self.password_refusals = []  # what becomes of each try to set one; see osascript.js
         self.nt_hashes = {}    # user -> bytes, when it was set after SMB-NT was asked for
         self.entries = {}      # path -> [(UUID of the user, kind, rights, inherited)]
         self.network_users = {}
@@ -251,18 +253,19 @@ class Programs:
         return 'Setting hash types for %s\n' % args[1]
 
     def osascript(self, args, stdin):
-        if args[:3] != ['-l', 'JavaScript', '-e'] or len(args) != 5 or not all(
-                word in args[3] for word in ('ObjC.import("OpenDirectory")', 'readDataToEndOfFile',
-                                             'changePasswordToPasswordError', 'argv[0]')):
+        if args[:3] != ['-l', 'JavaScript', '-e'] or len(args) < 4:
             raise Misuse
-        try:
-            stdin.decode()
-        except UnicodeDecodeError as error:
-            raise Refusal('execution error: the password is not valid UTF-8') from error
-        self.mac.user_uuid(args[4])
-        self.mac.passwords[args[4]] = stdin
-        if 'SMB-NT' in self.mac.hash_types.get(args[4], []):
-            self.mac.nt_hashes[args[4]] = stdin
+        known = [name for name, user in self.mac.records['Users'].items() if 'UniqueID' in user]
+        refusal = self.mac.password_refusals.pop(0) if self.mac.password_refusals else None
+        answer = javaScript.run(args[3], args[4:], stdin, known, refusal)
+        if answer.misuses:
+            raise Misuse(answer.misuses)
+        for user, password in answer.passwords:
+            self.mac.passwords[user] = password
+            if 'SMB-NT' in self.mac.hash_types.get(user, []):
+                self.mac.nt_hashes[user] = password
+        if answer.status:
+            raise Refusal(answer.complaint, answer.status)
         return ''
 
     # -- shares
@@ -438,9 +441,10 @@ class Programs:
 # ---- Answering
 
 class Call:
-    def __init__(self, argv, environ, stdin, cwd):
+    def __init__(self, argv, environ, stdin, pid):
         self.path, self.args = argv[0], argv[1:]
-        self.cwd = cwd
+        self.pid = pid # it waits until it is answered
+        self.cwd = os.readlink('/proc/%d/cwd' % pid)
         self.name = os.path.basename(argv[0])
         self.environ, self.stdin = environ, stdin
 
@@ -488,7 +492,7 @@ class Host:
                 argv, environ, stdin = (file.read(size) for size in sizes)
                 caller = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
                 call = Call([os.fsdecode(word) for word in argv.split(b'\0')[:-1]], environ, stdin,
-                            os.readlink('/proc/%d/cwd' % struct.unpack('=3i', caller)[0]))
+                            struct.unpack('=3i', caller)[0])
                 if self.hook:
                     self.hook(call)
                 with self.lock:
