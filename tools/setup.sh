@@ -8,9 +8,9 @@
 set -eu
 
 PACKAGES="
-    bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ git icu-devtools inotify-tools
+    busybox bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ git icu-devtools inotify-tools
     iproute2 libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils lintian
-    llvm-14 locales make mandoc mmdebstrap ninja-build pkg-config procps python3 samba shellcheck
+    llvm-14 locales make mandoc mmdebstrap ninja-build original-awk pkg-config procps python3 samba shellcheck
     smbclient strace systemd unicode-data util-linux valgrind
 "
 BENCH_PACKAGES="

@@ -1,0 +1,77 @@
+"""The macOS share scripts with text programs that lack GNU's inventions, as those of a Mac do.
+
+All tests of test_macos.py, with awk from the source that a Mac's is made of, and busybox for the rest.
+"""
+
+import os
+import shutil
+import subprocess
+import unittest
+
+import machost
+import test_macos
+from machost import HERE, MacTest
+
+TOOLS = '/tmp/textTools'
+BUSYBOX = ('cat', 'grep', 'head', 'ln', 'mkdir', 'rm', 'rmdir', 'sed', 'sort', 'tr', 'wc')
+
+host = None
+
+
+def setUpModule():
+    global host  # pylint: disable=global-statement
+    host = machost.set_up()
+    machost.SHELLS = {'dash': ['/bin/dash']}  # test_macos.py has the others
+    os.mkdir(TOOLS)
+    shutil.copy('/usr/bin/original-awk', TOOLS + '/awk')
+    for name in BUSYBOX:
+        shutil.copy('/bin/busybox', '%s/%s' % (TOOLS, name))
+    subprocess.run(['cc', '-O1', '-static', '-Wall', '-Wextra', '-Werror', '-o', '/tmp/textTool',
+                    HERE + '/textTool.c'], check=True)
+    for name in os.listdir(TOOLS):
+        os.unlink('/usr/bin/' + name)
+        shutil.copy('/tmp/textTool', '/usr/bin/' + name)
+
+
+def load_tests(_, own, __):
+    return unittest.TestSuite([own, unittest.defaultTestLoader.loadTestsFromModule(test_macos)])
+
+
+class TheTools(MacTest):
+    """That they are others than this machine's."""
+
+    def run_tool(self, *argv, text='', **kwargs):
+        return subprocess.run(argv, input=text, capture_output=True, text=True, check=False, **kwargs)
+
+    def assert_misused(self, *argv):
+        self.run_tool(*argv)
+        self.assertEqual([argv[0] in one for one in host.misuses], [True])
+        host.misuses.clear()
+
+    def test_expressions_that_only_gnu_has_are_misuses(self):
+        for argv in (('sed', '-n', r's/^\s*x//p'), ('sed', r's/a\+/b/'), ('sed', r's/a\|b/c/'),
+                     ('sed', r's/\t/ /'), ('grep', r'\bx'), ('grep', '-e', r'\w')):
+            with self.subTest(argv):
+                self.assert_misused(*argv)
+
+    def test_other_expressions_are_not(self):
+        self.assertEqual(self.run_tool('sed', '-n', r's/^[[:blank:]]*\(x\.\)/<\1>/p', text='\t x.y\n').stdout,
+                         '<x.>y\n')
+        self.assertEqual(self.run_tool('grep', '-ixF', '-e', r'\w', text='\\W\n').stdout, '\\W\n')
+
+    def test_they_are_not_gnus(self):
+        self.assertIn('busybox', self.run_tool('sed', '--version').stdout.lower() +
+                      self.run_tool('grep', '--help').stderr.lower())
+        self.assertIn('awk version 20', self.run_tool('awk', '--version').stdout)
+        self.assertIn('calling undefined function gensub',
+                      self.run_tool('awk', 'BEGIN { print gensub("a", "b", "g", "a") }').stderr)
+
+    def test_wc_prints_blanks_first(self):
+        self.assertEqual(self.run_tool('wc', '-c', text='abc').stdout, '       3\n')
+
+    def test_grep_takes_options_from_the_environment(self):
+        self.assertEqual(self.run_tool('grep', '-e', 'a', text='a\nb\n', env={'GREP_OPTIONS': '-v'}).stdout, 'b\n')
+
+
+if __name__ == '__main__':
+    unittest.main()
