@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/dash
 # adduser.sh USER USER PASSWORD_FILE -- makes the user that a share is served to.
 # Exit status: 0 the user can log in over SMB with that password; otherwise nothing was changed, and
 # stderr says why.

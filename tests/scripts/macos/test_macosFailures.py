@@ -1,6 +1,6 @@
 """The macOS share scripts when things fail: every call of theirs, signals, and other sessions.
 
-Against stand-ins of the programs that they call, like test_macos.py, and under the same shells.
+Against stand-ins of the programs that they call, like test_macos.py.
 """
 
 import os
