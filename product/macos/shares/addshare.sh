@@ -147,7 +147,7 @@ main() {
     user=$1 shareName=$3 shareTried=no
     checkHost
     checkUser "$1"
-    removeLeftoverShares
+    removeLeftoverShares || fail 'cannot clear away the shares of an earlier session'
     checkOneShare "$1"
     checkNameIsFree "$3"
     shareState=$SHARE_STATE/_$3

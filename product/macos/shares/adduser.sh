@@ -148,7 +148,7 @@ undo() {
 main() {
     [ -n "$session" ] || fail 'the caller has gone'
     makeWay "$1"
-    removeLeftoverShares
+    removeLeftoverShares || fail 'cannot clear away the shares of an earlier session'
     findNumber
     undoOnExit "undo $1"
     printf '' >"$USER_STATE/$1" || fail "cannot write $USER_STATE/$1"

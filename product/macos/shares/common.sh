@@ -439,13 +439,38 @@ removeSharesOf() {
     [ "$allRemoved" = yes ]
 }
 
-# Clears away what dead sessions left, so that a user of a new session never finds the share of an
-# old one whose user had the same name.
+# Clears away the shares that dead sessions left, so that a user of a new session never finds the share
+# of an old one whose user had the same name.  Returns 1 when one could not be, and says which.
 removeLeftoverShares() {
+    leftoversRemoved=yes
     for shareState in "$SHARE_STATE"/_*; do
         [ -d "$shareState" ] || continue
         ! isInUse "$shareState/owner" || continue
-        removeShare "${shareState#"$SHARE_STATE/_"}" || [ ! -d "$shareState" ] ||
-            fail 'cannot clear away the shares of an earlier session'
+        removeShare "${shareState#"$SHARE_STATE/_"}" || [ ! -d "$shareState" ] || leftoversRemoved=no
     done
+    [ "$leftoversRemoved" = yes ]
+}
+
+# clearDeadSessions: takes away all that sessions which have ended left, shares first and then users,
+# as underLock runs it.  What a living session has is not touched.  Returns 1 when something is left,
+# which stderr names; nothing keeps it from clearing the rest.
+clearDeadSessions() {
+    allCleared=yes
+    removeLeftoverShares || allCleared=no
+    for userNote in "$USER_STATE"/*; do
+        [ -f "$userNote" ] || continue
+        ! isInUse "$userNote" || continue
+        clearUser "${userNote##*/}" || allCleared=no
+    done
+    [ "$allCleared" = yes ]
+}
+
+# Removes the user that a dead session noted.  A record of that name that is not ours stays.
+clearUser() {
+    findUser "$1"
+    case $isOurs in
+        unknown) return 1 ;;
+        no) userListed=no groupListed=no ;;
+    esac
+    removeUser "$1" || { say "the user $1, or something of it, is left behind"; return 1; }
 }
