@@ -99,7 +99,7 @@ class Library(unittest.TestCase):
 
 class Bundle(unittest.TestCase):
     def test_holds_the_scripts_of_this_host(self):
-        for name in ("adduser", "addshare", "rmshare", "rmuser", "common"):
+        for name in ("adduser", "addshare", "rmshare", "rmuser", "clear", "common"):
             script = LIBRARY / f"shares/{name}.sh"
             self.assertEqual(script.read_bytes(), (ROOT / f"product/macos/shares/{name}.sh").read_bytes())
             self.assertEqual(os.access(script, os.X_OK), name != "common", script)

@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/dash
 # addshare.sh USER PASSWORD_FILE FOLDER SHARE ACCESS -- serves FOLDER as SHARE, with access for USER.
 # ACCESS is rw or ro.  macOS decides by the rights of the files, so the user gets an access entry on
 # the folder and what its owner has in it, and one to pass through each folder above that lets not
@@ -147,7 +147,7 @@ main() {
     user=$1 shareName=$3 shareTried=no
     checkHost
     checkUser "$1"
-    removeLeftoverShares
+    removeLeftoverShares || fail 'cannot clear away the shares of an earlier session'
     checkOneShare "$1"
     checkNameIsFree "$3"
     shareState=$SHARE_STATE/_$3

@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/dash
 # adduser.sh USER USER PASSWORD_FILE -- makes the user that a share is served to.
 # Exit status: 0 the user can log in over SMB with that password; otherwise nothing was changed, and
 # stderr says why.
@@ -148,7 +148,7 @@ undo() {
 main() {
     [ -n "$session" ] || fail 'the caller has gone'
     makeWay "$1"
-    removeLeftoverShares
+    removeLeftoverShares || fail 'cannot clear away the shares of an earlier session'
     findNumber
     undoOnExit "undo $1"
     printf '' >"$USER_STATE/$1" || fail "cannot write $USER_STATE/$1"

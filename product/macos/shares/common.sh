@@ -1,5 +1,5 @@
 # shellcheck shell=sh
-# common.sh -- what the four share scripts have in common.  It is sourced by them, never run.
+# common.sh -- what the share scripts have in common.  It is sourced by them, never run.
 #
 # What is ours is told by marks.  A user and the group of its own carry USER_MARK and their name as
 # their full name.  A share has a folder in SHARE_STATE, written before the first change is made, and
@@ -12,14 +12,19 @@
 # Programs that act on the system are called by their full path; the others (awk, cat, grep, iconv
 # and so on) are found in PATH and used with what all systems have in common.
 
+# The scripts are written for dash, which is there since macOS 10.15: /bin/sh may be any of three shells
+# on a Mac, and only in dash is the folder that pwd prints sure to be the one that cd has entered.  They
+# start anew once, because we are root and each variable that a shell or a program heeds is the
+# caller's: bytes are compared as bytes, and start times as text, which must not change when the Mac
+# travels.  The mark is the number of the process, which stays the same.
+if [ "${PELAGO_STARTED_ANEW-}" != "$$" ]; then
+    exec /usr/bin/env -i "PELAGO_STARTED_ANEW=$$" PATH=/usr/bin:/bin:/usr/sbin:/sbin LC_ALL=C TZ=UTC0 \
+        /bin/dash "$0" "$@"
+fi
+
 # shellcheck source=SCRIPTDIR/base.sh
 . "${0%/*}/base.sh"
 
-# PATH is fixed because we are root, bytes are compared as bytes, and start times are compared as
-# text, which must not change when the Mac travels.
-PATH=/usr/bin:/bin:/usr/sbin:/sbin LC_ALL=C TZ=UTC0
-export PATH LC_ALL TZ
-unset CDPATH
 (: 3>&1) 2>/dev/null || exec >/dev/null
 (: 3>&2) || exec 2>/dev/null # not silenced like the line above: that would open what it tests
 
@@ -434,13 +439,38 @@ removeSharesOf() {
     [ "$allRemoved" = yes ]
 }
 
-# Clears away what dead sessions left, so that a user of a new session never finds the share of an
-# old one whose user had the same name.
+# Clears away the shares that dead sessions left, so that a user of a new session never finds the share
+# of an old one whose user had the same name.  Returns 1 when one could not be, and says which.
 removeLeftoverShares() {
+    leftoversRemoved=yes
     for shareState in "$SHARE_STATE"/_*; do
         [ -d "$shareState" ] || continue
         ! isInUse "$shareState/owner" || continue
-        removeShare "${shareState#"$SHARE_STATE/_"}" || [ ! -d "$shareState" ] ||
-            fail 'cannot clear away the shares of an earlier session'
+        removeShare "${shareState#"$SHARE_STATE/_"}" || [ ! -d "$shareState" ] || leftoversRemoved=no
     done
+    [ "$leftoversRemoved" = yes ]
+}
+
+# clearDeadSessions: takes away all that sessions which have ended left, shares first and then users,
+# as underLock runs it.  What a living session has is not touched.  Returns 1 when something is left,
+# which stderr names; nothing keeps it from clearing the rest.
+clearDeadSessions() {
+    allCleared=yes
+    removeLeftoverShares || allCleared=no
+    for userNote in "$USER_STATE"/*; do
+        [ -f "$userNote" ] || continue
+        ! isInUse "$userNote" || continue
+        clearUser "${userNote##*/}" || allCleared=no
+    done
+    [ "$allCleared" = yes ]
+}
+
+# Removes the user that a dead session noted.  A record of that name that is not ours stays.
+clearUser() {
+    findUser "$1"
+    case $isOurs in
+        unknown) return 1 ;;
+        no) userListed=no groupListed=no ;;
+    esac
+    removeUser "$1" || { say "the user $1, or something of it, is left behind"; return 1; }
 }

@@ -13,7 +13,6 @@ was set after it was asked for, and setting an attribute can fail with status 0.
 import contextlib
 import copy
 import datetime
-import functools
 import os
 import re
 import shutil
@@ -43,7 +42,7 @@ STATE = '/var/db/pelago'
 LOCKS = '/var/run/pelago'
 MARK = 'Pelago share user'
 ACCESS_GROUP = 'com.apple.access_smb'
-SHELLS = {'dash': ['/bin/dash'], 'bash': ['/bin/bash', '--posix']}
+SHELL = ['/bin/dash']
 PASSWORD = 'correct horse'
 
 PROGRAMS = {
@@ -588,30 +587,14 @@ def set_up():
 # ---- The tests' base
 
 class MacTest(scriptRunner.ScriptTest):
-    """A new Mac for each test and shell, a private folder of bob's, and a password file."""
+    """A new Mac for each test, a private folder of bob's, and a password file."""
 
     maxDiff = None
-    shell = None
+    shell = SHELL
 
-    def __init_subclass__(cls):
-        for name, test in list(vars(cls).items()):
-            if name.startswith('test_'):
-                setattr(cls, name, cls.under_each_shell(test))
-
-    @staticmethod
-    def under_each_shell(test):
-        @functools.wraps(test)
-        def run(self):
-            for shell in SHELLS:
-                with self.subTest(shell=shell):
-                    self.shell = shell
-                    self.new_mac()
-                    try:
-                        test(self)
-                        self.assertEqual(HOST.misuses, [])
-                    finally:
-                        self.doCleanups()
-        return run
+    def setUp(self):
+        self.addCleanup(lambda: self.assertEqual(HOST.misuses, []))
+        self.new_mac()
 
     def new_mac(self):
         HOST.wipe()
@@ -636,7 +619,7 @@ class MacTest(scriptRunner.ScriptTest):
     # -- running
 
     def argv(self, name, args):
-        return [*SHELLS[self.shell], script_path(name), *args]
+        return [*self.shell, script_path(name), *args]
 
     def run_script(self, name, *args, run=run_command, **kwargs):
         return run(self.argv(name, args), **kwargs)

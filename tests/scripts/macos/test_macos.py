@@ -1,7 +1,7 @@
 """The macOS share scripts, against stand-ins of the programs that they call.
 
 What is proved is what the scripts ask of a Mac, in which order, and what they make of the answers.
-That a real Mac answers like this is not.  Every test runs under each shell that may be /bin/sh there.
+That a real Mac answers like this is not.
 """
 
 import os
@@ -68,7 +68,9 @@ FOLDERS = {
 
 # What the scripts may start besides the stand-ins, with options that every system has.
 TEXT_PROGRAMS = {
-    'awk': r'(-v \S+=\S+ )*[^-]', 'cat': r'/', 'grep': r'-(ixF|xF|wF) -e ', 'head': r'-c 130$',
+    'awk': r'(-v \S+=\S+ )*[^-]', 'cat': r'/', 'dash': r'/tmp/Pelago Test\.app/',
+    'env': r'-i PELAGO_STARTED_ANEW=\d+ PATH=/usr/bin:/bin:/usr/sbin:/sbin LC_ALL=C TZ=UTC0 /bin/dash /',
+     'grep': r'-(ixF|xF|wF) -e ', 'head': r'-c 130$',
     'iconv': r'-f UTF-8 -t UTF-16LE$', 'ln': r'/', 'mkdir': r'(-p|--) /', 'rm': r'-f (-- )?/',
     'rmdir': r'-- /', 'sed': r'-n s', 'sort': r'-n -- /',
     'tr': r'(-d )?(\S+|\S+ \S+| |\n \S*)$', 'wc': r'-c$',

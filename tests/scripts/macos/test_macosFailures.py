@@ -1,6 +1,6 @@
 """The macOS share scripts when things fail: every call of theirs, signals, and other sessions.
 
-Against stand-ins of the programs that they call, like test_macos.py, and under the same shells.
+Against stand-ins of the programs that they call, like test_macos.py.
 """
 
 import os
@@ -322,6 +322,78 @@ class Sessions(MacTest):
         host.hook = blind
         self.assert_refused(self.add_user(), 'in use')
         self.assert_unchanged(before)
+
+
+class Clearing(MacTest):
+    """clear.sh, which runs when the Mac has started."""
+
+    def test_takes_away_all_that_dead_sessions_left(self):
+        host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
+        before = host.snapshot()
+        sessions = [self.session(), self.session(), self.session()]
+        self.add_both(run=sessions[0].run)
+        self.assert_done(self.add_user('carol', run=sessions[1].run))
+        self.assert_done(self.add_share('Hers', 'carol', run=sessions[1].run))
+        self.assert_done(self.add_user('dave', run=sessions[2].run))
+        for session in sessions:
+            session.kill()
+        shutil.rmtree(machost.LOCKS)  # as after a boot
+        result = self.run_script('clear')
+        self.assertEqual((result.status, result.output), (0, ''))
+        self.assert_unchanged(before)
+        self.assertEqual(self.run_script('clear').output, '')
+
+    def test_leaves_alone_what_a_living_session_has(self):
+        self.add_both()
+        before = host.snapshot()
+        self.assert_done(self.run_script('clear'))
+        self.assert_unchanged(before)
+
+    def test_leaves_alone_what_has_come_in_place_of_a_dead_ones_user(self):
+        session = self.session()
+        self.assert_done(self.add_user(run=session.run))
+        session.kill()
+        host.mac.records['Users'].pop('alice')
+        host.mac.records['Groups'].pop('alice')
+        host.mac.add('Users', 'alice', UniqueID='502', RealName='The new alice')
+        self.assert_done(self.run_script('clear'))
+        self.assertEqual(host.mac.attribute('Users', 'alice', 'UniqueID'), '502')
+        self.assertEqual(os.listdir(machost.STATE + '/users'), [])
+
+    def test_clears_the_rest_when_one_cannot_be_removed(self):
+        session = self.session()
+        for user in ('alice', 'carol', 'dave'):
+            self.assert_done(self.add_user(user, run=session.run))
+        session.kill()
+
+        def refuse(call):
+            refused = call.args[1:] == ['-delete', '/Users/carol']
+            host.fault = (1, 10 ** 6, 'refuse') if refused else None
+        host.hook = refuse
+        self.assert_refused(self.run_script('clear'), 'the user carol, or something of it, is left behind')
+        self.assertEqual([user for user in ('alice', 'carol', 'dave') if user in host.mac.records['Users']],
+                         ['carol'])
+        host.hook = host.fault = None
+        self.assertEqual(self.run_script('clear').output, '')
+        self.assertNotIn('carol', host.mac.records['Users'])
+
+    def test_changes_nothing_while_the_directory_gives_no_answer(self):
+        session = self.session()
+        self.add_both(run=session.run)
+        session.kill()
+        before = host.snapshot()
+        for call, reason in ((['-list', '/Users'], 'cannot list /Users'),
+                             (['-read', '/Users/alice'], 'cannot read /Users/alice')):
+            def deaf(asked, call=call):
+                host.fault = (1, 10 ** 6, 'refuse') if asked.args[1:3] == call else None
+            host.hook = deaf
+            self.assert_refused(self.run_script('clear'), reason)
+            self.assertEqual(host.snapshot()[0]['records']['Users'], before[0]['records']['Users'])
+        host.hook = host.fault = None
+        self.assert_done(self.run_script('clear'))
+
+    def test_takes_no_arguments(self):
+        self.assert_refused(self.run_script('clear', 'alice'), 'usage')
 
 
 class OneAtATime(MacTest):
