@@ -41,6 +41,7 @@ SOCKET = '/tmp/machost.socket'
 STATE = '/var/db/pelago'
 LOCKS = '/var/run/pelago'
 MARK = 'Pelago share user'
+SMB_PREFERENCES = '/Library/Preferences/SystemConfiguration/com.apple.smb.server'
 ACCESS_GROUP = 'com.apple.access_smb'
 SHELL = ['/bin/dash']
 PASSWORD = 'correct horse'
@@ -49,7 +50,7 @@ PROGRAMS = {
     'dscl': '/usr/bin', 'sharing': '/usr/sbin', 'pwpolicy': '/usr/bin', 'dseditgroup': '/usr/sbin',
     'osascript': '/usr/bin', 'chmod': '/bin', 'ls': '/bin', 'ps': '/bin', 'id': '/usr/bin',
     'stat': '/usr/bin', 'nc': '/usr/bin', 'find': '/usr/bin', 'od': '/usr/bin', 'sleep': '/bin',
-    'date': '/bin',
+    'date': '/bin', 'defaults': '/usr/bin',
 }
 CHANGING = ('-create', '-delete', '-a', '-r', '-sethashtypes', 'edit', '+a', 'JavaScript')
 
@@ -89,6 +90,7 @@ class Mac:
         self.clock = 1.8e9     # the time of day; only waiting takes time
         self.swap = None       # called by find with each path, between its looking and its doing
         self.sharing_has_r = True
+        self.services = None   # EnabledServices in the preferences of the SMB service
         for name, number in (('root', '0'), ('bob', '501'), ('_www', '70')):
             self.add('Users', name, UniqueID=number, PrimaryGroupID='20', RealName='The ' + name)
         for name, number in (('wheel', '0'), ('staff', '20'), ('justagroup', '777')):
@@ -430,6 +432,13 @@ class Programs:
         self.mac.clock += 0.1
         time.sleep(0.002)
         return ''
+
+    def defaults(self, args, _):
+        if args != ['read', SMB_PREFERENCES, 'EnabledServices']:
+            raise Misuse
+        if self.mac.services is None:
+            raise Refusal('The domain/default pair of (%s, EnabledServices) does not exist' % args[1])
+        return '(\n%s\n)\n' % ',\n'.join('    ' + name for name in self.mac.services)
 
     def date(self, args, _):
         if args != ['+%s']:
