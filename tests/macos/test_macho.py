@@ -105,6 +105,10 @@ class Bundle(unittest.TestCase):
             self.assertEqual(os.access(script, os.X_OK), name != "common", script)
         self.assertEqual((LIBRARY / "shares/base.sh").read_bytes(), (ROOT / "product/macos/shares/base.sh").read_bytes())
 
+    def test_holds_the_job_that_clears_away(self):
+        for name in ("pelago.clear.plist", "newsyslog.conf"):
+            self.assertEqual((LIBRARY / "launchd" / name).read_bytes(), (ROOT / "product/macos/launchd" / name).read_bytes())
+
     def test_holds_nothing_of_linux(self):
         self.assertFalse((LIBRARY / "switch").exists())
 

@@ -111,9 +111,11 @@ tryLock() {
     done
 }
 
+requireRoot() { [ "$(/usr/bin/id -u)" = 0 ] || fail 'only root may do this'; }
+
 # underLock COMMAND [ARG...]: runs the command while no other script runs.
 underLock() {
-    [ "$(/usr/bin/id -u)" = 0 ] || fail 'only root may do this'
+    requireRoot
     mkdir -p "$LOCKS" "$STATE" "$SHARE_STATE" "$USER_STATE" || fail "cannot make $LOCKS and $STATE"
     lockMark=$(processMark "$$") || fail 'cannot tell when this script was started'
     # A file left by a process of this number may be another name of a lock: it is not written to.

@@ -66,6 +66,7 @@ class Mac:
         self.clock = 1.8e9     # the time of day; only waiting takes time
         self.swap = None       # called by find with each path, between its looking and its doing
         self.sharing_has_r = True
+        self.services = None   # EnabledServices in the preferences of the SMB service
         for name, number in (('root', '0'), ('bob', '501'), ('_www', '70')):
             self.add('Users', name, UniqueID=number, PrimaryGroupID='20', RealName='The ' + name)
         for name, number in (('wheel', '0'), ('staff', '20'), ('justagroup', '777')):

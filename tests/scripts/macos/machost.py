@@ -40,6 +40,7 @@ SOCKET = '/tmp/machost.socket'
 STATE = '/var/db/pelago'
 LOCKS = '/var/run/pelago'
 MARK = 'Pelago share user'
+SMB_PREFERENCES = '/Library/Preferences/SystemConfiguration/com.apple.smb.server'
 ACCESS_GROUP = 'com.apple.access_smb'
 SHELL = ['/bin/dash']
 PASSWORD = 'correct horse'
@@ -49,6 +50,7 @@ PROGRAMS = {
     'osascript': '/usr/bin', 'chmod': '/bin', 'ls': '/bin', 'ps': '/bin', 'id': '/usr/bin',
     'stat': '/usr/bin', 'nc': '/usr/bin', 'find': '/usr/bin', 'od': '/usr/bin', 'sleep': '/bin',
     'date': '/bin', 'readlink': '/usr/bin', 'dsmemberutil': '/usr/bin', 'pgrep': '/usr/bin',
+    'defaults': '/usr/bin',
 }
 CHANGING = ('-create', '-delete', '-a', '-r', '-sethashtypes', 'edit', '+a', 'JavaScript')
 
@@ -145,6 +147,13 @@ class Programs(DirectoryPrograms, DiskPrograms):
         self.mac.waited += 0.1
         time.sleep(0.002)
         return ''
+
+    def defaults(self, args, _):
+        if args != ['read', SMB_PREFERENCES, 'EnabledServices']:
+            raise Misuse
+        if self.mac.services is None:
+            raise Refusal('The domain/default pair of (%s, EnabledServices) does not exist' % args[1])
+        return '(\n%s\n)\n' % ',\n'.join('    ' + name for name in self.mac.services)
 
     def date(self, args, _):
         if args != ['+%s']:

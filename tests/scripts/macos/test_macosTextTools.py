@@ -21,7 +21,6 @@ host = None
 def setUpModule():
     global host  # pylint: disable=global-statement
     host = machost.set_up()
-    machost.SHELLS = {'dash': ['/bin/dash']}  # test_macos.py has the others
     os.mkdir(TOOLS)
     shutil.copy('/usr/bin/original-awk', TOOLS + '/awk')
     for name in BUSYBOX:
@@ -71,6 +70,14 @@ class TheTools(MacTest):
 
     def test_grep_takes_options_from_the_environment(self):
         self.assertEqual(self.run_tool('grep', '-e', 'a', text='a\nb\n', env={'GREP_OPTIONS': '-v'}).stdout, 'b\n')
+
+    def test_the_scripts_heed_no_options_from_the_environment(self):
+        before = host.snapshot()
+        environ = dict(os.environ, GREP_OPTIONS='-v', POSIXLY_CORRECT='1')
+        self.add_both(env=environ)
+        self.assertEqual(host.mac.nt_hashes, {'alice': machost.PASSWORD.encode()})
+        self.remove_both(env=environ)
+        self.assert_unchanged(before)
 
 
 if __name__ == '__main__':
