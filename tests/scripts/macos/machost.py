@@ -167,7 +167,10 @@ class Call:
     def __init__(self, argv, environ, stdin, pid):
         self.path, self.args = argv[0], argv[1:]
         self.pid = pid # it waits until it is answered
-        self.cwd = os.readlink('/proc/%d/cwd' % pid)
+        try:
+            self.cwd = os.readlink('/proc/%d/cwd' % pid)
+        except FileNotFoundError as error:
+            raise ProcessLookupError('killed meanwhile') from error
         self.name = os.path.basename(argv[0])
         self.environ, self.stdin = environ, stdin
 
