@@ -45,7 +45,7 @@ class EveryStep(MacTest):
                     result = run()
                     host.fault = None
                     if result.status == 0: # it was a question, and no answer is an answer
-                        self.assertFalse(call.changes)
+                        self.assertFalse(call.changes and 'NFSHomeDirectory' not in call.args)
                         self.assertEqual(host.snapshot()[1].keys(), after)
                         continue
                     failures += 1
@@ -419,8 +419,7 @@ class OneAtATime(MacTest):
 
     def test_does_not_wait_for_ever(self):
         os.makedirs(machost.LOCKS)
-        holder = machost.Programs.ps(['-p', str(os.getpid()), '-o', 'stat=', '-o', 'lstart='], b'')
-        write(machost.LOCKS + '/lock.7', '%d %s\n' % (os.getpid(), ' '.join(holder.split()[1:])))
+        write(machost.LOCKS + '/lock.7', machost.process_mark(os.getpid()))
         before = host.snapshot()
         common = machost.SHARES + '/common.sh'
         patient = read(common)
@@ -443,8 +442,7 @@ class OneAtATime(MacTest):
         """The script has looked, and before it makes its lock two others come and one goes."""
         os.makedirs(machost.LOCKS)
         write(machost.LOCKS + '/lock.1', '%d Thu Jan 1 00:00:00 1970\n' % os.getpid())
-        mark = machost.Programs.ps(['-p', str(os.getpid()), '-o', 'stat=', '-o', 'lstart='], b'')
-        living = '%d %s\n' % (os.getpid(), ' '.join(mark.split()[1:]))
+        living = machost.process_mark(os.getpid())
 
         def overtake(call):
             # The last question before the lock is made is whether the holder still runs.
@@ -452,7 +450,7 @@ class OneAtATime(MacTest):
                     and any(name.startswith('wait') for name in os.listdir(machost.LOCKS)):
                 os.unlink(machost.LOCKS + '/lock.1')
                 write(machost.LOCKS + '/lock.3', living)
-            if call.name == 'sleep':
+            if call.name == 'sleep' and not seen:
                 seen.append(sorted(os.listdir(machost.LOCKS)))
                 with open(machost.LOCKS + '/lock.3', 'w', encoding='utf-8') as lock:
                     lock.write('')
