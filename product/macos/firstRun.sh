@@ -23,10 +23,11 @@ SMB_PREFERENCES=/Library/Preferences/SystemConfiguration/com.apple.smb.server
 ACCESS_GROUP=com.apple.access_smb
 TOP=/Library/pelagofirst # only root may change what lies there
 TEST_USER=pelagofirst SECOND_USER=pelagosecond TEST_GROUP=pelagofirstgroup
-SHARE='Pelago test' SECOND_SHARE='Pelago second test'
+SHARE='Pelago test' SECOND_SHARE='Pelago second test' PERCENT_SHARE='Pelago test 100%'
 O_UMLAUT=$(printf '\303\266')
+DIAERESIS=$(printf '\314\210') # after its letter
 FOLDER="$TOP/closed/${O_UMLAUT}ffentlich 1"
-LAST_POINT=15
+POINTS='1 2 3 4 5 6 7 8 9 10 11 13 14 15 16 17 18 19 20 21 22 23 24 25' # of the list; the gaps are its own
 SESSION_SECONDS=90
 newline='
 '
@@ -70,7 +71,7 @@ verdict() {
 
 point() {
     point=$1
-    printf 'Looking at point %s ...\n' "$1"
+    [ -f "$work/point.$1" ] || printf 'Looking at point %s ...\n' "$1"
 }
 
 # look COMMAND [ARG...]: sets answer and status.
@@ -131,14 +132,12 @@ writeReport() {
         printf 'macOS %s (%s), %s\n' "$(/usr/bin/sw_vers -productVersion)" "$(/usr/bin/sw_vers -buildVersion)" \
             "$(/usr/bin/uname -m)"
         [ "$finished" = yes ] || printf 'INTERRUPTED: points are missing\n'
-        point=1
-        while [ "$point" -le "$LAST_POINT" ]; do
+        for point in $POINTS; do
             [ -f "$work/verdict.$point" ] || leaveOpen 'it did not come so far'
             read -r worst <"$work/verdict.$point"
             case $worst$worstOfAll in bad* | opengood) worstOfAll=$worst ;; esac
             printf '\npoint %s, %s: %s\n' "$point" "$(titleOf "$point")" "$(wordOf "$worst")"
             cat "$work/point.$point"
-            point=$((point + 1))
         done
     } >"$report"
     printf '\nThe report is in %s.\n' "$report"
@@ -157,10 +156,19 @@ titleOf() {
         9) printf 'Full Disk Access' ;;
         10) printf 'dscl -delete' ;;
         11) printf 'cuts off a client' ;;
-        12) printf 'nc -z' ;;
         13) printf 'GroupMembership NAME' ;;
         14) printf 'dseditgroup' ;;
         15) printf "preferences' lock" ;;
+        16) printf 'percent sign in the path of a record' ;;
+        17) printf "stat -f '%%d:%%i %%p %%u'" ;;
+        18) printf 'pwd -P in /bin/dash' ;;
+        19) printf 'are there from macOS 10.15 on' ;;
+        20) printf 'root can unlock' ;;
+        21) printf 'eDSRecordNotFound' ;;
+        22) printf 'after a user was made' ;;
+        23) printf 'ps -axo uid=' ;;
+        24) printf 'the name of a user or of a volume' ;;
+        25) printf 'the job of launchd' ;;
     esac
 }
 
@@ -217,7 +225,7 @@ endTool() {
 
 # session FOLDER ACCESS: sets up to yes when the share is there.
 session() {
-    up=no
+    up=no sharedFolder=$1
     startTool 1 "$1" "$SHARE" "$TEST_USER" "$2"
     awaitResult 1 "$firstTool"
     [ "$result" != 0 ] || up=yes
@@ -236,6 +244,10 @@ blame() {
         *'cannot list the shares'*) point 7 ;;
         *'access to all in'* | *'pass through'*) point 8 ;;
         *"$ACCESS_GROUP"*) point 14 ;;
+        *'another folder now'*) point 17 ;;
+        *'another of its names'* | *'is the full name'*) point 21 ;;
+        *'does not know the user'*) point 22 ;;
+        *'whose processes run'*) point 23 ;;
         *) point 1 ;;
     esac
     note "the tool and its scripts said: $toolSaid"
@@ -260,32 +272,155 @@ lookAtPrograms() {
     point 5
     look /usr/sbin/sharing
     expect 'sharing prints its options, and has -R' holds -R
-    point 12
-    lookAtNc
     point 13
     lookAtGroup
 }
 
-lookAtNc() {
-    if isListening; then
-        leaveOpen 'something answers on port 445'
-        return
-    fi
-    begin=$(/bin/date +%s)
-    look /usr/bin/nc -z -G 1 -w 1 127.0.0.1 445
-    seconds=$(($(/bin/date +%s) - begin))
-    expect 'nc fails when nothing answers' failed
-    expect "nc takes about a second at most, and took $seconds" [ "$seconds" -le 3 ]
+lookAtGroup() {
+    look /usr/bin/dscl . -create "/Groups/$TEST_GROUP"
+    lookAtMember GroupMembership pelagogone
+    lookAtMember GroupMembers 0D3A6C1E-0000-4000-8000-00000000FFFF
 }
 
-lookAtGroup() {
-    made="$made group"
-    look /usr/bin/dscl . -create "/Groups/$TEST_GROUP"
-    look /usr/bin/dscl . -create "/Groups/$TEST_GROUP" GroupMembership pelagogone
-    look /usr/bin/dscl . -delete "/Groups/$TEST_GROUP" GroupMembership pelagogone
-    expect 'dscl takes the name of a user that is not there out of a group' succeeded
-    look /usr/bin/dscl . -read "/Groups/$TEST_GROUP" GroupMembership
-    expect 'the name has gone' holdsNot 'GroupMembership:'
+# lookAtMember KEY VALUE: of a user that there is not.
+lookAtMember() {
+    look /usr/bin/dscl . -create "/Groups/$TEST_GROUP" "$1" "$2"
+    look /usr/bin/dscl . -delete "/Groups/$TEST_GROUP" "$1" "$2"
+    expect "dscl takes a user that is not there out of $1" succeeded
+    look /usr/bin/dscl . -read "/Groups/$TEST_GROUP" "$1"
+    expect 'it has gone' holdsNot "$1:"
+}
+
+lookAtRecords() {
+    point 7
+    sharesThere=$(/usr/bin/dscl . -list /SharePoints)
+    [ -n "$sharesThere" ] || look /usr/sbin/sharing -l
+    point 21
+    look /usr/bin/dscl . -read "/Groups/pelagogone" RecordName
+    expect 'a name that is free is not found' [ "$status" -eq 56 ]
+    expect 'the error has its name' holds eDSRecordNotFound
+    look /usr/bin/dscl . -read /Groups/lpadmin RecordName
+    expect 'a group is found by another of its names' succeeded
+    look /usr/bin/dscl . -search /Users RealName pelagogone
+    expect 'a full name that nobody has is not found, with status 0' isNothing
+    point 23
+    owners=$(/bin/ps -axo uid= | tr -d ' ' | sort -u)
+    expect "ps lists root's processes and the person's" bothRun
+    point 24
+    leaveOpen 'such names are refused; nothing depends on it'
+}
+
+bothRun() { [ "$(printf '%s\n' "$owners" | grep -cxF -e 0 -e "$person")" -eq 2 ]; }
+
+# Programs and options that another macOS may lack.
+lookAtPresence() {
+    point 19
+    cd "$TOP"
+    ln -s nowhere link
+    look /usr/bin/readlink -n link
+    expect 'readlink has -n' isExactly nowhere
+    rm link
+    sleep 1 &
+    child=$!
+    look /usr/bin/pgrep -P "$$"
+    expect 'pgrep finds a child' holds "$child"
+    wait "$child"
+    status=0
+    /usr/bin/dsmemberutil getuuid -U "$personName" >/dev/null 2>&1 || status=$?
+    expect 'dsmemberutil has getuuid -U' succeeded
+    point 20
+    : >locked
+    look /usr/bin/chflags -h uchg locked
+    look /usr/sbin/chown -h "$person" locked
+    expect 'nobody changes a file that is locked' failed
+    point 19
+    look /usr/bin/find -P . -xdev -flags +sappnd,schg,uappnd,uchg -print
+    expect 'find knows -flags' isExactly ./locked
+    point 20
+    look /usr/bin/chflags -h nouchg locked
+    expect 'chflags -h unlocks it' succeeded
+    look /usr/sbin/chown -h "$person" locked
+    expect 'then it can be given away' succeeded
+    cd /
+}
+
+# Shares of sharing's own, while the service is off.  A percent sign is for dscl the first of an escape.
+lookAtPercent() {
+    point 16
+    look /usr/sbin/sharing -a "$TOP/closed/second" -n "$PERCENT_SHARE" -S "$PERCENT_SHARE" -s 001 -g 000 -R 1
+    look /usr/bin/dscl . -read "/SharePoints/${PERCENT_SHARE}25" directory_path
+    expect 'the record of a share with % in its name is found by %25' holds "$TOP/closed/second"
+    look /usr/sbin/sharing -r "$PERCENT_SHARE"
+    expect 'the share can be removed' succeeded
+}
+
+lookAtNumbers() {
+    point 17
+    for place in /Users "$personHome" "$personHome/Documents"; do
+        outside=$(/usr/bin/stat -f '%d:%i %p %u' "$place")
+        inside=$(cd -P -- "$place" && /usr/bin/stat -f '%d:%i %p %u' .)
+        expect "$place is the same from outside and from inside" [ "$outside" = "$inside" ]
+    done
+}
+
+# Of one folder: by other letters' case, in another normal form, and on the volume that has the data.
+lookAtPaths() {
+    point 18
+    mkdir "$TOP/Gr${O_UMLAUT}sse"
+    look /usr/sbin/sharing -a "$TOP/Gr${O_UMLAUT}sse" -n "$SECOND_SHARE" -S "$SECOND_SHARE" -s 001 -g 000 -R 1
+    look /usr/bin/dscl . -read "/SharePoints/$SECOND_SHARE" directory_path
+    shownPath=${answer#dsAttrTypeNative:directory_path: }
+    for spelling in "$TOP/Gr${O_UMLAUT}sse" "$TOP/GR${O_UMLAUT}SSE" "$TOP/Gro${DIAERESIS}sse" \
+        "/System/Volumes/Data$TOP/Gr${O_UMLAUT}sse"; do
+        if [ ! -d "$spelling" ]; then
+            leaveOpen "there is no $spelling here"
+            continue
+        fi
+        entered=$(cd -P -- "$spelling" && pwd -P)
+        expect "pwd -P in $spelling prints $entered, as the directory does" [ "$entered" = "$shownPath" ]
+    done
+    /usr/sbin/sharing -r "$SECOND_SHARE" >/dev/null
+}
+
+# A user without a password, who is asked for before there is one.
+lookAtNewUser() {
+    point 22
+    number=$(/usr/bin/dscl . -list /Users UniqueID | awk '{ taken[$NF] = 1 }
+        END { for (n = 499; n > 400; n--) if (!(n in taken)) { print n; exit } }')
+    look /usr/bin/id -u "$SECOND_USER"
+    look /usr/bin/dscl . -create "/Users/$SECOND_USER"
+    look /usr/bin/dscl . -create "/Users/$SECOND_USER" UserShell /usr/bin/false
+    point 10
+    look /usr/bin/dscl . -create "/Users/$SECOND_USER" NFSHomeDirectory /var/empty
+    expect 'root may set the home folder' succeeded
+    point 22
+    look /usr/bin/dscl . -create "/Users/$SECOND_USER" UniqueID "$number"
+    begin=$(/bin/date +%s) looks=0
+    until [ "$(/usr/bin/id -u "$SECOND_USER" 2>/dev/null)" = "$number" ] || [ "$looks" -ge 300 ]; do
+        sleep 0.1
+        looks=$((looks + 1))
+    done
+    expect "macOS knows the user, after $(($(/bin/date +%s) - begin)) s and $looks looks" [ "$looks" -lt 100 ]
+    look /usr/bin/dscl . -delete "/Users/$SECOND_USER"
+}
+
+# A user is made by a process that is killed then; no share, and no service, is needed for that.
+lookAtJob() {
+    point 25
+    if ! /usr/bin/launchctl print system/pelago.clear >/dev/null 2>&1; then
+        leaveOpen 'the job is not installed: README.md says how'
+        return
+    fi
+    status=0
+    # shellcheck disable=SC2016 # it is the other shell's
+    /bin/dash -c '"$1/adduser.sh" "$2" "$2" "$3"; :' dash "$SHARES" "$SECOND_USER" "$work/password" 2>/dev/null
+    looks=0
+    while /usr/bin/dscl . -read "/Users/$SECOND_USER" RecordName >/dev/null 2>&1 && [ "$looks" -lt 700 ]; do
+        sleep 0.1
+        looks=$((looks + 1))
+    done
+    expect "the job removes the user of a session that has ended, after $looks looks" [ "$looks" -lt 700 ]
+    leaveOpen 'whether it may do so for a share in Documents, for which /bin/dash may need Full Disk Access'
 }
 
 # With the first session: writable, in a folder that only its owner may enter.
@@ -375,7 +510,8 @@ lookAtLogin() {
     note "asked: smbutil view, as a guest; answered, status $status"
     expect 'a guest does not see the share' holdsNot "$SHARE"
     instruct 'From another computer, or several (macOS, Windows, Linux), log in, open hello.txt, and copy a file
-into the share. Stay connected.'
+into the share. Stay connected. From a Mac, lock a file of yours there (Get Info, Locked); from Windows,
+make one read-only.'
     question 'Could each of them log in and read hello.txt?'
     question 'Could each of them write?'
     question 'Is a guest refused?'
@@ -383,6 +519,9 @@ into the share. Stay connected.'
 
 # What becomes of who is connected, and of the user, when the session ends.
 endSession() {
+    point 20
+    locks=$(/usr/bin/find -P "$FOLDER" -type f -exec /usr/bin/stat -f %Sf '{}' ';' | sort -u | tr '\n' ' ')
+    note "the flags of the files in the share: $locks"
     point 11
     instruct 'Start to copy a large file from the share, and have it running.'
     endTool 1
@@ -395,6 +534,11 @@ endSession() {
     question 'Was the computer cut off, so that the copy broke off?'
     point 1
     expect 'what the client wrote belongs to the owner of the folder' isAllOfThePerson
+    point 20
+    case $locks in
+        *uchg*) expect 'what was locked belongs to the owner of the folder, too' isAllOfThePerson ;;
+        *) leaveOpen 'no client has locked a file' ;;
+    esac
 }
 
 isAllOfThePerson() { [ -z "$(/usr/bin/find -P "$FOLDER" ! -user "$person" -print)" ]; }
@@ -448,8 +592,8 @@ lookAtListing() {
 }
 
 lookAtFind() {
-    answer=$(/usr/bin/find -P . -xdev -type f ! -execdir /bin/chmod -h -a "$entry" '{}' \; -print 2>/dev/null) || :
-    note "find ... ! -execdir chmod -h -a ENTRY '{}' \\; -print answers: $answer"
+    look /usr/bin/find -P . -xdev -type f ! -execdir /bin/chmod -h -a "$entry" '{}' \; -print
+    answer=$(printf '%s\n' "$answer" | grep '^[.]/')
     expect 'find prints the one name for which chmod has failed' isExactly ./inherits
     expect 'a name that begins with a dash is no option' hasEntry -R no
 }
@@ -457,12 +601,11 @@ lookAtFind() {
 # A folder that macOS guards.
 lookAtConsent() {
     point 9
-    guarded=$personHome/Documents/pelagofirst
-    if ! mkdir "$guarded" 2>/dev/null; then
+    if ! mkdir "$personHome/Documents/pelagofirst" 2>/dev/null; then
         expect 'root may make a folder in Documents' false
         return
     fi
-    made="$made guarded"
+    guarded=$personHome/Documents/pelagofirst
     printf 'hello\n' >"$guarded/hello.txt"
     /usr/sbin/chown -R "$person" "$guarded"
     session "$guarded" rw
@@ -512,17 +655,25 @@ findPerson() {
     personHome=${personHome# }
 }
 
+# forEachRecord COMMAND: for all that this script, or the tool for it, ever makes in the directory.
+forEachRecord() {
+    for record in "/SharePoints/$SHARE" "/SharePoints/$SECOND_SHARE" "/SharePoints/${PERCENT_SHARE}25" \
+        "/Users/$TEST_USER" "/Users/$SECOND_USER" "/Groups/$TEST_USER" "/Groups/$SECOND_USER" \
+        "/Groups/$TEST_GROUP"; do
+        ! /usr/bin/dscl . -read "$record" RecordName >/dev/null 2>&1 || "$1" "$record"
+    done
+}
+
+refuseRecord() { fail "$1 is there already"; }
+
 checkMac() {
     [ -x "$TOOL" ] || fail "there is no tool: $TOOL.  Run this from the bundle."
     [ ! -e "$TOP" ] || fail "$TOP is there already: remove it, if an earlier run has left it"
-    for one in "Users/$TEST_USER" "Users/$SECOND_USER" "Groups/$TEST_GROUP" "SharePoints/$SHARE" "SharePoints/$SECOND_SHARE"; do
-        ! /usr/bin/dscl . -read "/$one" RecordName >/dev/null 2>&1 || fail "/$one is there already"
-    done
+    forEachRecord refuseRecord
     ! isServiceOn || fail 'file sharing is on: switch it off for this, in System Settings, General, Sharing'
 }
 
 makeFolders() {
-    made="$made folders"
     mkdir "$TOP"
     mkdir -m 700 "$TOP/closed"
     mkdir "$FOLDER" "$TOP/closed/second"
@@ -530,25 +681,32 @@ makeFolders() {
     /usr/sbin/chown -R "$person" "$TOP/closed"
 }
 
-# Whatever is there.  The scripts say nothing of what has gone already that anybody needs.
+# What has one of the names was made here: none was there at the beginning.
 putBack() {
     trap '' HUP INT TERM
     left=
     cd /
     endTool 1
     endTool 2
-    takeShare "$SHARE" "$FOLDER" "$TEST_USER"
-    takeShare "$SECOND_SHARE" "$TOP/closed/second" "$SECOND_USER"
-    case $made in *group*)
-        /usr/bin/dscl . -delete "/Groups/$TEST_GROUP" >/dev/null 2>&1
-        ! /usr/bin/dscl . -read "/Groups/$TEST_GROUP" RecordName >/dev/null 2>&1 || left="$left /Groups/$TEST_GROUP"
-    esac
-    case $made in *guarded*) rm -rf -- "$personHome/Documents/pelagofirst" || left="$left Documents/pelagofirst" ;; esac
-    case $made in *folders*) rm -rf -- "$TOP" || left="$left $TOP" ;; esac
+    {
+        "$SHARES/rmshare.sh" "$SHARE" "$sharedFolder"
+        "$SHARES/rmshare.sh" "$SECOND_SHARE" "$TOP/closed/second"
+        "$SHARES/rmuser.sh" "$TEST_USER"
+        "$SHARES/rmuser.sh" "$SECOND_USER"
+    } >/dev/null 2>&1
+    forEachRecord takeRecord
+    [ -z "$guarded" ] || rm -rf -- "$guarded" || left="$left $guarded"
+    /usr/bin/chflags -R nouchg "$TOP" 2>/dev/null
+    rm -rf -- "$TOP" || left="$left $TOP"
     ! isServiceOn || left="$left file-sharing"
     [ -z "$left" ] || say "STILL THERE, remove it by hand:$left"
     writeReport
     rm -rf -- "$work"
+}
+
+# shellcheck disable=SC2317 # forEachRecord calls it
+takeRecord() {
+    /usr/bin/dscl . -delete "$1" >/dev/null 2>&1 || left="$left $1"
 }
 
 # Of a run that came to its end.  An interrupted one has the signal's.
@@ -560,19 +718,20 @@ exitStatus() {
     esac
 }
 
-# takeShare SHARE FOLDER USER: what a tool has left that could not restore.
-takeShare() {
-    "$SHARES/rmshare.sh" "$1" "$2" >/dev/null 2>&1 || left="$left share:$1"
-    "$SHARES/rmuser.sh" "$3" >/dev/null 2>&1 || left="$left user:$3"
-}
-
 main() {
     lookAtPrograms
+    lookAtRecords
+    lookAtPresence
+    lookAtNumbers
+    lookAtPercent
+    lookAtPaths
+    lookAtNewUser
     lookAtEntries
     lookAtSession
     lookAtReading
     lookAtConsent
     lookAtLock
+    lookAtJob
     finished=yes
 }
 
@@ -582,7 +741,7 @@ exec 5<&0 </dev/null
 report=${1-firstRun-report.txt}
 case $report in /*) ;; *) report=$PWD/$report ;; esac
 : >"$report" || fail "cannot write $report"
-point=0 firstTool='' secondTool='' made='' finished=no
+point=0 firstTool='' secondTool='' sharedFolder=$FOLDER guarded='' finished=no
 findPerson
 checkMac
 work=$(/usr/bin/mktemp -d /tmp/pelagofirst.XXXXXX) || fail 'cannot make a folder'

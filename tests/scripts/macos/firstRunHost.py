@@ -6,15 +6,21 @@ Each point of its list can be bad: `bad` of the model holds the numbers.
 import os
 import re
 import shutil
+import subprocess
+import time
 
 import machost
-from machost import HERE, SHARES, Misuse, Refusal
+from machost import HERE, SHARES
+from macModel import Misuse, Refusal
 
 FIRST_RUN = os.path.dirname(SHARES) + '/firstRun.sh'
-HOME = '/Users/bob'
+HOME, TOP = '/Users/bob', '/Library/pelagofirst'
+SECOND_USER = 'pelagosecond'
+FLAGS = '+sappnd,schg,uappnd,uchg'
 PROGRAMS = {
     'sw_vers': '/usr/bin', 'smbutil': '/usr/bin', 'dsmemberutil': '/usr/bin', 'touch': '/usr/bin',
     'chown': '/usr/sbin', 'prefs': '/usr/bin', 'hostname': '/bin',
+    'launchctl': '/usr/bin', 'chflags': '/usr/bin',
 }
 
 
@@ -41,7 +47,7 @@ class FirstRunPrograms(machost.Programs):
         if args[-1] != '445':
             return super().nc(args, stdin)
         if 4 in self.mac.bad or 'disk' not in self.mac.services:
-            self.mac.clock += 75 if 12 in self.mac.bad else 1
+            self.mac.clock += 1
             raise Refusal('')
         return ''
 
@@ -50,14 +56,34 @@ class FirstRunPrograms(machost.Programs):
             raise Refusal('<dscl_cmd> DS Error: -14120 (eDSPermissionError)', 40)
         if args[1] == '-delete' and 13 in self.mac.bad and 'GroupMembership' in args:
             return ''
+        if args[1:] == ['-read', '/Users/' + SECOND_USER, 'RecordName']:
+            self.launchd()
+        if args[1] == '-search' and 21 in self.mac.bad:
+            return 'somebody'
+        if args[2].endswith('%25') and 16 in self.mac.bad:
+            raise Refusal('<dscl_cmd> DS Error: -14136 (eDSRecordNotFound)', 56)
         answer = super().dscl(args, stdin)
         if args[1] == '-delete' and args[2].startswith('/Users/'):
             self.mac.policies.discard(args[2][7:])
         return answer.replace('dsAttrTypeNative:IsHidden', 'IsHidden') if 6 in self.mac.bad else answer
 
+    def launchd(self):
+        """Runs the job every now and then, once somebody has asked for it."""
+        global clearing  # pylint: disable=global-statement
+        if self.mac.asked_for_job and 25 not in self.mac.bad and (not clearing or clearing.poll() is not None):
+            # pylint: disable=consider-using-with
+            clearing = subprocess.Popen([SHARES + '/clear.sh'], stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
     def sharing(self, args, stdin):
+        if args[:1] == ['-a'] and args[1].startswith(TOP + '/Gr'):
+            self.spell_in_other_ways(args[1])
         answer = super().sharing(args, stdin)
         return answer.replace('name:', 'called:') if args == ['-l'] and 7 in self.mac.bad else answer
+
+    def spell_in_other_ways(self, path):
+        """A disk that compares names without case and normal form; a link is another name of its own."""
+        for other in (path.replace('Grösse', 'GRöSSE'), path.replace('ö', 'o\u0308')):
+            os.mkdir(other) if 18 in self.mac.bad else os.symlink(path, other)
 
     def chmod(self, args, stdin):
         if 9 in self.mac.bad and self.cwd.startswith(HOME + '/Documents'):
@@ -76,9 +102,38 @@ class FirstRunPrograms(machost.Programs):
         return answer
 
     def id(self, args, stdin):
+        if args == ['-u', SECOND_USER] and 22 in self.mac.bad and self.mac.slow_looks < 150:
+            self.mac.slow_looks += 1
+            raise Refusal('id: no such user')
         return 'bob\n' if args == ['-un', '501'] else super().id(args, stdin)
 
+    def stat(self, args, stdin):
+        answer = super().stat(args, stdin)
+        return '1:1 40755 0\n' if 17 in self.mac.bad and args[2] == HOME else answer
+
+    def ps(self, args, stdin):
+        return '    0\n' if 23 in self.mac.bad and args == ['-axo', 'uid='] else super().ps(args, stdin)
+
+    def readlink(self, args, stdin):
+        return super().readlink(args, stdin) + ('?' if 19 in self.mac.bad and args[1] == 'link' else '')
+
+    def pgrep(self, args, stdin):
+        if int(args[1]) in self.host.stuck:
+            return super().pgrep(args, stdin)
+        found = [pid for pid in os.listdir('/proc') if pid.isdigit() and parent_of(pid) == args[1]]
+        return ''.join(pid + '\n' for pid in found)
+
+    def sleep(self, args, stdin):
+        if args == ['1']:
+            time.sleep(0.3)
+        return super().sleep(args, stdin)
+
     def find(self, args, stdin):
+        if args[2:] == ['-type', 'f', '-exec', '/usr/bin/stat', '-f', '%Sf', '{}', ';']:
+            return ''.join(self.mac.flags.get(os.path.join(args[1], name), '-') + '\n' for name in os.listdir(args[1]))
+        if args == ['-P', '.', '-xdev', '-flags', FLAGS, '-print']:
+            return ''.join('./%s\n' % os.path.basename(path) for path in self.mac.flags
+                           if os.path.dirname(path) == self.cwd)
         if args[0] == '-P' and args[2:] == ['!', '-user', '501', '-print']:
             found = [os.path.join(top, name) for top, _, names in os.walk(args[1]) for name in names]
             return ''.join(path + '\n' for path in found if os.lstat(path).st_uid != 501)
@@ -121,7 +176,31 @@ class FirstRunPrograms(machost.Programs):
                                       if 'file_inherit' in entry[2]]
         return ''
 
+    def chflags(self, args, _):
+        if args[0] == '-R':
+            self.mac.flags = {path: flags for path, flags in self.mac.flags.items() if not path.startswith(args[2])}
+            return ''
+        if args[0] != '-h' or args[1] not in ('uchg', 'nouchg'):
+            raise Misuse
+        if args[1] == 'uchg':
+            self.mac.flags[self.path_of(args[2])] = 'uchg'
+        elif 20 in self.mac.bad:
+            raise Refusal('chflags: Operation not permitted')
+        else:
+            del self.mac.flags[self.path_of(args[2])]
+        return ''
+
+    def launchctl(self, args, _):
+        if args != ['print', 'system/pelago.clear']:
+            raise Misuse
+        self.mac.asked_for_job = True
+        return 'state = not running\n'
+
     def chown(self, args, _):
+        if args[0] == '-h':
+            self.check_change(self.path_of(args[2]), args[2])
+            os.lchown(self.path_of(args[2]), int(args[1]), -1)
+            return ''
         if args[0] != '-R':
             raise Misuse
         for top, _folders, names in os.walk(args[2]):
@@ -142,6 +221,16 @@ class FirstRunPrograms(machost.Programs):
         return '%s %d\n' % ('yes' if changes else 'no', self.mac.generation)
 
 
+clearing = None
+
+
+def parent_of(pid):
+    try:
+        return machost.read('/proc/%s/stat' % pid).rpartition(b')')[2].split()[1].decode()
+    except (FileNotFoundError, ProcessLookupError):
+        return ''
+
+
 def set_up():
     machost.PROGRAMS.update(PROGRAMS)
     machost.Programs = FirstRunPrograms
@@ -156,10 +245,15 @@ def make_mac(host):
     """A person's home, and what the model has to know more."""
     host.mac.services, host.mac.generation = [], 1
     host.mac.bad, host.mac.policies, host.mac.effective = set(), set(), set()
+    host.mac.slow_looks, host.mac.asked_for_job = 0, False
+    host.mac.add('Groups', '_lpadmin', other_names=['lpadmin'], PrimaryGroupID='98')
     host.mac.records['Users']['bob']['NFSHomeDirectory'] = [HOME]
     host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
     shutil.rmtree('/Users', ignore_errors=True)
-    shutil.rmtree('/Library/pelagofirst', ignore_errors=True)
+    shutil.rmtree(TOP, ignore_errors=True)
+    if not os.path.exists('/System/Volumes/Data'):
+        os.makedirs('/System/Volumes')
+        os.symlink('/', '/System/Volumes/Data')
     os.makedirs('/Library', exist_ok=True)
     os.makedirs(HOME + '/Documents')
     for path in (HOME, HOME + '/Documents'):
