@@ -75,6 +75,7 @@ class FirstRunPrograms(machost.Programs):
             clearing = subprocess.Popen([SHARES + '/clear.sh'], stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
     def sharing(self, args, stdin):
+        self.mac.sharing_has_r = 5 not in self.mac.bad
         if args[:1] == ['-a'] and args[1].startswith(TOP + '/Gr'):
             self.spell_in_other_ways(args[1])
         answer = super().sharing(args, stdin)
