@@ -391,6 +391,7 @@ endStuck() {
 # twice at most, until no entry is seen.  Whose a file is, and how many names it has, may have changed
 # since it got the entry, so all are asked; links are not followed.
 takeBack() {
+    refusal=''
     for _ in 1 2; do
         if [ "$#" -eq 4 ]; then
             removal=$(inFolder "$3" watched /usr/bin/find -P . -xdev '(' -type d -o -type f ')' \
@@ -399,8 +400,9 @@ takeBack() {
             removal=$(inFolder "$3" /bin/chmod -h -a "$2" . 2>&1) || :
         fi
         isGranted "$1" "$3" ${4+-R} || return 0
+        refusal=${refusal:-$removal}
     done
-    say "cannot take the access of $1 back: ${removal%%"$newline"*}"
+    say "cannot take the access of $1 back: ${refusal%%"$newline"*}"
     return 1
 }
 

@@ -131,7 +131,10 @@ class DiskPrograms:
             name = re.sub('[^ -~]', '?', path)
             lines.append('-rw-------+ 1 bob  staff  0 Jan  1 00:00 ' + name)
             lines.extend(self.mac.entry_lines(path))
-        return '\n'.join(lines) + '\n'
+        text = '\n'.join(lines) + '\n'
+        if args[0] == '-lqeR' and any(below(folder, [self.cwd]) for folder in self.mac.private):
+            raise Refusal('ls: private: Operation not permitted', out=text)
+        return text
 
     # -- looking
 
