@@ -76,6 +76,7 @@ class DiskPrograms:
             return
         with subprocess.Popen(['/bin/cat', path], stdout=subprocess.DEVNULL) as stuck:
             self.host.stuck[self.pid] = stuck.pid
+            self.host.held_up.append(path)
             try:
                 status = stuck.wait(HANG)
             except subprocess.TimeoutExpired as hang:

@@ -197,25 +197,32 @@ class SwapsMeanwhile(AttackTest):
         for place, target in ((self.folder, self.hers_inside), (self.above, self.hers)):
             other = self.link(target, place + ' instead')
             for number in range(1, calls + 1):
-                for is_undone in (True, False):
-                    with self.subTest(place, number=number, is_undone=is_undone):
+                for back in ('before', 'after', 'never'):
+                    with self.subTest(place, number=number, back=back):
                         host.restore(self.saved)
-                        self.swap_at(number, place, other, is_undone, swapped)
+                        self.swap_after(number, place, other, back, swapped)
                         result = self.add_share()
-                        host.hook = None
+                        host.hook = host.after_hook = None
                         self.assert_hers_untouched()
                         if os.path.islink(place):
                             exchange(place, other)
                         self.assertIn(result.status, (0, 1), result)
-        self.assertGreater(swapped[0], 4 * (calls - 5))
+        self.assertGreater(swapped[0], 10 * (calls - 5))
 
-    def swap_at(self, number, place, other, is_undone, swapped):
-        def swap(_):
-            at = len(host.calls) + 1
-            if at == number or is_undone and at == number + 1 and os.path.islink(place):
-                exchange(place, other)
-                swapped[0] += 1
-        host.hook = swap
+    def swap_after(self, number, place, other, back, swapped):
+        """When that call was answered, until the next one is, or just was."""
+        def swap():
+            exchange(place, other)
+            swapped[0] += 1
+
+        def before(_):
+            if len(host.calls) == number and back == 'before':
+                swap()
+
+        def after(_):
+            if len(host.calls) == number or len(host.calls) == number + 1 and back == 'after':
+                swap()
+        host.hook, host.after_hook = before, after
 
     def test_in_a_loop(self):
         link, stop = self.link(self.hers_inside, self.home + '/link'), threading.Event()
@@ -275,6 +282,7 @@ class Pipes(AttackTest):
         os.mkfifo(self.folder + '/another')
         self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
         self.assert_unchanged(self.before)
+        self.assertEqual(host.held_up, [])
 
     def swap_in(self, path):
         def swap(found):
@@ -294,6 +302,7 @@ class Pipes(AttackTest):
         self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
         host.mac.swap = None
         self.assert_unchanged(self.before)
+        self.assertEqual(host.held_up, [self.folder + name for name in ('/f', '/sub/deep')])
 
 
 class FilesThatCannotBeChanged(AttackTest):

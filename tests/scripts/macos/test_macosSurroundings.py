@@ -253,6 +253,7 @@ class Callers(MacTest):
     def test_that_travel_keep_their_session(self):
         for zone in ('Europe/Berlin', 'Asia/Tokyo'):
             environ = dict(os.environ, TZ=zone, LANG='de_DE.UTF-8')
+            host.mac.zone = len(zone)
             if zone == 'Europe/Berlin':
                 self.assert_done(self.add_user(env=environ))
                 self.assertRegex(read(machost.STATE + '/users/alice'), rb'^\d+ \w{3} \w{3} \d+ [\d:]{8} \d{4}\n$')
