@@ -144,8 +144,6 @@ undo() {
     if [ "$shareTried" = yes ]; then
         ask isListed /SharePoints "$shareName"
         [ "$answer" = no ] || endShare "$shareName" || undone=no
-    else
-        rm -f -- "$shareState/numbers" # no client can have written
     fi
     removeShare "$shareName" || undone=no
     [ "$undone" = yes ] || say "the share \"$shareName\", or something of it, is left behind"

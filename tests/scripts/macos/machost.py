@@ -182,6 +182,13 @@ class Call:
         return any(word in CHANGING for word in self.args) and self.name not in ('ls', 'stat', 'id')
 
 
+def read_all(file, size):
+    content = file.read(size)
+    if len(content) < size:
+        raise ProcessLookupError('killed while it called')
+    return content
+
+
 class Host:
     """Answers the stand-ins, one at a time, and notes what they were asked."""
 
@@ -216,8 +223,8 @@ class Host:
     def answer(self, connection):
         try:
             with connection, connection.makefile('rb') as file:
-                sizes = struct.unpack('=3I', file.read(12))
-                argv, environ, stdin = (file.read(size) for size in sizes)
+                sizes = struct.unpack('=3I', read_all(file, 12))
+                argv, environ, stdin = (read_all(file, size) for size in sizes)
                 caller = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
                 call = Call([os.fsdecode(word) for word in argv.split(b'\0')[:-1]], environ, stdin,
                             struct.unpack('=3i', caller)[0])

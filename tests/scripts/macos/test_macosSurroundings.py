@@ -180,6 +180,7 @@ class TheSystem(MacTest):
     def test_pipes_and_sockets_are_not_named_as_left_out(self):
         self.assert_done(self.add_user())
         os.mkfifo(self.folder + '/pipe')
+        os.mkfifo(self.folder + '/another', 0o600)
         os.chown(self.folder + '/pipe', 501, -1)
         self.assertEqual(self.add_share().output, '')
 
