@@ -364,13 +364,16 @@ isGranted() {
 # since find looked at it would keep it waiting for ever, and every script with it.  Nothing that macOS
 # brings along opens a file by its name without that risk.  A limit for the whole would end what is
 # merely much; so a single program is timed, and one that is ended has failed for its file alone.
+# A signal ends it at once, for what undoes its work must come after it.  Only in a subshell: the traps
+# are changed.
 watched() {
+    watchedPid='' watchedStatus=0
+    trap 'kill $watchedPid ${!-} 2>/dev/null; wait; exit 1' HUP INT TERM
     "$@" &
-    watchedPid=$! watchedStatus=0
+    watchedPid=$!
     endStuck "$watchedPid" >/dev/null 2>&1 &
-    watcherPid=$!
     wait "$watchedPid" || watchedStatus=$?
-    kill "$watcherPid" 2>/dev/null || :
+    kill "$!" 2>/dev/null || :
     return "$watchedStatus"
 }
 
@@ -391,6 +394,7 @@ endStuck() {
 # twice at most, until no entry is seen.  Whose a file is, and how many names it has, may have changed
 # since it got the entry, so all are asked; links are not followed.
 takeBack() {
+    refusal=''
     for _ in 1 2; do
         if [ "$#" -eq 4 ]; then
             removal=$(inFolder "$3" watched /usr/bin/find -P . -xdev '(' -type d -o -type f ')' \
@@ -399,8 +403,9 @@ takeBack() {
             removal=$(inFolder "$3" /bin/chmod -h -a "$2" . 2>&1) || :
         fi
         isGranted "$1" "$3" ${4+-R} || return 0
+        refusal=${refusal:-$removal}
     done
-    say "cannot take the access of $1 back: ${removal%%"$newline"*}"
+    say "cannot take the access of $1 back: ${refusal%%"$newline"*}"
     return 1
 }
 

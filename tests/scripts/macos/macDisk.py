@@ -76,6 +76,7 @@ class DiskPrograms:
             return
         with subprocess.Popen(['/bin/cat', path], stdout=subprocess.DEVNULL) as stuck:
             self.host.stuck[self.pid] = stuck.pid
+            self.host.held_up.append(path)
             try:
                 status = stuck.wait(HANG)
             except subprocess.TimeoutExpired as hang:
@@ -131,7 +132,10 @@ class DiskPrograms:
             name = re.sub('[^ -~]', '?', path)
             lines.append('-rw-------+ 1 bob  staff  0 Jan  1 00:00 ' + name)
             lines.extend(self.mac.entry_lines(path))
-        return '\n'.join(lines) + '\n'
+        text = '\n'.join(lines) + '\n'
+        if args[0] == '-lqeR' and any(below(folder, [self.cwd]) for folder in self.mac.private):
+            raise Refusal('ls: private: Operation not permitted', out=text)
+        return text
 
     # -- looking
 

@@ -56,13 +56,13 @@ CHANGING = ('-create', '-delete', '-a', '-r', '-sethashtypes', 'edit', '+a', 'Ja
 
 # ---- The programs
 
-def process_facts(pid, environ=b'TZ=UTC0'):
+def process_facts(pid, environ=b'TZ=UTC0', zone=0):
     """State and start of a process, the latter in words of the caller's language, at the caller's hour."""
     fields = read('/proc/%d/stat' % pid).rpartition(b')')[2].split()
     booted = int(re.search(rb'btime (\d+)', read('/proc/stat'))[1])
     seconds = booted + int(fields[19]) // os.sysconf('SC_CLK_TCK')
     given = dict(one.decode().partition('=')[::2] for one in environ.split(b'\0'))
-    hours = 0 if given.get('TZ') == 'UTC0' else 1 + len(given.get('TZ', ''))
+    hours = {'UTC0': 0, None: zone}.get(given.get('TZ'), len(given.get('TZ', '')))
     start = datetime.datetime.fromtimestamp(seconds + 3600 * hours, datetime.timezone.utc)
     plain = given.get('LC_ALL', given.get('LANG', 'C')) == 'C'
     return fields[0].decode() + 's', start.strftime('%a %b %e %H:%M:%S %Y' if plain else '%d/%m %H:%M:%S')
@@ -123,7 +123,7 @@ class Programs(DirectoryPrograms, DiskPrograms):
         if len(args) != 6 or args[0] != '-p' or args[2:] != ['-o', 'stat=', '-o', 'lstart=']:
             raise Misuse
         try:
-            state, start = process_facts(int(args[1]), self.call.environ)
+            state, start = process_facts(int(args[1]), self.call.environ, self.mac.zone)
         except (FileNotFoundError, ProcessLookupError) as error: # the latter when it ends meanwhile
             raise Refusal('') from error
         return '%-4s %s    \n' % (state, start)
@@ -182,6 +182,13 @@ class Call:
         return any(word in CHANGING for word in self.args) and self.name not in ('ls', 'stat', 'id')
 
 
+def read_all(file, size):
+    content = file.read(size)
+    if len(content) < size:
+        raise ProcessLookupError('killed while it called')
+    return content
+
+
 class Host:
     """Answers the stand-ins, one at a time, and notes what they were asked."""
 
@@ -200,6 +207,7 @@ class Host:
         """A new Mac without a trace of a session."""
         self.mac = Mac()
         self.calls, self.misuses = [], []
+        self.held_up = []   # the paths at which a program would have waited for ever
         self.stuck = {}     # process that waits -> the program it has started, which waits for ever
         self.fault = None   # (first call, last call, "refuse" | "after" | "lie"), counted from 1
         self.hook = None    # called with each call, before or after it is answered
@@ -215,8 +223,8 @@ class Host:
     def answer(self, connection):
         try:
             with connection, connection.makefile('rb') as file:
-                sizes = struct.unpack('=3I', file.read(12))
-                argv, environ, stdin = (file.read(size) for size in sizes)
+                sizes = struct.unpack('=3I', read_all(file, 12))
+                argv, environ, stdin = (read_all(file, size) for size in sizes)
                 caller = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
                 call = Call([os.fsdecode(word) for word in argv.split(b'\0')[:-1]], environ, stdin,
                             struct.unpack('=3i', caller)[0])

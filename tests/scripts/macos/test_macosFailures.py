@@ -190,6 +190,32 @@ class Interrupted(MacTest):
                 host.restore(saved)
                 self.assert_done(self.add_user())
 
+    def test_a_signal_to_all_ends_what_goes_through_the_files_before_it_is_undone(self):
+        """As from a terminal.  A shell has what it starts in the background ignore SIGINT."""
+        self.assert_done(self.add_user())
+        before = host.snapshot()
+        for kind in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(signal=kind):
+                reached, go, found = threading.Event(), threading.Event(), []
+
+                def stop(call, reached=reached, go=go, found=found):
+                    if call.name == 'find' and not found:
+                        found.append(call.pid)
+                        reached.set()
+                        go.wait(HANG)
+                        raise ProcessLookupError('killed while it waited')
+                host.hook = stop
+                process = self.start('addshare', 'alice', self.password_file, self.folder, 'Docs', 'rw',
+                                     start_new_session=True,
+                                     preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
+                self.assertTrue(reached.wait(HANG))
+                os.killpg(process.pid, kind)
+                self.assertEqual(process.wait(HANG), 128 + kind)
+                self.assertFalse(os.path.exists('/proc/%d' % found[0]), 'it has ended')
+                host.hook = None
+                go.set()
+                self.assert_unchanged(before)
+
     def test_what_a_killed_script_left_is_taken_over(self):
         before = host.snapshot()
         args = ['alice', 'alice', self.password_file]
