@@ -21,6 +21,7 @@ SHARES=$here/shares
 TOOL=$SHARES/pelagoShareTool
 SMB_PREFERENCES=/Library/Preferences/SystemConfiguration/com.apple.smb.server
 ACCESS_GROUP=com.apple.access_smb
+STATE=/var/db/pelago
 TOP=/Library/pelagofirst # only root may change what lies there
 TEST_USER=pelagofirst SECOND_USER=pelagosecond TEST_GROUP=pelagofirstgroup
 SHARE='Pelago test' SECOND_SHARE='Pelago second test' PERCENT_SHARE='Pelago test 100%'
@@ -129,14 +130,15 @@ holdsNot() { ! holds "$1"; }
 writeReport() {
     worstOfAll=good
     {
-        printf 'macOS %s (%s), %s\n' "$(/usr/bin/sw_vers -productVersion)" "$(/usr/bin/sw_vers -buildVersion)" \
-            "$(/usr/bin/uname -m)"
+        printf 'macOS %s (%s), %s\n' "$(/usr/bin/sw_vers -productVersion)" \
+            "$(/usr/bin/sw_vers -buildVersion)" "$(/usr/bin/uname -m)"
         [ "$finished" = yes ] || printf 'INTERRUPTED: points are missing\n'
         for point in $POINTS; do
             [ -f "$work/verdict.$point" ] || leaveOpen 'it did not come so far'
             read -r worst <"$work/verdict.$point"
             case $worst$worstOfAll in bad* | opengood) worstOfAll=$worst ;; esac
-            printf '\npoint %s, %s: %s\n' "$point" "$(titleOf "$point")" "$(wordOf "$worst")"
+            printf '\npoint %s, %s: %s\n' \
+                "$point" "$(titleOf "$point")" "$(wordOf "$worst")"
             cat "$work/point.$point"
         done
     } >"$report"
@@ -504,7 +506,9 @@ lookAtMembership() {
 
 lookAtLogin() {
     point 1
-    printf '\nThe share is smb://%s/%s, the user %s, the password %s\n' "$(/bin/hostname)" "$SHARE" "$TEST_USER" "$password"
+    printf '\nThe share is smb://%s/%s, the user %s, the password %s\n' \
+        "$(/bin/hostname)" "$SHARE" "$TEST_USER" "$password"
+    # Other processes can see the password meanwhile: it opens a folder of the test's, and dies with its user.
     status=0
     answer=$(/usr/bin/smbutil view "//$TEST_USER:$password@127.0.0.1" 2>&1) || status=$?
     note "asked: smbutil view, as the test's user; answered, status $status"
@@ -691,7 +695,6 @@ makeFolders() {
 
 # What has one of the names was made here: none was there at the beginning.
 putBack() {
-    trap '' HUP INT TERM
     left=
     cd /
     endTool 1
@@ -706,10 +709,19 @@ putBack() {
     [ -z "$guarded" ] || rm -rf -- "$guarded" || left="$left $guarded"
     /usr/bin/chflags -R nouchg "$TOP" 2>/dev/null
     rm -rf -- "$TOP" || left="$left $TOP"
+    [ "$stateWas" = yes ] || takeState
     ! isServiceOn || left="$left file-sharing"
     [ -z "$left" ] || say "STILL THERE, remove it by hand:$left"
     writeReport
     rm -rf -- "$work"
+}
+
+# The notes of the scripts, where no session had ever been.
+takeState() {
+    rm -f "$STATE/lastNumber"
+    for folder in "$STATE/shares" "$STATE/users" "$STATE"; do
+        rmdir "$folder" || left="$left $folder"
+    done
 }
 
 # shellcheck disable=SC2317 # forEachRecord calls it
@@ -717,12 +729,17 @@ takeRecord() {
     /usr/bin/dscl . -delete "$1" >/dev/null 2>&1 || left="$left $1"
 }
 
-# Of a run that came to its end.  An interrupted one has the signal's.
-exitStatus() {
-    case $worstOfAll in
-        good) return 0 ;;
-        bad) return 1 ;;
-        *) return 3 ;;
+# An interrupted run has the signal's status.
+atEnd() {
+    ending=$?
+    trap '' HUP INT TERM
+    set +e
+    putBack
+    [ "$finished" = yes ] || exit "$ending"
+    case $left$worstOfAll in
+        good) exit 0 ;;
+        open) exit 3 ;;
+        *) exit 1 ;;
     esac
 }
 
@@ -754,16 +771,14 @@ case $report in /*) ;; *) report=$PWD/$report ;; esac
 point=0 firstTool='' secondTool='' sharedFolder=$FOLDER guarded='' finished=no
 findPerson
 checkMac
+stateWas=no
+[ ! -e "$STATE" ] || stateWas=yes
 work=$(/usr/bin/mktemp -d /tmp/pelagofirst.XXXXXX) || fail 'cannot make a folder'
 password=Px7-$(tr -dc 'a-z0-9' </dev/urandom | head -c 20)
 printf '%s\n' "$password" >"$work/password"
-ending=2
-trap 'ending=$?; set +e; putBack; exit "$ending"' EXIT
+trap atEnd EXIT
 trap 'exit 129' HUP
 trap 'exit 130' INT
 trap 'exit 143' TERM
 makeFolders
 main
-trap - EXIT
-putBack
-exitStatus

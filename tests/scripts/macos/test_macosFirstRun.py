@@ -81,6 +81,7 @@ class FirstRun(MacTest):
         after = self.before()
         self.assertEqual(after, before)
         self.assertFalse(os.path.exists(TOP))
+        self.assertFalse(os.path.exists(machost.STATE))
         self.assertEqual(os.listdir(HOME + '/Documents'), [])
         self.assertEqual([name for name in os.listdir('/tmp') if name.startswith('pelagofirst.')], [])
 
@@ -133,6 +134,16 @@ class WhatItSays(FirstRun):
         for secret in (password, 'bob', 'arol', HOME, 'the-mac'):
             self.assertNotIn(secret, text)
         self.assertIn('macOS 12.7.6 (21H1320)', text)
+
+
+    def test_leaves_the_scripts_notes_where_they_were_before(self):
+        host.mac.services = ['disk']
+        self.add_both()
+        notes = machost.tree(machost.STATE)
+        host.mac.services = []
+        self.run_it()
+        self.assertEqual(machost.tree(machost.STATE), notes)
+        self.remove_both()
 
 
 class ItRefuses(FirstRun):
