@@ -10,7 +10,7 @@ import threading
 import unittest
 
 import machost
-from machost import PASSWORD, MacTest
+from machost import PASSWORD, MacTest, write
 
 AT_FDCWD, RENAME_EXCHANGE = -100, 2
 
@@ -418,12 +418,8 @@ class Clients(AttackTest):
         self.assert_done(self.add_share())
         self.assertIsNone(host.mac.client_connects('alice', b'wrong', 'Docs'))
         self.assertIsNotNone(host.mac.client_connects('alice', PASSWORD.encode(), 'Docs'))
-        self.remove_both(add_user=False)
+        self.remove_both()
         self.assertIsNone(host.mac.client_connects('alice', PASSWORD.encode(), 'Docs'))
-
-    def remove_both(self, **_):
-        self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
-        self.assert_done(self.run_script('rmuser', 'alice'))
 
     def test_that_stay_connected_write_as_nobody_who_comes_later(self):
         self.assert_done(self.add_share())
@@ -438,6 +434,19 @@ class Clients(AttackTest):
             self.assertNotEqual(host.mac.attribute('Users', user, 'UniqueID'), str(client.number))
             self.assert_done(self.run_script('rmuser', user))
         self.assertEqual(numbers, {client.number})
+
+    def test_leave_nothing_that_makes_who_runs_it_the_owner(self):
+        self.assert_done(self.add_share())
+        for name in ('/-run me\n', '/sub/me', '/.too'):
+            host.mac.client_writes('alice', self.folder + name)
+            os.chmod(self.folder + name, 0o6755)
+        mine = write(self.folder + '/mine', 'of the owner\n')
+        os.chown(mine, 501, -1)
+        os.chmod(mine, 0o4755)
+        self.remove_both()
+        for name, mode in (('/-run me\n', 0o755), ('/sub/me', 0o755), ('/.too', 0o755), ('/mine', 0o4755)):
+            found = os.stat(self.folder + name)
+            self.assertEqual((found.st_uid, found.st_mode & 0o7777), (501, mode), name)
 
     def test_are_let_in_by_status_0_only_where_the_service_serves(self):
         """A connection is all that addshare.sh sees."""
