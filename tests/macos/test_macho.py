@@ -109,6 +109,11 @@ class Bundle(unittest.TestCase):
         for name in ("pelago.clear.plist", "newsyslog.conf"):
             self.assertEqual((LIBRARY / "launchd" / name).read_bytes(), (ROOT / "product/macos/launchd" / name).read_bytes())
 
+    def test_holds_what_looks_at_a_mac(self):
+        script = LIBRARY / "firstRun.sh"
+        self.assertEqual(script.read_bytes(), (ROOT / "product/macos/firstRun.sh").read_bytes())
+        self.assertTrue(os.access(script, os.X_OK))
+
     def test_holds_nothing_of_linux(self):
         self.assertFalse((LIBRARY / "switch").exists())
 
