@@ -95,7 +95,7 @@ findLock() {
     [ "$lockNumber" -eq "$lockSeen" ]
 }
 
-takeANap() { sleep 0.1 || fail 'cannot wait: sleep has failed'; }
+pauseBriefly() { sleep 0.1 || fail 'cannot wait: sleep has failed'; }
 
 tryLock() {
     findLock || return 1
@@ -127,7 +127,7 @@ underLock() {
         lockTries=$((lockTries + 1))
         [ "$lockTries" -lt "$LOCK_TRIES" ] ||
             fail "another share script has not ended within $((LOCK_TRIES / 10)) s"
-        takeANap
+        pauseBriefly
     done
     rm -f "$LOCKS/wait.$$"
     "$@"
@@ -385,7 +385,7 @@ endStuck() {
         startedPid=$(/usr/bin/pgrep -P "$1") || startedPid=''
         [ -n "$startedPid" ] && [ "$startedPid" = "$stuckPid" ] || stuckSince=0
         stuckPid=$startedPid stuckSince=$((stuckSince + 1))
-        [ "$stuckSince" -lt "$STUCK_SECONDS" ] || kill "$stuckPid"
+        [ "$stuckSince" -lt "$STUCK_SECONDS" ] || kill "$stuckPid" || :
     done
 }
 
