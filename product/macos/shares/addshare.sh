@@ -133,7 +133,7 @@ waitForSmb() {
     until /usr/bin/nc -z -G 1 -w 1 127.0.0.1 445 >/dev/null 2>&1; do
         smbTries=$((smbTries + 1))
         [ "$smbTries" -lt "$((SMB_SECONDS * 10))" ] && [ "$(/bin/date +%s)" -lt "$smbEnd" ] || return 1
-        takeANap
+        pauseBriefly
     done
 }
 

@@ -174,7 +174,7 @@ waitUntilKnown() {
         knownTries=$((knownTries + 1))
         [ "$knownTries" -lt "$KNOWN_TRIES" ] ||
             fail "macOS does not know the user $1 within $((KNOWN_TRIES / 10)) s"
-        takeANap
+        pauseBriefly
     done
 }
 

@@ -95,7 +95,7 @@ findLock() {
     [ "$lockNumber" -eq "$lockSeen" ]
 }
 
-takeANap() { sleep 0.1 || fail 'cannot wait: sleep has failed'; }
+pauseBriefly() { sleep 0.1 || fail 'cannot wait: sleep has failed'; }
 
 tryLock() {
     findLock || return 1
@@ -127,7 +127,7 @@ underLock() {
         lockTries=$((lockTries + 1))
         [ "$lockTries" -lt "$LOCK_TRIES" ] ||
             fail "another share script has not ended within $((LOCK_TRIES / 10)) s"
-        takeANap
+        pauseBriefly
     done
     rm -f "$LOCKS/wait.$$"
     "$@"
@@ -385,7 +385,7 @@ endStuck() {
         startedPid=$(/usr/bin/pgrep -P "$1") || startedPid=''
         [ -n "$startedPid" ] && [ "$startedPid" = "$stuckPid" ] || stuckSince=0
         stuckPid=$startedPid stuckSince=$((stuckSince + 1))
-        [ "$stuckSince" -lt "$STUCK_SECONDS" ] || kill "$stuckPid"
+        [ "$stuckSince" -lt "$STUCK_SECONDS" ] || kill "$stuckPid" || :
     done
 }
 
@@ -429,13 +429,18 @@ unlockWritten() {
         ! -execdir /usr/bin/chflags -h nosappnd,noschg,nouappnd,nouchg '{}' \; -print
 }
 
+# Gives a file to another owner, whom nobody shall become by running it: only then can the client, who
+# may still be connected, not set the bit again.
+# shellcheck disable=SC2016 # the dollar signs are the program's own
+GIVE='/usr/sbin/chown -h "$1" "./$2" && { [ ! -f "./$2" ] || /bin/chmod -h ug-s "./$2"; }'
+
 # What the client has made goes to the owner of the folder: nobody else may own it one day.  -execdir
 # and -h, because its owner could put links in the way meanwhile.
 giveToOwner() {
     recall "$shareState/numbers"
     case $recalled in ?*' '?*) ;; *) return 0 ;; esac
     forEachOf "${recalled% *}" "$1" 'cannot give all that was written to the owner of the folder' \
-        ! -execdir /usr/sbin/chown -h "${recalled#* }" '{}' \; -print
+        ! -execdir /bin/dash -c "$GIVE" dash "${recalled#* }" '{}' \; -print
 }
 
 # setAbove FOLDER N: sets above to the Nth folder above FOLDER, counted from 1.

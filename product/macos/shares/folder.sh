@@ -5,7 +5,7 @@
 # a link in the place of what it holds.  So the path is walked as it was given, a component at a time:
 # each is looked at without following it, and after a folder was entered it must be the one that was
 # looked at.  A link counts only where nobody but root and the owner of the folder at the end could have
-# made it, or made the way to it.
+# made it, or made the way to it; and where that is root, the whole way must be root's.
 
 MAX_TURNS=40 # links and ".." that are followed
 # What holds the system, or everything of everybody.  Most are root's, who can change what they hold.
@@ -46,9 +46,9 @@ turn() {
 }
 
 # enter NAME: the folder that was just looked at.  Adds to changers who can change what it holds: in one
-# with the sticky bit others cannot rename what is not theirs.
+# with the sticky bit others cannot rename what is not theirs.  wayChangers are those above it.
 enter() {
-    enteredId=$id
+    enteredId=$id wayChangers=$changers
     { cd -P -- "$1" 2>/dev/null && look . && [ "$id" = "$enteredId" ]; } ||
         fail "the way to the folder changes while it is looked at: \"$given\""
     changers="$changers $uid"
@@ -133,17 +133,19 @@ judgeFolder() {
     # shellcheck disable=SC2086 # a list of names; some are not on every Mac
     ! /usr/bin/stat -f '%d:%i' $SYSTEM_FOLDERS 2>/dev/null | grep -xF -e "$folderId" >/dev/null ||
         fail "a folder of the system's cannot be shared, nor the whole disk: \"$given\""
-    judgeLinks
+    judgeWay
 }
 
-judgeLinks() {
-    [ -n "$linkChangers" ] || return 0
-    [ "$folderOwner" != 0 ] ||
-        fail "the folder is root's and a link leads to it; its own path is \"$folder\": \"$given\""
+judgeWay() {
+    if [ "$folderOwner" = 0 ]; then
+        [ -z "$linkChangers" ] ||
+            fail "the folder is root's and a link leads to it; its own path is \"$folder\": \"$given\""
+        linkChangers=$wayChangers
+    fi
     for changer in $linkChangers; do
         case $changer in
             0 | "$folderOwner") ;;
-            *) fail "others than the owner of \"$folder\" can change a link that leads there: \"$given\"" ;;
+            *) fail "others than the owner of \"$folder\" can change the way there: \"$given\"" ;;
         esac
     done
 }

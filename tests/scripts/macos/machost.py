@@ -29,7 +29,7 @@ sys.path[:0] = [str(SCRIPT_TESTS), str(SCRIPT_TESTS.parent / 'support')]
 import javaScript  # noqa: E402
 import scriptRunner  # noqa: E402
 from macDirectory import DirectoryPrograms  # noqa: E402
-from macDisk import INHERIT, READ, WRITE, DiskPrograms, everything_in  # noqa: E402,F401
+from macDisk import INHERIT, KEEPING_CHOWN, KEEPING_CHOWN_TEXT, READ, WRITE, DiskPrograms, everything_in  # noqa: E402,F401
 from macModel import Mac, Misuse, Refusal  # noqa: E402
 from scriptRunner import HANG, SHARES, read, run_command, script_path, write  # noqa: E402
 from throwAway import require_sandbox  # noqa: E402
@@ -318,7 +318,9 @@ def set_up():
     shutil.copytree(REPO + '/product/macos/shares', SHARES)
     shutil.copy(REPO + '/product/macos/shares/base.sh', SHARES)
     os.makedirs('/var/db', exist_ok=True)
-    os.rename('/usr/bin/find', '/usr/bin/find.real')
+    for path in ('/usr/bin/find', '/bin/chmod'):
+        os.rename(path, path + '.real')
+    write(KEEPING_CHOWN, KEEPING_CHOWN_TEXT, 0o755)
     for name, folder in PROGRAMS.items():
         path = os.path.join(folder, name)
         with contextlib.suppress(FileNotFoundError):

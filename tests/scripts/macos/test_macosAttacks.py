@@ -10,7 +10,7 @@ import threading
 import unittest
 
 import machost
-from machost import PASSWORD, MacTest
+from machost import PASSWORD, MacTest, write
 
 AT_FDCWD, RENAME_EXCHANGE = -100, 2
 
@@ -59,7 +59,7 @@ class AttackTest(MacTest):
         host.mac.entries[path] = [(host.mac.attribute('Users', user, 'GeneratedUID'), kind, rights, False)]
         self.before = host.snapshot()
 
-    def assert_attack_fails(self, folder, reason='can change a link'):
+    def assert_attack_fails(self, folder, reason='can change the way there'):
         self.assert_refused(self.add_share(folder=folder), reason)
         self.assert_unchanged(self.before)
 
@@ -74,12 +74,13 @@ class AttackTest(MacTest):
 class LinksOnTheWay(AttackTest):
 
     def test_the_owner_leads_to_anothers_folder(self):
-        for target in (self.hers_inside, '../carol/Documents', '/root'):
+        for number, (target, reason) in enumerate((
+                (self.hers_inside, 'can change the way there'), ('../carol/Documents', 'can change the way there'),
+                ('/root', 'a link leads to it'))):
             with self.subTest(target):
-                link = self.link(target, self.home + '/Mine')
-                self.assert_attack_fails(link, 'link')
-                self.assert_attack_fails(link + '/', 'link')
-                os.unlink(link)
+                link = self.link(target, self.home + '/Mine%d' % number)
+                self.assert_attack_fails(link, reason)
+                self.assert_attack_fails(link + '/', reason)
 
     def test_the_owner_leads_to_his_own_folder(self):
         for target in (self.folder, 'Documents', './/../bob/Documents/.'):
@@ -163,6 +164,17 @@ class LinksOnTheWay(AttackTest):
         folder = self.make(self.scratch + '/of root', 0)
         self.assert_attack_fails(self.link(folder, self.scratch + '/link', 0), 'its own path is "%s"' % folder)
         self.assert_shared(folder, folder)
+
+    def test_a_folder_of_roots_where_others_can_put_one_of_its_name(self):
+        for path in (self.home + '/of root', self.home + '/Documents/sub/of root'):
+            folder = self.make(path, 0)
+            self.assert_attack_fails(folder)
+        public = self.make(self.scratch + '/public', 0, 0o777)
+        self.assert_attack_fails(self.make(public + '/of root', 0))
+        os.chmod(public, 0o1777)
+        self.assert_shared(public + '/of root', public + '/of root')
+        os.chmod(public, 0o777)
+        self.assert_shared(public, public)
 
     def test_links_without_an_end(self):
         self.link('loop', self.home + '/loop')
@@ -418,12 +430,8 @@ class Clients(AttackTest):
         self.assert_done(self.add_share())
         self.assertIsNone(host.mac.client_connects('alice', b'wrong', 'Docs'))
         self.assertIsNotNone(host.mac.client_connects('alice', PASSWORD.encode(), 'Docs'))
-        self.remove_both(add_user=False)
+        self.remove_both()
         self.assertIsNone(host.mac.client_connects('alice', PASSWORD.encode(), 'Docs'))
-
-    def remove_both(self, **_):
-        self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
-        self.assert_done(self.run_script('rmuser', 'alice'))
 
     def test_that_stay_connected_write_as_nobody_who_comes_later(self):
         self.assert_done(self.add_share())
@@ -438,6 +446,19 @@ class Clients(AttackTest):
             self.assertNotEqual(host.mac.attribute('Users', user, 'UniqueID'), str(client.number))
             self.assert_done(self.run_script('rmuser', user))
         self.assertEqual(numbers, {client.number})
+
+    def test_leave_nothing_that_makes_who_runs_it_the_owner(self):
+        self.assert_done(self.add_share())
+        for name in ('/-run me\n', '/sub/me', '/.too'):
+            host.mac.client_writes('alice', self.folder + name)
+            os.chmod(self.folder + name, 0o6755)
+        mine = write(self.folder + '/mine', 'of the owner\n')
+        os.chown(mine, 501, -1)
+        os.chmod(mine, 0o4755)
+        self.remove_both()
+        for name, mode in (('/-run me\n', 0o755), ('/sub/me', 0o755), ('/.too', 0o755), ('/mine', 0o4755)):
+            found = os.stat(self.folder + name)
+            self.assertEqual((found.st_uid, found.st_mode & 0o7777), (501, mode), name)
 
     def test_are_let_in_by_status_0_only_where_the_service_serves(self):
         """A connection is all that addshare.sh sees."""
