@@ -9,6 +9,7 @@ import unittest
 
 import firstRunHost
 import machost
+import textTools
 from firstRunHost import FIRST_RUN, HOME, TOP
 from machost import HANG, REPO, MacTest, read
 
@@ -23,6 +24,7 @@ host = None
 def setUpModule():
     global host  # pylint: disable=global-statement
     host = firstRunHost.set_up()
+    textTools.install()
 
 
 class FirstRun(MacTest):

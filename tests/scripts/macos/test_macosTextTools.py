@@ -1,19 +1,16 @@
 """The macOS share scripts with text programs that lack GNU's inventions, as those of a Mac do.
 
-All tests of test_macos.py, with awk from the source that a Mac's is made of, and busybox for the rest.
+All tests of test_macos.py once more.
 """
 
 import os
-import shutil
 import subprocess
 import unittest
 
 import machost
 import test_macos
-from machost import HERE, MacTest
-
-TOOLS = '/tmp/textTools'
-BUSYBOX = ('cat', 'grep', 'head', 'ln', 'mkdir', 'rm', 'rmdir', 'sed', 'sort', 'tr', 'wc')
+import textTools
+from machost import MacTest
 
 host = None
 
@@ -21,15 +18,7 @@ host = None
 def setUpModule():
     global host  # pylint: disable=global-statement
     host = machost.set_up()
-    os.mkdir(TOOLS)
-    shutil.copy('/usr/bin/original-awk', TOOLS + '/awk')
-    for name in BUSYBOX:
-        shutil.copy('/bin/busybox', '%s/%s' % (TOOLS, name))
-    subprocess.run(['cc', '-O1', '-static', '-Wall', '-Wextra', '-Werror', '-o', '/tmp/textTool',
-                    HERE + '/textTool.c'], check=True)
-    for name in os.listdir(TOOLS):
-        os.unlink('/usr/bin/' + name)
-        shutil.copy('/tmp/textTool', '/usr/bin/' + name)
+    textTools.install()
 
 
 def load_tests(_, own, __):
@@ -64,6 +53,10 @@ class TheTools(MacTest):
         self.assertIn('awk version 20', self.run_tool('awk', '--version').stdout)
         self.assertIn('calling undefined function gensub',
                       self.run_tool('awk', 'BEGIN { print gensub("a", "b", "g", "a") }').stderr)
+
+    def test_no_text_program_of_the_scripts_is_missing(self):
+        self.assertEqual(set(test_macos.TEXT_PROGRAMS) - set(os.listdir(textTools.TOOLS)),
+                         {'dash', 'env', 'iconv'})
 
     def test_wc_prints_blanks_first(self):
         self.assertEqual(self.run_tool('wc', '-c', text='abc').stdout, '       3\n')
