@@ -8,9 +8,9 @@
 set -eu
 
 PACKAGES="
-    bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ git icu-devtools inotify-tools
+    busybox bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ git icu-devtools inotify-tools
     iproute2 libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils lintian
-    llvm-14 locales make mandoc mmdebstrap ninja-build pkg-config procps python3 samba shellcheck
+    llvm-14 locales make mandoc mmdebstrap ninja-build original-awk pkg-config procps python3 samba shellcheck
     smbclient strace systemd unicode-data util-linux valgrind
 "
 BENCH_PACKAGES="
@@ -38,8 +38,10 @@ for package in $PACKAGES; do
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
         missing="$missing $package"
 done
-# The cross compiler comes through npm; any that is there will do.
+# The cross compiler comes through npm, and node runs the macOS scripts' JavaScript in the tests.  Any that
+# are there will do: other packages than Debian's hold both.
 command -v npm >/dev/null || missing="$missing npm"
+command -v node >/dev/null || missing="$missing nodejs"
 if [ -z "$missing" ]; then
     say 'every package is installed'
     exit 0

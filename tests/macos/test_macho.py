@@ -105,11 +105,21 @@ class Library(unittest.TestCase):
 
 class Bundle(unittest.TestCase):
     def test_holds_the_scripts_of_this_host(self):
-        for name in ("adduser", "addshare", "rmshare", "rmuser", "common"):
+        for name in ("adduser", "addshare", "rmshare", "rmuser", "clear", "common"):
             script = LIBRARY / f"shares/{name}.sh"
             self.assertEqual(script.read_bytes(), (ROOT / f"product/macos/shares/{name}.sh").read_bytes())
             self.assertEqual(os.access(script, os.X_OK), name != "common", script)
-        self.assertEqual((LIBRARY / "shares/base.sh").read_bytes(), (ROOT / "product/macos/shares/base.sh").read_bytes())
+        for name in ("base", "folder"):
+            self.assertEqual((LIBRARY / f"shares/{name}.sh").read_bytes(), (ROOT / f"product/macos/shares/{name}.sh").read_bytes())
+
+    def test_holds_the_job_that_clears_away(self):
+        for name in ("pelago.clear.plist", "newsyslog.conf"):
+            self.assertEqual((LIBRARY / "launchd" / name).read_bytes(), (ROOT / "product/macos/launchd" / name).read_bytes())
+
+    def test_holds_what_looks_at_a_mac(self):
+        script = LIBRARY / "firstRun.sh"
+        self.assertEqual(script.read_bytes(), (ROOT / "product/macos/firstRun.sh").read_bytes())
+        self.assertTrue(os.access(script, os.X_OK))
 
     def test_holds_nothing_of_linux(self):
         self.assertFalse((LIBRARY / "switch").exists())

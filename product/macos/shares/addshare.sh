@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/dash
 # addshare.sh USER PASSWORD_FILE FOLDER SHARE ACCESS -- serves FOLDER as SHARE, with access for USER.
 # ACCESS is rw or ro.  macOS decides by the rights of the files, so the user gets an access entry on
 # the folder and what its owner has in it, and one to pass through each folder above that lets not
@@ -6,27 +6,13 @@
 # Exit status: 0 a client can connect now; otherwise there is no share, and stderr says why.
 # shellcheck source=SCRIPTDIR/common.sh
 . "${0%/*}/common.sh"
+# shellcheck source=SCRIPTDIR/folder.sh
+. "${0%/*}/folder.sh"
 
 SMB_SECONDS=30 # how long to wait for the SMB service
 READ_RIGHTS=list,search,readattr,readextattr,readsecurity,read,execute
 WRITE_RIGHTS=write,append,delete,delete_child,add_file,add_subdirectory,writeattr,writeextattr
 INHERITANCE=file_inherit,directory_inherit
-
-# Sets folder to the same folder without links in its path: nobody can then lead it elsewhere while it
-# is served.  The sentinel keeps newlines at its end.
-checkFolder() {
-    case $1 in /*) ;; *) fail "the folder's path is not absolute: \"$1\"" ;; esac
-    isUtf8 "$1" || fail "the folder's path is not valid UTF-8"
-    [ -d "$1" ] || fail "not a folder: \"$1\""
-    folder=$(cd -P -- "$1" && pwd -P && printf .) || fail "cannot enter the folder: \"$1\""
-    folder=${folder%"$newline".}
-    # POSIX leaves open what two slashes at the beginning mean, and some shells keep them.
-    while [ "${folder#//}" != "$folder" ]; do
-        folder=${folder#/}
-    done
-    [ "$folder" != / ] || fail 'the whole disk cannot be shared: every file would get a new right'
-    folderOwner=$(/usr/bin/stat -f %u "$folder") || fail "cannot tell whose folder it is: \"$1\""
-}
 
 checkHost() {
     sharingUsage=$(/usr/sbin/sharing 2>&1) || : # without arguments it explains itself
@@ -54,10 +40,24 @@ checkOneShare() {
     done
 }
 
+# macOS itself serves each user a home folder under the user's name, and administrators each volume
+# under its own.
+checkSystemsNames() {
+    ! surely isListed /Users "$1" || fail "the share name is that of a user: \"$1\""
+    for volume in /Volumes/*; do
+        printf '%s\n' "${volume##*/}"
+    done | grep -ixF -e "$1" >/dev/null || return 0
+    fail "the share name is that of a volume: \"$1\""
+}
+
 # Refuses what is not ours, or belongs to a session that runs; what others left has been cleared away.
 checkNameIsFree() {
     [ ! -d "$SHARE_STATE/_$1" ] || fail "the share \"$1\" is in use by a session that runs"
+    checkSystemsNames "$1"
+    ! surely isNamed /SharePoints "$1" || fail "the share \"$1\" exists already"
     ! surely isListed /SharePoints "$1" || fail "the share \"$1\" exists already"
+    # Where there is none to show the program may fail.
+    [ -n "$listText" ] || return 0
     # A share has a name of its own for SMB, which need not be that of its record.
     sharingList=$(/usr/sbin/sharing -l 2>&1) || fail "cannot list the shares: $sharingList"
     ! printf '%s\n' "$sharingList" | sed -n 's/^[[:blank:]]*name:[[:blank:]]*//p' |
@@ -66,11 +66,14 @@ checkNameIsFree() {
 
 remember() { printf '%s' "$2" >"$shareState/$1"; }
 
-# USER GIVEN_FOLDER: written as a whole before the first change.
+# USER GIVEN_FOLDER SHARE: written as a whole before the first change.
 makeState() {
-    mkdir -- "$shareState" && remember given "$2" && remember user "$1" && remember entry "$entry" &&
-        remember numbers "$userNumber $folderOwner" && remember folder "$folder"
+    mkdir -- "$shareState" && remember name "$3" && remember given "$2" && remember user "$1" &&
+        remember entry "$entry" && remember numbers "$userNumber $folderOwner" &&
+        remember folder "$folder"
 }
+
+everybodyMayPass() { look . && case $mode in *[1357]) ;; *) return 1 ;; esac; }
 
 # openWay FOLDER: lets the user pass through the folders above, the outermost first, where not
 # everybody may.  Each is noted before it is changed.
@@ -81,17 +84,21 @@ openWay() {
     done
     while [ "$depth" -gt 0 ]; do
         setAbove "$1" "$depth"
-        wayMode=$(/usr/bin/stat -f %Lp "$above") || fail "cannot read the rights of \"$above\""
-        case $wayMode in
-            *[1357]) ;;
-            *)
-                printf '%s\n' "$depth" >>"$shareState/search" || fail "cannot write in $shareState"
-                inFolder "$above" /bin/chmod -h +a "user:$user allow search" . ||
-                    fail "cannot let $user pass through \"$above\""
-                ;;
-        esac
+        inFolder "$above" everybodyMayPass || {
+            printf '%s\n' "$depth" >>"$shareState/search" || fail "cannot write in $shareState"
+            inFolder "$above" /bin/chmod -h +a "user:$user allow search" . ||
+                fail "cannot let $user pass through \"$above\""
+        }
         depth=$((depth - 1))
     done
+}
+
+# inJudged COMMAND [ARG...]: runs it in the folder, if that is still the one that was judged.
+inJudged() { inFolder "$folder" asJudged "$@"; }
+
+asJudged() {
+    { look . && [ "$id" = "$folderId" ]; } || fail "another folder now: \"$folder\""
+    "$@"
 }
 
 # Gives the entry to the folder and what is in it.  A file of somebody else, or one with a second name
@@ -99,12 +106,12 @@ openWay() {
 # is what links lead to.  Each entry is made from within its folder and never through a link, because
 # the owner may change things meanwhile.  find does not fail when chmod does: it prints the names then.
 openFolder() {
-    { refused=$(inFolder "$folder" /usr/bin/find -P . -xdev -user "$folderOwner" \
+    { refused=$(inJudged watched /usr/bin/find -P . -xdev -user "$folderOwner" \
         '(' -type d -o -type f -links 1 ')' ! -execdir /bin/chmod -h +a "$entry" '{}' \; -print 2>&1) &&
         [ -z "$refused" ]; } ||
         fail "cannot give $user access to all in \"$folder\": ${refused%%"$newline"*}"
-    leftOut=$(inFolder "$folder" /usr/bin/find -P . -xdev ! -type l \
-        ! '(' -user "$folderOwner" '(' -type d -o -type f -links 1 ')' ')' -print) ||
+    leftOut=$(inJudged /usr/bin/find -P . -xdev '(' -type d -o -type f ')' \
+        ! '(' -user "$folderOwner" '(' -type d -o -links 1 ')' ')' -print) ||
         fail "cannot look through \"$folder\""
     [ -z "$leftOut" ] || say "$user gets no access to what does not belong to the owner of the folder or\
  has more than one name, such as \"$(printf '%s' "${leftOut%%"$newline"*}" | tr '[:cntrl:]' '?')\""
@@ -121,11 +128,12 @@ share() {
 # The time is bounded, and the number of looks as well, for a clock that is set back meanwhile.
 waitForSmb() {
     smbEnd=$(($(/bin/date +%s) + SMB_SECONDS)) smbTries=0
-    # Nothing is sent; that somebody connects is what starts the service.
-    until /usr/bin/nc -z -w 1 127.0.0.1 445 >/dev/null 2>&1; do
+    # Nothing is sent; that somebody connects is what starts the service.  -G bounds the connecting, and
+    # -w what comes after it.
+    until /usr/bin/nc -z -G 1 -w 1 127.0.0.1 445 >/dev/null 2>&1; do
         smbTries=$((smbTries + 1))
         [ "$smbTries" -lt "$((SMB_SECONDS * 10))" ] && [ "$(/bin/date +%s)" -lt "$smbEnd" ] || return 1
-        sleep 0.1
+        pauseBriefly
     done
 }
 
@@ -147,22 +155,24 @@ main() {
     user=$1 shareName=$3 shareTried=no
     checkHost
     checkUser "$1"
-    removeLeftoverShares
+    removeLeftoverShares || [ -z "$leftShare" ] ||
+        fail "cannot clear away the share \"$leftShare\" of an earlier session"
     checkOneShare "$1"
     checkNameIsFree "$3"
     shareState=$SHARE_STATE/_$3
     undoOnExit undo
-    makeState "$1" "$2" || fail "cannot make $shareState"
+    makeState "$1" "$2" "$3" || fail "cannot make $shareState"
     openWay "$folder"
     openFolder
     share "$folder" "$3"
     waitForSmb || fail "the SMB service has not come up within $SMB_SECONDS s"
     claim "$shareState/owner" || fail "cannot write $shareState/owner"
+    isInUse "$shareState/owner" || fail 'the caller has gone'
     finish
 }
 
 checkAddshareArguments "$@"
-checkFolder "$3"
+judgeFolder "$3"
 case $5 in
     rw) readOnly=0 entry="user:$1 allow $READ_RIGHTS,$WRITE_RIGHTS,$INHERITANCE" ;;
     ro) readOnly=1 entry="user:$1 allow $READ_RIGHTS,$INHERITANCE" ;;

@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/dash
 # adduser.sh USER USER PASSWORD_FILE -- makes the user that a share is served to.
 # Exit status: 0 the user can log in over SMB with that password; otherwise nothing was changed, and
 # stderr says why.
@@ -8,6 +8,8 @@
 # Accounts of people begin at 501, and those of the system's services lie from 200 to 400.  Below 500
 # the login window shows nobody.
 NUMBER_FIRST=401 NUMBER_LAST=499
+KNOWN_TRIES=100                  # how often to look, a tenth of a second apart, for the new user
+SSH_GROUP=com.apple.access_ssh   # when there is such a group, only its members may use Remote Login
 
 # Reads a password to its end and sets it.  An argument would show it to every process.
 # shellcheck disable=SC2016 # the dollar signs are the program's own
@@ -53,8 +55,19 @@ makeWay() {
     fi
     [ "$userListed" = no ] || fail "the user $1 exists already"
     [ "$groupListed" = no ] || fail "the group $1 exists already"
+    for kind in /Users /Groups; do
+        ! surely isNamed "$kind" "$1" || fail "a record in $kind has $1 as another of its names"
+    done
+    # Where people log in, macOS takes their full names as well.
+    ! surely isFullName "$1" || fail "$1 is the full name of a user"
     # A directory server may have such a user as well.
     ! /usr/bin/id -u "$1" >/dev/null 2>&1 || fail "the user $1 exists already, in another directory"
+}
+
+isFullName() {
+    nameText=$(/usr/bin/dscl . -search /Users RealName "$1" 2>&1) ||
+        { say "cannot search for the full name $1: $nameText"; return 2; }
+    [ -n "$nameText" ]
 }
 
 # Prints the numbers of all users and all groups.
@@ -62,14 +75,23 @@ listNumbers() {
     /usr/bin/dscl . -list /Users UniqueID && /usr/bin/dscl . -list /Groups PrimaryGroupID
 }
 
-# Sets number to one that no user and no group has: the directory itself would take any.
+# Sets number to one that no user, no group and no process has: the directory itself would take any.
+# They go round, because a number that was just given back may still be at work: a client that is
+# connected keeps it, and so does what the kernel knows of it.
 findNumber() {
     numbers=$(listNumbers) || fail 'cannot list the numbers of users and groups'
-    number=$(printf '%s\n' "$numbers" |
-        awk -v "first=$NUMBER_FIRST" -v "last=$NUMBER_LAST" '
+    running=$(/bin/ps -axo uid=) || fail 'cannot list whose processes run'
+    previous=$(cat "$STATE/lastNumber" 2>/dev/null) || previous=''
+    number=$(printf '%s\n' "$numbers" "$running" |
+        awk -v "first=$NUMBER_FIRST" -v "last=$NUMBER_LAST" -v "previous=$previous" '
             { taken[$NF] = 1 }
-            END { for (n = last; n >= first; n--) if (!(n in taken)) { print n; exit } }')
+            END {
+                if (previous <= first || previous > last) previous = last + 1
+                for (n = previous - 1; n >= first; n--) if (!(n in taken)) { print n; exit }
+                for (n = last; n >= previous; n--) if (!(n in taken)) { print n; exit }
+            }')
     [ -n "$number" ] || fail "no number from $NUMBER_FIRST to $NUMBER_LAST is free"
+    printf '%s\n' "$number" >"$STATE/lastNumber" || fail "cannot write $STATE/lastNumber"
 }
 
 # Whether the number is that of one user and one group, ours: another program may have taken it too.
@@ -99,13 +121,20 @@ makeRecord() {
     hasValue RealName "$USER_MARK $2" || fail "the directory did not take our mark of $1/$2"
 }
 
+# Changing a user's home may need consent that nobody has given, even for root; SMB needs none.
+setHome() {
+    homeRefused=no
+    /usr/bin/dscl . -create "/Users/$1" NFSHomeDirectory /var/empty ||
+        { homeRefused=yes; say "the user $1 gets no home folder: macOS has refused it"; }
+}
+
 # The number comes last: without one the record is no user yet.
 makeUser() {
     makeRecord /Groups "$1"
     setAttributes "/Groups/$1" PrimaryGroupID "$number"
     makeRecord /Users "$1"
-    setAttributes "/Users/$1" UserShell /usr/bin/false NFSHomeDirectory /var/empty IsHidden 1 \
-        PrimaryGroupID "$number" UniqueID "$number"
+    setHome "$1"
+    setAttributes "/Users/$1" UserShell /usr/bin/false IsHidden 1 PrimaryGroupID "$number" UniqueID "$number"
 }
 
 # dscl has been seen to end with 0 when it had set nothing.
@@ -113,8 +142,9 @@ checkRecords() {
     readRecord "/Groups/$1" PrimaryGroupID || return 1
     hasValue PrimaryGroupID "$number" || return 1
     readRecord "/Users/$1" UserShell NFSHomeDirectory IsHidden PrimaryGroupID UniqueID || return 1
-    hasValue UserShell /usr/bin/false && hasValue NFSHomeDirectory /var/empty &&
-        hasValue PrimaryGroupID "$number" && hasValue UniqueID "$number" || return 1
+    [ "$homeRefused" = yes ] || hasValue NFSHomeDirectory /var/empty || return 1
+    hasValue UserShell /usr/bin/false && hasValue PrimaryGroupID "$number" &&
+        hasValue UniqueID "$number" || return 1
     hasValue dsAttrTypeNative:IsHidden 1 || hasValue IsHidden 1
 }
 
@@ -135,6 +165,27 @@ joinAccessGroup() {
     surely isMember "$1" || fail "$1 is no member of the group $ACCESS_GROUP"
 }
 
+# macOS has just been asked for a user of that name, and remembers for a while that there was none, or
+# who it was.
+waitUntilKnown() {
+    uuid=$(readUuid "$1") knownTries=0
+    until [ "$(/usr/bin/id -u "$1" 2>/dev/null)" = "$number" ] &&
+        [ "$(/usr/bin/dsmemberutil getuuid -U "$1" 2>/dev/null)" = "$uuid" ]; do
+        knownTries=$((knownTries + 1))
+        [ "$knownTries" -lt "$KNOWN_TRIES" ] ||
+            fail "macOS does not know the user $1 within $((KNOWN_TRIES / 10)) s"
+        pauseBriefly
+    done
+}
+
+# The user is one of the whole Mac's.  Without a shell she still can have sshd pass connections on.
+warnOfRemoteLogin() {
+    ask isListed /Groups "$SSH_GROUP"
+    [ "$answer" = no ] || return 0
+    ! /usr/bin/nc -z -G 1 -w 1 127.0.0.1 22 >/dev/null 2>&1 ||
+        say "Remote Login is open to all users of this Mac, and so to $1 during the session"
+}
+
 # There was no such user a moment ago, so whoever has the name and the mark now was made here.
 undo() {
     findUser "$1"
@@ -148,7 +199,8 @@ undo() {
 main() {
     [ -n "$session" ] || fail 'the caller has gone'
     makeWay "$1"
-    removeLeftoverShares
+    clearDeadSessions || [ -z "$leftShare" ] ||
+        fail "cannot clear away the share \"$leftShare\" of an earlier session"
     findNumber
     undoOnExit "undo $1"
     printf '' >"$USER_STATE/$1" || fail "cannot write $USER_STATE/$1"
@@ -157,7 +209,10 @@ main() {
     isNumberOurs || fail "the number $number has been taken meanwhile"
     joinAccessGroup "$1"
     enableSmb "$1"
+    waitUntilKnown "$1"
+    warnOfRemoteLogin "$1"
     claim "$USER_STATE/$1" || fail "cannot write $USER_STATE/$1"
+    isInUse "$USER_STATE/$1" || fail 'the caller has gone'
     finish
 }
 

@@ -4,8 +4,6 @@
 # The host's common.sh, which sources it, adds what is the host's: checkShareName, session (which session
 # this is) and isInUse (whether that of a file still runs).
 
-# A shell may take options from its environment that would export or print all that is assigned.
-set +avx
 set -eu
 umask 077
 # A caller that has died leaves a broken pipe on stderr: cleaning up goes on without its reader.
@@ -79,8 +77,6 @@ claim() { printf '%s\n' "$session" >"$1"; }
 # Sets passwordOctal to the password, each byte as a backslash and three octal digits.  An empty one, one
 # that is too long and one that holds a NUL would be taken, but not as they are.
 readPassword() {
-    # A variable that came with the environment stays exported whatever is assigned to it.
-    unset passwordOctal
     [ -r "$1" ] || fail "cannot read the password file: $1"
     [ ! -d "$1" ] || fail "the password file is a folder: $1"
     # A read that fails half-way ends in a NUL, which is refused; half a password must not count.

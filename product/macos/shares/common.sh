@@ -1,5 +1,5 @@
 # shellcheck shell=sh
-# common.sh -- what the four share scripts have in common.  It is sourced by them, never run.
+# common.sh -- what the share scripts have in common.  It is sourced by them, never run.
 #
 # What is ours is told by marks.  A user and the group of its own carry USER_MARK and their name as
 # their full name.  A share has a folder in SHARE_STATE, written before the first change is made, and
@@ -12,14 +12,19 @@
 # Programs that act on the system are called by their full path; the others (awk, cat, grep, iconv
 # and so on) are found in PATH and used with what all systems have in common.
 
+# The scripts are written for dash, which is there since macOS 10.15: /bin/sh may be any of three shells
+# on a Mac, and only in dash is the folder that pwd prints sure to be the one that cd has entered.  They
+# start anew once, because we are root and each variable that a shell or a program heeds is the
+# caller's: bytes are compared as bytes, and start times as text, which must not change when the Mac
+# travels.  The mark is the number of the process, which stays the same.
+if [ "${PELAGO_STARTED_ANEW-}" != "$$" ]; then
+    exec /usr/bin/env -i "PELAGO_STARTED_ANEW=$$" PATH=/usr/bin:/bin:/usr/sbin:/sbin LC_ALL=C TZ=UTC0 \
+        /bin/dash "$0" "$@"
+fi
+
 # shellcheck source=SCRIPTDIR/base.sh
 . "${0%/*}/base.sh"
 
-# PATH is fixed because we are root, bytes are compared as bytes, and start times are compared as
-# text, which must not change when the Mac travels.
-PATH=/usr/bin:/bin:/usr/sbin:/sbin LC_ALL=C TZ=UTC0
-export PATH LC_ALL TZ
-unset CDPATH
 (: 3>&1) 2>/dev/null || exec >/dev/null
 (: 3>&2) || exec 2>/dev/null # not silenced like the line above: that would open what it tests
 
@@ -30,6 +35,7 @@ USER_STATE=$STATE/users
 LOCKS=/var/run/pelago
 USER_MARK='Pelago share user'
 ACCESS_GROUP=com.apple.access_smb # when there is such a group, only its members may use SMB
+STUCK_SECONDS=30                  # how long a program may take for one file
 LOCK_TRIES=600                    # how often to look, a tenth of a second apart, for another script
 
 newline='
@@ -89,6 +95,8 @@ findLock() {
     [ "$lockNumber" -eq "$lockSeen" ]
 }
 
+pauseBriefly() { sleep 0.1 || fail 'cannot wait: sleep has failed'; }
+
 tryLock() {
     findLock || return 1
     ! isInUse "$LOCKS/lock.$lockNumber" || return 1
@@ -103,9 +111,11 @@ tryLock() {
     done
 }
 
+requireRoot() { [ "$(/usr/bin/id -u)" = 0 ] || fail 'only root may do this'; }
+
 # underLock COMMAND [ARG...]: runs the command while no other script runs.
 underLock() {
-    [ "$(/usr/bin/id -u)" = 0 ] || fail 'only root may do this'
+    requireRoot
     mkdir -p "$LOCKS" "$STATE" "$SHARE_STATE" "$USER_STATE" || fail "cannot make $LOCKS and $STATE"
     lockMark=$(processMark "$$") || fail 'cannot tell when this script was started'
     # A file left by a process of this number may be another name of a lock: it is not written to.
@@ -117,7 +127,7 @@ underLock() {
         lockTries=$((lockTries + 1))
         [ "$lockTries" -lt "$LOCK_TRIES" ] ||
             fail "another share script has not ended within $((LOCK_TRIES / 10)) s"
-        sleep 0.1
+        pauseBriefly
     done
     rm -f "$LOCKS/wait.$$"
     "$@"
@@ -184,6 +194,18 @@ isOurRecord() {
     [ -f "$USER_STATE/$2" ]
 }
 
+# Whether a record has that name, as its first or another: isListed sees the first names only, and a
+# record is found, and changed, by each of them.
+isNamed() {
+    namedText=$(/usr/bin/dscl . -read "$(recordPath "$1" "$2")" RecordName 2>&1) && return 0
+    case $namedText in *eDSRecordNotFound*) return 1 ;; esac
+    say "cannot read $1/$2: $namedText"
+    return 2
+}
+
+# Prints FOLDER/NAME for dscl, which undoes percent escapes in it.
+recordPath() { printf '%s/%s' "$1" "$2" | sed 's/%/%25/g'; }
+
 # Deletes a record and looks whether it is gone.
 deleteRecord() {
     deletion=$(/usr/bin/dscl . -delete "$1/$2" 2>&1) || say "cannot delete $1/$2: $deletion"
@@ -229,27 +251,27 @@ isMember() {
 }
 
 # Takes the user out of ACCESS_GROUP, which would keep a name that may belong to another one day.
-# dseditgroup wants a user that exists; when it has gone before, only the name is left to take out.
+# dseditgroup wants a user that exists.  Where it does not help the values are taken out: the group
+# notes a member twice, by name and by UUID, and the latter is not known once the user has gone.
 leaveAccessGroup() {
     [ "$userListed" = yes ] || [ -f "$USER_STATE/$1" ] || return 0
     ask isListed /Groups "$ACCESS_GROUP"
     [ "$answer" != yes ] || ask isMember "$1"
-    case $answer in
-        no) return 0 ;;
-        unknown) say "$1 may still be in the group $ACCESS_GROUP"; return 1 ;;
-    esac
-    if [ "$userListed" = no ]; then
-        set -- "$1" /usr/bin/dscl . -delete "/Groups/$ACCESS_GROUP" GroupMembership "$1"
-    else
-        set -- "$1" /usr/sbin/dseditgroup -o edit -d "$1" -t user "$ACCESS_GROUP"
+    [ "$answer" != no ] || return 0
+    if [ "$userListed" = yes ]; then
+        ! /usr/sbin/dseditgroup -o edit -d "$1" -t user "$ACCESS_GROUP" >/dev/null 2>&1 || return 0
+        dropMember GroupMembers "$(readUuid "$1")" >/dev/null 2>&1 || :
     fi
-    leaver=$1
-    shift
-    removal=$("$@" 2>&1) || {
-        say "cannot take $leaver out of the group $ACCESS_GROUP: $removal"
+    [ "$answer" = yes ] || { say "$1 may still be in the group $ACCESS_GROUP"; return 1; }
+    removal=$(dropMember GroupMembership "$1" 2>&1) || {
+        say "cannot take $1 out of the group $ACCESS_GROUP: $removal"
         return 1
     }
 }
+
+dropMember() { /usr/bin/dscl . -delete "/Groups/$ACCESS_GROUP" "$1" "$2"; }
+
+readUuid() { /usr/bin/dscl . -read "/Users/$1" GeneratedUID | sed -n 's/^GeneratedUID: //p'; }
 
 # removeUser NAME: takes away a user of ours that findUser has found, or what is left of one.  Its
 # shares go first, because entries on the disk cannot be removed by name once the name is gone.  No
@@ -273,7 +295,8 @@ removeUser() {
 # ---- Shares
 #
 # Each folder "_SHARE" in SHARE_STATE holds, as files: "given", the folder as the caller names it;
-# "folder", the same without links; "user"; "numbers", the user's and that of the folder's owner;
+# "folder", the same without links; "name", the share's, because a disk of a
+# Mac's finds "_SHARE" in other spellings as well; "user"; "numbers", the user's and that of the folder's owner;
 # "entry", the access entry on the folder; "search", which folders above it have an entry as well (1
 # is the next above); and "owner".
 
@@ -285,7 +308,7 @@ recall() {
 
 # Whether the record of the share NAME, which is listed, leads to FOLDER.
 leadsTo() {
-    shareText=$(/usr/bin/dscl . -read "/SharePoints/$1" directory_path 2>&1 && printf .) || {
+    shareText=$(/usr/bin/dscl . -read "$(recordPath /SharePoints "$1")" directory_path 2>&1 && printf .) || {
         say "cannot read the share \"$1\": $shareText"
         return 2
     }
@@ -296,10 +319,10 @@ leadsTo() {
     return 1
 }
 
-# Whether the share NAME exists and was made here.
+# Whether the share NAME, of which shareState tells, exists and was made here.
 isOurShare() {
     isListed /SharePoints "$1" || return "$?"
-    recall "$SHARE_STATE/_$1/folder"
+    recall "$shareState/folder"
     [ -n "$recalled" ] && leadsTo "$1" "$recalled"
 }
 
@@ -336,33 +359,88 @@ isGranted() {
         END { exit found || failed ? 0 : 1 }'
 }
 
+# watched FIND [ARG...]: runs it, and ends what it has started that has not ended for half a minute.
+# chmod opens what it changes, and a pipe that the owner of the folder has put in the place of a file
+# since find looked at it would keep it waiting for ever, and every script with it.  Nothing that macOS
+# brings along opens a file by its name without that risk.  A limit for the whole would end what is
+# merely much; so a single program is timed, and one that is ended has failed for its file alone.
+# A signal ends it at once, although what a shell starts in the background ignores SIGINT: its work is
+# undone as soon as it has ended.  Only in a subshell: the traps are changed.
+watched() {
+    watchedPid='' watchedStatus=0
+    trap 'kill $watchedPid ${!-} 2>/dev/null; wait; exit 1' HUP INT TERM
+    "$@" &
+    watchedPid=$!
+    endStuck "$watchedPid" >/dev/null 2>&1 &
+    wait "$watchedPid" || watchedStatus=$?
+    kill "$!" 2>/dev/null || :
+    return "$watchedStatus"
+}
+
+# endStuck PID: as long as that process runs.
+endStuck() {
+    stuckSince=0 stuckPid=''
+    while kill -0 "$1"; do
+        sleep 1
+        startedPid=$(/usr/bin/pgrep -P "$1") || startedPid=''
+        [ -n "$startedPid" ] && [ "$startedPid" = "$stuckPid" ] || stuckSince=0
+        stuckPid=$startedPid stuckSince=$((stuckSince + 1))
+        [ "$stuckSince" -lt "$STUCK_SECONDS" ] || kill "$stuckPid" || :
+    done
+}
+
 # takeBack USER ENTRY FOLDER [-R]: what was moved into the folder never had the entry, and then chmod
-# complains: it has failed only if an entry is left.  Whose a file is, and how many names it has, may
-# have changed since it got the entry, so all are asked; links are not followed.
+# complains; and where a file has two entries of the user, chmod may take only one.  So it is done
+# twice at most, until no entry is seen.  Whose a file is, and how many names it has, may have changed
+# since it got the entry, so all are asked; links are not followed.
 takeBack() {
-    if [ "$#" -eq 4 ]; then
-        removal=$(inFolder "$3" /usr/bin/find -P . -xdev ! -type l \
-            ! -execdir /bin/chmod -h -a "$2" '{}' \; -print 2>&1) && [ -z "$removal" ] && return 0
-    else
-        removal=$(inFolder "$3" /bin/chmod -h -a "$2" . 2>&1) && return 0
-    fi
-    ! isGranted "$1" "$3" ${4+-R} || {
-        say "cannot take the access of $1 back: ${removal%%"$newline"*}"
+    refusal=''
+    for _ in 1 2; do
+        if [ "$#" -eq 4 ]; then
+            removal=$(inFolder "$3" watched /usr/bin/find -P . -xdev '(' -type d -o -type f ')' \
+                ! -execdir /bin/chmod -h -a "$2" '{}' \; -print 2>&1) || :
+        else
+            removal=$(inFolder "$3" /bin/chmod -h -a "$2" . 2>&1) || :
+        fi
+        isGranted "$1" "$3" ${4+-R} || return 0
+        refusal=${refusal:-$removal}
+    done
+    say "cannot take the access of $1 back: ${refusal%%"$newline"*}"
+    return 1
+}
+
+# forEachOf NUMBER FOLDER WHAT FIND_ARG...: for all in the folder that belongs to that number.  find does
+# not fail when its commands do: it prints the names then.
+forEachOf() {
+    eachNumber=$1 eachFolder=$2 eachWhat=$3
+    shift 3
+    { eachText=$(inFolder "$eachFolder" watched /usr/bin/find -P . -xdev -user "$eachNumber" "$@" 2>&1) &&
+        [ -z "$eachText" ]; } || {
+        say "$eachWhat: ${eachText%%"$newline"*}"
         return 1
     }
 }
 
-# What the client has made belongs to a number that the next user of a share may get: it goes to the
-# owner of the folder.  -execdir and -h, because its owner could put links in the way meanwhile.  find
-# does not fail when its commands do: it prints the names then.
+# A client of a Mac's can lock what it has made, and that keeps even root from changing it.
+unlockWritten() {
+    recall "$shareState/numbers"
+    case $recalled in ?*' '?*) ;; *) return 0 ;; esac
+    forEachOf "${recalled% *}" "$1" 'cannot unlock all that was written' -flags +sappnd,schg,uappnd,uchg \
+        ! -execdir /usr/bin/chflags -h nosappnd,noschg,nouappnd,nouchg '{}' \; -print
+}
+
+# Gives a file to another owner, whom nobody shall become by running it: only then can the client, who
+# may still be connected, not set the bit again.
+# shellcheck disable=SC2016 # the dollar signs are the program's own
+GIVE='/usr/sbin/chown -h "$1" "./$2" && { [ ! -f "./$2" ] || /bin/chmod -h ug-s "./$2"; }'
+
+# What the client has made goes to the owner of the folder: nobody else may own it one day.  -execdir
+# and -h, because its owner could put links in the way meanwhile.
 giveToOwner() {
     recall "$shareState/numbers"
     case $recalled in ?*' '?*) ;; *) return 0 ;; esac
-    { gift=$(inFolder "$1" /usr/bin/find -P . -xdev -user "${recalled% *}" \
-        ! -execdir /usr/sbin/chown -h "${recalled#* }" '{}' \; -print 2>&1) && [ -z "$gift" ]; } || {
-        say "cannot give all that was written to the owner of the folder: ${gift%%"$newline"*}"
-        return 1
-    }
+    forEachOf "${recalled% *}" "$1" 'cannot give all that was written to the owner of the folder' \
+        ! -execdir /bin/dash -c "$GIVE" dash "${recalled#* }" '{}' \; -print
 }
 
 # setAbove FOLDER N: sets above to the Nth folder above FOLDER, counted from 1.
@@ -386,7 +464,9 @@ takeRights() {
     elif ! isThere "$1"; then
         rightsLost=yes
     else
-        takeBack "$rightsUser" "$recalled" "$1" -R || rightsTaken=no
+        rightsEntry=$recalled
+        unlockWritten "$1" || rightsTaken=no
+        takeBack "$rightsUser" "$rightsEntry" "$1" -R || rightsTaken=no
         giveToOwner "$1" || rightsTaken=no
     fi
     # shellcheck disable=SC2013 # a number a line.  Sorted, they begin with the last that was granted.
@@ -405,17 +485,20 @@ takeRights() {
 
 # removeShare NAME: ends a share of ours, as much of it as there is, and forgets it.  A record that has
 # come in its place meanwhile is somebody else's, and stays.  No step waits for another to succeed.
-# Where the folder has gone, to try again would not help: that is a failure, but forgotten.
+# Where the folder has gone, to try again would not help: that is a failure, but forgotten.  pointGone
+# says whether no client can reach it any more.
 removeShare() {
-    shareState=$SHARE_STATE/_$1 shareEnded=yes
+    shareState=$SHARE_STATE/_$1 pointGone=yes shareEnded=yes
+    recall "$shareState/name"
+    [ -z "$recalled" ] || set -- "$recalled"
     ask isOurShare "$1"
     case $answer in
-        yes) endShare "$1" || shareEnded=no ;;
-        unknown) say "the share \"$1\" may still be there"; shareEnded=no ;;
+        yes) endShare "$1" || pointGone=no ;;
+        unknown) say "the share \"$1\" may still be there"; pointGone=no ;;
     esac
     recall "$shareState/folder"
     takeRights "$recalled" || shareEnded=no
-    [ "$shareEnded" = yes ] && forgetShare && [ "$rightsLost" = no ]
+    [ "$pointGone$shareEnded" = yesyes ] && forgetShare && [ "$rightsLost" = no ]
 }
 
 forgetShare() {
@@ -434,13 +517,44 @@ removeSharesOf() {
     [ "$allRemoved" = yes ]
 }
 
-# Clears away what dead sessions left, so that a user of a new session never finds the share of an
-# old one whose user had the same name.
+# Clears away the shares that dead sessions left, so that a user of a new session never finds the share
+# of an old one whose user had the same name.  Returns 1 when something is left of one, and says what.
+# leftShare is then a share that clients may still reach; anything else is forgotten, because a file
+# that cannot be changed would else hinder every session to come.
 removeLeftoverShares() {
+    leftoversRemoved=yes leftShare=''
     for shareState in "$SHARE_STATE"/_*; do
         [ -d "$shareState" ] || continue
         ! isInUse "$shareState/owner" || continue
-        removeShare "${shareState#"$SHARE_STATE/_"}" || [ ! -d "$shareState" ] ||
-            fail 'cannot clear away the shares of an earlier session'
+        leftName=${shareState#"$SHARE_STATE/_"}
+        ! removeShare "$leftName" || continue
+        leftoversRemoved=no
+        # shellcheck disable=SC2034 # the scripts look at it
+        [ "$pointGone" = yes ] && forgetShare || leftShare=$leftName
     done
+    [ "$leftoversRemoved" = yes ]
+}
+
+# clearDeadSessions: takes away all that sessions which have ended left, shares first and then users,
+# as underLock runs it.  What a living session has is not touched.  Returns 1 when something is left,
+# which stderr names; nothing keeps it from clearing the rest.
+clearDeadSessions() {
+    allCleared=yes
+    removeLeftoverShares || allCleared=no
+    for userNote in "$USER_STATE"/*; do
+        [ -f "$userNote" ] || continue
+        ! isInUse "$userNote" || continue
+        clearUser "${userNote##*/}" || allCleared=no
+    done
+    [ "$allCleared" = yes ]
+}
+
+# Removes the user that a dead session noted.  A record of that name that is not ours stays.
+clearUser() {
+    findUser "$1"
+    case $isOurs in
+        unknown) return 1 ;;
+        no) userListed=no groupListed=no ;;
+    esac
+    removeUser "$1" || { say "the user $1, or something of it, is left behind"; return 1; }
 }

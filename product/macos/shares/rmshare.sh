@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/dash
 # rmshare.sh SHARE FOLDER -- ends a share that addshare.sh made, and takes back what it granted.
 # Exit status: 0 there is no such share any more; otherwise stderr says why, and what is left.
 # shellcheck source=SCRIPTDIR/common.sh

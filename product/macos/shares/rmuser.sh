@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/dash
 # rmuser.sh USER -- removes a user that adduser.sh made, and any share of it that was left.
 # It asks nothing of the SMB service, which may be going down, and nothing that its caller may hold:
 # the caller has the system preferences locked meanwhile.
