@@ -22,7 +22,7 @@ static_assert(sizeof(vm_statistics) == DARWIN_SIZEOF_vm_statistics);
 static_assert(sizeof(mach_zone_name_t) == DARWIN_SIZEOF_mach_zone_name_t);
 static_assert(sizeof(mach_zone_info_t) == DARWIN_SIZEOF_mach_zone_info_t);
 
-// The descriptors that are open, but for the one that tells.
+// The descriptors that are open, but for the one that lists them.
 std::vector<int> OpenDescriptors()
 {
     std::vector<int> open;
