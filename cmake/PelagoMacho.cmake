@@ -32,7 +32,7 @@ ExternalProject_Add(linuxBundle
 add_custom_target(machoPrograms ALL)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${PELAGO_MACHO_RUNNER}) # of tests that are programs
 
-# pelago_macho_program(TARGET) makes TARGET.elf beside a program: an executable of this machine's that runs it.
+# pelago_macho_program(TARGET) makes TARGET.elf: an executable of this machine that runs the program.
 function(pelago_macho_program target)
     add_custom_command(OUTPUT ${target}.elf
         COMMAND ${PELAGO_MACHO_RUNNER} --wrap $<TARGET_FILE:${target}> ${target}.elf

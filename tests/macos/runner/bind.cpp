@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::string_view REAL = "___real_", WRAP = "___wrap_";
 
-// Darwin's names of a call's variants go on behind a "$"; a program's sources have the name before
-// it.
+// Darwin names the variants of a call with a "$" after its name; a program's sources have the name
+// before it.
 std::string_view Plain(std::string_view symbol) { return symbol.substr(0, symbol.find('$')); }
 
 // The row that a program compiled today means by a plain name.

@@ -2,16 +2,11 @@
 // field.
 #pragma once
 
-#include "darwinNumbers.h"
+#include "layout.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <sys/stat.h>
-
-#define DARWIN_FIELD(type, darwin, field)                                                          \
-    static_assert(offsetof(type, field) == DARWIN_OFFSET_##darwin##_##field)
-#define DARWIN_SIZE(type, darwin) static_assert(sizeof(type) == DARWIN_SIZEOF_##darwin)
 
 // Characters
 struct DarwinRuneLocale {

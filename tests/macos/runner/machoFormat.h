@@ -2,17 +2,11 @@
 // out.
 #pragma once
 
-#include "darwinNumbers.h"
+#include "layout.h"
 
-#include <cstddef>
 #include <cstdint>
 
 namespace macho {
-
-// That a structure here is Darwin's, field by field.
-#define DARWIN_FIELD(type, darwin, field)                                                          \
-    static_assert(offsetof(type, field) == DARWIN_OFFSET_##darwin##_##field)
-#define DARWIN_SIZE(type, darwin) static_assert(sizeof(type) == DARWIN_SIZEOF_##darwin)
 
 struct Header {
     uint32_t magic;

@@ -16,8 +16,7 @@ enum : uint8_t { RBX = 3, RBP = 6, RSP = 7, R12 = 12, R13 = 13, R14 = 14, R15 = 
 
 // The instructions of .eh_frame that are needed.
 enum : uint8_t { DEFINE_CFA = 0x0C, OFFSET = 0x80 };
-constexpr int DATA_ALIGNMENT = -8;
-constexpr uint8_t DATA_ALIGNMENT_SLEB = 0x78; // the same as a number of DWARF
+constexpr uint8_t DATA_ALIGNMENT_SLEB = 0x78; // -8, as DWARF writes it
 
 class Bytes {
 public:

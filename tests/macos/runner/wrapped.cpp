@@ -15,7 +15,7 @@
 namespace {
 
 constexpr char SELF[] = "/proc/self/exe";
-constexpr char MARK[16] = "Mach-O behind";
+constexpr char MARK[16] = "Mach-O follows";
 
 // The last bytes of an executable that holds a program.
 struct Trailer {

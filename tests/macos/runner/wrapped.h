@@ -1,4 +1,4 @@
-// wrapped.h -- programs as files: alone, or behind a copy of the runner.
+// wrapped.h -- programs as files: alone, or appended to a copy of the runner.
 #pragma once
 
 #include <cstddef>

@@ -111,6 +111,10 @@ int Mprotect(void *address, size_t size, int protection)
     return mprotect(address, size, HostFlags("mprotect", PROTECTIONS, protection));
 }
 
+// What the kernel says of each file that is opened by a program of 64 bits; Darwin has no such
+// flag.
+constexpr int LARGE_FILE = 0x8000;
+
 int LockFile(int fd, int command, DarwinFlock &darwin)
 {
     struct flock host = {};
@@ -134,8 +138,7 @@ int Fcntl(int fd, int darwinCommand, long argument)
     const HandOnErrno handOn;
     switch (command) {
     case F_GETFL: {
-        // What this host says of itself has no name there.
-        const int flags = fcntl(fd, F_GETFL) & ~O_LARGEFILE & ~0x8000;
+        const int flags = fcntl(fd, F_GETFL) & ~LARGE_FILE;
         if (errno != 0) { return -1; }
         return (flags & O_ACCMODE) | DarwinFlags("fcntl", OPEN_FLAGS, flags & ~O_ACCMODE);
     }

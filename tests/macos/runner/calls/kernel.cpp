@@ -35,7 +35,7 @@ template <typename Call> auto WithMoreDescriptors(Call call)
     return result;
 }
 
-// The descriptors that are open, but for the one that tells.
+// The descriptors that are open, but for the one that lists them.
 std::vector<int> OpenDescriptors()
 {
     std::vector<int> open;

@@ -138,6 +138,12 @@ size_t WideToBytesIn(char *to, wchar_t c, mbstate_t *state, locale_t locale)
 }
 static_assert(DARWIN_SIZEOF_mbstate_t >= static_cast<long long>(sizeof(mbstate_t)));
 
+// Which of its types this host's header gives depends on the compiler.
+const wchar_t *FindWide(const wchar_t *text, wchar_t c, size_t size)
+{
+    return wmemchr(text, c, size);
+}
+
 const Row ROWS[] = {
     {"___mb_cur_max", RowAddress(&MbCurMax)},
     {"___mb_cur_max_l", RowAddress(&MbCurMaxIn)},
@@ -215,7 +221,7 @@ const Row ROWS[] = {
     WITH_ERRNO(wcstoull),
     {"wcsxfrm_l", RowAddress(&In<&wcsxfrm>::Run)},
     {"wctob_l", RowAddress(&In<&wctob>::Run)},
-    ALIKE_AS(wmemchr, wchar_t *(*)(wchar_t *, wchar_t, size_t)),
+    TRANSLATED(wmemchr, FindWide),
     ALIKE(wmemcmp),
     ALIKE(wmemcpy),
     ALIKE(wmemmove),

@@ -122,9 +122,10 @@ int SetAction(int darwin, const DarwinSigaction *wanted, DarwinSigaction *before
     if (sigaction(signal, wanted == nullptr ? nullptr : &host, &old) != 0) { return -1; }
     if (before != nullptr) {
         const Handler handler = old.sa_handler == CallHandler ? oldHandler : old.sa_handler;
-        // 0x04000000 is this host's own flag for the C library's way back from a handler.
+        constexpr int RESTORER =
+            0x04000000; // the C library's own flag, for the way back from a handler
         *before = {reinterpret_cast<void *>(handler), DarwinSet(old.sa_mask) | oldLacking,
-                   DarwinFlags("sigaction", ACTION_FLAGS, old.sa_flags & ~0x04000000)};
+                   DarwinFlags("sigaction", ACTION_FLAGS, old.sa_flags & ~RESTORER)};
     }
     return 0;
 }

@@ -1,6 +1,6 @@
 // threads.cpp -- threads, their locks, and thread-local variables.
 // Each of Darwin's objects starts with a signature, which its initialiser writes.  One without it
-// is refused there with EINVAL, and so it is here.  This host's object lies behind the signature,
+// is refused there with EINVAL, and so it is here.  This host's object follows the signature,
 // or is pointed to from there when it is larger.
 #include "../errnos.h"
 #include "../refuse.h"
@@ -29,7 +29,7 @@ template <typename Host, long long Size, long long Signature> struct Signed {
 };
 #define SIGNED(type, mark) Signed<type, DARWIN_SIZEOF_##type, mark>
 
-// Attributes and conditions have signatures of their own there, which no header tells and no
+// Attributes and conditions have signatures of their own there, which no header has and no
 // program writes.
 constexpr long long OWN_MARK = 0x6D6163686F;
 using Mutex = SIGNED(pthread_mutex_t, DARWIN__PTHREAD_MUTEX_SIG_init);
@@ -48,7 +48,7 @@ static_assert(sizeof(Condition) == DARWIN_SIZEOF_pthread_cond_t);
 
 constexpr int INVALID = DARWIN_EINVAL;
 
-// A call on this host's object behind the signature.
+// A call on the object that follows the signature.
 template <auto Call, typename Object, typename... Arguments>
 int OnSigned(Object *object, Arguments... arguments)
 {
