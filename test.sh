@@ -1,7 +1,7 @@
 #!/bin/sh
 # test.sh [all | PRESET...] -- installs what is needed, builds, and runs the tests.
 #
-# Without arguments: that it builds and links for macOS (macos), and the whole suite as it ships (dev).
+# Without arguments: that it builds for macOS and runs (macos), and the whole suite as it ships (dev).
 # "all" is what CI runs.  It adds that clang and clang-tidy have nothing to warn of (clang), what has
 # threads under the thread sanitizer (tsan), the fuzz targets for a moment (fuzz), and the suite under
 # the address and undefined-behaviour sanitizers (asan).
