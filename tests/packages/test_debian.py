@@ -104,6 +104,13 @@ class Packages(unittest.TestCase):
             symbols = self.trees["pelago-share-tool-dbgsym"] / f"usr/lib/debug/.build-id/{build[:2]}/{build[2:]}.debug"
             self.assertIn(".debug_info", output_of("readelf", "-SW", symbols), program)
 
+    def test_the_tool_has_no_more_data_than_it_uses(self):
+        tool = self.tool / "usr/lib/pelago/Pelago.app/Contents/Library/shares/pelagoShareTool"
+        self.assertLess(tool.stat().st_size, 8 << 20) # all data of ICU's would be 31 MB
+        host = tool.parents[1] / "host/pelagoHost"
+        for program, count in ((tool, 1), (host, 0)):
+            self.assertEqual(program.read_bytes().count(b"icudt72l/cnvalias.icu\0"), count, program)
+
     def test_nothing_names_the_place_where_it_was_built(self):
         for tree in self.trees.values():
             for path in tree.rglob("*"):

@@ -15,7 +15,7 @@ Table AllRows()
     Table table;
     for (const auto area :
          {MemoryRows, LocaleRows, StdioRows, FileRows, ProcessRows, UserRows, TimeRows, ThreadRows,
-          RuntimeRows, KernelRows, FoundationRows, IcuRows, NetworkRows, SuiteRows}) {
+          RuntimeRows, KernelRows, FoundationRows, NetworkRows, SuiteRows}) {
         for (const Row &row : area()) {
             if (!table.emplace(row.name, row.address).second) {
                 Refuse("there are two rows for %s", std::string(row.name).c_str());

@@ -35,7 +35,6 @@ Rows ThreadRows();     // threads, thread-local variables
 Rows RuntimeRows();    // start, end, exceptions, dyld
 Rows KernelRows();     // sysctl, Mach, libproc
 Rows FoundationRows(); // Core Foundation, SystemConfiguration
-Rows IcuRows();        // ICU by the names of version 4.4
 Rows SuiteRows();      // what only GoogleTest and the suites call
 Rows NetworkRows();    // addresses
 

@@ -141,6 +141,7 @@ static_assert(DARWIN_SIZEOF_mbstate_t >= static_cast<long long>(sizeof(mbstate_t
 const Row ROWS[] = {
     {"___mb_cur_max", RowAddress(&MbCurMax)},
     {"___mb_cur_max_l", RowAddress(&MbCurMaxIn)},
+    TRANSLATED(__exp10, exp10),
     TRANSLATED(asprintf_l, AsprintfIn),
     WITH_ERRNO(atof),
     WITH_ERRNO(atoi),
@@ -168,6 +169,7 @@ const Row ROWS[] = {
     {"mbsnrtowcs_l", RowAddress(&In<&mbsnrtowcs>::Run)},
     {"mbsrtowcs_l", RowAddress(&In<&mbsrtowcs>::Run)},
     {"mbtowc_l", RowAddress(&In<&mbtowc>::Run)},
+    ALIKE_AS(modf, double (*)(double, double *)),
     TRANSLATED(newlocale, NewLocale),
     TRANSLATED(nl_langinfo, NlLanginfo),
     ALIKE_AS(pow, double (*)(double, double)),

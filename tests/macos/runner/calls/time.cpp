@@ -78,6 +78,9 @@ const Row ROWS[] = {
     WITH_ERRNO(sleep),
     ALIKE(strftime),
     WITH_ERRNO(time),
+    ALIKE(timezone),
+    ALIKE(tzname),
+    ALIKE(tzset),
     WITH_ERRNO(usleep),
 };
 
