@@ -93,6 +93,8 @@ sigset_t HostSet(uint32_t darwin)
     return host;
 }
 
+constexpr uint32_t NEVER_BLOCKED = 1U << (DARWIN_SIGKILL - 1) | 1U << (DARWIN_SIGSTOP - 1);
+
 // The signals of a mask that this host lacks; they are only remembered.
 uint32_t sLacking[DARWIN_NSIG];
 uint32_t LackingIn(uint32_t mask) { return mask & ~DarwinSet(HostSet(mask)); }
@@ -104,7 +106,10 @@ int SetAction(int darwin, const DarwinSigaction *wanted, DarwinSigaction *before
     if (signal == -1) { // one that this host lacks, and nobody sends: its action is only remembered
         static DarwinSigaction sActions[DARWIN_NSIG];
         if (before != nullptr) { *before = sActions[darwin]; }
-        if (wanted != nullptr) { sActions[darwin] = *wanted; }
+        if (wanted != nullptr) {
+            sActions[darwin] = *wanted;
+            sActions[darwin].sa_mask &= ~NEVER_BLOCKED;
+        }
         return 0;
     }
     struct sigaction host = {}, old = {};
