@@ -9,6 +9,7 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int unshare(int flags);
+    int
+    unshare(int flags);
 
 #endif

@@ -7,6 +7,7 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int clearenv(void);
+    int
+    clearenv(void);
 
 #endif

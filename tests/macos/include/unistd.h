@@ -9,6 +9,6 @@ extern "C"
 #else
 extern
 #endif
-char **environ;
+    char **environ;
 
 #endif

@@ -7,6 +7,7 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int memfd_create(const char *name, unsigned flags);
+    int
+    memfd_create(const char *name, unsigned flags);
 
 #endif

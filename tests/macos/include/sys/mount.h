@@ -14,7 +14,8 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int mount(const char *source, const char *target, const char *type, unsigned long flags,
+    int
+    mount(const char *source, const char *target, const char *type, unsigned long flags,
           const void *data);
 
 #endif

@@ -7,6 +7,7 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int prctl(int option, ...);
+    int
+    prctl(int option, ...);
 
 #endif
