@@ -18,8 +18,7 @@ ExternalProject_Add(machoRunner
     BUILD_BYPRODUCTS ${PELAGO_MACHO_RUNNER} ${PELAGO_DARWIN_NUMBERS}
     INSTALL_COMMAND "")
 
-# The product for this machine: tests use its scripts, a caller of the tool and its ICU, and compare its
-# library.
+# The product for this machine: tests use its scripts, a caller of the tool, and ICU, and compare its library.
 set(PELAGO_LINUX_BUILD ${PROJECT_BINARY_DIR}/linux)
 ExternalProject_Add(linuxBundle
     SOURCE_DIR ${PROJECT_SOURCE_DIR}
@@ -27,12 +26,12 @@ ExternalProject_Add(linuxBundle
     PREFIX ${PROJECT_BINARY_DIR}/linux-project
     CMAKE_ARGS -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=RelWithDebInfo
     BUILD_ALWAYS ON
-    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile twins tellConvertersOfAllData
+    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile tellConvertersOfAllData twins
     INSTALL_COMMAND "")
 add_custom_target(machoPrograms ALL)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${PELAGO_MACHO_RUNNER}) # of tests that are programs
 
-# pelago_macho_program(TARGET) makes TARGET.elf: an executable of this machine that runs the program.
+# pelago_macho_program(TARGET) makes TARGET.elf beside a program: an executable of this machine's that runs it.
 function(pelago_macho_program target)
     add_custom_command(OUTPUT ${target}.elf
         COMMAND ${PELAGO_MACHO_RUNNER} --wrap $<TARGET_FILE:${target}> ${target}.elf

@@ -18,8 +18,6 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unicode/ucnv.h>
-#include <unicode/ustring.h>
 #include <unistd.h>
 #include <vector>
 
@@ -221,11 +219,6 @@ int Prctl(int option, unsigned long argument)
     return prctl(option, argument);
 }
 
-#define ICU(call)                                                                                  \
-    {                                                                                              \
-#call "_44", RowAddress(&call)                                                             \
-    }
-
 const Row ROWS[] = {
     {"__ulock_wait", RowAddress(&WaitForWord)},
     {"__ulock_wake", RowAddress(&WakeForWord)},
@@ -249,14 +242,6 @@ const Row ROWS[] = {
     TRANSLATED(task_threads, Threads),
     WITH_ERRNO(unshare),
     TRANSLATED(waitid, WaitFor),
-    ICU(u_errorName),
-    ICU(u_getDataDirectory),
-    ICU(u_strFromUTF32),
-    ICU(u_strFromUTF8),
-    ICU(u_strToUTF32),
-    ICU(u_strToUTF8),
-    ICU(ucnv_fromUnicode),
-    ICU(ucnv_toUnicode),
 };
 
 } // namespace
