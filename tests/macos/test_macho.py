@@ -103,7 +103,8 @@ class Bundle(unittest.TestCase):
             script = LIBRARY / f"shares/{name}.sh"
             self.assertEqual(script.read_bytes(), (ROOT / f"product/macos/shares/{name}.sh").read_bytes())
             self.assertEqual(os.access(script, os.X_OK), name != "common", script)
-        self.assertEqual((LIBRARY / "shares/base.sh").read_bytes(), (ROOT / "product/macos/shares/base.sh").read_bytes())
+        for name in ("base", "folder"):
+            self.assertEqual((LIBRARY / f"shares/{name}.sh").read_bytes(), (ROOT / f"product/macos/shares/{name}.sh").read_bytes())
 
     def test_holds_the_job_that_clears_away(self):
         for name in ("pelago.clear.plist", "newsyslog.conf"):

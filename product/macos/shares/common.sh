@@ -364,8 +364,8 @@ isGranted() {
 # since find looked at it would keep it waiting for ever, and every script with it.  Nothing that macOS
 # brings along opens a file by its name without that risk.  A limit for the whole would end what is
 # merely much; so a single program is timed, and one that is ended has failed for its file alone.
-# A signal ends it at once, for what undoes its work must come after it.  Only in a subshell: the traps
-# are changed.
+# A signal ends it at once, although what a shell starts in the background ignores SIGINT: its work is
+# undone as soon as it has ended.  Only in a subshell: the traps are changed.
 watched() {
     watchedPid='' watchedStatus=0
     trap 'kill $watchedPid ${!-} 2>/dev/null; wait; exit 1' HUP INT TERM
