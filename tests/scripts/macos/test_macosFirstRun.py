@@ -130,8 +130,16 @@ class WhatItSays(FirstRun):
     def test_the_report_names_nobody(self):
         host.mac.add('Users', 'carol', UniqueID='502')
         host.mac.add('SharePoints', 'Carols own', directory_path='/Users/carol', smb_name='Carols own')
+        answer = firstRunHost.FirstRunPrograms.pwpolicy
+
+        def talkative(programs, args, stdin):
+            secret = host.mac.passwords[args[1]].decode()
+            return answer(programs, args, stdin) + '%s of %s, %s\n' % (secret, HOME, 'bob')
+        self.addCleanup(setattr, firstRunHost.FirstRunPrograms, 'pwpolicy', answer)
+        firstRunHost.FirstRunPrograms.pwpolicy = talkative
         self.run_it()
         text = read(self.report).decode()
+        self.assertIn('(the password) of ~, (the person)\n', text)
         password = re.search('the password (Px7-[a-z0-9]{20})$', self.shown, re.M)[1]
         for secret in (password, 'bob', 'arol', HOME, 'the-mac'):
             self.assertNotIn(secret, text)
