@@ -47,4 +47,3 @@ pelago_icu_data(pelago_icu_code icudt_pelago72_dat ${icu}/source/data/in/icudt72
 set_target_properties(pelago_icu_code PROPERTIES OUTPUT_NAME pelago_icu EXPORT_NAME icuCode)
 target_link_libraries(pelago_icu INTERFACE pelago_icu_code)
 set(PELAGO_ICU_LICENCE ${icu}/LICENSE)
-set(PELAGO_ICU_SUFFIX _72_pelago)

@@ -40,33 +40,3 @@ function(pelago_macho_program target)
     add_dependencies(machoPrograms ${target}Elf)
     set_target_properties(${target} PROPERTIES PELAGO_ELF ${CMAKE_CURRENT_BINARY_DIR}/${target}.elf)
 endfunction()
-
-# pelago_macho_wrap(TARGET CALL...) lets a program put its own __wrap_CALL in the place of each of these calls:
-# the runner binds it, and __real_CALL, to the call.  A stub says that there is a __real_CALL.
-function(pelago_macho_wrap target)
-    list(TRANSFORM ARGN PREPEND ___real_ OUTPUT_VARIABLE symbols)
-    list(JOIN symbols ", " symbols)
-    set(stub ${CMAKE_CURRENT_BINARY_DIR}/${target}.tbd)
-    file(CONFIGURE OUTPUT ${stub} CONTENT "--- !tapi-tbd
-tbd-version: 4
-targets: [ x86_64-macos ]
-install-name: '/real.dylib'
-exports:
-  - targets: [ x86_64-macos ]
-    symbols: [ ${symbols} ]
-...
-")
-    target_link_libraries(${target} PRIVATE ${stub})
-    target_link_options(${target} PRIVATE -Wl,--no-gc-sections) # for the linker, nobody calls __wrap_CALL
-    foreach(call ${ARGN})
-        target_compile_options(${target} PRIVATE -fno-builtin-${call})
-    endforeach()
-endfunction()
-
-# pelago_macho_test(NAME TARGET) registers a test program as NAME.
-function(pelago_macho_test name target)
-    add_dependencies(${target} machoRunner)
-    add_test(NAME ${name} COMMAND ${PELAGO_COMPLETE} ${PELAGO_MACHO_RUNNER} $<TARGET_FILE:${target}>)
-    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT ${PELAGO_TEST_SECONDS}
-                         ENVIRONMENT "${PELAGO_TEST_ENVIRONMENT}")
-endfunction()
