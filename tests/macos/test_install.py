@@ -119,9 +119,11 @@ class Installed(unittest.TestCase):
                 self.assertNotIn(str(ROOT), path.read_text(), path)
 
     def test_what_is_installed_is_exactly_this(self):
-        shares = {f"Pelago.app/Contents/Library/shares/{name}": mode for name, mode in (
-            ("adduser.sh", 0o755), ("addshare.sh", 0o755), ("rmshare.sh", 0o755), ("rmuser.sh", 0o755),
-            ("pelagoShareTool", 0o755), ("base.sh", 0o644), ("common.sh", 0o644))}
+        shares = {f"Pelago.app/Contents/Library/{name}": mode for name, mode in (
+            ("shares/adduser.sh", 0o755), ("shares/addshare.sh", 0o755), ("shares/rmshare.sh", 0o755),
+            ("shares/rmuser.sh", 0o755), ("shares/clear.sh", 0o755), ("shares/pelagoShareTool", 0o755),
+            ("shares/base.sh", 0o644), ("shares/common.sh", 0o644), ("shares/folder.sh", 0o644),
+            ("firstRun.sh", 0o755), ("launchd/pelago.clear.plist", 0o644), ("launchd/newsyslog.conf", 0o644))}
         files = {"Pelago.app/Contents/Library/icu/LICENSE", "Pelago.app/Contents/Library/icu/icudt44l.dat",
                  "lib/libpelago_foundation.a", "lib/libpelago_platform.a", "lib/libpelago_icu.a",
                  "lib/cmake/pelago/pelagoConfig.cmake", "lib/cmake/pelago/pelagoConfigVersion.cmake",
