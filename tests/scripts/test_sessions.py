@@ -2,10 +2,12 @@
 
 import concurrent.futures
 import os
+import subprocess
 import unittest
 
 import sambahost
-from sambahost import (command, run_script, samba_knows, share_exists, user_exists)
+from sambahost import (command, run_script, samba_knows, script_path, share_exists, user_exists,
+                       wait_until)
 
 
 class Sessions(sambahost.ScriptTest):
@@ -233,6 +235,100 @@ class Sessions(sambahost.ScriptTest):
         self.left_behind()
         self.add_user()
         self.assertEqual(sambahost.read(self.folder + '/f'), b'some text\n')
+
+
+class BeingCleared(sambahost.ScriptTest):
+    """What a killed session left, while another process, such as the switch, is clearing it away."""
+
+    NAPS = '-e', 'trace=nanosleep,clock_nanosleep', '-e', 'signal=none'
+
+    def setUp(self):
+        super().setUp()
+        self.log = self.scratch + '/naps'
+        self.add_user('carl')
+        left = self.session()
+        self.add_both(run=left.run)
+        left.kill()
+
+    def start_clearing(self, program, arguments):
+        """Clears in a process that stops where the program is first started with these arguments."""
+        self.stand_in(program, 'case "$*" in %s) [ -e %s/started ] || { %s; };; esac; exec $real "$@"'
+                      % (arguments, self.scratch, self.waiting()))
+        # pylint: disable=consider-using-with
+        clearing = subprocess.Popen([sambahost.PROGRAM, 'sessions', '--clean'], stdin=subprocess.DEVNULL,
+                                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.addCleanup(clearing.communicate)
+        self.addCleanup(self.go)
+        wait_until(self.started, 'the clearing')
+        return clearing
+
+    def clear_share(self):
+        return self.start_clearing('net', '*delshare*Docs*')
+
+    def clear_user(self):
+        return self.start_clearing('userdel', '*alice*')
+
+    def arguments(self, script, user='alice'):
+        return [script, user, user, self.password_file] if script == 'adduser' else [
+            script, user, self.password_file, self.folder, 'Docs', 'rw']
+
+    def run_beside(self, script, user, end_clearing):
+        """Runs a script, which must wait; the clearing is ended once it does."""
+        name, *arguments = self.arguments(script, user)
+        sambahost.write(self.log, '')
+        # With -D the script stays a child of this process, which is its session.  Its log is empty
+        # until the script sleeps or ends.
+        with subprocess.Popen(['strace', '-D', '-q', '-o', self.log, *self.NAPS, script_path(name),
+                               *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT) as running:
+            wait_until(lambda: sambahost.read(self.log), 'the script to wait or to end')
+            has_waited = b'exited' not in sambahost.read(self.log)
+            end_clearing()
+            output = running.communicate(timeout=sambahost.HANG)[0].decode()
+        self.assertTrue(has_waited, output)
+        return sambahost.scriptRunner.Result(running.returncode, output)
+
+    def test_a_share_is_waited_for(self):
+        self.clear_share()
+        self.assert_done(self.run_beside('addshare', 'carl', self.go))
+        self.assert_served('Docs', 'carl')
+
+    def test_a_user_is_waited_for(self):
+        self.clear_user()
+        self.assert_done(self.run_beside('adduser', 'alice', self.go))
+        self.add_share()
+        self.assert_served()
+
+    def test_a_new_user_waits_until_the_old_ones_share_is_gone(self):
+        self.clear_share()
+        self.assert_done(self.run_beside('adduser', 'alice', self.go))
+        self.assertFalse(share_exists('Docs'))
+
+    def test_what_a_killed_process_had_in_hand_is_cleared_by_the_one_that_waits(self):
+        clearing = self.clear_share()
+        self.assert_done(self.run_beside('addshare', 'carl', clearing.kill))
+        self.assertTrue(samba_knows('carl') and not user_exists('alice'))
+        self.go()
+        self.assert_done(run_script('rmshare', 'Docs', self.folder))
+
+    def test_other_names_are_not_waited_for(self):
+        self.clear_share()
+        self.add_user('dora')
+        self.add_share('Hers', 'dora')
+        self.assert_served('Hers', 'dora')
+
+    def test_is_not_waited_for_for_ever(self):
+        self.clear_share()
+        self.assert_refused(run_script(*self.arguments('addshare', 'carl'), env=sambahost.in_haste()),
+                            'the share "Docs" is still being cleared away')
+        self.assert_refused(run_script('rmshare', 'Docs', self.folder),
+                            'the share "Docs" is still being cleared away')
+
+    def test_a_user_is_not_waited_for_for_ever(self):
+        self.clear_user()
+        self.assert_refused(run_script(*self.arguments('adduser'), env=sambahost.in_haste()),
+                            'the user alice is still being cleared away')
+        self.assert_refused(run_script('rmuser', 'alice'), 'the user alice is still being cleared away')
 
 
 if __name__ == '__main__':

@@ -95,7 +95,7 @@ NewShare::NewShare(const Wish &wish, const Folder &folder, const ProcessMark &se
     CheckIsOpen();
     const std::optional<Record> present = FindShareRecord(wish.share);
     if (present && present->IsAlive()) {
-        Fail("the share " + Quoted(wish.share) + " is in use by a session that runs");
+        Fail("the share " + Quoted(wish.share) + " is " + present->Holding());
     }
     mRecord = MakeShareRecord(folder.path);
     mRecord.session = session;
@@ -201,7 +201,7 @@ void AddShare(const Arguments &arguments)
     // Before anything that others wait for: a folder may be far away, or gone.
     const Folder folder = JudgeFolder(wish.given);
     const Record user = FindUser(wish.user, session);
-    ClearBeforeSession();
+    ClearBeforeSession([&](const Record &record) { return record.IsShareNamed(wish.share); });
     NewShare share(wish, folder, session);
     const SambaConfiguration configuration = SambaConfiguration::Read();
     CheckHost(configuration, wish.user);

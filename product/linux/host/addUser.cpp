@@ -42,9 +42,7 @@ NewUser::NewUser(const std::string &name, const ProcessMark &session)
     const RecordsLock lock;
     CheckIsOpen();
     const std::optional<Record> present = FindUserRecord(name);
-    if (present && present->IsAlive()) {
-        Fail("the user " + name + " is in use by a session that runs");
-    }
+    if (present && present->IsAlive()) { Fail("the user " + name + " is " + present->Holding()); }
     WriteRecord(mRecord);
 }
 
@@ -147,7 +145,7 @@ void AddUser(const Arguments &arguments)
     }
     const std::string password = ReadPassword(arguments[2]);
     const ProcessMark session = CallerSession();
-    ClearBeforeSession();
+    ClearBeforeSession([&](const Record &record) { return record.User() == name; });
     NewUser user(name, session);
     RemoveLeftover(name);
     CheckNameIsFree(name);

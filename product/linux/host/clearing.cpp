@@ -4,10 +4,14 @@
 #include "accounts.h"
 #include "report.h"
 #include "samba.h"
+#include "waiting.h"
 
+#include <algorithm>
 #include <unistd.h>
 
 namespace {
+
+constexpr int CLEAR_SECONDS = 30; // how long another process may take to clear something away
 
 // In the log, so that an administrator finds when a share that was begun has ended.
 void LogEnd(const Record &record)
@@ -90,15 +94,11 @@ bool Clear(Record record)
     return false;
 }
 
-bool IsAnyRecord(bool alive)
+bool IsAnyRecord(const RecordFilter &isMeant)
 {
     const RecordsLock lock;
-    for (const RecordKind kind : {RecordKind::User, RecordKind::Share}) {
-        for (const Record &record : ReadRecords(kind)) {
-            if (record.IsAlive() == alive) { return true; }
-        }
-    }
-    return false;
+    return std::ranges::any_of(ReadRecords(RecordKind::User), isMeant) ||
+           std::ranges::any_of(ReadRecords(RecordKind::Share), isMeant);
 }
 
 // A boot removes the records.  Users and shares without a record are found by their marks.
@@ -185,15 +185,26 @@ bool ClearDeadSessions(Look look)
     return isDone;
 }
 
-void ClearBeforeSession()
+bool ClearWithOthers(Look look, const RecordFilter &isAwaited)
+{
+    const auto isInHand = [&](const Record &record) {
+        return isAwaited(record) && record.IsInHand();
+    };
+    const bool isDone = ClearDeadSessions(look);
+    const bool isFree = WaitUntil(CLEAR_SECONDS, [&] { return !IsAnyRecord(isInHand); });
+    // What another process had in hand is gone by now, or is ours to clear away.
+    return isDone && isFree && ClearDeadSessions(look);
+}
+
+void ClearBeforeSession(const RecordFilter &isAwaited)
 {
     try {
-        if (ClearDeadSessions()) { return; }
+        if (ClearWithOthers(Look::OnceForUnrecorded, isAwaited)) { return; }
     } catch (const Failure &failure) {
         Say(failure.what());
     }
     Say("something of an earlier session is still there");
 }
 
-bool IsAnySessionAlive() { return IsAnyRecord(true); }
-bool IsAnySessionDead() { return IsAnyRecord(false); }
+bool IsAnySessionAlive() { return IsAnyRecord(std::mem_fn(&Record::IsAlive)); }
+bool IsAnySessionDead() { return IsAnyRecord(std::not_fn(std::mem_fn(&Record::IsAlive))); }

@@ -15,8 +15,7 @@
 namespace {
 
 constexpr char TOOL[] = "pelagoShareTool";
-constexpr int END_SECONDS = 5;    // how long a tool may take to end
-constexpr int CLEAR_SECONDS = 30; // how long another process may take to clear something away
+constexpr int END_SECONDS = 5; // how long a tool may take to end
 
 std::vector<Record> AllRecords()
 {
@@ -26,12 +25,6 @@ std::vector<Record> AllRecords()
         records.push_back(std::move(share));
     }
     return records;
-}
-
-// Of a user, his name; of a share, that of the user whom it is for.
-std::string UserOf(const Record &record)
-{
-    return record.kind == RecordKind::User ? record.id : record.Get("user");
 }
 
 std::string DescribeState(const Record &record)
@@ -83,22 +76,12 @@ void ListSessions()
     ShowUnrecorded(records);
 }
 
-// Whether another process, such as the switch, is just taking away what a dead session left.
-bool IsAnythingInHand()
-{
-    return std::ranges::any_of(AllRecords(), [](const Record &record) {
-        const bool isDead = !record.session || !record.session->IsRunning();
-        return isDead && record.maker && record.maker->IsRunning();
-    });
-}
-
-// What another process has in hand is gone when that has ended, or is ours to clear away.
 void Clean()
 {
-    const bool isDone = ClearDeadSessions(Look::AlwaysForUnrecorded) &&
-                        WaitUntil(CLEAR_SECONDS, [] { return !IsAnythingInHand(); }) &&
-                        ClearDeadSessions(Look::AlwaysForUnrecorded);
-    if (!isDone) { Fail("something of a dead session is still there"); }
+    const auto isAny = [](const Record &) { return true; };
+    if (!ClearWithOthers(Look::AlwaysForUnrecorded, isAny)) {
+        Fail("something of a dead session is still there");
+    }
 }
 
 // Ends the tool, which then undoes nothing: its caller sees that a signal ended it.  Scripts that
@@ -121,7 +104,7 @@ void Disown(const std::string &user)
     for (const RecordKind kind : {RecordKind::User, RecordKind::Share}) {
         for (Record &record : ReadRecords(kind)) {
             // What a script works on is its own until it ends.
-            if (UserOf(record) != user || record.maker) { continue; }
+            if (record.User() != user || record.maker) { continue; }
             record.session.reset();
             WriteRecord(record);
         }
@@ -132,7 +115,7 @@ bool EndSession(const std::string &user)
 {
     bool isFound = false;
     for (const Record &record : AllRecords()) {
-        if (UserOf(record) != user) { continue; }
+        if (record.User() != user) { continue; }
         isFound = true;
         if (record.session) { EndTool(*record.session); }
         // A script of the tool's notices that it is gone, and undoes what it does.
@@ -156,7 +139,7 @@ void TakeServiceBack()
 void EndAll()
 {
     for (const Record &record : AllRecords()) {
-        EndSession(UserOf(record));
+        EndSession(record.User());
     }
     Clean();
     TakeServiceBack();

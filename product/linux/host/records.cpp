@@ -134,6 +134,25 @@ bool Record::IsAlive() const
     return session && session->IsRunning();
 }
 
+bool Record::IsInHand() const
+{
+    const bool isSessionDead = !session || !session->IsRunning();
+    return isSessionDead && maker && maker->IsRunning();
+}
+
+std::string Record::Holding() const
+{
+    return IsInHand() ? "still being cleared away" : "in use by a session that runs";
+}
+
+std::string Record::User() const { return kind == RecordKind::User ? id : Get("user"); }
+
+bool Record::IsShareNamed(const std::string &share) const
+{
+    const std::string name = kind == RecordKind::Share ? Get("share") : "";
+    return !name.empty() && Folded(name) == Folded(share);
+}
+
 std::string Record::Path() const
 {
     return FolderOf(*this) + (kind == RecordKind::User ? '/' + id : RECORD_NAME);
@@ -161,10 +180,8 @@ std::optional<Record> FindUserRecord(const std::string &user)
 
 std::optional<Record> FindShareRecord(const std::string &share)
 {
-    const std::string folded = Folded(share);
     for (Record &record : ReadRecords(RecordKind::Share)) {
-        const std::string name = record.Get("share");
-        if (!name.empty() && Folded(name) == folded) { return std::move(record); }
+        if (record.IsShareNamed(share)) { return std::move(record); }
     }
     return std::nullopt;
 }

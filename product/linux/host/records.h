@@ -44,7 +44,16 @@ struct Record {
 
     std::string Get(const std::string &field) const;
     bool IsAlive() const;
+    // Whether a process is at work on it for nobody: it clears away what a dead session left, or is
+    // a script of that session, which undoes what it does.
+    bool IsInHand() const;
+    // What keeps one that is alive from others, as the end of "the user alice is ...".
+    std::string Holding() const;
     bool IsOf(const ProcessMark &process) const { return session == process; }
+    // Of a user, his name; of a share, that of the user whom it is for.
+    std::string User() const;
+    // Whether this is of a share that Samba takes for that of the name, whatever its letters.
+    bool IsShareNamed(const std::string &share) const;
 
     // The file that holds it.
     std::string Path() const;

@@ -17,6 +17,14 @@ void MakeOurselvesTheMaker(Record *record)
     WriteRecord(*record);
 }
 
+// Refuses what another process has; what names the record in the refusal.
+void CheckIsOurs(const Record &record, const ProcessMark &session, const std::string &what)
+{
+    if (!record.IsAlive() || record.IsOf(session)) { return; }
+    if (record.IsInHand()) { Fail(what + " is " + record.Holding()); }
+    Fail(what + " belongs to another session that runs");
+}
+
 // The record of the share, of which this process is the maker from now on; nothing when there is
 // none.  Refuses what another session has, and another folder than the share serves.
 std::optional<Record> TakeShareRecord(const std::string &share, const std::string &given)
@@ -25,9 +33,7 @@ std::optional<Record> TakeShareRecord(const std::string &share, const std::strin
     const RecordsLock lock;
     std::optional<Record> record = FindShareRecord(share);
     if (!record) { return std::nullopt; }
-    if (record->IsAlive() && !record->IsOf(session)) {
-        Fail("the share " + Quoted(share) + " belongs to another session that runs");
-    }
+    CheckIsOurs(*record, session, "the share " + Quoted(share));
     if (record->Get("given") != given) {
         Fail("the share " + Quoted(share) + " serves another folder than " + Quoted(given));
     }
@@ -67,9 +73,7 @@ Record TakeUserRecord(const std::string &user)
     const ProcessMark session = CallerSession();
     const RecordsLock lock;
     Record record = FindUserRecord(user).value_or(Record{RecordKind::User, user, {}, {}, {}});
-    if (record.IsAlive() && !record.IsOf(session)) {
-        Fail("the user " + user + " belongs to another session that runs");
-    }
+    CheckIsOurs(record, session, "the user " + user);
     MakeOurselvesTheMaker(&record);
     return record;
 }

@@ -8,6 +8,7 @@
 
 #include "records.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -41,8 +42,12 @@ bool TakeAwayShare(const Record &record);
 // first time since the host started.
 enum class Look { OnceForUnrecorded, AlwaysForUnrecorded };
 bool ClearDeadSessions(Look look = Look::OnceForUnrecorded);
-// The same for a session that begins: what cannot be cleared away is said, and is in nobody's way.
-void ClearBeforeSession();
+using RecordFilter = std::function<bool(const Record &)>;
+// The same, and waits for other processes, such as the switch, that have in hand what is awaited.
+bool ClearWithOthers(Look look, const RecordFilter &isAwaited);
+// The same for a session that begins, and awaits what has the names that it wants.  What cannot be
+// cleared away is said, and is in nobody's way.
+void ClearBeforeSession(const RecordFilter &isAwaited);
 // Whether any user or share belongs to a session that lives, and whether any was left behind.
 bool IsAnySessionAlive();
 bool IsAnySessionDead();
