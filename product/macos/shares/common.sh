@@ -58,7 +58,9 @@ processMark() {
     printf '%s %s' "$processPid" "$*"
 }
 
-session=$(processMark "$PPID") || session=''
+# A script whose caller ended before it began is launchd's, which never ends: it has no session.
+session=''
+[ "$PPID" -eq 1 ] || session=$(processMark "$PPID") || session=''
 
 # Whether the process that FILE names is still running, or may be.
 isInUse() {
@@ -368,24 +370,26 @@ isGranted() {
 # undone as soon as it has ended.  Only in a subshell: the traps are changed.
 watched() {
     watchedPid='' watchedStatus=0
-    trap 'kill $watchedPid ${!-} 2>/dev/null; wait; exit 1' HUP INT TERM
+    trap 'kill -KILL $watchedPid ${!-} 2>/dev/null; wait; exit 1' HUP INT TERM
     "$@" &
     watchedPid=$!
     endStuck "$watchedPid" >/dev/null 2>&1 &
     wait "$watchedPid" || watchedStatus=$?
-    kill "$!" 2>/dev/null || :
+    kill -KILL "$!" 2>/dev/null || :
     return "$watchedStatus"
 }
 
-# endStuck PID: as long as that process runs.
+# endStuck PID: as long as that process runs.  It is ended as well when the script was killed, because the
+# lock is free then.  SIGTERM may be ignored, as the caller has it.
 endStuck() {
     stuckSince=0 stuckPid=''
     while kill -0 "$1"; do
         sleep 1
+        kill -0 "$$" || kill -KILL "$1" || :
         startedPid=$(/usr/bin/pgrep -P "$1") || startedPid=''
         [ -n "$startedPid" ] && [ "$startedPid" = "$stuckPid" ] || stuckSince=0
         stuckPid=$startedPid stuckSince=$((stuckSince + 1))
-        [ "$stuckSince" -lt "$STUCK_SECONDS" ] || kill "$stuckPid" || :
+        [ "$stuckSince" -lt "$STUCK_SECONDS" ] || kill -KILL "$stuckPid" || :
     done
 }
 
@@ -430,9 +434,10 @@ unlockWritten() {
 }
 
 # Gives a file to another owner, whom nobody shall become by running it: only then can the client, who
-# may still be connected, not set the bit again.
+# may still be connected, not set the bit again.  With exec the chmod is a child of find's, and so ended by
+# watched.
 # shellcheck disable=SC2016 # the dollar signs are the program's own
-GIVE='/usr/sbin/chown -h "$1" "./$2" && { [ ! -f "./$2" ] || /bin/chmod -h ug-s "./$2"; }'
+GIVE='/usr/sbin/chown -h "$1" "./$2" && { [ ! -f "./$2" ] || exec /bin/chmod -h ug-s "./$2"; }'
 
 # What the client has made goes to the owner of the folder: nobody else may own it one day.  -execdir
 # and -h, because its owner could put links in the way meanwhile.

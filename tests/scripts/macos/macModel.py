@@ -65,6 +65,7 @@ class Mac:
         self.nc_seconds = 0    # how long a refused connection takes
         self.clock = 1.8e9     # the time of day; only waiting takes time
         self.swap = None       # called by find with each path, between its looking and its doing
+        self.late_pipes = set()  # where a pipe comes between the look of a shell that find runs and its chmod
         self.zone = 2          # hours that the Mac's own clock is ahead
         self.sharing_has_r = True
         self.services = None   # EnabledServices in the preferences of the SMB service

@@ -6,6 +6,7 @@ which must still work.
 
 import ctypes
 import os
+import signal
 import threading
 import unittest
 
@@ -315,6 +316,28 @@ class Pipes(AttackTest):
         host.mac.swap = None
         self.assert_unchanged(self.before)
         self.assertEqual(host.held_up, [self.folder + name for name in ('/f', '/sub/deep')])
+
+
+    def test_put_in_place_of_a_file_that_is_given_away_hold_up_no_script_for_ever(self):
+        owner = self.session()
+        self.assert_done(self.run_script('rmuser', 'alice'))
+        self.add_both(run=owner.run)
+        for name in ('/new', '/other'):
+            host.mac.client_writes('alice', self.folder + name)
+        host.mac.late_pipes.add(self.folder + '/new')
+        self.assert_refused(self.run_script('rmshare', 'Docs', self.folder, run=owner.run),
+                            'cannot give all that was written to the owner of the folder')
+        self.assertEqual(host.held_up, [self.folder + '/new'])
+        self.assertEqual(os.stat(self.folder + '/other').st_uid, 501)
+        host.mac.late_pipes.clear()
+        self.assert_done(self.run_script('rmshare', 'Docs', self.folder, run=owner.run))
+
+    def test_hold_up_no_script_that_ignores_sigterm(self):
+        self.swap_in(self.folder + '/f')
+        self.addCleanup(signal.signal, signal.SIGTERM, signal.signal(signal.SIGTERM, signal.SIG_IGN))
+        self.assert_refused(self.add_share(), 'cannot give alice access to all in "%s": ' % self.folder)
+        host.mac.swap = None
+        self.assert_unchanged(self.before)
 
 
 class FilesThatCannotBeChanged(AttackTest):

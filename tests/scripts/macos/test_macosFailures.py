@@ -8,9 +8,11 @@ import shutil
 import signal
 import subprocess
 import threading
+import time
 import unittest
 
 import machost
+from macDisk import status_of
 from machost import HANG, MacTest, read, write
 
 host = None
@@ -241,6 +243,36 @@ class Interrupted(MacTest):
                 self.assert_done(self.add_share())
                 self.remove_both()
                 self.assert_unchanged(before)
+
+    def test_what_goes_through_the_files_ends_with_a_script_that_is_killed_alone(self):
+        before = host.snapshot()
+        self.assert_done(self.add_user())
+        # pylint: disable=consider-using-with
+        script = subprocess.Popen(self.argv('addshare', ['alice', self.password_file, self.folder, 'Docs', 'rw']),
+                                  stderr=subprocess.DEVNULL)
+        ended = []
+
+        def kill(_):
+            script.kill()
+            script.wait()
+            if not ended:
+                ended.append(self.ends(host.calls[-1].pid))
+        host.mac.swap = kill
+        script.wait(HANG)
+        with host.lock: # until the call is answered
+            pass
+        host.mac.swap = None
+        self.assertEqual(ended, [True])
+        self.assertEqual([path for path in host.mac.entries if path.startswith(self.folder)], [])
+        self.remove_both()
+        self.assert_unchanged(before)
+
+    @staticmethod
+    def ends(pid):
+        end = time.monotonic() + HANG / 2
+        while status_of(pid) and time.monotonic() < end:
+            time.sleep(0.01)
+        return status_of(pid) is None
 
     def test_everything_is_undone_when_nobody_reads_the_reason(self):
         for script, args in (('adduser', ['alice', 'alice', self.password_file]),

@@ -217,6 +217,20 @@ class Callers(MacTest):
                 self.wait_for(lambda killed=killed: killed)
                 self.wait_for(lambda before=before: host.snapshot() == before)
 
+    def test_that_die_before_a_script_begins_leave_nothing(self):
+        """Its parent is then process 1, which never ends."""
+        wait = '(while kill -0 $$ 2>/dev/null; do :; done; exec "$@") &'
+        self.assert_done(self.add_user('carol'))
+        for script, args in (('adduser', ['alice', 'alice', self.password_file]),
+                             ('addshare', ['carol', self.password_file, self.folder, 'Docs', 'rw'])):
+            with self.subTest(script):
+                before = host.snapshot()
+                with subprocess.Popen(['/bin/dash', '-c', wait, 'dash', *self.argv(script, args)], text=True,
+                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as caller:
+                    caller.wait(HANG)
+                    self.assertIn('the caller has gone', caller.stdout.read())
+                self.assert_unchanged(before)
+
     def odd_environment(self, zone):
         return {'PATH': EVIL, 'LANG': 'de_DE.UTF-8', 'LC_ALL': 'de_DE.UTF-8', 'TZ': zone, 'CDPATH': '/etc:/usr',
                 'GREP_OPTIONS': '-v', 'COMMAND_MODE': 'legacy', 'IFS': 'a', 'ENV': EVIL + '/env',
