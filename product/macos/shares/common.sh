@@ -295,10 +295,17 @@ removeUser() {
 }
 
 # ---- Shares
+
+# Prints the first line of a text in which there may be names of files, for a person: without what a
+# terminal would take for a command.
+firstLine() { printf '%s' "${1%%"$newline"*}" | tr '[:cntrl:]' '?'; }
+
+# What is noted of them:
 #
 # Each folder "_SHARE" in SHARE_STATE holds, as files: "given", the folder as the caller names it;
 # "folder", the same without links; "name", the share's, because a disk of a
-# Mac's finds "_SHARE" in other spellings as well; "user"; "numbers", the user's and that of the folder's owner;
+# Mac's finds "_SHARE" in other spellings as well; "user"; "uuid", the user's; "numbers", the user's and that of
+# the folder's owner;
 # "entry", the access entry on the folder; "search", which folders above it have an entry as well (1
 # is the next above); and "owner".
 
@@ -393,6 +400,14 @@ endStuck() {
     done
 }
 
+# Whether the name of the share's user is another one's by now, whose entries are not ours to take.  Without
+# an answer it is not: what was granted is taken back.
+isAnothersName() {
+    recall "$shareState/uuid"
+    uuidNow=$(readUuid "$1" 2>/dev/null) || uuidNow=''
+    [ -n "$recalled" ] && [ -n "$uuidNow" ] && [ "$uuidNow" != "$recalled" ]
+}
+
 # takeBack USER ENTRY FOLDER [-R]: what was moved into the folder never had the entry, and then chmod
 # complains; and where a file has two entries of the user, chmod may take only one.  So it is done
 # twice at most, until no entry is seen.  Whose a file is, and how many names it has, may have changed
@@ -409,7 +424,7 @@ takeBack() {
         isGranted "$1" "$3" ${4+-R} || return 0
         refusal=${refusal:-$removal}
     done
-    say "cannot take the access of $1 back: ${refusal%%"$newline"*}"
+    say "cannot take the access of $1 back: $(firstLine "$refusal")"
     return 1
 }
 
@@ -420,7 +435,7 @@ forEachOf() {
     shift 3
     { eachText=$(inFolder "$eachFolder" watched /usr/bin/find -P . -xdev -user "$eachNumber" "$@" 2>&1) &&
         [ -z "$eachText" ]; } || {
-        say "$eachWhat: ${eachText%%"$newline"*}"
+        say "$eachWhat: $(firstLine "$eachText")"
         return 1
     }
 }
@@ -463,6 +478,10 @@ takeRights() {
     rightsTaken=yes rightsLost=no
     recall "$shareState/user"
     rightsUser=$recalled
+    if isAnothersName "$rightsUser"; then
+        say "$rightsUser is another user now, whose access stays as it is"
+        return 0
+    fi
     recall "$shareState/entry"
     if [ -z "$recalled" ] || [ -z "$1" ]; then
         : # nothing was granted yet
@@ -554,12 +573,14 @@ clearDeadSessions() {
     [ "$allCleared" = yes ]
 }
 
-# Removes the user that a dead session noted.  A record of that name that is not ours stays.
+# Removes the user that a dead session noted.  A record of that name that is not ours stays, and so does
+# what a user of that name who is not ours is a member of.
 clearUser() {
     findUser "$1"
-    case $isOurs in
-        unknown) return 1 ;;
-        no) userListed=no groupListed=no ;;
+    case $isOurs$userListed in
+        unknown*) return 1 ;;
+        noyes) rm -f -- "$USER_STATE/$1"; return ;;
+        no*) groupListed=no ;;
     esac
     removeUser "$1" || { say "the user $1, or something of it, is left behind"; return 1; }
 }

@@ -6,6 +6,7 @@ which must still work.
 
 import ctypes
 import os
+import re
 import signal
 import threading
 import unittest
@@ -174,8 +175,10 @@ class LinksOnTheWay(AttackTest):
         self.assert_attack_fails(self.make(public + '/of root', 0))
         os.chmod(public, 0o1777)
         self.assert_shared(public + '/of root', public + '/of root')
-        os.chmod(public, 0o777)
-        self.assert_shared(public, public)
+        for mode in (0o2777, 0o4777, 0o777):
+            os.chmod(public, mode)
+            self.assert_attack_fails(public + '/of root')
+            self.assert_shared(public, public)
 
     def test_links_without_an_end(self):
         self.link('loop', self.home + '/loop')
@@ -420,6 +423,30 @@ class FilesThatCannotBeChanged(AttackTest):
         self.assert_done(self.run_script('rmshare', 'More', self.home + '/other'))
         host.mac.private.clear()
         self.assert_unchanged(before)
+
+
+class OddNames(AttackTest):
+
+    def test_of_files_are_shown_without_what_a_terminal_heeds(self):
+        name = '/\x1b[2Jf\r'
+        path = write(self.folder + name, 'some text\n')
+        os.chown(path, 501, -1)
+        shown = '?[2Jf?'
+        host.mac.flags[path] = {'uchg'}
+        self.assert_shown(self.add_share(), 'cannot give alice access', shown)
+        del host.mac.flags[path]
+        os.link(path, self.scratch + '/second')
+        self.assert_shown(self.add_share(), 'more than one name, such as', shown)
+        host.mac.flags[path] = {'uchg'}
+        host.mac.entries[path] = host.mac.entries[self.folder + '/f']
+        self.assert_shown(self.run_script('rmshare', 'Docs', self.folder), 'cannot take the access', shown)
+        os.chown(path, int(host.mac.attribute('Users', 'alice', 'UniqueID')), -1)
+        host.mac.read_only.add(path)
+        self.assert_shown(self.run_script('rmshare', 'Docs', self.folder), 'cannot give all that was written', shown)
+
+    def assert_shown(self, result, reason, shown):
+        self.assertRegex(result.output, '%s.*%s' % (re.escape(reason), re.escape(shown)))
+        self.assertNotRegex(result.output, '[\x1b\r]')
 
 
 class AccessEntries(AttackTest):

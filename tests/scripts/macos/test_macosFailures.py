@@ -418,6 +418,48 @@ class Clearing(MacTest):
         self.assertEqual(host.mac.attribute('Users', 'alice', 'UniqueID'), '502')
         self.assertEqual(os.listdir(machost.STATE + '/users'), [])
 
+    def replace_user(self):
+        """Somebody deletes our alice by hand and makes another."""
+        host.mac.records['Users'].pop('alice')
+        host.mac.records['Groups'].pop('alice')
+        host.mac.add('Users', 'alice', UniqueID='502', RealName='The new alice')
+        return host.mac.attribute('Users', 'alice', 'GeneratedUID')
+
+    def test_leaves_another_users_membership(self):
+        for is_replaced in (True, False):
+            with self.subTest(is_replaced=is_replaced):
+                self.new_mac()
+                host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
+                session = self.session()
+                self.assert_done(self.add_user(run=session.run))
+                session.kill()
+                if is_replaced:
+                    self.replace_user()
+                self.assert_done(self.run_script('clear'))
+                self.assertEqual(host.mac.records['Groups'][machost.ACCESS_GROUP].get('GroupMembership', []),
+                                 ['alice'] if is_replaced else [])
+                self.assertEqual(os.listdir(machost.STATE + '/users'), [])
+
+    def test_leaves_another_users_entries(self):
+        for is_replaced in (True, False):
+            with self.subTest(is_replaced=is_replaced):
+                self.new_mac()
+                session = self.session()
+                self.add_both(run=session.run)
+                session.kill()
+                hers = {}
+                if is_replaced:
+                    number = self.replace_user()
+                    hers = {path: [(number, 'allow', machost.READ, False)]
+                            for path in (self.home, self.folder, self.folder + '/f')}
+                    hers[self.home] = [(number, 'allow', 'search', False)]
+                    host.mac.entries = dict(hers)
+                result = self.run_script('clear')
+                self.assert_done(result)
+                self.assertEqual(host.mac.entries, hers)
+                self.assertEqual('alice is another user now' in result.output, is_replaced)
+                self.assertEqual(os.listdir(machost.STATE + '/shares'), [])
+
     def test_clears_the_rest_when_one_cannot_be_removed(self):
         session = self.session()
         for user in ('alice', 'carol', 'dave'):
