@@ -53,6 +53,8 @@ class Mac:
         self.network_users = {}
         self.unknown = {}      # user -> until how long waited there is said to be no such user
         self.waited = 0        # seconds
+        self.remember_seconds = 0  # how long a user who was removed is still found
+        self.remembered = {}   # user -> number, and until how long waited it is still said
         self.running = set()   # the numbers of the users that processes run as
         self.entries = {}      # path -> [(UUID of the user, kind, rights, inherited)]
         self.flags = {}        # path -> the flags that lock it, such as "uchg"

@@ -274,7 +274,7 @@ class Host:
         """All that a script could have changed, to compare."""
         with self.lock:
             model = copy.deepcopy({key: value for key, value in vars(self.mac).items()
-                                   if key not in ('smb_after', 'clock', 'unknown', 'waited')})
+                                   if key not in ('smb_after', 'clock', 'unknown', 'waited', 'remembered')})
         return model, tree(STATE)
 
     def save(self):

@@ -128,6 +128,28 @@ class TheSystem(MacTest):
         self.assert_refused(self.add_user(), 'macOS does not know the user alice within 10 s')
         self.assert_unchanged(before)
 
+    def test_that_remembers_a_removed_user_is_waited_for(self):
+        before = host.snapshot()
+        for seconds, reason in ((2, None), (10 ** 6, 'the user alice exists already, in another directory')):
+            host.mac.remember_seconds = seconds
+            self.assert_done(self.add_user())
+            self.assert_done(self.run_script('rmuser', 'alice'))
+            host.mac.remember_seconds = 0
+            self.assert_refused(self.add_user(), reason) if reason else self.remove_again()
+            self.assert_unchanged(before)
+
+    def remove_again(self):
+        self.assert_done(self.add_user())
+        self.assert_done(self.run_script('rmuser', 'alice'))
+
+    def test_that_has_such_a_user_in_another_directory_is_not_waited_for(self):
+        for number in ('400', '500', '70000', '-2'):
+            host.mac.network_users['alice'] = number
+            before = host.snapshot()
+            self.assert_refused(self.add_user(), 'in another directory')
+            self.assert_unchanged(before)
+        self.assertEqual(self.asked('sleep'), [])
+
     def test_that_knows_another_user_of_the_name_is_waited_for(self):
         stale = []
 
