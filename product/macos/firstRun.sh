@@ -44,9 +44,10 @@ fail() {
 #
 # The report of a point grows in $work/point.N; its verdict in $work/verdict.N is the worst so far.
 
-# hide TEXT: without the person's name and home folder, and without the password.
+# hide TEXT: without the person's name and home folder, and without the password, which comes first on awk's
+# standard input: an argument would show it to every process.
 hide() {
-    printf '%s\n' "$1" | awk -v "home=$personHome" -v "name=$personName" -v "secret=$password" '
+    printf '%s\n' "$password" "$1" | awk -v "home=$personHome" -v "name=$personName" '
         function replace(line, what, by,    at, done) {
             while (what != "" && (at = index(line, what)) > 0) {
                 done = done substr(line, 1, at - 1) by
@@ -54,6 +55,7 @@ hide() {
             }
             return done line
         }
+        NR == 1 { secret = $0; next }
         { print replace(replace(replace($0, home, "~"), name, "(the person)"), secret, "(the password)") }'
 }
 
@@ -302,6 +304,9 @@ lookAtRecords() {
     look /usr/bin/dscl . -read "/Groups/pelagogone" RecordName
     expect 'a name that is free is not found' [ "$status" -eq 56 ]
     expect 'the error has its name' holds eDSRecordNotFound
+    look /usr/bin/dscl . -read "/SharePoints/pelagogone" RecordName
+    expect 'so it is for a share whose name is free' [ "$status" -eq 56 ]
+    expect 'the error has the same name' holds eDSRecordNotFound
     look /usr/bin/dscl . -read /Groups/lpadmin RecordName
     expect 'a group is found by another of its names' succeeded
     look /usr/bin/dscl . -search /Users RealName pelagogone
@@ -658,7 +663,8 @@ lookAtLock() {
 
 findPerson() {
     [ "$(/usr/bin/id -u)" = 0 ] || fail 'run this with sudo: most of it only root may do'
-    person=${SUDO_UID:-$(/usr/bin/stat -f %u /dev/console)}
+    person=${SUDO_UID-}
+    case $person in '' | *[!0-9]*) person=0 ;; esac
     [ "$person" -ge 501 ] || fail 'run this with sudo from the account of a person'
     personName=$(/usr/bin/id -un "$person") || fail "there is no user with the number $person"
     personHome=$(/usr/bin/dscl . -read "/Users/$personName" NFSHomeDirectory) || fail 'cannot find the home folder'

@@ -30,6 +30,7 @@ checkUser() {
     ! isInUseByAnother "$USER_STATE/$1" || fail "the user $1 belongs to another session that runs"
     hasNtHash "$1" || fail "the user $1 has no password for SMB"
     userNumber=$(/usr/bin/id -u "$1") || fail "macOS does not know the user $1"
+    userUuid=$(readUuid "$1") && [ -n "$userUuid" ] || fail "cannot read the UUID of $1"
 }
 
 # Two shares of one user could need the same access entry, and the first to end would take it away.
@@ -69,7 +70,7 @@ remember() { printf '%s' "$2" >"$shareState/$1"; }
 # USER GIVEN_FOLDER SHARE: written as a whole before the first change.
 makeState() {
     mkdir -- "$shareState" && remember name "$3" && remember given "$2" && remember user "$1" &&
-        remember entry "$entry" && remember numbers "$userNumber $folderOwner" &&
+        remember uuid "$userUuid" && remember entry "$entry" && remember numbers "$userNumber $folderOwner" &&
         remember folder "$folder"
 }
 
@@ -109,16 +110,18 @@ openFolder() {
     { refused=$(inJudged watched /usr/bin/find -P . -xdev -user "$folderOwner" \
         '(' -type d -o -type f -links 1 ')' ! -execdir /bin/chmod -h +a "$entry" '{}' \; -print 2>&1) &&
         [ -z "$refused" ]; } ||
-        fail "cannot give $user access to all in \"$folder\": ${refused%%"$newline"*}"
+        fail "cannot give $user access to all in \"$folder\": $(firstLine "$refused")"
     leftOut=$(inJudged /usr/bin/find -P . -xdev '(' -type d -o -type f ')' \
         ! '(' -user "$folderOwner" '(' -type d -o -links 1 ')' ')' -print) ||
         fail "cannot look through \"$folder\""
     [ -z "$leftOut" ] || say "$user gets no access to what does not belong to the owner of the folder or\
- has more than one name, such as \"$(printf '%s' "${leftOut%%"$newline"*}" | tr '[:cntrl:]' '?')\""
+ has more than one name, such as \"$(firstLine "$leftOut")\""
 }
 
-# share FOLDER SHARE: SMB only, and no guests, whom the program would let in by default.
+# share FOLDER SHARE: SMB only, and no guests, whom the program would let in by default.  It looks once more
+# whether the name is free: to go through the folder takes its time, and what is undone is what was made here.
 share() {
+    ! surely isListed /SharePoints "$2" || fail "the share \"$2\" exists already"
     shareTried=yes
     /usr/sbin/sharing -a "$1" -n "$2" -S "$2" -s 001 -g 000 -R "$readOnly" >/dev/null ||
         fail "macOS did not take the share \"$2\""

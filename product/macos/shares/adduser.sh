@@ -8,7 +8,7 @@
 # Accounts of people begin at 501, and those of the system's services lie from 200 to 400.  Below 500
 # the login window shows nobody.
 NUMBER_FIRST=401 NUMBER_LAST=499
-KNOWN_TRIES=100                  # how often to look, a tenth of a second apart, for the new user
+KNOWN_TRIES=100                  # how often to look, a tenth of a second apart, until macOS knows of a change
 SSH_GROUP=com.apple.access_ssh   # when there is such a group, only its members may use Remote Login
 
 # Reads a password to its end and sets it.  An argument would show it to every process.
@@ -60,8 +60,20 @@ makeWay() {
     done
     # Where people log in, macOS takes their full names as well.
     ! surely isFullName "$1" || fail "$1 is the full name of a user"
-    # A directory server may have such a user as well.
-    ! /usr/bin/id -u "$1" >/dev/null 2>&1 || fail "the user $1 exists already, in another directory"
+    ! isElsewhere "$1" || fail "the user $1 exists already, in another directory"
+}
+
+# Whether a directory server has such a user.  macOS remembers for a while one who was just removed: with a
+# number of ours it is asked again.
+isElsewhere() {
+    elsewhereTries=0
+    while elsewhereNumber=$(/usr/bin/id -u "$1" 2>/dev/null); do
+        elsewhereTries=$((elsewhereTries + 1))
+        [ "$elsewhereNumber" -ge "$NUMBER_FIRST" ] && [ "$elsewhereNumber" -le "$NUMBER_LAST" ] &&
+            [ "$elsewhereTries" -lt "$KNOWN_TRIES" ] || return 0
+        pauseBriefly
+    done
+    return 1
 }
 
 isFullName() {

@@ -1,8 +1,7 @@
 # shellcheck shell=sh
-# base.sh -- what the share scripts of every host have in common.  It is sourced, never run.
-#
-# The host's common.sh, which sources it, adds what is the host's: checkShareName, session (which session
-# this is) and isInUse (whether that of a file still runs).
+# base.sh -- arguments, failing and the password, which the share scripts for macOS have in common.  It is
+# sourced by common.sh, never run, and wants from there: checkShareName, session (which session this is) and
+# isInUse (whether that of a file still runs).
 
 set -eu
 umask 077
@@ -42,7 +41,7 @@ finish() {
 
 isUtf8() { printf '%s' "$1" | iconv -f UTF-8 -t UTF-16LE >/dev/null 2>&1; }
 
-# One rule for every host.  It is less than any of them takes: names are compared without case, go
+# The same rule as on Linux.  It is less than either host takes: names are compared without case, go
 # into paths and access entries, and a first @, + or & makes a group of some.
 checkUserName() {
     case $1 in
@@ -66,7 +65,7 @@ checkSmbName() {
 
 # ---- Whose it is
 
-# shellcheck disable=SC2154 # session is the host's
+# shellcheck disable=SC2154 # session is set in common.sh
 isInUseByAnother() { isInUse "$1" && [ "$(cat "$1")" != "$session" ]; }
 
 # Makes our caller the owner.

@@ -58,7 +58,9 @@ processMark() {
     printf '%s %s' "$processPid" "$*"
 }
 
-session=$(processMark "$PPID") || session=''
+# A script whose caller ended before it began is launchd's, which never ends: it has no session.
+session=''
+[ "$PPID" -eq 1 ] || session=$(processMark "$PPID") || session=''
 
 # Whether the process that FILE names is still running, or may be.
 isInUse() {
@@ -293,10 +295,17 @@ removeUser() {
 }
 
 # ---- Shares
+
+# Prints the first line of a text in which there may be names of files, for a person: without what a
+# terminal would take for a command.
+firstLine() { printf '%s' "${1%%"$newline"*}" | tr '[:cntrl:]' '?'; }
+
+# What is noted of them:
 #
 # Each folder "_SHARE" in SHARE_STATE holds, as files: "given", the folder as the caller names it;
 # "folder", the same without links; "name", the share's, because a disk of a
-# Mac's finds "_SHARE" in other spellings as well; "user"; "numbers", the user's and that of the folder's owner;
+# Mac's finds "_SHARE" in other spellings as well; "user"; "uuid", the user's; "numbers", the user's and that of
+# the folder's owner;
 # "entry", the access entry on the folder; "search", which folders above it have an entry as well (1
 # is the next above); and "owner".
 
@@ -368,25 +377,35 @@ isGranted() {
 # undone as soon as it has ended.  Only in a subshell: the traps are changed.
 watched() {
     watchedPid='' watchedStatus=0
-    trap 'kill $watchedPid ${!-} 2>/dev/null; wait; exit 1' HUP INT TERM
+    trap 'kill -KILL $watchedPid ${!-} 2>/dev/null; wait; exit 1' HUP INT TERM
     "$@" &
     watchedPid=$!
     endStuck "$watchedPid" >/dev/null 2>&1 &
     wait "$watchedPid" || watchedStatus=$?
-    kill "$!" 2>/dev/null || :
+    kill -KILL "$!" 2>/dev/null || :
     return "$watchedStatus"
 }
 
-# endStuck PID: as long as that process runs.
+# endStuck PID: as long as that process runs.  It is ended as well when the script was killed, because the
+# lock is free then.  SIGTERM may be ignored, as the caller has it.
 endStuck() {
     stuckSince=0 stuckPid=''
     while kill -0 "$1"; do
         sleep 1
+        kill -0 "$$" || kill -KILL "$1" || :
         startedPid=$(/usr/bin/pgrep -P "$1") || startedPid=''
         [ -n "$startedPid" ] && [ "$startedPid" = "$stuckPid" ] || stuckSince=0
         stuckPid=$startedPid stuckSince=$((stuckSince + 1))
-        [ "$stuckSince" -lt "$STUCK_SECONDS" ] || kill "$stuckPid" || :
+        [ "$stuckSince" -lt "$STUCK_SECONDS" ] || kill -KILL "$stuckPid" || :
     done
+}
+
+# Whether the name of the share's user is another one's by now, whose entries are not ours to take.  Without
+# an answer it is not: what was granted is taken back.
+isAnothersName() {
+    recall "$shareState/uuid"
+    uuidNow=$(readUuid "$1" 2>/dev/null) || uuidNow=''
+    [ -n "$recalled" ] && [ -n "$uuidNow" ] && [ "$uuidNow" != "$recalled" ]
 }
 
 # takeBack USER ENTRY FOLDER [-R]: what was moved into the folder never had the entry, and then chmod
@@ -405,7 +424,7 @@ takeBack() {
         isGranted "$1" "$3" ${4+-R} || return 0
         refusal=${refusal:-$removal}
     done
-    say "cannot take the access of $1 back: ${refusal%%"$newline"*}"
+    say "cannot take the access of $1 back: $(firstLine "$refusal")"
     return 1
 }
 
@@ -416,7 +435,7 @@ forEachOf() {
     shift 3
     { eachText=$(inFolder "$eachFolder" watched /usr/bin/find -P . -xdev -user "$eachNumber" "$@" 2>&1) &&
         [ -z "$eachText" ]; } || {
-        say "$eachWhat: ${eachText%%"$newline"*}"
+        say "$eachWhat: $(firstLine "$eachText")"
         return 1
     }
 }
@@ -430,9 +449,10 @@ unlockWritten() {
 }
 
 # Gives a file to another owner, whom nobody shall become by running it: only then can the client, who
-# may still be connected, not set the bit again.
+# may still be connected, not set the bit again.  With exec the chmod is a child of find's, and so ended by
+# watched.
 # shellcheck disable=SC2016 # the dollar signs are the program's own
-GIVE='/usr/sbin/chown -h "$1" "./$2" && { [ ! -f "./$2" ] || /bin/chmod -h ug-s "./$2"; }'
+GIVE='/usr/sbin/chown -h "$1" "./$2" && { [ ! -f "./$2" ] || exec /bin/chmod -h ug-s "./$2"; }'
 
 # What the client has made goes to the owner of the folder: nobody else may own it one day.  -execdir
 # and -h, because its owner could put links in the way meanwhile.
@@ -458,6 +478,10 @@ takeRights() {
     rightsTaken=yes rightsLost=no
     recall "$shareState/user"
     rightsUser=$recalled
+    if isAnothersName "$rightsUser"; then
+        say "$rightsUser is another user now, whose access stays as it is"
+        return 0
+    fi
     recall "$shareState/entry"
     if [ -z "$recalled" ] || [ -z "$1" ]; then
         : # nothing was granted yet
@@ -549,12 +573,14 @@ clearDeadSessions() {
     [ "$allCleared" = yes ]
 }
 
-# Removes the user that a dead session noted.  A record of that name that is not ours stays.
+# Removes the user that a dead session noted.  A record of that name that is not ours stays, and so does
+# what a user of that name who is not ours is a member of.
 clearUser() {
     findUser "$1"
-    case $isOurs in
-        unknown) return 1 ;;
-        no) userListed=no groupListed=no ;;
+    case $isOurs$userListed in
+        unknown*) return 1 ;;
+        noyes) rm -f -- "$USER_STATE/$1"; return ;;
+        no*) groupListed=no ;;
     esac
     removeUser "$1" || { say "the user $1, or something of it, is left behind"; return 1; }
 }

@@ -58,10 +58,12 @@ class FirstRunPrograms(machost.Programs):
             return ''
         if args[1:] == ['-read', '/Users/' + SECOND_USER, 'RecordName']:
             self.launchd()
-        if args[1] == '-search' and 21 in self.mac.bad:
-            return 'somebody'
         if args[2].endswith('%25') and 16 in self.mac.bad:
             raise Refusal('<dscl_cmd> DS Error: -14136 (eDSRecordNotFound)', 56)
+        if args[1] == '-search' and 21 in self.mac.bad:
+            return 'somebody'
+        if args[1:3] == ['-read', '/SharePoints/pelagogone'] and 'free shares' in self.mac.bad:
+            return 'RecordName: it has one\n'
         answer = super().dscl(args, stdin)
         if args[1] == '-delete' and args[2].startswith('/Users/'):
             self.mac.policies.discard(args[2][7:])

@@ -70,6 +70,9 @@ class DirectoryPrograms:
                 raise Misuse
             self.drop_value(name, *keys)
             return ''
+        if kind == 'Users' and self.mac.remember_seconds:
+            self.mac.remembered[name] = (self.mac.attribute(kind, name, 'UniqueID'),
+                                         self.mac.waited + self.mac.remember_seconds)
         del self.mac.records[kind][name]
         for table in (self.mac.hash_types, self.mac.passwords, self.mac.nt_hashes):
             table.pop(name, None)
@@ -131,6 +134,9 @@ class DirectoryPrograms:
             raise Misuse
         if args[1] in self.mac.network_users:
             return self.mac.network_users[args[1]] + '\n'
+        number, until = self.mac.remembered.get(args[1], ('', 0))
+        if until > self.mac.waited:
+            return number + '\n'
         user = self.mac.user(args[1])
         if user is None:
             raise Refusal('id: %s: no such user' % args[1])

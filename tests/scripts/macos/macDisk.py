@@ -5,9 +5,11 @@ The files are this machine's; what it knows nothing of, access entries and flags
 
 import os
 import re
+import signal
 import stat
 import subprocess
 import sys
+import time
 
 from macModel import Misuse, Refusal
 from scriptRunner import HANG
@@ -24,6 +26,9 @@ os.lchown(sys.argv[2], int(sys.argv[1]), -1)
 if mode & 0o170000 == 0o100000:
     os.chmod(sys.argv[2], mode & 0o7777)
 """ % sys.executable
+# chmod, where a pipe has just come in the place of what it changes: it opens that.
+OPENING_CHMOD = '/tmp/openingChmod'
+OPENING_CHMOD_TEXT = '#!/bin/dash\nrm -f "$2" && mkfifo "$2" && exec cat "$2"\n'
 LOCKS = {'uchg', 'uappnd', 'schg', 'sappnd'}
 FIND_WORDS = {'(', ')', '!', '-o', '-type', 'd', 'f', 'l', '-links', '1', '-user', '-print', '-print0'}
 
@@ -39,6 +44,21 @@ def everything_in(path):
 
 def below(path, folders):
     return any((path + '/').startswith(folder + '/') for folder in folders)
+
+
+def status_of(pid):
+    """Of a process that runs, else nothing."""
+    try:
+        with open('/proc/%d/status' % pid, encoding='utf-8', errors='replace') as file:
+            lines = dict(line.split(':', 1) for line in file)
+    except (FileNotFoundError, ProcessLookupError):
+        return None
+    return None if lines['State'].split()[0] in 'ZX' else lines
+
+
+def ignores(pid, signal_number):
+    status = status_of(pid)
+    return status is not None and bool(int(status['SigIgn'], 16) >> (signal_number - 1) & 1)
 
 
 def rank(entry):
@@ -82,7 +102,8 @@ class DiskPrograms:
         """chmod opens what it changes, and a pipe without a writer keeps it waiting until it is ended."""
         if not stat.S_ISFIFO(os.lstat(path).st_mode):
             return
-        with subprocess.Popen(['/bin/cat', path], stdout=subprocess.DEVNULL) as stuck:
+        ignore = ['/usr/bin/env', '--ignore-signal=TERM'] if ignores(self.pid, signal.SIGTERM) else []
+        with subprocess.Popen([*ignore, '/bin/cat', path], stdout=subprocess.DEVNULL) as stuck:
             self.host.stuck[self.pid] = stuck.pid
             self.host.held_up.append(path)
             try:
@@ -208,6 +229,8 @@ class DiskPrograms:
         for path in found:
             if self.mac.swap:
                 self.mac.swap(self.path_of(path))
+            if status_of(self.pid) is None:
+                raise ProcessLookupError('killed while it worked')
             try:
                 self.run_in_folder(command, path)
             except (Refusal, OSError) as error:
@@ -223,7 +246,7 @@ class DiskPrograms:
             type(self)(self.mac, self.call, folder, self.host).chmod(command[1:-1] + [name], b'')
         elif command[:2] == ['/bin/dash', '-c'] and '/usr/sbin/chown -h ' in command[2]:
             self.check_change(found, name)
-            self.run_shell(command[2], [*command[3:-1], name], folder, below(found, self.mac.owners_ignored))
+            self.run_shell(command[2], [*command[3:-1], name], folder, found)
         elif command[:-1] == ['/usr/bin/chflags', '-h', ','.join('no' + flag for flag in sorted(LOCKS))]:
             if below(found, self.mac.read_only):
                 raise Refusal('%s: Read-only file system' % name)
@@ -231,14 +254,31 @@ class DiskPrograms:
         else:
             raise Misuse
 
-    @staticmethod
-    def run_shell(text, args, folder, owner_is_ignored):
+    def run_shell(self, text, args, folder, path):
         """For real, but that a file keeps the bits with which who runs it becomes its owner."""
-        text = text.replace('/usr/sbin/chown -h', ': ' if owner_is_ignored else KEEPING_CHOWN)
-        done = subprocess.run(['/bin/dash', '-c', text.replace('/bin/chmod -h', '/bin/chmod.real'), *args], cwd=folder,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
-        if done.returncode:
-            raise Refusal(os.fsdecode(done.stdout))
+        has_pipe = path in self.mac.late_pipes
+        text = text.replace('/usr/sbin/chown -h', ': ' if below(path, self.mac.owners_ignored) else KEEPING_CHOWN)
+        text = text.replace('/bin/chmod -h', OPENING_CHMOD if has_pipe else '/bin/chmod.real')
+        with subprocess.Popen(['/bin/dash', '-c', text, *args], cwd=folder, start_new_session=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as shell:
+            if has_pipe:
+                self.note_stuck(shell, path)
+            try:
+                out = shell.communicate(timeout=HANG)[0]
+            except subprocess.TimeoutExpired as hang:
+                os.killpg(shell.pid, signal.SIGKILL)
+                raise Misuse('chmod waits for ever') from hang
+            finally:
+                self.host.stuck.pop(self.pid, None)
+        if shell.returncode:
+            raise Refusal(os.fsdecode(out))
+
+    def note_stuck(self, shell, path):
+        """Once its chmod is at the pipe."""
+        while shell.poll() is None and not stat.S_ISFIFO(os.lstat(path).st_mode):
+            time.sleep(0.01)
+        self.host.held_up.append(path)
+        self.host.stuck[self.pid] = shell.pid
 
     def pgrep(self, args, _):
         """Which program that one waits for: only one that is stuck is ever seen."""

@@ -53,6 +53,8 @@ class Mac:
         self.network_users = {}
         self.unknown = {}      # user -> until how long waited there is said to be no such user
         self.waited = 0        # seconds
+        self.remember_seconds = 0  # how long a user who was removed is still found
+        self.remembered = {}   # user -> number, and until how long waited it is still said
         self.running = set()   # the numbers of the users that processes run as
         self.entries = {}      # path -> [(UUID of the user, kind, rights, inherited)]
         self.flags = {}        # path -> the flags that lock it, such as "uchg"
@@ -65,6 +67,7 @@ class Mac:
         self.nc_seconds = 0    # how long a refused connection takes
         self.clock = 1.8e9     # the time of day; only waiting takes time
         self.swap = None       # called by find with each path, between its looking and its doing
+        self.late_pipes = set()  # where a pipe comes between the look of a shell that find runs and its chmod
         self.zone = 2          # hours that the Mac's own clock is ahead
         self.sharing_has_r = True
         self.services = None   # EnabledServices in the preferences of the SMB service

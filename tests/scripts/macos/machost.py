@@ -29,7 +29,8 @@ sys.path[:0] = [str(SCRIPT_TESTS), str(SCRIPT_TESTS.parent / 'support')]
 import javaScript  # noqa: E402
 import scriptRunner  # noqa: E402
 from macDirectory import DirectoryPrograms  # noqa: E402
-from macDisk import INHERIT, KEEPING_CHOWN, KEEPING_CHOWN_TEXT, READ, WRITE, DiskPrograms, everything_in  # noqa: E402,F401
+from macDisk import (INHERIT, KEEPING_CHOWN, KEEPING_CHOWN_TEXT, OPENING_CHMOD, OPENING_CHMOD_TEXT,  # noqa: E402,F401
+                     READ, WRITE, DiskPrograms, everything_in)
 from macModel import Mac, Misuse, Refusal  # noqa: E402
 from scriptRunner import HANG, SHARES, read, run_command, script_path, write  # noqa: E402
 from throwAway import require_sandbox  # noqa: E402
@@ -260,6 +261,8 @@ class Host:
             out = getattr(Programs(self.mac, call, host=self), call.name)(call.args, call.stdin)
         except Refusal as refusal:
             return refusal.status, os.fsencode(refusal.out), os.fsencode(str(refusal) + '\n')
+        except ProcessLookupError: # killed while it worked
+            raise
         except Exception:  # pylint: disable=broad-except
             self.misuses.append('%r\n%s' % (call, traceback.format_exc()))
             return 64, b'', b'%s: usage\n' % call.name.encode()
@@ -271,7 +274,7 @@ class Host:
         """All that a script could have changed, to compare."""
         with self.lock:
             model = copy.deepcopy({key: value for key, value in vars(self.mac).items()
-                                   if key not in ('smb_after', 'clock', 'unknown', 'waited')})
+                                   if key not in ('smb_after', 'clock', 'unknown', 'waited', 'remembered')})
         return model, tree(STATE)
 
     def save(self):
@@ -321,6 +324,7 @@ def set_up():
     for path in ('/usr/bin/find', '/bin/chmod'):
         os.rename(path, path + '.real')
     write(KEEPING_CHOWN, KEEPING_CHOWN_TEXT, 0o755)
+    write(OPENING_CHMOD, OPENING_CHMOD_TEXT, 0o755)
     for name, folder in PROGRAMS.items():
         path = os.path.join(folder, name)
         with contextlib.suppress(FileNotFoundError):

@@ -482,6 +482,20 @@ class AddShare(MacTest):
                 self.assert_refused(self.add_share(share), reason)
                 self.assert_unchanged(before)
 
+    def test_leaves_a_share_that_somebody_else_makes_meanwhile(self):
+        before = host.snapshot()
+
+        def make(call):
+            if call.name == 'find':
+                host.hook = None
+                host.mac.add('SharePoints', 'Docs', directory_path='/Users/carol', smb_name='Docs')
+        host.hook = make
+        self.assert_refused(self.add_share(), 'the share "Docs" exists already')
+        self.assertEqual(host.mac.attribute('SharePoints', 'Docs', 'directory_path'), '/Users/carol')
+        del host.mac.records['SharePoints']['Docs']
+        self.assert_unchanged(before)
+        self.assert_done(self.add_share())
+
     def test_refuses_a_second_share_of_one_user(self):
         self.assert_done(self.add_share())
         before = host.snapshot()

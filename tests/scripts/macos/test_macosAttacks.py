@@ -6,6 +6,8 @@ which must still work.
 
 import ctypes
 import os
+import re
+import signal
 import threading
 import unittest
 
@@ -173,8 +175,10 @@ class LinksOnTheWay(AttackTest):
         self.assert_attack_fails(self.make(public + '/of root', 0))
         os.chmod(public, 0o1777)
         self.assert_shared(public + '/of root', public + '/of root')
-        os.chmod(public, 0o777)
-        self.assert_shared(public, public)
+        for mode in (0o2777, 0o4777, 0o777):
+            os.chmod(public, mode)
+            self.assert_attack_fails(public + '/of root')
+            self.assert_shared(public, public)
 
     def test_links_without_an_end(self):
         self.link('loop', self.home + '/loop')
@@ -317,6 +321,28 @@ class Pipes(AttackTest):
         self.assertEqual(host.held_up, [self.folder + name for name in ('/f', '/sub/deep')])
 
 
+    def test_put_in_place_of_a_file_that_is_given_away_hold_up_no_script_for_ever(self):
+        owner = self.session()
+        self.assert_done(self.run_script('rmuser', 'alice'))
+        self.add_both(run=owner.run)
+        for name in ('/new', '/other'):
+            host.mac.client_writes('alice', self.folder + name)
+        host.mac.late_pipes.add(self.folder + '/new')
+        self.assert_refused(self.run_script('rmshare', 'Docs', self.folder, run=owner.run),
+                            'cannot give all that was written to the owner of the folder')
+        self.assertEqual(host.held_up, [self.folder + '/new'])
+        self.assertEqual(os.stat(self.folder + '/other').st_uid, 501)
+        host.mac.late_pipes.clear()
+        self.assert_done(self.run_script('rmshare', 'Docs', self.folder, run=owner.run))
+
+    def test_hold_up_no_script_that_ignores_sigterm(self):
+        self.swap_in(self.folder + '/f')
+        self.addCleanup(signal.signal, signal.SIGTERM, signal.signal(signal.SIGTERM, signal.SIG_IGN))
+        self.assert_refused(self.add_share(), 'cannot give alice access to all in "%s": ' % self.folder)
+        host.mac.swap = None
+        self.assert_unchanged(self.before)
+
+
 class FilesThatCannotBeChanged(AttackTest):
 
     def new_mac(self):
@@ -397,6 +423,30 @@ class FilesThatCannotBeChanged(AttackTest):
         self.assert_done(self.run_script('rmshare', 'More', self.home + '/other'))
         host.mac.private.clear()
         self.assert_unchanged(before)
+
+
+class OddNames(AttackTest):
+
+    def test_of_files_are_shown_without_what_a_terminal_heeds(self):
+        name = '/\x1b[2Jf\r'
+        path = write(self.folder + name, 'some text\n')
+        os.chown(path, 501, -1)
+        shown = '?[2Jf?'
+        host.mac.flags[path] = {'uchg'}
+        self.assert_shown(self.add_share(), 'cannot give alice access', shown)
+        del host.mac.flags[path]
+        os.link(path, self.scratch + '/second')
+        self.assert_shown(self.add_share(), 'more than one name, such as', shown)
+        host.mac.flags[path] = {'uchg'}
+        host.mac.entries[path] = host.mac.entries[self.folder + '/f']
+        self.assert_shown(self.run_script('rmshare', 'Docs', self.folder), 'cannot take the access', shown)
+        os.chown(path, int(host.mac.attribute('Users', 'alice', 'UniqueID')), -1)
+        host.mac.read_only.add(path)
+        self.assert_shown(self.run_script('rmshare', 'Docs', self.folder), 'cannot give all that was written', shown)
+
+    def assert_shown(self, result, reason, shown):
+        self.assertRegex(result.output, '%s.*%s' % (re.escape(reason), re.escape(shown)))
+        self.assertNotRegex(result.output, '[\x1b\r]')
 
 
 class AccessEntries(AttackTest):

@@ -8,9 +8,11 @@ import shutil
 import signal
 import subprocess
 import threading
+import time
 import unittest
 
 import machost
+from macDisk import status_of
 from machost import HANG, MacTest, read, write
 
 host = None
@@ -242,6 +244,36 @@ class Interrupted(MacTest):
                 self.remove_both()
                 self.assert_unchanged(before)
 
+    def test_what_goes_through_the_files_ends_with_a_script_that_is_killed_alone(self):
+        before = host.snapshot()
+        self.assert_done(self.add_user())
+        # pylint: disable=consider-using-with
+        script = subprocess.Popen(self.argv('addshare', ['alice', self.password_file, self.folder, 'Docs', 'rw']),
+                                  stderr=subprocess.DEVNULL)
+        ended = []
+
+        def kill(_):
+            script.kill()
+            script.wait()
+            if not ended:
+                ended.append(self.ends(host.calls[-1].pid))
+        host.mac.swap = kill
+        script.wait(HANG)
+        with host.lock: # until the call is answered
+            pass
+        host.mac.swap = None
+        self.assertEqual(ended, [True])
+        self.assertEqual([path for path in host.mac.entries if path.startswith(self.folder)], [])
+        self.remove_both()
+        self.assert_unchanged(before)
+
+    @staticmethod
+    def ends(pid):
+        end = time.monotonic() + HANG / 2
+        while status_of(pid) and time.monotonic() < end:
+            time.sleep(0.01)
+        return status_of(pid) is None
+
     def test_everything_is_undone_when_nobody_reads_the_reason(self):
         for script, args in (('adduser', ['alice', 'alice', self.password_file]),
                              ('addshare', ['alice', self.password_file, self.folder, 'Docs', 'rw'])):
@@ -385,6 +417,48 @@ class Clearing(MacTest):
         self.assert_done(self.run_script('clear'))
         self.assertEqual(host.mac.attribute('Users', 'alice', 'UniqueID'), '502')
         self.assertEqual(os.listdir(machost.STATE + '/users'), [])
+
+    def replace_user(self):
+        """Somebody deletes our alice by hand and makes another."""
+        host.mac.records['Users'].pop('alice')
+        host.mac.records['Groups'].pop('alice')
+        host.mac.add('Users', 'alice', UniqueID='502', RealName='The new alice')
+        return host.mac.attribute('Users', 'alice', 'GeneratedUID')
+
+    def test_leaves_another_users_membership(self):
+        for is_replaced in (True, False):
+            with self.subTest(is_replaced=is_replaced):
+                self.new_mac()
+                host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
+                session = self.session()
+                self.assert_done(self.add_user(run=session.run))
+                session.kill()
+                if is_replaced:
+                    self.replace_user()
+                self.assert_done(self.run_script('clear'))
+                self.assertEqual(host.mac.records['Groups'][machost.ACCESS_GROUP].get('GroupMembership', []),
+                                 ['alice'] if is_replaced else [])
+                self.assertEqual(os.listdir(machost.STATE + '/users'), [])
+
+    def test_leaves_another_users_entries(self):
+        for is_replaced in (True, False):
+            with self.subTest(is_replaced=is_replaced):
+                self.new_mac()
+                session = self.session()
+                self.add_both(run=session.run)
+                session.kill()
+                hers = {}
+                if is_replaced:
+                    number = self.replace_user()
+                    hers = {path: [(number, 'allow', machost.READ, False)]
+                            for path in (self.home, self.folder, self.folder + '/f')}
+                    hers[self.home] = [(number, 'allow', 'search', False)]
+                    host.mac.entries = dict(hers)
+                result = self.run_script('clear')
+                self.assert_done(result)
+                self.assertEqual(host.mac.entries, hers)
+                self.assertEqual('alice is another user now' in result.output, is_replaced)
+                self.assertEqual(os.listdir(machost.STATE + '/shares'), [])
 
     def test_clears_the_rest_when_one_cannot_be_removed(self):
         session = self.session()

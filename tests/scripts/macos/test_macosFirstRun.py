@@ -34,10 +34,14 @@ class FirstRun(MacTest):
         firstRunHost.make_mac(host)
         self.report = self.scratch + '/report.txt'
         self.shown = ''
+        self.caller = '501'
 
     def begin(self, **kwargs):
+        environ = {key: value for key, value in os.environ.items() if key != 'SUDO_UID'}
+        if self.caller is not None:
+            environ['SUDO_UID'] = self.caller
         return subprocess.Popen(['/bin/dash', FIRST_RUN, self.report], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                stderr=subprocess.STDOUT, env=dict(os.environ, SUDO_UID='501'), **kwargs)
+                                stderr=subprocess.STDOUT, env=environ, **kwargs)
 
     def answer(self, process, reply):
         """Answers each question with what reply makes of it, and returns the status."""
@@ -121,6 +125,11 @@ class WhatItSays(FirstRun):
                 else:
                     self.assert_put_back(before)
 
+    def test_a_free_name_of_a_share_that_is_found_is_held_against_the_point(self):
+        host.mac.bad = {'free shares'}
+        self.assertEqual(self.run_it(), 1)
+        self.assertEqual(self.bad_points(), [21], read(self.report).decode())
+
     def test_no_answer_leaves_a_point_open(self):
         status = self.run_it(lambda _: '')
         words = self.verdicts()
@@ -145,6 +154,18 @@ class WhatItSays(FirstRun):
             self.assertNotIn(secret, text)
         self.assertIn('macOS 12.7.6 (21H1320)', text)
 
+
+    def test_the_password_is_in_no_argument_of_a_text_program(self):
+        seen = self.scratch + '/arguments'
+        awk = read('/usr/bin/awk')
+        self.addCleanup(machost.write, '/usr/bin/awk', awk, 0o755)
+        machost.write('/usr/bin/awk', '#!/bin/dash\nprintf "%%s\\n" "$*" >>%s\nexec %s/awk "$@"\n'
+                      % (seen, textTools.TOOLS), 0o755)
+        self.run_it()
+        password = re.search('the password (Px7-[a-z0-9]{20})$', self.shown, re.M)[1]
+        arguments = read(seen).decode()
+        self.assertIn('home=' + HOME, arguments)
+        self.assertNotIn(password, arguments)
 
     def test_leaves_the_scripts_notes_where_they_were_before(self):
         host.mac.services = ['disk']
@@ -171,6 +192,13 @@ class ItRefuses(FirstRun):
     def test_when_file_sharing_is_on(self):
         host.mac.services = ['disk']
         self.assert_refused_here('file sharing is on')
+
+    def test_without_a_person_who_has_called_sudo(self):
+        for number in (None, '', '0', '500', 'bob'):
+            with self.subTest(number):
+                self.caller = number
+                self.shown = ''
+                self.assert_refused_here('run this with sudo from the account of a person')
 
     def test_without_root(self):
         self.addCleanup(setattr, firstRunHost.FirstRunPrograms, 'id', firstRunHost.FirstRunPrograms.id)

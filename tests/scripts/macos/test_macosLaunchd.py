@@ -57,6 +57,7 @@ class TheJob(unittest.TestCase):
         rules = [line.split() for line in read(REPO + '/product/macos/launchd/newsyslog.conf').decode().splitlines()
                  if not line.startswith('#')]
         self.assertEqual([rule[0] for rule in rules], [job()['StandardErrorPath']])
+        self.assertEqual([rule[1:3] for rule in rules], [['root:wheel', '600']])
         self.assertEqual([len(rule) for rule in rules], [7])
 
     def test_the_readme_installs_it(self):

@@ -128,6 +128,28 @@ class TheSystem(MacTest):
         self.assert_refused(self.add_user(), 'macOS does not know the user alice within 10 s')
         self.assert_unchanged(before)
 
+    def test_that_remembers_a_removed_user_is_waited_for(self):
+        before = host.snapshot()
+        for seconds, reason in ((2, None), (10 ** 6, 'the user alice exists already, in another directory')):
+            host.mac.remember_seconds = seconds
+            self.assert_done(self.add_user())
+            self.assert_done(self.run_script('rmuser', 'alice'))
+            host.mac.remember_seconds = 0
+            self.assert_refused(self.add_user(), reason) if reason else self.remove_again()
+            self.assert_unchanged(before)
+
+    def remove_again(self):
+        self.assert_done(self.add_user())
+        self.assert_done(self.run_script('rmuser', 'alice'))
+
+    def test_that_has_such_a_user_in_another_directory_is_not_waited_for(self):
+        for number in ('400', '500', '70000', '-2'):
+            host.mac.network_users['alice'] = number
+            before = host.snapshot()
+            self.assert_refused(self.add_user(), 'in another directory')
+            self.assert_unchanged(before)
+        self.assertEqual(self.asked('sleep'), [])
+
     def test_that_knows_another_user_of_the_name_is_waited_for(self):
         stale = []
 
@@ -216,6 +238,20 @@ class Callers(MacTest):
                 session.begin(self.argv(script, args))
                 self.wait_for(lambda killed=killed: killed)
                 self.wait_for(lambda before=before: host.snapshot() == before)
+
+    def test_that_die_before_a_script_begins_leave_nothing(self):
+        """Its parent is then process 1, which never ends."""
+        wait = '(while kill -0 $$ 2>/dev/null; do :; done; exec "$@") &'
+        self.assert_done(self.add_user('carol'))
+        for script, args in (('adduser', ['alice', 'alice', self.password_file]),
+                             ('addshare', ['carol', self.password_file, self.folder, 'Docs', 'rw'])):
+            with self.subTest(script):
+                before = host.snapshot()
+                with subprocess.Popen(['/bin/dash', '-c', wait, 'dash', *self.argv(script, args)], text=True,
+                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as caller:
+                    caller.wait(HANG)
+                    self.assertIn('the caller has gone', caller.stdout.read())
+                self.assert_unchanged(before)
 
     def odd_environment(self, zone):
         return {'PATH': EVIL, 'LANG': 'de_DE.UTF-8', 'LC_ALL': 'de_DE.UTF-8', 'TZ': zone, 'CDPATH': '/etc:/usr',
