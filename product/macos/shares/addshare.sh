@@ -30,7 +30,8 @@ checkUser() {
     ! isInUseByAnother "$USER_STATE/$1" || fail "the user $1 belongs to another session that runs"
     hasNtHash "$1" || fail "the user $1 has no password for SMB"
     userNumber=$(/usr/bin/id -u "$1") || fail "macOS does not know the user $1"
-    userUuid=$(readUuid "$1") && [ -n "$userUuid" ] || fail "cannot read the UUID of $1"
+    userUuid=$(readUuid "$1")
+    [ -n "$userUuid" ] || fail "cannot read the UUID of $1"
 }
 
 # Two shares of one user could need the same access entry, and the first to end would take it away.

@@ -238,6 +238,7 @@ def set_up():
     machost.PROGRAMS.update(PROGRAMS)
     machost.Programs = FirstRunPrograms
     host = machost.set_up()
+    host.pause = 0.05 # to look all the time would take a processor of its own
     shutil.copy(machost.REPO + '/product/macos/firstRun.sh', FIRST_RUN)
     shutil.copy(HERE + '/firstRunTool.py', SHARES + '/pelagoShareTool')
     os.chmod(SHARES + '/pelagoShareTool', 0o755)

@@ -28,7 +28,7 @@ if mode & 0o170000 == 0o100000:
 """ % sys.executable
 # chmod, where a pipe has just come in the place of what it changes: it opens that.
 OPENING_CHMOD = '/tmp/openingChmod'
-OPENING_CHMOD_TEXT = '#!/bin/dash\nrm -f "$2" && mkfifo "$2" && exec cat "$2"\n'
+OPENING_CHMOD_TEXT = '#!/bin/dash\nmkfifo "$2.pipe" && mv -f "$2.pipe" "$2" && exec cat "$2"\n'
 LOCKS = {'uchg', 'uappnd', 'schg', 'sappnd'}
 FIND_WORDS = {'(', ')', '!', '-o', '-type', 'd', 'f', 'l', '-links', '1', '-user', '-print', '-print0'}
 

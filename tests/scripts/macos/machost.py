@@ -12,6 +12,7 @@ import contextlib
 import copy
 import datetime
 import os
+import random
 import re
 import shutil
 import socket
@@ -140,13 +141,12 @@ class Programs(DirectoryPrograms, DiskPrograms):
 
     def sleep(self, args, _):
         if args == ['1']: # one who watches, while another program runs
-            time.sleep(0.005)
+            time.sleep(0.01)
             return ''
         if args != ['0.1']:
             raise Misuse
         self.mac.clock += 0.1
         self.mac.waited += 0.1
-        time.sleep(0.002)
         return ''
 
     def defaults(self, args, _):
@@ -196,6 +196,7 @@ class Host:
     def __init__(self):
         require_sandbox()
         self.lock = threading.Lock()
+        self.pause = 0.002  # seconds that a script really waits when it waits a tenth of one
         self.wipe()
         self.listener = socket.socket(socket.AF_UNIX)
         with contextlib.suppress(FileNotFoundError):
@@ -244,6 +245,8 @@ class Host:
         """Who watches over another program does so at any time: such calls have no number."""
         if call.name == 'pgrep' or call.args == ['1']:
             return self.perform(call, 0)
+        if call.name == 'sleep':
+            time.sleep(self.pause)
         with self.lock:
             self.calls.append(call)
             return self.perform(call, len(self.calls))
@@ -305,6 +308,19 @@ def tree(top):
     for name in ('/shares', '/users', '/lastNumber'):
         found.pop(top + name, None)
     return found
+
+
+STRIDE = os.environ.get('PELAGO_MAC_STRIDE')
+
+
+def sample(every, things, what):
+    """Every so many-th of them, each time from another one on; PELAGO_MAC_STRIDE says how many, 1 is all."""
+    things = list(things)
+    stride = int(STRIDE or every)
+    taken = things[random.randrange(min(stride, len(things))):][::stride]
+    if len(taken) < len(things):
+        print('%s: %d of %d, drawn by chance; PELAGO_MAC_STRIDE=1 takes all' % (what, len(taken), len(things)), flush=True)
+    return taken
 
 
 HOST = None

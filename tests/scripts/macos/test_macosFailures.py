@@ -29,6 +29,7 @@ class EveryStep(MacTest):
     def new_mac(self):
         super().new_mac()
         host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
+        self.share = 1 if machost.STRIDE == '1' else 2 * int(machost.STRIDE or 3) # of the failures, at least
 
     def fail_each(self, run, modes=('refuse', 'after')):
         """Counts the failures; each leaves no trace, and is followed by a success."""
@@ -37,7 +38,7 @@ class EveryStep(MacTest):
         self.assert_done(run())
         after, calls = host.snapshot()[1].keys(), list(host.calls)
         failures = 0
-        for number, call in enumerate(calls, 1):
+        for number, call in machost.sample(3, enumerate(calls, 1), 'failures'):
             for mode in modes:
                 if mode == 'after' and not call.changes:
                     continue
@@ -60,11 +61,11 @@ class EveryStep(MacTest):
         return failures
 
     def test_of_adduser_is_undone(self):
-        self.assertGreater(self.fail_each(self.add_user), 35)
+        self.assertGreater(self.fail_each(self.add_user), 35 // self.share)
 
     def test_of_addshare_is_undone(self):
         self.assert_done(self.add_user())
-        self.assertGreater(self.fail_each(self.add_share), 12)
+        self.assertGreater(self.fail_each(self.add_share), 12 // self.share)
 
     def test_that_is_only_said_to_be_done_is_noticed(self):
         before, saved = host.snapshot(), host.save()
