@@ -100,7 +100,8 @@ int Hostinfo_NumCPUs(void);
 
 /* The highest clock rate in MHz.  The processor's number is not looked at.  False, with *mhz
  * unchanged, when the rate is not known, and when it is 2^31 Hz (2147 MHz) or more, as most
- * processors' is: the rate is read in 32 bits, and the kernel gives no more than a signed number. */
+ * processors' is: the rate is read in 32 bits, and the kernel gives no more than a signed number.
+ */
 bool Hostinfo_CpuMHz(unsigned int cpu, uint32_t *mhz);
 
 /* The processor's name; NULL when it is not known. */
