@@ -1,6 +1,6 @@
-// tellConverters.cpp -- tells of each of ICU's converters what it makes of bytes and of text, in
-// one line each, and whether the program has data of ICU's that converters do not need:
-//    tellConverters FOLDER_OF_ICU
+// tellConverters.cpp -- tellConverters FOLDER_OF_ICU writes a line for each of ICU's converters,
+// with digests of its results for bytes and for text, and a line that says whether the program
+// holds data of ICU's that converters do not need.
 #include "codeset.h"
 
 #include <cinttypes>

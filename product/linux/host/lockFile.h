@@ -16,7 +16,8 @@ OwnedFd OpenLock(const char *path);
 // Returns whether the lock is now ours, without waiting.
 bool TakeLock(const OwnedFd &lock);
 
-// Waits for the lock.  After so many seconds it fails with holder, as "another look".
+// Opens the file and waits for its lock.  Fails when the lock is still held after that many
+// seconds; the failure names the holder, as in "another look has not ended within 120 s".
 OwnedFd HoldLock(const char *path, int seconds, const std::string &holder);
 
 #endif // PELAGO_HOST_LOCKFILE_H

@@ -368,13 +368,13 @@ isGranted() {
         END { exit found || failed ? 0 : 1 }'
 }
 
-# watched FIND [ARG...]: runs it, and ends what it has started that has not ended for half a minute.
-# chmod opens what it changes, and a pipe that the owner of the folder has put in the place of a file
-# since find looked at it would keep it waiting for ever, and every script with it.  Nothing that macOS
-# brings along opens a file by its name without that risk.  A limit for the whole would end what is
-# merely much; so a single program is timed, and one that is ended has failed for its file alone.
-# A signal ends it at once, although what a shell starts in the background ignores SIGINT: its work is
-# undone as soon as it has ended.  Only in a subshell: the traps are changed.
+# watched FIND [ARG...]: runs find, and kills each program of find's that runs longer than half a minute.
+# chmod opens the file that it changes.  The owner of the folder may replace a file by a pipe after find
+# has looked at it; chmod would wait for that pipe for ever, and the script for chmod.  No program of
+# macOS's opens a file by its name without that risk.  The time limit is for one program and not for
+# find, which takes long in a large folder.  A program that was killed has failed for its file only.
+# A signal to the script ends find at once, although a shell's background programs ignore SIGINT.  Call
+# it in a subshell: it changes the traps.
 watched() {
     watchedPid='' watchedStatus=0
     trap 'kill -KILL $watchedPid ${!-} 2>/dev/null; wait; exit 1' HUP INT TERM

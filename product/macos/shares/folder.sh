@@ -1,11 +1,11 @@
 # shellcheck shell=sh
 # folder.sh -- judges the folder that is to be shared.  It is sourced by addshare.sh.
 #
-# The caller's path may name a place of which other users own parts, and whoever owns a folder can put
-# a link in the place of what it holds.  So the path is walked as it was given, a component at a time:
-# each is looked at without following it, and after a folder was entered it must be the one that was
-# looked at.  A link counts only where nobody but root and the owner of the folder at the end could have
-# made it, or made the way to it; and where that is root, the whole way must be root's.
+# Other users may own folders on the caller's path, and the owner of a folder can replace a file or
+# folder in it by a link.  So the script walks the path as it was given, one component at a time: it
+# looks at each component without following a link, enters it, and checks that the folder it has entered
+# is the one it looked at.  A link is followed only if nobody but root and the owner of the last folder
+# could have made the link or changed the path to it; if that owner is root, the whole path must be root's.
 
 MAX_TURNS=40 # links and ".." that are followed
 # What holds the system, or everything of everybody.  Most are root's, who can change what they hold.

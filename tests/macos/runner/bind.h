@@ -5,6 +5,6 @@
 
 // Binds all imports; Refuse()s the image with the names of those without a row.
 //
-// A test program puts its own function in the place of a call by __wrap_X, and reaches the call by
-// __real_X.  An image that defines __wrap_X has it bound to X, and __real_X bound to X's row.
+// A test program replaces the call X by defining __wrap_X, to which the import X is then bound.  It
+// calls the original as __real_X, which is bound to X's row.
 void BindImports(const Image &image);

@@ -1,6 +1,8 @@
-// twins.cpp -- twins AREA SEED BLOCKS SIZE writes a digest for each block of so many inputs;
-// twins AREA SEED BLOCK SIZE show writes the inputs of that block, and what came, a line each.
-// twins areas lists the areas, and twins differences tells what the hosts are known to differ in.
+// twins.cpp -- the library's results on generated inputs, to be compared between two hosts.
+//    twins AREA SEED BLOCKS SIZE       writes a digest of each block; a block has SIZE inputs
+//    twins AREA SEED BLOCK SIZE show   writes each input of one block and its result, a line each
+//    twins areas                       lists the areas
+//    twins differences                 writes the results in which the hosts are known to differ
 #include "twins.h"
 
 #include "diagnostics.h"

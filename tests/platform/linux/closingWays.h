@@ -8,7 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-constexpr int MANY = 900; // so many are open, and few others
+constexpr int MANY = 900; // descriptors that a test opens
 
 struct Trouble {
     int rangeError;   // of close_range(); 0: it works

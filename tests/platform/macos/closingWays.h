@@ -9,7 +9,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-constexpr int MANY = 900; // so many are open, and few others
+constexpr int MANY = 900; // descriptors that a test opens
 
 enum Trouble { NONE, NO_SIZE, NO_MEMORY, NO_LIST, CUT_LIST };
 inline Trouble sTrouble;

@@ -92,10 +92,10 @@ class LinksOnTheWay(AttackTest):
                 os.unlink(link)
 
     def test_a_folder_above_is_a_link(self):
-        self.link(self.hers, self.home + '/work')
-        self.link('work', self.home + '/second')
-        for path in ('/work/Documents', '/second/Documents', '/work/../carol/Documents',
-                     '/Documents/../work/Documents'):
+        self.link(self.hers, self.home + '/first')
+        self.link('first', self.home + '/second')
+        for path in ('/first/Documents', '/second/Documents', '/first/../carol/Documents',
+                     '/Documents/../first/Documents'):
             with self.subTest(path):
                 self.assert_attack_fails(self.home + path)
 
