@@ -1,8 +1,11 @@
 // posixEnv.cpp -- the C library's calls for the environment.
 //
 // Posix_Getenv() returns text that nobody has to free, so each name has a record of its present
-// value and the one before.  Records are made once and stay; a value is freed when it has been
-// replaced twice.  All of this is without a lock.
+// value, which knows the one before.  Records are made once and stay; a value is freed when it has
+// been replaced twice and nobody looks at it any more.  All of this is without a lock: how many
+// look at a value is counted in the very word that shows it, so that none of them is overlooked
+// when the word changes.  What waits to be freed is then no more than one value for each thread
+// that looks.
 #include "posix.h"
 
 #include "diagnostics.h"
@@ -14,6 +17,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <optional>
+#include <utility>
 
 namespace {
 
@@ -22,107 +27,127 @@ constexpr int RECORD_FREED = 441;
 
 constexpr uint32_t RECORD_BUCKETS = 128; // enough for an environment of usual size
 
-// Both are replaced together, so that of several threads that replace a value each one frees what
-// it has itself replaced for the second time, and nothing newer.
-struct EnvironmentValues {
-    char *current;
-    char *previous;          // who has asked just before a change may still read it
-    EnvironmentValues *next; // once they are retired
+struct EnvironmentValue {
+    char *text;
+    EnvironmentValue *before;   // what it replaced, or NULL; not to be looked at
+    std::atomic<int64_t> holds; // it is freed with the last of them
 };
-using EnvironmentRecord = std::atomic<EnvironmentValues *>;
+// A value is held until it has been replaced, and until its successor has; either counts for more
+// than all looks together, so that it is not freed while the looks in a record's word wait to be
+// counted here.
+constexpr int64_t VALUE_HOLD = int64_t{1} << 32;
+
+// A record: where its present value is, below, and how many look at that.  Addresses of a process
+// have 47 bits; 16 bits are enough for every thread to look at the same value.
+using EnvironmentRecord = std::atomic<uint64_t>;
+constexpr int LOOKS_SHIFT = 48;
+constexpr uint64_t ONE_LOOK = uint64_t{1} << LOOKS_SHIFT;
 
 HashTable *sRecords;
-// How many threads may be looking at values that another one replaces.  Announcing oneself comes
-// before looking, and replacing before asking for readers: both are a store before a load, which
-// only sequential consistency, the default order, keeps so.
-std::atomic<uint32_t> sReaders;
-// Values that no record has any more.  They wait here while there are readers.
-std::atomic<EnvironmentValues *> sRetired;
 
 void PosixRecordFreed(void *) { Panic(UTIL_NOT_REACHED_REPORT, POSIX_MODULE, RECORD_FREED); }
 
-EnvironmentValues *PosixNewValues(char *current, char *previous)
+uint64_t PosixWordOf(const EnvironmentValue *value) { return reinterpret_cast<uintptr_t>(value); }
+
+EnvironmentValue *PosixValueIn(uint64_t word)
 {
-    auto *values = static_cast<EnvironmentValues *>(Util_SafeMalloc(sizeof(EnvironmentValues)));
-    *values = {current, previous, nullptr};
-    return values;
+    return reinterpret_cast<EnvironmentValue *>(word & (ONE_LOOK - 1));
 }
 
-void PosixRetire(EnvironmentValues *first, EnvironmentValues *last)
+EnvironmentValue *PosixNewValue(char *text, EnvironmentValue *before)
 {
-    last->next = sRetired.load(std::memory_order_relaxed);
-    while (!sRetired.compare_exchange_weak(last->next, first, std::memory_order_acq_rel)) {}
+    void *block = Util_SafeMalloc(sizeof(EnvironmentValue));
+    return new (block) EnvironmentValue{text, before, 2 * VALUE_HOLD};
 }
 
-// Frees the values that no record has any more, unless a reader came before they were replaced.
-// Whoever is not a reader once they have been taken from the list cannot find them any more.
-void PosixFreeRetired()
+void PosixDrop(EnvironmentValue *value, int64_t holds)
 {
-    EnvironmentValues *first = sRetired.exchange(nullptr);
-    if (first == nullptr) { return; }
-    if (sReaders.load() != 0) {
-        EnvironmentValues *last = first;
-        while (last->next != nullptr) {
-            last = last->next;
+    if (value->holds.fetch_sub(holds) != holds) { return; }
+    free(value->text);
+    free(value);
+}
+
+// A look at a record's present value, which is not freed meanwhile.
+class EnvironmentLook {
+public:
+    explicit EnvironmentLook(EnvironmentRecord *record)
+        : mRecord(record), mValue(PosixValueIn(record->fetch_add(ONE_LOOK)))
+    {}
+    EnvironmentLook(const EnvironmentLook &) = delete;
+    EnvironmentLook &operator=(const EnvironmentLook &) = delete;
+    ~EnvironmentLook()
+    {
+        if (mValue != nullptr) { End(); }
+    }
+    char *Text() const { return mValue->text; }
+
+    // Puts a text into the place of the value, which ends the look; false when another thread has
+    // done so before.
+    bool Replace(char *text)
+    {
+        ScopedFree<EnvironmentValue> fresh(PosixNewValue(text, mValue));
+        EnvironmentValue *before = mValue->before;
+        uint64_t word = mRecord->load();
+        do {
+            if (PosixValueIn(word) != mValue) { return false; }
+        } while (!mRecord->compare_exchange_weak(word, PosixWordOf(fresh.get())));
+        static_cast<void>(fresh.release());
+        const auto others = static_cast<int64_t>(word >> LOOKS_SHIFT) - 1;
+        PosixDrop(std::exchange(mValue, nullptr), VALUE_HOLD - others);
+        if (before != nullptr) { PosixDrop(before, VALUE_HOLD); }
+        return true;
+    }
+
+private:
+    // Where the look was counted depends on whether the value is still the record's.
+    void End()
+    {
+        uint64_t word = mRecord->load();
+        while (PosixValueIn(word) == mValue) {
+            if (mRecord->compare_exchange_weak(word, word - ONE_LOOK)) { return; }
         }
-        PosixRetire(first, last);
-        return;
+        PosixDrop(mValue, 1);
     }
-    while (first != nullptr) {
-        EnvironmentValues *next = first->next;
-        free(first->previous); // its current value is the previous one of those that replaced it
-        free(first);
-        first = next;
-    }
-}
 
-// Puts a value into the place of the one that was seen there; whether that was still there.
-bool PosixReplaceValue(EnvironmentRecord *record, EnvironmentValues *seen, char *value)
-{
-    ScopedFree<EnvironmentValues> values(PosixNewValues(value, seen->current));
-    EnvironmentValues *expected = seen;
-    if (!record->compare_exchange_strong(expected, values.get())) { return false; }
-    static_cast<void>(values.release());
-    PosixRetire(seen, seen);
-    return true;
-}
+    EnvironmentRecord *mRecord;
+    EnvironmentValue *mValue;
+};
 
 // The first value of a name; false when another thread has made the name's record meanwhile.
-bool PosixAddRecord(HashTable *records, const char *name, char *value)
+bool PosixAddRecord(HashTable *records, const char *name, char *text)
 {
-    ScopedFree<EnvironmentValues> values(PosixNewValues(value, nullptr));
+    ScopedFree<EnvironmentValue> value(PosixNewValue(text, nullptr));
     void *block = Util_SafeMalloc(sizeof(EnvironmentRecord));
-    ScopedFree<EnvironmentRecord> record(new (block) EnvironmentRecord(values.get()));
+    ScopedFree<EnvironmentRecord> record(new (block) EnvironmentRecord(PosixWordOf(value.get())));
     if (!HashTable_Insert(records, name, record.get())) { return false; }
-    static_cast<void>(values.release());
+    static_cast<void>(value.release());
     static_cast<void>(record.release()); // the table's now
     return true;
 }
 
 // One attempt of Posix_Getenv(); false when another thread has changed the record meanwhile.
 // *error is errno for the C library's call, and then as that left it.
-bool PosixGetenvOnce(HashTable *records, const char *name, const HostText &hostName, int *error,
-                     char **result)
+bool PosixGetenvOnce(HashTable *records, const char *name, const HostText &hostName,
+                     int *error, char **result)
 {
-    void *found = nullptr;
-    HashTable_Lookup(records, name, &found);
-    auto *record = static_cast<EnvironmentRecord *>(found);
+    void *record = nullptr;
+    HashTable_Lookup(records, name, &record);
     // Looked at before the environment is: what the environment says is at least as new, so that no
     // thread puts back a value that another one has seen replaced.
-    EnvironmentValues *seen = record == nullptr ? nullptr : record->load();
+    std::optional<EnvironmentLook> seen;
+    if (record != nullptr) { seen.emplace(static_cast<EnvironmentRecord *>(record)); }
 
     errno = *error;
-    const char *bytes = PosixCall(getenv, hostName);
+    ScopedFree<char> value(PosixFromHost(PosixCall(getenv, hostName)));
     *error = errno;
-    ScopedFree<char> value(PosixFromHost(bytes));
     *result = value.get();
     if (!value) { return true; }
-    if (seen != nullptr && strcmp(seen->current, value.get()) == 0) {
-        *result = seen->current;
+    if (seen && strcmp(seen->Text(), value.get()) == 0) {
+        *result = seen->Text();
         return true;
     }
-    const bool done = record == nullptr ? PosixAddRecord(records, name, value.get())
-                                        : PosixReplaceValue(record, seen, value.get());
+    const bool done =
+        seen ? seen->Replace(value.get()) : PosixAddRecord(records, name, value.get());
     if (done) { static_cast<void>(value.release()); }
     return done;
 }
@@ -134,10 +159,7 @@ char *PosixCachedGetenv(const char *name, const HostText &hostName)
                                              HASH_STRING_KEY | HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY,
                                              PosixRecordFreed);
     char *result = nullptr;
-    sReaders.fetch_add(1);
     while (!PosixGetenvOnce(records, name, hostName, &error, &result)) {}
-    sReaders.fetch_sub(1);
-    if (sRetired.load(std::memory_order_relaxed) != nullptr) { PosixFreeRetired(); }
     errno = error;
     return result;
 }
