@@ -407,12 +407,15 @@ private:
                strcasecmp(text, "nan") == 0;
     }
 
-    // The sign comes in the text or beside it, as the C library likes.
+    // An infinity's sign comes in the text or beside it, as the C library likes.  What is not a
+    // number has none: "inf", "-inf" and "nan" are all that there is.  The bit in the sign's place
+    // says nothing of how it came about: on x86-64 0.0 / 0.0 has it set.
     bool NotFinite(const FormatDirective &directive, const FormatDecimal &decimal)
     {
         char *text = decimal.text.get();
-        const bool negative = *text == '-' || decimal.sign != 0;
+        const bool hasSign = *text == '-' || decimal.sign != 0;
         text += *text == '-';
+        const bool negative = hasSign && strcasecmp(text, "nan") != 0;
         const bool lower = directive.conversion >= 'a';
         lower ? Str_ToLower(text) : Str_ToUpper(text);
         const size_t length = strlen(text);

@@ -420,7 +420,22 @@ TEST(Format, SpellsOutWhatIsNotFinite)
                      HUGE_VAL, HUGE_VAL, HUGE_VAL, double{NAN}),
               "inf|   inf|inf   |   inf|+inf| inf|inf|  +nan");
     EXPECT_EQ(Format("%.0f %.0f", HUGE_VAL, -HUGE_VAL), "inf -inf");
-    EXPECT_EQ(Format("%f", -double{NAN}), "-nan");
+}
+
+// The bit is set in what x86-64 makes of 0.0 / 0.0.
+TEST(Format, GivesWhatIsNotANumberNoSignWhateverItsBit)
+{
+    const double nan = NAN, negative = -nan;
+    ASSERT_NE(std::signbit(nan), std::signbit(negative));
+    EXPECT_EQ(Format("%f %f %E %G", nan, negative, negative, negative), "nan nan NAN NAN");
+    EXPECT_EQ(Format("%+f|% f|%5f|%-5f|%05f", negative, negative, negative, negative, negative),
+              "+nan| nan|  nan|nan  |  nan");
+    {
+        const Converters beside("nan", 0, 1);
+        EXPECT_EQ(Format("%f %E", 1.0, 1.0), "nan NAN");
+    }
+    const Converters inTheText("-NaN", 9999, 1);
+    EXPECT_EQ(Format("%f %E %+f", 1.0, 1.0, 1.0), "nan NAN +nan");
 }
 
 TEST(Format, TakesTheSignOfInfinityFromWhereTheConverterPutsIt)
