@@ -7,7 +7,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <sys/stat.h>
+#include <utility>
 
 namespace {
 
@@ -32,6 +34,19 @@ char *UtilCopyField(CFDictionaryRef dictionary, CFStringRef key)
     const CFTypeRef value = CFDictionaryGetValue(dictionary, key);
     if (value == nullptr || CFGetTypeID(value) != CFStringGetTypeID()) { return nullptr; }
     return Util_CFStringToUtf8(static_cast<CFStringRef>(value));
+}
+
+struct UtilField {
+    CFStringRef key;
+    char **out; // nullptr: not asked for
+};
+
+// Frees what was stored of these fields.
+void UtilTakeBack(const UtilField *field, const UtilField *end)
+{
+    for (; field != end; field++) {
+        if (field->out != nullptr) { free(std::exchange(*field->out, nullptr)); }
+    }
 }
 
 } // namespace
@@ -64,25 +79,19 @@ CFDictionaryRef Util_ReadPlistDictionary(const char *path)
 
 bool Util_GetProductInfo(CFDictionaryRef dictionary, char **name, char **version, char **build)
 {
-    const struct {
-        CFStringRef key;
-        char **out;
-    } fields[] = {{CFSTR("ProductName"), name},
-                  {CFSTR("ProductVersion"), version},
-                  {CFSTR("ProductBuildVersion"), build}};
-    bool isComplete = true;
-    for (const auto &[key, out] : fields) {
-        if (out == nullptr) { continue; }
-        *out = isComplete ? UtilCopyField(dictionary, key) : nullptr;
-        isComplete = isComplete && *out != nullptr;
+    const UtilField fields[] = {{CFSTR("ProductName"), name},
+                                {CFSTR("ProductVersion"), version},
+                                {CFSTR("ProductBuildVersion"), build}};
+    for (const auto *field = fields; field != std::end(fields); field++) {
+        if (field->out == nullptr) { continue; }
+        char *text = UtilCopyField(dictionary, field->key);
+        if (text == nullptr) {
+            UtilTakeBack(fields, field);
+            return false;
+        }
+        *field->out = text;
     }
-    if (isComplete) { return true; }
-    for (const auto &[key, out] : fields) {
-        if (out == nullptr) { continue; }
-        free(*out);
-        *out = nullptr;
-    }
-    return false;
+    return true;
 }
 
 } // extern "C"

@@ -320,6 +320,10 @@ TEST_F(UtilPlistFile, AsksNothingOfCoreFoundationForAMissingFile)
     EXPECT_EQ(sUrl, nullptr);
     EXPECT_EQ(Util_ReadPlistDictionary(""), nullptr);
     EXPECT_EQ(sUrl, nullptr);
+    const std::string link = Folder().Path() + "/link";
+    std::filesystem::create_symlink("missing", link);
+    EXPECT_EQ(Util_ReadPlistDictionary(link.c_str()), nullptr);
+    EXPECT_EQ(sUrl, nullptr);
 }
 
 TEST_F(UtilPlistFile, GivesNothingWhenItCannotBeRead)
@@ -436,7 +440,7 @@ TEST_F(UtilPlist, FailsWithOneThatIsAskedForAndNothingElse)
 {
     char *text = sBefore;
     EXPECT_FALSE(Util_GetProductInfo(Product(VERSION + BUILD), &text, nullptr, nullptr));
-    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(text, sBefore);
 }
 
 TEST_F(UtilPlist, TakesBackWhatIsBehindOneThatIsNotAskedFor)
@@ -446,36 +450,37 @@ TEST_F(UtilPlist, TakesBackWhatIsBehindOneThatIsNotAskedFor)
     char *version = sBefore, *build = sBefore;
     EXPECT_FALSE(Util_GetProductInfo(product, nullptr, &version, &build));
     EXPECT_EQ(version, nullptr);
-    EXPECT_EQ(build, nullptr);
+    EXPECT_EQ(build, sBefore);
 }
 
 struct IncompleteCase {
     const char *name;
     std::string content;
+    size_t stored; // how many were there before the one that fails
 };
 class UtilPlistIncomplete : public UtilPlist, public testing::WithParamInterface<IncompleteCase> {};
-TEST_P(UtilPlistIncomplete, GivesNothing)
+TEST_P(UtilPlistIncomplete, TakesBackWhatItStoredAndLeavesTheRest)
 {
-    char *name = sBefore, *version = sBefore, *build = sBefore;
+    char *outs[] = {sBefore, sBefore, sBefore};
     const Product product(GetParam().content);
     const NothingIsLeft strings;
-    EXPECT_FALSE(Util_GetProductInfo(product, &name, &version, &build));
-    EXPECT_EQ(name, nullptr);
-    EXPECT_EQ(version, nullptr);
-    EXPECT_EQ(build, nullptr);
+    EXPECT_FALSE(Util_GetProductInfo(product, &outs[0], &outs[1], &outs[2]));
+    for (size_t i = 0; i < 3; i++) {
+        EXPECT_EQ(outs[i], i < GetParam().stored ? nullptr : sBefore) << i;
+    }
     EXPECT_EQ(sLogged, "");
 }
 INSTANTIATE_TEST_SUITE_P(
     Product, UtilPlistIncomplete,
-    testing::Values(IncompleteCase{"WithoutName", VERSION + BUILD},
-                    IncompleteCase{"WithoutVersion", NAME + BUILD},
-                    IncompleteCase{"WithoutBuild", NAME + VERSION},
+    testing::Values(IncompleteCase{"WithoutName", VERSION + BUILD, 0},
+                    IncompleteCase{"WithoutVersion", NAME + BUILD, 1},
+                    IncompleteCase{"WithoutBuild", NAME + VERSION, 2},
                     IncompleteCase{"NameOfAnotherKind",
-                                   "<key>ProductName</key><true/>" + VERSION + BUILD},
+                                   "<key>ProductName</key><true/>" + VERSION + BUILD, 0},
                     IncompleteCase{"VersionOfAnotherKind",
-                                   NAME + "<key>ProductVersion</key><real>15.0</real>" + BUILD},
+                                   NAME + "<key>ProductVersion</key><real>15.0</real>" + BUILD, 1},
                     IncompleteCase{"BuildOfAnotherKind",
-                                   NAME + VERSION + "<key>ProductBuildVersion</key><array/>"}),
+                                   NAME + VERSION + "<key>ProductBuildVersion</key><array/>", 2}),
     [](const auto &row) { return row.param.name; });
 
 TEST_F(UtilPlist, LooksNoFurtherThanTheFirstThatFails)
@@ -489,8 +494,8 @@ TEST_F(UtilPlist, LooksNoFurtherThanTheFirstThatFails)
     EXPECT_EQ(Allocations::Calls() - calls, 2u);
     EXPECT_EQ(sKeys, (std::vector<std::string>{"ProductName", "ProductVersion"}));
     EXPECT_EQ(name, nullptr);
-    EXPECT_EQ(version, nullptr);
-    EXPECT_EQ(build, nullptr);
+    EXPECT_EQ(version, sBefore);
+    EXPECT_EQ(build, sBefore);
     EXPECT_EQ(sLogged, NO_TEXT);
 }
 
