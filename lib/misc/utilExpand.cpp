@@ -106,6 +106,20 @@ bool UtilExpandTilde(UtilChunk *chunk)
 
 // ---- Variables
 
+// Whether the name is this one, which is in capitals, in any case of its letters.  Those of ASCII
+// only: in a Turkish locale "i" is no small "I" to the C library.
+bool UtilIsNamed(const char *name, const char *capitals)
+{
+    const auto capital = [](char c) {
+        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    };
+    while (*name != '\0' && capital(*name) == *capitals) {
+        name++;
+        capitals++;
+    }
+    return *name == *capitals;
+}
+
 const char *UtilUserName()
 {
     const passwd *record = getpwuid(getuid());
@@ -117,12 +131,12 @@ bool UtilExpandVariable(UtilChunk *chunk, const char *string)
 {
     const UtilChunkName name(*chunk);
     if (const char *value = getenv(name)) { return chunk->Replace(value); }
-    if (Util_IsEqualIgnoreCase(name, "PID")) {
+    if (UtilIsNamed(name, "PID")) {
         char number[UTIL_PID_SIZE];
         Str_Snprintf(number, sizeof number, "%d", static_cast<int>(getpid()));
         return chunk->Replace(number);
     }
-    if (Util_IsEqualIgnoreCase(name, "USER")) {
+    if (UtilIsNamed(name, "USER")) {
         const UtilUserDatabase closing;
         return chunk->Replace(UtilUserName());
     }

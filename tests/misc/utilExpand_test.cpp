@@ -4,6 +4,7 @@
 #include "panic.h"
 #include "scopedForTests.h"
 
+#include <clocale>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <ostream>
 #include <pwd.h>
 #include <string>
+#include <strings.h>
 #include <unistd.h>
 #include <vector>
 
@@ -41,16 +43,18 @@ struct UserDatabase {
     }
 };
 UserDatabase sUsers;
+constexpr uid_t REAL_USER = 4000000001; // whoever the effective one is
 bool sIsSetUserId;
 std::string sLogged;
 
 } // namespace
 
 extern "C" {
+uid_t __wrap_getuid() { return REAL_USER; }
 passwd *__wrap_getpwnam(const char *name) { return sUsers.Find(name); }
 passwd *__wrap_getpwuid(uid_t uid)
 {
-    EXPECT_EQ(uid, getuid());
+    EXPECT_EQ(uid, REAL_USER);
     return sUsers.Find("");
 }
 void __wrap_endpwent() { sUsers.Close(); }
@@ -192,6 +196,22 @@ INSTANTIATE_TEST_SUITE_P(Tilde, UtilExpandText,
                                          ExpandCase{"UsersVariable", "~ann/$A", "/home/ann/1"}),
                          [](const auto &row) { return row.param.name; });
 
+TEST_F(UtilExpand, TakesLettersDigitsAndUnderscoresOfAsciiForAName)
+{
+    for (int byte = 1; byte < 256; byte++) {
+        const char c = static_cast<char>(byte);
+        const bool isOfName = strchr("ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz"
+                                     "0123456789",
+                                     c) != nullptr;
+        const std::string longer = std::string("A") + c + "Z";
+        if (isOfName) { Set(longer.c_str(), "longer"); }
+        EXPECT_EQ(Expand("$" + longer), isOfName   ? "longer"
+                                        : c == '$' ? "1"
+                                                   : std::string("1") + c + "Z")
+            << byte;
+    }
+}
+
 TEST_F(UtilExpand, GivesAPlainTextInACopy)
 {
     const std::string text = "abc";
@@ -258,6 +278,37 @@ TEST_F(UtilExpand, CallsAUserWithoutNameUnknown)
     EXPECT_EQ(Expand("$USER"), "unknown");
     EXPECT_EQ(sUsers.closed, 1);
     EXPECT_EQ(sLogged, "");
+}
+
+// In a Turkish locale the C library's small I is another letter.
+TEST_F(UtilExpand, KnowsPidInAnyCaseWhateverTheLocale)
+{
+    const TemporaryFolder folder;
+    const std::string make =
+        "localedef -f ISO-8859-9 -i tr_TR " + folder.Path() + "/tr_TR >/dev/null 2>&1";
+    ASSERT_EQ(system(make.c_str()), 0);
+    Set("LOCPATH", folder.Path().c_str());
+    ASSERT_NE(setlocale(LC_ALL, "tr_TR"), nullptr);
+    ASSERT_NE(strcasecmp("pid", "PID"), 0) << "the locale that is meant";
+    const std::string number = std::to_string(getpid());
+    for (const char *name : {"$PID", "$pid", "$Pid", "$pId"}) {
+        EXPECT_EQ(Expand(name), number) << name;
+    }
+    setlocale(LC_ALL, "C");
+    EXPECT_EQ(sLogged, "");
+}
+
+TEST_F(UtilExpand, PutsInBytesThatAreNoTextAsTheyAre)
+{
+    Set("BYTES", "caf\xE9");
+    sUsers.home = "/home/\xFF";
+    sUsers.name = "\xFE";
+    EXPECT_EQ(Expand("~/$BYTES/$USER"), "/home/\xFF/caf\xE9/\xFE");
+    sUsers.hasRecord = false;
+    Set("HOME", "/h\xE9");
+    EXPECT_EQ(Expand("~/x"), "/h\xE9/x");
+    Set("CFFIXED_USER_HOME", "/f\xE9");
+    EXPECT_EQ(Expand("~/\x80"), "/f\xE9/\x80");
 }
 
 // ---- Homes
@@ -338,6 +389,7 @@ TEST_F(UtilExpand, PrefersTheFixedHomeOfTheEnvironment)
     Set("CFFIXED_USER_HOME", "/fixed");
     EXPECT_EQ(Expand("~/x"), "/fixed/x");
     EXPECT_EQ(sUsers.lookups.size(), 0u);
+    EXPECT_EQ(sUsers.closed, 1);
     EXPECT_EQ(sLogged, "");
 }
 
