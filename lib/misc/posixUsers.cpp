@@ -203,11 +203,14 @@ template <typename Record> int UsersRewrite(Record *record, char *buffer, size_t
     return error;
 }
 
-// Rewrites what the C library has found, when it has.
+// Rewrites what the C library has found, when it has.  With an error there is no result, whatever
+// the C library has left there: the record may be half rewritten.
 template <typename Record>
 int UsersRewriteFound(int error, Record *record, char *buffer, size_t size, Record **result)
 {
-    return error != 0 || *result == nullptr ? error : UsersRewrite(record, buffer, size);
+    if (error == 0 && *result != nullptr) { error = UsersRewrite(record, buffer, size); }
+    if (error != 0) { *result = nullptr; }
+    return error;
 }
 
 template <typename Record>
@@ -216,7 +219,6 @@ int UsersFind(int (*find)(const char *, Record *, char *, size_t, Record **), co
 {
     const HostText hostName(name);
     if (hostName.Lost()) {
-        *result = nullptr;
         errno = ERANGE;
         return ERANGE;
     }
