@@ -18,6 +18,7 @@
 #include <sys/sysctl.h>
 #include <sys/utsname.h>
 #include <utility>
+#include <versionLists.h>
 
 namespace {
 
@@ -216,7 +217,9 @@ int HostinfoFormatFullName(char (&name)[FULL_NAME_SIZE], const utsname &kernel,
 bool HostinfoMacOS(const utsname &kernel, int bitness,
                    const std::optional<HostinfoProduct> &product)
 {
-    if (!product) { Log("%s: Failed to read system version plist.\n", __func__); }
+    if (!product && Host_HasVersionLists()) {
+        Log("%s: Failed to read system version plist.\n", __func__);
+    }
     char fullName[FULL_NAME_SIZE], shortName[SHORT_NAME_SIZE];
     const int length = HostinfoFormatFullName(fullName, kernel, product);
     const int shortLength = Str_Snprintf(shortName, sizeof shortName, "%s%d%s", "darwin",

@@ -17,6 +17,7 @@
 #include <sys/utsname.h>
 #include <thread>
 #include <vector>
+#include <versionLists.h>
 
 namespace {
 
@@ -32,6 +33,7 @@ struct Product {
 std::map<std::string, Product> sPlists; // by their paths
 std::vector<std::string> sPlistsRead;
 int sListsOpen;
+bool sHostHasLists = true; // as every macOS
 
 template <size_t N> void Put(char (&field)[N], const std::optional<std::string> &text)
 {
@@ -99,6 +101,9 @@ bool __wrap_Util_GetProductInfo(const __CFDictionary *list, char **name, char **
 
 void __wrap_CFRelease(const void *) { sListsOpen--; }
 }
+
+// The platform's own, in whose place this is, is in the platform's library.
+bool Host_HasVersionLists() { return sHostHasLists; }
 
 namespace {
 
@@ -409,6 +414,16 @@ TEST(HostinfoOSData, NamesTheKernelWhereThereIsNoProduct)
     EXPECT_EQ(outcome.result, "Darwin 19.6.0|darwin19-64|architecture='X86' bitness='64' "
                               "familyName='Darwin' kernelVersion='19.6.0'");
     EXPECT_EQ(outcome.errors, NO_PLIST);
+}
+
+TEST(HostinfoOSData, MissesNoProductOnAHostThatHasNoLists)
+{
+    const Outcome outcome = OnSystem({}, [] {
+        sHostHasLists = false;
+        return Names();
+    });
+    EXPECT_EQ(outcome.result, "Darwin 19.6.0|darwin19-64");
+    EXPECT_EQ(outcome.errors, "");
 }
 
 struct SystemBitnessCase {

@@ -118,6 +118,13 @@ TEST_F(HostinfoPlists, MissingLeaveTheKernelsNameAlone)
     EXPECT_EQ(outcome.errors, "HostinfoMacOS: Failed to read system version plist.\n");
 }
 
+// As on every Linux host, where nothing is missing then.
+TEST_F(HostinfoPlists, AreNotMissedWithoutTheirFolder)
+{
+    std::filesystem::remove_all("/System");
+    EXPECT_EQ(Name(), "");
+}
+
 TEST_F(HostinfoPlists, MayHoldAnyText)
 {
     WriteSystem(Product("O'Brien", "\xE6\x97\xA5\xE6\x9C\xAC\\ \n", "B  "));
