@@ -320,6 +320,14 @@ enum class EscapeLineEnd { UNIX, ANSI };
 
 extern "C" {
 
+void Escape_FillSet(int *byteSet, const char *bytes)
+{
+    std::fill_n(byteSet, 256, 0);
+    for (; *bytes != '\0'; bytes++) {
+        byteSet[static_cast<uint8_t>(*bytes)] = 1;
+    }
+}
+
 [[gnu::flatten]] char *Escape_DoString(const char *escString, const int *byteSet, const void *buf,
                                        size_t size, size_t *sizeOut)
 {

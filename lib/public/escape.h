@@ -18,10 +18,19 @@ extern "C" {
 #endif
 
 /*
+ * Fills a set for Escape_DoString() and Escape_Do(): of the 256 entries of byteSet, those of the
+ * string's bytes become 1 and all others 0.  To have NULs in it, too, set byteSet[0] afterwards.
+ *    int set[256];
+ *    Escape_FillSet(set, "%\n");
+ *    Escape_Do('%', set, "5%\n", 3, NULL)  gives "5%25%0A"
+ */
+void Escape_FillSet(int *byteSet, const char *bytes);
+
+/*
  * A copy in which each byte b with byteSet[b] not 0 has become escString and the two upper-case
- * hexadecimal digits of b.  byteSet has 256 entries.  For the result to be undone, the set must
- * hold the escape's own bytes.
- *    Escape_DoString("\\x", set, "a\n", 2, &n)  gives "a\x0A" and n == 5, for a set of the newline
+ * hexadecimal digits of b.  byteSet has 256 entries, as Escape_FillSet() makes them.  For the
+ * result to be undone, the set must hold the escape's own bytes. Escape_DoString("\\x", set, "a\n",
+ * 2, &n)  gives "a\x0A" and n == 5, for a set of the newline
  */
 char *Escape_DoString(const char *escString, const int *byteSet, const void *buf, size_t size,
                       size_t *sizeOut);

@@ -4,6 +4,7 @@
 #include "allocations.h"
 #include "scopedForTests.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -369,6 +370,31 @@ TEST(EscapeUndo, TakesNoBytesFromNowhere)
     size_t size = 1;
     EXPECT_EQ(Take(Escape_Undo('%', nullptr, 0, &size)), "");
     EXPECT_EQ(size, 0u);
+}
+
+TEST(EscapeFillSet, HoldsTheStringsBytesAndNoOthers)
+{
+    for (const std::string bytes : {"", "%", "%\n", "\xff\x80\x01", "aaa"}) {
+        int set[258];
+        std::fill_n(set, 258, 77);
+        Escape_FillSet(set + 1, bytes.c_str());
+        for (int byte = 0; byte < 256; byte++) {
+            EXPECT_EQ(set[byte + 1], bytes.find(static_cast<char>(byte)) != std::string::npos)
+                << byte;
+        }
+        EXPECT_EQ(set[0], 77);
+        EXPECT_EQ(set[257], 77);
+    }
+}
+
+TEST(EscapeFillSet, MakesASetForDo)
+{
+    int set[256];
+    Escape_FillSet(set, "%\n");
+    EXPECT_EQ(Take(Escape_Do('%', set, "5%\n", 3, nullptr)), "5%25%0A");
+    EXPECT_EQ(Take(Escape_DoString("\\x", set, "a\n", 2, nullptr)), "a\\x0A");
+    set[0] = 1;
+    EXPECT_EQ(Take(Escape_Do('%', set, "a\0b", 3, nullptr)), "a%00b");
 }
 
 TEST(EscapeDo, TakesNoBytesFromNowhere)

@@ -490,6 +490,15 @@ struct PercentOnly {
 };
 const PercentOnly PERCENT;
 
+NEEDS_NO_MEMORY(Escape_FillSet)
+{
+    return Scarcely([] {
+        int set[256];
+        Escape_FillSet(set, "%");
+        return set['%'] == 1 && set['a'] == 0;
+    });
+}
+
 RUNS_OUT(Escape_DoString, FAILS)
 {
     return Builds(Times(500, "<=25"), [](size_t *sizeOut) {

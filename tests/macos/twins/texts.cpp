@@ -63,8 +63,12 @@ void Escapes(Numbers &numbers, Answer *answer)
     const std::string text = EscapedText(numbers);
     const char escape = "%\\a0"[numbers.Below(4)];
     int set[256];
-    for (int &each : set) {
-        each = numbers.OneIn(3);
+    if (numbers.OneIn(3)) {
+        Escape_FillSet(set, text.c_str());
+    } else {
+        for (int &each : set) {
+            each = numbers.OneIn(3);
+        }
     }
     answer->Ask(text);
     answer->Ask(std::string(1, escape));
