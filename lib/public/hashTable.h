@@ -115,24 +115,39 @@ bool HashTable_ReplaceOrInsert(HashTable *table, const void *key, void *value);
  * whether this happened.  When it did not, newValue is still the caller's. */
 bool HashTable_ReplaceIfEqual(HashTable *table, const void *key, void *oldValue, void *newValue);
 
-/* The number of entries.  After threads have entered keys at the same time it may be too low. */
+/*
+ * The number of entries.  Once threads have entered keys at the same time it may be too low, and
+ * stays so when they have ended: the count is not worth a lock.  To count then, walk:
+ *    static int CountOne(const void *key, void *value, void *count)
+ *    {
+ *        (void)key, (void)value;
+ *        ++*(size_t *)count;
+ *        return 0;
+ *    }
+ *    size_t count = 0;
+ *    HashTable_ForEach(table, CountOne, &count);
+ */
 size_t HashTable_GetNumElements(const HashTable *table);
 
 /*
  * All keys, in the order of a walk: bucket by bucket, in each the latest entry first.  *keysOut is
  * an array of *sizeOut keys, which the caller releases with free(), or NULL when there are none.
- * The keys themselves stay the table's.  While other threads enter keys, or after they have done so
- * at the same time, *sizeOut is HashTable_GetNumElements(), and keys beyond it are left out.
+ * The keys themselves stay the table's.  *sizeOut is HashTable_GetNumElements(): once threads have
+ * entered keys at the same time, KEYS MAY BE MISSING from the array, also when all of these threads
+ * have ended.  HashTable_ForEach() gives every entry then, and the array is for tables that one
+ * thread at a time has filled.
  */
 void HashTable_KeyArray(const HashTable *table, const void ***keysOut, size_t *sizeOut);
 
-/* The same for the values, which stay whose they are. */
+/* The same for the values, which stay whose they are.  VALUES MAY BE MISSING where keys may; with
+ * HashTable_ForEach() none is. */
 void HashTable_ValueArray(const HashTable *table, void ***valuesOut, size_t *sizeOut);
 
 /*
  * Gives every entry and userData to the callback, in the order told above, until it returns
- * something other than 0, which becomes the result; otherwise the result is 0.  The callback must
- * not enter or remove keys.
+ * something other than 0, which becomes the result; otherwise the result is 0.  Every entry is
+ * every one that was entered before the call, by whatever threads; one that is entered meanwhile
+ * may be among them.  The callback must not enter or remove keys.
  */
 int HashTable_ForEach(const HashTable *table, HashTableForEachCallback callback, void *userData);
 

@@ -163,6 +163,37 @@ TEST(HashTableThreads, EveryKeyHasOneInserter)
     EXPECT_EQ(Allocations::Live(), before) << "the losers' blocks included";
 }
 
+// Whatever the count has lost in the race, and with it the arrays.
+TEST(HashTableThreads, AWalkGivesEveryKeyOnceTheThreadsHaveEnded)
+{
+    constexpr uintptr_t KEYS = 50000; // for each thread
+    const ScopedTable table(HashTable_Alloc(1U << 14, INTEGERS, nullptr));
+    Together(THREADS, [&](int thread) {
+        for (uintptr_t i = 0; i < KEYS; i++) {
+            const uintptr_t key = i * THREADS + static_cast<uintptr_t>(thread);
+            HashTable_Insert(table.get(), IntKey(key), Value(key));
+        }
+    });
+    std::vector<bool> walked(KEYS * THREADS);
+    const auto mark = [](const void *key, void *value, void *userData) {
+        auto &marked = *static_cast<std::vector<bool> *>(userData);
+        EXPECT_EQ(key, value);
+        EXPECT_FALSE(marked[reinterpret_cast<uintptr_t>(key)]);
+        marked[reinterpret_cast<uintptr_t>(key)] = true;
+        return 0;
+    };
+    EXPECT_EQ(HashTable_ForEach(table.get(), mark, &walked), 0);
+    EXPECT_THAT(walked, testing::Each(true));
+
+    const void **keys = nullptr;
+    size_t size = 0;
+    HashTable_KeyArray(table.get(), &keys, &size);
+    EXPECT_EQ(size, HashTable_GetNumElements(table.get()));
+    EXPECT_LE(size, walked.size());
+    EXPECT_EQ(std::set<const void *>(keys, keys + size).size(), size) << "no key is there twice";
+    free(keys);
+}
+
 TEST(HashTableThreads, EntriesThatWereNotCountedDoNotTurnTheCountOver)
 {
     constexpr uintptr_t KEYS = 100000; // for each thread
