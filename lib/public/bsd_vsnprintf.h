@@ -26,7 +26,8 @@
  *    e E f F g G  floating numbers, correctly rounded to any precision; 6 digits unless told
  *                 otherwise.  "%.0f" rounds halves away from zero.  A long double is rounded to a
  *                 double first.  What is not finite prints "inf", "-inf" or "nan", and in upper
- *                 case for an upper-case letter.  Zero has no sign.
+ *                 case for an upper-case letter.  Zero has no sign, and "nan" none but the "+" or
+ *                 the blank that a flag asks for.
  *    c            a byte; lc and C a wide character in the locale's encoding
  *    s            a string up to its NUL, of at most precision bytes; ls and S a wide string as
  *                 UTF-8 whatever the locale, whole characters of at most precision bytes.  NULL
@@ -41,8 +42,9 @@
  * THE FUNCTIONS format into *bufp, which holds size bytes, or, when *bufp is NULL, into a block
  * that they allocate, store there, and leave to the caller to free(); size is not used then.  They
  * return the length of the whole output in bytes, its NUL not counted.  In a buffer of the caller's
- * at most size - 1 bytes of it are stored, and a NUL.  The size must be 1 to INT_MAX: for 0 the
- * whole output is stored, without a NUL, and what is left of a larger one is counted in 32 bits.
+ * at most size - 1 bytes of it are stored, and a NUL.  The size must be 1 to INT_MAX: A SIZE OF 0
+ * SETS NO LIMIT, the whole output is written past the end of the buffer, without a NUL; and what is
+ * left of a size above INT_MAX is counted in 32 bits.  To measure, pass a buffer of one byte.
  *
  * They return -1, with *bufp as it was and without a NUL in the caller's buffer, when memory runs
  * out, when the length would exceed INT_MAX, or when "%lc" has a character that the locale cannot
@@ -63,17 +65,20 @@
 extern "C" {
 #endif
 
-/* Formats with the current locale's decimal point, separator and grouping. */
+/* Formats with the current locale's decimal point, separator and grouping.  A size of 0 sets no
+ * limit to what is written to a buffer of the caller's. */
 int bsd_vsnprintf(char **bufp, size_t size, const char *format, va_list arguments);
 
-/* Formats as the "C" locale does: the decimal point is ".", and nothing is grouped. */
+/* Formats as the "C" locale does: the decimal point is ".", and nothing is grouped.  A size of 0
+ * sets no limit to what is written to a buffer of the caller's. */
 int bsd_vsnprintf_c_locale(char **bufp, size_t size, const char *format, va_list arguments);
 
 /*
  * Formats with these conventions.  grouping holds the sizes of the groups of digits from the right,
  * a byte for each: the last of them repeats, and CHAR_MAX makes a group of all that are left.  NULL
  * or "" groups nothing, as does a thousandsSeparator of '\0'.  Of decimalPoint only the first byte
- * is used; NULL is the current locale's.
+ * is used; NULL is the current locale's.  A size of 0 sets no limit to what is written to a buffer
+ * of the caller's.
  */
 int bsd_vsnprintf_core(char **bufp, const char *grouping, char thousandsSeparator,
                        const char *decimalPoint, size_t size, const char *format,

@@ -16,28 +16,40 @@
 extern "C" {
 #endif
 
-/* ---- Formatting into a buffer of size bytes, which must be 1 to INT_MAX: for 0 the whole output
- * is stored, whatever room there is, without a NUL. */
+/* ---- Formatting into a buffer of size bytes, which must be 1 to INT_MAX. */
 
 /*
  * Returns the length of the output, or -1 when that does not fit: the buffer then holds as many
- * whole UTF-8 characters as do.  Also -1 when the format cannot be honoured: then it holds
- * anything.  It is always terminated.  Without a buffer, which may be NULL here, the result is -1,
- * too.
+ * whole UTF-8 characters as do.  Also -1 when the format cannot be honoured or memory runs out:
+ * then it holds anything.  It is always terminated.  Without a buffer, which may be NULL here, the
+ * result is -1, too. Str_Snprintf(buffer, 4, "%s", "abcdef")  gives "abc" and -1
  *
- *    Str_Snprintf(buffer, 4, "%s", "abcdef")  gives "abc" and -1
+ * A SIZE OF 0 SETS NO LIMIT: the whole output is written, past the end of the buffer, without a
+ * NUL. This is not the C library's snprintf().  Where the room left may be 0, look before calling;
+ * to learn an output's length, take *lengthOut of Str_Asprintf().
+ *
+ * -1 alone does not tell an output that does not fit from a format that cannot be honoured.
+ * Str_Asprintf() does, with the same format and values: it gives the whole output of the former,
+ * and NULL for the latter.
  */
 int Str_Snprintf(char *buffer, size_t size, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
-/* The same with the values in a list, which is used up. */
+/* The same with the values in a list, which is used up.  A SIZE OF 0 SETS NO LIMIT here either: the
+ * whole output is written, past the end of the buffer.  Str_Vasprintf() tells why -1. */
 int Str_Vsnprintf(char *buffer, size_t size, const char *format, va_list arguments)
     __attribute__((format(printf, 3, 0)));
 
-/* Returns the length of the output, which must fit: "lib/string/str:214 Buffer too small". */
+/*
+ * Returns the length of the output, which must fit: "lib/string/str:214 Buffer too small".
+ *
+ * A SIZE OF 0 SETS NO LIMIT: the whole output is written, past the end of the buffer, before the
+ * process ends.  Where the room left may be 0, look before calling.
+ */
 int Str_Sprintf(char *buffer, size_t size, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 /* The same without the locale: numbers have a "." and are not grouped, whatever it is.  Must fit:
- * "lib/string/str:177 Buffer too small". */
+ * "lib/string/str:177 Buffer too small".  A SIZE OF 0 SETS NO LIMIT here either: the whole output
+ * is written, past the end of the buffer, before the process ends. */
 int Str_SprintfCLocale(char *buffer, size_t size, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 

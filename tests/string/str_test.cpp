@@ -157,6 +157,23 @@ TEST(StrSnprintf, HasNoLimitForASizeOfNothing)
     char *volatile place = buffer; // the size is known to be a lie
     EXPECT_EQ(Str_Snprintf(place, 0, "%s", "abc"), -1);
     EXPECT_STREQ(buffer, "abc####") << "and no NUL";
+    EXPECT_EQ(Vsnprintf(place, 0, "%s", "12345"), -1);
+    EXPECT_STREQ(buffer, "12345##");
+}
+
+// What the header says to ask when the result is -1.
+TEST(StrSnprintf, IsToldByStrAsprintfWhatWasCutAndWhatFailed)
+{
+    ASSERT_STREQ(setlocale(LC_ALL, nullptr), "C");
+    char buffer[4];
+    size_t length = 77;
+    EXPECT_EQ(Str_Snprintf(buffer, sizeof buffer, "%s", "abcdef"), -1);
+    EXPECT_EQ(Take(Str_Asprintf(&length, "%s", "abcdef")), "abcdef");
+    EXPECT_EQ(length, 6u);
+    for (const char *text : {"", "a", "abcdef"}) {
+        EXPECT_EQ(Str_Snprintf(buffer, sizeof buffer, "%s%lc", text, 0x20ac), -1);
+        EXPECT_EQ(Str_Asprintf(&length, "%s%lc", text, 0x20ac), nullptr);
+    }
 }
 
 TEST(StrSnprintf, DoesWithoutABuffer)
@@ -239,6 +256,21 @@ TEST(StrSprintfDeathTest, EndsTheProcessWhenItDoesNotFit)
 }
 
 // ---- Formatting into a new string
+
+// The child that ends writes to memory that is the parent's as well.
+TEST(StrSprintfDeathTest, HasNoLimitForASizeOfNothing)
+{
+    constexpr size_t SIZE = 4096;
+    void *block = mmap(nullptr, SIZE, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(block, MAP_FAILED);
+    char *volatile place = strcpy(static_cast<char *>(block), "#######"); // the size is a lie
+    EXPECT_PANIC(Str_Sprintf(place, 0, "%s", "abc"), "lib/string/str:214 Buffer too small\n");
+    EXPECT_STREQ(place, "abc####");
+    EXPECT_PANIC(Str_SprintfCLocale(place, 0, "%s", "12345"),
+                 "lib/string/str:177 Buffer too small\n");
+    EXPECT_STREQ(place, "12345##");
+    munmap(block, SIZE);
+}
 
 TEST(StrAsprintf, TellsTheLength)
 {
