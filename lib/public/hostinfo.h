@@ -187,9 +187,13 @@ size_t Hostinfo_GetKernelZoneElemSize(const char *name);
  */
 char *Hostinfo_GetModulePath(uint32_t privilege);
 
-/* The name of the user who runs this process, in the host's own bytes; else, and for a record of
- * the user database that exceeds 1024 bytes, what "USER" in the environment says, which is up to
- * whoever started the process; else NULL. */
+/*
+ * The name of the user who runs this process; else, and for a record of the user database that
+ * exceeds 1024 bytes, what "USER" in the environment says, which is up to whoever started the
+ * process; else NULL.  In the host's own bytes, whichever they are: where these are not UTF-8, the
+ * result is not either, and no process ends over it.  CodeSet_IsValidUtf8String() of codeset.h
+ * tells whether it is.
+ */
 char *Hostinfo_GetUser(void);
 
 /* What is known of a process. */
@@ -239,12 +243,40 @@ enum {
  * DAEMONIZE_LOCK_PIDFILE it is locked first (flock(), exclusively), and stays open and locked in
  * the daemon: while that lives, another attempt fails at once and leaves the file as it is.
  *
+ * The lock is the open file's, and lasts until its last descriptor is closed.  The daemon has it as
+ * the lowest number above 2 that was free in this process, and not close-on-exec, or it would not
+ * have come through the exec.  SO WHATEVER THE DAEMON STARTS INHERITS THE LOCK, and keeps it when
+ * the daemon has died; but not what it starts with Hostinfo_Execute() or Hostinfo_Daemonize().  A
+ * daemon that starts programs otherwise first finds the descriptor and marks it: struct stat
+ * pidFile, other; for (int fd = 3; stat(pidPath, &pidFile) == 0 && fd < getdtablesize(); fd++) { if
+ * (fstat(fd, &other) == 0 && other.st_dev == pidFile.st_dev && other.st_ino == pidFile.st_ino) {
+ *            fcntl(fd, F_SETFD, FD_CLOEXEC);
+ *        }
+ *    }
+ * A child that executes no program closes it.
+ *
+ * Nobody removes the PID file of a daemon that was started: without the lock it says nothing, and
+ * the next daemon overwrites it.  A daemon that wants it gone unlinks it as the last thing it does,
+ * as long as it has the lock.
+ *
  * True when the program has been started.  False, after Warnings, with errno set to the failing
  * call's: ENOENT, EACCES or ENOEXEC when the program cannot be executed, EWOULDBLOCK when the PID
  * file is locked, ECHILD when the process in between was killed or told its failure itself, ERANGE
- * for text that the host's encoding cannot spell.  Then the PID file, unless it is locked, is
- * removed again.  A daemon that is killed in the moment before the program starts counts as
- * started.
+ * for text that the host's encoding cannot spell.  Then the PID file is removed again, unless it is
+ * locked or could not be opened: such a one stays as it is.  A daemon that is killed in the moment
+ * before the program starts counts as started.
+ *
+ * A program that is to become a daemon itself starts itself with an argument that says so:
+ *    int main(int argc, char **argv)
+ *    {
+ *        if (argc == 2 && strcmp(argv[1], "--daemon") == 0) { return Serve(); }
+ *        char *self = Hostinfo_GetModulePath(0);
+ *        char *const args[] = {self, "--daemon", NULL};
+ *        const bool isStarted = self != NULL && Hostinfo_Daemonize(self, args,
+ *            DAEMONIZE_LOCK_PIDFILE, "/run/served.pid", NULL, 0);
+ *        free(self);
+ *        return isStarted ? 0 : 1;
+ *    }
  *
  * For a process with one thread: it forks twice.  A SIGCHLD that comes meanwhile is delivered at
  * the end; but where that signal is ignored, another child that ends meanwhile has to be waited

@@ -499,6 +499,22 @@ TEST_F(Daemonize, LetsALockedPidFileBe)
     EXPECT_EQ(Content(PidPath()), ToldAndEnded().The("pid") + "\n");
 }
 
+TEST_F(Daemonize, HoldsTheLockByTheLowestNumberThatWasFree)
+{
+    for (const bool hasMoreOpen : {false, true}) {
+        std::filesystem::remove(ReportPath());
+        const Result result = InProcess([&] {
+            if (hasMoreOpen) { (void)!open("/dev/null", O_RDONLY); }
+            const int lowest = fcntl(STDERR_FILENO, F_DUPFD, 3);
+            close(lowest);
+            return Start(DAEMONIZE_LOCK_PIDFILE, PidPath()) ? lowest : -1;
+        });
+        EXPECT_GE(result.value, 3);
+        EXPECT_EQ(ToldAndEnded().All("fd"),
+                  And(NOTHING, std::to_string(result.value) + " w " + PidPath()));
+    }
+}
+
 TEST_F(Daemonize, DoesNotHoldTheLockWithoutBeingAsked)
 {
     setenv("TELL_STAY", "1", 1);
