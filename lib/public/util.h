@@ -136,13 +136,18 @@ bool Util_StrDiffers(const char *a, const char *b) __attribute__((nonnull(1, 2))
  */
 
 /*
- * A copy of a file name or command in which a "~" or "~user" at the start is that user's home, and
- * every "$NAME" (letters, digits and "_" of ASCII) the variable's value.  Unless there is such a
- * variable, "$PID" is this process's number and "$USER" its user's name, in any case of letters.
- * What is put in is not expanded again.
+ * Expands a "~" at the start, which is the folder in the user's record, and $HOME only without one;
+ * a "~user" at the start, which is that user's; and every "$NAME" (letters, digits and "_" of
+ * ASCII), which is the variable's value, in a copy of a file name or command.  Unless there is such
+ * a variable, "$PID" is this process's number and "$USER" its user's name, in any case of their
+ * ASCII letters, whatever the locale.  What is put in is not expanded again.
  *    Util_ExpandString("~/$HOST.log")  gives "/home/me/alpha.log"
- * Homes are those of the user database.  But "~" alone is the variable CFFIXED_USER_HOME when that
- * is set, unless the process is set-user-ID or set-group-ID, and HOME when the user has no record.
+ * Before either record or $HOME, "~" alone is the variable CFFIXED_USER_HOME when that is set,
+ * unless the process is set-user-ID or set-group-ID.
+ *
+ * Homes, names and values are put in as the host has them, byte for byte: where they are not UTF-8,
+ * neither is the result, and no process ends over it.  CodeSet_IsValidUtf8String() of codeset.h
+ * tells whether it is.
  *
  * What is not known is told to Log(): an unknown user's "~user" stays as it is, an unknown variable
  * is empty.  NULL after a Log() when there is no memory, or when the text has more than 100 pieces:
@@ -156,7 +161,8 @@ char *Util_ExpandString(const char *string) __attribute__((nonnull));
  * that is kept.  Earlier ones stay valid.  Not thread-safe. */
 const char *Util_OverrideHomeDir(const char *directory);
 
-/* Posix_RealPath() of posix.h. */
+/* Posix_RealPath() of posix.h: over a path that is no text in the host's encoding it ends the
+ * process or, with ICU, gives another path. */
 char *Util_CanonicalPath(const char *path);
 
 /* strcasecmp(): whether two names are equal but for the case of their letters. */
@@ -186,8 +192,9 @@ const struct __CFDictionary *Util_ReadPlistDictionary(const char *path) __attrib
 
 /*
  * Looks up the product's name, version and build ("ProductName", "ProductVersion",
- * "ProductBuildVersion"), those that are not NULL.  False, with all of these set to NULL, when one
- * of them is missing or not a string, and after a Log() when it cannot be had.
+ * "ProductBuildVersion"), those that are not NULL, in this order.  False when one of them is
+ * missing or not a string, and after a Log() when it cannot be had: those before it are freed and
+ * NULL then, and it and those behind it are as they were.
  */
 bool Util_GetProductInfo(const struct __CFDictionary *dictionary, char **name, char **version,
                          char **build);
