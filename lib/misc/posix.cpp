@@ -12,10 +12,24 @@
 #include <unistd.h>
 #include <utime.h>
 
+namespace {
+
+// Whether the flags make a file, which needs a mode.  One without a name is made by several bits
+// together, which a folder's flag shares.
+constexpr bool PosixMakesAFile(int flags)
+{
+#ifdef O_TMPFILE
+    if ((flags & O_TMPFILE) == O_TMPFILE) { return true; }
+#endif
+    return (flags & O_CREAT) != 0;
+}
+
+} // namespace
+
 extern "C" int Posix_Open(const char *path, int flags, ...)
 {
     int mode = 0; // as mode_t is passed where it is narrower than an int
-    if ((flags & O_CREAT) != 0) {
+    if (PosixMakesAFile(flags)) {
         va_list arguments;
         va_start(arguments, flags);
         mode = va_arg(arguments, int);

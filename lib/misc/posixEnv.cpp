@@ -126,9 +126,9 @@ bool PosixAddRecord(HashTable *records, const char *name, char *text)
 }
 
 // One attempt of Posix_Getenv(); false when another thread has changed the record meanwhile.
-// *error is errno for the C library's call, and then as that left it.
+// *error is errno for the C library's call, and then as that, or the conversion, left it.
 bool PosixGetenvOnce(HashTable *records, const char *name, const HostText &hostName,
-                     int *error, char **result)
+                     PosixConversion convert, int *error, char **result)
 {
     void *record = nullptr;
     HashTable_Lookup(records, name, &record);
@@ -138,7 +138,7 @@ bool PosixGetenvOnce(HashTable *records, const char *name, const HostText &hostN
     if (record != nullptr) { seen.emplace(static_cast<EnvironmentRecord *>(record)); }
 
     errno = *error;
-    ScopedFree<char> value(PosixFromHost(PosixCall(getenv, hostName)));
+    ScopedFree<char> value(convert(PosixCall(getenv, hostName)));
     *error = errno;
     *result = value.get();
     if (!value) { return true; }
@@ -152,27 +152,31 @@ bool PosixGetenvOnce(HashTable *records, const char *name, const HostText &hostN
     return done;
 }
 
-char *PosixCachedGetenv(const char *name, const HostText &hostName)
+char *PosixCachedGetenv(const char *name, const HostText &hostName, PosixConversion convert)
 {
     int error = errno;
     HashTable *records = HashTable_AllocOnce(&sRecords, RECORD_BUCKETS,
                                              HASH_STRING_KEY | HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY,
                                              PosixRecordFreed);
     char *result = nullptr;
-    while (!PosixGetenvOnce(records, name, hostName, &error, &result)) {}
+    while (!PosixGetenvOnce(records, name, hostName, convert, &error, &result)) {}
     errno = error;
     return result;
 }
 
-} // namespace
-
-extern "C" char *Posix_Getenv(const char *name)
+char *PosixGetenv(const char *name, PosixConversion convert)
 {
     const HostText hostName(name);
     // Nothing is kept of no name: what becomes of it is the C library's to say.
     if (name == nullptr || hostName.Lost()) { return PosixCall(getenv, hostName); }
-    return PosixCachedGetenv(name, hostName);
+    return PosixCachedGetenv(name, hostName, convert);
 }
+
+} // namespace
+
+extern "C" char *Posix_Getenv(const char *name) { return PosixGetenv(name, PosixFromHost); }
+
+extern "C" char *Posix_TryGetenv(const char *name) { return PosixGetenv(name, PosixTryFromHost); }
 
 extern "C" int Posix_Setenv(const char *name, const char *value, int overwrite)
 {

@@ -91,4 +91,14 @@ inline Unicode PosixFromHost(const char *bytes)
     return Unicode_AllocWithLength(bytes, -1, STRING_ENCODING_DEFAULT);
 }
 
+// The same where the bytes are text in the host's encoding; else NULL with errno EILSEQ, where the
+// other one ends the process or, with ICU, gives other text.
+inline Unicode PosixTryFromHost(const char *bytes)
+{
+    return Unicode_AllocIfValid(bytes, -1, STRING_ENCODING_DEFAULT);
+}
+
+// What becomes of the bytes that a call gives back: either of the two above.
+using PosixConversion = Unicode (*)(const char *bytes);
+
 #endif // PELAGO_MISC_POSIXINT_H

@@ -20,15 +20,13 @@ char *PosixAllocQuietly(size_t size)
     return static_cast<char *>(Util_SafeMalloc(size));
 }
 
-} // namespace
-
-extern "C" Unicode Posix_RealPath(const char *path)
+Unicode PosixRealPath(const char *path, PosixConversion convert)
 {
     char resolved[PATH_MAX];
-    return PosixFromHost(PosixCall(realpath, HostText(path), resolved));
+    return convert(PosixCall(realpath, HostText(path), resolved));
 }
 
-extern "C" Unicode Posix_ReadLink(const char *path)
+Unicode PosixReadLink(const char *path, PosixConversion convert)
 {
     const HostText link(path);
     for (size_t size = LINK_FIRST_SIZE;; size += LINK_GROWTH) {
@@ -38,20 +36,51 @@ extern "C" Unicode Posix_ReadLink(const char *path)
         // A full buffer says nothing about what did not fit.
         if (static_cast<size_t>(length) < size) {
             target.get()[length] = '\0';
-            return PosixFromHost(target.get());
+            return convert(target.get());
         }
     }
 }
 
-extern "C" Unicode Posix_MkTemp(const char *pathTemplate)
+void PosixRemoveAgain(int file, const char *name)
+{
+    ErrnoSaver keep;
+    close(file);
+    unlink(name);
+}
+
+Unicode PosixMkTemp(const char *pathTemplate, PosixConversion convert)
 {
     const HostText name(pathTemplate);
     // Through a pointer: the call is declared to take no NULL, but that is its own to say.
     const auto make = [call = &mkstemp](const HostText &text) { return call(text.Bytes()); };
     const int file = PosixCall(make, name);
     if (file < 0) { return nullptr; }
-    ErrnoSaver keep;
-    close(file);
-    unlink(name);
-    return PosixFromHost(name);
+    PosixRemoveAgain(file, name);
+    return convert(name);
+}
+
+} // namespace
+
+extern "C" Unicode Posix_RealPath(const char *path) { return PosixRealPath(path, PosixFromHost); }
+
+extern "C" Unicode Posix_TryRealPath(const char *path)
+{
+    return PosixRealPath(path, PosixTryFromHost);
+}
+
+extern "C" Unicode Posix_ReadLink(const char *path) { return PosixReadLink(path, PosixFromHost); }
+
+extern "C" Unicode Posix_TryReadLink(const char *path)
+{
+    return PosixReadLink(path, PosixTryFromHost);
+}
+
+extern "C" Unicode Posix_MkTemp(const char *pathTemplate)
+{
+    return PosixMkTemp(pathTemplate, PosixFromHost);
+}
+
+extern "C" Unicode Posix_TryMkTemp(const char *pathTemplate)
+{
+    return PosixMkTemp(pathTemplate, PosixTryFromHost);
 }

@@ -8,6 +8,13 @@
  *
  * - text that the host's encoding cannot spell fails with errno ERANGE, and no call is made.  Where
  *   the encoding is UTF-8, as it is on macOS and here, that cannot happen;
+ * - bytes of the host's that are no text in its encoding, as any program can put them into a
+ *   folder's name, a link or a variable, END THE PROCESS without ICU; with ICU other text is
+ *   returned in their place.  This concerns Posix_Getenv(), Posix_RealPath(), Posix_ReadLink() and
+ *   Posix_MkTemp(), and the records of users and groups.  Each of the four has a form with Try in
+ *   its name that returns NULL with errno EILSEQ instead, with ICU as without, and NULL with errno
+ *   ENOMEM without memory for its result.  Otherwise it is the same: no process ends over such
+ *   bytes, and other text is never returned;
  * - NULL for a text is handed on as NULL.  Whether that is allowed is up to the call;
  * - a failure is -1 or, where a pointer is returned, NULL;
  * - a Unicode that is returned is the caller's, who releases it with free();
@@ -38,7 +45,8 @@ struct utimbuf;
 
 /* ---- Files */
 
-/* open().  The mode is read only when the flags contain O_CREAT. */
+/* open().  The mode is read only when the flags contain O_CREAT or, where the host has it,
+ * O_TMPFILE. */
 int Posix_Open(const char *path, int flags, ...);
 /* open() for writing of a file that is made, or emptied when it is there. */
 int Posix_Creat(const char *path, mode_t mode);
@@ -89,20 +97,35 @@ int Posix_Utimes(const char *path, const struct timeval *times);
 /* pathconf(). */
 long Posix_Pathconf(const char *path, int name);
 
-/* realpath(): the canonical absolute path.  errno is ENOENT when there is no such file, EINVAL for
- * a NULL path. */
+/*
+ * realpath(): the canonical absolute path.  errno is ENOENT when there is no such file, EINVAL for
+ * a NULL path.  A path that is no text in the host's encoding, be it by a folder far above, ends
+ * the process without ICU; with ICU the result is another path.  Posix_TryRealPath() does neither.
+ */
 Unicode Posix_RealPath(const char *path);
+/* Posix_RealPath(), but NULL with errno EILSEQ for a path that is no text. */
+Unicode Posix_TryRealPath(const char *path);
 
-/* readlink(): what the link says, however long that is. */
+/*
+ * readlink(): what the link says, however long that is.  A target that is no text in the host's
+ * encoding ends the process without ICU; with ICU the result is another target.
+ * Posix_TryReadLink() does neither.
+ */
 Unicode Posix_ReadLink(const char *path);
+/* Posix_ReadLink(), but NULL with errno EILSEQ for a target that is no text. */
+Unicode Posix_TryReadLink(const char *path);
 
 /*
  * mkstemp(), but only its name: the template with the "XXXXXX" at its end replaced by other
- * characters.  Of more than six X at the end Linux replaces the last six, macOS all.  The file is
- * gone again, so the name was unique at the moment of the call and need not be any more when it is
- * used.
+ * characters.  It has to end with six X at least: with fewer, Linux fails with EINVAL and macOS
+ * replaces those.  Of more than six X Linux replaces the last six, macOS all.  The file is gone
+ * again, so the name was unique at the moment of the call and need not be any more when it is used.
+ * A template that is no text ends the process without ICU; with ICU the result is another name.
+ * Posix_TryMkTemp() does neither.
  */
 Unicode Posix_MkTemp(const char *pathTemplate);
+/* Posix_MkTemp(), but NULL with errno EILSEQ for a template that is no text. */
+Unicode Posix_TryMkTemp(const char *pathTemplate);
 
 /* Stands in for a call that a host does not have: -1 with errno ENOSYS, whatever it is given. */
 int Posix_Unsupported(const char *path, ...);
@@ -137,8 +160,14 @@ void Posix_Perror(const char *message);
  * value, and stays valid until the variable has changed twice more.  Values are kept for each name
  * that was ever asked for while it was set.  Any number of threads may ask at the same time, as far
  * as the C library allows that; it does not allow a change at the same time.
+ *
+ * A value that is no text in the host's encoding ends the process without ICU; with ICU the result
+ * is another value.  Posix_TryGetenv() does neither.
  */
 char *Posix_Getenv(const char *name);
+/* Posix_Getenv(), but NULL with errno EILSEQ for a value that is no text.  For a variable that is
+ * not set errno stays as it is, so set it to 0 before to know the two apart. */
+char *Posix_TryGetenv(const char *name);
 /* setenv(). */
 int Posix_Setenv(const char *name, const char *value, int overwrite);
 /* unsetenv(). */
@@ -152,8 +181,10 @@ int Posix_Putenv(char *string);
  * Of a record, the name, the password, the full name (pw_gecos), the home and the shell, and the
  * names of a group's members, are UTF-8.  What else macOS has in a user's record (pw_class,
  * pw_change, pw_expire) is not given: pw_class is NULL, and in the static record the others are 0.
- * An unknown encoding or bytes that are not text end as in Unicode_AllocWithLength(), never in half
- * a record.
+ * Bytes of a record that are no text in the host's encoding end the process without ICU, never in
+ * half a record, and so does an unknown encoding; with ICU they are other text.  Whoever has to
+ * live with such records, a member's name in Latin-1 for instance, asks the C library itself, which
+ * gives the bytes as they are.
  *
  * Posix_Getpwnam(), Posix_Getpwuid(), Posix_Getpwent() and Posix_Getgrnam() return one static
  * record a kind, which belongs to the library: the next call that finds a record frees the strings
@@ -161,11 +192,11 @@ int Posix_Putenv(char *string);
  * such entry" or its failure, and leaves the record as it was.
  *
  * Those with R rewrite the caller's record and buffer, touch nothing else, and return 0 or an error
- * number: the C library's, or ERANGE when the name cannot be spelt (*result is NULL then, and errno
- * ERANGE, too) or the buffer is too small for the text in UTF-8.  With 0, *result is the record, or
- * NULL when there is no such entry, which is no error.  The strings are in the buffer from its
- * start; a group's array of members, if it is in the buffer, is behind them.  A buffer that was too
- * small holds part of them; call again with a larger one.
+ * number: the C library's, or ERANGE when the name cannot be spelt (errno is ERANGE then, too) or
+ * the buffer is too small for the text in UTF-8.  With an error, *result is NULL.  With 0, *result
+ * is the record, or NULL when there is no such entry, which is no error.  The strings are in the
+ * buffer from its start; a group's array of members, if it is in the buffer, is behind them.  A
+ * buffer that was too small holds part of them; call again with a larger one.
  */
 
 /* getpwnam(). */

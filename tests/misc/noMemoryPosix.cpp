@@ -193,6 +193,26 @@ RUNS_OUT(Posix_MkTemp, PANICS, Unconverted("/tmp/unique"))
         [] { return Gives("/tmp/unique", Scarcely([] { return Posix_MkTemp(TEMPLATE); })); });
 }
 
+RUNS_OUT(Posix_TryRealPath, PANICS, FAILS)
+{
+    return WithNames([] {
+        return Gives("/dev/null", Scarcely([] { return Posix_TryRealPath("/dev/./null"); }));
+    });
+}
+
+RUNS_OUT(Posix_TryReadLink, PANICS, PANICS, FAILS)
+{
+    return WithNames([] {
+        return Gives("/proc/self/fd", Scarcely([] { return Posix_TryReadLink("/dev/fd"); }));
+    });
+}
+
+RUNS_OUT(Posix_TryMkTemp, PANICS, FAILS)
+{
+    return WithNames(
+        [] { return Gives("/tmp/unique", Scarcely([] { return Posix_TryMkTemp(TEMPLATE); })); });
+}
+
 // ---- Processes
 
 char *sElements[] = {const_cast<char *>("a"), const_cast<char *>("b"), nullptr}; // not written to
@@ -252,6 +272,18 @@ RUNS_OUT(Posix_Getenv, PANICS, Unconverted("value"))
             free(std::exchange(place, nullptr));
         }
         return Scarcely([] { return Posix_Getenv("PELAGO_KEPT"); }) == kept;
+    });
+}
+
+RUNS_OUT(Posix_TryGetenv, PANICS, FAILS)
+{
+    return WithNames([] {
+        setenv("PELAGO_KEPT", "value", 1);
+        const char *kept = Posix_TryGetenv("PELAGO_KEPT");
+        for (void *&place : sPlaces) {
+            free(std::exchange(place, nullptr));
+        }
+        return Scarcely([] { return Posix_TryGetenv("PELAGO_KEPT"); }) == kept;
     });
 }
 

@@ -206,6 +206,13 @@ TEST(PosixOpen, TakesTheModeOnlyOfAFileThatItMayCreate)
     EXPECT_EQ(sOpenMode, 0);
     EXPECT_EQ(Posix_Open("plain", O_RDONLY | O_CREAT, 0600), -1);
     EXPECT_EQ(sOpenMode, 0600);
+    for (const int flags :
+         {O_TRUNC, O_DIRECTORY, O_EXCL, O_TMPFILE & ~O_DIRECTORY, ~O_CREAT & ~O_TMPFILE}) {
+        EXPECT_EQ(Posix_Open("plain", flags, 0600), -1);
+        EXPECT_EQ(sOpenMode, 0) << flags;
+    }
+    EXPECT_EQ(Posix_Open("plain", O_WRONLY | O_TMPFILE, 0604), -1);
+    EXPECT_EQ(sOpenMode, 0604) << "a file without a name has a mode, too";
 }
 
 TEST(PosixExecl, LooksAtTheLastOfManyArguments)

@@ -35,9 +35,9 @@ HashTable *__wrap_HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, i
 namespace {
 
 constexpr int ALONE = 77;
-// What a name keeps: an entry, its key, a record, what that holds at present, and one value or,
-// once it has changed, two.
-constexpr ptrdiff_t KEPT = 5, KEPT_AFTER_A_CHANGE = 6;
+// What a name keeps: an entry, its key, a record, and two blocks for its value and, once it has
+// changed, two for the one before.
+constexpr ptrdiff_t KEPT = 5, KEPT_AFTER_A_CHANGE = 7;
 
 // Every test has a name of its own, which is not set and has never been asked for.
 class PosixEnv : public testing::Test {
@@ -155,6 +155,15 @@ TEST_F(PosixGetenv, GivesTheNewValueAfterAChange)
     EXPECT_EQ(Posix_Getenv(Name()), two);
 }
 
+TEST_F(PosixGetenv, TellsValuesApartByEveryByte)
+{
+    const std::string many(1000, 'x');
+    for (const std::string &value : {std::string("one"), std::string("One"), many + "a", many + "b",
+                                     many + "bb", std::string("")}) {
+        EXPECT_EQ(std::string(Ask(value.c_str())), value);
+    }
+}
+
 TEST_F(PosixGetenv, KeepsAValueReadableThroughOneChange)
 {
     const char *one = Ask("one");
@@ -269,6 +278,42 @@ TEST_F(PosixGetenvDeathTest, AValueThatIsNoTextIsNotGivenInPart)
     setenv(Name(), "caf\xE9", 1);
     EXPECT_PANIC(Posix_Getenv(Name()), "Unicode_AllocWithLength: Couldn't convert invalid buffer "
                                        "[caf\\xE9] from UTF-8 to Unicode.\n");
+}
+
+// ---- The form that takes any bytes
+
+TEST_F(PosixGetenv, GivesItsOwnPointerAlsoWhenItTries)
+{
+    const char *value = Ask("caf\xC3\xA9");
+    errno = ALONE;
+    EXPECT_EQ(Posix_TryGetenv(Name()), value);
+    EXPECT_EQ(errno, ALONE);
+    setenv(Name(), "two", 1);
+    const char *two = Posix_TryGetenv(Name());
+    EXPECT_STREQ(two, "two");
+    EXPECT_EQ(Posix_Getenv(Name()), two);
+    EXPECT_STREQ(value, "caf\xC3\xA9") << "is readable through one change";
+    EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
+}
+
+TEST_F(PosixGetenv, KeepsWhatItHasWhenItTriesInVain)
+{
+    const char *value = Ask("one");
+    setenv(Name(), "caf\xE9", 1);
+    for (int i = 0; i < 3; i++) {
+        errno = ALONE;
+        EXPECT_EQ(Posix_TryGetenv(Name()), nullptr);
+        EXPECT_EQ(errno, EILSEQ);
+    }
+    EXPECT_EQ(Ask("one"), value);
+    EXPECT_EQ(Added(), KEPT);
+}
+
+TEST_F(PosixGetenv, TellsAnUnsetVariableFromOneThatIsNoText)
+{
+    errno = 0;
+    EXPECT_EQ(Posix_TryGetenv(Name()), nullptr);
+    EXPECT_EQ(errno, 0);
 }
 
 // ---- Changing it

@@ -2,6 +2,9 @@
 // as free() may do on some hosts.
 #include "posixCalls.h"
 
+#include <grp.h>
+#include <pwd.h>
+
 namespace {
 
 thread_local bool tSpoils;
@@ -73,6 +76,17 @@ ssize_t __wrap_readlink(const char *path, char *buffer, size_t size)
     errno = EIO;
     return -1;
 }
+// The file is gone already when its turn comes.
+int __real_mkstemp(char *name);
+int __wrap_mkstemp(char *name)
+{
+    const int error = errno;
+    const int file = __real_mkstemp(name);
+    close(file);
+    unlink(name);
+    errno = error;
+    return file;
+}
 }
 
 namespace {
@@ -129,6 +143,39 @@ TEST(ErrnoOfPerror, IsLeftAlone)
             _exit(errno);
         },
         testing::ExitedWithCode(ENOENT), "caf\xC3\xA9: No such file or directory\n");
+}
+
+TEST(ErrnoOfPerror, IsLeftAloneAlsoWhenNothingCanBeWritten)
+{
+    EXPECT_EXIT(
+        {
+            close(STDERR_FILENO);
+            errno = ENOENT;
+            Posix_Perror("text");
+            _exit(errno);
+        },
+        testing::ExitedWithCode(ENOENT), "");
+}
+
+// Of a record that takes the place of one whose strings are freed.
+TEST(ErrnoOfUsersAndGroups, IsTheCallsOwn)
+{
+    const auto user = [](Texts) { return Kept(Bare(getpwuid)(0)->pw_name); };
+    const auto group = [](Texts) { return Kept(Bare(getgrgid)(0)->gr_name); };
+    const std::string groupName = getgrgid(0)->gr_name;
+    const auto errorOf = [](const auto &call) {
+        errno = ALONE;
+        return call(nullptr).error;
+    };
+    const int errorOfUser = errorOf(user), errorOfGroup = errorOf(group);
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(Spoilt([](Texts) { return Kept(Posix_Getpwuid(0)->pw_name); }, {}).error,
+                  errorOfUser);
+        EXPECT_EQ(Spoilt([](Texts text) { return Kept(Posix_Getgrnam(text[0])->gr_name); },
+                         {groupName.c_str()})
+                      .error,
+                  errorOfGroup);
+    }
 }
 
 // Each step of a variable's life: it is new, unchanged, changed, changed twice and more, unset.

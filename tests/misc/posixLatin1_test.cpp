@@ -4,6 +4,7 @@
 
 #include "allocations.h"
 #include "codeset.h"
+#include "hashTable.h"
 #include "scopedForTests.h"
 #include "unicode.h"
 #include "useIcu.h"
@@ -19,6 +20,17 @@
 #include <vector>
 
 extern "C" const char *CodeSet_GetCurrentCodeSet() { return "ISO-8859-1"; }
+
+// The name that a value was last kept under.
+static std::string sKeptUnder;
+extern "C" {
+bool __real_HashTable_Insert(HashTable *table, const void *key, void *value);
+bool __wrap_HashTable_Insert(HashTable *table, const void *key, void *value)
+{
+    sKeptUnder = static_cast<const char *>(key);
+    return __real_HashTable_Insert(table, key, value);
+}
+}
 
 namespace {
 
@@ -114,6 +126,7 @@ TEST_F(PosixLatin1, TheEnvironmentIsInTheHostsBytes)
     EXPECT_STREQ(Posix_Getenv(TEXT), "\xC3\xBC");
     EXPECT_EQ(errno, ALONE);
     EXPECT_EQ(Posix_Getenv(TEXT), Posix_Getenv(TEXT));
+    EXPECT_EQ(sKeptUnder, TEXT) << "not under the host's bytes";
     EXPECT_EQ(Posix_Unsetenv(TEXT), 0);
     EXPECT_EQ(getenv(HOST), nullptr);
 }

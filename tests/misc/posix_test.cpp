@@ -5,9 +5,13 @@
 #include "inChild.h"
 #include "panic.h"
 #include "posixKept.h"
+#include "useIcu.h"
 
 #include <cstring>
 #include <functional>
+#include <malloc.h>
+#include <regex>
+#include <set>
 #include <string_view>
 #include <sys/sysmacros.h>
 
@@ -58,6 +62,12 @@ FILE *__wrap_popen(const char *command, const char *mode)
 {
     sGivenMode = mode;
     return __real_popen(command, mode);
+}
+int __real_access(const char *path, int mode);
+int __wrap_access(const char *path, int mode)
+{
+    sGiven = {static_cast<unsigned long>(mode)};
+    return __real_access(path, mode);
 }
 int __real_mkstemp(char *name);
 int __wrap_mkstemp(char *name)
@@ -122,7 +132,7 @@ class EachSuccess : public EachWrapper {};
 TEST_P(EachSuccess, HasItsEffectAndLeavesErrnoAlone)
 {
     const Wrapper &wrapper = GetParam();
-    if (wrapper.name == std::string_view("Getenv")) { Posix_Getenv(wrapper.good[0]); } // is kept
+    if (std::string_view(wrapper.name).ends_with("Getenv")) { Posix_Getenv(wrapper.good[0]); }
     const ptrdiff_t before = Allocations::Live();
     errno = ALONE;
     const CallOutcome outcome = wrapper.wrapped(wrapper.good.data());
@@ -151,6 +161,7 @@ using PosixFreopen = Posix;
 using PosixChown = Posix;
 using PosixMknod = Posix;
 using PosixAccess = Posix;
+using PosixTruncate = Posix;
 using PosixUtime = Posix;
 using PosixPopen = Posix;
 using PosixSystem = Posix;
@@ -167,12 +178,43 @@ TEST_F(PosixOpen, GivesAUsableDescriptor)
     close(file);
 }
 
+TEST_F(PosixOpen, ClosesAtAnExecWhatIsToBe)
+{
+    for (const int flag : {0, O_CLOEXEC}) {
+        const int file = Posix_Open(FILE_NAME, O_RDONLY | flag);
+        ASSERT_GE(file, 0);
+        EXPECT_EQ(fcntl(file, F_GETFD), flag == 0 ? 0 : FD_CLOEXEC);
+        close(file);
+    }
+}
+
+TEST_F(PosixOpen, FollowsALinkUnlessItIsNotTo)
+{
+    close(Posix_Open(LINK_NAME, O_RDONLY));
+    errno = ALONE;
+    EXPECT_EQ(Posix_Open(LINK_NAME, O_RDONLY | O_NOFOLLOW), -1);
+    EXPECT_EQ(errno, ELOOP);
+}
+
 TEST_F(PosixOpen, CreatesWithTheModeUnderTheMask)
 {
     const mode_t mask = umask(027);
     close(Posix_Open(NEW_NAME, O_WRONLY | O_CREAT, 0666));
     umask(mask);
     EXPECT_EQ(StatusOf(NEW_NAME).st_mode, S_IFREG | 0640U);
+}
+
+TEST_F(PosixOpen, MakesAFileWithoutANameWithItsMode)
+{
+    for (const mode_t mode : {0640U, 0604U}) {
+        const int file = Posix_Open("/dev/shm", O_RDWR | O_TMPFILE, mode);
+        ASSERT_GE(file, 0) << strerror(errno);
+        struct stat status;
+        EXPECT_EQ(fstat(file, &status), 0);
+        EXPECT_EQ(status.st_mode, S_IFREG | mode);
+        EXPECT_EQ(status.st_nlink, 0u);
+        close(file);
+    }
 }
 
 TEST_F(PosixOpen, LeavesTheModeOfAFileThatIsThere)
@@ -250,10 +292,10 @@ TEST_F(PosixStat, FollowsALinkAndLstatDoesNot)
 
 TEST_F(PosixChown, HandsOnOwnerAndGroup)
 {
-    Posix_Chown(MISSING, 12345, 54321);
-    EXPECT_THAT(sGiven, testing::ElementsAre(12345, 54321));
-    Posix_Lchown(MISSING, 23451, 15432);
-    EXPECT_THAT(sGiven, testing::ElementsAre(23451, 15432));
+    Posix_Chown(MISSING, 4000012345, 4000054321);
+    EXPECT_THAT(sGiven, testing::ElementsAre(4000012345, 4000054321));
+    Posix_Lchown(MISSING, 4000023451, 4000015432);
+    EXPECT_THAT(sGiven, testing::ElementsAre(4000023451, 4000015432));
 }
 
 TEST_F(PosixChown, FollowsALinkAndLchownDoesNot)
@@ -267,8 +309,17 @@ TEST_F(PosixChown, FollowsALinkAndLchownDoesNot)
 
 TEST_F(PosixMknod, HandsOnModeAndDevice)
 {
-    Posix_Mknod(MISSING, S_IFCHR | 0600, makedev(17, 260));
-    EXPECT_THAT(sGiven, testing::ElementsAre(S_IFCHR | 0600, makedev(17, 260)));
+    for (const dev_t device : {makedev(17, 260), static_cast<dev_t>(0x1234567'89ABCDEF)}) {
+        Posix_Mknod(MISSING, S_IFCHR | 07600, device);
+        EXPECT_THAT(sGiven, testing::ElementsAre(S_IFCHR | 07600, device));
+    }
+}
+
+TEST_F(PosixTruncate, TakesALengthThatNoIntHolds)
+{
+    constexpr off_t LENGTH = (off_t{3} << 32) + 5;
+    EXPECT_EQ(Posix_Truncate(FILE_NAME, LENGTH), 0) << strerror(errno);
+    EXPECT_EQ(StatusOf(FILE_NAME).st_size, LENGTH);
 }
 
 TEST_F(PosixAccess, AsksForTheGivenModeOnly)
@@ -276,6 +327,15 @@ TEST_F(PosixAccess, AsksForTheGivenModeOnly)
     EXPECT_EQ(Posix_Access(FILE_NAME, F_OK), 0);
     EXPECT_EQ(Posix_Access(FILE_NAME, X_OK), -1);
     EXPECT_EQ(Posix_Access(FOLDER_NAME, X_OK), 0);
+}
+
+// Root may do anything to a file, so what the call is given is looked at.
+TEST_F(PosixAccess, HandsOnEveryBitOfTheMode)
+{
+    for (const int mode : {F_OK, R_OK, W_OK, X_OK, R_OK | W_OK, R_OK | W_OK | X_OK}) {
+        Posix_Access(MISSING, mode);
+        EXPECT_THAT(sGiven, testing::ElementsAre(mode));
+    }
 }
 
 TEST_F(PosixUtime, MeansNowWithoutTimes)
@@ -405,6 +465,17 @@ TEST(PosixRealPath, TellsWhyNot)
     EXPECT_EQ(Posix_RealPath(nullptr), nullptr);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(Allocations::Live(), before);
+}
+
+// The C library's own blocks are not among those that are counted.
+TEST(PosixRealPath, LeavesNoBlockOfTheCLibrarys)
+{
+    free(Posix_RealPath("/dev/null"));
+    const auto before = mallinfo2().uordblks;
+    for (int i = 0; i < 100; i++) {
+        free(Posix_RealPath("/dev/null"));
+    }
+    EXPECT_EQ(mallinfo2().uordblks, before);
 }
 
 // A folder so deep that its path has this length; its path.
@@ -585,6 +656,118 @@ TEST_F(PosixMkTemp, FailsWhereNoFileCanBe)
     errno = ALONE;
     EXPECT_EQ(Posix_MkTemp("missing/XXXXXX"), nullptr);
     EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(PosixMkTemp, ReplacesTheLastSixOfManyX)
+{
+    const std::string name = Take(Posix_MkTemp((mFolder.Path() + "/XXXXXXXXX").c_str()));
+    EXPECT_THAT(name, testing::StartsWith(mFolder.Path() + "/XXX"));
+    EXPECT_EQ(name.size(), mFolder.Path().size() + 10);
+    EXPECT_THAT(name, testing::Not(testing::EndsWith("XXXXXX")));
+}
+
+TEST_F(PosixMkTemp, NeedsSixXAtTheEnd)
+{
+    for (const char *name : {"", "/", "/a", "/XXXXX", "/XXXXXXa"}) {
+        errno = ALONE;
+        EXPECT_EQ(Posix_MkTemp((mFolder.Path() + name).c_str()), nullptr) << name;
+        EXPECT_EQ(errno, EINVAL) << name;
+    }
+}
+
+// ---- Bytes of the host's that are no text
+
+constexpr char NO_TEXT[] = "caf\xE9", OF_NO_TEXT[] = "link", VARIABLE_OF_NO_TEXT[] = "PELAGO_NONE";
+
+// A call that comes upon such bytes, in its two forms, and what follows them in its result.
+struct NoTextCase {
+    const char *name;
+    CallOutcome (*tries)();
+    CallOutcome (*plain)();
+};
+void PrintTo(const NoTextCase &row, std::ostream *out) { *out << row.name; }
+
+class PosixOfNoText : public Posix, public testing::WithParamInterface<NoTextCase> {
+protected:
+    void SetUp() override
+    {
+        std::filesystem::create_directory(NO_TEXT);
+        std::filesystem::create_symlink(NO_TEXT, OF_NO_TEXT);
+        setenv(VARIABLE_OF_NO_TEXT, NO_TEXT, 1);
+    }
+    void TearDown() override
+    {
+        CodeSet_DontUseIcu();
+        unsetenv(VARIABLE_OF_NO_TEXT);
+    }
+};
+using PosixOfNoTextDeathTest = PosixOfNoText;
+
+TEST_P(PosixOfNoText, GivesNothingWhenItTriesWithIcuAsWithout)
+{
+    for (const bool usesIcu : {false, true}) {
+        SCOPED_TRACE(usesIcu);
+        if (usesIcu) { UseIcu(); }
+        GetParam().tries(); // keeps what there is to keep
+        const ptrdiff_t before = Allocations::Live();
+        errno = ALONE;
+        EXPECT_EQ(GetParam().tries(), (CallOutcome{"NULL", EILSEQ}));
+        EXPECT_EQ(Allocations::Live(), before);
+        EXPECT_TRUE(std::filesystem::is_empty(NO_TEXT));
+    }
+}
+
+TEST_P(PosixOfNoText, IsOtherTextWithIcuOtherwise)
+{
+    UseIcu();
+    EXPECT_THAT(GetParam().plain().result, testing::HasSubstr("caf\xEF\xBF\xBD"));
+}
+
+TEST_P(PosixOfNoTextDeathTest, EndsTheProcessWithoutIcuOtherwise)
+{
+    EXPECT_EXIT(GetParam().plain(), testing::ExitedWithCode(1),
+                testing::AllOf(testing::StartsWith("Panic: Unicode_AllocWithLength: Couldn't "
+                                                   "convert invalid buffer ["),
+                               testing::HasSubstr("caf\\xE9")));
+}
+
+const auto NO_TEXT_CASES =
+    testing::Values(NoTextCase{"RealPath", [] { return Taken(Posix_TryRealPath(OF_NO_TEXT)); },
+                               [] { return Taken(Posix_RealPath(OF_NO_TEXT)); }},
+                    NoTextCase{"ReadLink", [] { return Taken(Posix_TryReadLink(OF_NO_TEXT)); },
+                               [] { return Taken(Posix_ReadLink(OF_NO_TEXT)); }},
+                    NoTextCase{"MkTemp", [] { return Taken(Posix_TryMkTemp("caf\xE9/XXXXXX")); },
+                               [] { return Taken(Posix_MkTemp("caf\xE9/XXXXXX")); }},
+                    NoTextCase{"Getenv", [] { return Kept(Posix_TryGetenv(VARIABLE_OF_NO_TEXT)); },
+                               [] { return Kept(Posix_Getenv(VARIABLE_OF_NO_TEXT)); }});
+INSTANTIATE_TEST_SUITE_P(Each, PosixOfNoText, NO_TEXT_CASES, WRAPPER_NAME);
+INSTANTIATE_TEST_SUITE_P(Each, PosixOfNoTextDeathTest, NO_TEXT_CASES, WRAPPER_NAME);
+
+// ---- One list
+
+// What has tests of its own instead of a row: it does not fail as the others do, or takes no text.
+const std::set<std::string> WITHOUT_A_ROW = {
+    "Unsupported", "Perror",   "Putenv",    "Getpwnam",  "Getpwuid",  "Getpwent",
+    "Endpwent",    "Getgrnam", "GetpwnamR", "GetpwuidR", "GetgrnamR", "Getgrouplist"};
+
+TEST(PosixWrappers, AreAllInTheList)
+{
+    std::set<std::string> listed = WITHOUT_A_ROW;
+    for (const Wrapper &wrapper : Wrappers()) {
+        listed.insert(wrapper.name);
+    }
+    std::ifstream header(PELAGO_PUBLIC_HEADERS "/posix.h");
+    const std::regex declaration(R"(^[A-Za-z][\w ]*[ *]+Posix_(\w+)\()");
+    std::vector<std::string> missing;
+    size_t declared = 0;
+    std::smatch match;
+    for (std::string line; std::getline(header, line);) {
+        if (!std::regex_search(line, match, declaration)) { continue; }
+        declared++;
+        if (!listed.contains(match[1])) { missing.push_back(match[1]); }
+    }
+    EXPECT_GT(declared, 50u) << "the header is read";
+    EXPECT_THAT(missing, testing::IsEmpty()) << "each needs a row in posixCalls.h";
 }
 
 } // namespace
