@@ -1,0 +1,65 @@
+"""Bytes that are no text, wherever somebody other than root can put them: they end no session."""
+
+import os
+import shutil
+import subprocess
+import unittest
+
+from toolhost import ARGUMENTS, BUNDLE, CLOSED, DELETED, PREFS, SCRIPTS, SHARED, WAITING, ToolCase
+
+NO_TEXT = b"caf\xe9 \xff\xc3"
+
+
+class BytesThatAreNoText(ToolCase):
+    def setUp(self):
+        super().setUp()
+        self.write_prefs(["disk"])
+
+    def test_are_handed_on_in_any_argument(self):
+        for place in range(len(ARGUMENTS)):
+            with self.subTest(place):
+                arguments = [os.fsencode(argument) for argument in ARGUMENTS]
+                arguments[place] = NO_TEXT
+                out, err, status = self.run_tool(*arguments)
+                sharing = f"Sharing {os.fsdecode(arguments[0])} as {os.fsdecode(arguments[1])}\n"
+                self.assertRun((out, err, status), SHARED + DELETED, sharing + WAITING + CLOSED, 0)
+                words = [word for call in self.calls()[-len(SCRIPTS):] for word in call.argv]
+                self.assertIn(os.fsdecode(NO_TEXT), words)
+
+    def test_do_nothing_in_the_environment(self):
+        names = (b"HOME", b"USER", b"LOGNAME", b"PATH", b"TMPDIR", b"LANG", b"LC_ALL", b"CFFIXED_USER_HOME",
+                 b"TARVEX_LOCATION_ROOT_FULLPATH", b"ICU_DATA", NO_TEXT)
+        environment = {name: NO_TEXT for name in names} | {b"PATH": b"/usr/bin:/bin:" + NO_TEXT}
+        out, _, status = self.run_tool(env=environment)
+        self.assertEqual((out, status), (SHARED + DELETED, 0))
+
+    def test_do_nothing_in_the_working_folder(self):
+        folder = b"/tmp/" + NO_TEXT
+        os.mkdir(folder)
+        self.addCleanup(os.rmdir, folder)
+        out, _, status = self.run_tool(cwd=folder)
+        self.assertEqual((out, status), (SHARED + DELETED, 0))
+
+    def test_do_nothing_in_a_link_to_the_tool(self):
+        link = b"/tmp/" + NO_TEXT
+        os.symlink(self.tool, link)
+        self.addCleanup(os.unlink, link)
+        done = subprocess.run([link, *ARGUMENTS], stdin=subprocess.DEVNULL, capture_output=True, timeout=30)
+        self.assertEqual((done.stdout.decode(), done.returncode), (SHARED + DELETED, 0))
+
+    def test_end_it_before_it_has_done_anything_only_where_root_installs_it_below_them(self):
+        """ICU's data is not found there, so nothing repairs them."""
+        folder = b"/opt/" + NO_TEXT
+        shutil.copytree(os.fsencode(BUNDLE), folder + b"/Pelago.app")
+        self.addCleanup(shutil.rmtree, folder)
+        before = PREFS.read_bytes()
+        tool = folder + b"/Pelago.app/Contents/Library/shares/pelagoShareTool"
+        done = subprocess.run([tool, *ARGUMENTS], stdin=subprocess.DEVNULL, capture_output=True, timeout=30)
+        self.assertEqual((done.stdout, done.returncode), (b"", 1))
+        self.assertIn(b"Panic: Unicode_AllocWithLength: Couldn't convert invalid buffer [", done.stderr)
+        self.assertEqual(self.called(), [])
+        self.assertEqual(PREFS.read_bytes(), before)
+
+
+if __name__ == "__main__":
+    unittest.main()
