@@ -86,6 +86,15 @@ TEST_F(HostinfoUser, IsNoneWithoutEither)
     EXPECT_EQ(Hostinfo_GetUser(), nullptr);
 }
 
+TEST_F(HostinfoUser, IsInTheHostsBytesAlsoWhereTheyAreNoText)
+{
+    sUser = "caf\xE9";
+    EXPECT_EQ(Take(Hostinfo_GetUser()), "caf\xE9");
+    sUser = "(none)";
+    setenv("USER", "\xFF", 1);
+    EXPECT_EQ(Take(Hostinfo_GetUser()), "\xFF");
+}
+
 struct KillCase {
     int error;
     HostinfoProcessQuery answer;

@@ -19,6 +19,7 @@ constexpr int FROM_CALL = 88, FROM_CONVERSION = 99; // errno as these leave it
 // given.  The first calls come before main().
 static constinit std::vector<std::string> sConverted, sGiven;
 static int sCalls, sErrorBefore, sOpenMode;
+static const char *sResolved; // where realpath() was to put its path
 
 static void Note(std::vector<std::string> &texts, const char *text)
 {
@@ -72,8 +73,9 @@ PELAGO_COUNT(truncate, -1)
 PELAGO_COUNT(utime, -1)
 PELAGO_COUNT(utimes, -1)
 PELAGO_COUNT(pathconf, -1)
-PELAGO_COUNT(realpath, 0)
-PELAGO_COUNT(__realpath_chk, 0) // the same where buffers are checked
+PELAGO_COUNT_OF(realpath, 0, (const char *text, char *resolved), (sResolved = resolved, text))
+// The same where buffers are checked.
+PELAGO_COUNT_OF(__realpath_chk, 0, (const char *text, char *resolved), (sResolved = resolved, text))
 PELAGO_COUNT(readlink, -1)
 PELAGO_COUNT(mkstemp, -1)
 PELAGO_COUNT_OF(execv, -1, (const char *path, char *const *argv), path, argv)
@@ -200,19 +202,34 @@ TEST_P(EachWrapper, MakesNoneWhenAnyTextCannotBeSpelt)
 }
 INSTANTIATE_TEST_SUITE_P(Posix, EachWrapper, testing::ValuesIn(Wrappers()), WRAPPER_NAME);
 
+constexpr int ALL_FLAGS = INT_MAX;
+
 TEST(PosixOpen, TakesTheModeOnlyOfAFileThatItMayCreate)
 {
     EXPECT_EQ(Posix_Open("plain", O_RDONLY, 0600), -1);
     EXPECT_EQ(sOpenMode, 0);
     EXPECT_EQ(Posix_Open("plain", O_RDONLY | O_CREAT, 0600), -1);
     EXPECT_EQ(sOpenMode, 0600);
-    for (const int flags :
-         {O_TRUNC, O_DIRECTORY, O_EXCL, O_TMPFILE & ~O_DIRECTORY, ~O_CREAT & ~O_TMPFILE}) {
+    for (const int flags : {O_TRUNC, O_DIRECTORY, O_EXCL, ALL_FLAGS & ~O_CREAT & ~O_DIRECTORY}) {
         EXPECT_EQ(Posix_Open("plain", flags, 0600), -1);
         EXPECT_EQ(sOpenMode, 0) << flags;
     }
+#ifdef O_TMPFILE
+    EXPECT_EQ(Posix_Open("plain", O_TMPFILE & ~O_DIRECTORY, 0600), -1);
+    EXPECT_EQ(sOpenMode, 0) << "half of its bits";
     EXPECT_EQ(Posix_Open("plain", O_WRONLY | O_TMPFILE, 0604), -1);
     EXPECT_EQ(sOpenMode, 0604) << "a file without a name has a mode, too";
+#endif
+}
+
+// Without a place the C library makes a block of its own, which somebody would have to free.
+TEST(PosixRealPath, HasAPlaceForThePath)
+{
+    for (const auto call : {Posix_RealPath, Posix_TryRealPath}) {
+        sResolved = nullptr;
+        EXPECT_EQ(call("plain"), nullptr);
+        EXPECT_NE(sResolved, nullptr);
+    }
 }
 
 TEST(PosixExecl, LooksAtTheLastOfManyArguments)

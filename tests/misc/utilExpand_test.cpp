@@ -302,8 +302,9 @@ TEST_F(UtilExpand, PutsInBytesThatAreNoTextAsTheyAre)
 {
     Set("BYTES", "caf\xE9");
     sUsers.home = "/home/\xFF";
+    EXPECT_EQ(Expand("~/$BYTES"), "/home/\xFF/caf\xE9");
     sUsers.name = "\xFE";
-    EXPECT_EQ(Expand("~/$BYTES/$USER"), "/home/\xFF/caf\xE9/\xFE");
+    EXPECT_EQ(Expand("$USER"), "\xFE");
     sUsers.hasRecord = false;
     Set("HOME", "/h\xE9");
     EXPECT_EQ(Expand("~/x"), "/h\xE9/x");
