@@ -20,6 +20,8 @@
 #include <utility>
 #include <versionLists.h>
 
+using namespace pelago;
+
 namespace {
 
 // The checks that end the process.
@@ -79,7 +81,7 @@ char sDetailedData[DETAILED_DATA_SIZE];
 
 // ---- The kernel's version
 
-bool HostinfoParseRelease(const char *release, HostinfoOSVersion *version)
+bool pelago::HostinfoParseRelease(const char *release, HostinfoOSVersion *version)
 {
     char rest[RELEASE_LENGTH] = "";
     if (sscanf(release, "%d.%d.%d%255s", &version->major, &version->minor, &version->micro, rest) <
@@ -122,7 +124,7 @@ const HostinfoOSVersion &HostinfoVersion()
 
 } // namespace
 
-void HostinfoOSVersionInit()
+void pelago::HostinfoOSVersionInit()
 {
     if (sVersion.load(std::memory_order_acquire) != nullptr) { return; }
     HostinfoOSVersion *version = HostinfoNewVersion(__func__);
@@ -217,7 +219,7 @@ int HostinfoFormatFullName(char (&name)[FULL_NAME_SIZE], const utsname &kernel,
 bool HostinfoMacOS(const utsname &kernel, int bitness,
                    const std::optional<HostinfoProduct> &product)
 {
-    if (!product && Host_HasVersionLists()) {
+    if (!product && platform::Host_HasVersionLists()) {
         Log("%s: Failed to read system version plist.\n", __func__);
     }
     char fullName[FULL_NAME_SIZE], shortName[SHORT_NAME_SIZE];
@@ -294,7 +296,7 @@ bool HostinfoHasNames()
 
 } // namespace
 
-void HostinfoKeepNames(const char *fullName, const char *shortName)
+void pelago::HostinfoKeepNames(const char *fullName, const char *shortName)
 {
     while (sNamesLock.exchange(1, std::memory_order_acquire) != 0) {}
     if (!sNamesAreKept.load(std::memory_order_relaxed)) {
@@ -305,7 +307,7 @@ void HostinfoKeepNames(const char *fullName, const char *shortName)
     sNamesLock.store(0, std::memory_order_release);
 }
 
-bool HostinfoOSData()
+bool pelago::HostinfoOSData()
 {
     utsname kernel;
     if (uname(&kernel) < 0) {

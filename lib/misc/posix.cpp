@@ -12,6 +12,8 @@
 #include <unistd.h>
 #include <utime.h>
 
+using namespace pelago;
+
 namespace {
 
 // Whether the flags make a file, which needs a mode.  One without a name is made by several bits

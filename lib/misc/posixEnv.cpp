@@ -20,6 +20,8 @@
 #include <optional>
 #include <utility>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char POSIX_MODULE[] = "lib/misc/posixInt";

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <type_traits>
 
+namespace pelago {
+
 // One text argument in the host's encoding, for the length of one call; NULL stays NULL.  Neither
 // making nor freeing it leaves a trace in errno.
 class HostText {
@@ -100,5 +102,7 @@ inline Unicode PosixTryFromHost(const char *bytes)
 
 // What becomes of the bytes that a call gives back: either of the two above.
 using PosixConversion = Unicode (*)(const char *bytes);
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_POSIXINT_H

@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <utility>
 
+using namespace pelago;
+
 namespace {
 
 // nullptr when the string cannot be had.

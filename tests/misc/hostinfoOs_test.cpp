@@ -19,6 +19,8 @@
 #include <vector>
 #include <versionLists.h>
 
+using namespace pelago;
+
 namespace {
 
 // What the system says, as far as it is not asked itself.
@@ -103,7 +105,7 @@ void __wrap_CFRelease(const void *) { sListsOpen--; }
 }
 
 // The platform's own, in whose place this is, is in the platform's library.
-bool Host_HasVersionLists() { return sHostHasLists; }
+bool pelago::platform::Host_HasVersionLists() { return sHostHasLists; }
 
 namespace {
 
