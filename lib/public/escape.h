@@ -29,8 +29,8 @@ void Escape_FillSet(int *byteSet, const char *bytes);
 /*
  * A copy in which each byte b with byteSet[b] not 0 has become escString and the two upper-case
  * hexadecimal digits of b.  byteSet has 256 entries, as Escape_FillSet() makes them.  For the
- * result to be undone, the set must hold the escape's own bytes. Escape_DoString("\\x", set, "a\n",
- * 2, &n)  gives "a\x0A" and n == 5, for a set of the newline
+ * result to be undone, the set must hold the escape's own bytes.
+ *    Escape_DoString("\\x", set, "a\n", 2, &n)  gives "a\x0A" and n == 5, for a set of the newline
  */
 char *Escape_DoString(const char *escString, const int *byteSet, const void *buf, size_t size,
                       size_t *sizeOut);

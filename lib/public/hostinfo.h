@@ -247,9 +247,11 @@ enum {
  * the lowest number above 2 that was free in this process, and not close-on-exec, or it would not
  * have come through the exec.  SO WHATEVER THE DAEMON STARTS INHERITS THE LOCK, and keeps it when
  * the daemon has died; but not what it starts with Hostinfo_Execute() or Hostinfo_Daemonize().  A
- * daemon that starts programs otherwise first finds the descriptor and marks it: struct stat
- * pidFile, other; for (int fd = 3; stat(pidPath, &pidFile) == 0 && fd < getdtablesize(); fd++) { if
- * (fstat(fd, &other) == 0 && other.st_dev == pidFile.st_dev && other.st_ino == pidFile.st_ino) {
+ * daemon that starts programs otherwise first finds the descriptor and marks it:
+ *    struct stat pidFile, other;
+ *    for (int fd = 3; stat(pidPath, &pidFile) == 0 && fd < getdtablesize(); fd++) {
+ *        if (fstat(fd, &other) == 0 && other.st_dev == pidFile.st_dev &&
+ *            other.st_ino == pidFile.st_ino) {
  *            fcntl(fd, F_SETFD, FD_CLOEXEC);
  *        }
  *    }

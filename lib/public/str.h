@@ -22,10 +22,11 @@ extern "C" {
  * Returns the length of the output, or -1 when that does not fit: the buffer then holds as many
  * whole UTF-8 characters as do.  Also -1 when the format cannot be honoured or memory runs out:
  * then it holds anything.  It is always terminated.  Without a buffer, which may be NULL here, the
- * result is -1, too. Str_Snprintf(buffer, 4, "%s", "abcdef")  gives "abc" and -1
+ * result is -1, too.
+ *    Str_Snprintf(buffer, 4, "%s", "abcdef")  gives "abc" and -1
  *
  * A SIZE OF 0 SETS NO LIMIT: the whole output is written, past the end of the buffer, without a
- * NUL. This is not the C library's snprintf().  Where the room left may be 0, look before calling;
+ * NUL.  This is not the C library's snprintf().  Where the room left may be 0, look before calling;
  * to learn an output's length, take *lengthOut of Str_Asprintf().
  *
  * -1 alone does not tell an output that does not fit from a format that cannot be honoured.
