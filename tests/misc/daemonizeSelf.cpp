@@ -1,6 +1,6 @@
 // daemonizeSelf.cpp -- a program that makes a daemon of itself, in the way that hostinfo.h shows.
 // The daemon starts a child, in the way that the argument names, and ends; the child stays half a
-// minute, and writes its number to the file that CHILD_FILE in the environment names.
+// minute, and writes its number, a line, to the file that CHILD_FILE in the environment names.
 #include "hostinfo.h"
 
 #include <cstdlib>
@@ -27,9 +27,7 @@ void MarkPidFile(const char *pidPath)
 int Serve(const std::string &way)
 {
     if (way == "marked") { MarkPidFile(getenv("PID_FILE")); }
-    // The file appears under its name when it is whole.
-    char script[] = "echo $$ >\"$CHILD_FILE.new\"; mv \"$CHILD_FILE.new\" \"$CHILD_FILE\"; "
-                    "exec sleep 30";
+    char script[] = "echo $$ >\"$CHILD_FILE\"; exec sleep 30";
     char shell[] = "/bin/sh", option[] = "-c";
     char *const args[] = {shell, option, script, nullptr};
     if (way == "byExecute") { return Hostinfo_Execute(shell, args, false, nullptr, 0); }

@@ -11,12 +11,13 @@ struct ChildCase {
     const char *way;
     bool hasLock;
 };
+void PrintTo(const ChildCase &row, std::ostream *out) { *out << row.way; }
 class DaemonizeSelf : public StartedPrograms, public testing::WithParamInterface<ChildCase> {
 protected:
     std::string ChildPath() const { return mFolder.Path() + "/child"; }
     pid_t Child() const
     {
-        for (int i = 0; i < 3000 && !std::filesystem::exists(ChildPath()); i++) {
+        for (int i = 0; i < 3000 && !Content(ChildPath()).ends_with('\n'); i++) {
             usleep(10000);
         }
         return std::stoi(Content(ChildPath()));

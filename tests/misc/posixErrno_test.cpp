@@ -83,6 +83,7 @@ int __wrap_mkstemp(char *name)
     if (!tSpoils) { return __real_mkstemp(name); }
     const int error = errno;
     const int file = __real_mkstemp(name);
+    if (file < 0) { return file; }
     close(file);
     unlink(name);
     errno = error;
