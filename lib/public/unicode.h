@@ -102,6 +102,16 @@ bool Unicode_IsEncodingValid(StringEncoding encoding);
 Unicode Unicode_AllocWithLength(const void *buffer, ssize_t length, StringEncoding encoding);
 
 /*
+ * A new string of the buffer's text, as it is: what is not text in the encoding is neither repaired
+ * nor the end of the process, so this is for bytes from outside, such as file names.  NULL for
+ * NULL; NULL with errno EILSEQ when the bytes are not text in the encoding, EINVAL when the
+ * encoding cannot be converted, ENOMEM without memory.  A success leaves errno alone.  All of this
+ * is the same with ICU and without it, but for the encodings that only ICU converts.
+ *    Unicode_AllocIfValid("caf\xE9", -1, STRING_ENCODING_UTF_8)  gives NULL
+ */
+Unicode Unicode_AllocIfValid(const void *buffer, ssize_t length, StringEncoding encoding);
+
+/*
  * A new list of new strings, each made as by Unicode_AllocWithLength() of a terminated buffer.
  * count is how many entries the list has, or negative when NULL ends it; that NULL is in the new
  * list, too.  A NULL among the entries stays NULL.

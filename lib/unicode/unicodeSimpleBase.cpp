@@ -9,6 +9,7 @@
 #include "util.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -150,6 +151,22 @@ char *UnicodeCopy(const char *bytes, size_t length)
     return copy;
 }
 
+// A new string of text that is as it should be, or nullptr with the reason as a number of errno.
+Unicode UnicodeConvertValid(const char *bytes, size_t size, StringEncoding encoding, int *error)
+{
+    *error = EILSEQ;
+    if (encoding == STRING_ENCODING_UTF_8 || encoding == STRING_ENCODING_ASCII) {
+        if (!Unicode_IsBufferValid(bytes, static_cast<ssize_t>(size), encoding)) { return nullptr; }
+        *error = ENOMEM;
+        return UnicodeCopy(bytes, size);
+    }
+    char *string = nullptr;
+    return CodeSet_GenericToGeneric(Unicode_EncodingEnumToName(encoding), bytes, size, UTF8,
+                                    CODESET_INVALID_FAIL, &string, nullptr)
+               ? string
+               : nullptr;
+}
+
 } // namespace
 
 // ---- Strings from bytes
@@ -201,6 +218,21 @@ Unicode Unicode_AllocWithLength(const void *buffer, ssize_t length, StringEncodi
               escaped != nullptr ? escaped : "(couldn't escape bytes)",
               Unicode_EncodingEnumToName(encoding));
     }
+    return string;
+}
+
+Unicode Unicode_AllocIfValid(const void *buffer, ssize_t length, StringEncoding encoding)
+{
+    if (buffer == nullptr) { return nullptr; }
+    encoding = Unicode_ResolveEncoding(encoding);
+    const size_t size = UnicodeLength(buffer, length, encoding);
+    int error = 0;
+    Unicode string = nullptr;
+    {
+        const ErrnoSaver keep;
+        string = UnicodeConvertValid(static_cast<const char *>(buffer), size, encoding, &error);
+    }
+    if (string == nullptr) { errno = error; }
     return string;
 }
 

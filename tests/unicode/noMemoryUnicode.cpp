@@ -110,6 +110,21 @@ RUNS_OUT_WHEN(Unicode_AllocWithLength, WithoutIcu, Unconverted("a\\x00b\\x00", "
     return WithNames(AllocatesAb);
 }
 
+bool AllocatesValid(const char *bytes, StringEncoding encoding)
+{
+    errno = 0;
+    const bool succeeded =
+        Gives("ab", Scarcely([&] { return Unicode_AllocIfValid(bytes, -1, encoding); }));
+    EXPECT_EQ(errno, succeeded ? 0 : ENOMEM);
+    return succeeded;
+}
+
+RUNS_OUT(Unicode_AllocIfValid, FAILS) { return AllocatesValid("ab", STRING_ENCODING_UTF_8); }
+RUNS_OUT_WHEN(Unicode_AllocIfValid, InAscii, FAILS)
+{
+    return AllocatesValid("ab", STRING_ENCODING_ASCII);
+}
+
 bool EndsWithNull(char **list)
 {
     const bool isSo = list[1] == nullptr;

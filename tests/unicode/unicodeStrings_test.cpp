@@ -9,6 +9,7 @@
 #include "utf16Bytes.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -170,6 +171,44 @@ TEST_P(BothWays, NoBufferGivesNoString)
         EXPECT_EQ(Unicode_AllocWithLength(nullptr, 0, encoding), nullptr);
         EXPECT_EQ(Unicode_AllocWithLength(nullptr, 5, encoding), nullptr);
     }
+}
+
+// ---- Strings from bytes that may be no text
+
+// The string, or what errno says of there being none.
+std::string AllocIfValid(const std::string &bytes, StringEncoding encoding)
+{
+    constexpr int UNTOUCHED = 4711;
+    const Block block(bytes);
+    errno = UNTOUCHED;
+    char *string = Unicode_AllocIfValid(block.get(), static_cast<ssize_t>(bytes.size()), encoding);
+    const int error = errno;
+    if (string == nullptr) { return error == EILSEQ ? "EILSEQ" : error == EINVAL ? "EINVAL" : "?"; }
+    EXPECT_EQ(error, UNTOUCHED);
+    return Take(string);
+}
+
+TEST_P(BothWays, TextFromOutsideComesAsItIs)
+{
+    EXPECT_EQ(AllocIfValid(MIXED, STRING_ENCODING_UTF_8), MIXED);
+    EXPECT_EQ(AllocIfValid(MIXED, STRING_ENCODING_DEFAULT), MIXED);
+    EXPECT_EQ(AllocIfValid("plain", STRING_ENCODING_ASCII), "plain");
+    EXPECT_EQ(AllocIfValid(Le(MIXED_16), STRING_ENCODING_UTF_16LE), MIXED);
+    EXPECT_EQ(AllocIfValid("", STRING_ENCODING_UTF_8), "");
+    EXPECT_EQ(AllocIfValid("", STRING_ENCODING_UTF_16LE), "");
+    EXPECT_EQ(Take(Unicode_AllocIfValid("ab", -1, STRING_ENCODING_UTF_8)), "ab");
+    EXPECT_EQ(Take(Unicode_AllocIfValid(u"ab", -1, STRING_ENCODING_UTF_16LE)), "ab");
+    EXPECT_EQ(Unicode_AllocIfValid(nullptr, -1, STRING_ENCODING_UTF_8), nullptr);
+}
+
+TEST_P(BothWays, WhatIsNoTextFromOutsideIsRefused)
+{
+    EXPECT_EQ(AllocIfValid("caf\xe9", STRING_ENCODING_UTF_8), "EILSEQ");
+    EXPECT_EQ(AllocIfValid("caf\xe9", STRING_ENCODING_DEFAULT), "EILSEQ");
+    EXPECT_EQ(AllocIfValid("caf\xe9", STRING_ENCODING_ASCII), "EILSEQ");
+    EXPECT_EQ(AllocIfValid(Le(u"a\xd800"), STRING_ENCODING_UTF_16LE), "EILSEQ");
+    EXPECT_EQ(AllocIfValid("odd", STRING_ENCODING_UTF_16BE), "EILSEQ");
+    EXPECT_EQ(Unicode_AllocIfValid("\xff", -1, STRING_ENCODING_UTF_8), nullptr);
 }
 
 // Read on either way.
