@@ -1,6 +1,5 @@
 #include "codeset.h"
 
-#include "../../lib/misc/codesetInt.h"
 #include "scopedForTests.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +16,7 @@ TEST(CodeSetInit, UsesIcuWhenItsDataFileIsThere)
     const TemporaryFolder folder;
     MakeDataFile(folder.Path());
     EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
-    EXPECT_TRUE(CodeSetUsesIcu());
+    EXPECT_TRUE(CodeSet_IsIcuInUse());
     EXPECT_EQ(u_getDataDirectory(), folder.Path() + "/icudt44l.dat") << "the file, not its folder";
 }
 
@@ -26,7 +25,7 @@ TEST(CodeSetInit, TakesAFolderWithASlashAtItsEnd)
     const TemporaryFolder folder;
     MakeDataFile(folder.Path());
     EXPECT_TRUE(CodeSet_Init((folder.Path() + "/").c_str()));
-    EXPECT_TRUE(CodeSetUsesIcu());
+    EXPECT_TRUE(CodeSet_IsIcuInUse());
     EXPECT_EQ(u_getDataDirectory(), folder.Path() + "//icudt44l.dat") << "nothing is tidied";
 }
 
@@ -36,7 +35,7 @@ TEST(CodeSetInit, GoesWithoutIcuWhenThereIsNoDataFile)
     MakeDataFile(with.Path());
     EXPECT_TRUE(CodeSet_Init(with.Path().c_str()));
     EXPECT_TRUE(CodeSet_Init(without.Path().c_str()));
-    EXPECT_FALSE(CodeSetUsesIcu()) << "a fresh look replaces what an earlier one found";
+    EXPECT_FALSE(CodeSet_IsIcuInUse()) << "a fresh look replaces what an earlier one found";
 }
 
 TEST(CodeSetInit, TakesAFolderOfThatNameForMissing)
@@ -44,7 +43,7 @@ TEST(CodeSetInit, TakesAFolderOfThatNameForMissing)
     const TemporaryFolder folder;
     ASSERT_EQ(mkdir((folder.Path() + "/icudt44l.dat").c_str(), 0700), 0);
     EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
-    EXPECT_FALSE(CodeSetUsesIcu());
+    EXPECT_FALSE(CodeSet_IsIcuInUse());
 }
 
 TEST(CodeSetInit, AsksTheLocationServiceAndGoesWithoutIcuWhenItHasNoAnswer)
@@ -54,14 +53,14 @@ TEST(CodeSetInit, AsksTheLocationServiceAndGoesWithoutIcuWhenItHasNoAnswer)
     testing::internal::CaptureStderr();
     EXPECT_TRUE(CodeSet_Init(nullptr));
     testing::internal::GetCapturedStderr();
-    EXPECT_FALSE(CodeSetUsesIcu());
+    EXPECT_FALSE(CodeSet_IsIcuInUse());
 
     const TemporaryFolder root;
     std::filesystem::create_directories(root.Path() + "/Contents/Library/icu");
     MakeDataFile(root.Path() + "/Contents/Library/icu");
     ASSERT_EQ(setenv("TARVEX_LOCATION_ROOT_FULLPATH", root.Path().c_str(), 1), 0);
     EXPECT_TRUE(CodeSet_Init(nullptr));
-    EXPECT_TRUE(CodeSetUsesIcu());
+    EXPECT_TRUE(CodeSet_IsIcuInUse());
     ASSERT_EQ(unsetenv("TARVEX_LOCATION_ROOT_FULLPATH"), 0);
 }
 
@@ -70,9 +69,9 @@ TEST(CodeSetDontUseIcu, SwitchesItOff)
     const TemporaryFolder folder;
     MakeDataFile(folder.Path());
     CodeSet_Init(folder.Path().c_str());
-    ASSERT_TRUE(CodeSetUsesIcu());
+    ASSERT_TRUE(CodeSet_IsIcuInUse());
     CodeSet_DontUseIcu();
-    EXPECT_FALSE(CodeSetUsesIcu());
+    EXPECT_FALSE(CodeSet_IsIcuInUse());
 }
 
 } // namespace

@@ -1,6 +1,6 @@
+#include "codeset.h"
 #include "unicode.h"
 
-#include "../../lib/misc/codesetInt.h"
 #include "panic.h"
 #include "scopedForTests.h"
 #include "together.h"
@@ -56,7 +56,7 @@ TEST_F(UnicodeInit, UsesTheGivenFolder)
 {
     EXPECT_TRUE(InChild([&] {
         Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
-        return CodeSetUsesIcu();
+        return CodeSet_IsIcuInUse();
     }));
 }
 
@@ -64,7 +64,7 @@ TEST_F(UnicodeInit, SucceedsWithoutADataFile)
 {
     EXPECT_TRUE(InChild([&] {
         Unicode_InitEx(0, nullptr, nullptr, mWithout.Path().c_str());
-        return !CodeSetUsesIcu();
+        return !CodeSet_IsIcuInUse();
     }));
 }
 
@@ -73,12 +73,12 @@ TEST_F(UnicodeInit, KeepsWhatTheFirstCallFound)
     EXPECT_TRUE(InChild([&] {
         Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
         Unicode_InitEx(0, nullptr, nullptr, mWithout.Path().c_str());
-        return CodeSetUsesIcu();
+        return CodeSet_IsIcuInUse();
     }));
     EXPECT_TRUE(InChild([&] {
         Unicode_InitEx(0, nullptr, nullptr, mWithout.Path().c_str());
         Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
-        return !CodeSetUsesIcu();
+        return !CodeSet_IsIcuInUse();
     }));
 }
 
@@ -89,7 +89,7 @@ TEST_F(UnicodeInit, AsksTheLocationServiceForTheFolder)
     EXPECT_TRUE(InChild([&] {
         setenv("TARVEX_LOCATION_ROOT_FULLPATH", mWithout.Path().c_str(), 1);
         Unicode_Init();
-        return CodeSetUsesIcu();
+        return CodeSet_IsIcuInUse();
     }));
 }
 
@@ -99,7 +99,7 @@ TEST_F(UnicodeInit, LetsThreadsRaceAndLooksOnce)
     std::atomic<int> satisfied{0};
     Together(8, [&](int) {
         Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
-        satisfied += CodeSetUsesIcu();
+        satisfied += CodeSet_IsIcuInUse();
     });
     EXPECT_EQ(satisfied, 8) << "whoever returns finds the work done";
     EXPECT_EQ(sCodeSetInits, 1);
