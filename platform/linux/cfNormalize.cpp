@@ -50,6 +50,7 @@ public:
 private:
     static void StopOn(UErrorCode error)
     {
+        if (error == U_MEMORY_ALLOCATION_ERROR) { throw std::bad_alloc(); }
         if (U_FAILURE(error)) { CFStop("CFStringNormalize", u_errorName(error)); }
     }
 
@@ -140,6 +141,6 @@ extern "C" void CFStringNormalize(CFMutableStringRef string, CFStringNormalizati
         if (isComposed) { Compose(&text, characters); }
         Assign(string, text);
     } catch (const std::bad_alloc &) {
-        CFStop(__func__, "out of memory");
+        string->mIsLost = true; // there is no result to say so by: who asks for its text gets none
     }
 }
