@@ -8,6 +8,8 @@
 
 #include <unicode/putil.h>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char ICU_DATA_FILE[] = "icudt44l.dat"; // ICU 4.4's common data, little-endian

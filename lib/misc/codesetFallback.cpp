@@ -13,6 +13,8 @@
 #include <cstring>
 #include <unistd.h>
 
+namespace pelago {
+
 namespace {
 
 constexpr char UTF8_REPLACEMENT[] = "\xef\xbf\xbd";
@@ -176,3 +178,5 @@ CodeSetFailure CodeSetFallbackFailure(StringEncoding encodingIn, const char *buf
     if (offset == sizeIn) { return {CODESET_REASON_NO_MEMORY, 0}; }
     return {offset < valid ? CODESET_REASON_LACKING : CODESET_REASON_INVALID, offset};
 }
+
+} // namespace pelago

@@ -8,6 +8,8 @@
 
 #include <cstddef>
 
+namespace pelago {
+
 constexpr char CODESET_MODULE[] = "lib/misc/codeset";
 
 // ---- Through ICU
@@ -36,5 +38,7 @@ CodeSetFailure CodeSetFallbackFailure(StringEncoding encodingIn, const char *buf
 bool CodeSetFallbackIsValid(const char *buf, size_t size, StringEncoding encoding);
 // UTF-16BE to UTF-8; false for what is not well-formed, and when memory runs out.
 bool CodeSetUtf16beToUtf8Db(const char *buf, size_t size, DynBuf *db);
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_CODESETINT_H

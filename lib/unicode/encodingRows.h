@@ -10,13 +10,15 @@
 
 #include <cstdint>
 
+namespace pelago {
+
 constexpr int ENCODING_MOST_NAMES = 20; // of one row
 
 struct EncodingRow {
     int32_t mibEnum;  // IANA's number for the set; -1: none
     int32_t codePage; // Windows' number; -1: none
     StringEncoding encoding;
-    bool isSupported;                           // whether the library converts it
+    bool isSupported;                           // whether names lead to it
     int32_t preferredIndex;                     // of the name that ICU is given
     const char *names[ENCODING_MOST_NAMES + 1]; // ended by nullptr
 };
@@ -617,5 +619,7 @@ inline constexpr EncodingRow ENCODING_ROWS[] = {
      {"Windows-57011", "ISCII,version=2", "x-iscii-pa", "iscii-gur"}},
 };
 // clang-format on
+
+} // namespace pelago
 
 #endif // PELAGO_UNICODE_ENCODINGROWS_H

@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char MODULE_PATH[] = "lib/unicode/unicodeSimpleBase";
@@ -191,8 +193,8 @@ Unicode UnicodeConvertValid(const char *bytes, size_t size, StringEncoding encod
 
 // ---- Strings from bytes
 
-Unicode UnicodeAllocInternal(const void *buffer, size_t length, StringEncoding encoding,
-                             bool strict)
+Unicode pelago::UnicodeAllocInternal(const void *buffer, size_t length, StringEncoding encoding,
+                                     bool strict)
 {
     encoding = Unicode_ResolveEncoding(encoding);
     const char *bytes = static_cast<const char *>(buffer);

@@ -20,6 +20,8 @@
 
 #include <unicode/putil.h>
 
+using namespace pelago;
+
 namespace {
 
 // ---- Safe allocation
