@@ -136,7 +136,8 @@ bool CodeSet_Convert(const char *codeIn, const char *bufIn, size_t sizeIn, const
  */
 bool CodeSet_CanConvert(const char *codeIn, const char *codeOut);
 
-/* Between the forms that their names tell; invalid input fails. */
+/* Between the forms that their names tell; input that is not text in its form fails, with ICU and
+ * without. */
 bool CodeSet_Utf16leToUtf8Db(const char *bufIn, size_t sizeIn, DynBuf *db);
 /* UTF-16LE to UTF-8. */
 bool CodeSet_Utf16leToUtf8(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut);
@@ -155,8 +156,8 @@ bool CodeSet_Utf8ToCurrent(const char *bufIn, size_t sizeIn, char **bufOut, size
 /* The same the other way. */
 bool CodeSet_CurrentToUtf8(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut);
 
-/* UTF-8 with its characters composed (Unicode's form C).  The string is NUL-terminated, and sizeIn
- * is not used. */
+/* UTF-8 with its characters composed (Unicode's form C), by the host's own strings, whether ICU is
+ * used or not.  The string is NUL-terminated, and sizeIn is not used.  What is not UTF-8 fails. */
 bool CodeSet_Utf8FormDToUtf8FormC(const char *string, size_t sizeIn, char **bufOut,
                                   size_t *sizeOut);
 /* The same, decomposed (Unicode's form D). */

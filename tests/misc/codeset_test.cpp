@@ -7,8 +7,6 @@
 #include <fstream>
 #include <unicode/putil.h>
 
-using namespace pelago;
-
 namespace {
 
 void MakeDataFile(const std::string &folder) { std::ofstream(folder + "/icudt44l.dat") << "data"; }
@@ -45,6 +43,45 @@ TEST(CodeSetInit, TakesAFolderOfThatNameForMissing)
     const TemporaryFolder folder;
     ASSERT_EQ(mkdir((folder.Path() + "/icudt44l.dat").c_str(), 0700), 0);
     EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
+    EXPECT_FALSE(CodeSet_IsIcuInUse());
+}
+
+// ICU opens the file by its path, whatever it is behind that; only a folder it cannot be.
+TEST(CodeSetInit, TakesAnyOtherKindOfFile)
+{
+    for (const char *target : {"/dev/null", "real.dat"}) {
+        const TemporaryFolder folder;
+        std::ofstream(folder.Path() + "/real.dat") << "data";
+        ASSERT_EQ(symlink(target, (folder.Path() + "/icudt44l.dat").c_str()), 0);
+        EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
+        EXPECT_TRUE(CodeSet_IsIcuInUse()) << target;
+    }
+    const TemporaryFolder folder;
+    ASSERT_EQ(mkfifo((folder.Path() + "/icudt44l.dat").c_str(), 0600), 0);
+    EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
+    EXPECT_TRUE(CodeSet_IsIcuInUse());
+}
+
+TEST(CodeSetInit, TakesALinkForWhatItLeadsTo)
+{
+    for (const char *target : {".", "nothing"}) {
+        const TemporaryFolder folder;
+        ASSERT_EQ(symlink(target, (folder.Path() + "/icudt44l.dat").c_str()), 0);
+        EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
+        EXPECT_FALSE(CodeSet_IsIcuInUse()) << target;
+    }
+}
+
+TEST(CodeSetInit, GoesWithoutIcuAlsoAfterItWasUsedWhenTheLocationServiceHasNoAnswer)
+{
+    const TemporaryFolder folder;
+    MakeDataFile(folder.Path());
+    CodeSet_Init(folder.Path().c_str());
+    ASSERT_TRUE(CodeSet_IsIcuInUse());
+    ASSERT_EQ(unsetenv("TARVEX_LOCATION_ROOT_FULLPATH"), 0);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(CodeSet_Init(nullptr));
+    testing::internal::GetCapturedStderr();
     EXPECT_FALSE(CodeSet_IsIcuInUse());
 }
 

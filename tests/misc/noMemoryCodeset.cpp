@@ -206,6 +206,16 @@ RUNS_OUT_WHEN(CodeSet_GenericToGenericDb, WithoutIcuInOneEncoding, FAILS)
     });
 }
 
+// What was appended before the block that is refused goes, too.
+RUNS_OUT_WHEN(CodeSet_GenericToGenericDb, WithoutIcuFromAscii, FAILS)
+{
+    static const std::string TEXT = "a\xff" + LONG;
+    return Appends(Way::Fallback, "a\xef\xbf\xbd" + LONG, [](DynBuf *db) {
+        return CodeSet_GenericToGenericDb("ASCII", TEXT.data(), TEXT.size(), "UTF-8",
+                                          CODESET_INVALID_SUBSTITUTE, db);
+    });
+}
+
 // ---- Validity
 
 RUNS_OUT(CodeSet_Validate, FAILS)

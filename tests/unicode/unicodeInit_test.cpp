@@ -13,8 +13,6 @@
 #include <sys/wait.h>
 #include <thread>
 
-using namespace pelago;
-
 static std::atomic<int> sCodeSetInits, sPauses, sWrongPauses;
 static bool sCodeSetIsSlow, sCodeSetFails;
 
@@ -95,6 +93,28 @@ TEST_F(UnicodeInit, AsksTheLocationServiceForTheFolder)
     }));
 }
 
+TEST_F(UnicodeInit, TakesAnEmptyFolderForWhatItIs)
+{
+    std::filesystem::create_directories(mWithout.Path() + "/Contents/Library/icu");
+    std::ofstream(mWithout.Path() + "/Contents/Library/icu/icudt44l.dat") << "data";
+    EXPECT_TRUE(InChild([&] {
+        setenv("TARVEX_LOCATION_ROOT_FULLPATH", mWithout.Path().c_str(), 1);
+        Unicode_InitEx(0, nullptr, nullptr, ""); // the root folder, which has no such file
+        return !CodeSet_IsIcuInUse();
+    }));
+}
+
+TEST_F(UnicodeInit, SaysNothingOfAWrongFolder)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(InChild([&] {
+        Unicode_InitEx(0, nullptr, nullptr, "/no/such/folder");
+        Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
+        return !CodeSet_IsIcuInUse();
+    }));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST_F(UnicodeInit, LetsThreadsRaceAndLooksOnce)
 {
     sCodeSetIsSlow = true; // so that the others come while one is at it
@@ -120,6 +140,26 @@ TEST_F(UnicodeInitDeathTest, EndsTheProcessWhenTheCodeSetLayerFails)
             Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
         },
         "Failed to initialize codeset.\n");
+}
+
+// Code of the program's that runs while its process ends.
+void InitializeAtTheEnd()
+{
+    alarm(10); // were the lock still held, this would wait for ever
+    sCodeSetFails = false;
+    Unicode_InitEx(0, nullptr, nullptr, nullptr);
+    _exit(42);
+}
+
+TEST_F(UnicodeInitDeathTest, HoldsNoLockWhileItEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            sCodeSetFails = true;
+            atexit(InitializeAtTheEnd);
+            Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
+        },
+        testing::ExitedWithCode(42), "Failed to initialize codeset.\n");
 }
 
 } // namespace

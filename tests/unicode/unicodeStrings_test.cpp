@@ -1182,6 +1182,23 @@ TEST(UnicodeAllocFromEscapedAsciiDeathTest, OtherBytesThanAsciiEndTheProcess)
     EXPECT_PANIC(Unicode_AllocFromEscapedAscii("abc\\\xff", true), ESCAPED);
 }
 
+TEST(UnicodeAllocFromEscapedAsciiDeathTest, OnlyTheDigitsAreDigits)
+{
+    const std::string digits = "0123456789abcdefABCDEF";
+    for (int byte = 1; byte < 256; byte++) {
+        const std::string input = "\\u004"s + static_cast<char>(byte);
+        if (digits.find(static_cast<char>(byte)) != std::string::npos) {
+            const auto value = static_cast<char>(std::stoi(input.substr(2), nullptr, 16));
+            EXPECT_EQ(Take(Unicode_AllocFromEscapedAscii(input.c_str(), true)),
+                      std::string(1, value));
+        } else {
+            EXPECT_PANIC(Unicode_AllocFromEscapedAscii(input.c_str(), true),
+                         "NOT_IMPLEMENTED lib/unicode/unicodeSimpleBase:869\n")
+                << byte;
+        }
+    }
+}
+
 TEST(UnicodeAllocFromEscapedAsciiDeathTest, OtherThanDigitsEndTheProcess)
 {
     const std::string inputs[] = {"\\uZZ",
