@@ -156,8 +156,11 @@ bool CodeSet_Utf8ToCurrent(const char *bufIn, size_t sizeIn, char **bufOut, size
 /* The same the other way. */
 bool CodeSet_CurrentToUtf8(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut);
 
-/* UTF-8 with its characters composed (Unicode's form C), by the host's own strings, whether ICU is
- * used or not.  The string is NUL-terminated, and sizeIn is not used.  What is not UTF-8 fails. */
+/*
+ * UTF-8 with its characters composed (Unicode's form C), by the host's own strings, whether ICU is
+ * used or not.  The string is NUL-terminated, and sizeIn is not used.  What is not UTF-8 fails.  On
+ * Linux a lack of memory at the first use makes all further uses fail, until the process ends.
+ */
 bool CodeSet_Utf8FormDToUtf8FormC(const char *string, size_t sizeIn, char **bufOut,
                                   size_t *sizeOut);
 /* The same, decomposed (Unicode's form D). */

@@ -52,6 +52,7 @@ public:
 private:
     static void StopOn(UErrorCode error)
     {
+        // ICU remembers this one, and gives it to all who ask again.
         if (error == U_MEMORY_ALLOCATION_ERROR) { throw std::bad_alloc(); }
         if (U_FAILURE(error)) { CFStop("CFStringNormalize", u_errorName(error)); }
     }

@@ -2,6 +2,7 @@
 #include "codeset.h"
 
 #include "allocations.h"
+#include "inChild.h"
 #include "unicode.h"
 #include "useIcu.h"
 #include "utf16Bytes.h"
@@ -298,6 +299,29 @@ TEST_F(WithIcu, ASizeThatCannotBeCountedIsTooLong)
             CodeSet_Convert("UTF-8", "a", SIZE_MAX - lacking, "UTF-8", 0, &out, nullptr, &failure));
         EXPECT_EQ(failure.reason, CODESET_REASON_TOO_LONG) << lacking;
     }
+}
+
+// ICU makes what it knows of normal forms when it is first asked, so each case has a process.
+TEST(NormalForms, FailWhenIcuHasNoMemoryForWhatItKnows)
+{
+    size_t refused = 0;
+    for (const size_t count : {size_t{1}, SIZE_MAX}) {
+        bool wasRefused = true;
+        for (size_t granted = 0; wasRefused; granted++) {
+            const Outcome outcome = InChild([&]() -> std::string {
+                char *out = nullptr;
+                const OutOfMemory scarcity(granted, count);
+                const bool done = CodeSet_Utf8FormDToUtf8FormC("e\u0301", 0, &out, nullptr);
+                if (!done) { return out == nullptr ? "failed" : "handed out"; }
+                return scarcity.Showed() ? "done without" : out;
+            });
+            wasRefused = outcome.result == "failed";
+            refused += wasRefused;
+            EXPECT_TRUE(wasRefused || outcome.result == "\u00e9") << outcome.result;
+            EXPECT_EQ(outcome.errors, "");
+        }
+    }
+    EXPECT_GT(refused, 4u) << "ICU does ask for memory";
 }
 
 // ---- Inputs longer than ICU takes at once

@@ -20,8 +20,6 @@
 
 #include <unicode/putil.h>
 
-using namespace pelago;
-
 namespace {
 
 // ---- Safe allocation
