@@ -112,10 +112,9 @@ typedef enum CodeSetReason {
 
 /* Why, and where. */
 typedef struct CodeSetFailure {
-    CodeSetReason reason;
-    /* Of CODESET_REASON_INVALID and _LACKING: how many bytes of the input come before the character
-     * or damaged sequence that stopped the conversion.  Else 0. */
-    size_t offset;
+    CodeSetReason reason; /* the first that was met */
+    size_t offset; /* of CODESET_REASON_INVALID and _LACKING: how many bytes of the input come
+                      before the sequence or character that stopped the conversion; else 0 */
 } CodeSetFailure;
 
 /*

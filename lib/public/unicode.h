@@ -180,8 +180,8 @@ char **Unicode_GetAllocList(Unicode *list, ssize_t count, StringEncoding encodin
  * UTF-16LE between characters, in other encodings between bytes.  False, with the terminator alone
  * written, when UTF-8 does not convert to the encoding, that lacks one of the characters, or memory
  * runs out.  False with nothing written when not even the terminator fits, and for ASCII when a
- * character is not ASCII.  How many bytes were copied, the terminator not counted, goes to
- * *lengthOut unless that is NULL.
+ * character is not ASCII.  Unless lengthOut is NULL, *lengthOut becomes how many bytes were copied,
+ * the terminator not counted.
  *
  * With ICU and without, a string that is not UTF-8 is copied as it is for UTF-8, and when it is
  * cut, what is left ends with a whole character all the same; for UTF-16LE it ends the process
