@@ -6,7 +6,6 @@
 #include "util.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <memory>
 
@@ -143,14 +142,16 @@ bool CodeSetHas(UConverter *to, UChar32 character)
     return U_SUCCESS(status);
 }
 
-// How many bytes the sequence has that the converter has just stopped on.
-size_t CodeSetInvalidSize(const UConverter *from)
+// Where the sequence begins that the converter has stopped on when it read from before to at. Bytes
+// that switch to another set of characters may come first; some converters do not keep the
+// sequence.
+const char *CodeSetInvalidAt(const UConverter *from, const char *before, const char *at)
 {
-    char bytes[UCHAR_MAX];
-    int8_t size = INT8_MAX;
+    char bytes[INT8_MAX];
+    int8_t size = sizeof bytes;
     UErrorCode status = U_ZERO_ERROR;
     ucnv_getInvalidChars(from, bytes, &size, &status);
-    return U_SUCCESS(status) ? static_cast<size_t>(size) : 0;
+    return U_SUCCESS(status) && size > 0 && size <= at - before ? at - size : before;
 }
 
 } // namespace
@@ -195,8 +196,9 @@ CodeSetFailure CodeSetIcuLocate(const char *codeIn, const char *bufIn, size_t si
         if (status == U_INDEX_OUTOFBOUNDS_ERROR && at == end) { return {CODESET_REASON_ICU, 0}; }
         if (status == U_INDEX_OUTOFBOUNDS_ERROR) { continue; }
         if (U_FAILURE(status)) {
-            const size_t size = CodeSetInvalidSize(converters.from.get());
-            return {CodeSetReasonOf(status), static_cast<size_t>(at - bufIn) - size};
+            return {
+                CodeSetReasonOf(status),
+                static_cast<size_t>(CodeSetInvalidAt(converters.from.get(), before, at) - bufIn)};
         }
         if (!CodeSetHas(converters.to.get(), value)) {
             return {CODESET_REASON_LACKING, static_cast<size_t>(character - bufIn)};

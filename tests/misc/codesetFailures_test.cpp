@@ -245,6 +245,7 @@ const FailureCase THROUGH_ICU[] = {
     {"UTF-16", Le(u"\ufeffa\xdc00"), "UTF-8", Invalid(4)}, // the mark counts
     {"ISO-2022-JP", "\x1b$B\x46\x7c\x1b(B\x80", "UTF-8", Invalid(8)},
     {"Big5-HKSCS", "\x88\x62\xff", "UTF-8", Invalid(2)}, // one sequence of two characters
+    {"BOCU-1", "\x80$\xdc\xff", "UTF-8", Invalid(1)},    // of which ICU keeps no bytes
     {"EUC-JP", "text", "UTF-8", NO_FAILURE},
 };
 
