@@ -50,6 +50,13 @@ const std::vector<Encoding> &Supported()
     return encodings;
 }
 
+bool IsUnicodeForm(StringEncoding encoding)
+{
+    return encoding == STRING_ENCODING_UTF_8 || encoding == STRING_ENCODING_UTF_16LE ||
+           encoding == STRING_ENCODING_UTF_16BE || encoding == STRING_ENCODING_UTF_32LE ||
+           encoding == STRING_ENCODING_UTF_32BE;
+}
+
 // ---- Ours
 
 struct IcuFolder {
@@ -93,6 +100,25 @@ Result Convert(const char *codeIn, const std::string &in, const char *codeOut, u
     Require(std::string(db.data, db.size) == before + taken.value_or(""));
     DynBuf_Destroy(&db);
     return taken;
+}
+
+// The form that says why agrees, and what comes before the place is all right.
+void CheckFailure(const Encoding &from, const Encoding &to, const std::string &in, unsigned policy)
+{
+    CodeSetFailure failure = {CODESET_REASON_ICU, SIZE_MAX};
+    const Result taken = Taken([&](char **out, size_t *size) {
+        return CodeSet_Convert(from.name, in.data(), in.size(), to.name, policy, out, size,
+                               &failure);
+    });
+    Require(taken == Convert(from.name, in, to.name, policy));
+    Require(taken.has_value() == (failure.reason == CODESET_REASON_NONE));
+    const bool hasPlace =
+        failure.reason == CODESET_REASON_INVALID || failure.reason == CODESET_REASON_LACKING;
+    Require(hasPlace ? failure.offset < in.size() : failure.offset == 0);
+    Require(taken || in.empty() || hasPlace || !CodeSet_CanConvert(from.name, to.name));
+    if (hasPlace && IsUnicodeForm(from.value)) {
+        Require(Convert(from.name, in.substr(0, failure.offset), to.name, policy).has_value());
+    }
 }
 
 // ---- ICU's two steps
@@ -142,13 +168,6 @@ Result IcuEncoded(const std::u16string &units, const char *codeOut, unsigned pol
     if (U_FAILURE(to.error)) { return std::nullopt; }
     bytes.resize(static_cast<size_t>(end - bytes.data()));
     return bytes;
-}
-
-bool IsUnicodeForm(StringEncoding encoding)
-{
-    return encoding == STRING_ENCODING_UTF_8 || encoding == STRING_ENCODING_UTF_16LE ||
-           encoding == STRING_ENCODING_UTF_16BE || encoding == STRING_ENCODING_UTF_32LE ||
-           encoding == STRING_ENCODING_UTF_32BE;
 }
 
 void CheckThroughIcu(const Encoding &from, const Encoding &to, const std::string &in,
@@ -254,7 +273,7 @@ void CheckWithoutIcu(const Encoding &from, const Encoding &to, const std::string
     const bool isKnown =
         from.value <= STRING_ENCODING_UTF_16BE || from.value == STRING_ENCODING_ASCII;
     Require(CodeSet_IsValidBuffer(in.data(), in.size(), from.name) ==
-            (isKnown && ToUtf8(from.value, in, CODESET_INVALID_FAIL).has_value()));
+            (in.empty() || (isKnown && ToUtf8(from.value, in, CODESET_INVALID_FAIL).has_value())));
 }
 
 // ---- The forms that their names tell, which both ways agree on
@@ -288,9 +307,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     CodeSet_Init(icu.path.c_str());
     CheckThroughIcu(from, to, in, policy);
+    CheckFailure(from, to, in, policy);
     CheckNamed(in);
     CodeSet_DontUseIcu();
     CheckWithoutIcu(from, to, in, policy);
+    CheckFailure(from, to, in, policy);
     CheckNamed(in);
     return 0;
 }

@@ -114,6 +114,8 @@ void CheckCopy(const std::string &string, StringEncoding encoding, const Result 
         expected.append(terminator, '\0');
     } else {
         Require(!fit && length == 0);
+        const bool hasTerminator = !bytes && capacity > 0 && encoding != STRING_ENCODING_ASCII;
+        expected.assign(hasTerminator ? 1 : 0, '\0');
     }
     expected.resize(capacity + 1, 'U'); // and nothing else is written
     Require(memcmp(block.get(), expected.data(), expected.size()) == 0);

@@ -1,7 +1,6 @@
 // codeset.cpp -- the code-set layer: whether ICU is used.
 #include "codeset.h"
 
-#include "codesetInt.h"
 #include "scoped.h"
 #include "str.h"
 
@@ -48,4 +47,4 @@ extern "C" bool CodeSet_Init(const char *icuDataDir)
 
 extern "C" void CodeSet_DontUseIcu() { sUseIcu = false; }
 
-bool pelago::CodeSetUsesIcu() { return sUseIcu; }
+extern "C" bool CodeSet_IsIcuInUse() { return sUseIcu; }

@@ -47,21 +47,22 @@ private:
 using CodeSetDecoder = bool (*)(const char *buf, size_t size, DynBuf *db);
 
 // Between two encodings, of which decoder knows without ICU; appended to db.
-bool CodeSetConvertDb(const char *codeIn, const char *bufIn, size_t sizeIn, const char *codeOut,
-                      CodeSetDecoder decoder, DynBuf *db)
+bool CodeSetDecodeDb(const char *codeIn, const char *bufIn, size_t sizeIn, const char *codeOut,
+                     CodeSetDecoder decoder, DynBuf *db)
 {
-    if (CodeSetUsesIcu()) {
-        return CodeSetIcuConvertDb(codeIn, bufIn, sizeIn, codeOut, CODESET_INVALID_FAIL, db);
+    if (CodeSet_IsIcuInUse()) {
+        return CodeSetIcuConvertDb(codeIn, bufIn, sizeIn, codeOut, CODESET_INVALID_FAIL, db) ==
+               CODESET_REASON_NONE;
     }
     return bufIn == nullptr || sizeIn == 0 || decoder(bufIn, sizeIn, db);
 }
 
 // The same into a new buffer.
-bool CodeSetConvert(const char *codeIn, const char *bufIn, size_t sizeIn, const char *codeOut,
-                    CodeSetDecoder decoder, char **bufOut, size_t *sizeOut)
+bool CodeSetDecode(const char *codeIn, const char *bufIn, size_t sizeIn, const char *codeOut,
+                   CodeSetDecoder decoder, char **bufOut, size_t *sizeOut)
 {
     CodeSetOutput output;
-    return CodeSetConvertDb(codeIn, bufIn, sizeIn, codeOut, decoder, output.Db()) &&
+    return CodeSetDecodeDb(codeIn, bufIn, sizeIn, codeOut, decoder, output.Db()) &&
            output.HandOut(bufOut, sizeOut);
 }
 
@@ -76,6 +77,29 @@ bool CodeSetCopy(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOu
     *bufOut = copy;
     if (sizeOut != nullptr) { *sizeOut = sizeIn; }
     return true;
+}
+
+// Both converters, with the reason of a failure, and its place.
+
+CodeSetFailure CodeSetConvertByIcu(const char *codeIn, const char *bufIn, size_t sizeIn,
+                                   const char *codeOut, unsigned policy, DynBuf *db)
+{
+    const CodeSetReason reason = CodeSetIcuConvertDb(codeIn, bufIn, sizeIn, codeOut, policy, db);
+    return reason == CODESET_REASON_INVALID ? CodeSetIcuLocate(codeIn, bufIn, sizeIn, codeOut)
+                                            : CodeSetFailure{reason, 0};
+}
+
+CodeSetFailure CodeSetConvertWithoutIcu(const char *codeIn, const char *bufIn, size_t sizeIn,
+                                        const char *codeOut, unsigned policy, DynBuf *db)
+{
+    if (bufIn == nullptr || sizeIn == 0) { return {CODESET_REASON_NONE, 0}; }
+    const StringEncoding encodingIn = Unicode_FindEncoding(codeIn),
+                         encodingOut = Unicode_FindEncoding(codeOut),
+                         current = Unicode_GetCurrentEncoding();
+    if (CodeSetFallbackConvert(encodingIn, bufIn, sizeIn, encodingOut, current, policy, db)) {
+        return {CODESET_REASON_NONE, 0};
+    }
+    return CodeSetFallbackFailure(encodingIn, bufIn, sizeIn, encodingOut, current, policy);
 }
 
 bool CodeSetNormalize(const char *string, CFStringNormalizationForm form, char **bufOut,
@@ -108,8 +132,15 @@ extern "C" {
 bool CodeSet_GenericToGenericDb(const char *codeIn, const char *bufIn, size_t sizeIn,
                                 const char *codeOut, unsigned policy, DynBuf *db)
 {
-    const auto convert = CodeSetUsesIcu() ? CodeSetIcuConvertDb : CodeSetFallbackConvertDb;
-    return convert(codeIn, bufIn, sizeIn, codeOut, policy, db);
+    if (CodeSet_IsIcuInUse()) {
+        return CodeSetIcuConvertDb(codeIn, bufIn, sizeIn, codeOut, policy, db) ==
+               CODESET_REASON_NONE;
+    }
+    const StringEncoding encodingIn = UnicodeIANALookup(codeIn),
+                         encodingOut =
+                             strcmp(codeIn, codeOut) == 0 ? encodingIn : UnicodeIANALookup(codeOut);
+    return CodeSetFallbackConvert(encodingIn, bufIn, sizeIn, encodingOut,
+                                  Unicode_GetCurrentEncoding(), policy, db);
 }
 
 bool CodeSet_GenericToGeneric(const char *codeIn, const char *bufIn, size_t sizeIn,
@@ -120,37 +151,57 @@ bool CodeSet_GenericToGeneric(const char *codeIn, const char *bufIn, size_t size
            output.HandOut(bufOut, sizeOut);
 }
 
+bool CodeSet_Convert(const char *codeIn, const char *bufIn, size_t sizeIn, const char *codeOut,
+                     unsigned policy, char **bufOut, size_t *sizeOut, CodeSetFailure *failure)
+{
+    CodeSetOutput output;
+    const auto convert = CodeSet_IsIcuInUse() ? CodeSetConvertByIcu : CodeSetConvertWithoutIcu;
+    CodeSetFailure found = convert(codeIn, bufIn, sizeIn, codeOut, policy, output.Db());
+    if (found.reason == CODESET_REASON_NONE && !output.HandOut(bufOut, sizeOut)) {
+        found.reason = CODESET_REASON_NO_MEMORY;
+    }
+    if (failure != nullptr) { *failure = found; }
+    return found.reason == CODESET_REASON_NONE;
+}
+
+bool CodeSet_CanConvert(const char *codeIn, const char *codeOut)
+{
+    if (CodeSet_IsIcuInUse()) { return CodeSetIcuConverts(codeIn, codeOut); }
+    return CodeSetFallbackConverts(Unicode_FindEncoding(codeIn), Unicode_FindEncoding(codeOut),
+                                   Unicode_GetCurrentEncoding());
+}
+
 bool CodeSet_Utf16leToUtf8Db(const char *bufIn, size_t sizeIn, DynBuf *db)
 {
-    return CodeSetConvertDb(UTF16LE, bufIn, sizeIn, UTF8, CodeSetUtf16ToUtf8Db, db);
+    return CodeSetDecodeDb(UTF16LE, bufIn, sizeIn, UTF8, CodeSetUtf16ToUtf8Db, db);
 }
 
 bool CodeSet_Utf16leToUtf8(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut)
 {
-    return CodeSetConvert(UTF16LE, bufIn, sizeIn, UTF8, CodeSetUtf16ToUtf8Db, bufOut, sizeOut);
+    return CodeSetDecode(UTF16LE, bufIn, sizeIn, UTF8, CodeSetUtf16ToUtf8Db, bufOut, sizeOut);
 }
 
 bool CodeSet_Utf8ToUtf16le(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut)
 {
-    return CodeSetConvert(UTF8, bufIn, sizeIn, UTF16LE, CodeSetUtf8ToUtf16Db, bufOut, sizeOut);
+    return CodeSetDecode(UTF8, bufIn, sizeIn, UTF16LE, CodeSetUtf8ToUtf16Db, bufOut, sizeOut);
 }
 
 bool CodeSet_CurrentToUtf16le(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut)
 {
-    return CodeSetConvert(CodeSet_GetCurrentCodeSet(), bufIn, sizeIn, UTF16LE, CodeSetUtf8ToUtf16Db,
-                          bufOut, sizeOut);
+    return CodeSetDecode(CodeSet_GetCurrentCodeSet(), bufIn, sizeIn, UTF16LE, CodeSetUtf8ToUtf16Db,
+                         bufOut, sizeOut);
 }
 
 bool CodeSet_Utf16leToCurrent(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut)
 {
-    return CodeSetConvert(UTF16LE, bufIn, sizeIn, CodeSet_GetCurrentCodeSet(), CodeSetUtf16ToUtf8Db,
-                          bufOut, sizeOut);
+    return CodeSetDecode(UTF16LE, bufIn, sizeIn, CodeSet_GetCurrentCodeSet(), CodeSetUtf16ToUtf8Db,
+                         bufOut, sizeOut);
 }
 
 bool CodeSet_Utf16beToCurrent(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut)
 {
-    return CodeSetConvert(UTF16BE, bufIn, sizeIn, CodeSet_GetCurrentCodeSet(),
-                          CodeSetUtf16beToUtf8Db, bufOut, sizeOut);
+    return CodeSetDecode(UTF16BE, bufIn, sizeIn, CodeSet_GetCurrentCodeSet(),
+                         CodeSetUtf16beToUtf8Db, bufOut, sizeOut);
 }
 
 bool CodeSet_Utf8ToCurrent(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut)
@@ -175,14 +226,14 @@ bool CodeSet_Utf8FormCToUtf8FormD(const char *string, size_t, char **bufOut, siz
 
 bool CodeSet_Validate(const char *codeName)
 {
-    return CodeSetUsesIcu() ? CodeSetIcuKnows(codeName)
-                            : UnicodeIANALookup(codeName) != STRING_ENCODING_UNKNOWN;
+    return CodeSet_IsIcuInUse() ? CodeSetIcuKnows(codeName)
+                                : Unicode_FindEncoding(codeName) != STRING_ENCODING_UNKNOWN;
 }
 
 bool CodeSet_IsValidBuffer(const char *buf, size_t size, const char *codeName)
 {
-    return CodeSetUsesIcu() ? CodeSetIcuIsValid(buf, size, codeName)
-                            : CodeSetFallbackIsValid(buf, size, UnicodeIANALookup(codeName));
+    return CodeSet_IsIcuInUse() ? CodeSetIcuIsValid(buf, size, codeName)
+                                : CodeSetFallbackIsValid(buf, size, Unicode_FindEncoding(codeName));
 }
 
 bool CodeSet_IsValidUtf8(const char *buf, size_t size) { return CodeSetUtf8IsValid(buf, size); }

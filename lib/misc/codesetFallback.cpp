@@ -30,11 +30,32 @@ char *CodeSetSwapped(const char *buf, size_t size)
     return swapped;
 }
 
-bool CodeSetUtf16beIsValid(const char *buf, size_t size)
+size_t CodeSetUtf16beValidSize(const char *buf, size_t size)
 {
-    if (size % 2 != 0) { return false; }
-    const ScopedFree<char> swapped(CodeSetSwapped(buf, size));
-    return swapped && CodeSetUtf16IsValid(swapped.get(), size);
+    constexpr unsigned SURROGATE = 0xF8, HALF = 0xFC, HIGH = 0xD8, LOW = 0xDC; // of upper bytes
+    size_t at = 0;
+    while (size - at >= 2) {
+        const bool isSurrogate = (buf[at] & SURROGATE) == HIGH;
+        if (isSurrogate &&
+            ((buf[at] & HALF) == LOW || size - at < 4 || (buf[at + 2] & HALF) != LOW)) {
+            break;
+        }
+        at += isSurrogate ? 4 : 2;
+    }
+    return at;
+}
+
+// How many bytes come before what is malformed; all of them when nothing is.
+size_t CodeSetFallbackValidSize(const char *buf, size_t size, StringEncoding encoding)
+{
+    switch (encoding) {
+    case STRING_ENCODING_UTF_8: return CodeSetUtf8ValidSize(buf, size);
+    case STRING_ENCODING_UTF_16LE: return CodeSetUtf16ValidSize(buf, size);
+    case STRING_ENCODING_UTF_16BE: return CodeSetUtf16beValidSize(buf, size);
+    case STRING_ENCODING_ASCII:
+        return static_cast<size_t>(std::find_if_not(buf, buf + size, IsAscii) - buf);
+    default: return size; // nothing is known of it
+    }
 }
 
 bool CodeSetFallbackReads(StringEncoding encoding)
@@ -90,14 +111,28 @@ bool CodeSetUtf16beToUtf8Db(const char *buf, size_t size, DynBuf *db)
 
 bool CodeSetFallbackIsValid(const char *buf, size_t size, StringEncoding encoding)
 {
-    if (size == 0) { return CodeSetFallbackReads(encoding); }
+    if (size == 0) { return true; }
     switch (encoding) {
     case STRING_ENCODING_UTF_8: return CodeSetUtf8IsValid(buf, size);
     case STRING_ENCODING_UTF_16LE: return CodeSetUtf16IsValid(buf, size);
-    case STRING_ENCODING_UTF_16BE: return CodeSetUtf16beIsValid(buf, size);
+    case STRING_ENCODING_UTF_16BE: return CodeSetUtf16beValidSize(buf, size) == size;
     case STRING_ENCODING_ASCII: return std::all_of(buf, buf + size, IsAscii);
     default: return false; // nothing is known of it
     }
+}
+
+bool CodeSetFallbackConverts(StringEncoding encodingIn, StringEncoding encodingOut,
+                             StringEncoding current)
+{
+    if (encodingIn == STRING_ENCODING_UNKNOWN || encodingOut == STRING_ENCODING_UNKNOWN) {
+        return false;
+    }
+    if (encodingIn == encodingOut) { return true; } // what nothing is known of stays as it is
+    if (encodingOut == STRING_ENCODING_UTF_8) { return CodeSetFallbackReads(encodingIn); }
+    if (encodingIn != STRING_ENCODING_UTF_8) { return false; }
+    // Only a host whose own code set is ASCII gets text in it.
+    return encodingOut == STRING_ENCODING_UTF_16LE ||
+           (encodingOut == STRING_ENCODING_ASCII && current == STRING_ENCODING_ASCII);
 }
 
 bool CodeSetFallbackConvert(StringEncoding encodingIn, const char *bufIn, size_t sizeIn,
@@ -105,41 +140,43 @@ bool CodeSetFallbackConvert(StringEncoding encodingIn, const char *bufIn, size_t
                             DynBuf *db)
 {
     if (bufIn == nullptr || sizeIn == 0) { return true; }
-    if (encodingIn == STRING_ENCODING_UNKNOWN || encodingOut == STRING_ENCODING_UNKNOWN) {
-        return false;
-    }
-    if (encodingIn == encodingOut) { // what nothing is known of stays as it is
+    if (!CodeSetFallbackConverts(encodingIn, encodingOut, current)) { return false; }
+    if (encodingIn == encodingOut) {
         return (!CodeSetFallbackReads(encodingIn) ||
                 CodeSetFallbackIsValid(bufIn, sizeIn, encodingIn)) &&
                DynBuf_Append(db, bufIn, sizeIn);
     }
-    if (encodingOut == STRING_ENCODING_UTF_8) {
-        switch (encodingIn) {
-        case STRING_ENCODING_UTF_16LE: return CodeSetUtf16ToUtf8Db(bufIn, sizeIn, db);
-        case STRING_ENCODING_UTF_16BE: return CodeSetUtf16beToUtf8Db(bufIn, sizeIn, db);
-        case STRING_ENCODING_ASCII: {
-            const auto oneByte = [](const char *, size_t) { return size_t{1}; };
-            return CodeSetKeepAscii(bufIn, sizeIn, policy, UTF8_REPLACEMENT, oneByte, db);
-        }
-        default: return false;
-        }
-    }
-    if (encodingIn != STRING_ENCODING_UTF_8) { return false; }
     if (encodingOut == STRING_ENCODING_UTF_16LE) { return CodeSetUtf8ToUtf16Db(bufIn, sizeIn, db); }
-    // Only a host whose own code set is ASCII gets text in it.
-    if (encodingOut == STRING_ENCODING_ASCII && current == STRING_ENCODING_ASCII) {
+    if (encodingOut == STRING_ENCODING_ASCII) {
         return CodeSetKeepAscii(bufIn, sizeIn, policy, ASCII_SUBSTITUTE, CodeSetUtf8Length, db);
     }
-    return false;
+    switch (encodingIn) { // to UTF-8
+    case STRING_ENCODING_UTF_16LE: return CodeSetUtf16ToUtf8Db(bufIn, sizeIn, db);
+    case STRING_ENCODING_UTF_16BE: return CodeSetUtf16beToUtf8Db(bufIn, sizeIn, db);
+    default: // ASCII
+        const auto oneByte = [](const char *, size_t) { return size_t{1}; };
+        return CodeSetKeepAscii(bufIn, sizeIn, policy, UTF8_REPLACEMENT, oneByte, db);
+    }
 }
 
-bool CodeSetFallbackConvertDb(const char *codeIn, const char *bufIn, size_t sizeIn,
-                              const char *codeOut, unsigned policy, DynBuf *db)
+CodeSetFailure CodeSetFallbackFailure(StringEncoding encodingIn, const char *bufIn, size_t sizeIn,
+                                      StringEncoding encodingOut, StringEncoding current,
+                                      unsigned policy)
 {
-    const StringEncoding encodingIn = UnicodeIANALookup(codeIn),
-                         encodingOut = UnicodeIANALookup(codeOut);
-    return CodeSetFallbackConvert(encodingIn, bufIn, sizeIn, encodingOut,
-                                  Unicode_GetCurrentEncoding(), policy, db);
+    if (encodingIn == STRING_ENCODING_UNKNOWN || encodingOut == STRING_ENCODING_UNKNOWN) {
+        return {CODESET_REASON_UNKNOWN, 0};
+    }
+    if (!CodeSetFallbackConverts(encodingIn, encodingOut, current)) {
+        return {CODESET_REASON_UNCONVERTIBLE, 0};
+    }
+    const bool isThroughAscii = encodingIn != encodingOut && (encodingIn == STRING_ENCODING_ASCII ||
+                                                              encodingOut == STRING_ENCODING_ASCII);
+    if (isThroughAscii && policy != CODESET_INVALID_FAIL) { return {CODESET_REASON_NO_MEMORY, 0}; }
+    const size_t valid = CodeSetFallbackValidSize(bufIn, sizeIn, encodingIn);
+    const size_t offset =
+        isThroughAscii ? CodeSetFallbackValidSize(bufIn, sizeIn, STRING_ENCODING_ASCII) : valid;
+    if (offset == sizeIn) { return {CODESET_REASON_NO_MEMORY, 0}; }
+    return {offset < valid ? CODESET_REASON_LACKING : CODESET_REASON_INVALID, offset};
 }
 
 } // namespace pelago

@@ -5,10 +5,12 @@
 #include "diagnostics.h"
 #include "util.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
 #include <unicode/ucnv.h>
+#include <unicode/utf16.h>
 
 namespace pelago {
 
@@ -28,11 +30,36 @@ struct CloseConverter {
 };
 using Converter = std::unique_ptr<UConverter, CloseConverter>;
 
+CodeSetReason CodeSetReasonOf(UErrorCode status)
+{
+    switch (status) {
+    case U_MEMORY_ALLOCATION_ERROR: return CODESET_REASON_NO_MEMORY;
+    case U_INVALID_CHAR_FOUND:
+    case U_TRUNCATED_CHAR_FOUND:
+    case U_ILLEGAL_CHAR_FOUND:
+    case U_ILLEGAL_ESCAPE_SEQUENCE:
+    case U_UNSUPPORTED_ESCAPE_SEQUENCE: return CODESET_REASON_INVALID;
+    default: return CODESET_REASON_ICU;
+    }
+}
+
 // Opening may warn, of a name that several converters share; only an error leaves none.
-Converter CodeSetOpen(const char *codeName)
+CodeSetReason CodeSetOpen(const char *codeName, Converter *converter)
 {
     UErrorCode status = U_ZERO_ERROR;
-    return Converter(ucnv_open(codeName, &status));
+    converter->reset(ucnv_open(codeName, &status));
+    if (*converter) { return CODESET_REASON_NONE; }
+    return status == U_MEMORY_ALLOCATION_ERROR ? CODESET_REASON_NO_MEMORY : CODESET_REASON_UNKNOWN;
+}
+
+struct Converters {
+    Converter from, to;
+};
+
+CodeSetReason CodeSetOpenBoth(const char *codeIn, const char *codeOut, Converters *converters)
+{
+    const CodeSetReason reason = CodeSetOpen(codeIn, &converters->from);
+    return reason == CODESET_REASON_NONE ? CodeSetOpen(codeOut, &converters->to) : reason;
 }
 
 struct Callbacks {
@@ -51,13 +78,15 @@ Callbacks CodeSetCallbacks(unsigned policy)
     }
 }
 
-bool CodeSetSetPolicy(UConverter *from, UConverter *to, unsigned policy)
+UErrorCode CodeSetSetPolicy(const Converters &converters, unsigned policy)
 {
     const Callbacks callbacks = CodeSetCallbacks(policy);
     UErrorCode status = U_ZERO_ERROR;
-    ucnv_setToUCallBack(from, callbacks.toUnicode, nullptr, nullptr, nullptr, &status);
-    ucnv_setFromUCallBack(to, callbacks.fromUnicode, nullptr, nullptr, nullptr, &status);
-    return U_SUCCESS(status);
+    ucnv_setToUCallBack(converters.from.get(), callbacks.toUnicode, nullptr, nullptr, nullptr,
+                        &status);
+    ucnv_setFromUCallBack(converters.to.get(), callbacks.fromUnicode, nullptr, nullptr, nullptr,
+                          &status);
+    return status;
 }
 
 bool CodeSetDouble(DynBuf *db)
@@ -67,48 +96,136 @@ bool CodeSetDouble(DynBuf *db)
            DynBuf_Enlarge(db, doubled);
 }
 
-} // namespace
-
-bool CodeSetIcuConvertDb(const char *codeIn, const char *bufIn, size_t sizeIn, const char *codeOut,
-                         unsigned policy, DynBuf *db)
+// The most that one call of ICU takes of an input or a room.
+template <typename Char> Char *CodeSetLimit(Char *from, Char *end)
 {
-    if (bufIn == nullptr || sizeIn == 0) { return true; }
-    const Converter from = CodeSetOpen(codeIn);
-    if (!from) { return false; }
-    const Converter to = CodeSetOpen(codeOut);
-    if (!to) { return false; }
-    if (!CodeSetSetPolicy(from.get(), to.get(), policy)) { return false; }
-
-    size_t room = 0;
-    if (__builtin_add_overflow(sizeIn, EXTRA_ROOM, &room) || !DynBufMakeRoom(db, room)) {
-        return false;
-    }
-    UChar pivot[PIVOT_UNITS];
-    UChar *pivotSource = pivot, *pivotTarget = pivot;
-    const char *source = bufIn;
-    size_t used = db->size;
-    for (;;) {
-        UErrorCode status = U_ZERO_ERROR;
-        char *target = db->data + used;
-        ucnv_convertEx(to.get(), from.get(), &target, db->data + db->allocated, &source,
-                       bufIn + sizeIn, pivot, &pivotSource, &pivotTarget, pivot + PIVOT_UNITS,
-                       /* reset */ false, /* flush */ true, &status);
-        used = static_cast<size_t>(target - db->data);
-        if (U_SUCCESS(status)) { break; } // with a warning, when the room was filled exactly
-        if (status != U_BUFFER_OVERFLOW_ERROR || !CodeSetDouble(db)) { return false; }
-    }
-    db->size = used;
-    return true;
+    return from + std::min<size_t>(static_cast<size_t>(end - from), INT32_MAX);
 }
 
-bool CodeSetIcuKnows(const char *codeName) { return CodeSetOpen(codeName) != nullptr; }
+// Converts into the free space of db, which grows, and leaves db's size to the caller.  *used is
+// what is in use of it, before and after.
+CodeSetReason CodeSetRun(const Converters &converters, const char *source, size_t size, DynBuf *db,
+                         size_t *used)
+{
+    UChar pivot[PIVOT_UNITS];
+    UChar *pivotSource = pivot, *pivotTarget = pivot;
+    const char *end = source + size;
+    for (;;) {
+        UErrorCode status = U_ZERO_ERROR;
+        const char *sourceLimit = CodeSetLimit(source, end);
+        char *target = db->data + *used, *room = db->data + db->allocated;
+        const char *targetLimit = CodeSetLimit(target, room);
+        ucnv_convertEx(converters.to.get(), converters.from.get(), &target, targetLimit, &source,
+                       sourceLimit, pivot, &pivotSource, &pivotTarget, pivot + PIVOT_UNITS,
+                       /* reset */ false, /* flush */ sourceLimit == end, &status);
+        *used = static_cast<size_t>(target - db->data);
+        // A success may come with a warning, when the room was filled exactly.
+        if (U_SUCCESS(status) && sourceLimit == end) { return CODESET_REASON_NONE; }
+        if (U_SUCCESS(status)) { continue; }
+        if (status != U_BUFFER_OVERFLOW_ERROR) { return CodeSetReasonOf(status); }
+        if (targetLimit == room && !CodeSetDouble(db)) { return CODESET_REASON_NO_MEMORY; }
+    }
+}
+
+// Writes one character into nowhere; whether the encoding has it.
+bool CodeSetHas(UConverter *to, UChar32 character)
+{
+    UChar units[U16_MAX_LENGTH];
+    int32_t count = 0;
+    U16_APPEND_UNSAFE(units, count, character);
+    const UChar *unit = units;
+    char bytes[UCNV_GET_MAX_BYTES_FOR_STRING(U16_MAX_LENGTH, 16)], *target = bytes;
+    UErrorCode status = U_ZERO_ERROR;
+    // A half of a pair would wait for the other, which does not come.
+    ucnv_fromUnicode(to, &target, bytes + sizeof bytes, &unit, units + count, nullptr,
+                     /* flush */ U_IS_SURROGATE(character), &status);
+    return U_SUCCESS(status);
+}
+
+// Where the sequence begins that the converter has stopped on when it read from before to at. Bytes
+// that switch to another set of characters may come first; some converters do not keep the
+// sequence.
+const char *CodeSetInvalidAt(const UConverter *from, const char *before, const char *at)
+{
+    char bytes[INT8_MAX];
+    int8_t size = sizeof bytes;
+    UErrorCode status = U_ZERO_ERROR;
+    ucnv_getInvalidChars(from, bytes, &size, &status);
+    return U_SUCCESS(status) && size > 0 && size <= at - before ? at - size : before;
+}
+
+} // namespace
+
+CodeSetReason CodeSetIcuConvertDb(const char *codeIn, const char *bufIn, size_t sizeIn,
+                                  const char *codeOut, unsigned policy, DynBuf *db)
+{
+    if (bufIn == nullptr || sizeIn == 0) { return CODESET_REASON_NONE; }
+    Converters converters;
+    const CodeSetReason opened = CodeSetOpenBoth(codeIn, codeOut, &converters);
+    if (opened != CODESET_REASON_NONE) { return opened; }
+    const UErrorCode status = CodeSetSetPolicy(converters, policy);
+    if (U_FAILURE(status)) { return CodeSetReasonOf(status); }
+
+    size_t room = 0, end = 0;
+    if (__builtin_add_overflow(sizeIn, EXTRA_ROOM, &room) ||
+        __builtin_add_overflow(db->size, room, &end)) {
+        return CODESET_REASON_TOO_LONG;
+    }
+    if (!DynBufMakeRoom(db, room)) { return CODESET_REASON_NO_MEMORY; }
+    size_t used = db->size;
+    const CodeSetReason reason = CodeSetRun(converters, bufIn, sizeIn, db, &used);
+    if (reason == CODESET_REASON_NONE) { db->size = used; }
+    return reason;
+}
+
+CodeSetFailure CodeSetIcuLocate(const char *codeIn, const char *bufIn, size_t sizeIn,
+                                const char *codeOut)
+{
+    Converters converters;
+    const CodeSetReason opened = CodeSetOpenBoth(codeIn, codeOut, &converters);
+    if (opened != CODESET_REASON_NONE) { return {opened, 0}; }
+    CodeSetSetPolicy(converters, CODESET_INVALID_FAIL);
+
+    const char *at = bufIn, *character = bufIn, *end = bufIn + sizeIn;
+    for (;;) {
+        const char *before = at;
+        UErrorCode status = U_ZERO_ERROR;
+        const UChar32 value =
+            ucnv_getNextUChar(converters.from.get(), &at, CodeSetLimit(at, end), &status);
+        if (at != before) { character = before; } // else it is the second of the same bytes
+        if (status == U_INDEX_OUTOFBOUNDS_ERROR && at == end) { return {CODESET_REASON_ICU, 0}; }
+        if (status == U_INDEX_OUTOFBOUNDS_ERROR) { continue; }
+        if (U_FAILURE(status)) {
+            return {
+                CodeSetReasonOf(status),
+                static_cast<size_t>(CodeSetInvalidAt(converters.from.get(), before, at) - bufIn)};
+        }
+        if (!CodeSetHas(converters.to.get(), value)) {
+            return {CODESET_REASON_LACKING, static_cast<size_t>(character - bufIn)};
+        }
+    }
+}
+
+bool CodeSetIcuConverts(const char *codeIn, const char *codeOut)
+{
+    Converters converters;
+    return CodeSetOpenBoth(codeIn, codeOut, &converters) == CODESET_REASON_NONE;
+}
+
+bool CodeSetIcuKnows(const char *codeName)
+{
+    Converter converter;
+    return CodeSetOpen(codeName, &converter) == CODESET_REASON_NONE;
+}
 
 bool CodeSetIcuIsValid(const char *buf, size_t size, const char *codeName)
 {
     if (size > INT32_MAX) { Panic(UTIL_VERIFY_REPORT, CODESET_MODULE, SIZE_LINE); }
     if (size == 0) { return true; }
-    const Converter converter = CodeSetOpen(codeName);
-    if (!converter) { Panic(UTIL_VERIFY_REPORT, CODESET_MODULE, OPEN_LINE); }
+    Converter converter;
+    if (CodeSetOpen(codeName, &converter) != CODESET_REASON_NONE) {
+        Panic(UTIL_VERIFY_REPORT, CODESET_MODULE, OPEN_LINE);
+    }
     UErrorCode status = U_ZERO_ERROR;
     ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr,
                         &status);

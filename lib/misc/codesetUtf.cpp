@@ -20,37 +20,36 @@ template <typename From, typename To>
 using PlainConverter = UtfResult (*)(const From **, const From *, To **, To *, bool);
 
 // Converts what lies at any address by way of aligned copies; without `to` it only measures.
+// Returns how many bytes come before what is not well-formed: size when all is.
 template <typename From, typename To>
-bool PlainConvert(PlainConverter<From, To> converter, const char *bytes, size_t size, char *to,
-                  size_t *sizeOut)
+size_t PlainConvert(PlainConverter<From, To> converter, const char *bytes, size_t size, char *to,
+                    size_t *sizeOut)
 {
     constexpr size_t PIECE = 256, UNITS_MOST = 3; // a unit becomes so many at most
-    size_t written = 0;
-    while (size > 0) {
+    size_t written = 0, at = 0;
+    while (at < size) {
         From source[PIECE];
         To target[UNITS_MOST * PIECE];
-        const size_t count = std::min(size / sizeof(From), PIECE);
-        memcpy(source, bytes, count * sizeof(From));
+        const size_t count = std::min((size - at) / sizeof(From), PIECE);
+        memcpy(source, bytes + at, count * sizeof(From));
         const From *from = source;
         To *end = target;
         converter(&from, source + count, &end, target + UNITS_MOST * PIECE, false);
         // What stopped it is the next piece's first, and wrong when that is stopped at once.
-        if (from == source) { return false; }
+        if (from == source) { break; }
 
-        const size_t bytesRead = static_cast<size_t>(from - source) * sizeof(From),
-                     bytesMade = static_cast<size_t>(end - target) * sizeof(To);
+        const size_t bytesMade = static_cast<size_t>(end - target) * sizeof(To);
         if (to != nullptr) { memcpy(to + written, target, bytesMade); }
         written += bytesMade;
-        bytes += bytesRead;
-        size -= bytesRead;
+        at += static_cast<size_t>(from - source) * sizeof(From);
     }
     *sizeOut = written;
-    return true;
+    return at;
 }
 
 bool PlainMeasureUtf8(const char *bytes, size_t size, size_t *sizeAsUtf16)
 {
-    return PlainConvert(Utf8ToUtf16, bytes, size, nullptr, sizeAsUtf16);
+    return PlainConvert(Utf8ToUtf16, bytes, size, nullptr, sizeAsUtf16) == size;
 }
 
 bool PlainUtf8IsValid(const char *bytes, size_t size)
@@ -67,7 +66,7 @@ void PlainUtf8ToUtf16(const char *bytes, size_t size, char *to)
 
 bool PlainMeasureUtf16(const char *bytes, size_t size, size_t *sizeAsUtf8)
 {
-    return PlainConvert(Utf16ToUtf8, bytes, size, nullptr, sizeAsUtf8);
+    return PlainConvert(Utf16ToUtf8, bytes, size, nullptr, sizeAsUtf8) == size;
 }
 
 void PlainUtf16ToUtf8(const char *bytes, size_t size, char *to)
@@ -153,6 +152,18 @@ bool CodeSetUtf16IsValid(const char *bytes, size_t size)
 {
     size_t ignored;
     return size == 0 || CodeSetUtfBest().measureUtf16(bytes, size, &ignored);
+}
+
+size_t CodeSetUtf8ValidSize(const char *bytes, size_t size)
+{
+    size_t ignored;
+    return PlainConvert(Utf8ToUtf16, bytes, size, nullptr, &ignored);
+}
+
+size_t CodeSetUtf16ValidSize(const char *bytes, size_t size)
+{
+    size_t ignored;
+    return PlainConvert(Utf16ToUtf8, bytes, size, nullptr, &ignored);
 }
 
 bool CodeSetUtf8ToUtf16Db(const char *bytes, size_t size, DynBuf *db)

@@ -19,6 +19,11 @@ namespace pelago {
 bool CodeSetUtf8IsValid(const char *bytes, size_t size);
 bool CodeSetUtf16IsValid(const char *bytes, size_t size);
 
+// How many bytes come before the first that is not well-formed; size when all are.  This is slower
+// than the questions, and meant for what has failed them.
+size_t CodeSetUtf8ValidSize(const char *bytes, size_t size);
+size_t CodeSetUtf16ValidSize(const char *bytes, size_t size);
+
 // Append the converted text, which takes one allocation at most: a buffer without a block gets one
 // of just the size that is needed.  On return there is room for CODESET_UTF_SLACK bytes more, so
 // that a terminator needs no allocation of its own.  A text of size 0 appends and allocates

@@ -3,8 +3,8 @@
  *
  * Each character set has one value, which is named after the set's preferred name; the two sets
  * whose preferred name is taken already are named after their Windows code page.  That a set has a
- * value does not mean that the library converts it: UnicodeIANALookup() of unicode.h gives only
- * those that it does.
+ * value does not mean that it is supported: UnicodeIANALookup() of unicode.h gives only those that
+ * are.
  */
 #ifndef PELAGO_UNICODETYPES_H
 #define PELAGO_UNICODETYPES_H
@@ -25,7 +25,7 @@ extern "C" {
 
 /* The encodings, by numbers that stay what they are. */
 typedef enum StringEncoding STRING_ENCODING_INTEGER {
-    STRING_ENCODING_UNKNOWN = -2, /* none, or none that the library converts */
+    STRING_ENCODING_UNKNOWN = -2, /* none, or none that is supported */
     STRING_ENCODING_DEFAULT = -1, /* the current encoding, whichever that is when it is used */
 
     STRING_ENCODING_UTF_8 = 0,

@@ -18,7 +18,7 @@ struct EncodingRow {
     int32_t mibEnum;  // IANA's number for the set; -1: none
     int32_t codePage; // Windows' number; -1: none
     StringEncoding encoding;
-    bool isSupported;                           // whether the library converts it
+    bool isSupported;                           // whether names lead to it
     int32_t preferredIndex;                     // of the name that ICU is given
     const char *names[ENCODING_MOST_NAMES + 1]; // ended by nullptr
 };

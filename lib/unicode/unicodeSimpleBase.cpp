@@ -30,7 +30,6 @@ constexpr int ESCAPED_DIGIT_LINE = 869;
 constexpr char UTF8[] = "UTF-8";
 
 bool IsAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
-bool IsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
 
 // ---- Lengths
 
@@ -80,11 +79,21 @@ template <typename Item> size_t UnicodeListLength(Item *const *list, ssize_t cou
 
 // ---- Cutting
 
-// Where to cut UTF-8 that is longer than limit, so that no character loses its end.
+// Whether there are bytes, and they end with a whole character.
+bool UnicodeEndsWhole(const char *string, size_t length)
+{
+    constexpr size_t MOST = 4; // bytes of a character
+    for (size_t size = 1; size <= std::min(length, MOST); size++) {
+        if (CodeSet_IsValidUtf8(string + length - size, size)) { return true; }
+    }
+    return false;
+}
+
+// Where to cut UTF-8 that is longer than limit, so that what is left ends with a whole character.
 size_t UnicodeCutUtf8(const char *string, size_t limit)
 {
     size_t length = limit;
-    while (length > 0 && IsContinuation(string[length])) {
+    while (length > 0 && !UnicodeEndsWhole(string, length)) {
         length--;
     }
     return length;
@@ -153,20 +162,31 @@ char *UnicodeCopy(const char *bytes, size_t length)
     return copy;
 }
 
+int UnicodeErrorOf(CodeSetReason reason)
+{
+    switch (reason) {
+    case CODESET_REASON_INVALID: return EILSEQ;
+    case CODESET_REASON_NO_MEMORY:
+    case CODESET_REASON_TOO_LONG: return ENOMEM;
+    default: return EINVAL;
+    }
+}
+
 // A new string of text that is as it should be, or nullptr with the reason as a number of errno.
 Unicode UnicodeConvertValid(const char *bytes, size_t size, StringEncoding encoding, int *error)
 {
-    *error = EILSEQ;
     if (encoding == STRING_ENCODING_UTF_8 || encoding == STRING_ENCODING_ASCII) {
+        *error = EILSEQ;
         if (!Unicode_IsBufferValid(bytes, static_cast<ssize_t>(size), encoding)) { return nullptr; }
         *error = ENOMEM;
         return UnicodeCopy(bytes, size);
     }
     char *string = nullptr;
-    return CodeSet_GenericToGeneric(Unicode_EncodingEnumToName(encoding), bytes, size, UTF8,
-                                    CODESET_INVALID_FAIL, &string, nullptr)
-               ? string
-               : nullptr;
+    CodeSetFailure failure;
+    CodeSet_Convert(Unicode_EncodingEnumToName(encoding), bytes, size, UTF8, CODESET_INVALID_FAIL,
+                    &string, nullptr, &failure);
+    *error = UnicodeErrorOf(failure.reason);
+    return string;
 }
 
 } // namespace
@@ -362,6 +382,7 @@ bool Unicode_CopyBytes(void *destination, const char *string, size_t capacity, s
         size_t converted = 0;
         if (!CodeSet_GenericToGeneric(UTF8, string, size, Unicode_EncodingEnumToName(encoding),
                                       CODESET_INVALID_FAIL, &block, &converted)) {
+            out[0] = '\0';
             return UnicodeCopyNothing(lengthOut);
         }
         const ScopedFree<char> bytes(block);

@@ -60,15 +60,22 @@ int UnicodeFindRow(const char *name)
 }
 
 // Not inlined, so that an answer that is kept saves no registers for this.
-[[gnu::noinline]] StringEncoding UnicodeFindAndKeep(HashTable *cache, const char *name)
+[[gnu::noinline]] int UnicodeFindAndKeep(HashTable *cache, const char *name)
 {
     const int row = UnicodeFindRow(name);
-    if (row == ENCODING_NO_ROW) {
-        Warning("%s: Did not find an IANA match for encoding \"%s\"\n", "UnicodeIANALookup", name);
-        return STRING_ENCODING_UNKNOWN;
+    if (row != ENCODING_NO_ROW) {
+        HashTable_Insert(cache, name, std::bit_cast<void *>(intptr_t{row}));
     }
-    HashTable_Insert(cache, name, std::bit_cast<void *>(intptr_t{row}));
-    return EncodingOfRow(row);
+    return row;
+}
+
+int UnicodeRowOf(const char *name)
+{
+    HashTable *cache =
+        HashTable_AllocOnce(&sNameCache, UNICODE_NAME_BUCKETS, UNICODE_NAME_CACHE_FLAGS, nullptr);
+    void *kept = nullptr;
+    if (!HashTable_Lookup(cache, name, &kept)) { return UnicodeFindAndKeep(cache, name); }
+    return static_cast<int>(std::bit_cast<intptr_t>(kept));
 }
 
 } // namespace
@@ -81,11 +88,18 @@ extern "C" void Unicode_Shutdown()
 
 extern "C" StringEncoding UnicodeIANALookup(const char *name)
 {
-    HashTable *cache =
-        HashTable_AllocOnce(&sNameCache, UNICODE_NAME_BUCKETS, UNICODE_NAME_CACHE_FLAGS, nullptr);
-    void *kept = nullptr;
-    if (!HashTable_Lookup(cache, name, &kept)) { return UnicodeFindAndKeep(cache, name); }
-    return EncodingOfRow(static_cast<int>(std::bit_cast<intptr_t>(kept)));
+    const int row = UnicodeRowOf(name);
+    if (row == ENCODING_NO_ROW) {
+        Warning("%s: Did not find an IANA match for encoding \"%s\"\n", __func__, name);
+        return STRING_ENCODING_UNKNOWN;
+    }
+    return EncodingOfRow(row);
+}
+
+extern "C" StringEncoding Unicode_FindEncoding(const char *name)
+{
+    const int row = UnicodeRowOf(name);
+    return row == ENCODING_NO_ROW ? STRING_ENCODING_UNKNOWN : EncodingOfRow(row);
 }
 
 extern "C" const char *Unicode_EncodingEnumToName(StringEncoding encoding)

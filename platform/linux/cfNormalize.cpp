@@ -52,6 +52,8 @@ public:
 private:
     static void StopOn(UErrorCode error)
     {
+        // ICU remembers this one, and gives it to all who ask again.
+        if (error == U_MEMORY_ALLOCATION_ERROR) { throw std::bad_alloc(); }
         if (U_FAILURE(error)) { CFStop("CFStringNormalize", u_errorName(error)); }
     }
 
@@ -142,6 +144,6 @@ extern "C" void CFStringNormalize(CFMutableStringRef string, CFStringNormalizati
         if (isComposed) { Compose(&text, characters); }
         Assign(string, text);
     } catch (const std::bad_alloc &) {
-        CFStop(__func__, "out of memory");
+        string->mIsLost = true; // there is no result to say so by: who asks for its text gets none
     }
 }

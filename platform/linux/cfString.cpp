@@ -138,7 +138,8 @@ extern "C" Boolean CFStringGetCString(CFStringRef string, char *buffer, CFIndex 
     CFRequire(string, CF_TYPE_STRING, __func__);
     if (buffer == nullptr || bufferSize < 1) { return false; }
     const std::string &text = string->mText;
-    if (encoding != kCFStringEncodingUTF8 || text.size() >= static_cast<size_t>(bufferSize)) {
+    if (string->mIsLost || encoding != kCFStringEncodingUTF8 ||
+        text.size() >= static_cast<size_t>(bufferSize)) {
         buffer[0] = '\0';
         return false;
     }
@@ -149,5 +150,5 @@ extern "C" Boolean CFStringGetCString(CFStringRef string, char *buffer, CFIndex 
 extern "C" const char *CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding)
 {
     CFRequire(string, CF_TYPE_STRING, __func__);
-    return encoding == kCFStringEncodingUTF8 ? string->mText.c_str() : nullptr;
+    return encoding == kCFStringEncodingUTF8 && !string->mIsLost ? string->mText.c_str() : nullptr;
 }

@@ -21,8 +21,9 @@ struct __CFString final : pelago::platform::CFObject {
     enum class Kind { Immutable, Mutable, Constant };
     __CFString(std::string text, CFIndex unitCount, Kind kind);
     const bool mIsMutable;
-    std::string mText;  // valid UTF-8 without NULs
-    CFIndex mUnitCount; // its length in UTF-16 units
+    std::string mText;    // valid UTF-8 without NULs
+    CFIndex mUnitCount;   // its length in UTF-16 units
+    bool mIsLost = false; // for want of memory it is not what it was to become
 };
 
 struct __CFArray final : pelago::platform::CFObject {

@@ -163,7 +163,7 @@ class Names(unittest.TestCase):
             self.assertEqual(foreign_names(self.own_part_of(symbol)), {name}, symbol)
 
     def test_every_cpp_symbol_is_in_our_namespace(self):
-        for variable, ours in (("PELAGO_FOUNDATION", "pelago::CodeSetUsesIcu()"),
+        for variable, ours in (("PELAGO_FOUNDATION", "pelago::CodeSetIcuKnows(char const*)"),
                                ("PELAGO_PLATFORM", "pelago::platform::PropertyList::PropertyList()")):
             listed = output_of("nm", "-g", "--defined-only", os.environ[variable])
             mangled = sorted(set(re.findall(r" [A-Za-z] (_Z\S+)$", listed, re.M)))

@@ -512,6 +512,16 @@ TEST_P(BothWays, AFailureIsNotTold)
     EXPECT_EQ(sWarnings, 0);
 }
 
+TEST_F(WithoutIcu, NamesAreLookedUpAlsoWhenThereIsNothingToConvert)
+{
+    sWarnings = 0;
+    DynBuf db;
+    DynBuf_Init(&db);
+    EXPECT_TRUE(CodeSet_GenericToGenericDb("no encoding", "", 0, "UTF-8", 0, &db));
+    EXPECT_TRUE(CodeSet_GenericToGenericDb("UTF-8", nullptr, 9, "no encoding", 0, &db));
+    EXPECT_EQ(sWarnings, 2);
+}
+
 TEST_F(WithoutIcu, TheLookUpTellsOfUnknownNames)
 {
     sWarnings = 0;
@@ -725,7 +735,8 @@ const GenericCase FALLBACK_CASES[] = {
      "latin1",
      {"\x80\xff", "\x80\xff", "\x80\xff"}},
     {"OtherFormsToo", "UTF-32LE", "odd", "UTF-32LE", {"odd", "odd", "odd"}},
-    {"KnownButNotConverted", "EUC-JP", "text", "EUC-JP", {FAILED, FAILED, FAILED}},
+    {"NotSupported", "EUC-JP", "text", "EUC-JP", {FAILED, FAILED, FAILED}},
+    {"TwoNotSupported", "EUC-JP", "text", "GB18030", {FAILED, FAILED, FAILED}},
     {"BadAsciiStaysAscii", "ASCII", "a\x80", "US-ASCII", {FAILED, FAILED, FAILED}},
 };
 
@@ -770,6 +781,20 @@ TEST_F(WithoutIcu, KnowsFourWaysBetweenTwoEncodings)
                     << in << " to " << out;
             }
         }
+    }
+}
+
+TEST_F(WithoutIcu, OnlyPolicyZeroFails)
+{
+    for (const unsigned policy : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 254U, 255U, 256U, 257U,
+                                  0x7FFFFFFFU, 0x80000000U, 0x80000001U, UINT_MAX}) {
+        const std::string substitute = policy % 2 == 1 ? REPLACED : "";
+        EXPECT_EQ(Convert("ASCII",
+                          "a\xff"
+                          "b",
+                          "UTF-8", policy),
+                  "a" + substitute + "b")
+            << policy;
     }
 }
 
@@ -989,7 +1014,8 @@ TEST_P(BothWays, InvalidBuffersAreNot)
 
 TEST_P(BothWays, NoBytesAreText)
 {
-    for (const char *name : {"UTF-8", "UTF-16LE", "UTF-16BE", "ASCII"}) {
+    for (const char *name : {"UTF-8", "UTF-16LE", "UTF-16BE", "ASCII", "UTF-32LE", "ISO-8859-1",
+                             "EUC-JP", "no encoding"}) {
         EXPECT_TRUE(CodeSet_IsValidBuffer(nullptr, 0, name)) << name;
         EXPECT_TRUE(CodeSet_IsValidBuffer("", 0, name)) << name;
     }
@@ -1011,16 +1037,10 @@ TEST_F(WithIcu, WhatDecodesToNothingIsNotText)
     EXPECT_TRUE(IsValid("UTF-16LE", Le(u"\ufeff"))) << "a character there";
 }
 
-TEST_F(WithIcu, NoBytesAreTextInNoEncoding)
-{
-    EXPECT_TRUE(CodeSet_IsValidBuffer("", 0, "no encoding"));
-}
-
 TEST_F(WithoutIcu, WhatIsNotConvertedIsNotJudged)
 {
     for (const char *name : {"ISO-8859-1", "UTF-32LE", "EUC-JP", "no encoding"}) {
         EXPECT_FALSE(IsValid(name, "text")) << name;
-        EXPECT_FALSE(IsValid(name, "")) << name;
     }
 }
 

@@ -1,14 +1,11 @@
 #include "codeset.h"
 
-#include "../../lib/misc/codesetInt.h"
 #include "scopedForTests.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <unicode/putil.h>
-
-using namespace pelago;
 
 namespace {
 
@@ -19,7 +16,7 @@ TEST(CodeSetInit, UsesIcuWhenItsDataFileIsThere)
     const TemporaryFolder folder;
     MakeDataFile(folder.Path());
     EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
-    EXPECT_TRUE(CodeSetUsesIcu());
+    EXPECT_TRUE(CodeSet_IsIcuInUse());
     EXPECT_EQ(u_getDataDirectory(), folder.Path() + "/icudt44l.dat") << "the file, not its folder";
 }
 
@@ -28,7 +25,7 @@ TEST(CodeSetInit, TakesAFolderWithASlashAtItsEnd)
     const TemporaryFolder folder;
     MakeDataFile(folder.Path());
     EXPECT_TRUE(CodeSet_Init((folder.Path() + "/").c_str()));
-    EXPECT_TRUE(CodeSetUsesIcu());
+    EXPECT_TRUE(CodeSet_IsIcuInUse());
     EXPECT_EQ(u_getDataDirectory(), folder.Path() + "//icudt44l.dat") << "nothing is tidied";
 }
 
@@ -38,7 +35,7 @@ TEST(CodeSetInit, GoesWithoutIcuWhenThereIsNoDataFile)
     MakeDataFile(with.Path());
     EXPECT_TRUE(CodeSet_Init(with.Path().c_str()));
     EXPECT_TRUE(CodeSet_Init(without.Path().c_str()));
-    EXPECT_FALSE(CodeSetUsesIcu()) << "a fresh look replaces what an earlier one found";
+    EXPECT_FALSE(CodeSet_IsIcuInUse()) << "a fresh look replaces what an earlier one found";
 }
 
 TEST(CodeSetInit, TakesAFolderOfThatNameForMissing)
@@ -46,7 +43,46 @@ TEST(CodeSetInit, TakesAFolderOfThatNameForMissing)
     const TemporaryFolder folder;
     ASSERT_EQ(mkdir((folder.Path() + "/icudt44l.dat").c_str(), 0700), 0);
     EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
-    EXPECT_FALSE(CodeSetUsesIcu());
+    EXPECT_FALSE(CodeSet_IsIcuInUse());
+}
+
+// ICU opens the file by its path, whatever it is behind that; only a folder it cannot be.
+TEST(CodeSetInit, TakesAnyOtherKindOfFile)
+{
+    for (const char *target : {"/dev/null", "real.dat"}) {
+        const TemporaryFolder folder;
+        std::ofstream(folder.Path() + "/real.dat") << "data";
+        ASSERT_EQ(symlink(target, (folder.Path() + "/icudt44l.dat").c_str()), 0);
+        EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
+        EXPECT_TRUE(CodeSet_IsIcuInUse()) << target;
+    }
+    const TemporaryFolder folder;
+    ASSERT_EQ(mkfifo((folder.Path() + "/icudt44l.dat").c_str(), 0600), 0);
+    EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
+    EXPECT_TRUE(CodeSet_IsIcuInUse());
+}
+
+TEST(CodeSetInit, TakesALinkForWhatItLeadsTo)
+{
+    for (const char *target : {".", "nothing"}) {
+        const TemporaryFolder folder;
+        ASSERT_EQ(symlink(target, (folder.Path() + "/icudt44l.dat").c_str()), 0);
+        EXPECT_TRUE(CodeSet_Init(folder.Path().c_str()));
+        EXPECT_FALSE(CodeSet_IsIcuInUse()) << target;
+    }
+}
+
+TEST(CodeSetInit, GoesWithoutIcuAlsoAfterItWasUsedWhenTheLocationServiceHasNoAnswer)
+{
+    const TemporaryFolder folder;
+    MakeDataFile(folder.Path());
+    CodeSet_Init(folder.Path().c_str());
+    ASSERT_TRUE(CodeSet_IsIcuInUse());
+    ASSERT_EQ(unsetenv("TARVEX_LOCATION_ROOT_FULLPATH"), 0);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(CodeSet_Init(nullptr));
+    testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(CodeSet_IsIcuInUse());
 }
 
 TEST(CodeSetInit, AsksTheLocationServiceAndGoesWithoutIcuWhenItHasNoAnswer)
@@ -56,14 +92,14 @@ TEST(CodeSetInit, AsksTheLocationServiceAndGoesWithoutIcuWhenItHasNoAnswer)
     testing::internal::CaptureStderr();
     EXPECT_TRUE(CodeSet_Init(nullptr));
     testing::internal::GetCapturedStderr();
-    EXPECT_FALSE(CodeSetUsesIcu());
+    EXPECT_FALSE(CodeSet_IsIcuInUse());
 
     const TemporaryFolder root;
     std::filesystem::create_directories(root.Path() + "/Contents/Library/icu");
     MakeDataFile(root.Path() + "/Contents/Library/icu");
     ASSERT_EQ(setenv("TARVEX_LOCATION_ROOT_FULLPATH", root.Path().c_str(), 1), 0);
     EXPECT_TRUE(CodeSet_Init(nullptr));
-    EXPECT_TRUE(CodeSetUsesIcu());
+    EXPECT_TRUE(CodeSet_IsIcuInUse());
     ASSERT_EQ(unsetenv("TARVEX_LOCATION_ROOT_FULLPATH"), 0);
 }
 
@@ -72,9 +108,9 @@ TEST(CodeSetDontUseIcu, SwitchesItOff)
     const TemporaryFolder folder;
     MakeDataFile(folder.Path());
     CodeSet_Init(folder.Path().c_str());
-    ASSERT_TRUE(CodeSetUsesIcu());
+    ASSERT_TRUE(CodeSet_IsIcuInUse());
     CodeSet_DontUseIcu();
-    EXPECT_FALSE(CodeSetUsesIcu());
+    EXPECT_FALSE(CodeSet_IsIcuInUse());
 }
 
 } // namespace

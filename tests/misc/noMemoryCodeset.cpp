@@ -2,6 +2,7 @@
 #include "noMemory.h"
 
 #include "codeset.h"
+#include "scarceNew.h"
 #include "unicode.h"
 
 #include <fstream>
@@ -102,8 +103,19 @@ HANDS_OUT(CodeSet_Utf16leToCurrent, LONG_LE, LONG)
 HANDS_OUT(CodeSet_Utf16beToCurrent, LONG_BE, LONG)
 HANDS_OUT(CodeSet_Utf8ToCurrent, LONG, LONG)
 HANDS_OUT(CodeSet_CurrentToUtf8, LONG, LONG)
-HANDS_OUT(CodeSet_Utf8FormDToUtf8FormC, "e\u0301"s, "\u00e9")
-HANDS_OUT(CodeSet_Utf8FormCToUtf8FormD, "\u00e9"s, "e\u0301")
+// The normal forms also need what the host's strings are made of, which is got with new.
+#define NORMALIZES(function, in, expected)                                                         \
+    RUNS_OUT(function, FAILS)                                                                      \
+    {                                                                                              \
+        return HandsOut(Way::Icu, expected, [](char **out, size_t *size) {                         \
+            const ScarceNew andNew;                                                                \
+            return function((in).c_str(), 0, out, size);                                           \
+        });                                                                                        \
+    }
+
+const std::string COMPOSED = Times(100, "\u00e9"), DECOMPOSED = Times(100, "e\u0301");
+NORMALIZES(CodeSet_Utf8FormDToUtf8FormC, DECOMPOSED, COMPOSED)
+NORMALIZES(CodeSet_Utf8FormCToUtf8FormD, COMPOSED, DECOMPOSED)
 
 RUNS_OUT(CodeSet_Utf16leToUtf8Db, FAILS)
 {
@@ -144,6 +156,33 @@ RUNS_OUT_WHEN(CodeSet_GenericToGeneric, ForTheTerminator, FAILS)
     });
 }
 
+// The failure says that it was memory.
+bool ConvertsOrTells(Way way, const char *codeIn, const std::string &in)
+{
+    return HandsOut(way, LONG, [&](char **out, size_t *size) {
+        CodeSetFailure failure = {CODESET_REASON_ICU, 1};
+        const bool succeeded = CodeSet_Convert(codeIn, in.data(), in.size(), "UTF-8",
+                                               CODESET_INVALID_FAIL, out, size, &failure);
+        EXPECT_EQ(failure.reason, succeeded ? CODESET_REASON_NONE : CODESET_REASON_NO_MEMORY);
+        EXPECT_EQ(failure.offset, 0);
+        return succeeded;
+    });
+}
+
+RUNS_OUT(CodeSet_Convert, FAILS) { return ConvertsOrTells(Way::Icu, "UTF-16LE", LONG_LE); }
+RUNS_OUT_WHEN(CodeSet_Convert, WithoutIcu, FAILS)
+{
+    return ConvertsOrTells(Way::Fallback, "UTF-16LE", LONG_LE);
+}
+RUNS_OUT_WHEN(CodeSet_Convert, WithoutIcuOfUtf16be, FAILS)
+{
+    return ConvertsOrTells(Way::Fallback, "UTF-16BE", LONG_BE);
+}
+RUNS_OUT_WHEN(CodeSet_Convert, WithoutIcuOfAscii, FAILS)
+{
+    return ConvertsOrTells(Way::Fallback, "ASCII", LONG);
+}
+
 RUNS_OUT(CodeSet_GenericToGenericDb, FAILS)
 {
     return Appends(Way::Icu, LONG_LE, [](DynBuf *db) {
@@ -167,11 +206,38 @@ RUNS_OUT_WHEN(CodeSet_GenericToGenericDb, WithoutIcuInOneEncoding, FAILS)
     });
 }
 
+// What was appended before the block that is refused goes, too.
+RUNS_OUT_WHEN(CodeSet_GenericToGenericDb, WithoutIcuFromAscii, FAILS)
+{
+    static const std::string TEXT = "a\xff" + LONG;
+    return Appends(Way::Fallback, "a\xef\xbf\xbd" + LONG, [](DynBuf *db) {
+        return CodeSet_GenericToGenericDb("ASCII", TEXT.data(), TEXT.size(), "UTF-8",
+                                          CODESET_INVALID_SUBSTITUTE, db);
+    });
+}
+
 // ---- Validity
 
 RUNS_OUT(CodeSet_Validate, FAILS)
 {
     return On(Way::Icu, [] { return Scarcely([] { return CodeSet_Validate("UTF-8"); }); });
+}
+
+RUNS_OUT(CodeSet_CanConvert, FAILS)
+{
+    return On(Way::Icu,
+              [] { return Scarcely([] { return CodeSet_CanConvert("UTF-16LE", "UTF-8"); }); });
+}
+
+NEEDS_NO_MEMORY_WHEN(CodeSet_CanConvert, WithoutIcuOfNamesThatAreKept)
+{
+    return On(Way::Fallback,
+              [] { return Scarcely([] { return CodeSet_CanConvert("UTF-16LE", "UTF-8"); }); });
+}
+
+NEEDS_NO_MEMORY(CodeSet_IsIcuInUse)
+{
+    return On(Way::Icu, [] { return Scarcely([] { return CodeSet_IsIcuInUse(); }); });
 }
 
 NEEDS_NO_MEMORY_WHEN(CodeSet_Validate, WithoutIcuOfANameThatIsKept)
@@ -193,7 +259,7 @@ NEEDS_NO_MEMORY_WHEN(CodeSet_IsValidBuffer, WithoutIcu)
     });
 }
 
-RUNS_OUT_WHEN(CodeSet_IsValidBuffer, WithoutIcuInUtf16, FAILS)
+NEEDS_NO_MEMORY_WHEN(CodeSet_IsValidBuffer, WithoutIcuInUtf16)
 {
     return On(Way::Fallback, [] {
         return Scarcely(

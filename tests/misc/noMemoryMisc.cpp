@@ -11,8 +11,6 @@
 #include "unicode.h"
 #include "util.h"
 
-#include "../../lib/misc/codesetInt.h"
-
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -21,8 +19,6 @@
 #include <string_view>
 
 #include <unicode/putil.h>
-
-using namespace pelago;
 
 namespace {
 
@@ -656,7 +652,7 @@ bool UsesIcu(const std::function<void(const Root &root)> &init)
 {
     const Root root;
     Scarcely([&] { init(root); });
-    const bool isUsed = CodeSetUsesIcu() && u_getDataDirectory() == root.File();
+    const bool isUsed = CodeSet_IsIcuInUse() && u_getDataDirectory() == root.File();
     u_setDataDirectory(nullptr); // releases ICU's copy
     return isUsed;
 }
@@ -674,7 +670,7 @@ RUNS_OUT_WHEN(CodeSet_Init, WhereTheProductHasIt, NO_ROOT, FAILS)
 NEEDS_NO_MEMORY(CodeSet_DontUseIcu)
 {
     Scarcely([] { CodeSet_DontUseIcu(); });
-    return !CodeSetUsesIcu();
+    return !CodeSet_IsIcuInUse();
 }
 
 // The first call decides, so with memory again it stays without ICU.

@@ -394,17 +394,30 @@ TEST(StringWithoutMemory, IsNotCopied)
     }
 }
 
-void NormalizeWith(size_t granted)
+// Normalizes with so many allocations; whether they were enough.
+bool NormalizesWith(size_t granted, CFMutableStringRef string)
 {
-    const auto copy = MutableCopy(String(LONG_TEXT).get());
     OutOfNew limit(granted);
-    CFStringNormalize(copy.get(), FORM_C);
+    CFStringNormalize(string, FORM_C);
+    return !limit.Showed();
 }
 
-TEST(StringWithoutMemoryDeathTest, EndsTheProcessWhenNormalized)
+TEST(StringWithoutMemory, GivesNoTextOnceItWasNotNormalized)
 {
-    EXPECT_DEATH(NormalizeWith(0), "Core Foundation: CFStringNormalize: out of memory");
-    EXPECT_DEATH(NormalizeWith(1), "Core Foundation: CFStringNormalize: out of memory");
+    char buffer[1000];
+    for (size_t granted = 0;; granted++) {
+        const auto copy = MutableCopy(String(LONG_TEXT).get());
+        const bool done = NormalizesWith(granted, copy.get());
+        buffer[0] = 'x';
+        EXPECT_EQ(CFStringGetCString(copy.get(), buffer, sizeof buffer, kCFStringEncodingUTF8),
+                  done);
+        EXPECT_EQ(CFStringGetCStringPtr(copy.get(), kCFStringEncodingUTF8) != nullptr, done);
+        if (done) {
+            EXPECT_GT(granted, 1u) << "it does ask for memory";
+            return;
+        }
+        EXPECT_EQ(buffer[0], '\0');
+    }
 }
 
 } // namespace

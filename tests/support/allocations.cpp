@@ -15,15 +15,6 @@ thread_local size_t tFirstRefused, tRefused; // so many from that call on
 thread_local std::vector<size_t> *tSizes;
 thread_local std::function<void()> tDeed;
 
-bool Grants(size_t size)
-{
-    if (tDeed) { std::exchange(tDeed, nullptr)(); }
-    if (tSizes != nullptr) { tSizes->push_back(size); }
-    tLastSize = size;
-    const size_t call = tCalls++;
-    return call < tFirstRefused || call - tFirstRefused >= tRefused;
-}
-
 template <typename T> T *Given(T *block)
 {
     if (block != nullptr) { sLive++; }
@@ -34,16 +25,19 @@ template <typename T> T *Given(T *block)
 
 extern "C" {
 void *__real_malloc(size_t size);
-void *__wrap_malloc(size_t size) { return Grants(size) ? Given(__real_malloc(size)) : nullptr; }
+void *__wrap_malloc(size_t size)
+{
+    return Allocations::Grants(size) ? Given(__real_malloc(size)) : nullptr;
+}
 void *__real_calloc(size_t count, size_t size);
 void *__wrap_calloc(size_t count, size_t size)
 {
-    return Grants(count * size) ? Given(__real_calloc(count, size)) : nullptr;
+    return Allocations::Grants(count * size) ? Given(__real_calloc(count, size)) : nullptr;
 }
 void *__real_realloc(void *block, size_t size);
 void *__wrap_realloc(void *block, size_t size)
 {
-    if (!Grants(size)) { return nullptr; }
+    if (!Allocations::Grants(size)) { return nullptr; }
     const bool hadBlock = block != nullptr;
     void *moved = __real_realloc(block, size);
     if (moved != nullptr && !hadBlock) { sLive++; }
@@ -53,7 +47,7 @@ void *__wrap_realloc(void *block, size_t size)
 char *__real_strdup(const char *string);
 char *__wrap_strdup(const char *string)
 {
-    return Grants(strlen(string) + 1) ? Given(__real_strdup(string)) : nullptr;
+    return Allocations::Grants(strlen(string) + 1) ? Given(__real_strdup(string)) : nullptr;
 }
 void __real_free(void *block);
 void __wrap_free(void *block)
@@ -74,6 +68,15 @@ std::vector<size_t> Allocations::SizesIn(const std::function<void()> &action)
     action();
     tSizes = nullptr;
     return sizes;
+}
+
+bool Allocations::Grants(size_t size)
+{
+    if (tDeed) { std::exchange(tDeed, nullptr)(); }
+    if (tSizes != nullptr) { tSizes->push_back(size); }
+    tLastSize = size;
+    const size_t call = tCalls++;
+    return call < tFirstRefused || call - tFirstRefused >= tRefused;
 }
 
 void Allocations::Meanwhile(std::function<void()> deed) { tDeed = std::move(deed); }

@@ -18,6 +18,9 @@ struct Allocations {
     static size_t LastSize();
     // What this thread asks for in the action, call by call.
     static std::vector<size_t> SizesIn(const std::function<void()> &action);
+    // Counts one more call of this thread, for a block from elsewhere, and says whether it is
+    // granted.
+    static bool Grants(size_t size);
     // Does this once, in this thread's next call, before that is answered.
     static void Meanwhile(std::function<void()> deed);
 };

@@ -77,6 +77,19 @@ TEST_F(EncodingNamesThreads, WhoIsOvertakenGivesTheAnswerThatIsKept)
     EXPECT_EQ(Allocations::Live() - mBefore, TABLE + 2 * ENTRY);
 }
 
+// Between an insertion's look at the bucket and its entry.
+TEST_F(EncodingNamesThreads, WhoIsOvertakenWhileKeepingANameKeepsItOnce)
+{
+    UnicodeIANALookup("UTF-8");
+    Allocations::Meanwhile([] {
+        std::thread([] {
+            EXPECT_EQ(UnicodeIANALookup("ISO-8859-1"), STRING_ENCODING_ISO_8859_1);
+        }).join();
+    });
+    EXPECT_EQ(UnicodeIANALookup("ISO-8859-1"), STRING_ENCODING_ISO_8859_1); // the entry comes next
+    EXPECT_EQ(Allocations::Live() - mBefore, TABLE + 2 * ENTRY);
+}
+
 TEST_F(EncodingNamesThreads, EachMissIsToldByWhoeverMetIt)
 {
     sWarnings = 0;

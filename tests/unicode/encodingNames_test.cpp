@@ -2,6 +2,7 @@
 
 #include "allocations.h"
 #include "codeset.h"
+#include "encodingFigures.h"
 #include "encodingList.h"
 #include "panic.h"
 #include "plainLookup.h"
@@ -40,6 +41,23 @@ const char *__wrap_CodeSet_GetCurrentCodeSet()
     return sCodeSet != nullptr ? sCodeSet : __real_CodeSet_GetCurrentCodeSet();
 }
 }
+
+// A locale in which every byte above ASCII is a letter, and "I" has no dot in lower case.
+static bool sIsElsewhere;
+#define PELAGO_ELSEWHERE(call, answer)                                                             \
+    extern "C" int __real_##call(int byte);                                                        \
+    extern "C" int __wrap_##call(int byte)                                                         \
+    {                                                                                              \
+        if (!sIsElsewhere) { return __real_##call(byte); }                                         \
+        return answer;                                                                             \
+    }
+PELAGO_ELSEWHERE(isalpha, byte > 0x7F || __real_isalpha(byte))
+PELAGO_ELSEWHERE(isalnum, byte > 0x7F || __real_isalnum(byte))
+PELAGO_ELSEWHERE(isupper, byte >= 0xC0 || __real_isupper(byte))
+PELAGO_ELSEWHERE(islower, byte >= 0xE0 || __real_islower(byte))
+PELAGO_ELSEWHERE(isdigit, byte == 0xB2 || __real_isdigit(byte))
+PELAGO_ELSEWHERE(tolower, byte == 'I' ? 0xFD : __real_tolower(byte))
+PELAGO_ELSEWHERE(toupper, byte == 'i' ? 0xDD : __real_toupper(byte))
 
 namespace {
 
@@ -152,6 +170,42 @@ TEST(EncodingTable, HoldsPreferredNamesSupportAndCodePagesAsPromised)
         const EncodingRow first = RowsOf(value).front();
         EXPECT_EQ(first.names[first.preferredIndex], preferred);
         EXPECT_EQ(found, codePages) << preferred;
+    }
+}
+
+struct Figures {
+    int mibEnum, codePage, encoding, isSupported, preferredIndex, nameCount;
+    uint64_t digest;
+    bool operator==(const Figures &) const = default;
+};
+void PrintTo(const Figures &figures, std::ostream *out)
+{
+    *out << figures.encoding << ": " << figures.nameCount << " names, " << std::hex
+         << figures.digest;
+}
+
+Figures FiguresOf(const EncodingRow &row)
+{
+    uint64_t digest = 0xcbf29ce484222325;
+    for (const std::string &name : NamesOf(row)) {
+        for (const char byte : name + '\n') {
+            digest = (digest ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+        }
+    }
+    return {row.mibEnum,     row.codePage,       row.encoding,
+            row.isSupported, row.preferredIndex, static_cast<int>(NamesOf(row).size()),
+            digest};
+}
+
+TEST(EncodingTable, HasTheFiguresOfItsSources)
+{
+#define AS_FIGURES(...) Figures{__VA_ARGS__},
+    const std::vector<Figures> promised = {ENCODING_FIGURES(AS_FIGURES)};
+#undef AS_FIGURES
+    ASSERT_EQ(std::size(ENCODING_ROWS), promised.size());
+    for (size_t i = 0; i < promised.size(); i++) {
+        EXPECT_EQ(FiguresOf(ENCODING_ROWS[i]), promised[i])
+            << "row " << i << ", " << ENCODING_ROWS[i].names[0];
     }
 }
 
@@ -459,6 +513,31 @@ TEST_F(EncodingLookup, GivesTheNameThatTwoRowsSpellInTwoCasesToWhoeverWasAskedFi
     EXPECT_EQ(UnicodeIANALookup("iso-8859-8-i"), STRING_ENCODING_ISO_8859_8_I);
     EXPECT_EQ(Afresh("iso-8859-8-i"), STRING_ENCODING_UNKNOWN) << "292 is not converted";
     EXPECT_EQ(UnicodeIANALookup("ISO-8859-8-I"), STRING_ENCODING_UNKNOWN);
+}
+
+TEST_F(EncodingLookup, JudgesLettersAndDigitsWithoutTheLocale)
+{
+    sIsElsewhere = true;
+    EXPECT_EQ(UnicodeIANALookup("i\xe9so 8859\xb2-1"), STRING_ENCODING_ISO_8859_1);
+    EXPECT_EQ(UnicodeIANALookup("Iso_8859_1"), STRING_ENCODING_ISO_8859_1);
+    EXPECT_EQ(UnicodeIANALookup("WINDOWS_1252"), STRING_ENCODING_WINDOWS_1252);
+    EXPECT_EQ(UnicodeIANALookup("windows-1252\xb2"), STRING_ENCODING_WINDOWS_1252);
+    sIsElsewhere = false;
+    EXPECT_EQ(sWarnings, "");
+}
+
+TEST_F(EncodingLookup, IsTheSameWithoutAWarning)
+{
+    for (const char *name : {"utf 8", "ISO-8859-1", "windows-949", "EUC-JP", "no such encoding"}) {
+        const StringEncoding promised = Afresh(name);
+        Unicode_Shutdown();
+        sWarnings.clear();
+        EXPECT_EQ(Unicode_FindEncoding(name), promised) << name;
+        EXPECT_EQ(Unicode_FindEncoding(name), promised) << name;
+        EXPECT_EQ(sWarnings, "");
+    }
+    EXPECT_EQ(Unicode_FindEncoding("UTF-8"), STRING_ENCODING_UTF_8);
+    EXPECT_EQ(Blocks("utf-8"), 0u) << "what it finds is kept for both";
 }
 
 TEST_F(EncodingLookup, TakesANameOfAnyLength)

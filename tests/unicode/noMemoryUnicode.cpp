@@ -84,6 +84,14 @@ RUNS_OUT(Unicode_ResolveEncoding, PANICS)
     return resolved == STRING_ENCODING_UTF_8;
 }
 
+RUNS_OUT(Unicode_FindEncoding, PANICS)
+{
+    const bool found =
+        Scarcely([] { return Unicode_FindEncoding("latin1"); }) == STRING_ENCODING_ISO_8859_1;
+    Unicode_Shutdown();
+    return found;
+}
+
 NEEDS_NO_MEMORY(Unicode_EncodingEnumToName)
 {
     return Scarcely([] { return Unicode_EncodingEnumToName(LE); }) == "UTF-16LE"s;
@@ -123,6 +131,15 @@ RUNS_OUT(Unicode_AllocIfValid, FAILS) { return AllocatesValid("ab", STRING_ENCOD
 RUNS_OUT_WHEN(Unicode_AllocIfValid, InAscii, FAILS)
 {
     return AllocatesValid("ab", STRING_ENCODING_ASCII);
+}
+
+RUNS_OUT_WHEN(Unicode_AllocIfValid, InUtf16, FAILS)
+{
+    return WithNames([] { return AllocatesValid(AB_16_TERMINATED.c_str(), LE); });
+}
+RUNS_OUT_WHEN(Unicode_AllocIfValid, WithIcu, FAILS)
+{
+    return WithIcu([] { return AllocatesValid(AB_16_TERMINATED.c_str(), LE); });
 }
 
 bool EndsWithNull(char **list)
@@ -220,7 +237,8 @@ bool CopiesBytes(StringEncoding encoding, const std::string &expected)
     const bool fit =
         Scarcely([&] { return Unicode_CopyBytes(out, "ab", sizeof out, &size, encoding); });
     EXPECT_EQ(size, fit ? expected.size() : 0);
-    EXPECT_EQ(std::string(out, expected.size()), fit ? expected : "xxxx");
+    const std::string nothing = "\0xxx"s; // but a terminator
+    EXPECT_EQ(std::string(out, expected.size()), fit ? expected : nothing);
     return fit;
 }
 
@@ -259,7 +277,7 @@ NEEDS_NO_MEMORY_WHEN(Unicode_IsBufferValid, InUtf16le)
         [] { return Scarcely([] { return Unicode_IsBufferValid(AB_16.data(), 4, LE); }); });
 }
 
-RUNS_OUT_WHEN(Unicode_IsBufferValid, InUtf16be, FAILS)
+NEEDS_NO_MEMORY_WHEN(Unicode_IsBufferValid, InUtf16be)
 {
     return WithNames([] {
         return Scarcely(

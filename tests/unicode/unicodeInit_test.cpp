@@ -1,6 +1,6 @@
+#include "codeset.h"
 #include "unicode.h"
 
-#include "../../lib/misc/codesetInt.h"
 #include "panic.h"
 #include "scopedForTests.h"
 #include "together.h"
@@ -12,8 +12,6 @@
 #include <fstream>
 #include <sys/wait.h>
 #include <thread>
-
-using namespace pelago;
 
 static std::atomic<int> sCodeSetInits, sPauses, sWrongPauses;
 static bool sCodeSetIsSlow, sCodeSetFails;
@@ -58,7 +56,7 @@ TEST_F(UnicodeInit, UsesTheGivenFolder)
 {
     EXPECT_TRUE(InChild([&] {
         Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
-        return CodeSetUsesIcu();
+        return CodeSet_IsIcuInUse();
     }));
 }
 
@@ -66,7 +64,7 @@ TEST_F(UnicodeInit, SucceedsWithoutADataFile)
 {
     EXPECT_TRUE(InChild([&] {
         Unicode_InitEx(0, nullptr, nullptr, mWithout.Path().c_str());
-        return !CodeSetUsesIcu();
+        return !CodeSet_IsIcuInUse();
     }));
 }
 
@@ -75,12 +73,12 @@ TEST_F(UnicodeInit, KeepsWhatTheFirstCallFound)
     EXPECT_TRUE(InChild([&] {
         Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
         Unicode_InitEx(0, nullptr, nullptr, mWithout.Path().c_str());
-        return CodeSetUsesIcu();
+        return CodeSet_IsIcuInUse();
     }));
     EXPECT_TRUE(InChild([&] {
         Unicode_InitEx(0, nullptr, nullptr, mWithout.Path().c_str());
         Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
-        return !CodeSetUsesIcu();
+        return !CodeSet_IsIcuInUse();
     }));
 }
 
@@ -91,8 +89,30 @@ TEST_F(UnicodeInit, AsksTheLocationServiceForTheFolder)
     EXPECT_TRUE(InChild([&] {
         setenv("TARVEX_LOCATION_ROOT_FULLPATH", mWithout.Path().c_str(), 1);
         Unicode_Init();
-        return CodeSetUsesIcu();
+        return CodeSet_IsIcuInUse();
     }));
+}
+
+TEST_F(UnicodeInit, TakesAnEmptyFolderForWhatItIs)
+{
+    std::filesystem::create_directories(mWithout.Path() + "/Contents/Library/icu");
+    std::ofstream(mWithout.Path() + "/Contents/Library/icu/icudt44l.dat") << "data";
+    EXPECT_TRUE(InChild([&] {
+        setenv("TARVEX_LOCATION_ROOT_FULLPATH", mWithout.Path().c_str(), 1);
+        Unicode_InitEx(0, nullptr, nullptr, ""); // the root folder, which has no such file
+        return !CodeSet_IsIcuInUse();
+    }));
+}
+
+TEST_F(UnicodeInit, SaysNothingOfAWrongFolder)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(InChild([&] {
+        Unicode_InitEx(0, nullptr, nullptr, "/no/such/folder");
+        Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
+        return !CodeSet_IsIcuInUse();
+    }));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST_F(UnicodeInit, LetsThreadsRaceAndLooksOnce)
@@ -101,7 +121,7 @@ TEST_F(UnicodeInit, LetsThreadsRaceAndLooksOnce)
     std::atomic<int> satisfied{0};
     Together(8, [&](int) {
         Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
-        satisfied += CodeSetUsesIcu();
+        satisfied += CodeSet_IsIcuInUse();
     });
     EXPECT_EQ(satisfied, 8) << "whoever returns finds the work done";
     EXPECT_EQ(sCodeSetInits, 1);
@@ -120,6 +140,26 @@ TEST_F(UnicodeInitDeathTest, EndsTheProcessWhenTheCodeSetLayerFails)
             Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
         },
         "Failed to initialize codeset.\n");
+}
+
+// Code of the program's that runs while its process ends.
+void InitializeAtTheEnd()
+{
+    alarm(10); // were the lock still held, this would wait for ever
+    sCodeSetFails = false;
+    Unicode_InitEx(0, nullptr, nullptr, nullptr);
+    _exit(42);
+}
+
+TEST_F(UnicodeInitDeathTest, HoldsNoLockWhileItEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            sCodeSetFails = true;
+            atexit(InitializeAtTheEnd);
+            Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
+        },
+        testing::ExitedWithCode(42), "Failed to initialize codeset.\n");
 }
 
 } // namespace

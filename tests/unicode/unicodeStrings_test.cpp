@@ -213,6 +213,21 @@ TEST_P(BothWays, WhatIsNoTextFromOutsideIsRefused)
     EXPECT_EQ(Unicode_AllocIfValid("\xff", -1, STRING_ENCODING_UTF_8), nullptr);
 }
 
+TEST_P(BothWays, TextFromOutsideInAnEncodingThatOnlyIcuConverts)
+{
+    EXPECT_EQ(AllocIfValid("caf\xe9", STRING_ENCODING_ISO_8859_1),
+              CodeSet_IsIcuInUse() ? "caf\u00e9" : "EINVAL");
+    EXPECT_EQ(AllocIfValid("\x83", STRING_ENCODING_SHIFT_JIS),
+              CodeSet_IsIcuInUse() ? "EILSEQ" : "EINVAL");
+}
+
+TEST_P(BothWays, NoBytesAreTextInAnyEncoding)
+{
+    for (const Encoding &encoding : AllEncodings()) {
+        EXPECT_TRUE(Unicode_IsBufferValid("", 0, encoding.value)) << encoding.name;
+    }
+}
+
 // Read on either way.
 class Read : public testing::TestWithParam<Spelling> {
 protected:
@@ -777,18 +792,58 @@ TEST_P(BothWays, NothingIsWrittenWhereNoTerminatorFits)
     EXPECT_EQ(CopyInto(1, "abc", STRING_ENCODING_UTF_16LE), Nothing(1));
 }
 
-TEST_P(BothWays, NothingIsWrittenOfWhatTheEncodingLacks)
+TEST_P(BothWays, NothingIsWrittenOfWhatIsNotAscii)
 {
     EXPECT_EQ(CopyInto(9, "abc\u00e9", STRING_ENCODING_ASCII), Nothing(9));
     EXPECT_EQ(CopyInto(3, "abc\u00e9", STRING_ENCODING_ASCII), Nothing(3))
         << "also where it would be cut";
-    EXPECT_EQ(CopyInto(9, "abc\u20ac", STRING_ENCODING_ISO_8859_1), Nothing(9));
 }
 
-TEST_F(WithoutIcu, NothingIsWrittenInOtherEncodings)
+TEST_P(BothWays, AFailedConversionLeavesATerminator)
 {
-    EXPECT_EQ(CopyInto(9, "a", STRING_ENCODING_UTF_16BE), Nothing(9));
-    EXPECT_EQ(CopyInto(9, "a", STRING_ENCODING_ISO_8859_1), Nothing(9));
+    EXPECT_EQ(CopyInto(9, "abc\u20ac", STRING_ENCODING_ISO_8859_1), Kept(false, "", 1, 9));
+    EXPECT_EQ(CopyInto(1, "abc\u20ac", STRING_ENCODING_ISO_8859_1), Kept(false, "", 1, 1));
+    EXPECT_EQ(CopyInto(9, "abc\xff", STRING_ENCODING_UTF_16BE), Kept(false, "", 1, 9));
+}
+
+TEST_F(WithoutIcu, ACopyInAnotherEncodingLeavesATerminator)
+{
+    EXPECT_EQ(CopyInto(9, "a", STRING_ENCODING_UTF_16BE), Kept(false, "", 1, 9));
+    EXPECT_EQ(CopyInto(9, "a", STRING_ENCODING_ISO_8859_1), Kept(false, "", 1, 9));
+}
+
+// Bytes that are not UTF-8, how many there is room for, and what is left of them.
+struct IllFormedCut {
+    std::string bytes;
+    size_t limit;
+    std::string left;
+};
+
+TEST_P(BothWays, ACutLeavesNoPartOfACharacterOfIllFormedTextEither)
+{
+    const IllFormedCut cuts[] = {
+        {"a\xc3"s + "b", 2, "a"},      // a leading byte without the rest
+        {"\xf0\x9f"s + "b", 2, ""},    // two bytes of four
+        {"\xe4\xb8\xf0\x9f.", 4, ""},  // and again
+        {"\xc3\xa9\x80", 2, "\u00e9"}, // a whole character, and a byte too many
+        {"\xc3\xa9\x80"s + "b", 3, "\u00e9"},
+        {"a\x80\x80\x80", 3, "a"},        // bytes that nothing leads
+        {"a\xc0\x80"s + "b", 3, "a"},     // longer than needed
+        {"a\xed\xa0\x80"s + "b", 4, "a"}, // a surrogate
+        {"a\xff"s + "b", 2, "a"},
+        {"\xff"s + "ab", 2, "\xff"s + "a"}, // before the end it stays
+        {"\x80\x80\x80", 2, ""},
+        {"a\xf0\x9f\x98\x80"s + "b", 4, "a"},
+        {"a\xf0\x9f\x98\x80"s + "b", 5, "a\U0001F600"},
+    };
+    for (const IllFormedCut &cut : cuts) {
+        const size_t capacity = cut.limit + 1;
+        EXPECT_EQ(CopyInto(capacity, cut.bytes, STRING_ENCODING_UTF_8),
+                  Kept(false, cut.left, 1, capacity))
+            << testing::PrintToString(cut.bytes);
+    }
+    EXPECT_EQ(CopyInto(4, "\xc3\xa9\x80", STRING_ENCODING_UTF_8), Kept(true, "\xc3\xa9\x80", 1, 4))
+        << "what fits is copied as it is";
 }
 
 TEST_P(BothWays, ACopyLeavesNothingBehind)
@@ -1125,6 +1180,23 @@ TEST(UnicodeAllocFromEscapedAsciiDeathTest, OtherBytesThanAsciiEndTheProcess)
     EXPECT_PANIC(Unicode_AllocFromEscapedAscii("abc\u00e9", true), PLAIN);
     EXPECT_PANIC(Unicode_AllocFromEscapedAscii("\\\x80", true), ESCAPED);
     EXPECT_PANIC(Unicode_AllocFromEscapedAscii("abc\\\xff", true), ESCAPED);
+}
+
+TEST(UnicodeAllocFromEscapedAsciiDeathTest, OnlyTheDigitsAreDigits)
+{
+    const std::string digits = "0123456789abcdefABCDEF";
+    for (int byte = 1; byte < 256; byte++) {
+        const std::string input = "\\u004"s + static_cast<char>(byte);
+        if (digits.find(static_cast<char>(byte)) != std::string::npos) {
+            const auto value = static_cast<char>(std::stoi(input.substr(2), nullptr, 16));
+            EXPECT_EQ(Take(Unicode_AllocFromEscapedAscii(input.c_str(), true)),
+                      std::string(1, value));
+        } else {
+            EXPECT_PANIC(Unicode_AllocFromEscapedAscii(input.c_str(), true),
+                         "NOT_IMPLEMENTED lib/unicode/unicodeSimpleBase:869\n")
+                << byte;
+        }
+    }
 }
 
 TEST(UnicodeAllocFromEscapedAsciiDeathTest, OtherThanDigitsEndTheProcess)

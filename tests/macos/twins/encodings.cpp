@@ -91,6 +91,14 @@ void Convert(Numbers &numbers, Answer *answer)
                                           policy, &out, &size));
     answer->Took(out, size);
     answer->Came(CodeSet_IsValidBuffer(text.data(), text.size(), from.c_str()));
+    answer->Came(CodeSet_CanConvert(from.c_str(), to.c_str()));
+    CodeSetFailure failure;
+    if (CodeSet_Convert(from.c_str(), text.data(), text.size(), to.c_str(), policy, &out, &size,
+                        &failure)) {
+        free(out);
+    }
+    answer->Came(failure.reason);
+    answer->Came(static_cast<long long>(failure.offset));
 }
 
 template <typename From, typename To>
@@ -145,6 +153,7 @@ void UnicodeStrings(Numbers &numbers, Answer *answer)
     answer->Ask(text);
     answer->Came(Unicode_IsBufferValid(text.data(), size, from.value));
     answer->Took(Unicode_EscapeBuffer(text.data(), size, from.value));
+    answer->Took(Unicode_AllocIfValid(text.data(), size, from.value));
     char *string = Unicode_AllocWithLength(text.data(), size, from.value);
     answer->Came(string);
     answer->Came(static_cast<long long>(Unicode_BytesRequired(string, to.value)));
@@ -207,5 +216,6 @@ void EncodingNames(Numbers &numbers, Answer *answer)
     answer->Ask(name);
     const StringEncoding encoding = UnicodeIANALookup(name.c_str());
     answer->Came(encoding);
+    answer->Came(Unicode_FindEncoding(name.c_str()));
     if (Unicode_IsEncodingValid(encoding)) { answer->Came(Unicode_EncodingEnumToName(encoding)); }
 }
