@@ -10,12 +10,12 @@
 #ifndef PELAGO_ESCAPE_H
 #define PELAGO_ESCAPE_H
 
+#include "declarations.h"
+
 #include <stdbool.h>
 #include <stddef.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /*
  * A copy in which each byte b with byteSet[b] not 0 has become escString and the two upper-case
@@ -83,8 +83,6 @@ char *Escape_Unescape(char escByte, const char *string);
  */
 char Escape_UnescapeCString(char *string);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_ESCAPE_H */

@@ -11,12 +11,12 @@
 #ifndef PELAGO_UTIL_H
 #define PELAGO_UTIL_H
 
+#include "declarations.h"
+
 #include <stdbool.h>
 #include <stddef.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /*
  * What goes to Panic() when the program finds itself in a state that cannot be: the module's path
@@ -195,8 +195,6 @@ bool Util_GetProductInfo(const struct __CFDictionary *dictionary, char **name, c
 #undef UTIL_ALLOCATOR
 #undef UTIL_REALLOCATOR
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_UTIL_H */

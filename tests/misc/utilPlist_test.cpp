@@ -105,7 +105,7 @@ const void *__wrap_CFDictionaryGetValue(CFDictionaryRef dictionary, const void *
         __real_CFStringGetCStringPtr(static_cast<CFStringRef>(key), kCFStringEncodingUTF8));
     return __real_CFDictionaryGetValue(dictionary, key);
 }
-void __attribute__((format(printf, 1, 2))) __wrap_Log(const char *format, ...)
+void __attribute__((format(printf, 1, 2))) __wrap_Pelago_Log(const char *format, ...)
 {
     char text[256];
     va_list arguments;
