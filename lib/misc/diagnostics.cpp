@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+using namespace pelago;
+
 extern "C" {
 
 __attribute__((weak)) void Warning(const char *format, ...)

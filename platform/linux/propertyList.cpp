@@ -10,6 +10,8 @@
 #include <clocale>
 #include <unordered_set>
 
+namespace pelago::platform {
+
 namespace {
 
 using Fault = PropertyListFault;
@@ -189,3 +191,5 @@ const char *PropertyListFaultText(PropertyListFault fault)
     default: return "it is damaged, or not a property list";
     }
 }
+
+} // namespace pelago::platform

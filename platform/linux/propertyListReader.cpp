@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <locale.h>
 
+namespace pelago::platform {
+
 namespace {
 
 // ---- Objects
@@ -361,3 +363,5 @@ private:
 CFTypeRef PropertyListReadXml(std::string_view text) { return XmlReader(text).Root(); }
 
 CFTypeRef PropertyListReadBinary(std::string_view bytes) { return BinaryReader(bytes).Root(); }
+
+} // namespace pelago::platform

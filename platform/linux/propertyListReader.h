@@ -14,7 +14,11 @@
 
 #include <string_view>
 
+namespace pelago::platform {
+
 CFTypeRef PropertyListReadXml(std::string_view text);
 CFTypeRef PropertyListReadBinary(std::string_view bytes);
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_PROPERTYLISTREADER_H */
