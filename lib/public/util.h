@@ -180,9 +180,13 @@ struct __CFString;
 /* The string in UTF-8.  NULL after a Log() when it cannot be had. */
 char *Util_CFStringToUtf8(const struct __CFString *string);
 
-/* The dictionary in the property list at the path, which the caller releases with CFRelease(); NULL
- * when there is no such file, it cannot be read, or what is in it is no dictionary. */
+/* The dictionary in the property list at the path, which the caller releases with
+ * Util_ReleasePlistDictionary(); NULL when there is no such file, it cannot be read, or what is in
+ * it is no dictionary. */
 const struct __CFDictionary *Util_ReadPlistDictionary(const char *path) __attribute__((nonnull));
+
+/* CFRelease() of a dictionary, which a program on Linux has no name for; nothing for NULL. */
+void Util_ReleasePlistDictionary(const struct __CFDictionary *dictionary);
 
 /*
  * Looks up the product's name, version and build ("ProductName", "ProductVersion",

@@ -285,6 +285,15 @@ TEST_F(UtilPlistFile, GivesTheDictionary)
     CFRelease(dictionary);
 }
 
+TEST_F(UtilPlistFile, IsReleasedForAProgramThatCannotItself)
+{
+    const CFDictionaryRef dictionary = Read(DICTIONARY);
+    ASSERT_NE(dictionary, nullptr);
+    Util_ReleasePlistDictionary(dictionary);
+    EXPECT_EQ(Count(sReleased, dictionary), 1);
+    Util_ReleasePlistDictionary(nullptr);
+}
+
 TEST_F(UtilPlistFile, GivesABinaryDictionary)
 {
     const char binary[] =

@@ -13,5 +13,6 @@ int main(int argc, char **argv)
     free(build);
     free(version);
     free(name);
+    Util_ReleasePlistDictionary(list);
     return 0;
 }
