@@ -7,21 +7,36 @@
 #include <pelago/unicode.h>
 #include <pelago/util.h>
 
-#define OWN_CALLS(OWN)                                                                             \
-    OWN(ecvt)                                                                                      \
-    OWN(fcvt) OWN(sysctl) OWN(sysctlbyname) OWN(issetugid) OWN(host_statistics)                    \
-        OWN(mach_host_self) OWN(mach_absolute_time) OWN(mach_timebase_info) OWN(mach_zone_info)    \
-            OWN(CFRelease) OWN(CFRetain) OWN(CFGetTypeID) OWN(CFDictionaryGetValue)                \
-                OWN(CFStringCreateMutableCopy) OWN(CFPropertyListCreateWithStream)                 \
-                    OWN(SCPreferencesCreate) OWN(_NSGetExecutablePath) OWN(Host_CloseDescriptors)  \
-                        OWN(bsd_cvt) OWN(FormatRead) OWN(u_setDataDirectory_72) OWN(ucnv_open_72)  \
-                            OWN(ucnv_close_72) OWN(ucnv_convertEx_72) OWN(icudt72_dat)
-
 static int sCalls;
 #define DEFINE(name)                                                                               \
     int name(void);                                                                                \
     int name(void) { return ++sCalls; }
-OWN_CALLS(DEFINE)
+DEFINE(ecvt)
+DEFINE(fcvt)
+DEFINE(sysctl)
+DEFINE(sysctlbyname)
+DEFINE(issetugid)
+DEFINE(host_statistics)
+DEFINE(mach_host_self)
+DEFINE(mach_absolute_time)
+DEFINE(mach_timebase_info)
+DEFINE(mach_zone_info)
+DEFINE(CFRelease)
+DEFINE(CFRetain)
+DEFINE(CFGetTypeID)
+DEFINE(CFDictionaryGetValue)
+DEFINE(CFStringCreateMutableCopy)
+DEFINE(CFPropertyListCreateWithStream)
+DEFINE(SCPreferencesCreate)
+DEFINE(_NSGetExecutablePath)
+DEFINE(Host_CloseDescriptors)
+DEFINE(bsd_cvt)
+DEFINE(FormatRead)
+DEFINE(u_setDataDirectory_72)
+DEFINE(ucnv_open_72)
+DEFINE(ucnv_close_72)
+DEFINE(ucnv_convertEx_72)
+DEFINE(icudt72_dat)
 
 int main(int argc, char **argv)
 {
