@@ -34,14 +34,14 @@ add_custom_command(OUTPUT ${archive}
     DEPENDS ${public} VERBATIM)
 add_custom_target(pelago_installed_archive DEPENDS ${archive})
 
-# Of its own functions it calls no other's but the sinks, which a program may define.
+# --dynamic-list: of all its own functions a program replaces the sinks alone.  --gc-sections: what only code calls
+# that was left out is not asked of the loader.
 add_library(pelago_foundation_shared SHARED ${public})
 set_source_files_properties(${public} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
 set_target_properties(pelago_foundation_shared PROPERTIES LINKER_LANGUAGE CXX OUTPUT_NAME pelago_foundation
     VERSION ${PROJECT_VERSION} SOVERSION ${PELAGO_SOVERSION} LINK_DEPENDS "${nameFiles}")
 target_link_options(pelago_foundation_shared PRIVATE -Wl,--version-script=${names}/publicNames.map
-    -Wl,--dynamic-list=${names}/sinks.list -Wl,-z,defs -Wl,-z,relro -Wl,-z,now -Wl,--as-needed
-    -Wl,--gc-sections) # nor asks for what only left out code calls
+    -Wl,--dynamic-list=${names}/sinks.list -Wl,-z,defs -Wl,-z,relro -Wl,-z,now -Wl,--as-needed -Wl,--gc-sections)
 add_dependencies(pelago_foundation_shared pelago_installed_archive)
 
 add_custom_target(pelago_library ALL DEPENDS pelago_foundation_shared)
