@@ -1,5 +1,5 @@
 # pelago::icu -- ICU's common library.  All of its data would be five times the rest of the tool, so programs
-# of this tree get what the product uses of it.  On Linux an installed library leaves ICU to its user.
+# of this tree, and on Linux the installed library, get what the product uses of it.
 add_library(pelago_icu INTERFACE)
 add_library(pelago::icu ALIAS pelago_icu)
 set_target_properties(pelago_icu PROPERTIES EXPORT_NAME icu)

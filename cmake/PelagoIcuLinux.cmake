@@ -23,5 +23,4 @@ add_library(pelago_icu_data STATIC)
 pelago_icu_data(pelago_icu_data icudt${icuVersion}_dat ${package} ${PELAGO_ICU_CONVERTERS} nfkc.nrm)
 
 target_include_directories(pelago_icu SYSTEM INTERFACE $<BUILD_INTERFACE:${ICU_INCLUDE_DIR}>)
-target_link_libraries(pelago_icu INTERFACE "$<BUILD_INTERFACE:${ICU_UC};pelago_icu_data>" $<INSTALL_INTERFACE:ICU::uc>
-                      Threads::Threads ${CMAKE_DL_LIBS})
+target_link_libraries(pelago_icu INTERFACE ${ICU_UC} pelago_icu_data Threads::Threads ${CMAKE_DL_LIBS})

@@ -64,7 +64,7 @@ class Header:
         result = COMMENT.sub(self.converted, self.source)
         if not self.in_section:
             return result
-        body, mark, end = result.rpartition("#ifdef __cplusplus\n}")
+        body, mark, end = result.rpartition("PELAGO_END_DECLARATIONS")
         return body.removesuffix("\n") + END_OF_SECTION + "\n" + mark + end
 
 

@@ -1,23 +1,10 @@
 // greet.cpp -- a program on the foundation library.
-#include <pelago/diagnostics.h>
 #include <pelago/hostinfo.h>
 #include <pelago/posix.h>
 #include <pelago/str.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-
-// Where the library's messages go is the program's decision.
-extern "C" void Warning(const char *, ...) {}
-extern "C" void Log(const char *, ...) {}
-extern "C" void Panic(const char *format, ...)
-{
-    va_list values;
-    va_start(values, format);
-    vfprintf(stderr, format, values);
-    exit(1);
-}
 
 int main()
 {

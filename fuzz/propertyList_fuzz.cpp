@@ -17,10 +17,9 @@ CFOwned<CFDictionaryRef> Values(const PropertyList &list)
 
 // The values as text, set one by one into a list that starts in XML.  Empty when that is refused: a
 // date that XML cannot tell, or more than a list may hold.
-std::string AsXml(const PropertyList &list)
+std::string AsXml(CFDictionaryRef values)
 {
     PropertyList other;
-    const CFOwned<CFDictionaryRef> values = Values(list);
     for (const __CFDictionary::Entry &entry : values->mEntries) {
         if (other.SetValue(entry.key->mText.c_str(), entry.value.get()) != Fault::None) {
             return "";
@@ -29,6 +28,8 @@ std::string AsXml(const PropertyList &list)
     std::string written;
     return other.Write(&written) == Fault::None ? written : "";
 }
+
+std::string AsXml(const PropertyList &list) { return AsXml(Values(list).get()); }
 
 // What a commit does: one key is set in a list that was read, and all others come back as they
 // were.
@@ -48,6 +49,17 @@ void ExpectTheOthersKept(PropertyList *list, PropertyList *copy)
     }
 }
 
+// What reads objects alone gives the same ones as what keeps a tree, to the type of a number.
+void ExpectTheSameObject(std::string_view bytes, const PropertyList &list, const std::string &text)
+{
+    CFTypeRef object = nullptr;
+    bool isBinary = false;
+    if (PropertyListCopyObject(bytes, &object, &isBinary) != Fault::None) { abort(); }
+    const CFOwned<CFTypeRef> read(object);
+    if (isBinary != list.IsBinary() || !CFEqual(read.get(), Values(list).get())) { abort(); }
+    if (AsXml(static_cast<CFDictionaryRef>(read.get())) != text) { abort(); }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -64,6 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // Equality of objects does not see the sign of a zero, nor the type of a number; the text does.
     const std::string text = AsXml(list);
     if (text != AsXml(copy)) { abort(); }
+    ExpectTheSameObject(bytes, list, text);
     if (!list.IsBinary() && text != written) { abort(); }
     ExpectTheOthersKept(&list, &copy);
     return 0;

@@ -35,6 +35,7 @@ TESTS = {
     "apps/pelagoShareTool/runScript": "runScript tool.session tool.faults",
     "lib/misc/codeset": "codeset codesetAlone codesetConversions codesetUtf encodings noMemory",
     "lib/misc/codesetUtf": "codesetUtf",
+    "lib/misc/diagnostics": "ownSinks",
     "lib/misc/err": "err",
     "lib/misc/escape": "escape fuzz.escape",
     "lib/misc/hashTable": "hashTable hashTableThreads fuzz.hashTable",

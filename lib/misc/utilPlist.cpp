@@ -79,6 +79,11 @@ CFDictionaryRef Util_ReadPlistDictionary(const char *path)
     return static_cast<CFDictionaryRef>(list.release());
 }
 
+void Util_ReleasePlistDictionary(CFDictionaryRef dictionary)
+{
+    if (dictionary != nullptr) { CFRelease(dictionary); }
+}
+
 bool Util_GetProductInfo(CFDictionaryRef dictionary, char **name, char **version, char **build)
 {
     const UtilField fields[] = {{CFSTR("ProductName"), name},

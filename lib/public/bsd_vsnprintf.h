@@ -58,12 +58,12 @@
 #ifndef PELAGO_BSD_VSNPRINTF_H
 #define PELAGO_BSD_VSNPRINTF_H
 
+#include "declarations.h"
+
 #include <stdarg.h>
 #include <stddef.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /* Formats with the current locale's decimal point, separator and grouping.  A size of 0 sets no
  * limit to what is written to a buffer of the caller's. */
@@ -84,8 +84,6 @@ int bsd_vsnprintf_core(char **bufp, const char *grouping, char thousandsSeparato
                        const char *decimalPoint, size_t size, const char *format,
                        va_list arguments);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_BSD_VSNPRINTF_H */

@@ -10,14 +10,13 @@
 #ifndef PELAGO_CODESET_H
 #define PELAGO_CODESET_H
 
+#include "declarations.h"
 #include "dynbuf.h"
 
 #include <stdbool.h>
 #include <stddef.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /*
  * Looks for ICU's data file, "icudt44l.dat", in icuDataDir or, when that is NULL, in the folder
@@ -193,8 +192,6 @@ bool CodeSet_IsValidUtf8String(const char *string);
 /* The same, and without a zero byte. */
 bool CodeSet_IsValidUtf8NoNul(const char *buf, size_t size);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_CODESET_H */

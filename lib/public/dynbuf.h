@@ -21,6 +21,7 @@
 #ifndef PELAGO_DYNBUF_H
 #define PELAGO_DYNBUF_H
 
+#include "declarations.h"
 #include "diagnostics.h"
 #include "util.h"
 
@@ -30,9 +31,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 #define DYNBUF_FIRST_ALLOCATION 128    /* what a buffer of nothing grows to */
 #define DYNBUF_GROWTH_STEP      262144 /* from here on growth is by this much */
@@ -58,7 +57,7 @@ static inline void DynBuf_Init(DynBuf *buf)
 /* Makes an empty buffer that owns data, a heap block of `allocated` bytes. */
 static inline void DynBuf_InitWithMemory(DynBuf *buf, size_t allocated, void *data)
 {
-    buf->data = (char *)data;
+    buf->data = PELAGO_CAST(char *, data);
     buf->size = 0;
     buf->allocated = allocated;
 }
@@ -74,8 +73,8 @@ static inline void DynBuf_InitWithString(DynBuf *buf, char *string)
     const size_t length = strlen(string);
     buf->data = string;
     /* Kept on purpose: a longer string gets the lengths that 32 bits with a sign give. */
-    buf->size = (size_t)(int32_t)length;
-    buf->allocated = (size_t)(int32_t)(length + 1);
+    buf->size = PELAGO_CAST(size_t, PELAGO_CAST(int32_t, length));
+    buf->allocated = PELAGO_CAST(size_t, PELAGO_CAST(int32_t, length + 1));
 }
 
 /* Releases the block; the buffer is empty then and can be used on. */
@@ -89,7 +88,7 @@ static inline void DynBuf_Destroy(DynBuf *buf)
 static inline void DynBuf_Attach(DynBuf *buf, size_t size, void *data)
 {
     free(buf->data);
-    buf->data = (char *)data;
+    buf->data = PELAGO_CAST(char *, data);
     buf->size = size;
     buf->allocated = size;
 }
@@ -121,7 +120,7 @@ static inline bool DynBuf_Enlarge(DynBuf *buf, size_t minSize)
     }
     if (allocated < minSize) { allocated = minSize; }
     if (allocated < buf->allocated) { return false; }
-    char *data = (char *)realloc(buf->data, allocated);
+    char *data = PELAGO_CAST(char *, realloc(buf->data, allocated));
     if (data == NULL) { return false; }
     buf->data = data;
     buf->allocated = allocated;
@@ -159,17 +158,17 @@ static inline bool DynBuf_Append(DynBuf *buf, const void *bytes, size_t count)
 static inline char *DynBuf_DetachString(DynBuf *buf)
 {
     if (!DynBufMakeRoom(buf, 1)) {
-        Panic(UTIL_MEM_ALLOC_REPORT, DYNBUF_SOURCE_PATH, DYNBUF_DETACH_STRING_CHECK);
+        Pelago_Panic(UTIL_MEM_ALLOC_REPORT, DYNBUF_SOURCE_PATH, DYNBUF_DETACH_STRING_CHECK);
     }
     buf->data[buf->size] = '\0';
-    return (char *)DynBuf_Detach(buf);
+    return PELAGO_CAST(char *, DynBuf_Detach(buf));
 }
 
 /* Gives back what is allocated beyond the contents.  False when the C library refuses; an empty
  * buffer is never refused, and may have no block then. */
 static inline bool DynBuf_Trim(DynBuf *buf)
 {
-    char *data = (char *)realloc(buf->data, buf->size);
+    char *data = PELAGO_CAST(char *, realloc(buf->data, buf->size));
     if (data == NULL && buf->size != 0) { return false; }
     buf->data = data;
     buf->allocated = buf->size;
@@ -205,7 +204,7 @@ static inline bool DynBuf_Copy(const DynBuf *source, DynBuf *destination)
 static inline void *DynBuf_SafeInternalEnlarge(DynBuf *buf, size_t minSize, const char *file,
                                                unsigned line)
 {
-    if (!DynBuf_Enlarge(buf, minSize)) { Panic(UTIL_ALLOC_LINE_REPORT, file, line); }
+    if (!DynBuf_Enlarge(buf, minSize)) { Pelago_Panic(UTIL_ALLOC_LINE_REPORT, file, line); }
     return buf->data;
 }
 
@@ -213,11 +212,9 @@ static inline void *DynBuf_SafeInternalEnlarge(DynBuf *buf, size_t minSize, cons
 static inline void DynBuf_SafeInternalAppend(DynBuf *buf, const void *bytes, size_t count,
                                              const char *file, unsigned line)
 {
-    if (!DynBuf_Append(buf, bytes, count)) { Panic(UTIL_ALLOC_LINE_REPORT, file, line); }
+    if (!DynBuf_Append(buf, bytes, count)) { Pelago_Panic(UTIL_ALLOC_LINE_REPORT, file, line); }
 }
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_DYNBUF_H */

@@ -9,9 +9,9 @@
 #ifndef PELAGO_ERR_H
 #define PELAGO_ERR_H
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+#include "declarations.h"
+
+PELAGO_BEGIN_DECLARATIONS
 
 /*
  * The text for a number, in the words of the C library and in the locale of the first call for that
@@ -32,8 +32,6 @@ int Err_TextToNumber(const char *text);
  * the same time; later calls begin anew. */
 void Err_Shutdown(void);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_ERR_H */

@@ -10,12 +10,12 @@
 #ifndef PELAGO_ESCAPE_H
 #define PELAGO_ESCAPE_H
 
+#include "declarations.h"
+
 #include <stdbool.h>
 #include <stddef.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /*
  * Fills a set for Escape_DoString() and Escape_Do(): of the 256 entries of byteSet, those of the
@@ -92,8 +92,6 @@ char *Escape_Unescape(char escByte, const char *string);
  */
 char Escape_UnescapeCString(char *string);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_ESCAPE_H */

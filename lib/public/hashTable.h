@@ -30,13 +30,13 @@
 #ifndef PELAGO_HASHTABLE_H
 #define PELAGO_HASHTABLE_H
 
+#include "declarations.h"
+
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /* A table, which only the functions here look into. */
 typedef struct HashTable HashTable;
@@ -151,8 +151,6 @@ void HashTable_ValueArray(const HashTable *table, void ***valuesOut, size_t *siz
  */
 int HashTable_ForEach(const HashTable *table, HashTableForEachCallback callback, void *userData);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_HASHTABLE_H */

@@ -9,13 +9,13 @@
 #ifndef PELAGO_HOSTINFO_H
 #define PELAGO_HOSTINFO_H
 
+#include "declarations.h"
+
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /* ---- The operating system */
 
@@ -287,8 +287,6 @@ enum {
 bool Hostinfo_Daemonize(const char *path, char *const *args, unsigned int flags,
                         const char *pidPath, const int *keepFds, size_t numKeepFds);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_HOSTINFO_H */

@@ -13,9 +13,9 @@
 #ifndef PELAGO_LOCATION_H
 #define PELAGO_LOCATION_H
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+#include "declarations.h"
+
+PELAGO_BEGIN_DECLARATIONS
 
 /*
  * Declares the calling program by its tag, not NULL.  Call it first thing in main(), before there
@@ -42,8 +42,6 @@ const char *Location_GetLastUsedFile(void);
 /* The constant path of the folder that holds the product's data by default.  Not a root. */
 const char *Location_GetDefaultRoot(void);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_LOCATION_H */

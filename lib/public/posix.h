@@ -25,6 +25,7 @@
 #ifndef PELAGO_POSIX_H
 #define PELAGO_POSIX_H
 
+#include "declarations.h"
 #include "unicode.h"
 
 #include <dirent.h>
@@ -32,9 +33,7 @@
 #include <stdio.h>
 #include <sys/types.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 struct group;
 struct passwd;
@@ -227,8 +226,6 @@ int Posix_GetgrnamR(const char *name, struct group *record, char *buffer, size_t
  */
 int Posix_Getgrouplist(const char *user, gid_t baseGroup, gid_t *groups, int *count);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_POSIX_H */

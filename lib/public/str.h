@@ -9,12 +9,12 @@
 #ifndef PELAGO_STR_H
 #define PELAGO_STR_H
 
+#include "declarations.h"
+
 #include <stdarg.h>
 #include <stddef.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /* ---- Formatting into a buffer of size bytes, which must be 1 to INT_MAX. */
 
@@ -109,8 +109,6 @@ char *Str_ToLower(char *string);
 /* "a" to "z" become "A" to "Z". */
 char *Str_ToUpper(char *string);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_STR_H */

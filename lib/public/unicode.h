@@ -5,15 +5,14 @@
 #ifndef PELAGO_UNICODE_H
 #define PELAGO_UNICODE_H
 
+#include "declarations.h"
 #include "unicodeTypes.h"
 
 #include <stdbool.h>
 #include <stddef.h>
 #include <sys/types.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /* UTF-8, NUL-terminated, owned by whoever receives it and released with free(). */
 typedef char *Unicode;
@@ -220,8 +219,6 @@ size_t Unicode_BytesRequired(const char *string, StringEncoding encoding);
  * backslash and byte above ASCII is "\x" and two hexadecimal digits.  NULL when memory runs out. */
 char *Unicode_EscapeBuffer(const void *buffer, ssize_t length, StringEncoding encoding);
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_UNICODE_H */

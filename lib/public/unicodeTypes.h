@@ -9,11 +9,11 @@
 #ifndef PELAGO_UNICODETYPES_H
 #define PELAGO_UNICODETYPES_H
 
+#include "declarations.h"
+
 #include <stdint.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /* What C takes for an enumeration by itself, C++ has to be told, so that any number can be asked
  * about in either. */
@@ -358,8 +358,6 @@ typedef enum StringEncoding STRING_ENCODING_INTEGER {
 
 #undef STRING_ENCODING_INTEGER
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_UNICODETYPES_H */

@@ -11,12 +11,12 @@
 #ifndef PELAGO_UTIL_H
 #define PELAGO_UTIL_H
 
+#include "declarations.h"
+
 #include <stdbool.h>
 #include <stddef.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+PELAGO_BEGIN_DECLARATIONS
 
 /*
  * What goes to Panic() when the program finds itself in a state that cannot be: the module's path
@@ -186,9 +186,13 @@ struct __CFString;
 /* The string in UTF-8.  NULL after a Log() when it cannot be had. */
 char *Util_CFStringToUtf8(const struct __CFString *string);
 
-/* The dictionary in the property list at the path, which the caller releases with CFRelease(); NULL
- * when there is no such file, it cannot be read, or what is in it is no dictionary. */
+/* The dictionary in the property list at the path, which the caller releases with
+ * Util_ReleasePlistDictionary(); NULL when there is no such file, it cannot be read, or what is in
+ * it is no dictionary. */
 const struct __CFDictionary *Util_ReadPlistDictionary(const char *path) __attribute__((nonnull));
+
+/* CFRelease() of a dictionary, which a program on Linux has no name for; nothing for NULL. */
+void Util_ReleasePlistDictionary(const struct __CFDictionary *dictionary);
 
 /*
  * Looks up the product's name, version and build ("ProductName", "ProductVersion",
@@ -202,8 +206,6 @@ bool Util_GetProductInfo(const struct __CFDictionary *dictionary, char **name, c
 #undef UTIL_ALLOCATOR
 #undef UTIL_REALLOCATOR
 
-#ifdef __cplusplus
-}
-#endif
+PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_UTIL_H */

@@ -1,6 +1,6 @@
 # Runs after cpack has packed, and corrects what it does not do as Debian does: it counts a link as a
 # copy of what that leads to (Installed-Size), lists the sums of debug symbols by where they were built,
-# and gives their package no documents.
+# gives their package no documents, and calls ldconfig where a trigger does.
 function(must)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE out)
     if(NOT status EQUAL 0)
@@ -16,6 +16,9 @@ foreach(package ${CPACK_PACKAGE_FILES})
     if(package MATCHES "/([^/]*)-dbgsym_[^/]*$")
         file(MAKE_DIRECTORY ${tree}/usr/share/doc)
         file(CREATE_LINK ${CMAKE_MATCH_1} ${tree}/usr/share/doc/${CMAKE_MATCH_1}-dbgsym SYMBOLIC)
+    endif()
+    if(EXISTS ${tree}/DEBIAN/triggers)
+        file(REMOVE ${tree}/DEBIAN/postinst ${tree}/DEBIAN/postrm)
     endif()
     must(sh -c "cd '${tree}' && find usr -type f -print0 | LC_ALL=C sort -z | xargs -0 md5sum >DEBIAN/md5sums")
     must(du --summarize --apparent-size --block-size=1K ${tree}/usr)

@@ -8,9 +8,8 @@ function(must)
     endif()
 endfunction()
 
-file(GLOB pages ${staged}/*/usr/share/man/man*/*)
-foreach(page ${pages} ${staged}/tool/usr/share/doc/pelago-share-tool/changelog
-        ${staged}/development/usr/share/doc/libpelago-foundation-dev/changelog)
+file(GLOB pages ${staged}/*/usr/share/man/man*/* ${staged}/*/usr/share/doc/*/changelog)
+foreach(page ${pages})
     if(IS_SYMLINK ${page})
         file(READ_SYMLINK ${page} target)
         file(CREATE_LINK ${target}.gz ${page}.gz SYMBOLIC)
@@ -19,6 +18,3 @@ foreach(page ${pages} ${staged}/tool/usr/share/doc/pelago-share-tool/changelog
         must(gzip -9n ${page})
     endif()
 endforeach()
-
-file(GLOB archives ${staged}/development/usr/lib/*/*.a)
-must(strip --strip-debug --remove-section=.comment --enable-deterministic-archives ${archives})

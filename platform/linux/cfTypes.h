@@ -117,6 +117,13 @@ CFNumberRef CFNumberCreateUnsigned(uint64_t value);
 CFMutableDictionaryRef CFDictionaryCreateEmpty();
 CFErrorRef CFErrorCreateWithCode(CFIndex code);
 
+// The object that a Create function gave.
+template <typename Ref> Ref CFRequired(Ref object)
+{
+    if (object == nullptr) { throw std::bad_alloc(); }
+    return object;
+}
+
 } // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_CFTYPES_H */

@@ -1,9 +1,10 @@
-// propertyList.cpp -- reads and writes property lists: the guard first, then libplist.
-// The tree that was read is kept, and a value that is set replaces its node in it; so all the
-// others are written from what was read.
+// propertyList.cpp -- reads and writes property lists: the guard first, then libplist, or for
+// objects that are only read a reader of ours. The tree that was read is kept, and a value that is
+// set replaces its node in it; so all the others are written from what was read.
 #include "propertyList.h"
 
 #include "propertyListNode.h"
+#include "propertyListReader.h"
 
 #include <cerrno>
 #include <clocale>
@@ -167,11 +168,11 @@ CFDictionaryRef PropertyList::CopyValues() const
 
 PropertyListFault PropertyListCopyObject(std::string_view bytes, CFTypeRef *object, bool *isBinary)
 {
-    PlistOwned root;
-    const Fault fault = Parse(bytes, &root);
+    const Fault fault = Guard(bytes);
     if (fault != Fault::None) { return fault; }
-    *object = PlistCopyAsObject(root.get());
     *isBinary = IsBinaryList(bytes);
+    *object = *isBinary ? PropertyListReadBinary(bytes)
+                        : PropertyListReadXml(WithPlainLineEnds(WithoutMark(bytes)));
     return Fault::None;
 }
 

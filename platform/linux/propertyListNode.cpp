@@ -51,32 +51,27 @@ std::string ScalarObject(plist_t node)
     return std::string(bytes.get() + PROPERTY_LIST_BINARY_MAGIC.size(), size - around);
 }
 
-template <typename Ref> CFTypeRef Required(Ref object)
-{
-    if (object == nullptr) { throw std::bad_alloc(); }
-    return object;
-}
-
 CFTypeRef CopyInteger(plist_t node)
 {
     uint64_t bits = 0;
     plist_get_uint_val(node, &bits);
-    if (!PlistIntegerIsNegative(node)) { return Required(CFNumberCreateUnsigned(bits)); }
+    if (!PlistIntegerIsNegative(node)) { return CFRequired(CFNumberCreateUnsigned(bits)); }
     const int64_t value = static_cast<int64_t>(bits);
-    return Required(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value));
+    return CFRequired(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value));
 }
 
 CFTypeRef CopyData(plist_t node)
 {
     const std::string_view bytes = PlistDataBytes(node);
-    return Required(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8 *>(bytes.data()),
-                                 static_cast<CFIndex>(bytes.size())));
+    return CFRequired(CFDataCreate(kCFAllocatorDefault,
+                                   reinterpret_cast<const UInt8 *>(bytes.data()),
+                                   static_cast<CFIndex>(bytes.size())));
 }
 
 CFTypeRef CopyArray(plist_t node)
 {
     CFOwned<CFMutableArrayRef> array(CFNew<__CFArray>(&kCFTypeArrayCallBacks, false));
-    Required(array.get());
+    CFRequired(array.get());
     array->mValues.reserve(plist_array_get_size(node)); // no item is lost to a failing push_back
     PlistForEachItem(node, [&](plist_t item) {
         array->mValues.push_back(PlistCopyAsObject(item));
@@ -88,10 +83,10 @@ CFTypeRef CopyArray(plist_t node)
 CFTypeRef CopyDictionary(plist_t node)
 {
     CFOwned<CFMutableDictionaryRef> dictionary(CFDictionaryCreateEmpty());
-    Required(dictionary.get());
+    CFRequired(dictionary.get());
     PlistForEachPair(node, [&](const char *key, plist_t item) {
         const CFOwned<CFStringRef> name(CFStringCreateWithText(key));
-        Required(name.get());
+        CFRequired(name.get());
         const CFOwned<CFTypeRef> value(PlistCopyAsObject(item));
         dictionary->Set(name.get(), value.get());
         return true;
@@ -242,19 +237,19 @@ CFTypeRef PlistCopyAsObject(plist_t node)
     case PLIST_REAL: {
         double value = 0;
         plist_get_real_val(node, &value);
-        return Required(CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &value));
+        return CFRequired(CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &value));
     }
     case PLIST_UID: {
         uint64_t value = 0;
         plist_get_uid_val(node, &value);
-        return Required(CFNew<CFUid>(value));
+        return CFRequired(CFNew<CFUid>(value));
     }
     case PLIST_UINT: return CopyInteger(node);
-    case PLIST_DATE: return Required(CFDateCreate(kCFAllocatorDefault, PlistDate(node)));
+    case PLIST_DATE: return CFRequired(CFDateCreate(kCFAllocatorDefault, PlistDate(node)));
     case PLIST_DATA: return CopyData(node);
     case PLIST_ARRAY: return CopyArray(node);
     case PLIST_DICT: return CopyDictionary(node);
-    default: return Required(CFStringCreateWithText(PlistStringText(node)));
+    default: return CFRequired(CFStringCreateWithText(PlistStringText(node)));
     }
 }
 

@@ -19,12 +19,8 @@ WARNINGS = "-O2 -Wall -Wextra -Werror"
 ANOTHER_ICU = '#include <cstdio>\nextern "C" { int icudt72_dat = 1; void ucnv_open_72() { puts("another ICU"); } }\n'
 CONVERT = """
 #include <pelago/codeset.h>
-#include <pelago/diagnostics.h>
 #include <cstdio>
 #include <cstdlib>
-extern "C" void Warning(const char *, ...) {}
-extern "C" void Log(const char *, ...) {}
-extern "C" void Panic(const char *, ...) { exit(1); }
 extern "C" void ucnv_open_72();
 int main(int, char **argv)
 {

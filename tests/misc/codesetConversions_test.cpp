@@ -86,7 +86,7 @@ CFMutableStringRef __wrap_CFStringCreateMutableCopy(CFAllocatorRef allocator, CF
     return sCopyFault ? nullptr : __real_CFStringCreateMutableCopy(allocator, length, string);
 }
 
-void __wrap_Warning(const char *, ...) { sWarnings++; }
+void __wrap_Pelago_Warning(const char *, ...) { sWarnings++; }
 
 Boolean __real_CFStringGetCString(CFStringRef, char *, CFIndex, CFStringEncoding);
 Boolean __wrap_CFStringGetCString(CFStringRef string, char *buffer, CFIndex size,

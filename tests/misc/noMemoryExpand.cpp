@@ -99,6 +99,15 @@ const CFDictionaryRef PRODUCT =
                "<key>ProductBuildVersion</key><string>24A1</string></dict>",
                Util_ReadPlistDictionary);
 
+NEEDS_NO_MEMORY(Util_ReleasePlistDictionary)
+{
+    CFRetain(PRODUCT);
+    return Scarcely([] {
+        Util_ReleasePlistDictionary(PRODUCT);
+        return true;
+    });
+}
+
 RUNS_OUT(Util_GetProductInfo, NO_TEXT)
 {
     char *name = nullptr, *version = nullptr, *build = nullptr;

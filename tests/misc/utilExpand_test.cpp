@@ -59,7 +59,7 @@ passwd *__wrap_getpwuid(uid_t uid)
 }
 void __wrap_endpwent() { sUsers.Close(); }
 int __wrap_issetugid() { return sIsSetUserId ? 1 : 0; }
-void __attribute__((format(printf, 1, 2))) __wrap_Log(const char *format, ...)
+void __attribute__((format(printf, 1, 2))) __wrap_Pelago_Log(const char *format, ...)
 {
     char text[4096];
     va_list arguments;

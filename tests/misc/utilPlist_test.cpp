@@ -105,7 +105,7 @@ const void *__wrap_CFDictionaryGetValue(CFDictionaryRef dictionary, const void *
         __real_CFStringGetCStringPtr(static_cast<CFStringRef>(key), kCFStringEncodingUTF8));
     return __real_CFDictionaryGetValue(dictionary, key);
 }
-void __attribute__((format(printf, 1, 2))) __wrap_Log(const char *format, ...)
+void __attribute__((format(printf, 1, 2))) __wrap_Pelago_Log(const char *format, ...)
 {
     char text[256];
     va_list arguments;
@@ -283,6 +283,15 @@ TEST_F(UtilPlistFile, GivesTheDictionary)
     EXPECT_EQ(CFDictionaryGetCount(dictionary), 1);
     EXPECT_TRUE(CFEqual(CFDictionaryGetValue(dictionary, CFSTR("ProductName")), CFSTR("Pelago")));
     CFRelease(dictionary);
+}
+
+TEST_F(UtilPlistFile, IsReleasedForAProgramThatCannotItself)
+{
+    const CFDictionaryRef dictionary = Read(DICTIONARY);
+    ASSERT_NE(dictionary, nullptr);
+    Util_ReleasePlistDictionary(dictionary);
+    EXPECT_EQ(Count(sReleased, dictionary), 1);
+    Util_ReleasePlistDictionary(nullptr);
 }
 
 TEST_F(UtilPlistFile, GivesABinaryDictionary)

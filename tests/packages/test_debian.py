@@ -23,7 +23,8 @@ class Packages(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.files = {}
-        for name in ("pelago-share-tool", "pelago-share-tool-dbgsym", "libpelago-foundation-dev"):
+        for name in ("pelago-share-tool", "pelago-share-tool-dbgsym", "libpelago-foundation-dev", "libpelago-foundation0",
+                     "libpelago-foundation0-dbgsym"):
             cls.files[name], = PACKAGES.glob(f"{name}_*.*deb")
         folder = cls.enterClassContext(tempfile.TemporaryDirectory())
         cls.trees = {name: Path(folder) / name for name in cls.files}
@@ -31,6 +32,7 @@ class Packages(unittest.TestCase):
             output_of("dpkg-deb", "--raw-extract", file, cls.trees[name])
         cls.tool = cls.trees["pelago-share-tool"]
         cls.library = cls.trees["libpelago-foundation-dev"]
+        cls.runtime = cls.trees["libpelago-foundation0"]
 
     def field(self, package, name):
         return output_of("dpkg-deb", "--field", self.files[package], name).strip()
@@ -53,7 +55,21 @@ class Packages(unittest.TestCase):
     def test_each_says_what_it_needs(self):
         needs = self.field("pelago-share-tool", "Depends")
         self.assertEqual(set(re.findall(r"[\w.-]+(?= \(|,|$)", needs)), {"passwd", "samba", "libc6", "libplist3"})
-        self.assertEqual(self.field("libpelago-foundation-dev", "Depends"), "libicu-dev, libplist-dev")
+        version = self.field("libpelago-foundation0", "Version")
+        self.assertEqual(self.field("libpelago-foundation-dev", "Depends"), f"libpelago-foundation0 (= {version})")
+        needs = self.field("libpelago-foundation0", "Depends")
+        self.assertEqual(set(re.findall(r"[\w.+-]+(?= \(|,|$)", needs)), {"libc6", "libgcc-s1", "libstdc++6"})
+
+    def test_the_shared_library_is_found_by_the_loader_and_by_packages(self):
+        self.assertEqual((self.runtime / "DEBIAN/triggers").read_text(), "activate-noawait ldconfig\n")
+        version = self.field("libpelago-foundation0", "Version")
+        self.assertEqual((self.runtime / "DEBIAN/shlibs").read_text(), f"libpelago_foundation 0 libpelago-foundation0 (>= {version})\n")
+        library, = (path for path in self.runtime.rglob("libpelago_foundation.so.*") if not path.is_symlink())
+        links = {path.name: str(path.readlink()) for tree in (self.runtime, self.library)
+                 for path in tree.rglob("libpelago_foundation.so*") if path.is_symlink()}
+        self.assertEqual(links, {"libpelago_foundation.so.0": library.name, "libpelago_foundation.so": "libpelago_foundation.so.0"})
+        self.assertEqual([path.parent.relative_to(self.library) for path in self.library.rglob("*.so")],
+                         [library.parent.relative_to(self.runtime)])
 
     def test_a_link_does_not_count_as_what_it_leads_to(self):
         for name, tree in self.trees.items():
@@ -88,21 +104,25 @@ class Packages(unittest.TestCase):
 
     def test_no_licence_is_claimed_and_that_of_icu_is_there(self):
         ours = "All rights reserved by the owners of pelagoShareTool; no licence has been\n granted yet."
-        for tree in (self.tool, self.library):
+        # Each of them has ICU inside.
+        for tree, inside in ((self.tool, "shares/pelagoShareTool"), (self.library, "libpelago_foundation.a"),
+                             (self.runtime, "libpelago_foundation.so.*")):
             text, = (path.read_text() for path in tree.rglob("copyright"))
             self.assertIn(ours, text)
-            # The tool carries ICU; the library leaves that to whoever uses it.
-            self.assertEqual("Permission is hereby granted, free of charge" in text, tree == self.tool)
+            self.assertIn("Permission is hereby granted, free of charge", text)
+            self.assertRegex(text, rf"(?m)^Files: usr/lib/.*{re.escape(inside)}$")
 
-    def test_the_programs_are_stripped_and_their_symbols_kept(self):
-        programs = [path for path in (self.tool / "usr/lib/pelago").rglob("*")
-                    if path.is_file() and path.read_bytes()[:4] == b"\x7fELF"]
-        self.assertIn("pelagoShareTool", [path.name for path in programs])
-        for program in programs:
-            self.assertNotIn(".debug_info", output_of("readelf", "-SW", program), program)
-            build = re.search(r"Build ID: (\w+)", output_of("readelf", "-n", program))[1]
-            symbols = self.trees["pelago-share-tool-dbgsym"] / f"usr/lib/debug/.build-id/{build[:2]}/{build[2:]}.debug"
-            self.assertIn(".debug_info", output_of("readelf", "-SW", symbols), program)
+    def test_what_is_loaded_is_stripped_and_its_symbols_kept(self):
+        binaries = [(package, path) for package in ("pelago-share-tool", "libpelago-foundation0")
+                    for path in (self.trees[package] / "usr/lib").rglob("*")
+                    if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] == b"\x7fELF"]
+        self.assertEqual(sorted(path.name.split(".")[0] for _, path in binaries),
+                         ["libpelago_foundation", "pelagoHost", "pelagoShareTool"])
+        for package, binary in binaries:
+            self.assertNotIn(".debug_info", output_of("readelf", "-SW", binary), binary)
+            build = re.search(r"Build ID: (\w+)", output_of("readelf", "-n", binary))[1]
+            symbols = self.trees[f"{package}-dbgsym"] / f"usr/lib/debug/.build-id/{build[:2]}/{build[2:]}.debug"
+            self.assertIn(".debug_info", output_of("readelf", "-SW", symbols), binary)
 
     def test_the_tool_has_no_more_data_than_it_uses(self):
         tool = self.tool / "usr/lib/pelago/Pelago.app/Contents/Library/shares/pelagoShareTool"

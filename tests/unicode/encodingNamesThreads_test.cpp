@@ -14,7 +14,7 @@
 #include <vector>
 
 static std::atomic<int> sWarnings;
-extern "C" void __wrap_Warning(const char *, ...) { sWarnings++; }
+extern "C" void __wrap_Pelago_Warning(const char *, ...) { sWarnings++; }
 
 namespace {
 

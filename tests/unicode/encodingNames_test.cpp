@@ -24,7 +24,7 @@ static const char *sCodeSet;  // what the host's code set is taken for; nullptr:
 static int sCodeSetQuestions; // how often it was asked for
 
 extern "C" {
-void __wrap_Warning(const char *format, ...)
+void __wrap_Pelago_Warning(const char *format, ...)
 {
     char text[4096];
     va_list arguments;

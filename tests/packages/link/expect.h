@@ -1,0 +1,9 @@
+/* expect.h -- what the programs here check: a failure names its line and ends the program with
+ * status 9. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#define EXPECT(condition)                                                                          \
+    ((condition) ? (void)0 : (printf("line %d: " #condition "\n", __LINE__), exit(9)))
+#define EXPECT_TEXT(text, wanted) EXPECT(strcmp(text, wanted) == 0)
