@@ -48,12 +48,8 @@ TRIED = ("noticed", "survived", "answered")
 Judge = namedtuple("Judge", "test targets files")
 
 
-class Place(namedtuple("Place", "path mutation")):
-    """One change of one file."""
-
-    @property
-    def text(self):
-        return (ROOT / self.path).read_text()
+class Place(namedtuple("Place", "path text mutation")):
+    """One change of one file, whose text that is."""
 
     def changed(self):
         return self.text[:self.mutation.start] + self.mutation.replacement + self.text[self.mutation.end:]
@@ -71,6 +67,11 @@ class Place(namedtuple("Place", "path mutation")):
     def __str__(self):
         line, text, change = self.line_and_change()
         return f"{self.path}:{line}: {text}   [{self.mutation.kind}: {change}]"
+
+
+def places_in(path):
+    text = (ROOT / path).read_text()
+    return [Place(path, text, mutation) for mutation in mutations(path, text)]
 
 
 def sources(given):
@@ -156,7 +157,6 @@ class Tree:
     def outcome(self, place):
         """(state, by whom) of one change."""
         file = self.folder / place.path
-        text = file.read_text()
         started = time.time()
         file.write_text(place.changed())
         try:
@@ -169,7 +169,7 @@ class Tree:
                 return "same code", ""
             return self.judged(place.path)
         finally:
-            file.write_text(text)
+            file.write_text(place.text)
 
 
 class Journal:
@@ -251,8 +251,7 @@ class Run:
 def require_answers_fit(answers):
     """Each row of docs/survivors.md is about a change that there is."""
     for path, line, change, _ in answers:
-        there = {Place(path, mutation).line_and_change()[1:] for mutation in mutations(path, (ROOT / path).read_text())}
-        if (line, change) not in there:
+        if (line, change) not in {place.line_and_change()[1:] for place in places_in(path)}:
             sys.exit(f"mutate.py: docs/survivors.md has a change that {path} has no place for: {line} [{change}]")
 
 
@@ -268,7 +267,7 @@ def main():
     resource.setrlimit(resource.RLIMIT_FSIZE, (FILE, resource.RLIM_INFINITY))
     answers = list(reasons.rows(ROOT / "docs/survivors.md"))
     require_answers_fit(answers)
-    places = [Place(path, mutation) for path in sources(options.files) for mutation in mutations(path, (ROOT / path).read_text())]
+    places = [place for path in sources(options.files) for place in places_in(path)]
     paths = sorted({place.path for place in places})
     print(f"{len(places)} places in {len(paths)} files", flush=True)
     trees = [Tree(number) for number in range(options.jobs)]

@@ -165,14 +165,14 @@ class FakeTree:
 
 
 class Driver(unittest.TestCase):
-    PATH = "tools/mutate.py"  # any file that there is
+    PATH, TEXT = "lib/x.cpp", "a line\n" * 20
 
     def setUp(self):
         self.page = Path(self.enterContext(tempfile.TemporaryDirectory())) / "journal.jsonl"
         self.said = self.enterContext(unittest.mock.patch("builtins.print"))
 
     def places(self, count):
-        return [mutate.Place(self.PATH, Mutation("kind", number, number + 1, "")) for number in range(count)]
+        return [mutate.Place(self.PATH, self.TEXT, Mutation("kind", number, number + 1, "")) for number in range(count)]
 
     def run_with(self, count, trees=1, again=False):
         tree = FakeTree()
@@ -185,7 +185,7 @@ class Driver(unittest.TestCase):
         return run, sorted(tree.asked)
 
     def test_the_seed_alone_decides_the_order(self):
-        places = [mutate.Place(self.PATH, Mutation(kind, number, number + 1, "")) for kind in "ab" for number in range(30)]
+        places = [mutate.Place(self.PATH, self.TEXT, Mutation(kind, number, number + 1, "")) for kind in "ab" for number in range(30)]
         first = mutate.drawn(places, 7)
         self.assertEqual(first, mutate.drawn(places, 7))
         self.assertNotEqual(first, mutate.drawn(places, 8))
