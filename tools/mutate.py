@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""mutate.py [--count N] [--seed S] [--jobs J] [--again] [FILE...] -- do the tests notice when the code is wrong?
+"""mutate.py [--count N] [--seed S] [--jobs J] [--again] [PATH...] -- do the tests notice when the code is wrong?
 
-Makes one change at a time (tools/mutations.py has the kinds) in the product's sources and scripts, or in the files
-given, builds what judges that file, and runs it; which tests these are is said where they are declared
+Makes one change at a time (tools/mutations.py has the kinds) in the product's sources and scripts, or in those of the
+files and folders given, builds what judges that file, and runs it; which tests these are is said where they are declared
 (pelago_judges).  The kinds take turns, and the places of each are drawn at random, the same ones for the same seed.
 What does not compile, or compiles to the same code, is drawn anew.
 
@@ -75,9 +75,12 @@ def places_in(path):
 
 
 def sources(given):
-    paths = [Path(path).resolve() for path in given] or sorted({path for glob in SOURCES for path in ROOT.glob(glob)})
-    relative = [str(path.relative_to(ROOT)) for path in paths]
-    return [path for path in relative if given or not DECLARATIONS.match(path)]
+    """The product's sources; where files or folders are given, those and what is in them."""
+    paths = {path for glob in SOURCES for path in ROOT.glob(glob) if not DECLARATIONS.match(str(path.relative_to(ROOT)))}
+    wanted = [Path(path).resolve() for path in given or [ROOT]]
+    if missing := [str(path) for path in wanted if not any(source.is_relative_to(path) for source in paths)]:
+        sys.exit(f"mutate.py: nothing of the product that could be changed is in {', '.join(missing)}")
+    return sorted(str(path.relative_to(ROOT)) for path in paths if any(path.is_relative_to(place) for place in wanted))
 
 
 def drawn(places, seed):
@@ -261,13 +264,13 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--again", action="store_true")
-    parser.add_argument("files", nargs="*")
+    parser.add_argument("paths", nargs="*")
     options = parser.parse_args()
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY, resource.RLIM_INFINITY))
     resource.setrlimit(resource.RLIMIT_FSIZE, (FILE, resource.RLIM_INFINITY))
     answers = list(reasons.rows(ROOT / "docs/survivors.md"))
     require_answers_fit(answers)
-    places = [place for path in sources(options.files) for place in places_in(path)]
+    places = [place for path in sources(options.paths) for place in places_in(path)]
     paths = sorted({place.path for place in places})
     print(f"{len(places)} places in {len(paths)} files", flush=True)
     trees = [Tree(number) for number in range(options.jobs)]

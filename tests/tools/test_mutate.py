@@ -240,6 +240,13 @@ class Driver(unittest.TestCase):
             self.assertIn(path, paths)
         self.assertNotIn("lib/public/posix.h", paths)
 
+    def test_parts_of_it_can_be_chosen(self):
+        chosen = mutate.sources([mutate.ROOT / "apps", mutate.ROOT / "lib/misc/err.cpp"])
+        self.assertIn("apps/pelagoShareTool/runScript.cpp", chosen)
+        self.assertEqual([path for path in chosen if not path.startswith("apps/")], ["lib/misc/err.cpp"])
+        with self.assertRaisesRegex(SystemExit, "nothing of the product .* is in .*/docs"):
+            mutate.sources([mutate.ROOT / "docs"])
+
 
 if __name__ == "__main__":
     unittest.main()
