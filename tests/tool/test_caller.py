@@ -139,8 +139,8 @@ OBSERVER = """#!/bin/sh
 cat "/proc/$$/environ" >"$NOTES/environment"
 readlink "/proc/$$/cwd" "/proc/$$/root" >"$NOTES/folders"
 cat "/proc/$$/limits" "/proc/$$/oom_score_adj" "/proc/$$/personality" "/proc/$$/timerslack_ns" >"$NOTES/limits"
-# Without what is each process's own, and what it has used.
-sed -E '/^(Name|Pid|Tgid|Ngid|PPid|NStgid|NSpid|NSpgid|NSsid|State|FDSize|SigQ|Vm|Rss|Hugetlb|Threads|.*ctxt_switches)/d' \
+# Without what is each process's own, what it has used, and what a shell blocks for a moment.
+sed -E '/^(Name|Pid|Tgid|Ngid|PPid|NStgid|NSpid|NSpgid|NSsid|State|FDSize|SigQ|SigPnd|ShdPnd|SigBlk|Vm|Rss|Hugetlb|Threads|.*ctxt_switches)/d' \
     "/proc/$$/status" >"$NOTES/status"
 cut -d ' ' -f 5-8,18,19,40,41 "/proc/$$/stat" >"$NOTES/session" # group, session, terminal, its group, priorities
 for fd in "/proc/$$/fd/"*; do
