@@ -129,6 +129,14 @@ def is_named_later(code, found):
     return re.search(rf"\b{found['name']}\b", code[found.end():code.find("\n}", found.end())]) is not None
 
 
+def may_order_matter(first, second):
+    """Two assignments in another order are the same, unless one reads what the other writes."""
+    if " = " not in first or " = " not in second:
+        return True
+    targets = [re.findall(r"\w+", statement.split(" = ")[0])[-1] for statement in (first, second)]
+    return re.search(rf"\b{targets[0]}\b", second) is not None or re.search(rf"\b{targets[1]}\b", first) is not None
+
+
 def balance(text):
     return [text.count(opening) - text.count(closing) for opening, closing in ("()", "{}", "[]")]
 
@@ -136,6 +144,8 @@ def balance(text):
 def is_place(kind, code, found, start, end):
     if kind.startswith("guard"):
         return is_in_a_function(code, start) and not is_named_later(code, found)
+    if kind == "statements exchanged" and not may_order_matter(found[2], found[3]):
+        return False
     if kind.startswith("statement"):
         at = found.start() if kind.endswith("exchanged") else start
         return begins_a_statement(code, at) and balance(code[start:end]) == [0, 0, 0]

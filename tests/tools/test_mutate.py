@@ -65,6 +65,12 @@ class Cpp(unittest.TestCase):
         text = in_function("write(a);", "flush(b);", "return c;")
         self.assertEqual(mutants("x.cpp", text, "statements exchanged"), [in_function("flush(b);", "write(a);", "return c;")])
 
+    def test_no_statements_whose_order_cannot_matter(self):
+        kind = "statements exchanged"
+        self.assertEqual(mutants("x.cpp", in_function("*array = nullptr;", "mSize = count;"), kind), [])
+        self.assertEqual(mutants("x.cpp", in_function("mSize = count;", "mLeft = mSize;"), kind),
+                         [in_function("mLeft = mSize;", "mSize = count;")])
+
     def test_arguments(self):
         self.assertMutants("argument dropped", "f(a, g->b);", "f({}, g->b);", "f(a, {});")
         self.assertMutants("argument dropped", "f(nullptr, 0);")
