@@ -10,9 +10,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <thread>
 
 // The program's own path, for one test: nullptr for the real one, "" for none.
 static const char *sModulePath;
@@ -388,6 +390,34 @@ TEST_F(Location, ReadsTheLastUsedFileOnceAndClosesIt)
         return root + next + (LowestFreeDescriptor() == writer + 1 ? " closed" : " left open");
     });
     EXPECT_EQ(outcome.result, "/first/second closed");
+}
+
+ptrdiff_t DescriptorsOfTheLastUsedFile()
+{
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return std::count_if(begin(descriptors), end(descriptors), [](const auto &descriptor) {
+        std::error_code gone; // the one that reads the folder
+        return std::filesystem::read_symlink(descriptor, gone) == Location_GetLastUsedFile();
+    });
+}
+
+TEST_F(Location, GivesTheLastUsedFileToNoProgramThatIsStartedMeanwhile)
+{
+    std::filesystem::create_directories(LAST_USED_FOLDER);
+    ASSERT_EQ(mkfifo(Location_GetLastUsedFile(), 0600), 0);
+    const Outcome outcome = InChild([] {
+        const int writer = open(Location_GetLastUsedFile(), O_RDWR | O_CLOEXEC);
+        std::string root;
+        std::thread reader([&] { root = Take(Location_Get("rootDir")); });
+        while (DescriptorsOfTheLastUsedFile() < 2) {
+            std::this_thread::yield(); // until it is open there, and waits for its content
+        }
+        const int status = system("ls -l /proc/self/fd | grep -q lastLocationUsed");
+        EXPECT_EQ(write(writer, "/r", 2), 2);
+        reader.join();
+        return root + (WEXITSTATUS(status) == 1 ? " kept" : " given away");
+    });
+    EXPECT_EQ(outcome.result, "/r kept");
 }
 
 TEST_F(Location, SaysThatTheProductWasNeverRun)
