@@ -23,6 +23,14 @@ build() {
     cmake --build --preset "$1"
 }
 
+# Where the time went.
+slowest() {
+    say 'the ten tests that took longest, in seconds'
+    for preset in $passed; do
+        sed -n "s/.*<testcase name=\"\([^\"]*\)\".* time=\"\([0-9.]*\)\".*/\2 $preset \1/p" "build/$preset/tests.xml"
+    done | sort -rn | head -n 10
+}
+
 # What touches the system's own paths, users or Samba runs on a machine of its own.
 withoutSandbox='' passed='' notRun=''
 if ! tools/sandbox.sh --works; then
@@ -53,9 +61,10 @@ for preset in "$@"; do
     say "$preset: test"
     # Many of the tests wait most of their time: one more than there are processors.
     # shellcheck disable=SC2086 # an option and its value, or nothing
-    ctest --preset "$preset" --parallel "$(($(nproc) + 1))" $withoutSandbox
+    ctest --preset "$preset" --parallel "$(($(nproc) + 1))" $withoutSandbox --output-junit tests.xml
     passed="$passed $preset"
 done
+[ -z "$passed" ] || slowest
 [ -z "$passed" ] || say "every test passed:$passed"
 [ -z "$notRun" ] || say "BUT NOT RUN:$notRun"
 case " $passed " in

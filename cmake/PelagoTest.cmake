@@ -125,3 +125,39 @@ function(pelago_sandbox_test name file)
     set_tests_properties(${name} PROPERTIES LABELS sandbox TIMEOUT ${PELAGO_TEST_SECONDS}
                          ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;${ARGN}")
 endfunction()
+
+# pelago_judges(TEST FILE...) says what the test judges: these files, and those whose paths begin like that.
+# tools/mutate.py has it run when one of them is changed, and reads this from judges.txt: "test|targets|files".
+# Said where the test is declared; what it needs is known from there.
+function(pelago_judges test)
+    if(NOT TEST ${test})
+        return() # not in this build
+    endif()
+    get_property(environment TEST ${test} PROPERTY ENVIRONMENT)
+    string(REGEX MATCHALL "TARGET_FILE:[A-Za-z0-9_]+" targets "${environment}")
+    list(TRANSFORM targets REPLACE "TARGET_FILE:" "")
+    string(REGEX REPLACE "^fuzz[.](.*)" "\\1_fuzz" program "${test}")
+    foreach(name ${test}_test ${program})
+        if(TARGET ${name})
+            list(APPEND targets ${name})
+        endif()
+    endforeach()
+    string(FIND "${environment}" "${PELAGO_BUNDLE}" bundle)
+    if(bundle GREATER -1)
+        list(APPEND targets pelago_bundle)
+    endif()
+    get_property(fixtures TEST ${test} PROPERTY FIXTURES_REQUIRED)
+    if(fixtures) # the packages, of all that is built
+        list(APPEND targets all)
+    endif()
+    list(JOIN targets " " targets)
+    list(JOIN ARGN " " files)
+    set_property(GLOBAL APPEND PROPERTY PELAGO_JUDGES "${test}|${targets}|${files}")
+endfunction()
+
+# pelago_write_judges() is called when all of them are known.
+function(pelago_write_judges)
+    get_property(judges GLOBAL PROPERTY PELAGO_JUDGES)
+    list(JOIN judges "\n" judges)
+    file(WRITE ${PROJECT_BINARY_DIR}/judges.txt "${judges}\n")
+endfunction()

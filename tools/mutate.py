@@ -1,17 +1,25 @@
 #!/usr/bin/env python3
-"""mutate.py [--count N] [--seed S] [--jobs J] [FILE...] -- do the tests notice when the code is wrong?
+"""mutate.py [--count N] [--seed S] [--jobs J] [--again] [PATH...] -- do the tests notice when the code is wrong?
 
-Changes one operator, constant or condition at a time in the library and the tool (or in the files
-given), builds what tests that file, and runs it.  Places are drawn at random, the same ones for the
-same seed.  Works on copies of the tree in build/mutants; needs root, for tests on throw-away machines.
-What does not compile is drawn anew.  Prints every mutant, and those that survived once more at the end,
-but for the ones that docs/survivors.md knows to be none of the tests' business.
-Exit status: 0 when at least 90 % of all were noticed.
+Makes one change at a time (tools/mutations.py has the kinds) in the product's sources and scripts, or in those of the
+files and folders given, builds what judges that file, and runs it; which tests these are is said where they are declared
+(pelago_judges).  The kinds take turns, and the places of each are drawn at random, the same ones for the same seed.
+What does not compile, or compiles to the same code, is drawn anew.
+
+Works on copies of the tree in build/mutants, and notes each outcome in journal.jsonl there: a run that is started
+once more goes on where it was ended, as long as the file is the same.  --again tries those once more that survived.
+It needs root, for tests on throw-away machines.
+
+Prints every mutant, then those that survived, but for the ones that docs/survivors.md knows to be none of the tests'
+business, and what was noticed in each part of the product.
+Exit status: 0 when enough was noticed in each part (GOALS); 1 otherwise, or when the unchanged tree fails.
 """
 
 import argparse
+import hashlib
+import itertools
+import json
 import os
-import queue
 import random
 import re
 import resource
@@ -19,214 +27,268 @@ import shutil
 import subprocess
 import sys
 import threading
+import time
+from collections import Counter, namedtuple
 from pathlib import Path
 
 import reasons
+from mutations import mutations
 
 ROOT = Path(__file__).resolve().parents[1]
-GOAL = 0.9
-SECONDS = 100  # a test that takes longer has noticed
+MUTANTS = ROOT / "build/mutants"
+GOALS = {"apps": 0.95, "lib": 0.95, "platform": 0.9, "product": 0.9}  # of all mutants in that part
+SECONDS = 100  # a test that takes longer has noticed; those of scripts have three times as long
 MEMORY = 12 << 30  # bytes that a process may have: a mutant may not know when to stop
 FILE = 1 << 30  # bytes that a file may have
-# The programs that test a file, by what its path begins with; the longest entry counts.
-TESTS = {
-    "apps/pelagoShareTool/diagnostics": "diagnostics tool.session tool.caller",
-    "apps/pelagoShareTool/pelagoShareTool": "tool.session tool.sdkFailures tool.caller tool.preferences",
-    "apps/pelagoShareTool/runScript": "runScript tool.session tool.faults",
-    "lib/misc/codeset": "codeset codesetAlone codesetConversions codesetUtf encodings noMemory",
-    "lib/misc/codesetUtf": "codesetUtf",
-    "lib/misc/diagnostics": "ownSinks",
-    "lib/misc/err": "err",
-    "lib/misc/escape": "escape fuzz.escape",
-    "lib/misc/hashTable": "hashTable hashTableThreads fuzz.hashTable",
-    "lib/misc/hostinfoClock": "hostinfoClock hostinfo",
-    "lib/misc/hostinfoCpu": "hostinfoCpu hostinfo",
-    "lib/misc/hostinfoDaemonize": "daemonize daemonizeFaults execute processState",
-    "lib/misc/hostinfoLoad": "hostinfoLoad hostinfo",
-    "lib/misc/hostinfoOs": "hostinfoOs hostinfo",
-    "lib/misc/hostinfoPosix": "hostinfoCpu hostinfo",
-    "lib/misc/hostinfoProcess": "hostinfoProcess hostinfo",
-    "lib/misc/location": "location",
-    "lib/misc/posix": "posix posixAscii posixErrno",
-    "lib/misc/posixEnv": "posixEnv posixEnvSteps posixAscii posixErrno",
-    "lib/misc/posixExec": "posixExec posixAscii",
-    "lib/misc/posixInt": "posix posixAscii posixErrno posixExec",
-    "lib/misc/posixUsers": "posixUsers posixUsersLatin1",
-    "lib/misc/util": "util constantTime",
-    "lib/misc/utilExpand": "utilExpand",
-    "lib/misc/utilPath": "utilPath",
-    "lib/misc/utilPlist": "utilPlist",
-    "lib/public/dynbuf": "dynbuf",
-    "lib/string/bsd_vsnprintf": "bsd_vsnprintf str fuzz.format",
-    "lib/string/format": "bsd_vsnprintf str fuzz.format",
-    "lib/string/str": "str",
-    "lib/string/utf": "utf codesetConversions fuzz.utf",
-    "lib/unicode/": "encodingNames unicodeStrings unicodeInit fuzz.encodingNames",
-}
-# Programs whose name is not the test's with _test behind it.
-TARGETS = {
-    "encodings": ["convertAll"], "location": ["location_test"],
-    "tool.session": ["pelago_bundle"], "tool.sdkFailures": ["pelagoShareToolScripted"],
-    "tool.caller": ["pelago_bundle", "shareWhile"], "tool.preferences": ["pelago_bundle"],
-}
+SOURCES = ("apps/**/*.cpp", "lib/**/*.cpp", "lib/**/*.h", "platform/linux/*.cpp", "platform/linux/*.h",
+           "product/**/*.cpp", "product/**/*.h", "product/**/*.sh")
+DECLARATIONS = re.compile(r"lib/public/(?!dynbuf\.h)|.*/encodingRows\.h$")  # and numbers: a test would repeat them
+TRIED = ("noticed", "survived", "answered")
 
-TABLES = ("encodingRows.h",)
+Judge = namedtuple("Judge", "test targets files")
 
-# What is changed into what.  Blanks around an operator tell it from a template's bracket.
-CHANGES = [
-    (r" == ", [" != "]), (r" != ", [" == "]), (r" < ", [" <= ", " >= "]), (r" > ", [" >= ", " <= "]),
-    (r" <= ", [" < ", " > "]), (r" >= ", [" > ", " < "]), (r" && ", [" || "]), (r" \|\| ", [" && "]),
-    (r" \+ ", [" - "]), (r" - ", [" + "]), (r" \* (?=\w)", [" + "]), (r" % ", [" / "]), (r" / ", [" * "]),
-    (r" & ", [" | "]), (r" \| ", [" & "]), (r" << ", [" >> "]), (r" >> ", [" << "]),
-    (r" \+= ", [" -= "]), (r" -= ", [" += "]), (r"\+\+", ["--"]), (r"(?<!-)--(?!-)", ["++"]),
-    (r"\btrue\b", ["false"]), (r"\bfalse\b", ["true"]), (r"\(!(?=\w)", ["("]),
-    (r"(?<![\w.\"'])\d+(?![\w.\"'])", None),  # a number: one more
-    (r"\bcontinue;", ["break;"]), (r"\bbreak;", ["continue;"]),
-]
+
+class Place(namedtuple("Place", "path text mutation")):
+    """One change of one file, whose text that is."""
+
+    def changed(self):
+        return self.text[:self.mutation.start] + self.mutation.replacement + self.text[self.mutation.end:]
+
+    def key(self):
+        """What a journal knows it by, for as long as the file is the same."""
+        content = hashlib.sha256(self.text.encode()).hexdigest()[:16]
+        return f"{self.path} {content} {self.mutation.start} {self.mutation.end} {self.mutation.replacement}"
+
+    def line_and_change(self):
+        line = self.text[:self.mutation.start].count("\n") + 1
+        before = " ".join(self.text[self.mutation.start:self.mutation.end].split())
+        return line, self.text.splitlines()[line - 1].strip(), f"{before} -> {' '.join(self.mutation.replacement.split())}"
+
+    def __str__(self):
+        line, text, change = self.line_and_change()
+        return f"{self.path}:{line}: {text}   [{self.mutation.kind}: {change}]"
+
+
+def places_in(path):
+    text = (ROOT / path).read_text()
+    return [Place(path, text, mutation) for mutation in mutations(path, text)]
 
 
 def sources(given):
-    for path in given or sorted([*ROOT.glob("apps/*/*.cpp"), *ROOT.glob("lib/**/*.cpp"), *ROOT.glob("lib/**/*.h")]):
-        path = Path(path).resolve().relative_to(ROOT)
-        if path.name in TABLES or path.parent.name == "public" and path.name != "dynbuf.h":
-            continue  # numbers and declarations, which a test would only repeat
-        if tests(path):
-            yield path
-        elif any(places(path)):
-            sys.exit(f"mutate.py: TESTS does not say what tests {path}")
+    """The product's sources; where files or folders are given, those and what is in them."""
+    paths = {path for glob in SOURCES for path in ROOT.glob(glob) if not DECLARATIONS.match(str(path.relative_to(ROOT)))}
+    wanted = [Path(path).resolve() for path in given or [ROOT]]
+    if missing := [str(path) for path in wanted if not any(source.is_relative_to(path) for source in paths)]:
+        sys.exit(f"mutate.py: nothing of the product that could be changed is in {', '.join(missing)}")
+    return sorted(str(path.relative_to(ROOT)) for path in paths if any(path.is_relative_to(place) for place in wanted))
 
 
-def tests(path):
-    known = [key for key in TESTS if str(path).startswith(key)]
-    return TESTS[max(known, key=len)].split() if known else []
+def drawn(places, seed):
+    """All of them: the kinds in turn, and each in an order that the seed alone decides."""
+    kinds = {}
+    for place in places:
+        kinds.setdefault(place.mutation.kind, []).append(place)
+    for kind in sorted(kinds):
+        random.Random(f"{seed} {kind}").shuffle(kinds[kind])
+    rounds = itertools.zip_longest(*(kinds[kind] for kind in sorted(kinds)))
+    return [place for turn in rounds for place in turn if place is not None]
 
 
-def code_only(text):
-    """The text with comments, literals and directives blanked, so that places in it are places in code."""
-    blank = lambda match: re.sub(r"[^\n]", "\0", match[0])  # noqa: E731
-    text = re.sub(r"//[^\n]*|/\*.*?\*/|\"(?:\\.|[^\"\\\n])*\"|'(?:\\.|[^'\\\n])+'", blank, text, flags=re.S)
-    return re.sub(r"^[ \t]*#(?:[^\n]*\\\n)*[^\n]*|^.*static_assert.*$|^template.*$", blank, text, flags=re.M)
+def read_judges(page):
+    """Who judges what, from the build."""
+    rows = [line.split("|") for line in page.read_text().splitlines()]
+    return [Judge(test, targets.split(), files.split()) for test, targets, files in rows]
 
 
-def places(path):
-    text = code_only((ROOT / path).read_text())
-    for pattern, replacements in CHANGES:
-        for match in re.finditer(pattern, text):
-            for replacement in replacements or [str(int(match[0]) + 1)]:
-                yield path, match.start(), match.end(), replacement
+def judges_of(path, judges):
+    return [judge for judge in judges if any(path.startswith(file) for file in judge.files)]
 
 
 class Tree:
-    """A copy of the project in which one change is made at a time."""
+    """A copy of the project, in which one change is made at a time."""
 
     def __init__(self, number):
-        self.folder = ROOT / f"build/mutants/{number}"
+        self.folder = MUTANTS / str(number)
         self.build = self.folder / "build/dev"
-        if self.folder.exists():
-            shutil.rmtree(self.folder)
-        self.folder.mkdir(parents=True)
         files = self.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=ROOT).stdout
-        for name in filter(None, files.split("\0")):
-            if (ROOT / name).is_file():
-                (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
-                shutil.copy2(ROOT / name, self.folder / name)
-        self.run(["cmake", "--preset", "dev", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O1",
-                  f"-DPELAGO_TEST_SECONDS={SECONDS}"])
+        self.copy({name for name in files.split("\0") if (ROOT / name).is_file()})
+        done = self.run(["cmake", "--preset", "dev", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -w",
+                         f"-DPELAGO_TEST_SECONDS={SECONDS}"])
+        if done.returncode != 0:
+            sys.exit(f"mutate.py: {done.stderr}")
+        self.judges = read_judges(self.build / "judges.txt")
+
+    def copy(self, names):
+        """Makes the tree the project's again, and leaves alone what is that already: it is built."""
+        for path in self.folder.rglob("*"):
+            name = path.relative_to(self.folder)
+            if name.parts[0] != "build" and not path.is_dir() and str(name) not in names:
+                path.unlink()
+        for name in names:
+            there = self.folder / name
+            if not there.is_file() or there.read_bytes() != (ROOT / name).read_bytes():
+                there.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy2(ROOT / name, there)
+                os.utime(there)
 
     def run(self, command, **options):
-        return subprocess.run(command, capture_output=True, text=True, **({"cwd": self.folder} | options))
+        return subprocess.run(command, capture_output=True, text=True, check=False, **({"cwd": self.folder} | options))
 
-    def outcome(self, path):
-        """What becomes of the tree as it is: not built, noticed (and by whom), or survived."""
-        names = tests(path)
-        targets = sorted({target for name in names for target in TARGETS.get(
-            name, [f"{name.removeprefix('fuzz.')}_{'fuzz' if name.startswith('fuzz.') else 'test'}"])})
-        if self.run(["cmake", "--build", self.build, "-j1", "--target", *targets]).returncode != 0:
-            return "not built", ""
-        expression = "^(" + "|".join(re.escape(name) for name in names) + ")$"
-        done = self.run(["ctest", "--test-dir", self.build, "-R", expression, "--stop-on-failure",
-                         "--no-tests=error"])
+    def objects(self, since=0.0):
+        """The digests of the objects that were compiled since then."""
+        return {path: hashlib.sha256(path.read_bytes()).digest() for path in self.build.rglob("*.o")
+                if path.stat().st_mtime >= since}
+
+    def compile(self, paths):
+        """Builds what judges these files; whether it could be built."""
+        targets = {target for path in paths for judge in judges_of(path, self.judges) for target in judge.targets}
+        return not targets or self.run(["cmake", "--build", self.build, "-j1", "--target", *sorted(targets)]).returncode == 0
+
+    def judged(self, *paths):
+        """(state, by whom) of the tree as it is, by the tests of these files."""
+        names = "|".join(sorted({re.escape(judge.test) for path in paths for judge in judges_of(path, self.judges)}))
+        done = self.run(["ctest", "--test-dir", self.build, "-R", f"^({names})$", "--stop-on-failure", "--no-tests=error"])
         failed = re.findall(r"\d+ - (\S+) \(", done.stdout)
         return ("survived", "") if done.returncode == 0 else ("noticed", failed[-1] if failed else done.stdout[-200:])
 
+    def build_unchanged(self, paths):
+        """What that compiles to is what a change is compared with."""
+        if not self.compile(paths):
+            sys.exit("mutate.py: the unchanged tree does not build")
+        self.unchanged = self.objects()
 
-def line_and_change(place):
-    path, start, end, replacement = place
-    text = (ROOT / path).read_text()
-    line = text[:start].count("\n") + 1
-    return line, text.splitlines()[line - 1].strip(), f"{text[start:end].strip()} -> {replacement.strip()}"
+    def outcome(self, place):
+        """(state, by whom) of one change."""
+        file = self.folder / place.path
+        started = time.time()
+        file.write_text(place.changed())
+        try:
+            if file.suffix == ".sh" and self.run(["sh", "-n", file]).returncode != 0:
+                return "not built", ""
+            if not self.compile([place.path]):
+                return "not built", ""
+            compiled = self.objects(since=started - 1)  # a file's time may be a moment early
+            if compiled and all(self.unchanged.get(path) == digest for path, digest in compiled.items()):
+                return "same code", ""
+            return self.judged(place.path)
+        finally:
+            file.write_text(place.text)
 
 
-def describe(place):
-    line, text, change = line_and_change(place)
-    return f"{place[0]}:{line}: {text}   [{change}]"
+class Journal:
+    """What became of each place, in a file that grows line by line."""
+
+    def __init__(self, page, again):
+        self.page = page
+        self.known = {}
+        for line in page.read_text().splitlines() if page.exists() else []:
+            key, state, by = json.loads(line)
+            if not (again and state == "survived"):
+                self.known[key] = state, by
+
+    def note(self, place, state, by):
+        with self.page.open("a") as file:
+            file.write(json.dumps([place.key(), state, by]) + "\n")
 
 
-def is_answered(place, answers):
-    """Whether docs/survivors.md says why no test can notice it."""
-    _, text, change = line_and_change(place)
-    return any((str(place[0]), text, change) == answer[:3] for answer in answers)
+class Run:
+    """Hands the places out in their order, until enough of them were tried."""
+
+    def __init__(self, places, count, journal, answers):
+        self.places = iter(places)
+        self.count, self.journal, self.answers = count, journal, answers
+        self.states, self.survivors, self.parts = Counter(), [], Counter()
+        self.underway = 0
+        self.changed = threading.Condition()
+
+    def tried(self):
+        return sum(self.states[state] for state in TRIED)
+
+    def next(self):
+        """The next place, or None; waits while those that are underway may be enough."""
+        with self.changed:
+            while self.underway and self.tried() + self.underway >= self.count:
+                self.changed.wait()
+            place = next(self.places, None) if self.tried() < self.count else None
+            self.underway += place is not None
+            return place
+
+    def note(self, place, state, by):
+        line, text, change = place.line_and_change()
+        if state == "survived" and any((place.path, text, change) == answer[:3] for answer in self.answers):
+            state = "answered"
+        with self.changed:
+            self.underway -= 1
+            self.states[state] += 1
+            self.parts[place.path.split("/")[0], state] += 1
+            if state in TRIED:
+                print(f"{self.tried():4} {state:9} {by:20} {place}", flush=True)
+            if state == "survived":
+                self.survivors.append(str(place))
+            self.changed.notify_all()
+
+    def work(self, tree):
+        while (place := self.next()) is not None:
+            known = self.journal.known.get(place.key())
+            state, by = known or tree.outcome(place)
+            if not known:
+                with self.changed:
+                    self.journal.note(place, state, by)
+            self.note(place, state, by)
+
+    def report(self):
+        """Prints what became of them all; returns whether it was enough."""
+        print("\nsurvivors:", *sorted(self.survivors), sep="\n  ")
+        is_enough = self.tried() > 0
+        for part, goal in GOALS.items():
+            counts = [self.parts[part, state] for state in TRIED]
+            if sum(counts):
+                share = counts[0] / sum(counts)
+                is_enough = is_enough and share >= goal
+                print(f"{part:10} {sum(counts):4} mutants, {counts[0]} noticed, {counts[2]} answered: {100 * share:.1f} %")
+        print(f"together   {self.tried():4} mutants; {self.states['not built']} more did not compile, "
+              f"{self.states['same code']} made no difference to the code")
+        return is_enough
+
+
+def require_answers_fit(answers):
+    """Each row of docs/survivors.md is about a change that there is."""
+    for path, line, change, _ in answers:
+        if (line, change) not in {place.line_and_change()[1:] for place in places_in(path)}:
+            sys.exit(f"mutate.py: docs/survivors.md has a change that {path} has no place for: {line} [{change}]")
 
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--count", type=int, default=300)
+    parser.add_argument("--count", type=int, default=800)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
-    parser.add_argument("files", nargs="*")
+    parser.add_argument("--again", action="store_true")
+    parser.add_argument("paths", nargs="*")
     options = parser.parse_args()
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY, resource.RLIM_INFINITY))
     resource.setrlimit(resource.RLIMIT_FSIZE, (FILE, resource.RLIM_INFINITY))
-    drawn = [place for path in sources(options.files) for place in places(path)]
-    random.Random(options.seed).shuffle(drawn)
-    waiting = queue.Queue()
-    for place in drawn:
-        waiting.put(place)
-    print(f"{len(drawn)} places", flush=True)
-    trees = [Tree(number) for number in range(options.jobs)]
-    for path in {tuple(tests(place[0])): place[0] for place in drawn}.values():
-        state, by = trees[0].outcome(path)
-        if state != "survived":
-            sys.exit(f"mutate.py: unchanged, {path} fails its tests: {state} {by}")
     answers = list(reasons.rows(ROOT / "docs/survivors.md"))
-    for path, line, change, _ in answers:
-        if not any(line_and_change(place)[1:] == (line, change) for place in places(Path(path))):
-            sys.exit(f"mutate.py: docs/survivors.md has a line that {path} has not: {line}")
-    counts = {"noticed": 0, "survived": 0, "answered": 0, "not built": 0}
-    survivors, lock = [], threading.Lock()
-
-    def tried():
-        return sum(counts.values()) - counts["not built"]
-
-    def work(tree):
-        while tried() < options.count:
-            try:
-                place = waiting.get_nowait()
-            except queue.Empty:
-                return
-            path, start, end, replacement = place
-            text = (ROOT / path).read_text()
-            (tree.folder / path).write_text(text[:start] + replacement + text[end:])
-            state, by = tree.outcome(path)
-            (tree.folder / path).write_text(text)
-            if state == "survived" and is_answered(place, answers):
-                state = "answered"
-            with lock:
-                counts[state] += 1
-                if state == "survived":
-                    survivors.append(describe(place))
-                if state != "not built":
-                    print(f"{tried():4} {state:9} {by:20} {describe(place)}", flush=True)
-
-    threads = [threading.Thread(target=work, args=(tree,)) for tree in trees]
+    require_answers_fit(answers)
+    places = [place for path in sources(options.paths) for place in places_in(path)]
+    paths = sorted({place.path for place in places})
+    print(f"{len(places)} places in {len(paths)} files", flush=True)
+    trees = [Tree(number) for number in range(options.jobs)]
+    for path in paths:
+        if not judges_of(path, trees[0].judges):
+            sys.exit(f"mutate.py: no test judges {path}: pelago_judges() is where one would")
+    for tree in trees:
+        tree.build_unchanged(paths)
+    state, by = trees[0].judged(*paths)
+    if state != "survived":
+        sys.exit(f"mutate.py: unchanged, the tree fails {by}")
+    run = Run(drawn(places, options.seed), options.count, Journal(MUTANTS / "journal.jsonl", options.again), answers)
+    threads = [threading.Thread(target=run.work, args=(tree,)) for tree in trees]
     for thread in threads:
         thread.start()
     for thread in threads:
         thread.join()
-    print(f"\n{tried()} mutants, {counts['noticed']} noticed ({100 * counts['noticed'] / max(tried(), 1):.1f} %), "
-          f"{counts['answered']} that no test can notice, {counts['not built']} more did not compile; survivors:",
-          *sorted(survivors), sep="\n  ")
-    return 0 if tried() and counts["noticed"] >= GOAL * tried() else 1
+    return 0 if run.report() else 1
 
 
 if __name__ == "__main__":

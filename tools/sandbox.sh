@@ -14,6 +14,8 @@
 # groups through file systems that it mounts once more.  The machine's are also the kernel's keyrings,
 # swap, modules that the kernel loads by itself, and the memory that everything written takes.
 #
+# Where PELAGO_MACHINE names one of those that tools/otherMachines.sh makes, the machine is that one.
+#
 # The root file system is a copy-on-write overlay.  Only root can make one, on a kernel that lets it;
 # "sandbox.sh --works" tells, by its status, whether that is so here.
 #
@@ -91,6 +93,8 @@ if [ "$(stat -c %d "$project")" != "$(stat -c %d /)" ] || [ "${project#/tmp/}" !
         -o "lowerdir=$lower,upperdir=$base/projectUp,workdir=$base/projectScratch" "$new$project" ||
         fail "cannot mount an overlay of $project"
 fi
+[ -z "${PELAGO_MACHINE-}" ] || "$project/tools/otherMachines.sh" --become "$PELAGO_MACHINE" "$new" ||
+    fail "cannot become another machine"
 printf "%s" "$binds" | while IFS= read -r outside && IFS= read -r inside; do
     mkdir -p "$new$inside"
     mount --bind "$outside" "$new$inside"

@@ -10,15 +10,26 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 PUBLIC = ROOT / "lib/public"
 
-# Rooms of the library, and whose headers each may include beside its own; lib/public by name.
-ANY_PUBLIC = {path.name for path in PUBLIC.glob("*.h")}
-MAY_INCLUDE = {
-    "apps/pelagoShareTool": ANY_PUBLIC,
-    "lib/misc": ANY_PUBLIC | {"../string/utf.h"},
-    "lib/string": {"bsd_vsnprintf.h", "str.h", "util.h", "diagnostics.h", "scoped.h"},
-    "lib/unicode": {"unicode.h", "unicodeTypes.h", "codeset.h", "escape.h", "hashTable.h", "util.h", "diagnostics.h", "scoped.h"},
-    "lib/public": ANY_PUBLIC,
+# The modules: the sources and headers whose names begin with that, wherever they lie, and the modules whose
+# headers each may include beside its own.  The longest name counts.
+FLOOR = {"diagnostics", "scoped", "util"}  # everybody's
+MODULES = {
+    "diagnostics": set(), "scoped": set(), "util": {"diagnostics"},
+    "dynbuf": FLOOR, "escape": FLOOR | {"dynbuf"}, "hashTable": FLOOR, "utf": set(),
+    "format": FLOOR, "bsd_vsnprintf": FLOOR | {"format", "str", "utf"}, "str": FLOOR | {"bsd_vsnprintf"},
+    "codeset": FLOOR | {"dynbuf", "str", "unicode", "utf"},
+    "encoding": FLOOR | {"unicode"},
+    "unicode": FLOOR | {"codeset", "encoding", "escape", "hashTable"},
+    "err": FLOOR | {"hashTable", "str", "unicode"},
+    "posix": FLOOR | {"hashTable", "unicode"},
+    "utilExpand": FLOOR | {"posix", "str"}, "utilPath": FLOOR | {"posix"}, "utilPlist": FLOOR,
+    "hostinfo": FLOOR | {"codeset", "dynbuf", "err", "posix", "str"},
+    "location": FLOOR | {"codeset", "hostinfo", "posix", "str"},
+    "runScript": set(), "pelagoShareTool": FLOOR | {"location", "runScript", "unicode"},
 }
+INTERNALS_OF_OTHERS = {("hostinfo", "posixInt.h")}  # who includes what another keeps to itself
+PUBLIC_HEADERS = {path.name for path in PUBLIC.glob("*.h")}
+ROOMS = {"apps/pelagoShareTool", "lib/misc", "lib/string", "lib/unicode", "lib/public"}
 # The SDK's headers, and those of what each host does in a way of its own.
 SDK = {str(path.relative_to(ROOT / "platform/sdk")) for path in (ROOT / "platform/sdk").rglob("*.h")}
 HOSTS_OWN = {path.name for path in (ROOT / "platform/host").glob("*.h")}
@@ -57,6 +68,14 @@ def sources(*folders, suffixes=(".cpp", ".h")):
 OF_OURS = {path.name for path in sources("apps", "lib", suffixes=(".h",))}
 
 
+def module_of(name):
+    """The module of a source or header."""
+    found = [module for module in MODULES if Path(name).name.startswith(module)]
+    if not found:
+        raise AssertionError(f"{name} is of no module: MODULES says what each includes")
+    return max(found, key=len)
+
+
 def run(*command, **options):
     return subprocess.run(command, capture_output=True, text=True, cwd=ROOT, **options)
 
@@ -79,20 +98,32 @@ class Rooms(unittest.TestCase):
             for header in re.findall(r"#\s*include\s*<([^>]+)>", path.read_text()):
                 self.assertFalse(any(header.startswith(host) for host in HOST_HEADERS), f"{path}: {header}")
 
-    def test_each_room_says_what_it_may_include(self):
-        rooms = {str(path.parent.relative_to(ROOT)) for path in sources("apps", "lib")}
-        self.assertEqual(rooms, set(MAY_INCLUDE))
+    def test_there_are_these_rooms(self):
+        self.assertEqual({str(path.parent.relative_to(ROOT)) for path in sources("apps", "lib")}, ROOMS)
 
-    def test_includes_run_downwards(self):
-        for room, allowed in MAY_INCLUDE.items():
-            files = list(sources(room))
-            self.assertTrue(files, room)
-            own = {path.name for path in files}
-            for path in files:
-                text = path.read_text()
-                for header in re.findall(r'#\s*include\s*"([^"]+)"', text):
-                    self.assertIn(header, allowed | own, f"{path} includes {header}")
-                for header in re.findall(r"#\s*include\s*<([^>]+)>", text):
+    def test_each_module_includes_what_it_builds_on(self):
+        for path in sources(*ROOMS):
+            module = module_of(path.name)
+            for header in re.findall(r'#\s*include\s*"([^"]+)"', path.read_text()):
+                what = f"{path} includes {header}"
+                self.assertIn(module_of(header), MODULES[module] | {module}, what)
+                if path.parent == PUBLIC:
+                    self.assertIn(header, PUBLIC_HEADERS, what)
+                elif header.endswith("Int.h") and module_of(header) != module:
+                    self.assertIn((module, header), INTERNALS_OF_OTHERS, what)
+
+    def test_every_module_is_there(self):
+        self.assertEqual({module_of(path.name) for path in sources(*ROOMS)}, set(MODULES))
+
+    def test_the_tool_includes_public_headers_and_its_own(self):
+        own = {path.name for path in sources("apps")}
+        for path in sources("apps"):
+            self.assertLessEqual(set(re.findall(r'#\s*include\s*"([^"]+)"', path.read_text())), PUBLIC_HEADERS | own, path)
+
+    def test_pointed_brackets_are_the_host_s(self):
+        for room in ROOMS:
+            for path in sources(room):
+                for header in re.findall(r"#\s*include\s*<([^>]+)>", path.read_text()):
                     self.assertNotIn(header, OF_OURS, f"{path}: ours stand in quotes")
                     self.assertNotIn(header, OF_THE_PLATFORM - MAY_INCLUDE_OF_THE_PLATFORM.get(room, set()), path)
 
@@ -105,7 +136,7 @@ class Rooms(unittest.TestCase):
     def test_the_linux_host_program_stands_on_the_platform_and_on_public_headers(self):
         files = list(sources("product/linux/host"))
         self.assertGreater(len(files), 10)
-        allowed = {path.name for path in files} | {path.name for path in sources("platform/linux")} | HOSTS_OWN | ANY_PUBLIC
+        allowed = {path.name for path in files} | {path.name for path in sources("platform/linux")} | HOSTS_OWN | PUBLIC_HEADERS
         for path in files:
             for header in re.findall(r'#\s*include\s*"([^"]+)"', path.read_text()):
                 self.assertIn(header, allowed | {"utf.h"}, f"{path} includes {header}")

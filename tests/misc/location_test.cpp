@@ -10,9 +10,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <thread>
 
 // The program's own path, for one test: nullptr for the real one, "" for none.
 static const char *sModulePath;
@@ -24,13 +26,13 @@ char *__wrap_Hostinfo_GetModulePath(uint32_t privilege)
 {
     EXPECT_EQ(privilege, 1u);
     if (sModulePath == nullptr) { return __real_Hostinfo_GetModulePath(privilege); }
-    return *sModulePath == '\0' ? nullptr : strcpy(static_cast<char *>(malloc(4096)), sModulePath);
+    return *sModulePath == '\0' ? nullptr : strdup(sModulePath);
 }
 char *__real_Posix_RealPath(const char *path);
 char *__wrap_Posix_RealPath(const char *path)
 {
     if (sModulePath != nullptr && !sRealPathFails) {
-        return strcpy(static_cast<char *>(malloc(4096)), path); // a place that need not exist
+        return strdup(path); // a place that need not exist
     }
     return sRealPathFails ? nullptr : __real_Posix_RealPath(path);
 }
@@ -47,6 +49,13 @@ void WriteLastUsed(const std::string &content)
 {
     std::filesystem::create_directories(LAST_USED_FOLDER);
     std::ofstream(Location_GetLastUsedFile(), std::ios::binary) << content;
+}
+
+int LowestFreeDescriptor()
+{
+    const int fd = open("/dev/null", O_RDONLY);
+    close(fd);
+    return fd;
 }
 
 class Location : public testing::Test {
@@ -91,15 +100,41 @@ INSTANTIATE_TEST_SUITE_P(
                     KeyCase{"shareRmShareFile", "/Contents/Library/shares/rmshare.sh"}),
     [](const auto &row) { return row.param.key; });
 
+// What is nearly a key is none, and none of them is worth a message, whether or not there is a
+// root.
+constexpr const char *NO_KEYS[] = {
+    "noSuchFile", "",        "ShareToolFile", "shareToolfile",  "shareToolFil", "shareToolFile2",
+    "icuDi",      "icuDir/", "rootDi",        "rootDirectory",  " rootDir",     "rootDir ",
+    "r",          "share",   "shareAddFile",  "shareRmUserFil",
+};
+
+std::string NoPathOfAnyOfThem()
+{
+    for (const char *key : NO_KEYS) {
+        EXPECT_EQ(Location_GetRelative(key), nullptr) << key;
+        EXPECT_EQ(Take(Location_Get(key)), "(none)") << key;
+    }
+    return "";
+}
+
 TEST_F(Location, SaysNothingAboutAnUnknownKey)
 {
-    EXPECT_EQ(Location_GetRelative("ShareToolFile"), nullptr) << "keys are compared exactly";
-    const Outcome outcome = InChild([] {
+    const Outcome inTheBundle = InChild([] {
         Location_Init("shareTool");
-        return Take(Location_Get("noSuchFile"));
+        return NoPathOfAnyOfThem();
     });
-    EXPECT_EQ(outcome.result, "(none)");
-    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(inTheBundle.errors, "");
+    const Outcome withoutARoot = InChild(NoPathOfAnyOfThem);
+    EXPECT_EQ(withoutARoot.errors, "");
+    const Outcome aboveTheTop = InChild([] {
+        sModulePath = "/tool";
+        Location_Init("shareTool");
+        return NoPathOfAnyOfThem();
+    });
+    EXPECT_EQ(aboveTheTop.errors, "");
+    const Outcome asAnotherUser = InChild(
+        [] { return seteuid(65534) == 0 ? NoPathOfAnyOfThem() : std::string("seteuid failed"); });
+    EXPECT_EQ(asAnotherUser.result + asAnotherUser.errors, "");
 }
 
 TEST_F(Location, WarnsOfASecondInitialisationAndKeepsItsUpCount)
@@ -129,6 +164,95 @@ TEST_F(Location, TakesAnUnknownTagForAProgramOutsideTheBundle)
               "Location_Init: Invalid initialization: sUpCount 4, processTag sharetool.\n"
               "Location_Init: Invalid initialization: sUpCount 0, processTag nobody.\n");
 }
+
+TEST_F(Location, ComparesTheWholeTag)
+{
+    for (const std::string tag :
+         {"", "s", "share", "shareToo", "shareTool2", "shareTool ", "SHARETOOL"}) {
+        const Outcome outcome = InChild([&] {
+            setenv(ROOT_VARIABLE, "/elsewhere", 1);
+            Location_Init(tag.c_str());
+            return Take(Location_Get("rootDir"));
+        });
+        EXPECT_EQ(outcome.result, "/elsewhere") << tag;
+        EXPECT_EQ(outcome.errors,
+                  "Location_Init: Invalid initialization: sUpCount 0, processTag " + tag + ".\n");
+    }
+}
+
+// What changes between two calls, such as a bundle that a folder's name no longer leads to, is
+// seen.
+TEST_F(Location, FindsTheRootAnewEachTime)
+{
+    const Outcome outcome = InChild([] {
+        setenv(ROOT_VARIABLE, "/first", 1);
+        std::string roots = Take(Location_Get("rootDir"));
+        setenv(ROOT_VARIABLE, "/second", 1);
+        roots += Take(Location_Get("rootDir"));
+        unsetenv(ROOT_VARIABLE);
+        WriteLastUsed("/third");
+        roots += Take(Location_Get("rootDir"));
+        WriteLastUsed("/4th");
+        roots += Take(Location_Get("rootDir"));
+        Location_Init("shareTool");
+        sModulePath = "/fifth/Contents/Library/shares/tool";
+        roots += Take(Location_Get("rootDir"));
+        sModulePath = "/6/Contents/Library/shares/tool";
+        return roots + Take(Location_Get("rootDir"));
+    });
+    EXPECT_EQ(outcome.result, "/first/second/third/4th/fifth/6");
+    EXPECT_EQ(outcome.errors, "");
+}
+
+TEST_F(Location, FindsTheRootAfterItWasNotThere)
+{
+    const Outcome outcome = InChild([] {
+        const std::string before = Take(Location_Get("rootDir"));
+        WriteLastUsed("/now");
+        return before + Take(Location_Get("rootDir"));
+    });
+    EXPECT_EQ(outcome.result, "(none)/now");
+}
+
+// A root is bytes: it is no format, may be long, and need not be text.
+struct RootCase {
+    const char *name;
+    std::string root;
+};
+class LocationRoot : public testing::TestWithParam<RootCase> {};
+TEST_P(LocationRoot, IsTakenByteByByte)
+{
+    const std::string &root = GetParam().root;
+    const std::string expected = root + "/Contents/Library/icu";
+    unsetenv(ROOT_VARIABLE);
+    const Outcome climbed = InChild([&] {
+        const std::string program = root + "/Contents/Library/shares/tool";
+        sModulePath = program.c_str();
+        Location_Init("shareTool");
+        return Take(Location_Get("icuDir"));
+    });
+    EXPECT_EQ(climbed.result, expected);
+    const Outcome fromEnvironment = InChild([&] {
+        setenv(ROOT_VARIABLE, root.c_str(), 1);
+        return Take(Location_Get("icuDir"));
+    });
+    EXPECT_EQ(fromEnvironment.result, expected);
+    EXPECT_EQ(climbed.errors + fromEnvironment.errors, "");
+    if (root.size() > 1023) { return; } // more is none, in the last-used file
+    WriteLastUsed(root);
+    const Outcome lastUsed = InChild([] { return Take(Location_Get("icuDir")); });
+    EXPECT_EQ(lastUsed.result, expected);
+    EXPECT_EQ(lastUsed.errors, "");
+}
+INSTANTIATE_TEST_SUITE_P(Bytes, LocationRoot,
+                         testing::Values(RootCase{"AFormat", "/100%/%s%n%d%%"},
+                                         RootCase{"Utf8", "/gr\xC3\xBC\xC3\x9F \xF0\x9F\x98\x80"},
+                                         RootCase{"Latin1", "/gr\xFC\xDF\x80\xFE\xFF"},
+                                         RootCase{"ControlCharacters", "/a\x01\t\r\nb\x7F"},
+                                         RootCase{"ABackslash", "/a\\b\"c'"},
+                                         RootCase{"Long", "/" + std::string(900, 'l')},
+                                         RootCase{"VeryLong", "/" + std::string(100000, 'l')}),
+                         [](const auto &row) { return row.param.name; });
 
 TEST_F(Location, ClimbsFromTheProgramItselfAndLooksAtNothingElse)
 {
@@ -263,10 +387,37 @@ TEST_F(Location, ReadsTheLastUsedFileOnceAndClosesIt)
         const std::string root = Take(Location_Get("rootDir"));
         EXPECT_EQ(write(writer, "/second", 7), 7);
         const std::string next = Take(Location_Get("rootDir"));
-        const int free = open("/dev/null", O_RDONLY);
-        return root + next + (free == writer + 1 ? " closed" : " left open");
+        return root + next + (LowestFreeDescriptor() == writer + 1 ? " closed" : " left open");
     });
     EXPECT_EQ(outcome.result, "/first/second closed");
+}
+
+ptrdiff_t DescriptorsOfTheLastUsedFile()
+{
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return std::count_if(begin(descriptors), end(descriptors), [](const auto &descriptor) {
+        std::error_code gone; // the one that reads the folder
+        return std::filesystem::read_symlink(descriptor, gone) == Location_GetLastUsedFile();
+    });
+}
+
+TEST_F(Location, GivesTheLastUsedFileToNoProgramThatIsStartedMeanwhile)
+{
+    std::filesystem::create_directories(LAST_USED_FOLDER);
+    ASSERT_EQ(mkfifo(Location_GetLastUsedFile(), 0600), 0);
+    const Outcome outcome = InChild([] {
+        const int writer = open(Location_GetLastUsedFile(), O_RDWR | O_CLOEXEC);
+        std::string root;
+        std::thread reader([&] { root = Take(Location_Get("rootDir")); });
+        while (DescriptorsOfTheLastUsedFile() < 2) {
+            std::this_thread::yield(); // until it is open there, and waits for its content
+        }
+        const int status = system("ls -l /proc/self/fd | grep -q lastLocationUsed");
+        EXPECT_EQ(write(writer, "/r", 2), 2);
+        reader.join();
+        return root + (WEXITSTATUS(status) == 1 ? " kept" : " given away");
+    });
+    EXPECT_EQ(outcome.result, "/r kept");
 }
 
 TEST_F(Location, SaysThatTheProductWasNeverRun)
@@ -280,9 +431,30 @@ TEST_F(Location, SaysThatTheProductWasNeverRun)
 TEST_F(Location, TakesAFileThatCannotBeReadForOneThatCannotBeOpened)
 {
     std::filesystem::create_directories(Location_GetLastUsedFile()); // a folder opens, but no more
-    const Outcome outcome = InChild([] { return Take(Location_Get("rootDir")); });
+    const Outcome outcome = InChild([] {
+        const int before = LowestFreeDescriptor();
+        const std::string root = Take(Location_Get("rootDir"));
+        return root + (LowestFreeDescriptor() == before ? " closed" : " left open");
+    });
+    EXPECT_EQ(outcome.result, "(none) closed");
     EXPECT_EQ(outcome.errors,
               std::string("LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
+}
+
+// An administrator may keep it elsewhere.
+TEST_F(Location, FollowsLinksToTheLastUsedFile)
+{
+    const TemporaryFolder folder;
+    const std::string elsewhere = folder.Path() + "/elsewhere";
+    std::ofstream(elsewhere) << "/opt/p";
+    std::filesystem::create_directories(LAST_USED_FOLDER);
+    std::filesystem::create_symlink(elsewhere, Location_GetLastUsedFile());
+    EXPECT_EQ(InChild([] { return Take(Location_Get("rootDir")); }).result, "/opt/p");
+
+    std::filesystem::remove_all(LAST_USED_FOLDER);
+    std::ofstream(folder.Path() + "/lastLocationUsed") << "/opt/q";
+    std::filesystem::create_directory_symlink(folder.Path(), LAST_USED_FOLDER);
+    EXPECT_EQ(InChild([] { return Take(Location_Get("rootDir")); }).result, "/opt/q");
 }
 
 TEST_F(Location, SaysWhenTheLastUsedRootCannotBeCopied)
@@ -297,17 +469,57 @@ TEST_F(Location, SaysWhenTheLastUsedRootCannotBeCopied)
               std::string("LocationLastUsed: Failed to copy last used path: /opt/p\n") + NEVER_RUN);
 }
 
-TEST_F(Location, TrustsNobodyInASetuidProcess)
+// Who started a set-user-ID program may be anybody, and it may be anybody's.
+struct UserCase {
+    const char *name;
+    uid_t real, effective;
+};
+class LocationSetUserId : public testing::TestWithParam<UserCase> {};
+TEST_P(LocationSetUserId, TrustsNobody)
+{
+    const auto rootsOf = [](const char *variable) {
+        return InChild([variable] {
+            unsetenv(ROOT_VARIABLE);
+            if (variable != nullptr) { setenv(ROOT_VARIABLE, variable, 1); }
+            if (setreuid(GetParam().real, GetParam().effective) != 0) {
+                return std::string("setreuid failed");
+            }
+            return Take(Location_Get("rootDir")) + Take(Location_Get("icuDir"));
+        });
+    };
+    WriteLastUsed("/lastUsed");
+    for (const char *variable : {"/fromEnvironment", "", static_cast<const char *>(nullptr)}) {
+        const Outcome outcome = rootsOf(variable);
+        EXPECT_EQ(outcome.result, "(none)(none)");
+        EXPECT_EQ(outcome.errors,
+                  "LocationGetRoot: Cannot get location root of a setuid process.\n"
+                  "LocationGetRoot: Cannot get location root of a setuid process.\n");
+    }
+}
+INSTANTIATE_TEST_SUITE_P(Users, LocationSetUserId,
+                         testing::Values(UserCase{"StartedByRoot", 0, 65534},
+                                         UserCase{"OfRoot", 65534, 0},
+                                         UserCase{"OfAnother", 65534, 65533},
+                                         UserCase{"OfTheNext", 1000, 1001}),
+                         [](const auto &row) { return row.param.name; });
+
+// The twins of these: it is the two user IDs that count, whoever that is, and not the group's.
+TEST_F(Location, TrustsWhoeverStartedAProgramOfHisOwn)
 {
     WriteLastUsed("/lastUsed");
-    const Outcome outcome = InChild([] {
-        setenv(ROOT_VARIABLE, "/fromEnvironment", 1);
-        if (seteuid(65534) != 0) { return std::string("seteuid failed"); }
-        return Take(Location_Get("rootDir")) + Take(Location_Get("icuDir"));
-    });
-    EXPECT_EQ(outcome.result, "(none)(none)");
-    EXPECT_EQ(outcome.errors, "LocationGetRoot: Cannot get location root of a setuid process.\n"
-                              "LocationGetRoot: Cannot get location root of a setuid process.\n");
+    for (const uid_t user : {0u, 65533u, 65534u}) {
+        for (const gid_t group : {0u, 65533u}) {
+            const Outcome outcome = InChild([&] {
+                const bool isSet = setregid(65534, group) == 0 && setreuid(user, user) == 0;
+                if (!isSet) { return std::string("no such user or group"); }
+                const std::string lastUsed = Take(Location_Get("rootDir"));
+                setenv(ROOT_VARIABLE, "/fromEnvironment", 1);
+                return lastUsed + Take(Location_Get("rootDir"));
+            });
+            EXPECT_EQ(outcome.result, "/lastUsed/fromEnvironment") << user << ", " << group;
+            EXPECT_EQ(outcome.errors, "");
+        }
+    }
 }
 
 TEST_F(Location, DoesNotMindAnotherUserInsideTheBundle)

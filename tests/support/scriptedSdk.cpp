@@ -4,6 +4,7 @@
 // second lock and the first new array fail.  "SCPreferencesGetValue:2" makes the second get answer
 // with a string.  Everything else is the real call.  PELAGO_SDK_LOG names a file that receives a
 // line for each call, with "fails" behind those that were made to.
+// The library's own calls that the order of a run is promised for have their lines, too.
 #include <SystemConfiguration/SystemConfiguration.h>
 
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -54,6 +56,27 @@ bool IsToFail(const char *name)
 } // namespace
 
 extern "C" {
+
+void __real_Location_Init(const char *);
+void __wrap_Location_Init(const char *processTag)
+{
+    Note(std::string("Location_Init ") + processTag);
+    Really([&] { __real_Location_Init(processTag); });
+}
+
+void __real_Unicode_Init();
+void __wrap_Unicode_Init()
+{
+    Note("Unicode_Init");
+    Really([] { __real_Unicode_Init(); });
+}
+
+int __real_access(const char *, int);
+int __wrap_access(const char *path, int mode)
+{
+    Note(std::string("access ") + path + (mode == R_OK ? " to read" : " to do more"));
+    return __real_access(path, mode);
+}
 
 SCPreferencesRef __real_SCPreferencesCreate(CFAllocatorRef, CFStringRef, CFStringRef);
 SCPreferencesRef __wrap_SCPreferencesCreate(CFAllocatorRef allocator, CFStringRef name,

@@ -14,6 +14,23 @@ TEST(Diagnostics, AddNothingToATextOnStandardError)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
+// The names in a message are the caller's, and as long as these are.
+TEST(Diagnostics, CutNothing)
+{
+    const std::string text(200000, 'x');
+    for (const auto sink : {Warning, Log}) {
+        testing::internal::CaptureStderr();
+        sink("<%s>", text.c_str());
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "<" + text + ">");
+    }
+}
+
+TEST(DiagnosticsDeathTest, PanicCutsNothingEither)
+{
+    const std::string text(200000, 'x');
+    EXPECT_PANIC(Panic("<%s>", text.c_str()), "<" + text + ">");
+}
+
 TEST(DiagnosticsDeathTest, PanicEndsTheProcessWithStatus1)
 {
     EXPECT_EXIT(Panic("NOT_REACHED %s:%d\n", "lib/x", 7), testing::ExitedWithCode(1),

@@ -4,10 +4,40 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <fstream>
+#include <optional>
+#include <sstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
+
+constexpr pid_t SCRIPTED_CHILD = 4711;
+// What waitpid() says of a child that only the test has; nothing: there are real children.
+static std::optional<int> sScriptedStatus;
+static int sInterruptions; // how often it is interrupted before
+
+extern "C" {
+pid_t __real_fork();
+pid_t __wrap_fork() { return sScriptedStatus ? SCRIPTED_CHILD : __real_fork(); }
+pid_t __real_waitpid(pid_t child, int *status, int options);
+pid_t __wrap_waitpid(pid_t child, int *status, int options)
+{
+    if (!sScriptedStatus) { return __real_waitpid(child, status, options); }
+    if (child != SCRIPTED_CHILD && child != -1) {
+        errno = ECHILD;
+        return -1;
+    }
+    if (sInterruptions > 0) {
+        sInterruptions--;
+        *status = 0; // as if it were a success
+        errno = EINTR;
+        return -1;
+    }
+    *status = *sScriptedStatus;
+    return SCRIPTED_CHILD;
+}
+}
 
 namespace {
 
@@ -43,17 +73,91 @@ TEST_F(RunScriptTest, TakesASignalForAFailure)
     EXPECT_EQ(Run(Script("kill -TERM $$")), 1);
 }
 
-TEST_F(RunScriptTest, TellsWhyAScriptCannotBeRun)
+// Every status that there can be: the code where the low seven bits are 0, else a failure,
+// whichever signal it was and whether or not there is a core dump.
+TEST_F(RunScriptTest, MakesOneNumberOfEveryStatus)
+{
+    const char *const argv[] = {"/bin/true", nullptr};
+    for (int status = 0; status <= 0xffff; status++) {
+        sScriptedStatus = status;
+        const int expected = (status & 0x7f) != 0 ? 1 : status >> 8;
+        ASSERT_EQ(RunScript(argv), expected) << "status " << status;
+    }
+    sScriptedStatus.reset();
+}
+
+TEST_F(RunScriptTest, WaitsOnAfterEachInterruption)
+{
+    const char *const argv[] = {"/bin/true", nullptr};
+    sScriptedStatus = 7 << 8;
+    sInterruptions = 5;
+    EXPECT_EQ(RunScript(argv), 7);
+    EXPECT_EQ(sInterruptions, 0);
+    sScriptedStatus.reset();
+}
+
+TEST_F(RunScriptTest, WaitsForAScriptThatIsStoppedMeanwhile)
+{
+    const std::string path = Script(
+        "(until grep -q '^State:.*T' /proc/$$/status; do sleep 0.01; done; kill -CONT $$) &\n"
+        "kill -STOP $$\n"
+        "exit 7");
+    EXPECT_EQ(Run(path), 7);
+}
+
+// The program that became the tool may have had children: they are its children now.
+TEST_F(RunScriptTest, TakesNoOtherChildsStatus)
+{
+    const pid_t other = fork();
+    if (other == 0) { _exit(5); }
+    siginfo_t ended;
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(other), &ended, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(Run(Script("exit 3")), 3);
+    int status = 0;
+    EXPECT_EQ(waitpid(other, &status, WNOHANG), other) << "it was nobody's to wait for but ours";
+    EXPECT_EQ(WEXITSTATUS(status), 5);
+}
+
+// Runs what cannot be run, which is to be told of with the number that the kernel gave.
+void ExpectNotRun(const char *const argv[], int error)
 {
     testing::internal::CaptureStderr();
-    EXPECT_EQ(Run(mFolder.Path() + "/missing"), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "execv() failed with error 2\n");
+    EXPECT_EQ(RunScript(argv), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "execv() failed with error " + std::to_string(error) + "\n");
+}
 
-    const std::string path = Script("exit 0");
-    chmod(path.c_str(), 0600);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(Run(path), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "execv() failed with error 13\n");
+TEST_F(RunScriptTest, TellsWhyAScriptCannotBeRun)
+{
+    const std::string script = Script("exit 0");
+    const auto path = [this](const char *name) { return mFolder.Path() + "/" + name; };
+    const auto expectNotRun = [](const std::string &file, int error) {
+        const char *const argv[] = {file.c_str(), nullptr};
+        ExpectNotRun(argv, error);
+    };
+    expectNotRun(path("missing"), ENOENT);
+    expectNotRun(script + "/below", ENOTDIR);
+    expectNotRun(path(std::string(300, 'n').c_str()), ENAMETOOLONG);
+    std::filesystem::create_symlink("around", path("around"));
+    expectNotRun(path("around"), ELOOP);
+    std::ofstream(path("noInterpreter")) << "#!/nonexistent\n";
+    chmod(path("noInterpreter").c_str(), 0700);
+    expectNotRun(path("noInterpreter"), ENOENT);
+    // A shell would run it all the same; the runner executes the file and nothing else.
+    std::ofstream(path("noFormat")) << "exit 0\n";
+    chmod(path("noFormat").c_str(), 0700);
+    expectNotRun(path("noFormat"), ENOEXEC);
+    chmod(script.c_str(), 0600);
+    expectNotRun(script, EACCES);
+}
+
+TEST_F(RunScriptTest, TellsWhenItsArgumentsAreTooMany)
+{
+    const std::string script = Script("exit 0"), word(100000, 'w');
+    std::vector<const char *> argv(1000, word.c_str());
+    argv.front() = script.c_str();
+    argv.back() = nullptr;
+    ExpectNotRun(argv.data(), E2BIG);
 }
 
 TEST_F(RunScriptTest, DoesNotSearchThePath)
@@ -113,6 +217,30 @@ TEST_F(RunScriptTest, PassesOnEnvironmentAndDescriptors)
     close(ends[0]);
     close(ends[1]);
     unsetenv("PELAGO_TEST_VARIABLE");
+}
+
+// A shell would change what is blocked; this program looks at once.
+TEST_F(RunScriptTest, LeavesTheSignalsAsTheyAre)
+{
+    const auto signals = [](const std::string &status) {
+        const size_t at = status.find("SigBlk:");
+        return status.substr(at, status.find("SigCgt:") - at);
+    };
+    sigset_t some, before;
+    sigemptyset(&some);
+    sigaddset(&some, SIGUSR1);
+    sigaddset(&some, SIGCHLD);
+    ASSERT_EQ(sigprocmask(SIG_BLOCK, &some, &before), 0);
+    signal(SIGUSR2, SIG_IGN);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Run("/bin/cat", "/proc/self/status"), 0);
+    const std::string scripts = testing::internal::GetCapturedStderr();
+    std::ostringstream ours;
+    ours << std::ifstream("/proc/self/status").rdbuf();
+    EXPECT_EQ(signals(scripts), signals(ours.str()));
+    EXPECT_NE(signals(scripts), "");
+    signal(SIGUSR2, SIG_DFL);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
 TEST_F(RunScriptTest, DoesNotTakeALostResultForSuccess)

@@ -2,14 +2,16 @@
 
 import os
 import plistlib
+import re
 import resource
+import shutil
 import signal
 import subprocess
 import time
 import unittest
 
-from toolhost import (ARGUMENTS, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPTS, SHARED, SHARING, STATE,
-                      WAITING, ToolCase, vector)
+from toolhost import (ARGUMENTS, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPT, SCRIPTS, SHARED, SHARES,
+                      SHARING, STATE, WAITING, ToolCase, vector)
 
 WHOLE_ERR = ENABLING + SHARING + WAITING + CLOSED + DISABLING
 
@@ -130,6 +132,98 @@ class InheritedState(ToolCase):
         self.assertEqual((out, status), (DELETED, 1))
         self.assertTrue(err.endswith("Unable to disable Windows File Sharing\n"), err)
         self.assertEqual(self.called(), list(SCRIPTS), "the user goes all the same")
+
+
+# Notes the world that it is started in, below the folder that $NOTES names.
+OBSERVER = """#!/bin/sh
+cat "/proc/$$/environ" >"$NOTES/environment"
+readlink "/proc/$$/cwd" "/proc/$$/root" >"$NOTES/folders"
+cat "/proc/$$/limits" "/proc/$$/oom_score_adj" "/proc/$$/personality" "/proc/$$/timerslack_ns" >"$NOTES/limits"
+# Without what is each process's own, what it has used, and what a shell blocks for a moment.
+sed -E '/^(Name|Pid|Tgid|Ngid|PPid|NStgid|NSpid|NSpgid|NSsid|State|FDSize|SigQ|SigPnd|ShdPnd|SigBlk|Vm|Rss|Hugetlb|Threads|.*ctxt_switches)/d' \
+    "/proc/$$/status" >"$NOTES/status"
+cut -d ' ' -f 5-8,18,19,40,41 "/proc/$$/stat" >"$NOTES/session" # group, session, terminal, its group, priorities
+for fd in "/proc/$$/fd/"*; do
+    case $(readlink "$fd") in "$0") ;; *) readlink "$fd" && grep flags "/proc/$$/fdinfo/${fd##*/}" ;; esac
+done >"$NOTES/descriptors"
+exec python3 -c 'import signal, sys
+print([signal.getitimer(timer) != (0, 0) for timer in (signal.ITIMER_REAL, signal.ITIMER_VIRTUAL, signal.ITIMER_PROF)],
+      file=open(sys.argv[1], "w"))' "$NOTES/timers"
+"""
+
+
+def unusual_world():
+    """A world that a process would hardly come to by itself."""
+    os.umask(0o127)
+    os.nice(3)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (200, 300))
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 1000))
+    resource.setrlimit(resource.RLIMIT_STACK, (4 << 20, 5 << 20))
+    for number in (signal.SIGUSR1, signal.SIGHUP, signal.SIGINT, signal.SIGTTOU):
+        signal.signal(number, signal.SIG_IGN)
+    os.sched_setaffinity(0, {min(os.sched_getaffinity(0))})
+    with open("/proc/self/oom_score_adj", "w") as file:
+        file.write("200")
+
+
+class ScriptsWorld(ToolCase):
+    """A script finds the world that the tool was started in, as if the caller had started it."""
+
+    # Variables that a careful program might drop, and one that is no text.
+    VARIABLES = {"PATH": "/usr/bin:/bin:/nonexistent", "LC_ALL": "tr_TR.UTF-8", "LANG": "xx", "TZ": "Asia/Kathmandu",
+                 "LD_LIBRARY_PATH": "/nonexistent", "LD_BIND_NOT": "1", "TMPDIR": "/nonexistent", "IFS": ":", "HOME": "",
+                 "TARVEX_LOCATION_ROOT_FULLPATH": "/nonexistent", "": "no name", "ODD": os.fsdecode(b"\xff\n=")}
+
+    def setUp(self):
+        super().setUp()
+        (STATE / "folder").mkdir()
+        ends = os.pipe()
+        kept = *ends, os.dup2(ends[1], 150)
+        for fd in kept:
+            self.addCleanup(os.close, fd)
+        self.err = self.enterContext((STATE / "err").open("a"))
+        self.world = {"cwd": STATE / "folder", "preexec_fn": unusual_world, "pass_fds": kept,
+                      "stdin": subprocess.DEVNULL, "stderr": self.err}
+
+    def seen(self, observer, **options):
+        """What the observer notes, which runs in the course of that."""
+        notes = STATE / "notes"
+        notes.mkdir()
+        observer.write_text(OBSERVER)
+        observer.chmod(0o755)
+        self.run_tool(env=self.VARIABLES | {"NOTES": str(notes)}, **self.world, **options)
+        seen = {path.name: path.read_text(errors="surrogateescape") for path in notes.iterdir()}
+        shutil.rmtree(notes)
+        return seen
+
+    def test_is_the_tool_s(self):
+        tool, self.tool = self.tool, STATE / "observer"
+        expected = self.seen(self.tool, stdout=self.err)  # as a script's: the caller has the tool's alone
+        self.tool = tool
+        # Only a dead caller's pipes and a limit on files are ignored, so that the clean-up goes on.
+        ignored = 1 << signal.SIGPIPE - 1 | 1 << signal.SIGXFSZ - 1
+        expected["status"] = re.sub(r"(?<=SigIgn:\t)\w+", lambda found: f"{int(found[0], 16) | ignored:016x}",
+                                    expected["status"])
+        self.assertEqual(len(expected), 7)
+        self.assertIn("LD_LIBRARY_PATH=/nonexistent", expected["environment"])
+        self.assertEqual(expected["timers"], "[False, False, False]\n")
+        for name in SCRIPTS:
+            with self.subTest(name):
+                self.assertEqual(self.seen(SHARES / f"{name}.sh"), expected)
+                (SHARES / f"{name}.sh").write_text(SCRIPT)
+
+    def test_a_relative_password_file_is_the_caller_s(self):
+        (STATE / "folder/password").write_text("secret")
+        for name in ("adduser", "addshare"):
+            self.script_does(name, '[ "$(cat password)" = secret ] || exit 9')
+        self.assertEqual(self.run_tool("/srv/a", "a", "alice", "password", "rw", cwd=STATE / "folder")[2], 0)
+
+    def test_a_child_that_the_caller_left_is_no_script(self):
+        self.script_does("rmshare", "exit 3")
+        caller = ["sh", "-c", '(exit 9) & exec "$0" "$@"', self.tool, *ARGUMENTS]
+        done = subprocess.run(caller, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
+        self.assertEqual((done.stdout, done.returncode),
+                         (SHARED + "3 is the delete share result (0=success, nonzero=failure).\n", 3))
 
 
 class DeadCaller(ToolCase):

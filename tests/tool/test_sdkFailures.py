@@ -12,7 +12,9 @@ from toolhost import (CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPTS, SHAR
 UNABLE_TO_ENABLE = "1 - Unable to enable Windows File Sharing\n"
 UNABLE_TO_DISABLE = "Unable to disable Windows File Sharing\n"
 RELEASE = ["CFRelease of the session"]
-CREATE = ["SCPreferencesCreate", "  as pelagoShareTool", f"  on {PREFS}"]
+START = ["Location_Init shareTool", "Unicode_Init"]
+LOOK = START + [f"access {PREFS} to read"]
+CREATE = LOOK + ["SCPreferencesCreate", "  as pelagoShareTool", f"  on {PREFS}"]
 LOCK = ["SCPreferencesLock", "  waiting"]
 ARRAY_RELEASE = ["CFRelease of an array"]
 OPEN = CREATE + LOCK + ["SCPreferencesGetValue"]
@@ -59,6 +61,22 @@ class NothingFails(ScriptedCase):
                 self.assertCalls(ENABLE + COPY + SET + COMMIT + ARRAY_RELEASE + UNLOCK + RELEASE)
 
 
+class BeforeAnythingElse(ScriptedCase):
+    """The arguments are counted before the library is asked for anything, and it is ready before the tool looks."""
+
+    def test_a_wrong_call_asks_for_nothing(self):
+        for count in (0, 4, 6):
+            with self.subTest(count):
+                environment = os.environ | {"PELAGO_SDK_LOG": str(STATE / "log")}
+                self.assertEqual(self.finish(self.start_with(["a"] * count, env=environment))[2], 2)
+                self.assertFalse((STATE / "log").exists())
+
+    def test_the_preferences_are_looked_for_last(self):
+        PREFS.unlink()
+        self.assertEqual(self.run_failing()[2], 1)
+        self.assertCalls(LOOK)
+
+
 class BeforeTheFirstScript(ScriptedCase):
     def fails(self, call, out, err, calls):
         before = PREFS.read_bytes()
@@ -69,7 +87,7 @@ class BeforeTheFirstScript(ScriptedCase):
 
     def test_create(self):
         self.fails("SCPreferencesCreate:1", "1 - Failure reported by SCPreferencesCreate\n", "",
-                   ["SCPreferencesCreate fails"])
+                   LOOK + ["SCPreferencesCreate fails"])
 
     def test_first_lock(self):
         self.fails("SCPreferencesLock:1", "1 - Unable to lock preferences. Are you running as root?\n", "",

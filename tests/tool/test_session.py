@@ -1,9 +1,11 @@
 """The whole run of the tool, path by path, on recording scripts and the real preferences."""
 
 import datetime
+import fcntl
 import plistlib
 import shutil
 import subprocess
+import termios
 import unittest
 from pathlib import Path
 
@@ -132,9 +134,48 @@ class WholeSession(ToolCase):
                          [[user, user, password_file], [user, password_file, folder, share, access],
                           [share, folder], [user]])
 
-    def test_the_environment_is_inherited(self):
-        self.script_does("adduser", "[ \"$MARK\" = 'a b' ] || exit 9")
-        self.assertEqual(self.run_tool(env={"MARK": "a b"})[2], 0)
+    def test_long_arguments_are_never_cut(self):
+        folder, share, user, password_file, access = names = [letter * 100_000 for letter in "fsupa"]
+        self.assertRun(self.run_tool(*names), SHARED + DELETED,
+                       ENABLING + f"Sharing {folder} as {share}\n" + WAITING + CLOSED + DISABLING, 0)
+        self.assertEqual([call.argv[1:] for call in self.calls()],
+                         [[user, user, password_file], [user, password_file, folder, share, access],
+                          [share, folder], [user]])
+        for script, out, err in (("adduser", f"1 - failed to create user {user}\n", f"Failed to create user {user}\n"),
+                                 ("rmuser", SHARED + DELETED, f"Failed to delete user {user}\n")):
+            self.setUp()
+            self.script_does(script, "exit 1")
+            said = self.run_tool(*names)
+            self.assertEqual((said[0], said[1].count(err), said[2]), (out, 1, 1))
+
+    def move_the_bundle(self, elsewhere):
+        BUNDLE.rename(elsewhere)
+        self.addCleanup(shutil.rmtree, elsewhere)
+
+    def test_a_bundle_that_moves_meanwhile_is_found_where_the_name_leads(self):
+        name = STATE / "current"
+        name.symlink_to(BUNDLE)
+        self.tool = name / "Contents/Library/shares/pelagoShareTool"
+        process = self.start()
+        self.wait_until_shared(process)
+        elsewhere = BUNDLE.with_name("moved.app")
+        self.move_the_bundle(elsewhere)
+        name.unlink()
+        name.symlink_to(elsewhere)
+        self.assertRun(self.finish(process), DELETED, ENABLING + SHARING + WAITING + CLOSED + DISABLING, 0)
+        self.assertEqual([call.argv[0] for call in self.calls()],
+                         [f"{root}/Contents/Library/shares/{script}.sh" for root, script in
+                          zip((BUNDLE, BUNDLE, elsewhere, elsewhere), SCRIPTS)])
+
+    def test_a_bundle_that_only_moves_meanwhile_is_gone(self):
+        # As for any path: the tool was started by this one, and it leads nowhere now.
+        process = self.start()
+        self.wait_until_shared(process)
+        self.move_the_bundle(BUNDLE.with_name("moved.app"))
+        out, err, status = self.finish(process)
+        self.assertEqual((out, status), ("", 1))
+        self.assertTrue(err.endswith(f"LocationGetRoot: Unable to get the realpath for {self.tool}"
+                                     "Panic: NOT_IMPLEMENTED apps/pelagoShareTool/pelagoShareTool:415\n"), err)
 
     def test_standard_input_is_inherited(self):
         self.script_does("addshare", "read -r word && [ \"$word\" = 'for the script' ] || exit 9")
@@ -185,6 +226,34 @@ class Waiting(ToolCase):
         process.stdin.write(b"x" * 79)  # no newline, and the pipe stays open
         process.stdin.flush()
         self.assertEqual(process.wait(timeout=20), 0)
+
+    def hand_over(self, process, data):
+        """Writes a part of a line, and returns when the tool has read it."""
+        process.stdin.write(data)
+        process.stdin.flush()
+        self.wait_until(lambda: fcntl.ioctl(process.stdin, termios.FIONREAD, bytes(4)) == bytes(4), "a read")
+
+    def test_a_line_may_come_in_parts(self):
+        for parts, rest, line in (([b"half a line"], b", and the rest\n", "half a line, and the rest\n"),
+                                  ([b"b", b"y", b"e"], b"\n", "bye\n"),
+                                  ([b"x" * 40, b"y" * 38], b"zz\n", "x" * 40 + "y" * 38 + "z"),
+                                  ([b"the end"], b"", "the end")):
+            with self.subTest(line):
+                self.setUp()
+                process = self.start()
+                self.wait_until_shared(process)
+                for part in parts:
+                    self.hand_over(process, part)
+                self.assertRun(self.finish(process, rest), DELETED,
+                               ENABLING + SHARING + WAITING + self.received(line) + DISABLING, 0)
+
+    def test_part_of_a_line_leaves_the_share_as_it_is(self):
+        process = self.start()
+        self.wait_until_shared(process)
+        self.hand_over(process, b"x" * 78)
+        with self.assertRaises(subprocess.TimeoutExpired):
+            process.wait(timeout=0.5)
+        self.assertEqual((self.called(), self.services()), (["adduser", "addshare"], ["disk"]))
 
     def test_waits_for_as_long_as_the_pipe_is_open(self):
         process = self.start()

@@ -239,6 +239,8 @@ const Row ROWS[] = {
     TRANSLATED(regcomp, Compile),
     TRANSLATED(regexec, Execute),
     TRANSLATED(regfree, Free),
+    WITH_ERRNO(setregid),
+    WITH_ERRNO(setreuid),
     TRANSLATED(task_threads, Threads),
     WITH_ERRNO(unshare),
     TRANSLATED(waitid, WaitFor),

@@ -1,0 +1,21 @@
+// slowDisk.c -- preloaded by tools/otherMachines.sh: a disk that takes its time.
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#define DELAY 50000 // microseconds, as a disk that turns may take
+
+#define SLOW(name, parameters, arguments)                                                          \
+    int name parameters                                                                            \
+    {                                                                                              \
+        int(*next) parameters;                                                                     \
+        *(void **)&next = dlsym(RTLD_NEXT, #name);                                                 \
+        usleep(DELAY);                                                                             \
+        return next arguments;                                                                     \
+    }
+
+SLOW(fsync, (int fd), (fd))
+SLOW(fdatasync, (int fd), (fd))
+SLOW(rename, (const char *from, const char *to), (from, to))
+SLOW(renameat, (int from, const char *a, int to, const char *b), (from, a, to, b))

@@ -1,0 +1,140 @@
+#!/bin/sh
+# otherMachines.sh [MACHINE...] [-- CTEST_OPTION...] -- runs the suite as other machines would.
+#
+# Each is this one, changed in one way, for the tests and for the throw-away machines that they make; without a
+# MACHINE all of them, one after the other.  What build/dev has is run: build it before.
+#   hostName      another name        timeZone      a quarter of an hour off        users     other accounts, many
+#   comma         German              turkish       where I and i are two letters   noIPv6    without IPv6
+#   processors1, processors3, processors4, processors64   so many, as /proc and /sys tell; where there are fewer, the
+#                 kernel still has what it has; one is one for the kernel as well
+#   slowDisk      what makes files last, or renames them, takes a twentieth of a second longer
+#   busy          four processes use what processors there are
+# It needs root.  Exit status: 0 when every test passed on each; 1 otherwise, with the names at the end.
+set -eu
+
+project=$(cd "$(dirname "$0")/.." && pwd -P)
+MACHINES='hostName timeZone comma turkish users noIPv6 processors1 processors3 processors4 processors64 slowDisk busy'
+build=$project/build/otherMachines
+
+# ---- What a machine is, below the folder $root: nothing, or that of a throw-away machine before it is entered
+
+# Shows the file or the folder $1 in the place of $2.
+show() { mount --bind "$1" "$root$2"; }
+
+# So many processors, each with a rate that the kernel sets.
+becomeProcessors() {
+    count=$1 last=$(($1 - 1)) fake=$(mktemp -d)
+    mount -t tmpfs tmpfs "$fake" || { rmdir "$fake"; exit 1; }
+    one=$(sed '/^$/q' /proc/cpuinfo)
+    mkdir "$fake/cpu"
+    range=0-$last
+    [ "$last" -gt 0 ] || range=0
+    for name in online possible present; do echo "$range" >"$fake/cpu/$name"; done
+    for number in $(seq 0 "$last"); do
+        printf '%s\n\n' "$one" | sed "s/^\(processor[^:]*:\).*/\1 $number/" >>"$fake/cpuinfo"
+        mkdir -p "$fake/cpu/cpu$number/cpufreq"
+        echo 2400000 >"$fake/cpu/cpu$number/cpufreq/cpuinfo_max_freq"
+    done
+    show "$fake/cpuinfo" /proc/cpuinfo
+    show "$fake/cpu" /sys/devices/system/cpu
+    umount -l "$fake"
+    rmdir "$fake"
+    echo "$count processors" >&2
+}
+
+# The accounts that there are, in another order and among others; root has a namesake.  On such a machine they stay.
+otherUsers() {
+    if grep -q '^toor:' /etc/passwd; then cat /etc/passwd && return; fi
+    tac /etc/passwd
+    printf 'toor:x:0:0:another name of root:/root:/bin/sh\n'
+    printf 'blanks:x:70001:70001:Blanks, a, b, c:/home/with a blank:/bin/false\nempty:x:70002:70002:::\n'
+    seq 1 3000 | sed 's/.*/user&:x:71&:71&:User &, room &:\/home\/user&:\/bin\/false/'
+}
+
+becomeUsers() {
+    page=$(mktemp)
+    otherUsers >"$page"
+    if [ -n "$root" ]; then cat "$page" >"$root/etc/passwd"; else chmod 644 "$page" && show "$page" /etc/passwd; fi
+    rm -f "$page"
+}
+
+become() {
+    root=$2
+    case $1 in
+        hostName) hostname another-host.example.org ;;
+        timeZone) [ -z "$root" ] || ln -sf /usr/share/zoneinfo/Asia/Kathmandu "$root/etc/localtime" ;;
+        users) becomeUsers ;;
+        noIPv6) for name in all default; do echo 1 >"/proc/sys/net/ipv6/conf/$name/disable_ipv6"; done ;;
+        processors*) becomeProcessors "${1#processors}" ;;
+    esac
+}
+
+# ---- A run
+
+# Ends the run of one machine, which could not be made.
+fail() { printf 'otherMachines.sh: %s\n' "$1" >&2; exit 1; }
+
+# A folder of the C library's with that locale, which Debian packs as a source.
+locale() {
+    mkdir -p "$build/locales"
+    [ -d "$build/locales/$1.UTF-8" ] || localedef -i "$1" -f UTF-8 "$build/locales/$1.UTF-8" || fail "there is no $1"
+    export "LOCPATH=$build/locales" "LC_ALL=$1.UTF-8" "LANG=$1.UTF-8"
+}
+
+slowDisk() {
+    cc -shared -fPIC -O1 -Wall -Wextra -o "$build/slowDisk.so" "$project/tests/support/slowDisk.c" -ldl ||
+        fail 'the slow disk does not compile'
+    export "LD_PRELOAD=$build/slowDisk.so"
+}
+
+# Runs the suite on the machine $1; the other arguments are ctest's.  Nothing here ends it by itself (set -e does
+# not hold where a status is looked at), but for fail and what the inner shell does.
+runOn() (
+    export "PELAGO_MACHINE=$1"
+    affinity='' namespaces='--mount --uts'
+    case $1 in
+        timeZone) export TZ=Asia/Kathmandu ;;
+        comma) locale de_DE ;;
+        turkish) locale tr_TR ;;
+        noIPv6) namespaces="$namespaces --net" ;;
+        processors1) affinity='taskset -c 0' ;;
+        slowDisk) slowDisk ;;
+        busy)
+            for _ in 1 2 3 4; do
+                while :; do :; done &
+                busy="${busy-} $!"
+            done
+            # shellcheck disable=SC2064,SC2086 # the numbers of these, now; each is a word
+            trap "kill $busy" EXIT
+            trap 'exit 129' HUP; trap 'exit 130' INT; trap 'exit 143' TERM
+            ;;
+    esac
+    shift
+    # shellcheck disable=SC2016,SC2086 # the inner shell expands; options and a command, or nothing
+    unshare $namespaces --propagation private $affinity sh -eu -c '
+        "$0" --become "$PELAGO_MACHINE" ""
+        [ "$PELAGO_MACHINE" != noIPv6 ] || ip link set lo up
+        exec "$@"' "$0" ctest --preset dev --parallel "$(($(nproc) + 1))" "$@"
+)
+
+if [ "${1-}" = --become ]; then
+    become "$2" "$3"
+    exit
+fi
+[ "$(id -u)" -eq 0 ] || { echo 'otherMachines.sh: only root can make other machines' >&2; exit 1; }
+machines='' failed=''
+while [ "$#" -gt 0 ] && [ "$1" != -- ]; do
+    case " $MACHINES " in
+        *" $1 "*) machines="$machines $1" ;;
+        *) echo "otherMachines.sh: there are these machines: $MACHINES" >&2; exit 1 ;;
+    esac
+    shift
+done
+[ "${1-}" != -- ] || shift
+cd "$project"
+mkdir -p "$build"
+for machine in ${machines:-$MACHINES}; do
+    printf '\n== %s ==\n' "$machine"
+    runOn "$machine" "$@" || failed="$failed $machine"
+done
+[ -z "$failed" ] || { printf '\n== FAILED:%s ==\n' "$failed"; exit 1; }
