@@ -40,7 +40,7 @@ std::vector<Piece> sPieces;
 
 extern "C" {
 
-void __wrap_Warning(const char *, ...) { sWarnings++; }
+void __wrap_Pelago_Warning(const char *, ...) { sWarnings++; }
 
 void REAL(ucnv_convertEx)(UConverter *, UConverter *, char **, const char *, const char **,
                           const char *, UChar *, UChar **, UChar **, const UChar *, UBool, UBool,
