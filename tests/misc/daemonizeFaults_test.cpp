@@ -242,7 +242,7 @@ std::string Said(const std::string &lines)
     std::string said;
     for (size_t at = 0; at < lines.size();) {
         const size_t end = lines.find('\n', at) + 1;
-        said += "Hostinfo_Daemonize: " + lines.substr(at, end - at);
+        said += "Warning: Hostinfo_Daemonize: " + lines.substr(at, end - at);
         at = end;
     }
     return said;

@@ -171,11 +171,12 @@ TEST_P(DaemonizeWithAnExitHandler, DoesNotCallIt)
 }
 INSTANTIATE_TEST_SUITE_P(
     Each, DaemonizeWithAnExitHandler,
-    testing::Values(Exit{"Started", 0, TELL_STATE, 1, ""},
-                    Exit{"ParentEnded", DAEMONIZE_EXIT_PARENT, TELL_STATE, 99, ""},
-                    Exit{"ProgramMissing", ALL_KEPT, "/missing", 0,
-                         "Hostinfo_Daemonize: Couldn't exec /missing, error 2.\n"
-                         "Hostinfo_Daemonize: Child could not exec /missing, read 4, error 2.\n"}),
+    testing::Values(
+        Exit{"Started", 0, TELL_STATE, 1, ""},
+        Exit{"ParentEnded", DAEMONIZE_EXIT_PARENT, TELL_STATE, 99, ""},
+        Exit{"ProgramMissing", ALL_KEPT, "/missing", 0,
+             "Warning: Hostinfo_Daemonize: Couldn't exec /missing, error 2.\n"
+             "Warning: Hostinfo_Daemonize: Child could not exec /missing, read 4, error 2.\n"}),
     [](const auto &row) { return row.param.name; });
 
 TEST_F(Daemonize, KeepsTheDescriptorsOfTheListAndClosesAllOthers)
@@ -486,8 +487,8 @@ TEST_F(Daemonize, LetsALockedPidFileBe)
     for (int i = 0; i < 2; i++) {
         EXPECT_EQ(Tried(DAEMONIZE_LOCK_PIDFILE, PidPath(), TELL_STATE),
                   (Result{false, EWOULDBLOCK,
-                          "Hostinfo_Daemonize: Lock held on PID path [" + PidPath() + "], error " +
-                              std::to_string(EAGAIN) + ", not daemonizing.\n"}));
+                          "Warning: Hostinfo_Daemonize: Lock held on PID path [" + PidPath() +
+                              "], error " + std::to_string(EAGAIN) + ", not daemonizing.\n"}));
         EXPECT_EQ(Content(PidPath()), content) << "it is the running daemon's";
     }
     EXPECT_EQ(content, Told().The("pid") + "\n");
@@ -530,10 +531,12 @@ TEST_F(Daemonize, NeedsAPidFileThatCanBeOpened)
     const std::string missing = mFolder.Path() + "/missing/pid", folder = mFolder.Path();
     EXPECT_EQ(Tried(0, missing, TELL_STATE),
               (Result{false, ENOENT,
-                      "Hostinfo_Daemonize: Couldn't open PID path [" + missing + "], error 2.\n"}));
+                      "Warning: Hostinfo_Daemonize: Couldn't open PID path [" + missing +
+                          "], error 2.\n"}));
     EXPECT_EQ(Tried(0, folder, TELL_STATE),
               (Result{false, EISDIR,
-                      "Hostinfo_Daemonize: Couldn't open PID path [" + folder + "], error 21.\n"}));
+                      "Warning: Hostinfo_Daemonize: Couldn't open PID path [" + folder +
+                          "], error 21.\n"}));
     EXPECT_TRUE(std::filesystem::is_directory(folder));
 }
 
@@ -547,7 +550,7 @@ TEST_F(Daemonize, NeedsAPidFileThatMayBeWritten)
         return Start(0, PidPath()) ? 1 : 0;
     });
     EXPECT_EQ(result, (Result{0, EACCES,
-                              "Hostinfo_Daemonize: Couldn't open PID path [" + PidPath() +
+                              "Warning: Hostinfo_Daemonize: Couldn't open PID path [" + PidPath() +
                                   "], error 13.\n"}));
     EXPECT_EQ(Content(PidPath()), "kept");
 }
@@ -582,9 +585,9 @@ TEST_P(DaemonizeUnusable, ProgramIsToldOf)
     chmod(path.c_str(), static_cast<mode_t>(mode));
     if (mode < 0) { std::filesystem::remove(path); }
     const std::string number = std::to_string(error);
-    const std::string inTheDaemon =
-                          "Hostinfo_Daemonize: Couldn't exec " + path + ", error " + number + ".\n",
-                      inTheCaller = "Hostinfo_Daemonize: Child could not exec " + path +
+    const std::string inTheDaemon = "Warning: Hostinfo_Daemonize: Couldn't exec " + path +
+                                    ", error " + number + ".\n",
+                      inTheCaller = "Warning: Hostinfo_Daemonize: Child could not exec " + path +
                                     ", read 4, error " + number + ".\n";
     for (const unsigned lock : {0u, unsigned{DAEMONIZE_LOCK_PIDFILE}}) {
         for (const unsigned kept : {0u, unsigned{DAEMONIZE_KEEP_SESSION_AND_STDIO}}) {
@@ -627,7 +630,8 @@ TEST_F(Daemonize, NeedsAPipe)
         close(second); // for half a pipe
         return Start(0, PidPath()) ? 1 : 0;
     });
-    EXPECT_EQ(result, (Result{0, EMFILE, "Hostinfo_Daemonize: Couldn't create pipe, error 24.\n"}));
+    EXPECT_EQ(result, (Result{0, EMFILE,
+                              "Warning: Hostinfo_Daemonize: Couldn't create pipe, error 24.\n"}));
     EXPECT_FALSE(std::filesystem::exists(PidPath()));
 }
 

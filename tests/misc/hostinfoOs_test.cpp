@@ -106,7 +106,7 @@ namespace {
 
 constexpr char SERVER[] = "/System/Library/CoreServices/ServerVersion.plist";
 constexpr char SYSTEM[] = "/System/Library/CoreServices/SystemVersion.plist";
-constexpr char NO_PLIST[] = "HostinfoMacOS: Failed to read system version plist.\n";
+constexpr char NO_PLIST[] = "Log: HostinfoMacOS: Failed to read system version plist.\n";
 
 const Product CATALINA{"Mac OS X", "10.15.7", "19H2"};
 
@@ -199,7 +199,7 @@ TEST(HostinfoOSVersionDeathTest, EndsTheProcessWithoutARelease)
             Hostinfo_OSVersionString();
         },
         testing::ExitedWithCode(1),
-        testing::HasSubstr("HostinfoOSVersionInit: unable to get host OS version (uname): "
+        testing::HasSubstr("Warning: HostinfoOSVersionInit: unable to get host OS version (uname): "
                            "Input/output error\nPanic: "));
 }
 
@@ -217,8 +217,8 @@ TEST(HostinfoOSVersionDeathTest, EndsTheProcessForAReleaseWithoutANumber)
             HostinfoOSVersionInit();
         },
         testing::ExitedWithCode(1),
-        testing::HasSubstr(
-            "HostinfoOSVersionInit: unable to parse host OS version string: abc\nPanic: "));
+        testing::HasSubstr("Warning: HostinfoOSVersionInit: unable to parse host OS version "
+                           "string: abc\nPanic: "));
 }
 
 TEST(HostinfoOSVersionDeathTest, EndsTheProcessWithoutMemory)
@@ -503,7 +503,7 @@ TEST(HostinfoOSData, KnowsNothingWhenTheKernelDoesNotTell)
         EXPECT_EQ(sPlistsRead, std::vector<std::string>());
         return "";
     });
-    const std::string warning = "HostinfoOSData: uname failed 5\n";
+    const std::string warning = "Warning: HostinfoOSData: uname failed 5\n";
     EXPECT_EQ(outcome.errors, warning + warning + warning);
 }
 
@@ -516,7 +516,7 @@ TEST(HostinfoOSData, LeavesTheLineAsItWasWhenTheKernelDoesNotTell)
         EXPECT_EQ(Take(Hostinfo_GetOSDetailedData()), line);
         return "";
     });
-    EXPECT_EQ(outcome.errors, "HostinfoOSData: uname failed 5\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoOSData: uname failed 5\n");
 }
 
 // ---- Names that do not fit: " 10 (B) Darwin 19.6.0" is 21 bytes of the 511 that do
@@ -536,7 +536,7 @@ TEST(HostinfoOSData, HasNoNamesWhenTheFullOneIsLonger)
         sPlists = {{SYSTEM, CATALINA}};
         return Names();
     });
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
     EXPECT_EQ(outcome.result, "Mac OS X 10.15.7 (19H2) Darwin 19.6.0|darwin19-64")
         << "these fit later";
 }
@@ -549,7 +549,7 @@ TEST(HostinfoOSData, TellsInDetailWhatDoesNotFitIntoAName)
         return DetailedDataOf({name, "10", "B"});
     });
     EXPECT_THAT(outcome.result, testing::HasSubstr(" distroName='" + name + "' "));
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
 }
 
 TEST(HostinfoOSData, FailsForANameThatDoesNotFitAndKeepsTheFormerOnes)
@@ -561,7 +561,7 @@ TEST(HostinfoOSData, FailsForANameThatDoesNotFitAndKeepsTheFormerOnes)
         return Names();
     });
     EXPECT_EQ(outcome.result, "Mac OS X 10.15.7 (19H2) Darwin 19.6.0|darwin19-64");
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
 }
 
 struct NewlineCase {
@@ -635,7 +635,7 @@ TEST(HostinfoOSData, HasRoomForAValueThatFitsWithoutTheBlanksAtItsEnd)
         return DetailedDataOf({"N", letters + std::string(23, ' '), "B"});
     });
     EXPECT_THAT(outcome.result, testing::HasSubstr(" distroVersion='" + letters + "' "));
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
 }
 
 TEST(HostinfoOSData, DropsTheWholeLineForALongerFieldAndNothingElse)
@@ -648,7 +648,8 @@ TEST(HostinfoOSData, DropsTheWholeLineForALongerFieldAndNothingElse)
         return Names() + "|" + Take(Hostinfo_GetOSDetailedData());
     });
     EXPECT_EQ(outcome.result, " " + version + " ()  5|darwin5-64|");
-    EXPECT_EQ(outcome.errors, "HostinfoOSDetailedData: Error: detailed data field too large\n");
+    EXPECT_EQ(outcome.errors,
+              "Warning: HostinfoOSDetailedData: Error: detailed data field too large\n");
 }
 
 TEST(HostinfoOSData, TakesAValueThatIsAllQuotesAndFarTooLong)
@@ -658,8 +659,9 @@ TEST(HostinfoOSData, TakesAValueThatIsAllQuotesAndFarTooLong)
         return DetailedDataOf({std::string(5000, '\''), "10", "B"});
     });
     EXPECT_EQ(outcome.result, "");
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n"
-                              "HostinfoOSDetailedData: Error: detailed data field too large\n");
+    EXPECT_EQ(outcome.errors,
+              "Warning: HostinfoMacOS: Error: buffer too small\n"
+              "Warning: HostinfoOSDetailedData: Error: detailed data field too large\n");
 }
 
 } // namespace
