@@ -259,13 +259,15 @@ TEST_P(HostinfoBitness, FollowsFromTheHardwaresName)
     EXPECT_EQ(Hostinfo_GetSystemBitness(), GetParam().bitness) << *sMachine;
     sMachine.reset();
 }
-INSTANTIATE_TEST_SUITE_P(Table, HostinfoBitness,
-                         testing::Values(BitnessCase{"i386", 32}, BitnessCase{"amd64", 64},
-                                         BitnessCase{"x86_64", 64}, BitnessCase{"aarch64", 64},
-                                         BitnessCase{"arm64", 64}, BitnessCase{"arm6", -1},
-                                         BitnessCase{"arm64e", -1}, BitnessCase{"X86_64", -1},
-                                         BitnessCase{"ppc", -1}, BitnessCase{"aarch64_", -1},
-                                         BitnessCase{"", -1}, BitnessCase{"(fails)", -1}));
+INSTANTIATE_TEST_SUITE_P(
+    Table, HostinfoBitness,
+    testing::Values(BitnessCase{"i386", 32}, BitnessCase{"amd64", 64}, BitnessCase{"x86_64", 64},
+                    BitnessCase{"aarch64", 64}, BitnessCase{"arm64", 64}, BitnessCase{"arm6", -1},
+                    BitnessCase{"arm64e", -1}, BitnessCase{"X86_64", -1}, BitnessCase{"ppc", -1},
+                    BitnessCase{"aarch64_", -1}, BitnessCase{"i686", -1}, BitnessCase{"i486", -1},
+                    BitnessCase{"i38", -1}, BitnessCase{"x86", -1}, BitnessCase{"x86_6", -1},
+                    BitnessCase{"armv7l", -1}, BitnessCase{"amd64p", -1}, BitnessCase{"", -1},
+                    BitnessCase{"(fails)", -1}));
 
 // ---- The host's name
 
