@@ -239,6 +239,17 @@ TEST_F(Daemonize, StartsWithoutTimersAndWithTheWholeAddressSpace)
     EXPECT_EQ(state.The(LIMIT_OF_RLIMIT_AS), "2251799813685248 2251799813685248");
 }
 
+TEST_F(Daemonize, LeavesTheProgramWhatItSaysNothingOf)
+{
+    for (const unsigned flags : {0u, ALL_KEPT}) {
+        const Result result = InProcess([&] { return ChangeAndTell() && Start(flags) ? 1 : 0; });
+        EXPECT_EQ(result.value, 1);
+        const State state = ToldAndEnded();
+        ExpectInherited(state, flags == 0 ? std::vector<std::string>{}
+                                          : std::vector<std::string>{"group", "session", "cwd"});
+    }
+}
+
 TEST_F(Daemonize, PassesNoArgumentsOrManyWithEveryByte)
 {
     std::vector<std::string> texts;
@@ -467,6 +478,19 @@ TEST_F(Daemonize, MakesThePidFileWithItsMode)
         EXPECT_EQ(static_cast<int>(std::filesystem::status(PidPath()).permissions()), mode);
         ToldAndEnded();
     }
+}
+
+TEST_F(Daemonize, WritesWhereThePathLeads)
+{
+    const std::string target = mFolder.Path() + "/target", folder = mFolder.Path() + "/folder";
+    std::filesystem::create_directory_symlink(mFolder.Path(), folder);
+    std::filesystem::create_symlink("target", PidPath());
+    for (const std::string &path : {PidPath(), folder + "/target"}) {
+        std::filesystem::remove(target);
+        ASSERT_TRUE(Start(DAEMONIZE_LOCK_PIDFILE, path));
+        EXPECT_EQ(Content(target), ToldAndEnded().The("pid") + "\n");
+    }
+    EXPECT_TRUE(std::filesystem::is_symlink(PidPath()));
 }
 
 TEST_F(Daemonize, HasWrittenThePidFileWhenItReturns)
