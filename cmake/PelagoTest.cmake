@@ -99,6 +99,13 @@ function(pelago_refuse_allocations target)
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:pelago_allocations>)
 endfunction()
 
+# pelago_marked_sinks(NAME...) gives tests sinks that they can tell apart: tests/support/markedSinks.cpp.
+function(pelago_marked_sinks)
+    foreach(name ${ARGN})
+        set_target_properties(${name}_test PROPERTIES PELAGO_MARKED_SINKS ON)
+    endforeach()
+endfunction()
+
 # pelago_knows_itself(NAME...) is for tests that ask the kernel which program they are, or start copies of it.
 function(pelago_knows_itself)
     if(PELAGO_CROSS)

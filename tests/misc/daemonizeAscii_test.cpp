@@ -30,18 +30,20 @@ TEST_F(DaemonizeInAscii, StartsWhatCanBeSpelt)
 
 TEST_F(DaemonizeInAscii, NeedsAPathThatCanBeSpelt)
 {
-    EXPECT_EQ(Tried("/caf\xC3\xA9", "plain", PidPath()),
-              (Result{0, ERANGE,
-                      "Hostinfo_Daemonize: Couldn't convert path [/caf\xC3\xA9] to default "
-                      "encoding.\n"}));
+    EXPECT_EQ(
+        Tried("/caf\xC3\xA9", "plain", PidPath()),
+        (Result{0, ERANGE,
+                "Warning: Hostinfo_Daemonize: Couldn't convert path [/caf\xC3\xA9] to default "
+                "encoding.\n"}));
     EXPECT_FALSE(std::filesystem::exists(PidPath()));
 }
 
 TEST_F(DaemonizeInAscii, NeedsArgumentsThatCanBeSpelt)
 {
-    EXPECT_EQ(Tried(TELL_STATE, "caf\xC3\xA9", PidPath()),
-              (Result{0, ERANGE,
-                      "Hostinfo_Daemonize: Couldn't convert arguments to default encoding.\n"}));
+    EXPECT_EQ(
+        Tried(TELL_STATE, "caf\xC3\xA9", PidPath()),
+        (Result{0, ERANGE,
+                "Warning: Hostinfo_Daemonize: Couldn't convert arguments to default encoding.\n"}));
     EXPECT_FALSE(std::filesystem::exists(PidPath()));
     EXPECT_FALSE(std::filesystem::exists(ReportPath()));
 }
@@ -51,7 +53,8 @@ TEST_F(DaemonizeInAscii, NeedsAPidPathThatCanBeSpelt)
     const std::string path = mFolder.Path() + "/caf\xC3\xA9";
     EXPECT_EQ(Tried(TELL_STATE, "plain", path),
               (Result{0, ERANGE,
-                      "Hostinfo_Daemonize: Couldn't open PID path [" + path + "], error 34.\n"}));
+                      "Warning: Hostinfo_Daemonize: Couldn't open PID path [" + path +
+                          "], error 34.\n"}));
     EXPECT_TRUE(std::filesystem::is_empty(mFolder.Path()));
 }
 

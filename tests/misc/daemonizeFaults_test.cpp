@@ -242,7 +242,7 @@ std::string Said(const std::string &lines)
     std::string said;
     for (size_t at = 0; at < lines.size();) {
         const size_t end = lines.find('\n', at) + 1;
-        said += "Hostinfo_Daemonize: " + lines.substr(at, end - at);
+        said += "Warning: Hostinfo_Daemonize: " + lines.substr(at, end - at);
         at = end;
     }
     return said;
@@ -326,6 +326,12 @@ INSTANTIATE_TEST_SUITE_P(
                       "Child could not exec PROGRAM, read 4, error " +
                       std::to_string(EDQUOT) + ".\n")},
                 A_FAILED_DAEMON},
+        Failure{"FlushingWhatCannotBeFlushed",
+                {DAEMON, "fsync", EINVAL},
+                {0, EINVAL,
+                 Said("Couldn't flush PID to path [PIDFILE], error 22.\n"
+                      "Child could not exec PROGRAM, read 4, error 22.\n")},
+                A_FAILED_DAEMON},
         Failure{"Execution",
                 {DAEMON, "execv", E2BIG},
                 {0, E2BIG,
@@ -350,6 +356,13 @@ TEST_F(DaemonizeFaults, AChildThatFailsDoesNotCallTheCallersExitHandler)
                                (call == "fork"s ? "fork second child" : "create new session") +
                                ", error 1.\nChild CHILD exited with error 1.\n")}));
     }
+}
+
+TEST_F(DaemonizeFaults, ADaemonSaysNothingOnTheCallersStandardError)
+{
+    EXPECT_EQ(Tried({{DAEMON, "fsync", EIO}}, 0),
+              (Result{0, EIO, Said("Child could not exec PROGRAM, read 4, error 5.\n")}));
+    EXPECT_EQ(Ended(), 1 << 8);
 }
 
 TEST_F(DaemonizeFaults, AShortWriteOfThePidIsAFailure)
@@ -471,6 +484,22 @@ TEST_F(DaemonizeFaults, WithoutMemoryForTheListThereIsNoDaemon)
     EXPECT_EQ(result, (Result{0, ENOMEM, Said("Couldn't allocate memory, error 12.\n")}));
     EXPECT_FALSE(HasPidFile());
     EXPECT_EQ(mScript.calls["fork"], 0);
+}
+
+// ---- Another start with the same PID file
+
+TEST_F(DaemonizeFaults, ThePidFileIsLockedUntilItIsRemoved)
+{
+    int error = 0;
+    const Fault looks{CALLER, "unlink", 0, WORKS, 1, [&] {
+                          const int file = open(PidPath().c_str(), O_RDONLY);
+                          error = flock(file, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+                          close(file);
+                      }};
+    Tried({looks}, KEPT | DAEMONIZE_LOCK_PIDFILE, true, "/missing");
+    EXPECT_EQ(error, EWOULDBLOCK) << "else it could be another's by now";
+    EXPECT_EQ(mScript.calls["unlink"], 1);
+    Ended();
 }
 
 // ---- What is no failure

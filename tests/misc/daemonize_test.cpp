@@ -171,11 +171,12 @@ TEST_P(DaemonizeWithAnExitHandler, DoesNotCallIt)
 }
 INSTANTIATE_TEST_SUITE_P(
     Each, DaemonizeWithAnExitHandler,
-    testing::Values(Exit{"Started", 0, TELL_STATE, 1, ""},
-                    Exit{"ParentEnded", DAEMONIZE_EXIT_PARENT, TELL_STATE, 99, ""},
-                    Exit{"ProgramMissing", ALL_KEPT, "/missing", 0,
-                         "Hostinfo_Daemonize: Couldn't exec /missing, error 2.\n"
-                         "Hostinfo_Daemonize: Child could not exec /missing, read 4, error 2.\n"}),
+    testing::Values(
+        Exit{"Started", 0, TELL_STATE, 1, ""},
+        Exit{"ParentEnded", DAEMONIZE_EXIT_PARENT, TELL_STATE, 99, ""},
+        Exit{"ProgramMissing", ALL_KEPT, "/missing", 0,
+             "Warning: Hostinfo_Daemonize: Couldn't exec /missing, error 2.\n"
+             "Warning: Hostinfo_Daemonize: Child could not exec /missing, read 4, error 2.\n"}),
     [](const auto &row) { return row.param.name; });
 
 TEST_F(Daemonize, KeepsTheDescriptorsOfTheListAndClosesAllOthers)
@@ -236,6 +237,17 @@ TEST_F(Daemonize, StartsWithoutTimersAndWithTheWholeAddressSpace)
     const State state = ToldAndEnded();
     EXPECT_EQ(state.All("timer"), std::vector<std::string>());
     EXPECT_EQ(state.The(LIMIT_OF_RLIMIT_AS), "2251799813685248 2251799813685248");
+}
+
+TEST_F(Daemonize, LeavesTheProgramWhatItSaysNothingOf)
+{
+    for (const unsigned flags : {0u, ALL_KEPT}) {
+        const Result result = InProcess([&] { return ChangeAndTell() && Start(flags) ? 1 : 0; });
+        EXPECT_EQ(result.value, 1);
+        const State state = ToldAndEnded();
+        ExpectInherited(state, flags == 0 ? std::vector<std::string>{}
+                                          : std::vector<std::string>{"group", "session", "cwd"});
+    }
 }
 
 TEST_F(Daemonize, PassesNoArgumentsOrManyWithEveryByte)
@@ -468,6 +480,19 @@ TEST_F(Daemonize, MakesThePidFileWithItsMode)
     }
 }
 
+TEST_F(Daemonize, WritesWhereThePathLeads)
+{
+    const std::string target = mFolder.Path() + "/target", folder = mFolder.Path() + "/folder";
+    std::filesystem::create_directory_symlink(mFolder.Path(), folder);
+    std::filesystem::create_symlink("target", PidPath());
+    for (const std::string &path : {PidPath(), folder + "/target"}) {
+        std::filesystem::remove(target);
+        ASSERT_TRUE(Start(DAEMONIZE_LOCK_PIDFILE, path));
+        EXPECT_EQ(Content(target), ToldAndEnded().The("pid") + "\n");
+    }
+    EXPECT_TRUE(std::filesystem::is_symlink(PidPath()));
+}
+
 TEST_F(Daemonize, HasWrittenThePidFileWhenItReturns)
 {
     for (int i = 0; i < 20; i++) {
@@ -486,8 +511,8 @@ TEST_F(Daemonize, LetsALockedPidFileBe)
     for (int i = 0; i < 2; i++) {
         EXPECT_EQ(Tried(DAEMONIZE_LOCK_PIDFILE, PidPath(), TELL_STATE),
                   (Result{false, EWOULDBLOCK,
-                          "Hostinfo_Daemonize: Lock held on PID path [" + PidPath() + "], error " +
-                              std::to_string(EAGAIN) + ", not daemonizing.\n"}));
+                          "Warning: Hostinfo_Daemonize: Lock held on PID path [" + PidPath() +
+                              "], error " + std::to_string(EAGAIN) + ", not daemonizing.\n"}));
         EXPECT_EQ(Content(PidPath()), content) << "it is the running daemon's";
     }
     EXPECT_EQ(content, Told().The("pid") + "\n");
@@ -546,10 +571,12 @@ TEST_F(Daemonize, NeedsAPidFileThatCanBeOpened)
     const std::string missing = mFolder.Path() + "/missing/pid", folder = mFolder.Path();
     EXPECT_EQ(Tried(0, missing, TELL_STATE),
               (Result{false, ENOENT,
-                      "Hostinfo_Daemonize: Couldn't open PID path [" + missing + "], error 2.\n"}));
+                      "Warning: Hostinfo_Daemonize: Couldn't open PID path [" + missing +
+                          "], error 2.\n"}));
     EXPECT_EQ(Tried(0, folder, TELL_STATE),
               (Result{false, EISDIR,
-                      "Hostinfo_Daemonize: Couldn't open PID path [" + folder + "], error 21.\n"}));
+                      "Warning: Hostinfo_Daemonize: Couldn't open PID path [" + folder +
+                          "], error 21.\n"}));
     EXPECT_TRUE(std::filesystem::is_directory(folder));
 }
 
@@ -563,7 +590,7 @@ TEST_F(Daemonize, NeedsAPidFileThatMayBeWritten)
         return Start(0, PidPath()) ? 1 : 0;
     });
     EXPECT_EQ(result, (Result{0, EACCES,
-                              "Hostinfo_Daemonize: Couldn't open PID path [" + PidPath() +
+                              "Warning: Hostinfo_Daemonize: Couldn't open PID path [" + PidPath() +
                                   "], error 13.\n"}));
     EXPECT_EQ(Content(PidPath()), "kept");
 }
@@ -598,9 +625,9 @@ TEST_P(DaemonizeUnusable, ProgramIsToldOf)
     chmod(path.c_str(), static_cast<mode_t>(mode));
     if (mode < 0) { std::filesystem::remove(path); }
     const std::string number = std::to_string(error);
-    const std::string inTheDaemon =
-                          "Hostinfo_Daemonize: Couldn't exec " + path + ", error " + number + ".\n",
-                      inTheCaller = "Hostinfo_Daemonize: Child could not exec " + path +
+    const std::string inTheDaemon = "Warning: Hostinfo_Daemonize: Couldn't exec " + path +
+                                    ", error " + number + ".\n",
+                      inTheCaller = "Warning: Hostinfo_Daemonize: Child could not exec " + path +
                                     ", read 4, error " + number + ".\n";
     for (const unsigned lock : {0u, unsigned{DAEMONIZE_LOCK_PIDFILE}}) {
         for (const unsigned kept : {0u, unsigned{DAEMONIZE_KEEP_SESSION_AND_STDIO}}) {
@@ -643,7 +670,8 @@ TEST_F(Daemonize, NeedsAPipe)
         close(second); // for half a pipe
         return Start(0, PidPath()) ? 1 : 0;
     });
-    EXPECT_EQ(result, (Result{0, EMFILE, "Hostinfo_Daemonize: Couldn't create pipe, error 24.\n"}));
+    EXPECT_EQ(result, (Result{0, EMFILE,
+                              "Warning: Hostinfo_Daemonize: Couldn't create pipe, error 24.\n"}));
     EXPECT_FALSE(std::filesystem::exists(PidPath()));
 }
 

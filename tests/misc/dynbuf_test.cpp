@@ -193,6 +193,23 @@ INSTANTIATE_TEST_SUITE_P(
                     GrowthCase{"MinimumBeyondAStep", 300000, 600000, 600000}),
     [](const auto &row) { return row.param.name; });
 
+// More than one step of growth, too, and from any size: there is room for all of it.
+TEST_F(DynBufTest, HasRoomForWhatIsAppended)
+{
+    constexpr size_t SIZES[] = {1,    2,    127,    128,    129,    200,    300,    1000,
+                                4096, 5000, 262143, 262144, 262145, 300000, 524288, 600000};
+    const std::string bytes(600000, 'x');
+    for (const size_t first : SIZES) {
+        for (const size_t second : SIZES) {
+            Own(first);
+            ASSERT_TRUE(DynBuf_Append(&mBuf, bytes.data(), first));
+            ASSERT_TRUE(DynBuf_Append(&mBuf, bytes.data(), second));
+            ASSERT_EQ(mBuf.size, first + second);
+            ASSERT_GE(mBuf.allocated, mBuf.size);
+        }
+    }
+}
+
 TEST_F(DynBufTest, KeepsItsContentsWhenItGrows)
 {
     ASSERT_TRUE(DynBuf_Append(&mBuf, "abc", 3));

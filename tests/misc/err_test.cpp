@@ -90,6 +90,14 @@ TEST_F(Err, AllocatesNothingForATextThatIsThere)
     EXPECT_EQ(Allocations::Calls(), before);
 }
 
+// There are some hundred numbers: none is looked for behind many others.
+TEST_F(Err, HasABucketForEachOf2048Numbers)
+{
+    constexpr size_t BUCKETS = 2048 * sizeof(void *);
+    const std::vector<size_t> sizes = Allocations::SizesIn([] { Err_NumberToText(ENOENT); });
+    EXPECT_EQ(std::ranges::count(sizes, BUCKETS), 2) << "in the cache by number and that by text";
+}
+
 TEST_F(Err, LeavesErrnoAlone)
 {
     for (int call = 0; call < 2; call++) { // made, and there
@@ -180,9 +188,18 @@ TEST_F(Err, KeepsWholeCharactersAtTheEnd)
     }
 }
 
+// What announces five bytes or six is no character today, but as long as it says.
+TEST_F(Err, KeepsSequencesOfAnyAnnouncedLengthWhole)
+{
+    for (const std::string text : {"a\xF8\x88\x80\x80\x80", "a\xFC\x84\x80\x80\x80\x80"}) {
+        EXPECT_EQ(Made(text), text);
+    }
+}
+
 TEST_F(Err, DropsAnIncompleteCharacterAtTheEnd)
 {
-    for (const std::string character : {"\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
+    for (const std::string character : {"\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80",
+                                        "\xF8\x88\x80\x80\x80", "\xFC\x84\x80\x80\x80\x80"}) {
         for (size_t kept = 1; kept < character.size(); kept++) {
             EXPECT_EQ(Made("text" + character.substr(0, kept)), "text") << kept;
             EXPECT_EQ(Made(character.substr(0, kept)), "") << kept;
@@ -194,6 +211,9 @@ TEST_F(Err, DropsALeadByteWithTooManyBytesBehindIt)
 {
     EXPECT_EQ(Made("text\xC3\xA4\xA4"), "text");
     EXPECT_EQ(Made("text\xF0\x9F\x98\x80\x80"), "text");
+    for (size_t following = 2; following < 40; following++) {
+        EXPECT_EQ(Made("text\xC3" + std::string(following, '\x80')), "text") << following;
+    }
     EXPECT_EQ(Made("text\xFF" + std::string(200, '\x80')), "text");
 }
 

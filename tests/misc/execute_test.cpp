@@ -183,4 +183,19 @@ TEST_F(Execute, StartsWithAResetStateAndWhatIsKept)
     EXPECT_EQ(state.The("cwd"), std::filesystem::current_path().string());
 }
 
+TEST_F(Execute, LeavesTheProgramWhatItSaysNothingOf)
+{
+    const Result result = InProcess([&] {
+        sigset_t some;
+        sigemptyset(&some);
+        for (const int number : {SIGUSR1, SIGTERM, SIGCHLD}) {
+            sigaddset(&some, number);
+        }
+        sigprocmask(SIG_BLOCK, &some, nullptr);
+        return ChangeAndTell() ? Run(TELL_STATE, {"x"}) : -1;
+    });
+    EXPECT_EQ(result.value, 0);
+    ExpectInherited(Told(), {"blocked", "group", "session", "cwd"});
+}
+
 } // namespace

@@ -53,7 +53,15 @@ template <typename Deed> void Meanwhile(Deed deed)
     Allocations::Meanwhile([deed] { std::thread(deed).join(); });
 }
 
-class HashTableOvertaken : public testing::Test {
+// A table of one bucket, however it is made.
+HashTable *Made(bool once)
+{
+    HashTable *shared = nullptr;
+    return once ? HashTable_AllocOnce(&shared, 1, COPYING, nullptr)
+                : HashTable_Alloc(1, COPYING, nullptr);
+}
+
+class HashTableOvertaken : public testing::TestWithParam<bool> {
 protected:
     // Another thread enters the key under test meanwhile.
     void EnterMeanwhile(const char *key, uintptr_t value)
@@ -62,11 +70,11 @@ protected:
             [this, key, value] { EXPECT_TRUE(HashTable_Insert(mTable.get(), key, Value(value))); });
     }
     const ptrdiff_t mBefore = Allocations::Live();
-    ScopedTable mTable{HashTable_Alloc(1, COPYING, nullptr)};
+    ScopedTable mTable{Made(GetParam())};
     static constexpr int TABLE = 2, ENTRY = 2; // blocks
 };
 
-TEST_F(HashTableOvertaken, InsertTellsThatTheKeyIsThere)
+TEST_P(HashTableOvertaken, InsertTellsThatTheKeyIsThere)
 {
     EnterMeanwhile("key", 2);
     EXPECT_FALSE(HashTable_Insert(mTable.get(), "key", Value(1)));
@@ -75,21 +83,21 @@ TEST_F(HashTableOvertaken, InsertTellsThatTheKeyIsThere)
     EXPECT_EQ(HashTable_GetNumElements(mTable.get()), 1u);
 }
 
-TEST_F(HashTableOvertaken, TheLosersEntryAndKeyAreReleased)
+TEST_P(HashTableOvertaken, TheLosersEntryAndKeyAreReleased)
 {
     EnterMeanwhile("key", 2);
     HashTable_Insert(mTable.get(), "key", Value(1));
     EXPECT_EQ(Allocations::Live() - mBefore, TABLE + ENTRY);
 }
 
-TEST_F(HashTableOvertaken, LookupOrInsertGivesTheOthersValue)
+TEST_P(HashTableOvertaken, LookupOrInsertGivesTheOthersValue)
 {
     EnterMeanwhile("key", 2);
     EXPECT_EQ(HashTable_LookupOrInsert(mTable.get(), "key", Value(1)), Value(2));
     EXPECT_EQ(Allocations::Live() - mBefore, TABLE + ENTRY);
 }
 
-TEST_F(HashTableOvertaken, ReplaceOrInsertReplacesTheOthersValue)
+TEST_P(HashTableOvertaken, ReplaceOrInsertReplacesTheOthersValue)
 {
     EnterMeanwhile("key", 2);
     EXPECT_TRUE(HashTable_ReplaceOrInsert(mTable.get(), "key", Value(1)));
@@ -97,7 +105,7 @@ TEST_F(HashTableOvertaken, ReplaceOrInsertReplacesTheOthersValue)
     EXPECT_EQ(Allocations::Live() - mBefore, TABLE + ENTRY);
 }
 
-TEST_F(HashTableOvertaken, InsertTriesAgainBehindAnotherKey)
+TEST_P(HashTableOvertaken, InsertTriesAgainBehindAnotherKey)
 {
     EnterMeanwhile("other", 2);
     const size_t made = Allocations::Calls();
@@ -108,6 +116,9 @@ TEST_F(HashTableOvertaken, InsertTriesAgainBehindAnotherKey)
     EXPECT_EQ(HashTable_GetNumElements(mTable.get()), 2u);
     EXPECT_EQ(Allocations::Live() - mBefore, TABLE + 2 * ENTRY);
 }
+
+INSTANTIATE_TEST_SUITE_P(MadeBy, HashTableOvertaken, testing::Bool(),
+                         [](const auto &row) { return row.param ? "AllocOnce" : "Alloc"; });
 
 TEST(HashTableAllocOnce, GivesTheTableOfWhoWasFaster)
 {

@@ -178,8 +178,8 @@ TEST(HostinfoLogRateConversion, TellsRatesAndFactor)
     const HostinfoRateConversion factor{.mult = 4294967295, .shift = 63};
     testing::internal::CaptureStderr();
     Hostinfo_LogRateConversion("Clock:", 3, UINT64_MAX, &factor);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Clock: 3Hz -> 18446744073709551615Hz\n"
-                                                      "Clock: ((x * 4294967295) >> 63)\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Log: Clock: 3Hz -> 18446744073709551615Hz\n"
+                                                      "Log: Clock: ((x * 4294967295) >> 63)\n");
 }
 
 TEST(HostinfoLogRateConversion, TellsBasesAndOffset)
@@ -188,8 +188,8 @@ TEST(HostinfoLogRateConversion, TellsBasesAndOffset)
     testing::internal::CaptureStderr();
     Hostinfo_LogRateConversionOffset("Clock:", UINT64_MAX, 20, 30, 40, &offset);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Clock: 20 @ 18446744073709551615Hz -> 40 @ 30Hz\n"
-              "Clock: ((x * 1) >> 2) + -9223372036854775808\n");
+              "Log: Clock: 20 @ 18446744073709551615Hz -> 40 @ 30Hz\n"
+              "Log: Clock: ((x * 1) >> 2) + -9223372036854775808\n");
 }
 
 // ---- The clocks

@@ -126,7 +126,7 @@ TEST_F(HostinfoCpuid, IsWarnedOfWhereThereIsNone)
     testing::internal::CaptureStderr();
     EXPECT_FALSE(HostinfoSummarizeCpuid(Ask, &summary));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "HOSTINFO: No CPUID information available.\n");
+              "Warning: HOSTINFO: No CPUID information available.\n");
     EXPECT_EQ(memcmp(&summary, &before, sizeof summary), 0);
     EXPECT_EQ(sAsked, std::vector<uint32_t>{0});
 }
@@ -201,7 +201,7 @@ TEST_F(HostinfoCpuid, DumpLeavesOutAGroupThatIsNotThere)
     testing::internal::CaptureStderr();
     EXPECT_EQ(Take(HostinfoDumpCpuid(Ask)), "00000000:00000000000000000000000000000000");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "HOSTINFO: No CPUID information available. Based = 80000000.\n");
+              "Warning: HOSTINFO: No CPUID information available. Based = 80000000.\n");
     EXPECT_EQ(sAsked, (std::vector<uint32_t>{0, 0x80000000}));
 }
 

@@ -125,7 +125,7 @@ INSTANTIATE_TEST_SUITE_P(Table, HostinfoLoad,
 TEST(HostinfoLoadAverage, IsLoggedWithTwoDecimals)
 {
     sAverages = {0.25, 12.126, 100};
-    EXPECT_EQ(Told(Hostinfo_LogLoadAverage), "LOADAVG: 0.25 12.13 100.00\n");
+    EXPECT_EQ(Told(Hostinfo_LogLoadAverage), "Log: LOADAVG: 0.25 12.13 100.00\n");
 }
 
 TEST(HostinfoLoadAverage, IsNoneWithoutAllThree)
@@ -153,19 +153,20 @@ std::string ToldOf(const std::string &statm)
 TEST(HostinfoLogMemUsage, TellsAllSevenSizes)
 {
     EXPECT_EQ(ToldOf("1 22 333 4444 0 55555 6\n"),
-              "RUSAGE size=1 resident=22 share=333 trs=4444 lrs=0 drs=55555 dt=6\n");
+              "Log: RUSAGE size=1 resident=22 share=333 trs=4444 lrs=0 drs=55555 dt=6\n");
 }
 
 TEST(HostinfoLogMemUsage, TakesWhatCannotBeReadForNothing)
 {
-    EXPECT_EQ(ToldOf("1 2 x 4"), "RUSAGE size=1 resident=2 share=0 trs=0 lrs=0 drs=0 dt=0\n");
-    EXPECT_EQ(ToldOf(""), "RUSAGE size=0 resident=0 share=0 trs=0 lrs=0 drs=0 dt=0\n");
+    EXPECT_EQ(ToldOf("1 2 x 4"), "Log: RUSAGE size=1 resident=2 share=0 trs=0 lrs=0 drs=0 dt=0\n");
+    EXPECT_EQ(ToldOf(""), "Log: RUSAGE size=0 resident=0 share=0 trs=0 lrs=0 drs=0 dt=0\n");
 }
 
 TEST(HostinfoLogMemUsage, LooksAt63Bytes)
 {
     const std::string blanks(61, ' ');
-    EXPECT_EQ(ToldOf(blanks + "123"), "RUSAGE size=12 resident=0 share=0 trs=0 lrs=0 drs=0 dt=0\n");
+    EXPECT_EQ(ToldOf(blanks + "123"),
+              "Log: RUSAGE size=12 resident=0 share=0 trs=0 lrs=0 drs=0 dt=0\n");
 }
 
 TEST(HostinfoLogMemUsage, SaysNothingWithoutTheFile)
@@ -242,21 +243,23 @@ TEST_F(HostinfoMemoryInPages, EndsWhereTheyCannotBeCounted)
 TEST_F(HostinfoMemoryInPages, AreWarnedOfWithoutStatistics)
 {
     sResult = KERN_FAILURE;
-    ExpectFailure("Hostinfo_GetMemoryInfoInPages: Unable to retrieve host vm stats.\n");
+    ExpectFailure("Warning: Hostinfo_GetMemoryInfoInPages: Unable to retrieve host vm stats.\n");
 }
 
 TEST_F(HostinfoMemoryInPages, AreWarnedOfWithOtherStatistics)
 {
     for (const mach_msg_type_number_t count : {14, 16, 0}) {
         sStatisticsCount = count;
-        ExpectFailure("Hostinfo_GetMemoryInfoInPages: Unable to retrieve host vm stats.\n");
+        ExpectFailure(
+            "Warning: Hostinfo_GetMemoryInfoInPages: Unable to retrieve host vm stats.\n");
     }
 }
 
 TEST_F(HostinfoMemoryInPages, AreWarnedOfWithoutASize)
 {
     sMemory.reset();
-    ExpectFailure("Hostinfo_GetMemoryInfoInPages: Unable to retrieve host vm hw.memsize.\n");
+    ExpectFailure(
+        "Warning: Hostinfo_GetMemoryInfoInPages: Unable to retrieve host vm hw.memsize.\n");
 }
 
 // ---- Zones
@@ -351,7 +354,7 @@ TEST_P(HostinfoZoneFailure, IsWarnedOf)
     sResult = GetParam().result;
     sGivenBack.clear();
     EXPECT_EQ(Told([] { EXPECT_EQ(Hostinfo_GetKernelZoneElemSize("zone"), 0u); }),
-              std::string("Hostinfo_GetKernelZoneElemSize: mach_zone_info failed ") +
+              std::string("Warning: Hostinfo_GetKernelZoneElemSize: mach_zone_info failed ") +
                   GetParam().told + ".\n");
     EXPECT_TRUE(sGivenBack.empty());
 }

@@ -111,7 +111,7 @@ namespace {
 
 constexpr char SERVER[] = "/System/Library/CoreServices/ServerVersion.plist";
 constexpr char SYSTEM[] = "/System/Library/CoreServices/SystemVersion.plist";
-constexpr char NO_PLIST[] = "HostinfoMacOS: Failed to read system version plist.\n";
+constexpr char NO_PLIST[] = "Log: HostinfoMacOS: Failed to read system version plist.\n";
 
 const Product CATALINA{"Mac OS X", "10.15.7", "19H2"};
 
@@ -204,7 +204,7 @@ TEST(HostinfoOSVersionDeathTest, EndsTheProcessWithoutARelease)
             Hostinfo_OSVersionString();
         },
         testing::ExitedWithCode(1),
-        testing::HasSubstr("HostinfoOSVersionInit: unable to get host OS version (uname): "
+        testing::HasSubstr("Warning: HostinfoOSVersionInit: unable to get host OS version (uname): "
                            "Input/output error\nPanic: "));
 }
 
@@ -222,8 +222,8 @@ TEST(HostinfoOSVersionDeathTest, EndsTheProcessForAReleaseWithoutANumber)
             HostinfoOSVersionInit();
         },
         testing::ExitedWithCode(1),
-        testing::HasSubstr(
-            "HostinfoOSVersionInit: unable to parse host OS version string: abc\nPanic: "));
+        testing::HasSubstr("Warning: HostinfoOSVersionInit: unable to parse host OS version "
+                           "string: abc\nPanic: "));
 }
 
 TEST(HostinfoOSVersionDeathTest, EndsTheProcessWithoutMemory)
@@ -264,13 +264,15 @@ TEST_P(HostinfoBitness, FollowsFromTheHardwaresName)
     EXPECT_EQ(Hostinfo_GetSystemBitness(), GetParam().bitness) << *sMachine;
     sMachine.reset();
 }
-INSTANTIATE_TEST_SUITE_P(Table, HostinfoBitness,
-                         testing::Values(BitnessCase{"i386", 32}, BitnessCase{"amd64", 64},
-                                         BitnessCase{"x86_64", 64}, BitnessCase{"aarch64", 64},
-                                         BitnessCase{"arm64", 64}, BitnessCase{"arm6", -1},
-                                         BitnessCase{"arm64e", -1}, BitnessCase{"X86_64", -1},
-                                         BitnessCase{"ppc", -1}, BitnessCase{"aarch64_", -1},
-                                         BitnessCase{"", -1}, BitnessCase{"(fails)", -1}));
+INSTANTIATE_TEST_SUITE_P(
+    Table, HostinfoBitness,
+    testing::Values(BitnessCase{"i386", 32}, BitnessCase{"amd64", 64}, BitnessCase{"x86_64", 64},
+                    BitnessCase{"aarch64", 64}, BitnessCase{"arm64", 64}, BitnessCase{"arm6", -1},
+                    BitnessCase{"arm64e", -1}, BitnessCase{"X86_64", -1}, BitnessCase{"ppc", -1},
+                    BitnessCase{"aarch64_", -1}, BitnessCase{"i686", -1}, BitnessCase{"i486", -1},
+                    BitnessCase{"i38", -1}, BitnessCase{"x86", -1}, BitnessCase{"x86_6", -1},
+                    BitnessCase{"armv7l", -1}, BitnessCase{"amd64p", -1}, BitnessCase{"", -1},
+                    BitnessCase{"(fails)", -1}));
 
 // ---- The host's name
 
@@ -518,7 +520,7 @@ TEST(HostinfoOSData, KnowsNothingWhenTheKernelDoesNotTell)
         EXPECT_EQ(sPlistsRead, std::vector<std::string>());
         return "";
     });
-    const std::string warning = "HostinfoOSData: uname failed 5\n";
+    const std::string warning = "Warning: HostinfoOSData: uname failed 5\n";
     EXPECT_EQ(outcome.errors, warning + warning + warning);
 }
 
@@ -531,7 +533,7 @@ TEST(HostinfoOSData, LeavesTheLineAsItWasWhenTheKernelDoesNotTell)
         EXPECT_EQ(Take(Hostinfo_GetOSDetailedData()), line);
         return "";
     });
-    EXPECT_EQ(outcome.errors, "HostinfoOSData: uname failed 5\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoOSData: uname failed 5\n");
 }
 
 // ---- Names that do not fit: " 10 (B) Darwin 19.6.0" is 21 bytes of the 511 that do
@@ -551,7 +553,7 @@ TEST(HostinfoOSData, HasNoNamesWhenTheFullOneIsLonger)
         sPlists = {{SYSTEM, CATALINA}};
         return Names();
     });
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
     EXPECT_EQ(outcome.result, "Mac OS X 10.15.7 (19H2) Darwin 19.6.0|darwin19-64")
         << "these fit later";
 }
@@ -564,7 +566,7 @@ TEST(HostinfoOSData, TellsInDetailWhatDoesNotFitIntoAName)
         return DetailedDataOf({name, "10", "B"});
     });
     EXPECT_THAT(outcome.result, testing::HasSubstr(" distroName='" + name + "' "));
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
 }
 
 TEST(HostinfoOSData, FailsForANameThatDoesNotFitAndKeepsTheFormerOnes)
@@ -576,7 +578,7 @@ TEST(HostinfoOSData, FailsForANameThatDoesNotFitAndKeepsTheFormerOnes)
         return Names();
     });
     EXPECT_EQ(outcome.result, "Mac OS X 10.15.7 (19H2) Darwin 19.6.0|darwin19-64");
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
 }
 
 struct NewlineCase {
@@ -650,7 +652,7 @@ TEST(HostinfoOSData, HasRoomForAValueThatFitsWithoutTheBlanksAtItsEnd)
         return DetailedDataOf({"N", letters + std::string(23, ' '), "B"});
     });
     EXPECT_THAT(outcome.result, testing::HasSubstr(" distroVersion='" + letters + "' "));
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n");
+    EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
 }
 
 TEST(HostinfoOSData, DropsTheWholeLineForALongerFieldAndNothingElse)
@@ -663,7 +665,8 @@ TEST(HostinfoOSData, DropsTheWholeLineForALongerFieldAndNothingElse)
         return Names() + "|" + Take(Hostinfo_GetOSDetailedData());
     });
     EXPECT_EQ(outcome.result, " " + version + " ()  5|darwin5-64|");
-    EXPECT_EQ(outcome.errors, "HostinfoOSDetailedData: Error: detailed data field too large\n");
+    EXPECT_EQ(outcome.errors,
+              "Warning: HostinfoOSDetailedData: Error: detailed data field too large\n");
 }
 
 TEST(HostinfoOSData, TakesAValueThatIsAllQuotesAndFarTooLong)
@@ -673,8 +676,9 @@ TEST(HostinfoOSData, TakesAValueThatIsAllQuotesAndFarTooLong)
         return DetailedDataOf({std::string(5000, '\''), "10", "B"});
     });
     EXPECT_EQ(outcome.result, "");
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Error: buffer too small\n"
-                              "HostinfoOSDetailedData: Error: detailed data field too large\n");
+    EXPECT_EQ(outcome.errors,
+              "Warning: HostinfoMacOS: Error: buffer too small\n"
+              "Warning: HostinfoOSDetailedData: Error: detailed data field too large\n");
 }
 
 } // namespace

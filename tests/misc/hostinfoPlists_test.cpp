@@ -117,7 +117,7 @@ TEST_F(HostinfoPlists, MissingLeaveTheKernelsNameAlone)
     EXPECT_TRUE(outcome.result.starts_with(
         Kernel() + "|architecture='X86' bitness='64' familyName='Linux' kernelVersion='"))
         << outcome.result;
-    EXPECT_EQ(outcome.errors, "HostinfoMacOS: Failed to read system version plist.\n");
+    EXPECT_EQ(outcome.errors, "Log: HostinfoMacOS: Failed to read system version plist.\n");
 }
 
 // As on every Linux host, where nothing is missing then.

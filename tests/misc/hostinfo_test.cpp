@@ -259,7 +259,7 @@ TEST(Hostinfo, KnowsTheLoad)
     } while (before.substr(0, 14) != after.substr(0, 14));
     double averages[3], toldAverages[3];
     ASSERT_EQ(sscanf(after.c_str(), "%lf %lf %lf", averages, averages + 1, averages + 2), 3);
-    ASSERT_EQ(sscanf(told.c_str(), "LOADAVG: %lf %lf %lf\n", toldAverages, toldAverages + 1,
+    ASSERT_EQ(sscanf(told.c_str(), "Log: LOADAVG: %lf %lf %lf\n", toldAverages, toldAverages + 1,
                      toldAverages + 2),
               3);
     EXPECT_NEAR(hundredths, 100 * averages[0], 1.01) << "cut here, rounded there";
@@ -293,7 +293,7 @@ TEST(Hostinfo, KnowsThisProcessesMemory)
                      actual + 1, actual + 2, actual + 3, actual + 4, actual + 5, actual + 6),
               7);
     ASSERT_EQ(sscanf(told.c_str(),
-                     "RUSAGE size=%d resident=%d share=%d trs=%d lrs=%d drs=%d dt=%d\n", sizes,
+                     "Log: RUSAGE size=%d resident=%d share=%d trs=%d lrs=%d drs=%d dt=%d\n", sizes,
                      sizes + 1, sizes + 2, sizes + 3, sizes + 4, sizes + 5, sizes + 6),
               7);
     // The test itself takes some meanwhile; and a sanitizer more than 32 bits can count.
@@ -318,7 +318,9 @@ TEST(Hostinfo, KnowsAKernelZone)
     testing::internal::CaptureStderr();
     EXPECT_EQ(Hostinfo_GetKernelZoneElemSize(file ? name.c_str() : "x"), file ? size : 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              file ? "" : "Hostinfo_GetKernelZoneElemSize: mach_zone_info failed "s + code + ".\n");
+              file ? ""
+                   : "Warning: Hostinfo_GetKernelZoneElemSize: mach_zone_info failed "s + code +
+                         ".\n");
     testing::internal::CaptureStderr();
     EXPECT_EQ(Hostinfo_GetKernelZoneElemSize("no such zone"), 0u);
     testing::internal::GetCapturedStderr();
@@ -339,10 +341,13 @@ TEST(HostinfoGetModulePath, IsThisProgramWithEitherPrivilege)
 
 TEST(HostinfoGetModulePath, RefusesAnyOtherPrivilege)
 {
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(Hostinfo_GetModulePath(2), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Hostinfo_GetModulePath: invalid privilege parameter\n");
+    for (const uint32_t privilege : {2u, 3u, 0x80000000u, UINT32_MAX}) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(Hostinfo_GetModulePath(privilege), nullptr) << privilege;
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "Warning: Hostinfo_GetModulePath: invalid privilege parameter\n")
+            << privilege;
+    }
 }
 
 // Where "run as a child with a path of this length" is the whole job of a copy of this program.
@@ -376,7 +381,7 @@ TEST(HostinfoGetModulePath, HoldsAPathOf1023BytesAndNoMore)
     const std::string fits = DeepPath(folder.Path(), 1023);
     EXPECT_EQ(RunCopyAt(fits), fits);
     EXPECT_EQ(RunCopyAt(DeepPath(folder.Path(), 1024)),
-              "HOSTINFO: Hostinfo_GetModulePath: _NSGetExecutablePath failed.\n(none)");
+              "Warning: HOSTINFO: Hostinfo_GetModulePath: _NSGetExecutablePath failed.\n(none)");
 }
 
 // Before main(): the copy has nothing else to do.

@@ -49,6 +49,23 @@ protected:
     }
 };
 
+TEST_F(ProcessState, HasTheWholeAddressSpaceForAnyUser)
+{
+    constexpr uid_t NOBODY = 65534;
+    for (const bool isNobody : {false, true}) {
+        ExpectInProcess([&]() -> std::string {
+            const rlimit limit = {rlim_t{1} << 50, rlim_t{1} << 51};
+            if (setrlimit(RLIMIT_AS, &limit) != 0) { return "no limit"; }
+            if (isNobody && geteuid() == 0 && setuid(NOBODY) != 0) { return "still root"; }
+            HostinfoResetProcessState(nullptr, 0);
+            rlimit after = {};
+            getrlimit(RLIMIT_AS, &after);
+            const bool isRaised = after.rlim_cur == limit.rlim_max;
+            return isRaised && after.rlim_max == limit.rlim_max ? "" : "another limit";
+        });
+    }
+}
+
 TEST_F(ProcessState, HasNoTimers)
 {
     ExpectInProcess([] {

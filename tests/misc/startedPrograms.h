@@ -21,6 +21,7 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -181,6 +182,39 @@ protected:
         close(ends[0]);
         EXPECT_EQ(Ended(child), 0);
         return {outcome[0], static_cast<int>(outcome[1]), listening.Heard()};
+    }
+
+    // Makes this process one with a state that is like no other's, and has it execute tellState
+    // itself: the report is then of what any program inherits.
+    bool ChangeAndTell() const
+    {
+        umask(0137);
+        setenv("PELAGO_ODD", "a=b \n\xC3\xA9", 1);
+        unsetenv("LANG");
+        rlimit files = {600, 700}, core = {4096, 8192};
+        if (setrlimit(RLIMIT_NOFILE, &files) != 0 || setrlimit(RLIMIT_CORE, &core) != 0 ||
+            setpriority(PRIO_PROCESS, 0, getpriority(PRIO_PROCESS, 0) + 2) != 0 ||
+            setpgid(0, 0) != 0) {
+            return false;
+        }
+        const pid_t child = fork();
+        if (child == 0) {
+            execl(TELL_STATE, TELL_STATE, nullptr);
+            _exit(1);
+        }
+        return Ended(child) == 0 &&
+               rename(ReportPath().c_str(), (ReportPath() + ".inherited").c_str()) == 0;
+    }
+    // That the program inherited what the changed process had.
+    void ExpectInherited(const State &state, const std::vector<std::string> &more = {}) const
+    {
+        const State inherited(Content(ReportPath() + ".inherited"));
+        std::vector<std::string> names{"variable", "mask", "priority", "limit"};
+        names.insert(names.end(), more.begin(), more.end());
+        for (const std::string &name : names) {
+            EXPECT_FALSE(inherited.All(name).empty()) << name;
+            EXPECT_EQ(state.All(name), inherited.All(name)) << name;
+        }
     }
 
     TemporaryFolder mFolder;

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -76,6 +77,20 @@ void TellLimit(const std::string &name, decltype(RLIMIT_AS) resource)
     Tell(name, std::to_string(limit.rlim_cur) + " " + std::to_string(limit.rlim_max));
 }
 
+// "limit 7 1024 4096" for each that is not told under a name.
+void TellOtherLimits()
+{
+    for (int resource = 0; resource < static_cast<int>(RLIM_NLIMITS); resource++) {
+        if (resource == static_cast<int>(RLIMIT_AS) || resource == static_cast<int>(RLIMIT_RSS)) {
+            continue;
+        }
+        rlimit limit;
+        if (getrlimit(static_cast<decltype(RLIMIT_AS)>(resource), &limit) != 0) { abort(); }
+        Tell("limit", std::to_string(resource) + " " + std::to_string(limit.rlim_cur) + " " +
+                          std::to_string(limit.rlim_max));
+    }
+}
+
 bool Write(FILE *file)
 {
     return file != nullptr && fwrite(sReport.data(), 1, sReport.size(), file) == sReport.size() &&
@@ -107,11 +122,15 @@ int main(int argc, char **argv)
     Tell("cwd", getcwd(folder, sizeof folder));
     Tell("pid", std::to_string(getpid()));
     Tell("session", std::to_string(getsid(0)));
+    Tell("group", std::to_string(getpgrp()));
+    Tell("mask", std::to_string(umask(0)));
+    Tell("priority", std::to_string(getpriority(PRIO_PROCESS, 0)));
     const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC);
     Tell("terminal", terminal == -1 ? "none" : "there");
     if (terminal != -1) { close(terminal); }
     TellLimit("addressSpace", RLIMIT_AS);
     TellLimit("residentSet", RLIMIT_RSS);
+    TellOtherLimits();
 
     if (!Report()) { return 1; }
     if (getenv("TELL_STAY") != nullptr) {

@@ -89,10 +89,34 @@ TEST(UtilDeathTest, TellsTheBugNumberUnlessThereIsNone)
 {
     EXPECT_PANIC(Util_AllocFailure(), REPORT);
     EXPECT_PANIC(Util_AllocFailureAt(-1, "lib/x", 7), REPORT_AT);
+    EXPECT_PANIC(Util_AllocFailureAt(-1, "lib/x", -7),
+                 "Unrecoverable memory allocation failure at lib/x:-7\n");
+    EXPECT_PANIC(Util_AllocFailureAt(-1, "lib/x", INT_MIN),
+                 "Unrecoverable memory allocation failure at lib/x:-2147483648\n");
     EXPECT_PANIC(Util_AllocFailureAt(42, "lib/x", 7),
                  "Unrecoverable memory allocation failure at lib/x:7.  Bug number: 42\n");
     EXPECT_PANIC(Util_AllocFailureAt(INT_MIN, "lib/x", -1),
                  "Unrecoverable memory allocation failure at lib/x:-1.  Bug number: -2147483648\n");
+}
+
+// The program's last words may be of what the block holds.
+ptrdiff_t sLiveBefore;
+template <typename Resize> void FailToResize(Resize resize)
+{
+    void *block = malloc(10);
+    sLiveBefore = Allocations::Live();
+    atexit([] { fprintf(stderr, "%td freed", sLiveBefore - Allocations::Live()); });
+    const OutOfMemory none;
+    resize(block);
+}
+TEST(UtilDeathTest, KeepsTheOldBlockWhenThereIsNoNewOne)
+{
+    EXPECT_EXIT(FailToResize([](void *block) { return Util_SafeRealloc(block, 1000); }),
+                testing::ExitedWithCode(1), testing::EndsWith(std::string(REPORT) + "0 freed"));
+    EXPECT_EXIT(FailToResize([](void *block) {
+                    return Util_SafeReallocAt(block, 1000, UTIL_NO_BUG, "lib/x", 7);
+                }),
+                testing::ExitedWithCode(1), testing::EndsWith(std::string(REPORT_AT) + "0 freed"));
 }
 
 struct BugCase {

@@ -5,6 +5,7 @@
 #include "outOfNew.h"
 
 #include <gtest/gtest.h>
+#include <sys/sysinfo.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -13,6 +14,31 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <utility>
+
+// What the kernel says, where it is not asked itself.
+static std::optional<long> sConfigured, sOnline; // processors
+static std::optional<uint32_t> sMemoryUnit;
+
+extern "C" {
+long __real_sysconf(int name);
+long __wrap_sysconf(int name)
+{
+    if (name == _SC_NPROCESSORS_CONF && sConfigured) { return *sConfigured; }
+    if (name == _SC_NPROCESSORS_ONLN && sOnline) { return *sOnline; }
+    return __real_sysconf(name);
+}
+int __real_sysinfo(struct sysinfo *info);
+int __wrap_sysinfo(struct sysinfo *info)
+{
+    const int result = __real_sysinfo(info);
+    if (sMemoryUnit) {
+        info->totalram = 1234567;
+        info->mem_unit = *sMemoryUnit;
+    }
+    return result;
+}
+}
 
 namespace {
 
@@ -67,6 +93,19 @@ std::string OutputOf(const char *command)
 }
 
 std::string WithNul(const std::string &text) { return text + '\0'; }
+
+// The host has so many processors, of which so many run.
+class Processors {
+public:
+    explicit Processors(long configured, long online = 1)
+    {
+        sConfigured = configured;
+        sOnline = online;
+    }
+    Processors(const Processors &) = delete;
+    Processors &operator=(const Processors &) = delete;
+    ~Processors() { sConfigured = sOnline = std::nullopt; }
+};
 
 /* The calls */
 
@@ -231,6 +270,21 @@ TEST(SysctlActiveCpu, IsHowManyProcessorsRun)
               OutputOf("lscpu --online --parse=CPU | grep -vc '^#'"));
 }
 
+TEST(SysctlActiveCpu, LeavesOutTheProcessorsThatRest)
+{
+    const Processors processors(8, 3);
+    EXPECT_EQ(NumberOf<int>("hw.activecpu"), 3);
+}
+
+TEST(SysctlMemsize, IsInBytesWhateverTheKernelCountsIn)
+{
+    for (const uint32_t unit : {1u, 4096u, 65536u}) {
+        sMemoryUnit = unit;
+        EXPECT_EQ(NumberOf<uint64_t>("hw.memsize"), uint64_t{1234567} * unit);
+    }
+    sMemoryUnit.reset();
+}
+
 TEST(SysctlMemsize, IsThePhysicalMemory)
 {
     const uint64_t size = NumberOf<uint64_t>("hw.memsize");
@@ -243,14 +297,18 @@ TEST(SysctlMemsize, IsThePhysicalMemory)
 TEST(SysctlFrequency, IsTheHighestThatAProcessorIsMadeFor)
 {
     const HostFile info(CPU_INFO, "cpu MHz\t\t: 5000.000\n");
-    const HostFile slow(MaxRateFile(0), "1600000\n"), fast(MaxRateFile(1), "2000000\n");
-    // A host with one processor does not ask for a second one's.
-    const uint64_t expected = sysconf(_SC_NPROCESSORS_CONF) > 1 ? 2000000000 : 1600000000;
-    EXPECT_EQ(NumberOf<uint64_t>(FREQUENCY), expected);
+    const HostFile slow(MaxRateFile(0), "1600000\n"), fast(MaxRateFile(1), "2000000\n"),
+        other(MaxRateFile(2), "1800000\n"), fastest(MaxRateFile(3), "2200000\n");
+    for (const auto &[count, expected] :
+         {std::pair{1, 1600000000u}, {2, 2000000000u}, {3, 2000000000u}, {4, 2200000000u}}) {
+        const Processors processors(count); // one that rests counts as well
+        EXPECT_EQ(NumberOf<uint64_t>(FREQUENCY), expected) << count;
+    }
 }
 
 TEST(SysctlFrequency, IsElseTheHighestThatWasMeasured)
 {
+    const Processors processors(2);
     const HostFileFails first(MaxRateFile(0), ENOENT), second(MaxRateFile(1), ENOENT);
     const HostFile info(CPU_INFO, "processor\t: 0\ncpu MHz\t\t: 1999.998\n\n"
                                   "processor\t: 1\ncpu MHz\t\t: 2100.5\ncpu MHzen\t: 9000\n");
@@ -259,6 +317,7 @@ TEST(SysctlFrequency, IsElseTheHighestThatWasMeasured)
 
 TEST(SysctlFrequency, FitsFourBytesUnlessItIsTooHigh)
 {
+    const Processors processors(2);
     const HostFileFails second(MaxRateFile(1), ENOENT);
     {
         const HostFile rate(MaxRateFile(0), "2147483\n");
@@ -275,6 +334,7 @@ TEST(SysctlFrequency, FitsFourBytesUnlessItIsTooHigh)
 
 TEST(SysctlFrequency, IsNotThereWhenTheHostDoesNotTell)
 {
+    const Processors processors(2);
     const HostFileFails first(MaxRateFile(0), ENOENT), second(MaxRateFile(1), EISDIR);
     for (const char *text : {"", "processor\t: 0\n", "cpu MHz\t\t: unknown\n", "cpu MHz"}) {
         const HostFile info(CPU_INFO, text);

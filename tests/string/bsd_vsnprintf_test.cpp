@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <pthread.h>
 #include <random>
 #include <sys/mman.h>
 #include <vector>
@@ -21,6 +22,8 @@ static const char *sDigits; // what the converters answer instead of their own a
 static int sPoint, sSign;
 static bool sConverterFails;
 static std::vector<int> sAsked; // how many digits the converters were asked for
+static char sSharedDigits[32];  // where another thread's digits come, as soon as nothing is locked
+static int sLocked;
 
 extern "C" {
 char *__real_ecvt(double value, int digits, int *point, int *sign);
@@ -29,6 +32,7 @@ static char *Convert(char *(*convert)(double, int, int *, int *), double value, 
                      int *point, int *sign)
 {
     sAsked.push_back(digits);
+    if (sDigits == sSharedDigits) { strcpy(sSharedDigits, "15"); }
     if (sConverterFails) { return nullptr; }
     if (sDigits == nullptr) { return convert(value, digits, point, sign); }
     *point = sPoint;
@@ -42,6 +46,18 @@ char *__wrap_ecvt(double value, int digits, int *point, int *sign)
 char *__wrap_fcvt(double value, int digits, int *point, int *sign)
 {
     return Convert(__real_fcvt, value, digits, point, sign);
+}
+int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
+int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex)
+{
+    sLocked++;
+    return __real_pthread_mutex_lock(mutex);
+}
+int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
+int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex)
+{
+    if (--sLocked == 0) { memset(sSharedDigits, '9', sizeof sSharedDigits - 1); }
+    return __real_pthread_mutex_unlock(mutex);
 }
 }
 
@@ -521,6 +537,15 @@ TEST(Format, GivesNoMoreZerosThanTheFractionHas)
 {
     const Converters nothing("", -5, 0);
     EXPECT_EQ(Format("%.2f|", 0.000001), "0.00|");
+}
+
+TEST(FormatFloating, HasItsDigitsBeforeAnotherThreadConverts)
+{
+    for (const char *const format : {"%g", "%.1f", "%#.2g"}) {
+        const Converters shared(sSharedDigits, 1, 0);
+        EXPECT_EQ(Format(format, 1.5), "1.5");
+        EXPECT_STREQ(sSharedDigits, "9999999999999999999999999999999") << "another was there";
+    }
 }
 
 // ---- Locales

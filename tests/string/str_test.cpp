@@ -140,6 +140,29 @@ TEST(StrSnprintf, DropsTheEndOfWhatIsNoUtf8)
     EXPECT_STREQ(buffer, "") << "a continuation byte alone is no character";
 }
 
+TEST(StrSnprintf, LooksBackAsFarAsTheLeadingByteIs)
+{
+    for (size_t following = 3; following < 40; following++) {
+        const std::string sequence = "\xc3" + std::string(following, '\x80');
+        char buffer[64];
+        EXPECT_EQ(Str_Snprintf(buffer, 3 + sequence.size(), "ab%sz", sequence.c_str()), -1);
+        EXPECT_STREQ(buffer, "ab") << following;
+    }
+}
+
+// What announces five bytes or six is no character today, but as long as it says.
+TEST(StrSnprintf, KeepsSequencesOfAnyAnnouncedLengthWhole)
+{
+    for (const std::string sequence : {"\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80",
+                                       "\xf8\x88\x80\x80\x80", "\xfc\x84\x80\x80\x80\x80"}) {
+        for (size_t kept = 1; kept <= sequence.size(); kept++) {
+            char buffer[16];
+            EXPECT_EQ(Str_Snprintf(buffer, 2 + kept, "a%sz", sequence.c_str()), -1);
+            EXPECT_EQ(buffer, kept == sequence.size() ? "a" + sequence : "a") << kept;
+        }
+    }
+}
+
 TEST(StrSnprintf, TerminatesWhatCannotBeFormatted)
 {
     ASSERT_STREQ(setlocale(LC_ALL, nullptr), "C");
@@ -255,6 +278,21 @@ TEST(StrSprintfDeathTest, EndsTheProcessWhenItDoesNotFit)
                  "lib/string/str:177 Buffer too small\n");
 }
 
+// The program's last words may be of what there was room for.
+char sCut[4];
+template <typename Format> void CutAndEnd(Format format)
+{
+    atexit([] { fprintf(stderr, "[%s]", sCut); });
+    format(sCut, sizeof sCut, "%s", "ab\xc3\xa9");
+}
+TEST(StrSprintfDeathTest, LeavesWholeCharactersWhenItEndsTheProcess)
+{
+    EXPECT_EXIT(CutAndEnd(Str_Sprintf), testing::ExitedWithCode(1),
+                testing::EndsWith("lib/string/str:214 Buffer too small\n[ab]"));
+    EXPECT_EXIT(CutAndEnd(Str_SprintfCLocale), testing::ExitedWithCode(1),
+                testing::EndsWith("lib/string/str:177 Buffer too small\n[ab]"));
+}
+
 // ---- Formatting into a new string
 
 // The child that ends writes to memory that is the parent's as well.
@@ -346,6 +384,24 @@ TEST(StrStrncpy, CopiesAtMostSoManyBytes)
     const AtPageEnd unterminated("xyz");
     Str_Strncpy(buffer, sizeof buffer, unterminated, 3);
     EXPECT_STREQ(buffer, "xyz");
+}
+
+TEST(StrCopying, WritesNothingBehindTheNul)
+{
+    const auto filled = [](const auto &write) {
+        std::string bytes(20, '#');
+        bytes[0] = '\0'; // an empty string, to append to
+        write(bytes.data());
+        return bytes;
+    };
+    const std::string expected = "abc" + std::string(1, '\0') + std::string(16, '#');
+    EXPECT_EQ(filled([](char *to) { Str_Strcpy(to, "abc", 20); }), expected);
+    EXPECT_EQ(filled([](char *to) { Str_Strncpy(to, 20, "abcdef", 3); }), expected);
+    EXPECT_EQ(filled([](char *to) { Str_Strncpy(to, 20, "abc", 10); }), expected);
+    EXPECT_EQ(filled([](char *to) { Str_Strcat(to, "abc", 20); }), expected);
+    EXPECT_EQ(filled([](char *to) { Str_Strncat(to, 20, "abc", 10); }), expected);
+    EXPECT_EQ(filled([](char *to) { Str_Snprintf(to, 20, "abc"); }), expected);
+    EXPECT_EQ(filled([](char *to) { Str_Sprintf(to, 20, "abc"); }), expected);
 }
 
 TEST(StrStrncpyDeathTest, EndsTheProcessWhenItDoesNotFit)
