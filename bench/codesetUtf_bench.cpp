@@ -13,6 +13,8 @@
 #include <string>
 #include <unicode/ustring.h>
 
+using namespace pelago;
+
 namespace {
 
 // How many letters in a hundred take two, three and four bytes of UTF-8.

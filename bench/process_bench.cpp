@@ -17,6 +17,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+using namespace pelago;
+
 static bool sLacksCloseRange; // as older kernels do
 
 constexpr int LIMIT = 1048576;

@@ -21,6 +21,8 @@
 
 #include <unicode/ucnv.h>
 
+using namespace pelago;
+
 namespace {
 
 using Result = std::optional<std::string>; // nothing: it failed

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+using namespace pelago;
+
 namespace {
 
 using MaybeText = std::optional<std::string>;

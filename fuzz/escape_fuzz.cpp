@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string>
 
+using namespace pelago;
+
 namespace {
 
 // Takes over a result of that size.

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+using namespace pelago;
+
 namespace {
 
 bool IsDigit(char byte) { return byte >= '0' && byte <= '9'; }

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 
+using namespace pelago::platform;
+
 namespace {
 
 using Fault = PropertyListFault;

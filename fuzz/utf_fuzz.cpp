@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <vector>
 
+using namespace pelago;
+
 namespace {
 
 template <typename From, typename To>

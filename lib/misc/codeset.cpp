@@ -9,6 +9,8 @@
 
 #include <unicode/putil.h>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char ICU_DATA_FILE[] = "icudt44l.dat"; // ICU 4.4's common data, little-endian
@@ -46,4 +48,4 @@ extern "C" bool CodeSet_Init(const char *icuDataDir)
 
 extern "C" void CodeSet_DontUseIcu() { sUseIcu = false; }
 
-bool CodeSetUsesIcu() { return sUseIcu; }
+bool pelago::CodeSetUsesIcu() { return sUseIcu; }

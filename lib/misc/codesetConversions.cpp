@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char UTF8[] = "UTF-8", UTF16LE[] = "UTF-16LE", UTF16BE[] = "UTF-16BE";

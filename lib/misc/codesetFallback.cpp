@@ -13,6 +13,8 @@
 #include <cstring>
 #include <unistd.h>
 
+namespace pelago {
+
 namespace {
 
 constexpr char UTF8_REPLACEMENT[] = "\xef\xbf\xbd";
@@ -139,3 +141,5 @@ bool CodeSetFallbackConvertDb(const char *codeIn, const char *bufIn, size_t size
     return CodeSetFallbackConvert(encodingIn, bufIn, sizeIn, encodingOut,
                                   Unicode_GetCurrentEncoding(), policy, db);
 }
+
+} // namespace pelago

@@ -10,6 +10,8 @@
 
 #include <unicode/ucnv.h>
 
+namespace pelago {
+
 namespace {
 
 // The checks that end the process.
@@ -115,3 +117,5 @@ bool CodeSetIcuIsValid(const char *buf, size_t size, const char *codeName)
     ucnv_toUChars(converter.get(), nullptr, 0, buf, static_cast<int32_t>(size), &status);
     return status == U_BUFFER_OVERFLOW_ERROR;
 }
+
+} // namespace pelago

@@ -7,6 +7,8 @@
 
 #include <cstddef>
 
+namespace pelago {
+
 constexpr char CODESET_MODULE[] = "lib/misc/codeset";
 
 // Whether conversions go through ICU.  Read it after the initialisation has returned.
@@ -30,5 +32,7 @@ bool CodeSetFallbackConvert(StringEncoding encodingIn, const char *bufIn, size_t
 bool CodeSetFallbackIsValid(const char *buf, size_t size, StringEncoding encoding);
 // UTF-16BE to UTF-8; false for what is not well-formed, and when memory runs out.
 bool CodeSetUtf16beToUtf8Db(const char *buf, size_t size, DynBuf *db);
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_CODESETINT_H

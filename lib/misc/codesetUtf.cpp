@@ -10,6 +10,8 @@
 #include <cstring>
 #include <immintrin.h>
 
+namespace pelago {
+
 namespace {
 
 // ---- Plain: the converters of lib/string, a piece at a time
@@ -164,3 +166,5 @@ bool CodeSetUtf16ToUtf8Db(const char *bytes, size_t size, DynBuf *db)
     const CodeSetUtfKernel &kernel = CodeSetUtfBest();
     return CodeSetUtfAppend(kernel.measureUtf16, kernel.utf16ToUtf8, bytes, size, db);
 }
+
+} // namespace pelago

@@ -12,6 +12,8 @@
 #include <cstddef>
 #include <span>
 
+namespace pelago {
+
 // Sizes are in bytes, of UTF-16 too, whose units may lie at any address.  bytes may be null when
 // size is 0.
 bool CodeSetUtf8IsValid(const char *bytes, size_t size);
@@ -44,5 +46,7 @@ extern const CodeSetUtfKernel AVX2, SSE42, PLAIN;
 
 // Those that this processor can run, the fastest first.
 std::span<const CodeSetUtfKernel *const> CodeSetUtfKernels();
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_CODESETUTF_H

@@ -1,6 +1,8 @@
 // codesetUtfAvx2.cpp -- the kernel in vectors of 32 bytes.  Compiled for AVX2.
 #include "codesetUtfKernel.h"
 
+namespace pelago {
+
 namespace {
 
 // Most instructions work in each half of 16 bytes by itself.
@@ -103,3 +105,5 @@ struct Avx2 {
 } // namespace
 
 const CodeSetUtfKernel CodeSetUtf::AVX2 = Kernel<Avx2>::Named("AVX2");
+
+} // namespace pelago

@@ -17,6 +17,8 @@
 #include <cstring>
 #include <immintrin.h>
 
+namespace pelago {
+
 namespace {
 
 // ---- Tables
@@ -385,5 +387,7 @@ template <typename Vector> struct Kernel {
 };
 
 } // namespace
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_CODESETUTFKERNEL_H

@@ -1,6 +1,8 @@
 // codesetUtfSse42.cpp -- the kernel in vectors of 16 bytes.  Compiled for SSE4.2.
 #include "codesetUtfKernel.h"
 
+namespace pelago {
+
 namespace {
 
 struct Sse42 {
@@ -76,3 +78,5 @@ struct Sse42 {
 } // namespace
 
 const CodeSetUtfKernel CodeSetUtf::SSE42 = Kernel<Sse42>::Named("SSE42");
+
+} // namespace pelago

@@ -15,6 +15,8 @@
 #include <cstring>
 #include <new>
 
+using namespace pelago;
+
 namespace {
 
 constexpr uint32_t ERR_BUCKETS = 2048;
@@ -91,7 +93,7 @@ ErrEntry *ErrFindOrMakeEntry(int number)
 
 } // namespace
 
-char *ErrFormatSystemText(int number, char *buffer, size_t size)
+char *pelago::ErrFormatSystemText(int number, char *buffer, size_t size)
 {
     if (strerror_r(number, buffer, size) != 0) {
         Str_Sprintf(buffer, size, "Unknown error %d", number);

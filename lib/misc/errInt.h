@@ -4,8 +4,12 @@
 
 #include <cstddef>
 
+namespace pelago {
+
 // Fills the buffer with the system's text for the number, or with "Unknown error %d" when it has
 // none that fits; that text must fit.  Returns the buffer.  May change errno.
 char *ErrFormatSystemText(int number, char *buffer, size_t size);
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_ERRINT_H

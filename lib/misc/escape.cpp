@@ -16,6 +16,8 @@
 #include <optional>
 #include <utility>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char ESCAPE_SOURCE_PATH[] = "lib/misc/escape";

@@ -8,6 +8,8 @@
 #include <mach/mach_time.h>
 #include <sys/time.h>
 
+using namespace pelago;
+
 namespace {
 
 constexpr int TIMEBASE_CHECK = 2668; // the check that ends the process

@@ -9,6 +9,8 @@
 #include <cpuid.h>
 #include <cstring>
 
+using namespace pelago;
+
 namespace {
 
 constexpr size_t VENDOR_SIZE = 12;
@@ -75,7 +77,7 @@ bool HostinfoAppendGroup(DynBuf *dump, HostinfoCpuidSource ask, const uint32_t (
 
 // ---- What the processor says of itself
 
-bool HostinfoSummarizeCpuid(HostinfoCpuidSource ask, HostinfoCpuidSummary *summary)
+bool pelago::HostinfoSummarizeCpuid(HostinfoCpuidSource ask, HostinfoCpuidSummary *summary)
 {
     const HostinfoCpuidLeaf basic = ask(0);
     if (basic.eax == 0) {
@@ -100,7 +102,7 @@ extern "C" bool Hostinfo_GetCpuid(HostinfoCpuidSummary *summary)
     return HostinfoSummarizeCpuid(HostinfoAskProcessor, summary);
 }
 
-char *HostinfoDumpCpuid(HostinfoCpuidSource ask)
+char *pelago::HostinfoDumpCpuid(HostinfoCpuidSource ask)
 {
     DynBuf dump;
     DynBuf_Init(&dump);

@@ -23,6 +23,8 @@
 #include <unistd.h>
 #include <utility>
 
+using namespace pelago;
+
 namespace {
 
 // ---- The state that a program starts with
@@ -64,7 +66,7 @@ void CloseDescriptorsBut(const int *keepFds, size_t numKeepFds)
         for (size_t i = 0; i < numKeepFds; i++) {
             if (keepFds[i] >= first && keepFds[i] < next) { next = keepFds[i]; }
         }
-        Host_CloseDescriptors(static_cast<int>(first), static_cast<int>(next - 1));
+        platform::Host_CloseDescriptors(static_cast<int>(first), static_cast<int>(next - 1));
         first = next + 1;
     }
 }
@@ -79,7 +81,7 @@ void RaiseAddressSpaceLimit()
 
 } // namespace
 
-void HostinfoResetProcessState(const int *keepFds, size_t numKeepFds)
+void pelago::HostinfoResetProcessState(const int *keepFds, size_t numKeepFds)
 {
     StopTimers();
     ResetSignals();

@@ -4,9 +4,13 @@
 
 #include <cstddef>
 
+namespace pelago {
+
 // For a child that is about to execute a program: stops the timers, gives signals their default
 // actions, closes every descriptor above 2 but those listed, and raises the limit of the address
 // space as far as it goes.  The list is in any order, and what is not open may be in it.
 void HostinfoResetProcessState(const int *keepFds, size_t numKeepFds);
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_HOSTINFODAEMONIZEINT_H

@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace pelago {
+
 // Whose fatal reports these are.
 constexpr char HOSTINFO_MODULE[] = "lib/misc/hostinfoPosix";
 
@@ -68,5 +70,7 @@ bool HostinfoSummarizeCpuid(HostinfoCpuidSource ask, HostinfoCpuidSummary *summa
 
 // NULL when memory runs out.
 char *HostinfoDumpCpuid(HostinfoCpuidSource ask);
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_HOSTINFOINT_H

@@ -12,6 +12,8 @@
 #include <mach_debug/mach_debug_types.h>
 #include <unistd.h>
 
+using namespace pelago;
+
 namespace {
 
 constexpr int LOAD_AVERAGES = 3;

@@ -19,6 +19,8 @@
 #include <sys/utsname.h>
 #include <utility>
 
+using namespace pelago;
+
 namespace {
 
 // The checks that end the process.
@@ -78,7 +80,7 @@ char sDetailedData[DETAILED_DATA_SIZE];
 
 // ---- The kernel's version
 
-bool HostinfoParseRelease(const char *release, HostinfoOSVersion *version)
+bool pelago::HostinfoParseRelease(const char *release, HostinfoOSVersion *version)
 {
     char rest[RELEASE_LENGTH] = "";
     if (sscanf(release, "%d.%d.%d%255s", &version->major, &version->minor, &version->micro, rest) <
@@ -121,7 +123,7 @@ const HostinfoOSVersion &HostinfoVersion()
 
 } // namespace
 
-void HostinfoOSVersionInit()
+void pelago::HostinfoOSVersionInit()
 {
     if (sVersion.load(std::memory_order_acquire) != nullptr) { return; }
     HostinfoOSVersion *version = HostinfoNewVersion(__func__);
@@ -291,7 +293,7 @@ bool HostinfoHasNames()
 
 } // namespace
 
-void HostinfoKeepNames(const char *fullName, const char *shortName)
+void pelago::HostinfoKeepNames(const char *fullName, const char *shortName)
 {
     while (sNamesLock.exchange(1, std::memory_order_acquire) != 0) {}
     if (!sNamesAreKept.load(std::memory_order_relaxed)) {
@@ -302,7 +304,7 @@ void HostinfoKeepNames(const char *fullName, const char *shortName)
     sNamesLock.store(0, std::memory_order_release);
 }
 
-bool HostinfoOSData()
+bool pelago::HostinfoOSData()
 {
     utsname kernel;
     if (uname(&kernel) < 0) {

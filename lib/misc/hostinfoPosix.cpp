@@ -5,6 +5,8 @@
 
 #include <sys/sysctl.h>
 
+namespace pelago {
+
 bool HostinfoReadValue(const char *name, void *value, size_t size)
 {
     return sysctlbyname(name, value, &size, nullptr, 0) == 0;
@@ -19,3 +21,5 @@ char *HostinfoReadText(const char *name)
     text.get()[size] = '\0'; // it brings its own, as far as anybody knows
     return text.release();
 }
+
+} // namespace pelago

@@ -11,6 +11,8 @@
 #include <pwd.h>
 #include <unistd.h>
 
+using namespace pelago;
+
 namespace {
 
 constexpr uint32_t MODULE_PATH_SIZE = 1024; // macOS's PATH_MAX, on every host

@@ -16,6 +16,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+using namespace pelago;
+
 namespace {
 
 struct LocationProcessTag {

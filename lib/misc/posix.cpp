@@ -12,6 +12,8 @@
 #include <unistd.h>
 #include <utime.h>
 
+using namespace pelago;
+
 extern "C" int Posix_Open(const char *path, int flags, ...)
 {
     int mode = 0; // as mode_t is passed where it is narrower than an int

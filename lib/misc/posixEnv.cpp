@@ -15,6 +15,8 @@
 #include <cstring>
 #include <new>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char POSIX_MODULE[] = "lib/misc/posixInt";

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <unistd.h>
 
+using namespace pelago;
+
 namespace {
 
 using Execute = int (*)(const char *path, char *const argv[]);

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <type_traits>
 
+namespace pelago {
+
 // One text argument in the host's encoding, for the length of one call; NULL stays NULL.  Neither
 // making nor freeing it leaves a trace in errno.
 class HostText {
@@ -90,5 +92,7 @@ inline Unicode PosixFromHost(const char *bytes)
     ErrnoSaver keep;
     return Unicode_AllocWithLength(bytes, -1, STRING_ENCODING_DEFAULT);
 }
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_POSIXINT_H

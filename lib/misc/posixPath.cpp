@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <unistd.h>
 
+using namespace pelago;
+
 namespace {
 
 // Sizes of a buffer for what a link says: most fit the first.

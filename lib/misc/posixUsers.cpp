@@ -11,6 +11,8 @@
 #include <unistd.h>
 #include <utility>
 
+using namespace pelago;
+
 namespace {
 
 template <typename Record, size_t COUNT> using UsersFields = char *Record::*const[COUNT];

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <memory>
 
+namespace pelago {
+
 // Puts errno back, at the end of the block, to what it was at the start.
 struct ErrnoSaver {
     const int mSaved = errno;
@@ -28,5 +30,7 @@ struct FreeQuietly {
 
 // A malloc'ed block that is ours until release(); freeing it leaves no trace in errno.
 template <typename T> using ScopedFree = std::unique_ptr<T, FreeQuietly>;
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_SCOPED_H

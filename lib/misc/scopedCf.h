@@ -7,6 +7,8 @@
 #include <memory>
 #include <type_traits>
 
+namespace pelago {
+
 struct CfRelease {
     void operator()(CFTypeRef object) const noexcept { CFRelease(object); }
     void operator()(CFReadStreamRef stream) const noexcept
@@ -18,5 +20,7 @@ struct CfRelease {
 
 // What a Create or Copy function has returned, or nullptr; ours until release().
 template <typename Ref> using ScopedCf = std::unique_ptr<std::remove_pointer_t<Ref>, CfRelease>;
+
+} // namespace pelago
 
 #endif // PELAGO_MISC_SCOPEDCF_H

@@ -11,6 +11,8 @@
 #include <pwd.h>
 #include <unistd.h>
 
+using namespace pelago;
+
 namespace {
 
 constexpr size_t UTIL_MAX_CHUNKS = 100;

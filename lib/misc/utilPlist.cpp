@@ -9,6 +9,8 @@
 #include <cstring>
 #include <sys/stat.h>
 
+using namespace pelago;
+
 namespace {
 
 // nullptr when the string cannot be had.

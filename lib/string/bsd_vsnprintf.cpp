@@ -22,6 +22,8 @@
 #include <string_view>
 #include <strings.h>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char MODULE_PATH[] = "lib/string/bsd_vsnprintf";

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+namespace pelago {
+
 namespace {
 
 // Reads a format for its arguments' types, without any values.
@@ -80,3 +82,5 @@ bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **tab
     }
     return true;
 }
+
+} // namespace pelago

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <type_traits>
 
+namespace pelago {
+
 // How an argument is passed.  An argument that no conversion names is skipped as an int.
 enum FormatType : uint32_t {
     FORMAT_TYPE_INT, // or what is promoted to it
@@ -131,5 +133,7 @@ private:
     FormatValue *mTable = nullptr;
     FormatValue mAutomatic[FORMAT_AUTOMATIC_ARGUMENTS];
 };
+
+} // namespace pelago
 
 #endif // PELAGO_STRING_FORMATARGUMENTS_H

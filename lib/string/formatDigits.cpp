@@ -5,6 +5,8 @@
 #include <cstring>
 #include <pthread.h>
 
+namespace pelago {
+
 namespace {
 
 // The C library has one place for the digits that it returns.  (A std::mutex can throw, and would
@@ -47,3 +49,5 @@ FormatDecimal bsd_cvt(FormatMode mode, int digits, double value)
     }
     return decimal;
 }
+
+} // namespace pelago

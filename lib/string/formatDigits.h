@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace pelago {
+
 // The trailing "?" is never printed.
 constexpr char FORMAT_LOWER_DIGITS[] = "0123456789abcdef?";
 constexpr char FORMAT_UPPER_DIGITS[] = "0123456789ABCDEF?";
@@ -140,5 +142,7 @@ enum FormatMode : int {
 // The digits of a value, without the zeros at their end but for the first digit; a value that is
 // not finite is spelt out.  Correctly rounded, and to any number of digits.
 FormatDecimal bsd_cvt(FormatMode mode, int digits, double value);
+
+} // namespace pelago
 
 #endif // PELAGO_STRING_FORMATDIGITS_H

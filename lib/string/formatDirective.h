@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace pelago {
+
 enum FormatFlag : unsigned {
     FORMAT_ALTERNATE = 1U << 0,
     FORMAT_BLANK = 1U << 1,
@@ -155,5 +157,7 @@ const char *FormatRead(const char *text, Arguments *arguments, FormatDirective *
         }
     }
 }
+
+} // namespace pelago
 
 #endif // PELAGO_STRING_FORMATDIRECTIVE_H

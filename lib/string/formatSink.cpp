@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+namespace pelago {
+
 namespace {
 
 // Sees to room for the bytes that wait and a NUL: the smallest multiple of the capacity that holds
@@ -78,3 +80,5 @@ int bsd_sprint(FormatSink *sink, FormatGatherList *list)
     list->count = 0;
     return sink->error;
 }
+
+} // namespace pelago

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+namespace pelago {
+
 struct FormatSink {
     char *buffer;
     size_t capacity; // of the buffer, in bytes
@@ -104,5 +106,7 @@ private:
     size_t mScratchUsed = 0;
     char mScratch[FORMAT_PIECES][SCRATCH_SIZE];
 };
+
+} // namespace pelago
 
 #endif // PELAGO_STRING_FORMATSINK_H

@@ -1,6 +1,8 @@
 // utf.cpp -- one loop for all conversions: each form reads one character, or writes one.
 #include "utf.h"
 
+namespace pelago {
+
 namespace {
 
 constexpr uint32_t HIGH_FIRST = 0xD800, LOW_FIRST = 0xDC00, LOW_LAST = 0xDFFF;
@@ -211,3 +213,5 @@ bool Utf8SequenceIsLegal(const uint8_t *sequence, size_t length)
     }
     return length == 1 || Utf8SecondFits(sequence[0], sequence[1]);
 }
+
+} // namespace pelago

@@ -24,6 +24,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace pelago {
+
 // A character is looked at before room for it is sought.  A full target is told before the Illegal
 // of values that were replaced, so that whoever makes room and calls again loses nothing.
 enum class UtfResult : int {
@@ -51,5 +53,7 @@ UtfResult Utf8ToUtf32(const uint8_t **source, const uint8_t *sourceEnd, uint32_t
 // Whether these bytes are one whole character: a leading byte that announces that length (1 to 4),
 // continuation bytes after it, no longer than needed, no surrogate, nothing above U+10FFFF.
 bool Utf8SequenceIsLegal(const uint8_t *sequence, size_t length);
+
+} // namespace pelago
 
 #endif // PELAGO_STRING_UTF_H

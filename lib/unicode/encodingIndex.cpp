@@ -17,6 +17,8 @@
 #include <iterator>
 #include <string_view>
 
+namespace pelago {
+
 namespace {
 
 constexpr int ENCODING_NUM_ROWS = std::size(ENCODING_ROWS);
@@ -205,3 +207,5 @@ const char *EncodingPreferredName(StringEncoding encoding)
     if (!Unicode_IsEncodingValid(encoding)) { return nullptr; }
     return NAMES.Text(PREFERRED_NAMES[encoding]);
 }
+
+} // namespace pelago

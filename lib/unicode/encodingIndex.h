@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+namespace pelago {
+
 constexpr int ENCODING_NO_ROW = -1;
 
 // The first row with this code page, with exactly this name, with a name that is this one once it
@@ -23,5 +25,7 @@ StringEncoding EncodingOfRow(int row);
 // The name that ICU knows the encoding by, supported or not; nullptr when there is no such
 // encoding.
 const char *EncodingPreferredName(StringEncoding encoding);
+
+} // namespace pelago
 
 #endif // PELAGO_UNICODE_ENCODINGINDEX_H

@@ -10,6 +10,8 @@
 
 #include <cstdint>
 
+namespace pelago {
+
 constexpr int ENCODING_MOST_NAMES = 20; // of one row
 
 struct EncodingRow {
@@ -617,5 +619,7 @@ inline constexpr EncodingRow ENCODING_ROWS[] = {
      {"Windows-57011", "ISCII,version=2", "x-iscii-pa", "iscii-gur"}},
 };
 // clang-format on
+
+} // namespace pelago
 
 #endif // PELAGO_UNICODE_ENCODINGROWS_H

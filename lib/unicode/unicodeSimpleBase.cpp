@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char MODULE_PATH[] = "lib/unicode/unicodeSimpleBase";
@@ -154,8 +156,8 @@ char *UnicodeCopy(const char *bytes, size_t length)
 
 // ---- Strings from bytes
 
-Unicode UnicodeAllocInternal(const void *buffer, size_t length, StringEncoding encoding,
-                             bool strict)
+Unicode pelago::UnicodeAllocInternal(const void *buffer, size_t length, StringEncoding encoding,
+                                     bool strict)
 {
     encoding = Unicode_ResolveEncoding(encoding);
     const char *bytes = static_cast<const char *>(buffer);

@@ -13,6 +13,8 @@
 #include <bit>
 #include <cstring>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char UNICODE_MODULE[] = "lib/unicode/unicodeSimpleTypes";

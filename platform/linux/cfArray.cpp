@@ -1,6 +1,8 @@
 // cfArray.cpp -- arrays, mutable or not, that treat their values as the creator's call backs say.
 #include "cfTypes.h"
 
+using namespace pelago::platform;
+
 namespace {
 
 bool ArrayEqual(const CFObject *one, const CFObject *other)

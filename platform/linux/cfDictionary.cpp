@@ -1,6 +1,8 @@
 // cfDictionary.cpp -- dictionaries as property lists have them: keys are strings.
 #include "cfTypes.h"
 
+using namespace pelago::platform;
+
 namespace {
 
 bool DictionaryEqual(const CFObject *one, const CFObject *other)
@@ -40,7 +42,10 @@ void __CFDictionary::Set(CFStringRef key, CFTypeRef value)
     mIndex.emplace(key->mText, mEntries.size() - 1);
 }
 
-CFMutableDictionaryRef CFDictionaryCreateEmpty() { return CFNew<__CFDictionary>(); }
+CFMutableDictionaryRef pelago::platform::CFDictionaryCreateEmpty()
+{
+    return CFNew<__CFDictionary>();
+}
 
 extern "C" CFTypeID CFDictionaryGetTypeID(void) { return CF_TYPE_DICTIONARY; }
 

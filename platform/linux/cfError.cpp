@@ -1,6 +1,8 @@
 // cfError.cpp -- why a call failed, as a number.
 #include "cfTypes.h"
 
+using namespace pelago::platform;
+
 namespace {
 
 bool ErrorEqual(const CFObject *one, const CFObject *other)
@@ -15,7 +17,7 @@ constexpr CFClass ERROR_CLASS = {CF_TYPE_ERROR, CFDestroy<__CFError>, ErrorEqual
 
 __CFError::__CFError(CFIndex code) : CFObject(ERROR_CLASS), mCode(code) {}
 
-CFErrorRef CFErrorCreateWithCode(CFIndex code) { return CFNew<__CFError>(code); }
+CFErrorRef pelago::platform::CFErrorCreateWithCode(CFIndex code) { return CFNew<__CFError>(code); }
 
 extern "C" CFTypeID CFErrorGetTypeID(void) { return CF_TYPE_ERROR; }
 

@@ -10,6 +10,8 @@
 
 #include <algorithm>
 
+using namespace pelago::platform;
+
 namespace {
 
 using CodePoints = std::vector<UChar32>;

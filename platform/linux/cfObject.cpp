@@ -4,9 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+using namespace pelago::platform;
+
 extern "C" const CFAllocatorRef kCFAllocatorDefault = nullptr;
 
-void CFStop(const char *function, const char *reason)
+void pelago::platform::CFStop(const char *function, const char *reason)
 {
     fprintf(stderr, "Core Foundation: %s: %s\n", function, reason);
     abort();

@@ -16,6 +16,8 @@
 #include <type_traits>
 #include <utility>
 
+namespace pelago::platform {
+
 // The run-time numbers that CFGetTypeID answers.  Zero is no type.
 enum CFTypeNumber : CFTypeID {
     CF_TYPE_STRING = 1,
@@ -89,5 +91,7 @@ struct CFReleaser {
 };
 // One reference that is ours.  Ref is one of the SDK's ...Ref types.
 template <typename Ref> using CFOwned = std::unique_ptr<std::remove_pointer_t<Ref>, CFReleaser>;
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_CFOBJECT_H */

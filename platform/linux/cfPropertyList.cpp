@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+using namespace pelago::platform;
+
 namespace {
 
 // 0, or the code of the error.  May throw.

@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 bool ReadStreamEqual(const CFObject *one, const CFObject *other) { return one == other; }

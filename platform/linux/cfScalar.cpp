@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr double TWO_TO_63 = 9223372036854775808.0;
@@ -120,9 +122,12 @@ __CFNumber::__CFNumber(uint64_t value)
 __CFNumber::__CFNumber(double value) : CFObject(NUMBER_CLASS), mKind(Kind::Real), mReal(value) {}
 __CFDate::__CFDate(CFAbsoluteTime at) : CFObject(DATE_CLASS), mAt(at) {}
 __CFData::__CFData(std::vector<UInt8> bytes) : CFObject(DATA_CLASS), mBytes(std::move(bytes)) {}
-CFUid::CFUid(uint64_t value) : CFObject(UID_CLASS), mValue(value) {}
+pelago::platform::CFUid::CFUid(uint64_t value) : CFObject(UID_CLASS), mValue(value) {}
 
-CFNumberRef CFNumberCreateUnsigned(uint64_t value) { return CFNew<__CFNumber>(value); }
+CFNumberRef pelago::platform::CFNumberCreateUnsigned(uint64_t value)
+{
+    return CFNew<__CFNumber>(value);
+}
 
 extern "C" CFTypeID CFNumberGetTypeID(void) { return CF_TYPE_NUMBER; }
 

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <mutex>
 
+using namespace pelago::platform;
+
 namespace {
 
 bool StringEqual(const CFObject *one, const CFObject *other)
@@ -66,7 +68,7 @@ __CFString::__CFString(std::string text, CFIndex unitCount, Kind kind)
       mText(std::move(text)), mUnitCount(unitCount)
 {}
 
-std::optional<CFIndex> CFUtf8UnitCount(std::string_view text)
+std::optional<CFIndex> pelago::platform::CFUtf8UnitCount(std::string_view text)
 {
     CFIndex count = 0;
     while (!text.empty()) {
@@ -78,7 +80,7 @@ std::optional<CFIndex> CFUtf8UnitCount(std::string_view text)
     return count;
 }
 
-CFStringRef CFStringCreateWithText(std::string_view text)
+CFStringRef pelago::platform::CFStringCreateWithText(std::string_view text)
 {
     const std::optional<CFIndex> unitCount = CFUtf8UnitCount(text);
     if (!unitCount || text.find('\0') != text.npos) { return nullptr; }

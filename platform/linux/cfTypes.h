@@ -17,7 +17,7 @@
 #include <unordered_map>
 #include <vector>
 
-struct __CFString final : CFObject {
+struct __CFString final : pelago::platform::CFObject {
     enum class Kind { Immutable, Mutable, Constant };
     __CFString(std::string text, CFIndex unitCount, Kind kind);
     const bool mIsMutable;
@@ -25,7 +25,7 @@ struct __CFString final : CFObject {
     CFIndex mUnitCount; // its length in UTF-16 units
 };
 
-struct __CFArray final : CFObject {
+struct __CFArray final : pelago::platform::CFObject {
     __CFArray(const CFArrayCallBacks *callBacks, bool isMutable);
     ~__CFArray();
     const void *Retained(const void *value) const;
@@ -37,11 +37,11 @@ struct __CFArray final : CFObject {
 };
 
 // Keeps the order in which keys came in.
-struct __CFDictionary final : CFObject {
+struct __CFDictionary final : pelago::platform::CFObject {
     __CFDictionary();
     struct Entry {
-        CFOwned<CFStringRef> key;
-        CFOwned<CFTypeRef> value;
+        pelago::platform::CFOwned<CFStringRef> key;
+        pelago::platform::CFOwned<CFTypeRef> value;
     };
     // A key that is there already gets the new value.  After std::bad_alloc it can only be
     // released.
@@ -52,7 +52,7 @@ struct __CFDictionary final : CFObject {
 };
 
 // Only what does not fit a signed number is kept as an unsigned one.
-struct __CFNumber final : CFObject {
+struct __CFNumber final : pelago::platform::CFObject {
     enum class Kind { Signed, Unsigned, Real };
     explicit __CFNumber(int64_t value);
     explicit __CFNumber(uint64_t value);
@@ -63,44 +63,48 @@ struct __CFNumber final : CFObject {
     double mReal = 0;
 };
 
-struct __CFBoolean final : CFObject {
-    constexpr __CFBoolean(const CFClass &cls, bool value) : CFObject(cls, true), mValue(value) {}
+struct __CFBoolean final : pelago::platform::CFObject {
+    constexpr __CFBoolean(const pelago::platform::CFClass &cls, bool value)
+        : CFObject(cls, true), mValue(value)
+    {}
     bool mValue;
 };
 
-struct __CFDate final : CFObject {
+struct __CFDate final : pelago::platform::CFObject {
     explicit __CFDate(CFAbsoluteTime at);
     CFAbsoluteTime mAt;
 };
 
-struct __CFData final : CFObject {
+struct __CFData final : pelago::platform::CFObject {
     explicit __CFData(std::vector<UInt8> bytes);
     std::vector<UInt8> mBytes;
 };
+
+// A file's; nothing else is made here.
+struct __CFURL final : pelago::platform::CFObject {
+    explicit __CFURL(std::string path);
+    const std::string mPath; // absolute
+};
+
+struct __CFReadStream final : pelago::platform::CFObject {
+    explicit __CFReadStream(std::string path);
+    const std::string mPath;
+    bool mWasOpened = false; // once at most
+    pelago::platform::OwnedFd mFd;
+};
+
+struct __CFError final : pelago::platform::CFObject {
+    explicit __CFError(CFIndex code);
+    const CFIndex mCode;
+};
+
+namespace pelago::platform {
 
 // What archives in binary property lists refer to each other by.  The SDK has this type too, and
 // names it to nobody.
 struct CFUid final : CFObject {
     explicit CFUid(uint64_t value);
     uint64_t mValue;
-};
-
-// A file's; nothing else is made here.
-struct __CFURL final : CFObject {
-    explicit __CFURL(std::string path);
-    const std::string mPath; // absolute
-};
-
-struct __CFReadStream final : CFObject {
-    explicit __CFReadStream(std::string path);
-    const std::string mPath;
-    bool mWasOpened = false; // once at most
-    OwnedFd mFd;
-};
-
-struct __CFError final : CFObject {
-    explicit __CFError(CFIndex code);
-    const CFIndex mCode;
 };
 
 // The length in UTF-16 units, when the text is strict UTF-8: no surrogates, no overlong forms,
@@ -111,5 +115,7 @@ CFStringRef CFStringCreateWithText(std::string_view text); // nullptr for a NUL 
 CFNumberRef CFNumberCreateUnsigned(uint64_t value);
 CFMutableDictionaryRef CFDictionaryCreateEmpty();
 CFErrorRef CFErrorCreateWithCode(CFIndex code);
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_CFTYPES_H */

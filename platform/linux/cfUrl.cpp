@@ -5,6 +5,8 @@
 #include <cstring>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 bool UrlEqual(const CFObject *one, const CFObject *other)

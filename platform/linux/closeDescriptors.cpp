@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+namespace pelago::platform {
+
 namespace {
 
 void CloseOneByOne(int first, int last)
@@ -55,3 +57,5 @@ void Host_CloseDescriptors(int first, int last)
     // Older kernels lack the call, and a filter of system calls may forbid it.
     if (!CloseByListing(first, last)) { CloseOneByOne(first, last); }
 }
+
+} // namespace pelago::platform

@@ -8,6 +8,8 @@
 
 #include <utility>
 
+namespace pelago::platform {
+
 namespace {
 
 constexpr size_t READ_STEP = 16u << 10;
@@ -87,3 +89,5 @@ std::string_view HostField(std::string_view text, std::string_view name)
     });
     return value;
 }
+
+} // namespace pelago::platform

@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+namespace pelago::platform {
+
 // A descriptor that is closed with its owner.
 class OwnedFd {
 public:
@@ -51,5 +53,7 @@ template <typename Visit> void HostForEachLine(std::string_view text, const Visi
 
 // The value of the first line of that name; empty when there is none.
 std::string_view HostField(std::string_view text, std::string_view name);
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_HOSTFILE_H */

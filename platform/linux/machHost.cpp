@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+using namespace pelago::platform;
+
 namespace {
 
 // There are no ports here; these stand for the only two that are asked.

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <utility>
 
+namespace pelago::platform {
+
 namespace {
 
 constexpr mode_t NEW_FILE_MODE = 0644;
@@ -231,3 +233,5 @@ int ReplaceFile(const std::string &path, const FileContent &content, const FileC
     }
     return syncError;
 }
+
+} // namespace pelago::platform

@@ -12,6 +12,8 @@
 
 #include <string>
 
+namespace pelago::platform {
+
 // Tells whether a file has changed.  All zero for a missing file.
 struct FileSignature {
     dev_t device = 0;
@@ -61,5 +63,7 @@ int ReadWholeFile(const char *path, size_t maxSize, FileContent *content, FileSi
 // anything is changed.
 int ReplaceFile(const std::string &path, const FileContent &content, const FileContent &oldContent,
                 FileSignature *signature);
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_PREFERENCESFILE_H */

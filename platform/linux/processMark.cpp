@@ -13,6 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace pelago::platform {
+
 namespace {
 
 constexpr size_t MAX_FILE_SIZE = 4096; // a stat line and a boot id are far shorter
@@ -132,3 +134,5 @@ bool ProcessMark::AnotherOfOurNameRuns()
         if (isOurUsers && Of(pid)) { return true; }
     }
 }
+
+} // namespace pelago::platform

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <sys/types.h>
 
+namespace pelago::platform {
+
 struct ProcessMark {
     pid_t pid = 0;
     uint64_t start = 0; // clock ticks from the boot to the start of the process
@@ -31,5 +33,7 @@ struct ProcessMark {
     static bool AnotherOfOurNameRuns();
     bool operator==(const ProcessMark &other) const = default;
 };
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_PROCESSMARK_H */

@@ -9,6 +9,8 @@
 #include <clocale>
 #include <unordered_set>
 
+namespace pelago::platform {
+
 namespace {
 
 using Fault = PropertyListFault;
@@ -188,3 +190,5 @@ const char *PropertyListFaultText(PropertyListFault fault)
     default: return "it is damaged, or not a property list";
     }
 }
+
+} // namespace pelago::platform

@@ -16,6 +16,8 @@
 #include <string>
 #include <string_view>
 
+namespace pelago::platform {
+
 class PropertyList {
 public:
     PropertyList();
@@ -48,5 +50,7 @@ private:
 // Any property list, whatever its root, as a new object that the caller releases, and its format.
 // On a fault nothing is stored.  May throw.
 PropertyListFault PropertyListCopyObject(std::string_view bytes, CFTypeRef *object, bool *isBinary);
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_PROPERTYLIST_H */

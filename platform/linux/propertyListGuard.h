@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <string_view>
 
+namespace pelago::platform {
+
 enum class PropertyListFault {
     None,
     Empty,    // no bytes at all
@@ -48,5 +50,7 @@ constexpr std::string_view PROPERTY_LIST_UTF8_MARK = "\xEF\xBB\xBF";
 // Both may throw std::bad_alloc.  The XML text comes without a byte-order mark.
 PropertyListFault PropertyListGuardXml(std::string_view text);
 PropertyListFault PropertyListGuardBinary(std::string_view bytes);
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_PROPERTYLISTGUARD_H */

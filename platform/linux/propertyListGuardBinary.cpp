@@ -7,6 +7,8 @@
 #include <optional>
 #include <vector>
 
+namespace pelago::platform {
+
 namespace {
 
 using Fault = PropertyListFault;
@@ -292,3 +294,5 @@ PropertyListFault PropertyListGuardBinary(std::string_view bytes)
 {
     return BinaryGuard(bytes).Check();
 }
+
+} // namespace pelago::platform

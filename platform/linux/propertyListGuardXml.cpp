@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <array>
 
+namespace pelago::platform {
+
 namespace {
 
 using Fault = PropertyListFault;
@@ -408,3 +410,5 @@ PropertyListFault PropertyListGuardXml(std::string_view text)
     if (!CFUtf8UnitCount(text)) { return Fault::Encoding; }
     return XmlGuard(text).Check();
 }
+
+} // namespace pelago::platform

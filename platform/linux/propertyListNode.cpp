@@ -5,6 +5,8 @@
 
 #include <bit>
 
+namespace pelago::platform {
+
 namespace {
 
 constexpr unsigned char MARKER_INT64 = 0x13, MARKER_INT128 = 0x14, MARKER_DATE = 0x33;
@@ -262,3 +264,5 @@ PropertyListFault PlistFromObject(CFTypeRef object, PlistOwned *node)
     *node = maker.Make(object);
     return maker.Fault();
 }
+
+} // namespace pelago::platform

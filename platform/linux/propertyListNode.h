@@ -14,6 +14,8 @@
 #include <memory>
 #include <string>
 
+namespace pelago::platform {
+
 struct PlistFree {
     void operator()(void *node) const { plist_free(node); }
 };
@@ -73,5 +75,7 @@ PropertyListFault PlistFromObject(CFTypeRef object, PlistOwned *node);
 
 // The XML form of a tree.  A date outside the years 0 to 9999 is not representable.
 PropertyListFault PlistWriteXml(plist_t root, std::string *text);
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_PROPERTYLISTNODE_H */

@@ -8,6 +8,8 @@
 #include <cmath>
 #include <cstdio>
 
+namespace pelago::platform {
+
 namespace {
 
 constexpr char HEADER[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
@@ -227,3 +229,5 @@ PropertyListFault PlistWriteXml(plist_t root, std::string *text)
     text->append(FOOTER);
     return PropertyListFault::None;
 }
+
+} // namespace pelago::platform

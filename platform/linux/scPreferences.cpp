@@ -17,6 +17,8 @@
 #include <optional>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr char DEFAULT_FOLDER[] = "/Library/Preferences/SystemConfiguration/";

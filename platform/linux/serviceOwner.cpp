@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <unistd.h>
 
+namespace pelago::platform {
+
 namespace {
 
 constexpr std::string_view SERVICE = "disk";
@@ -74,3 +76,5 @@ CFOwned<CFMutableArrayRef> ServiceCopyWithoutAny(CFArrayRef services)
 {
     return CopyWithout(services, services->mValues.size());
 }
+
+} // namespace pelago::platform

@@ -16,6 +16,8 @@
 
 #include <string>
 
+namespace pelago::platform {
+
 constexpr char SERVICE_KEY[] = "EnabledServices";
 
 enum class ServiceOwner {
@@ -37,5 +39,7 @@ void ServiceAppend(CFMutableArrayRef services);
 // A copy without the first "disk", which is what an owner takes out at its end, or without any.
 CFOwned<CFMutableArrayRef> ServiceCopyWithoutFirst(CFArrayRef services);
 CFOwned<CFMutableArrayRef> ServiceCopyWithoutAny(CFArrayRef services);
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_SERVICEOWNER_H */

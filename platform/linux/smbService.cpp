@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+namespace pelago::platform {
+
 namespace {
 
 // The file, as far as it is about the service.
@@ -130,3 +132,5 @@ SmbChange SmbServiceSwitchOff(const std::string &path, std::string *reason)
 {
     return Change(path, true, SwitchedOff, reason);
 }
+
+} // namespace pelago::platform

@@ -12,6 +12,8 @@
 
 #include <string>
 
+namespace pelago::platform {
+
 constexpr char SMB_PREFERENCES[] =
     "/Library/Preferences/SystemConfiguration/com.apple.smb.server.plist";
 
@@ -40,5 +42,7 @@ SmbChange SmbServiceSwitchOn(const std::string &path, std::string *reason);
 
 // Takes out every "disk", whosever it is.
 SmbChange SmbServiceSwitchOff(const std::string &path, std::string *reason);
+
+} // namespace pelago::platform
 
 #endif /* PELAGO_LINUX_SMBSERVICE_H */

@@ -16,6 +16,8 @@
 #include <new>
 #include <optional>
 
+using namespace pelago::platform;
+
 namespace {
 
 // A value as the SDK's callers get it: a text, or a number of 4 or 8 bytes.

@@ -5,6 +5,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+namespace pelago::platform {
+
 namespace {
 
 void CloseOneByOne(int first, int last)
@@ -48,3 +50,5 @@ void Host_CloseDescriptors(int first, int last)
 {
     if (first <= last && !CloseByListing(first, last)) { CloseOneByOne(first, last); }
 }
+
+} // namespace pelago::platform

@@ -137,6 +137,48 @@ class PublicHeaders(unittest.TestCase):
             self.assertTrue(before.endswith("*/"), f"{name} has no comment")
 
 
+# The words of a demangled C++ name that are the language's or its library's.
+LANGUAGE = {"std", "__gnu_cxx", "bool", "char", "char8_t", "char16_t", "char32_t", "const", "double", "false", "float", "int",
+            "long", "operator", "short", "signed", "true", "unsigned", "void", "wchar_t"}
+
+
+def foreign_names(symbol):
+    """What a demangled C++ name is made of that is neither ours nor the language's.  Names that begin with
+    two underscores are reserved: in the platform layer they are the SDK's own tags."""
+    symbol = re.sub(r"\[abi:\w+\]|\{lambda.*?\}|\bvtable for |\btypeinfo (name )?for |\bguard variable for ", "", symbol)
+    heads = set(re.findall(r"(?<![\w:~])[A-Za-z_]\w*", symbol)) - LANGUAGE - {"pelago"}
+    return {head for head in heads if not head.startswith("__")}
+
+
+class Names(unittest.TestCase):
+    """A program that links the archives may have a class or an inline function of any name of its own."""
+
+    def test_a_name_of_ours_is_told_from_others(self):
+        for symbol in ("pelago::ErrnoSaver::~ErrnoSaver()", "std::unique_ptr<char, pelago::FreeQuietly>::~unique_ptr()",
+                       "void pelago::platform::CFDestroy<__CFArray>(pelago::platform::CFObject const*)"):
+            self.assertEqual(foreign_names(self.own_part_of(symbol)), set(), symbol)
+        for symbol, name in (("ErrnoSaver::~ErrnoSaver()", "ErrnoSaver"), ("ReadWholeFile(char const*)", "ReadWholeFile"),
+                             ("std::unique_ptr<char, FreeQuietly>::~unique_ptr()", "FreeQuietly"),
+                             ("typeinfo for PropertyList", "PropertyList")):
+            self.assertEqual(foreign_names(self.own_part_of(symbol)), {name}, symbol)
+
+    def test_every_cpp_symbol_is_in_our_namespace(self):
+        for variable, ours in (("PELAGO_FOUNDATION", "pelago::CodeSetUsesIcu()"),
+                               ("PELAGO_PLATFORM", "pelago::platform::PropertyList::PropertyList()")):
+            listed = output_of("nm", "-g", "--defined-only", os.environ[variable])
+            mangled = sorted(set(re.findall(r" [A-Za-z] (_Z\S+)$", listed, re.M)))
+            symbols = output_of("c++filt", *mangled).splitlines()
+            self.assertIn(ours, symbols)
+            outside = [symbol for symbol in symbols if foreign_names(self.own_part_of(symbol))]
+            self.assertEqual(outside, [], os.environ[variable])
+
+    @staticmethod
+    def own_part_of(symbol):
+        """A function of ours may take whatever type it likes; the library's is an instantiation for ours."""
+        is_ours = re.match(r"(\S+ )?(pelago::|__)", symbol)
+        return "pelago" if is_ours else symbol
+
+
 class Layout(unittest.TestCase):
     def test_clang_format_has_nothing_to_change(self):
         files = [path for path in sources("apps", "lib", "platform", "product", "tests", "fuzz", "bench", "examples")]

@@ -22,6 +22,8 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <unicode/ucnv.h>
 
+using namespace pelago;
+
 // ---- In the place of the calls that fail on demand
 
 namespace {

@@ -8,6 +8,8 @@
 #include <atomic>
 #include <string>
 
+using namespace pelago;
+
 namespace {
 
 TEST(CodeSetUtfThreads, MayBeginAtOnce)

@@ -19,6 +19,8 @@
 #include <unistd.h>
 #include <vector>
 
+using namespace pelago;
+
 namespace {
 
 using Units = std::vector<uint16_t>;

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <unicode/putil.h>
 
+using namespace pelago;
+
 namespace {
 
 void MakeDataFile(const std::string &folder) { std::ofstream(folder + "/icudt44l.dat") << "data"; }

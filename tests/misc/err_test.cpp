@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+using namespace pelago;
+
 // What the system says for every number, when it is not asked itself.
 static std::optional<std::string> sSystemText;
 static int sSystemResult;

@@ -14,6 +14,8 @@
 #include <random>
 #include <vector>
 
+using namespace pelago;
+
 namespace {
 
 using namespace std::string_literals;

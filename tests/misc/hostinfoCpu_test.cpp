@@ -16,6 +16,8 @@
 #include <sys/sysctl.h>
 #include <vector>
 
+using namespace pelago;
+
 // What the kernel has by name, and which sizes it was asked for; SIZE_MAX asks for the size.
 static std::map<std::string, std::string> sValues;
 static std::vector<size_t> sSizes;

@@ -18,6 +18,8 @@
 #include <thread>
 #include <vector>
 
+using namespace pelago;
+
 namespace {
 
 // What the system says, as far as it is not asked itself.

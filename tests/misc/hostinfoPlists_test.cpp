@@ -15,6 +15,8 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+using namespace pelago;
+
 namespace {
 
 constexpr char FOLDER[] = "/System/Library/CoreServices";

@@ -13,6 +13,8 @@
 #include <mach/mach_time.h>
 #include <vector>
 
+using namespace pelago;
+
 // A timebase that gives the clock a factor to find out.
 extern "C" kern_return_t __wrap_mach_timebase_info(mach_timebase_info_t info)
 {

@@ -10,6 +10,8 @@
 #include <sys/sysctl.h>
 #include <unistd.h>
 
+using namespace pelago;
+
 // The texts that not every machine has.
 extern "C" {
 int __real_sysctlbyname(const char *name, void *value, size_t *size, void *fresh, size_t of);

@@ -22,6 +22,8 @@
 
 #include <unicode/putil.h>
 
+using namespace pelago;
+
 namespace {
 
 // ---- Safe allocation

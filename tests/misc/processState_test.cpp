@@ -11,6 +11,8 @@
 #include <sys/resource.h>
 #include <sys/time.h>
 
+using namespace pelago;
+
 static long sOpenMaximum;            // what sysconf() tells; 0: the truth
 static std::vector<int> sActionsSet; // for which signals, in order
 

@@ -11,6 +11,8 @@
 #include <limits>
 #include <vector>
 
+using namespace pelago::platform;
+
 namespace {
 
 template <typename Ref> CFOwned<Ref> Own(Ref object) { return CFOwned<Ref>(object); }

@@ -13,6 +13,8 @@
 #include <set>
 #include <sstream>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr UChar32 LAST_CODE_POINT = 0x10FFFF;

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <iterator>
 
+using namespace pelago::platform;
+
 static PropertyListFault Copy(const char *in, const char *out)
 {
     std::ifstream source(in, std::ios::binary);

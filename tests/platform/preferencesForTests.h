@@ -20,6 +20,8 @@
 #include <sys/wait.h>
 #include <utility>
 
+using namespace pelago::platform;
+
 using Session = CFOwned<SCPreferencesRef>;
 using Strings = std::vector<std::string>;
 namespace fs = std::filesystem;

@@ -9,6 +9,8 @@
 #include <sys/mount.h>
 #include <thread>
 
+using namespace pelago::platform;
+
 // What happens just before the next lock is asked for, once.
 static std::function<void()> sBeforeFlock;
 

@@ -11,6 +11,8 @@
 #include <cmath>
 #include <thread>
 
+using namespace pelago::platform;
+
 // How GoogleTest shows a fault.
 void PrintTo(PropertyListFault fault, std::ostream *out);
 void PrintTo(PropertyListFault fault, std::ostream *out) { *out << PropertyListFaultText(fault); }

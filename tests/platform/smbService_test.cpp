@@ -11,6 +11,8 @@
 #include <optional>
 #include <sys/xattr.h>
 
+using namespace pelago::platform;
+
 // What the next calls fail with, while it is there.
 static int sAttributeError = 0;
 static int sSyncsToFailure = 0; // 1: the next one fails; 0: none

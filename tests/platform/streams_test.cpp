@@ -16,6 +16,8 @@
 #include <fstream>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 using Url = CFOwned<CFURLRef>;

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+using namespace pelago;
+
 constexpr int PLAIN_NO_ROW = -1;
 
 inline std::string PlainNormalized(const std::string &name)

@@ -13,6 +13,8 @@
 #include <sys/wait.h>
 #include <thread>
 
+using namespace pelago;
+
 static std::atomic<int> sCodeSetInits, sPauses, sWrongPauses;
 static bool sCodeSetIsSlow, sCodeSetFails;
 

@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+using namespace pelago;
+
 // ---- The current encoding, which this test chooses
 
 static StringEncoding sCurrent = STRING_ENCODING_UTF_8;

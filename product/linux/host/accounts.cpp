@@ -18,6 +18,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr char COMMENT[] = "Pelago share user";

@@ -11,6 +11,8 @@
 
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr int SMBD_SECONDS = 10; // how long smbd may take to come up

@@ -12,6 +12,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr int EXISTS_ALREADY = 3; // the status of sambaAccount.py

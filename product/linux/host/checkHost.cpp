@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 // As sambaAccount.py finds them.

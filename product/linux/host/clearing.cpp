@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr int CLEAR_SECONDS = 30; // how long another process may take to clear something away

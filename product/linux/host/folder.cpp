@@ -24,6 +24,8 @@
 #include <unistd.h>
 #include <vector>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr uid_t NOBODY = static_cast<uid_t>(-1); // who owns nothing

@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 OwnedFd OpenLock(const char *path)
 {
     constexpr mode_t ROOT_ONLY = S_IRUSR | S_IWUSR;

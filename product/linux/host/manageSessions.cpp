@@ -12,6 +12,8 @@
 #include <csignal>
 #include <cstdio>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr char TOOL[] = "pelagoShareTool";

@@ -10,6 +10,8 @@
 #include <cwctype>
 #include <optional>
 
+using namespace pelago;
+
 namespace {
 
 constexpr size_t MAX_USER_NAME = 32;

@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr size_t MAX_PASSWORD = 127;           // customary for SMB

@@ -8,6 +8,8 @@
 #include <memory>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 std::string TextOf(const std::string &path)
 {
     std::string text;

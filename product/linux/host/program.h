@@ -36,7 +36,7 @@ private:
     void Reap(Outcome *outcome);
 
     pid_t mPid = -1;
-    OwnedFd mInput, mOutput;
+    pelago::platform::OwnedFd mInput, mOutput;
 };
 
 // Runs a program with this input to its end.

@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr char STATE[] = "/run/pelago";

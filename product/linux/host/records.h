@@ -31,7 +31,7 @@ public:
     RecordsLock(); // makes the folders; fails when they cannot be had, or the lock not in time
 
 private:
-    OwnedFd mFd;
+    pelago::platform::OwnedFd mFd;
 };
 
 enum class RecordKind { User, Share };
@@ -40,7 +40,7 @@ struct Record {
     RecordKind kind;
     std::string id; // of a user, his name; of a share, the name of its folder
     std::map<std::string, std::string> fields;
-    std::optional<ProcessMark> session, maker;
+    std::optional<pelago::platform::ProcessMark> session, maker;
 
     std::string Get(const std::string &field) const;
     bool IsAlive() const;
@@ -49,7 +49,7 @@ struct Record {
     bool IsInHand() const;
     // What keeps one that is alive from others, as the end of "the user alice is ...".
     std::string Holding() const;
-    bool IsOf(const ProcessMark &process) const { return session == process; }
+    bool IsOf(const pelago::platform::ProcessMark &process) const { return session == process; }
     // Of a user, his name; of a share, that of the user whom it is for.
     std::string User() const;
     // Whether this is of a share that Samba takes for that of the name, whatever its letters.
@@ -87,6 +87,6 @@ std::string IdOfSharePath(const std::string &path);
 void CheckIsOpen();
 
 // The process that started this script.  Fails when it has ended already.
-ProcessMark CallerSession();
+pelago::platform::ProcessMark CallerSession();
 
 #endif // PELAGO_HOST_RECORDS_H

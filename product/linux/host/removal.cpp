@@ -9,6 +9,8 @@
 
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 void MakeOurselvesTheMaker(Record *record)

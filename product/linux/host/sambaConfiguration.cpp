@@ -11,6 +11,8 @@
 #include <array>
 #include <strings.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 struct Setting {

@@ -12,6 +12,8 @@
 #include <set>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr int END_SECONDS = 5;                  // how long connections may take to end

@@ -23,6 +23,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace pelago::platform;
+
 namespace {
 
 constexpr char FOLDER[] = "/Library/Preferences/SystemConfiguration";

@@ -11,6 +11,8 @@
 #include <fstream>
 #include <unistd.h>
 
+using namespace pelago;
+
 namespace {
 
 struct Encoding {
