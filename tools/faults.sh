@@ -2,9 +2,11 @@
 # faults.sh [SECONDS | --place PLACE] -- everything that can go wrong, at every place, one at a time.
 #
 # Builds, and then: the tool with each of its system calls failing, killed in each, with short reads
-# and writes, and with each allocation refused; the same for a commit of the preferences, with 1,000
-# rounds of two at once; for starting a daemon; every function of the library without memory, each
-# block refused; and each fuzz target for SECONDS, 20 when not set.  Ends with a summary, which is kept in build/faults.txt.
+# and writes, and with each allocation refused; 10,000 runs of it; two at once, one of them killed in each
+# call; the same for a commit of the preferences, with 1,000 rounds of two at once; for starting a daemon;
+# the library's wrappers with each system call under them failing; every function of the library without
+# memory, each block refused; 10^8 floating-point formats; and each fuzz target for SECONDS, 20 when not set.
+# Ends with a summary, which is kept in build/faults.txt.
 #   --place PLACE   does what the summary of the tool names so again, and shows it
 # Needs root, for the throw-away machines that tools/sandbox.sh makes.
 # Exit status: 0 when all that happened is explained, and nothing was found.
@@ -64,6 +66,18 @@ part() {
     tell "   $result"
 }
 
+# toolTest SCRIPT [VAR=VALUE...]: one more of the tool's tests, with its parameters.
+toolTest() {
+    script=$1
+    shift
+    env "PELAGO_TOOL=$dev/Pelago.app/Contents/Library/shares/pelagoShareTool" "$@" \
+        tools/sandbox.sh python3 "tests/faults/$script"
+}
+
+hostFaults() {
+    HOST_CALLS="$dev/tests/faults/hostCalls" tools/sandbox.sh python3 tests/faults/hostFaults.py
+}
+
 twoCommits() {
     COMMIT_ONCE="$dev/tests/platform/commitOnce" COMMIT_ROUNDS=1000 \
         tools/sandbox.sh python3 tests/platform/test_commit_faults.py
@@ -76,6 +90,10 @@ fuzz() {
 }
 
 part 'The tool' '^( +[0-9]+ |  UNEXPLAINED|    again)' toolFaults
+part 'Two tools at once, one of them killed' '^( +[0-9]+ |  UNEXPLAINED|[a-z]+: )' toolTest twoTools.py
+part '10,000 runs of the tool' 'runs as|manyRuns' toolTest manyRuns.py COUNT=10000
+part "The library's wrappers over failing calls" 'DIFFERENT|calls failed' hostFaults
+part '10^8 floating-point formats' 'are equal|gives' "$dev/tests/faults/randomFloats" 100000000
 part 'A commit of the preferences' '(killed|refused), |^Ran ' twoCommits
 part 'Without memory, daemons, and failures in their words' ' Test +#' \
     ctest --preset dev -R '^(noMemory|daemonize\.faults|tool\.faults)$'

@@ -16,10 +16,16 @@ LOG = Path("/tmp/strace.log")
 # What each call may fail with.  EINTR stands where the kernel may give it to these programs.
 ERRORS = {
     "access": ["EACCES", "EIO", "ENOMEM"],
+    "chdir": ["EACCES", "EIO", "ENOMEM"],
+    "chmod": ["EPERM", "EIO", "EROFS"],
+    "chown": ["EPERM", "EIO", "EDQUOT"],
     "clone": ["EAGAIN", "ENOMEM"],
     "clone3": ["EAGAIN", "ENOMEM"],
     "close": ["EIO"],
+    "connect": ["ECONNREFUSED", "EAGAIN", "EINTR"],
+    "creat": ["EACCES", "EMFILE", "ENFILE", "ENOMEM", "ENOSPC", "EDQUOT", "EIO"],
     "dup2": ["EINTR"],
+    "dup3": ["EINTR"],
     "execve": ["EACCES", "EIO", "ENOMEM", "ETXTBSY"],
     "fchmod": ["EPERM", "EIO"],
     "fchown": ["EPERM", "EIO", "EDQUOT"],
@@ -34,31 +40,44 @@ ERRORS = {
     "getrandom": ["EAGAIN"],
     "ioctl": ["EIO"],
     "kill": ["EPERM"],
+    "lchown": ["EPERM", "EIO", "EDQUOT"],
+    "link": ["EXDEV", "EMLINK", "ENOSPC", "EIO"],
     "lseek": ["ESPIPE"],
+    "mkdir": ["EACCES", "ENOSPC", "EDQUOT", "EIO"],
+    "mknodat": ["EPERM", "ENOSPC", "EDQUOT", "EIO"],
     "mmap": ["ENOMEM"],
     "mprotect": ["ENOMEM"],
     "munmap": ["ENOMEM"],
     "newfstatat": ["EIO", "EACCES", "ENOMEM"],
     "open": ["EACCES", "EMFILE", "ENFILE", "ENOMEM", "ENOSPC", "EDQUOT", "EIO"],
     "openat": ["EACCES", "EMFILE", "ENFILE", "ENOMEM", "ENOSPC", "EDQUOT", "EIO"],
+    "pipe2": ["EMFILE", "ENFILE"],
     "pread64": ["EIO"],
     "read": ["EIO", "EINTR"],
     "readlink": ["EACCES", "EIO", "ENOMEM"],
+    "readlinkat": ["EACCES", "EIO", "ENOMEM"],
     "rename": ["ENOSPC", "EDQUOT", "EXDEV", "EACCES", "ENOMEM", "EIO"],
     "renameat": ["ENOSPC", "EDQUOT", "EXDEV", "EACCES", "ENOMEM", "EIO"],
     "renameat2": ["ENOSPC", "EDQUOT", "EXDEV", "EACCES", "ENOMEM", "EIO"],
+    "rmdir": ["EBUSY", "EIO", "ENOMEM"],
     "rseq": ["ENOSYS"],
+    "socket": ["EAFNOSUPPORT", "EMFILE", "ENFILE", "ENOMEM"],
     "stat": ["EIO", "EACCES", "ENOMEM"],
+    "statfs": ["EIO", "ENOMEM", "ENOSYS"],
+    "symlink": ["EACCES", "ENOSPC", "EDQUOT", "EIO"],
+    "truncate": ["EPERM", "EIO", "EFBIG"],
     "unlink": ["EIO", "EACCES", "ENOMEM"],
     "unlinkat": ["EIO", "EACCES", "ENOMEM"],
+    "utimensat": ["EPERM", "EACCES", "EROFS"],
     "vfork": ["EAGAIN", "ENOMEM"],
     "wait4": ["EINTR"],
     "write": ["ENOSPC", "EDQUOT", "EIO", "EINTR"],
 }
 # Nothing that these programs hand over makes one of these fail.  (brk tells a failure by its result,
 # which no error number can stand for; what allocates is refused memory instead.)
-CANNOT_FAIL = {"arch_prctl", "brk", "exit_group", "fcntl", "futex", "getegid", "geteuid", "getpid", "prlimit64",
-               "rt_sigaction", "rt_sigreturn", "set_robust_list", "set_tid_address"}
+CANNOT_FAIL = {"arch_prctl", "brk", "exit_group", "fcntl", "futex", "getegid", "geteuid", "getgid", "getpid", "getuid",
+               "prctl", "prlimit64", "rt_sigaction", "rt_sigprocmask", "rt_sigreturn", "set_robust_list",
+               "set_tid_address"}
 
 
 class Point(namedtuple("Point", "name ordinal line")):
@@ -82,11 +101,13 @@ def read_log():
     """The calls of the run that was traced last, in order, as points."""
     counts = Counter()
     found = []
-    for line in LOG.read_text(errors="replace").splitlines():
+    lines = LOG.read_text(errors="replace").splitlines()
+    # The first is strace's own, which it does not count.
+    for line in lines[1:] if lines and lines[0].startswith("execve(") else lines:
         if match := re.match(r"(\w+)\(", line):
             counts[match[1]] += 1
             found.append(Point(match[1], counts[match[1]], line))
-    return found[1:] if found and found[0].name == "execve" else found  # the first is strace's own
+    return found
 
 
 def tracing(*selection):
