@@ -3,7 +3,7 @@
 The headers have plain C comments.  The first one is about the file; one behind code is about what
 stands before it; one that begins with "----" or that a blank line follows is about all that comes up
 to the next such one; any other is about the declaration below it.  Indented lines are examples, and
-stay as they are.  Every line keeps its number.
+stay as they are.  Every line keeps its number.  The aliases @heading and @program are the Doxyfile's.
 """
 
 import re
@@ -11,12 +11,13 @@ import sys
 from pathlib import Path
 
 COMMENT = re.compile(r"/\*.*?\*/", re.S)
+EXAMPLES = Path(__file__).resolve().parents[1] / "examples/library"
 END_OF_SECTION = "/** @} */ "
 
 
 def quoted(line):
-    """The line with nothing in it that Doxygen would take for a command or a link."""
-    return re.sub(r"([\\@&$#<>%\"])", r"\\\1", line)
+    """The line with nothing in it that Doxygen would take for a command, a link or a comment's margin."""
+    return re.sub(r"^\*", "* *", re.sub(r"([\\@&$#<>%\"])", r"\\\1", line))
 
 
 def marked_up(text):
@@ -39,19 +40,25 @@ class Header:
         self.in_section = False
 
     def section(self, text):
-        text = text.strip().removeprefix("---- ")
-        title = re.match(r"[^.,;\n]*", text)[0]
-        about = "" if text == title else marked_up(text)
+        body = text.strip()
+        before, _, after = text.partition(body)
+        body = body.removeprefix("---- ")
+        title = re.match(r"[^.,;\n]*", body)[0]
+        about = "" if body == title else marked_up(body)
         end = END_OF_SECTION if self.in_section else ""
         self.in_section = True
-        return f"{end}/** @name {title}\n{about} */ /** @{{ */"
+        return f"{end}/**{before}@heading{{{title}}}{about}{after}*/ /** @{{ */"
+
+    def file(self, text):
+        name, _, about = text.strip().partition(" -- ")
+        program = "".join(f"@program{{{path.name}}}" for path in EXAMPLES.glob(f"{Path(name).stem}.*"))
+        return f"/** @file {name}\n{marked_up(about)}{program}\n*/"
 
     def converted(self, comment):
         before = self.source[self.source.rfind("\n", 0, comment.start()) + 1:comment.start()]
         text = re.sub(r"\n *\*(?: |$|(?=\n))", "\n", comment[0][2:-2])
         if comment.start() == 0:
-            name, _, about = text.strip().partition(" -- ")
-            return f"/** @file {name}\n{marked_up(about)}\n*/"
+            return self.file(text)
         if before.startswith("#endif") or before.isspace():
             return comment[0]  # for readers of the source
         if before:

@@ -11,8 +11,8 @@
  *    }
  *    DynBuf_Destroy(&buf);
  *
- * Growing takes a buffer of nothing to 128 bytes, one of less than 256 KiB to twice its allocation,
- * and a larger one to 256 KiB more; to the minimum asked for when that is more still.
+ * A buffer grows from nothing to 128 bytes, below 256 KiB to twice its allocation, and from there
+ * by 256 KiB; it grows further where the request needs more.
  *
  * Without memory the plain forms return false and leave the buffer as it was; the safe forms end
  * the process through Panic(), naming their caller's source file and line.  All of it is reentrant;
@@ -39,14 +39,14 @@ PELAGO_BEGIN_DECLARATIONS
 #define DYNBUF_SOURCE_PATH         "lib/public/dynbuf" /* in DynBuf_DetachString()'s report */
 #define DYNBUF_DETACH_STRING_CHECK 145                 /* and the number there */
 
-/* size <= allocated, except after DynBuf_Detach(). */
+/* A buffer.  size is at most allocated, except after DynBuf_Detach(). */
 typedef struct DynBuf {
     char *data;       /* heap block, or NULL */
     size_t size;      /* bytes in use */
     size_t allocated; /* bytes in the block */
 } DynBuf;
 
-/* Makes an empty buffer without a block of what may be uninitialised. */
+/* Makes *buf, which may be uninitialised, an empty buffer without a block. */
 static inline void DynBuf_Init(DynBuf *buf)
 {
     buf->data = NULL;

@@ -3,7 +3,7 @@
  *
  * Each number's text is made once and kept: the same number always gives the same pointer, which
  * the caller neither owns nor releases.  No operation fails or changes errno; without memory the
- * process ends as util.h tells.  Everything but Err_Shutdown may be called by any threads at the
+ * process ends as util.h says.  Everything but Err_Shutdown may be called by any threads at the
  * same time.
  */
 #ifndef PELAGO_ERR_H

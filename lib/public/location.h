@@ -19,16 +19,16 @@ PELAGO_BEGIN_DECLARATIONS
 
 /*
  * Declares the calling program by its tag, not NULL.  Call it first thing in main(), before there
- * are other threads.  An unknown tag, or a second call, is told of in a Warning and takes effect
- * all the same; an unknown tag leaves the program one outside the bundle.
+ * are other threads.  An unknown tag, or a second call, causes a Warning and takes effect
+ * all the same; with an unknown tag the program counts as outside the bundle.
  */
 void Location_Init(const char *processTag);
 
 /*
  * The full path for key, which is not NULL; the caller releases it with free().  NULL, silently,
- * for a key that is not known or when memory runs out at the end, and after a Warning that says why
- * when the root cannot be found, as it is not by a program outside the bundle whose real and
- * effective users differ.  The root is looked for anew on every call, from any thread.
+ * for a key that is not known or when memory runs out at the end; NULL after a Warning that says
+ * why when the root cannot be found.  A program outside the bundle whose real and effective users
+ * differ never finds it.  Any thread may call this; each call looks for the root anew.
  */
 char *Location_Get(const char *key);
 

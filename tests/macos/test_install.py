@@ -129,6 +129,12 @@ class Installed(unittest.TestCase):
                  "lib/pkgconfig/pelago-foundation.pc", "share/doc/pelago-foundation/LICENSE.icu",
                  "share/man/man3/pelago-foundation.3", "share/man/man8/pelagoShareTool.8"}
         files |= {f"include/pelago/{path.name}" for path in (ROOT / "lib/public").glob("*.h")}
+        made = Path(BUILD) / "docs/reference"
+        files |= {f"share/man/man3/{path.name}" for path in (made / "man3").iterdir()}
+        documents = {path.relative_to(made) for path in (made / "html").rglob("*") if path.is_file() and path.suffix != ".js"}
+        documents |= {"README.md", "examples/greet.cpp", "examples/outside/CMakeLists.txt", "examples/outside/Makefile"}
+        documents |= {f"examples/library/{path.name}" for path in (ROOT / "examples/library").iterdir()}
+        files |= {f"share/doc/pelago-foundation/{path}" for path in documents}
         modes = {str(path.relative_to(self.prefix)): path.stat().st_mode & 0o777
                  for path in self.prefix.rglob("*") if not path.is_dir()}
         self.assertEqual(modes, shares | dict.fromkeys(files, 0o644))

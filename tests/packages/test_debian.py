@@ -102,6 +102,22 @@ class Packages(unittest.TestCase):
         for command in (path.name for path in (self.tool / "usr/sbin").iterdir()):
             self.assertTrue((self.tool / f"usr/share/man/man8/{command}.8.gz").exists(), command)
 
+    def test_what_the_library_has_to_read_is_there(self):
+        documents = self.library / "usr/share/doc/libpelago-foundation-dev"
+        names = {"README.md", "examples/greet.cpp", "examples/outside/CMakeLists.txt", "examples/outside/Makefile"}
+        names |= {f"examples/library/{path.name}" for path in (ROOT / "examples/library").iterdir()}
+        for name in names:
+            self.assertEqual((documents / name).read_text(), (ROOT / name).read_text(), name)
+        self.assertIn("Str_Snprintf", (documents / "html/str_8h.html").read_text())
+        pages = self.library / "usr/share/man/man3"
+        for header in (path.stem for path in (ROOT / "lib/public").glob("*.h") if path.stem != "declarations"):
+            self.assertIn(f"#include <pelago/{header}.h>", gzip.decompress((pages / f"pelago_{header}.3.gz").read_bytes()).decode())
+        links = [page for page in pages.iterdir() if page.is_symlink()]
+        self.assertIn(pages / "HASH_INT_KEY.3.gz", links)
+        for page in links:
+            self.assertTrue(page.exists(), page)
+        self.assertEqual([page.name for page in pages.iterdir() if not page.name.endswith(".3.gz")], [])
+
     def test_no_licence_is_claimed_and_that_of_icu_is_there(self):
         ours = "All rights reserved by the owners of pelagoShareTool; no licence has been\n granted yet."
         # Each of them has ICU inside.
