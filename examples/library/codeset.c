@@ -15,18 +15,30 @@ static bool ReadAll(FILE *file, DynBuf *buf)
     return ferror(file) == 0;
 }
 
+static int Fail(const char *encoding, const CodeSetFailure *failure)
+{
+    switch (failure->reason) {
+    case CODESET_REASON_INVALID:
+        fprintf(stderr, "what comes after %zu bytes is not %s\n", failure->offset, encoding);
+        break;
+    case CODESET_REASON_UNKNOWN: fprintf(stderr, "%s is no encoding\n", encoding); break;
+    case CODESET_REASON_UNCONVERTIBLE:
+        fprintf(stderr, "%s takes ICU, which is not in use\n", encoding);
+        break;
+    case CODESET_REASON_NO_MEMORY: fputs("no memory\n", stderr); break;
+    default: fprintf(stderr, "%s cannot be converted\n", encoding);
+    }
+    return EXIT_FAILURE;
+}
+
 static int Convert(const char *encoding, const DynBuf *input)
 {
-    if (!CodeSet_Validate(encoding)) {
-        fprintf(stderr, "%s is no encoding\n", encoding);
-        return EXIT_FAILURE;
-    }
     char *text = NULL;
     size_t size = 0;
-    if (!CodeSet_GenericToGeneric(encoding, input->data, input->size, "UTF-8", CODESET_INVALID_FAIL,
-                                  &text, &size)) {
-        fprintf(stderr, "the input is not %s\n", encoding);
-        return EXIT_FAILURE;
+    CodeSetFailure failure;
+    if (!CodeSet_Convert(encoding, input->data, input->size, "UTF-8", CODESET_INVALID_FAIL, &text,
+                         &size, &failure)) {
+        return Fail(encoding, &failure);
     }
     const bool isWritten = fwrite(text, 1, size, stdout) == size && fflush(stdout) == 0;
     free(text);
@@ -56,7 +68,9 @@ int main(int argc, char **argv)
  *    $ printf 'h\0i\0\n\0' | ./codeset UTF-16LE
  *    hi
  *    $ printf 'caf\351!' | ./codeset UTF-8
- *    the input is not UTF-8
- *    $ ./codeset klingon </dev/null 2>&1 | tail -n 1
+ *    what comes after 3 bytes is not UTF-8
+ *    $ printf 'caf\351!' | ./codeset latin1
+ *    latin1 takes ICU, which is not in use
+ *    $ printf 'caf\351!' | ./codeset klingon
  *    klingon is no encoding
  */

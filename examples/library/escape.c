@@ -27,9 +27,9 @@ int main(int argc, char **argv)
     printf("shell: %s\n", word);
     free(word);
 
-    /* A set has an entry for each of the 256 bytes.  The escape itself is in it: without that the
-     * result could not be undone. */
-    const int special[256] = {['%'] = 1, ['\n'] = 1};
+    /* The escape itself is in the set: without that the result could not be undone. */
+    int special[256];
+    Escape_FillSet(special, "%\n");
     size_t lineSize = 0;
     char *line = OrExit(Escape_Do('%', special, text, size, &lineSize));
     printf("line: %s\n", line);

@@ -35,7 +35,7 @@ static int Serve(const char *pidPath)
 static int Start(const char *pidPath)
 {
     char *module = Hostinfo_GetModulePath(0);
-    Unicode self = module == NULL ? NULL : Posix_RealPath(module);
+    Unicode self = module == NULL ? NULL : Posix_TryRealPath(module);
     free(module);
     if (self == NULL) { return Fail("find this program"); }
     char *args[] = {self, "serve", (char *)pidPath, NULL};

@@ -10,8 +10,9 @@ int main(int argc, char **argv)
     int status = EXIT_SUCCESS;
     for (int i = 1; i < argc; i++) {
         /* A name has many spellings, an encoding has one number. */
-        const StringEncoding encoding = UnicodeIANALookup(argv[i]);
-        if (encoding == STRING_ENCODING_UNKNOWN) { /* after a Warning */
+        const StringEncoding encoding = Unicode_FindEncoding(argv[i]);
+        if (encoding == STRING_ENCODING_UNKNOWN) {
+            printf("%s: none\n", argv[i]);
             status = EXIT_FAILURE;
             continue;
         }
@@ -23,10 +24,10 @@ int main(int argc, char **argv)
 
 /* In a shell:
  *
- *    $ ./unicodeTypes latin1 "iso 8859-1" windows-1252
+ *    $ ./unicodeTypes latin1 "iso 8859-1" windows-1252 klingon || echo "status $?"
  *    latin1: 8, ISO-8859-1
  *    iso 8859-1: 8, ISO-8859-1
  *    windows-1252: 35, windows-1252
- *    $ ./unicodeTypes klingon 2>/dev/null || echo "status $?"
+ *    klingon: none
  *    status 1
  */
