@@ -12,9 +12,9 @@ PUBLIC = ROOT / "lib/public"
 
 # The modules: the sources and headers whose names begin with that, wherever they lie, and the modules whose
 # headers each may include beside its own.  The longest name counts.
-FLOOR = {"diagnostics", "scoped", "util"}  # everybody's
+FLOOR = {"declarations", "diagnostics", "scoped", "util"}  # everybody's
 MODULES = {
-    "diagnostics": set(), "scoped": set(), "util": {"diagnostics"},
+    "declarations": set(), "diagnostics": FLOOR, "scoped": set(), "util": FLOOR,
     "dynbuf": FLOOR, "escape": FLOOR | {"dynbuf"}, "hashTable": FLOOR, "utf": set(),
     "format": FLOOR, "bsd_vsnprintf": FLOOR | {"format", "str", "utf"}, "str": FLOOR | {"bsd_vsnprintf"},
     "codeset": FLOOR | {"dynbuf", "str", "unicode", "utf"},

@@ -42,8 +42,9 @@ namespace {
 
 constexpr char ROOT_VARIABLE[] = "TARVEX_LOCATION_ROOT_FULLPATH";
 constexpr char LAST_USED_FOLDER[] = "/Library/Preferences/Tarvex Pelago";
-constexpr char NEVER_RUN[] = "LocationGetRoot: Unable to determine the product location. It is "
-                             "likely that the product has never been run on this machine.\n";
+constexpr char NEVER_RUN[] =
+    "Warning: LocationGetRoot: Unable to determine the product location. It is "
+    "likely that the product has never been run on this machine.\n";
 
 void WriteLastUsed(const std::string &content)
 {
@@ -146,8 +147,9 @@ TEST_F(Location, WarnsOfASecondInitialisationAndKeepsItsUpCount)
         return Take(Location_Get("rootDir"));
     });
     EXPECT_EQ(outcome.result, "/r");
-    EXPECT_EQ(outcome.errors,
-              "Location_Init: Invalid initialization: sUpCount 4, processTag shareTool.\n");
+    EXPECT_EQ(
+        outcome.errors,
+        "Warning: Location_Init: Invalid initialization: sUpCount 4, processTag shareTool.\n");
 }
 
 TEST_F(Location, TakesAnUnknownTagForAProgramOutsideTheBundle)
@@ -161,8 +163,8 @@ TEST_F(Location, TakesAnUnknownTagForAProgramOutsideTheBundle)
     });
     EXPECT_EQ(outcome.result, "/elsewhere");
     EXPECT_EQ(outcome.errors,
-              "Location_Init: Invalid initialization: sUpCount 4, processTag sharetool.\n"
-              "Location_Init: Invalid initialization: sUpCount 0, processTag nobody.\n");
+              "Warning: Location_Init: Invalid initialization: sUpCount 4, processTag sharetool.\n"
+              "Warning: Location_Init: Invalid initialization: sUpCount 0, processTag nobody.\n");
 }
 
 TEST_F(Location, ComparesTheWholeTag)
@@ -176,7 +178,8 @@ TEST_F(Location, ComparesTheWholeTag)
         });
         EXPECT_EQ(outcome.result, "/elsewhere") << tag;
         EXPECT_EQ(outcome.errors,
-                  "Location_Init: Invalid initialization: sUpCount 0, processTag " + tag + ".\n");
+                  "Warning: Location_Init: Invalid initialization: sUpCount 0, processTag " + tag +
+                      ".\n");
     }
 }
 
@@ -278,7 +281,7 @@ TEST_F(Location, CannotClimbAboveTheTop)
         return Take(Location_Get("rootDir"));
     });
     EXPECT_EQ(outcome.result, "(none)");
-    EXPECT_EQ(outcome.errors, "LocationGetRoot: sUpCount (4) is too large for \n")
+    EXPECT_EQ(outcome.errors, "Warning: LocationGetRoot: sUpCount (4) is too large for \n")
         << "three cuts empty the path, the fourth finds nothing";
 }
 
@@ -301,7 +304,7 @@ TEST_F(Location, SaysWhenTheProgramHasNoPath)
         return Take(Location_Get("rootDir"));
     });
     EXPECT_EQ(outcome.result, "(none)");
-    EXPECT_EQ(outcome.errors, "LocationGetRoot: Unable to retrieve path to executable.");
+    EXPECT_EQ(outcome.errors, "Warning: LocationGetRoot: Unable to retrieve path to executable.");
 }
 
 TEST_F(Location, SaysWhenThePathIsNotReal)
@@ -313,7 +316,8 @@ TEST_F(Location, SaysWhenThePathIsNotReal)
         return Take(Location_Get("rootDir"));
     });
     EXPECT_EQ(outcome.result, "(none)");
-    EXPECT_EQ(outcome.errors, "LocationGetRoot: Unable to get the realpath for /gone/tool");
+    EXPECT_EQ(outcome.errors,
+              "Warning: LocationGetRoot: Unable to get the realpath for /gone/tool");
 }
 
 TEST_F(Location, TakesTheRootFromTheEnvironmentAsItStands)
@@ -339,7 +343,8 @@ TEST_F(Location, SaysWhenTheEnvironmentCannotBeCopied)
         return Take(Location_Get("rootDir"));
     });
     EXPECT_EQ(outcome.result, "(none)");
-    EXPECT_EQ(outcome.errors, "LocationGetRoot: Unable to copy the environment variable.\n");
+    EXPECT_EQ(outcome.errors,
+              "Warning: LocationGetRoot: Unable to copy the environment variable.\n");
 }
 
 struct LastUsedCase {
@@ -373,7 +378,8 @@ TEST_F(Location, RefusesALastUsedFileThatIsTooLong)
         const Outcome outcome = InChild([] { return Take(Location_Get("rootDir")); });
         EXPECT_EQ(outcome.result, "(none)") << size;
         EXPECT_EQ(outcome.errors,
-                  std::string("LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
+                  std::string("Log: LocationLastUsed: Failed opening lastLocationUsed.\n") +
+                      NEVER_RUN);
     }
 }
 
@@ -425,7 +431,7 @@ TEST_F(Location, SaysThatTheProductWasNeverRun)
     const Outcome outcome = InChild([] { return Take(Location_Get("rootDir")); });
     EXPECT_EQ(outcome.result, "(none)");
     EXPECT_EQ(outcome.errors,
-              std::string("LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
+              std::string("Log: LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
 }
 
 TEST_F(Location, TakesAFileThatCannotBeReadForOneThatCannotBeOpened)
@@ -438,7 +444,7 @@ TEST_F(Location, TakesAFileThatCannotBeReadForOneThatCannotBeOpened)
     });
     EXPECT_EQ(outcome.result, "(none) closed");
     EXPECT_EQ(outcome.errors,
-              std::string("LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
+              std::string("Log: LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
 }
 
 // An administrator may keep it elsewhere.
@@ -466,7 +472,8 @@ TEST_F(Location, SaysWhenTheLastUsedRootCannotBeCopied)
     });
     EXPECT_EQ(outcome.result, "(none)");
     EXPECT_EQ(outcome.errors,
-              std::string("LocationLastUsed: Failed to copy last used path: /opt/p\n") + NEVER_RUN);
+              std::string("Log: LocationLastUsed: Failed to copy last used path: /opt/p\n") +
+                  NEVER_RUN);
 }
 
 // Who started a set-user-ID program may be anybody, and it may be anybody's.
@@ -492,8 +499,8 @@ TEST_P(LocationSetUserId, TrustsNobody)
         const Outcome outcome = rootsOf(variable);
         EXPECT_EQ(outcome.result, "(none)(none)");
         EXPECT_EQ(outcome.errors,
-                  "LocationGetRoot: Cannot get location root of a setuid process.\n"
-                  "LocationGetRoot: Cannot get location root of a setuid process.\n");
+                  "Warning: LocationGetRoot: Cannot get location root of a setuid process.\n"
+                  "Warning: LocationGetRoot: Cannot get location root of a setuid process.\n");
     }
 }
 INSTANTIATE_TEST_SUITE_P(Users, LocationSetUserId,
