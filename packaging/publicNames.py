@@ -36,8 +36,7 @@ def replaced(pattern, by, text):
 
 def names(text):
     text = re.sub(r"\b(__attribute__|__asm__)\b", "", text)
-    text = replaced(r"\)\s*\{[^{}]*\}", ");", text)  # a function's body
-    text = replaced(r"\{[^{}]*\}", "", text)
+    text = replaced(r"\{[^{}]*\}", ";", text)  # a body of a function or of a type
     text = replaced(r"\(([^()]*)\)", "\0", text)  # a list of arguments is one mark
     for statement in text.split(";"):
         if re.match(r"\s*(typedef|static)\b", statement):

@@ -5,8 +5,8 @@
 # MACHINE all of them, one after the other.  What build/dev has is run: build it before.
 #   hostName      another name        timeZone      a quarter of an hour off        users     other accounts, many
 #   comma         German              turkish       where I and i are two letters   noIPv6    without IPv6
-#   processors1, processors3, processors4, processors64   so many, as /proc and /sys tell; where there are fewer, the
-#                 kernel still has what it has; one is one for the kernel as well
+#   processors1, processors3, processors4, processors64   that number in /proc and /sys; the kernel still has its own
+#                 number, but of 1 it uses no more than one
 #   slowDisk      what makes files last, or renames them, takes a twentieth of a second longer
 #   busy          four processes use what processors there are
 # It needs root.  Exit status: 0 when every test passed on each; 1 otherwise, with the names at the end.

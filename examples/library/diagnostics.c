@@ -3,18 +3,22 @@
 #include <pelago/str.h>
 #include <pelago/unicode.h>
 
+#include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 
-/* A failure that the caller learns from a result, too. */
+/* A failure that the caller learns from a result, too.  The reason may be in errno, so that stays.
+ */
 void Pelago_Warning(const char *format, ...)
 {
+    const int error = errno;
     va_list values;
     va_start(values, format);
     fputs("warning: ", stderr);
     vfprintf(stderr, format, values);
     va_end(values);
+    errno = error;
 }
 
 /* What is nobody's fault is not shown here. */

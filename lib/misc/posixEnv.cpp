@@ -40,7 +40,8 @@ struct EnvironmentValue {
 constexpr int64_t VALUE_HOLD = int64_t{1} << 32;
 
 // A record: where its present value is, below, and how many look at that.  Addresses of a process
-// have 47 bits; 16 bits are enough for every thread to look at the same value.
+// have 47 bits, or 48.  16 bits count 65,535 looks: more threads than a process may have under the
+// kernel's limit of 65,530 mappings, of which a thread's stack takes two.
 using EnvironmentRecord = std::atomic<uint64_t>;
 constexpr int LOOKS_SHIFT = 48;
 constexpr uint64_t ONE_LOOK = uint64_t{1} << LOOKS_SHIFT;

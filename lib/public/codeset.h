@@ -20,10 +20,10 @@ PELAGO_BEGIN_DECLARATIONS
 
 /*
  * Looks for ICU's data file, "icudt44l.dat", in icuDataDir or, when that is NULL, in the folder
- * that the location service knows as "icuDir".  When there is one that is not a folder, ICU is told
- * of it and used from now on; otherwise ICU is not used.  Always returns true, and prints nothing:
- * going without ICU is no failure, and a wrong folder is not told from none.  CodeSet_IsIcuInUse()
- * answers what came of it.  Not thread-safe by itself.
+ * that the location service knows as "icuDir".  When there is one that is not a folder, ICU gets
+ * its path and is used from now on; otherwise ICU is not used.  Always returns true, and prints
+ * nothing: going without ICU is no failure, and a wrong folder looks like none.
+ * CodeSet_IsIcuInUse() answers what came of it.  Not thread-safe by itself.
  */
 bool CodeSet_Init(const char *icuDataDir);
 
@@ -58,10 +58,9 @@ CodeSetLocationFunc CodeSetGetLocationFunc(void);
  *
  * bufIn holds sizeIn bytes, of any alignment; when it is NULL or sizeIn is 0 the conversion
  * succeeds with nothing, whatever the names are.  There is no upper limit to sizeIn but memory.
- * The functions ending in Db append to a buffer of the caller's; the others
- * hand out a new block, which the caller releases with free().  Four zero bytes follow its
- * contents, so that it is terminated in any Unicode form; they do not count in *sizeOut, which may
- * be NULL.
+ * The functions ending in Db append to a buffer of the caller's; the others hand out a new block,
+ * which the caller releases with free().  Four zero bytes follow its contents, so that it is
+ * terminated in any Unicode form; they do not count in *sizeOut, which may be NULL.
  *
  * All return true, or false when the input is invalid, the one encoding does not convert to the
  * other or memory runs out: then nothing is handed out, and bufOut and sizeOut are as they were.

@@ -7,6 +7,9 @@
  *
  *    void Pelago_Log(const char *format, ...) {}      (what is nobody's fault is not said)
  *
+ * The definition must be in an object file that is linked: a linker does not look for it in an
+ * archive of the program's, unless it is told the name (-Wl,-u,Pelago_Log).
+ *
  * With PELAGO_SHORT_SINKS defined before this header is included, the three have the short names,
  * too, and whoever defines Log() then defines Pelago_Log().  Without it the short names are the
  * program's, for whatever it likes.

@@ -47,7 +47,7 @@ enum {
     HASH_ISTRING_KEY = 1,   /* strings, told apart by strcasecmp(), found by tolower() of each byte:
                                the locale must not change while the table has entries */
     HASH_INT_KEY = 2,       /* integers of the size of a pointer */
-    HASH_FLAG_ATOMIC = 8,   /* several threads may fill and read the table, as told above */
+    HASH_FLAG_ATOMIC = 8,   /* several threads may fill and read the table (see Threads) */
     HASH_FLAG_COPYKEY = 16, /* the table keeps copies of string keys; nothing for integers */
 };
 
@@ -144,9 +144,9 @@ void HashTable_KeyArray(const HashTable *table, const void ***keysOut, size_t *s
 void HashTable_ValueArray(const HashTable *table, void ***valuesOut, size_t *sizeOut);
 
 /*
- * Gives every entry and userData to the callback, in the order told above, until it returns
- * something other than 0, which becomes the result; otherwise the result is 0.  Every entry is
- * every one that was entered before the call, by whatever threads; one that is entered meanwhile
+ * Gives every entry and userData to the callback, in the order of HashTable_KeyArray(), until it
+ * returns something other than 0, which becomes the result; otherwise the result is 0.  Every entry
+ * is every one that was entered before the call, by whatever threads; one that is entered meanwhile
  * may be among them.  The callback must not enter or remove keys.
  */
 int HashTable_ForEach(const HashTable *table, HashTableForEachCallback callback, void *userData);

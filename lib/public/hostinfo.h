@@ -47,9 +47,9 @@ char *Hostinfo_GetOSShortName(void);
  * bitness, buildNumber, distroName, distroVersion, familyName and kernelVersion, as far as they are
  * known at the latest look-up (architecture is always X86, and bitness 32 for hardware that is not
  * known).  A quote or a backslash in a value has a backslash before it.  NULL as for the names; ""
- * when a field exceeds 1023 bytes.  Two threads that look up the system's
- * names or these for the first time get their fields mixed; one that asks while another is still
- * looking them up may get "" or part of the line.
+ * when a field exceeds 1023 bytes.  Two threads that look up the system's names or these for the
+ * first time get their fields mixed; one that asks while another is still looking them up may get
+ * "" or part of the line.
  */
 char *Hostinfo_GetOSDetailedData(void);
 

@@ -29,6 +29,9 @@ void Location_Init(const char *processTag);
  * for a key that is not known or when memory runs out at the end; NULL after a Warning that says
  * why when the root cannot be found.  A program outside the bundle whose real and effective users
  * differ never finds it.  Any thread may call this; each call looks for the root anew.
+ *
+ * Of a bundle below a folder whose name is not UTF-8, a program in it ends here without ICU, and so
+ * it does in Unicode_Init(); with ICU the path is another one.
  */
 char *Location_Get(const char *key);
 

@@ -36,7 +36,8 @@ PELAGO_BEGIN_DECLARATIONS
 int Str_Snprintf(char *buffer, size_t size, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 /* The same with the values in a list, which is used up.  A SIZE OF 0 SETS NO LIMIT here either: the
- * whole output is written, past the end of the buffer.  Str_Vasprintf() tells why -1. */
+ * whole output is written, past the end of the buffer.  To learn why -1, make a copy of the list
+ * with va_copy() first, and give it to Str_Vasprintf(). */
 int Str_Vsnprintf(char *buffer, size_t size, const char *format, va_list arguments)
     __attribute__((format(printf, 3, 0)));
 

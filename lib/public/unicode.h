@@ -19,7 +19,7 @@ typedef char *Unicode;
 
 /*
  * Decides, once a process, whether ICU is used: it is when ICU's data file lies in the product's
- * ICU folder, and ICU is told of the file then.  Going without is no failure, and nothing is
+ * ICU folder, and ICU gets the file's path then.  Going without is no failure, and nothing is
  * printed of it: CodeSet_IsIcuInUse() of codeset.h answers what came of it.  Call it after
  * Location_Init().  Later calls, of Unicode_InitEx() too, return at once and change nothing.
  * Several threads may call it together: one does the work, the others wait for it in steps of a
@@ -75,8 +75,8 @@ StringEncoding Unicode_FindEncoding(const char *name);
 
 /*
  * The name of the encoding that ICU knows it by, a constant; of an encoding that is not supported,
- * too.  STRING_ENCODING_DEFAULT stands for the current encoding.  Any other number is
- * told to Warning() and ends the process: "NOT_REACHED lib/unicode/unicodeSimpleTypes:2588".
+ * too.  STRING_ENCODING_DEFAULT stands for the current encoding.  Any other number is told to
+ * Warning() and ends the process: "NOT_REACHED lib/unicode/unicodeSimpleTypes:2588".
  *    Unicode_EncodingEnumToName(STRING_ENCODING_ISO_8859_1)  gives "ISO-8859-1"
  */
 const char *Unicode_EncodingEnumToName(StringEncoding encoding);

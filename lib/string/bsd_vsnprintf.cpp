@@ -409,9 +409,9 @@ private:
                strcasecmp(text, "nan") == 0;
     }
 
-    // An infinity's sign comes in the text or beside it, as the C library likes.  What is not a
-    // number has none: "inf", "-inf" and "nan" are all that there is.  The bit in the sign's place
-    // says nothing of how it came about: on x86-64 0.0 / 0.0 has it set.
+    // An infinity's sign comes in the text or as a sign of its own, as the C library likes.  What
+    // is not a number has none: "inf", "-inf" and "nan" are all that there is.  The bit in the
+    // sign's place says nothing of how it came about: on x86-64 0.0 / 0.0 has it set.
     bool NotFinite(const FormatDirective &directive, const FormatDecimal &decimal)
     {
         char *text = decimal.text.get();

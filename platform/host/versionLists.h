@@ -1,4 +1,4 @@
-// versionLists.h -- whether a host tells its version in property lists.
+// versionLists.h -- whether a host has property lists of its version.
 #ifndef PELAGO_PLATFORM_VERSIONLISTS_H
 #define PELAGO_PLATFORM_VERSIONLISTS_H
 

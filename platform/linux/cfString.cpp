@@ -114,6 +114,7 @@ extern "C" CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef, CFIndex 
 {
     CFRequire(string, CF_TYPE_STRING, __func__);
     if (maximumLength != 0) { CFStop(__func__, "a maximum length is not supplied"); }
+    if (string->mIsLost) { return nullptr; }
     return CFNew<__CFString>(string->mText, string->mUnitCount, __CFString::Kind::Mutable);
 }
 

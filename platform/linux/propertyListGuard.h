@@ -1,11 +1,13 @@
 /*
- * propertyListGuard.h -- decides, before libplist sees it, whether a file is a property list that
+ * propertyListGuard.h -- decides, before anything reads it, whether a file is a property list that
  * can be read and written back without losing anything.
  *
  * libplist repairs what it does not understand without a word (an integer "12x" becomes 12, "010"
  * becomes 8, bad base64 becomes no data), recurses as deep as the file nests, and expands
  * references that a binary file shares.  So the guard accepts less than libplist does, and what it
  * accepts it has understood to the last byte: where the two might disagree it refuses.
+ *
+ * propertyListReader.cpp makes no check of its own: each check here keeps it inside the file.
  */
 #ifndef PELAGO_LINUX_PROPERTYLISTGUARD_H
 #define PELAGO_LINUX_PROPERTYLISTGUARD_H

@@ -113,10 +113,11 @@ CFTypeRef Date(std::string_view text)
         std::from_chars(text.data() + at, text.data() + at + digits, value);
         return value;
     };
-    constexpr int64_t DAYS_BEFORE_2001 = 730791, MONTHS_FROM_MARCH = 9;
-    // Years begin in March here, so that a leap day is the last one.
+    constexpr int64_t DAYS_BEFORE_2001 = 876888, MONTHS_FROM_MARCH = 9;
+    // Years begin in March here, so that a leap day is the last one, and are counted from the year
+    // -400, so that none is below zero.
     const int64_t month = (number(5, 2) + MONTHS_FROM_MARCH) % 12;
-    const int64_t year = number(0, 4) - month / 10;
+    const int64_t year = number(0, 4) + 400 - month / 10;
     const int64_t days = 365 * year + year / 4 - year / 100 + year / 400 + (month * 306 + 5) / 10 +
                          number(8, 2) - 1 - DAYS_BEFORE_2001;
     return NewDate(static_cast<double>(((days * 24 + number(11, 2)) * 60 + number(14, 2)) * 60 +

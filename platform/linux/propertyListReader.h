@@ -1,8 +1,8 @@
 /*
  * propertyListReader.h -- property lists that the guard has let pass, as Core Foundation objects.
  *
- * Whoever only reads needs no tree that keeps what it cannot tell, and so no libplist: a program on
- * the library has none to load.
+ * A list that is only read needs no tree to be written back from, and so no libplist: programs on
+ * the installed library load none.
  *
  * Both give a new object of the caller's, and may throw std::bad_alloc.  The text comes without a
  * byte-order mark, and its lines end with newlines alone.

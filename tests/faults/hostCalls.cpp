@@ -2,9 +2,8 @@
 // without it.
 //
 // hostCalls                    the names, one a line
-// hostCalls NAME wrapped|bare  makes that call in a folder of its own, and prints its result and
-// its errno, and
-//                              how many descriptors it left open
+// hostCalls NAME wrapped|bare  makes that call in a folder of its own; prints its result, its
+//                              errno, and how many descriptors it left open
 //
 // Before and after the call it asks for access to "/begin" and "/end", so that a trace shows what
 // lies between.

@@ -39,7 +39,7 @@ constexpr int THREADS = 4;
 constexpr uintptr_t SHARED_KEYS = 4096;
 constexpr long GROWTH_IN_PAGES = 2048; // 8 MiB, which a sanitizer's own records may come to
 
-HashTable *sShared; // of all threads
+HashTable *sShared;                           // of all threads
 StringEncoding sFound[STRING_ENCODING_COUNT]; // what each encoding's name is found to be
 std::atomic<uint64_t> sDone;
 

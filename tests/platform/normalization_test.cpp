@@ -394,7 +394,7 @@ TEST(StringWithoutMemory, IsNotCopied)
     }
 }
 
-// Normalizes with so many allocations; whether they were enough.
+// Normalizes with this number of allocations granted; whether they were enough.
 bool NormalizesWith(size_t granted, CFMutableStringRef string)
 {
     OutOfNew limit(granted);
@@ -412,6 +412,7 @@ TEST(StringWithoutMemory, GivesNoTextOnceItWasNotNormalized)
         EXPECT_EQ(CFStringGetCString(copy.get(), buffer, sizeof buffer, kCFStringEncodingUTF8),
                   done);
         EXPECT_EQ(CFStringGetCStringPtr(copy.get(), kCFStringEncodingUTF8) != nullptr, done);
+        EXPECT_EQ(MutableCopy(copy.get()) != nullptr, done);
         if (done) {
             EXPECT_GT(granted, 1u) << "it does ask for memory";
             return;

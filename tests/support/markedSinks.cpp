@@ -1,5 +1,6 @@
 // markedSinks.cpp -- sinks that a test can tell apart, for programs that pelago_marked_sinks() is
-// told of: the name of each comes before its message.  They destroy errno, as a program's may.
+// told of: the name of each comes before its message.  They destroy errno, as a
+// careless program's do, so that a call which does not keep it shows.
 #include "diagnostics.h"
 
 #include <cerrno>
