@@ -22,7 +22,8 @@ PELAGO_BEGIN_DECLARATIONS
  * Looks for ICU's data file, "icudt44l.dat", in icuDataDir or, when that is NULL, in the folder
  * that the location service knows as "icuDir".  When there is one that is not a folder, ICU gets
  * its path and is used from now on; otherwise ICU is not used.  Always returns true, and prints
- * nothing: going without ICU is no failure, and a wrong folder looks like none.
+ * nothing but what Location_Get() says: going without ICU is no failure, and a wrong folder looks
+ * like none.
  * CodeSet_IsIcuInUse() answers what came of it.  Not thread-safe by itself.
  */
 bool CodeSet_Init(const char *icuDataDir);

@@ -15,6 +15,8 @@
 #define PELAGO_END_DECLARATIONS _Pragma("GCC visibility pop")
 /* The value as the type, in the language's own way. */
 #define PELAGO_CAST(type, value) ((type)(value))
+/* The null pointer, likewise. */
+#define PELAGO_NULL NULL
 #else
 #define PELAGO_BEGIN_DECLARATIONS                                                                  \
     extern "C" {                                                                                   \
@@ -23,6 +25,7 @@
     _Pragma("GCC visibility pop")                                                                  \
     }
 #define PELAGO_CAST(type, value) static_cast<type>(value)
+#define PELAGO_NULL              nullptr
 #endif
 
 #endif /* PELAGO_DECLARATIONS_H */

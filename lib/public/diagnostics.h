@@ -1,16 +1,19 @@
 /*
  * diagnostics.h -- where the library's messages go: its three sinks.
  *
- * The library calls Pelago_Warning(), Pelago_Log() and Pelago_Panic(), which the other headers call
- * Warning(), Log() and Panic().  Its own write to standard error; a program that defines one of the
- * three has the library call that one instead:
+ * The library calls Pelago_Warning(), Pelago_Log() and Pelago_Panic(); where other headers say
+ * Warning(), Log() and Panic() they mean these.  Its own write to standard error; a program that
+ * defines one of the three, as a function of C, has the library call that one instead:
  *
  *    void Pelago_Log(const char *format, ...) {}      (what is nobody's fault is not said)
  *
- * The definition must be in an object file that is linked: a linker does not look for it in an
- * archive of the program's, unless it is told the name (-Wl,-u,Pelago_Log).
+ * The definition must be in an object file of the program itself.  In an archive of the program's a
+ * linker does not look for it, unless it is told the name (-Wl,-u,Pelago_Log).  The shared library
+ * finds what the program exports: its own definition with this header included, and where the
+ * library is opened by dlopen(), with -rdynamic.
  *
- * With PELAGO_SHORT_SINKS defined before this header is included, the three have the short names,
+ * With PELAGO_SHORT_SINKS defined before this header is included (#define PELAGO_SHORT_SINKS), the
+ * three have the short names,
  * too, and whoever defines Log() then defines Pelago_Log().  Without it the short names are the
  * program's, for whatever it likes.
  *
@@ -43,7 +46,15 @@ void Pelago_Log(const char *format, ...) __attribute__((format(printf, 1, 2)));
  */
 void Pelago_Panic(const char *format, ...) __attribute__((format(printf, 1, 2), noreturn));
 
-#ifdef PELAGO_SHORT_SINKS
+PELAGO_END_DECLARATIONS
+
+#endif /* PELAGO_DIAGNOSTICS_H */
+
+/* Not between the lines above, so that a header which was included before the name was defined does
+ * not matter. */
+#if defined(PELAGO_SHORT_SINKS) && !defined(PELAGO_PREFIX)
+
+PELAGO_BEGIN_DECLARATIONS
 
 /* What a linker puts before a name of C: "_" on macOS. */
 #define PELAGO_PREFIX PELAGO_PREFIX_TEXT(__USER_LABEL_PREFIX__)
@@ -64,8 +75,6 @@ void Log(const char *format, ...) __asm__(PELAGO_PREFIX "Pelago_Log")
 void Panic(const char *format, ...) __asm__(PELAGO_PREFIX "Pelago_Panic")
     __attribute__((format(printf, 1, 2), noreturn));
 
-#endif /* PELAGO_SHORT_SINKS */
-
 PELAGO_END_DECLARATIONS
 
-#endif /* PELAGO_DIAGNOSTICS_H */
+#endif /* PELAGO_SHORT_SINKS */

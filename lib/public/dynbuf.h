@@ -49,7 +49,7 @@ typedef struct DynBuf {
 /* Makes *buf, which may be uninitialised, an empty buffer without a block. */
 static inline void DynBuf_Init(DynBuf *buf)
 {
-    buf->data = NULL;
+    buf->data = PELAGO_NULL;
     buf->size = 0;
     buf->allocated = 0;
 }
@@ -69,7 +69,7 @@ static inline void DynBuf_InitWithMemory(DynBuf *buf, size_t allocated, void *da
 static inline void DynBuf_InitWithString(DynBuf *buf, char *string)
 {
     DynBuf_Init(buf);
-    if (string == NULL) { return; }
+    if (string == PELAGO_NULL) { return; }
     const size_t length = strlen(string);
     buf->data = string;
     /* Kept on purpose: a longer string gets the lengths that 32 bits with a sign give. */
@@ -101,7 +101,7 @@ static inline void DynBuf_Attach(DynBuf *buf, size_t size, void *data)
 static inline void *DynBuf_Detach(DynBuf *buf)
 {
     char *data = buf->data;
-    buf->data = NULL;
+    buf->data = PELAGO_NULL;
     buf->allocated = 0;
     return data;
 }
@@ -121,7 +121,7 @@ static inline bool DynBuf_Enlarge(DynBuf *buf, size_t minSize)
     if (allocated < minSize) { allocated = minSize; }
     if (allocated < buf->allocated) { return false; }
     char *data = PELAGO_CAST(char *, realloc(buf->data, allocated));
-    if (data == NULL) { return false; }
+    if (data == PELAGO_NULL) { return false; }
     buf->data = data;
     buf->allocated = allocated;
     return true;
@@ -169,7 +169,7 @@ static inline char *DynBuf_DetachString(DynBuf *buf)
 static inline bool DynBuf_Trim(DynBuf *buf)
 {
     char *data = PELAGO_CAST(char *, realloc(buf->data, buf->size));
-    if (data == NULL && buf->size != 0) { return false; }
+    if (data == PELAGO_NULL && buf->size != 0) { return false; }
     buf->data = data;
     buf->allocated = buf->size;
     return true;
@@ -182,7 +182,7 @@ static inline bool DynBuf_Trim(DynBuf *buf)
 static inline bool DynBuf_Copy(const DynBuf *source, DynBuf *destination)
 {
     DynBuf_InitWithMemory(destination, source->allocated, malloc(source->allocated));
-    if (destination->data == NULL) {
+    if (destination->data == PELAGO_NULL) {
         DynBuf_Init(destination);
         return false;
     }

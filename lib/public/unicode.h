@@ -19,11 +19,11 @@ typedef char *Unicode;
 
 /*
  * Decides, once a process, whether ICU is used: it is when ICU's data file lies in the product's
- * ICU folder, and ICU gets the file's path then.  Going without is no failure, and nothing is
- * printed of it: CodeSet_IsIcuInUse() of codeset.h answers what came of it.  Call it after
- * Location_Init().  Later calls, of Unicode_InitEx() too, return at once and change nothing.
- * Several threads may call it together: one does the work, the others wait for it in steps of a
- * quarter of a second.
+ * ICU folder, and ICU gets the file's path then.  Going without is no failure, and
+ * nothing is printed of it but what Location_Get() says; CodeSet_IsIcuInUse() of codeset.h answers
+ * what came of it.  Call it after Location_Init().  Later calls, of Unicode_InitEx() too, return at
+ * once and change nothing. Several threads may call it together: one does the work, the others wait
+ * for it in steps of a quarter of a second.
  */
 void Unicode_Init(void);
 

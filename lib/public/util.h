@@ -149,9 +149,11 @@ bool Util_StrDiffers(const char *a, const char *b) __attribute__((nonnull(1, 2))
  * neither is the result, and no process ends over it.  CodeSet_IsValidUtf8String() of codeset.h
  * tells whether it is.
  *
- * What is not known is told to Log(): an unknown user's "~user" stays as it is, an unknown variable
- * is empty.  NULL after a Log() when there is no memory, or when the text has more than 100 pieces:
- * a piece is the "~" or "~user", a "$NAME", or what is between these.
+ * What is not known is told to Log(): an unknown user's "~user" stays as it is, AND AN UNKNOWN
+ * VARIABLE IS EMPTY, which leaves the folder above: "~/$NONE" is "/home/me/".  Where that matters,
+ * ask Posix_TryGetenv() of posix.h first.  NULL after a Log() when there is no memory, or when the
+ * text has more than 100 pieces: a piece is the "~" or "~user", a "$NAME", or what is between
+ * these.
  *
  * Not thread-safe: it uses the C library's static user record and the environment.
  */

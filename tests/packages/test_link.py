@@ -78,14 +78,15 @@ class Everywhere(Install):
     # source: what compiles it, and all that it says
     CASES = {
         "plain.c": (C, rf"1\n{re.escape(WARNED)}Panic: {TOO_SMALL}"),
-        "ownClasses.cpp": (CXX, rf"0\nok\n"),
-        "ownCalls.c": (C, rf"0\nok\n"),
+        "ownClasses.cpp": (CXX, "0\nok\n"),
+        "ownCalls.c": (C, "0\nok\n"),
         "libcCalls.c": (C, "0\nok\n(Location.*\n)*"),
         "ownLog.c": (C, rf"0\n<3> own\nok\n{LOADS}{re.escape(LOGGED + WARNED)}"),
         "ownLog.cpp": (CXX, rf"0\n<3> own\nok\n{LOADS}{re.escape(LOGGED + WARNED)}"),
         "enums.c": (C, "0\nok\n"),
         "enums.cpp": (CXX, "0\nok\n"),
         "sinks.c": (C, rf"5\nLogged: own\nLogged: {re.escape(LOGGED)}Warned: {re.escape(WARNED)}Ended: {TOO_SMALL}"),
+        "lateSinks.c": (C, rf"5\nLogged: own\nLogged: {re.escape(LOGGED)}Warned: {re.escape(WARNED)}Ended: {TOO_SMALL}"),
         "longSinks.cpp": (CXX, "6\nwarned\nended\nlogged\n"),
         "convert.c": (C, "0\nok\n"),
     }
@@ -193,6 +194,14 @@ class Names(Install):
         everything = must("nm", "-D", "--defined-only", self.shared).splitlines()
         self.assertEqual(len(everything), len(EXPORTS) + 1, "and the name of the version")
         self.assertIn("[libpelago_foundation.so.0]", must("readelf", "-d", self.shared))
+
+    def test_of_a_shared_object_that_has_the_archive_inside(self):
+        plugin = self.folder / "plugin.so"
+        must("gcc", "-shared", "-fPIC", *self.flags("--cflags", STATIC), PROGRAMS / "plain.c", *self.flags("--libs", STATIC),
+             "-o", plugin)
+        listed = set(re.findall(r" (\w+)$", must("nm", "-D", "--defined-only", plugin), re.M))
+        self.assertIn("main", listed)
+        self.assertEqual(listed & set(EXPORTS), set())
 
     def test_each_that_is_declared_is_defined_and_the_reverse(self):
         must("python3", ROOT / "packaging/publicNames.py", self.folder, "gcc",
