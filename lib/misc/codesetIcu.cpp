@@ -117,7 +117,7 @@ CodeSetReason CodeSetRun(const Converters &converters, const char *source, size_
         const char *targetLimit = CodeSetLimit(target, room);
         ucnv_convertEx(converters.to.get(), converters.from.get(), &target, targetLimit, &source,
                        sourceLimit, pivot, &pivotSource, &pivotTarget, pivot + PIVOT_UNITS,
-                       /* reset */ false, /* flush */ sourceLimit == end, &status);
+                       /* reset */ false, /* flush */ sourceLimit == end ? 1 : 0, &status);
         *used = static_cast<size_t>(target - db->data);
         // A success may come with a warning, when the room was filled exactly.
         if (U_SUCCESS(status) && sourceLimit == end) { return CODESET_REASON_NONE; }

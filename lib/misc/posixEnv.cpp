@@ -54,6 +54,7 @@ uint64_t PosixWordOf(const EnvironmentValue *value) { return reinterpret_cast<ui
 
 EnvironmentValue *PosixValueIn(uint64_t word)
 {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the count is in the same word
     return reinterpret_cast<EnvironmentValue *>(word & (ONE_LOOK - 1));
 }
 

@@ -493,7 +493,7 @@ NEEDS_NO_MEMORY(Escape_FillSet)
     return Scarcely([] {
         int set[256];
         Escape_FillSet(set, "%");
-        return set['%'] == 1 && set['a'] == 0;
+        return set[static_cast<int>('%')] == 1 && set[static_cast<int>('a')] == 0;
     });
 }
 
