@@ -16,6 +16,7 @@
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -231,6 +232,7 @@ const Row ROWS[] = {
     TRANSLATED(execl, Execl),
     TRANSLATED(execlp, Execlp),
     {"fcopyfile", RowAddress(&CopyFile)},
+    WITH_ERRNO(getpriority),
     WITH_ERRNO(memfd_create),
     WITH_ERRNO(mount),
     ALIKE_AS(nextafter, double (*)(double, double)),
@@ -239,6 +241,8 @@ const Row ROWS[] = {
     TRANSLATED(regcomp, Compile),
     TRANSLATED(regexec, Execute),
     TRANSLATED(regfree, Free),
+    WITH_ERRNO(setpgid),
+    WITH_ERRNO(setpriority),
     WITH_ERRNO(setregid),
     WITH_ERRNO(setreuid),
     TRANSLATED(task_threads, Threads),
