@@ -259,7 +259,8 @@ class Mutants(RunnerCase):
                    ("list[i].proc_fd;", "i;"), ("return isWhole", "return false"), ("filled <= 0 ||", "filled > 0 ||"))
         texts = [text] + [text.replace(before, after) for before, after in changes]
         closers = [f"Host_CloseDescriptors{number}" for number in range(len(texts))]
-        main = "".join(f"void {name}(int, int);\n" for name in closers) + \
+        main = "".join(f"namespace pelago::platform {{ void {name}(int, int); }}\n" for name in closers) + \
+            "using namespace pelago::platform;\n" \
             f"static void (*const CLOSE[])(int, int) = {{ {', '.join(closers)} }};\n" + self.CLOSING
         header = "#include <closeDescriptors.h>\n"
         stub = self.folder / "real.tbd"
