@@ -13,9 +13,9 @@
  * library is opened by dlopen(), with -rdynamic.
  *
  * With PELAGO_SHORT_SINKS defined before this header is included (#define PELAGO_SHORT_SINKS), the
- * three have the short names,
- * too, and whoever defines Log() then defines Pelago_Log().  Without it the short names are the
- * program's, for whatever it likes.
+ * three have the short names, too, and whoever defines Log() then defines Pelago_Log(); other
+ * headers of the library may have come before.  Without it the short names are the program's, for
+ * whatever it likes.
  *
  * Formats are printf's.  Nothing is added to the text: a message that ends a line carries its own
  * newline.  The library calls the sinks from any thread, from several at once, and in the children
@@ -50,8 +50,6 @@ PELAGO_END_DECLARATIONS
 
 #endif /* PELAGO_DIAGNOSTICS_H */
 
-/* Not between the lines above, so that a header which was included before the name was defined does
- * not matter. */
 #if defined(PELAGO_SHORT_SINKS) && !defined(PELAGO_PREFIX)
 
 PELAGO_BEGIN_DECLARATIONS
