@@ -24,6 +24,7 @@
 #include <cstring>
 #include <functional>
 #include <grp.h>
+#include <mutex>
 #include <pwd.h>
 #include <random>
 #include <string>
@@ -42,6 +43,7 @@ constexpr long GROWTH_IN_PAGES = 2048; // 8 MiB, which a sanitizer's own records
 HashTable *sShared;                           // of all threads
 StringEncoding sFound[STRING_ENCODING_COUNT]; // what each encoding's name is found to be
 std::atomic<uint64_t> sDone;
+std::mutex sExpansion; // Util_ExpandString() is for one thread at a time
 
 #define MUST(condition)                                                                            \
     do {                                                                                           \
@@ -159,9 +161,12 @@ void Host(Random & /* nothing to choose */)
     struct passwd record, *found = nullptr;
     char room[1024];
     MUST(Posix_GetpwuidR(0, &record, room, sizeof room, &found) == 0 && found == &record);
-    char *home = Util_ExpandString("~root/x");
-    MUST(home == std::string(record.pw_dir) + "/x");
-    free(home);
+    {
+        const std::lock_guard<std::mutex> lock(sExpansion);
+        char *home = Util_ExpandString("~root/x");
+        MUST(home == std::string(record.pw_dir) + "/x");
+        free(home);
+    }
     MUST(strcmp(Posix_Getenv("PELAGO_DRIVER"), "a value") == 0);
     Unicode path = Posix_RealPath("/proc/self/../self/exe");
     MUST(path != nullptr && path[0] == '/');
