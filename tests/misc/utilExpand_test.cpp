@@ -4,6 +4,7 @@
 #include "panic.h"
 #include "scopedForTests.h"
 
+#include <cctype>
 #include <clocale>
 #include <cstdarg>
 #include <cstdio>
@@ -12,7 +13,6 @@
 #include <ostream>
 #include <pwd.h>
 #include <string>
-#include <strings.h>
 #include <unistd.h>
 #include <vector>
 
@@ -289,7 +289,7 @@ TEST_F(UtilExpand, KnowsPidInAnyCaseWhateverTheLocale)
     ASSERT_EQ(system(make.c_str()), 0);
     Set("LOCPATH", folder.Path().c_str());
     ASSERT_NE(setlocale(LC_ALL, "tr_TR"), nullptr);
-    ASSERT_NE(strcasecmp("pid", "PID"), 0) << "the locale that is meant";
+    ASSERT_NE(tolower('I'), 'i') << "the locale that is meant";
     const std::string number = std::to_string(getpid());
     for (const char *name : {"$PID", "$pid", "$Pid", "$pId"}) {
         EXPECT_EQ(Expand(name), number) << name;
