@@ -8,7 +8,7 @@
  *    void Pelago_Log(const char *format, ...) {}      (what is nobody's fault is not said)
  *
  * The definition must be in an object file of the program itself.  In an archive of the program's a
- * linker does not look for it, unless it is told the name (-Wl,-u,Pelago_Log).  The shared library
+ * linker does not look for it, unless the command names it (-Wl,-u,Pelago_Log).  The shared library
  * finds what the program exports: its own definition with this header included, and where the
  * library is opened by dlopen(), with -rdynamic.
  *

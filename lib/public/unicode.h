@@ -65,8 +65,8 @@ void Unicode_Shutdown(void);
  * and of "ISO-8859-8-I" (107) and "iso-8859-8-i" (292, not supported) the first one that is asked
  * for decides for both.
  *
- * A name that is not found is told to Warning() each time; one that is found, but not supported, is
- * not.  A failed allocation ends the process.
+ * Each call with a name that is not found writes a Warning(); a name that is found, but not
+ * supported, writes none.  A failed allocation ends the process.
  */
 StringEncoding UnicodeIANALookup(const char *name);
 
@@ -75,7 +75,7 @@ StringEncoding Unicode_FindEncoding(const char *name);
 
 /*
  * The name of the encoding that ICU knows it by, a constant; of an encoding that is not supported,
- * too.  STRING_ENCODING_DEFAULT stands for the current encoding.  Any other number is told to
+ * too.  STRING_ENCODING_DEFAULT stands for the current encoding.  Any other number writes a
  * Warning() and ends the process: "NOT_REACHED lib/unicode/unicodeSimpleTypes:2588".
  *    Unicode_EncodingEnumToName(STRING_ENCODING_ISO_8859_1)  gives "ISO-8859-1"
  */
@@ -101,9 +101,9 @@ bool Unicode_IsEncodingValid(StringEncoding encoding);
  * Lengths of buffers are in bytes; -1 is up to the terminator, which is a zero unit of the
  * encoding: two bytes for the UTF-16 encodings, four for the UTF-32 ones, else one.  The terminator
  * does not count.  STRING_ENCODING_DEFAULT is the current encoding.  New strings, buffers and lists
- * are the caller's, who releases them, and a list's entries, with free().  Which encodings convert
- * to which is told in codeset.h; a number that is no encoding's, STRING_ENCODING_UNKNOWN among
- * them, ends the process as in Unicode_EncodingEnumToName() wherever there is text to convert.  All
+ * are the caller's, who releases them, and a list's entries, with free().  codeset.h says which
+ * encodings convert to which; a number that is no encoding's, STRING_ENCODING_UNKNOWN among them,
+ * ends the process as in Unicode_EncodingEnumToName() wherever there is text to convert.  All
  * of it is reentrant; a failed safe allocation ends the process.
  *
  * Bytes from outside, such as a file's name or a variable's value, may be no text.  Each function
@@ -116,7 +116,7 @@ bool Unicode_IsEncodingValid(StringEncoding encoding);
  * a single byte in some East Asian encodings, U+001A; so it does in ASCII without ICU.  What cannot
  * be converted, which without ICU is all else that is invalid, ends the process: ask
  * Unicode_IsBufferValid() beforehand, or use Unicode_AllocIfValid().  So does a lack of memory;
- * "(couldn't escape bytes)" may then be in the place of the bytes:
+ * "(couldn't escape bytes)" may then stand for the bytes:
  *    "Unicode_AllocWithLength: Couldn't convert invalid buffer [caf\xE9] from UTF-8 to Unicode."
  */
 Unicode Unicode_AllocWithLength(const void *buffer, ssize_t length, StringEncoding encoding);

@@ -149,7 +149,7 @@ bool Util_StrDiffers(const char *a, const char *b) __attribute__((nonnull(1, 2))
  * neither is the result, and no process ends over it.  CodeSet_IsValidUtf8String() of codeset.h
  * tells whether it is.
  *
- * What is not known is told to Log(): an unknown user's "~user" stays as it is, AND AN UNKNOWN
+ * Log() gets what is not known: an unknown user's "~user" stays as it is, AND AN UNKNOWN
  * VARIABLE IS EMPTY, which leaves the folder above: "~/$NONE" is "/home/me/".  Where that matters,
  * ask Posix_TryGetenv() of posix.h first.  NULL after a Log() when there is no memory, or when the
  * text has more than 100 pieces: a piece is the "~" or "~user", a "$NAME", or what is between
@@ -199,8 +199,8 @@ void Util_ReleasePlistDictionary(const struct __CFDictionary *dictionary);
 /*
  * Looks up the product's name, version and build ("ProductName", "ProductVersion",
  * "ProductBuildVersion"), those that are not NULL, in this order.  False when one of them is
- * missing or not a string, and after a Log() when it cannot be had: those before it are freed and
- * NULL then, and it and those behind it are as they were.
+ * missing or not a string, and after a Log() when it cannot be had: the outputs before it are
+ * freed and NULL then; its own output and the later ones are as they were.
  */
 bool Util_GetProductInfo(const struct __CFDictionary *dictionary, char **name, char **version,
                          char **build);

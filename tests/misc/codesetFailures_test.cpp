@@ -138,7 +138,8 @@ const Told NO_FAILURE = {CODESET_REASON_NONE, 0}, UNKNOWN = {CODESET_REASON_UNKN
 Told Invalid(size_t offset) { return {CODESET_REASON_INVALID, offset}; }
 Told Lacking(size_t offset) { return {CODESET_REASON_LACKING, offset}; }
 
-// What is told, after a look at what is handed out: what the generic conversion does.
+// The reason and the offset that CodeSet_Convert() gives.  Its result and its output must be those
+// of the generic conversion.
 Told Tell(const char *codeIn, const std::string &in, const char *codeOut,
           unsigned policy = CODESET_INVALID_FAIL)
 {

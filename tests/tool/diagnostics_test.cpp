@@ -2,6 +2,10 @@
 
 #include "panic.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <unistd.h>
+
 namespace {
 
 TEST(Diagnostics, AddNothingToATextOnStandardError)
@@ -12,6 +16,21 @@ TEST(Diagnostics, AddNothingToATextOnStandardError)
     Log("|%s\n", "logged");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "warned: 1|logged\n");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST(Diagnostics, LeaveErrnoAsItWas)
+{
+    for (const auto sink : {Warning, Log}) {
+        const int kept = dup(STDERR_FILENO);
+        close(STDERR_FILENO); // so that writing fails
+        errno = EDOM;
+        sink("lost\n");
+        const int error = errno;
+        dup2(kept, STDERR_FILENO);
+        close(kept);
+        clearerr(stderr);
+        EXPECT_EQ(error, EDOM);
+    }
 }
 
 // The names in a message are the caller's, and as long as these are.
