@@ -42,6 +42,8 @@ configureApt() {
         apt-config dump | grep '^Acquire::' # how this machine reaches them
         printf 'Dir::Etc::%s;\n' "SourceList \"$making/sources.list\"" 'SourceParts "/dev/null"'
         printf 'Dir::%s;\n' "State::Lists \"$making/lists\"" "Cache \"$making/cache\""
+        # The user that apt would work as may not enter this folder, and needs a /dev/null that all may write to.
+        printf 'APT::Sandbox::User "root";\n'
     } >"$making/apt.conf"
 }
 

@@ -175,6 +175,11 @@ echo out >/dev/stdout
 echo err >/dev/stderr
 ! echo too much 2>/dev/null >/dev/full"""), " 00 00 00 00\n4\nout\n")
 
+    def test_devices_are_everybodys_whatever_the_machines_are(self):
+        script = ("chmod 755 /dev/null; stat -c %a /dev/null; "
+                  f"{SANDBOX} setpriv --reuid 65534 --clear-groups sh -c 'echo lost >/dev/null'")
+        self.assertEqual(self.shell(script), "755\n")
+
     def test_a_terminal_of_ones_own(self):
         self.assertEqual(self.shell("script -qec 'tty; : </dev/tty' /dev/null").split(), ["/dev/pts/0"])
 
