@@ -1,21 +1,21 @@
 /*
- * declarations.h -- what stands around the declarations of every other header.
+ * declarations.h -- the macros around the declarations of every other header.
  *
- * Between the two are functions of C, also for a program in C++, and names that a shared library
- * exports, also for a program or a library that is compiled with -fvisibility=hidden: what such a
- * program defines of them, as in diagnostics.h, is what the library calls.
+ * What is declared between the two macros has C linkage, also in a C++ program, and default
+ * visibility, also where a program is compiled with -fvisibility=hidden: the shared library then
+ * calls the program's own definition of a sink (see diagnostics.h).
  */
 #ifndef PELAGO_DECLARATIONS_H
 #define PELAGO_DECLARATIONS_H
 
 #ifndef __cplusplus
-/* Comes before a header's declarations. */
+/* Begins a header's declarations. */
 #define PELAGO_BEGIN_DECLARATIONS _Pragma("GCC visibility push(default)")
-/* Comes after them. */
+/* Ends a header's declarations. */
 #define PELAGO_END_DECLARATIONS _Pragma("GCC visibility pop")
-/* The value as the type, in the language's own way. */
+/* Casts the value to the type, in the language's own way. */
 #define PELAGO_CAST(type, value) ((type)(value))
-/* The null pointer, likewise. */
+/* The null pointer, in the language's own way. */
 #define PELAGO_NULL NULL
 #else
 #define PELAGO_BEGIN_DECLARATIONS                                                                  \

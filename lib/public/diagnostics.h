@@ -1,28 +1,29 @@
 /*
- * diagnostics.h -- where the library's messages go: its three sinks.
+ * diagnostics.h -- the library's three message sinks.
  *
- * The library calls Pelago_Warning(), Pelago_Log() and Pelago_Panic(); where other headers say
- * Warning(), Log() and Panic() they mean these.  Its own write to standard error; a program that
- * defines one of the three, as a function of C, has the library call that one instead:
+ * The library reports through Pelago_Warning(), Pelago_Log() and Pelago_Panic().  Where other
+ * headers say Warning(), Log() and Panic() they mean these three.  The library has a definition of
+ * each, which writes to standard error.  A program replaces one by defining it as a C function:
  *
- *    void Pelago_Log(const char *format, ...) {}      (what is nobody's fault is not said)
+ *    void Pelago_Log(const char *format, ...) {}      (log messages are dropped)
  *
- * The definition must be in an object file of the program itself.  In an archive of the program's a
- * linker does not look for it, unless the command names it (-Wl,-u,Pelago_Log).  The shared library
- * finds what the program exports: its own definition with this header included, and where the
- * library is opened by dlopen(), with -rdynamic.
+ * The definition must be in an object file of the program.  If it is in an archive, the link
+ * command must ask for it (-Wl,-u,Pelago_Log), for a linker searches archives only for names that
+ * are still undefined.  For the shared library the program must export its definition: including
+ * this header does that, and a program that opens the library by dlopen() is linked with -rdynamic
+ * as well.
  *
- * With PELAGO_SHORT_SINKS defined before this header is included (#define PELAGO_SHORT_SINKS), the
- * three have the short names, too, and whoever defines Log() then defines Pelago_Log(); other
- * headers of the library may have come before.  Without it the short names are the program's, for
- * whatever it likes.
+ * If PELAGO_SHORT_SINKS is defined before this header is included (#define PELAGO_SHORT_SINKS), the
+ * three sinks have their short names, too: a program that then defines Log() defines Pelago_Log().
+ * Other headers of the library may have been included before.  Without PELAGO_SHORT_SINKS the
+ * library leaves the short names to the program.
  *
- * Formats are printf's.  Nothing is added to the text: a message that ends a line carries its own
- * newline.  The library calls the sinks from any thread, from several at once, and in the children
- * that Hostinfo_Daemonize() makes.  A sink leaves errno as it was.
+ * Formats are printf's.  Nothing is added to the text: a message that ends a line contains its
+ * newline.  The library calls the sinks from any thread, from several at once, and in the child
+ * processes that Hostinfo_Daemonize() makes.  A sink must leave errno unchanged.
  *
- * A sink may call the library, but neither Unicode_Init() nor Unicode_InitEx(): these may be what
- * it was called from, and would wait for themselves.  What it calls may call it again.
+ * A sink may call the library, and may be called again by what it calls.  It must not call
+ * Unicode_Init() or Unicode_InitEx(): if one of these called the sink, it would wait for itself.
  */
 #ifndef PELAGO_DIAGNOSTICS_H
 #define PELAGO_DIAGNOSTICS_H
@@ -31,18 +32,18 @@
 
 PELAGO_BEGIN_DECLARATIONS
 
-/* Tells of a failure that the caller is also told of by a result. */
+/* Reports a failure that the caller also learns from a result. */
 void Pelago_Warning(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-/* Tells what may be worth knowing and is nobody's fault. */
+/* Reports an event that may be worth knowing and is no failure. */
 void Pelago_Log(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 /*
- * Tells why the program cannot go on, and ends it; the library's own writes "Panic: " first, and
- * ends it by exit(1).  It must not return, and must not be left by an exception or longjmp(): the
- * call that it ends may have blocks, descriptors, blocked signals and the lock of the
- * initialisation, and nobody gives these back.  What exit() runs may call the library as a sink
- * may.
+ * Reports why the process cannot go on, and ends it.  The library's own definition writes
+ * "Panic: " and the message, and calls exit(1).  It must not return, nor be left by an exception or
+ * longjmp(): the call that failed may hold blocks, descriptors, blocked signals and the
+ * initialisation's lock, which nothing would release.  Functions that exit() runs may call the
+ * library under the same rule as a sink.
  */
 void Pelago_Panic(const char *format, ...) __attribute__((format(printf, 1, 2), noreturn));
 
@@ -54,11 +55,11 @@ PELAGO_END_DECLARATIONS
 
 PELAGO_BEGIN_DECLARATIONS
 
-/* What a linker puts before a name of C: "_" on macOS. */
+/* The prefix that the compiler gives C names in object files, as a string: "_" on macOS. */
 #define PELAGO_PREFIX PELAGO_PREFIX_TEXT(__USER_LABEL_PREFIX__)
-/* The prefix as a text. */
+/* Expands the prefix, a macro, and makes it a string. */
 #define PELAGO_PREFIX_TEXT(prefix) PELAGO_PREFIX_QUOTED(prefix)
-/* The same of a prefix that is no macro. */
+/* Makes the prefix a string without expanding it. */
 #define PELAGO_PREFIX_QUOTED(prefix) #prefix
 
 /* Pelago_Warning() under a short name. */

@@ -1,8 +1,8 @@
 /*
  * dynbuf.h -- a byte buffer that grows.
  *
- * A DynBuf is owned by value by whoever declares it, and owns its block until that is detached or
- * the buffer is destroyed.  Contents are bytes, not text; sizes are in bytes.  How a text is built:
+ * Whoever declares a DynBuf owns it; it owns its block until the block is detached or the buffer is
+ * destroyed.  Contents are bytes, not text; sizes are in bytes.  How a text is built:
  *
  *    DynBuf buf;
  *    DynBuf_Init(&buf);
@@ -11,12 +11,12 @@
  *    }
  *    DynBuf_Destroy(&buf);
  *
- * A buffer grows from nothing to 128 bytes, below 256 KiB to twice its allocation, and from there
- * by 256 KiB; it grows further where the request needs more.
+ * An empty buffer grows to 128 bytes; below 256 KiB a buffer doubles; from there it grows by
+ * 256 KiB; and it grows further where a request needs more.
  *
- * Without memory the plain forms return false and leave the buffer as it was; the safe forms end
- * the process through Panic(), naming their caller's source file and line.  All of it is reentrant;
- * one buffer is for one thread at a time.
+ * When memory runs out the plain forms return false and leave the buffer as it was; the safe forms
+ * end the process through Panic(), naming their caller's source file and line.  All of it is
+ * reentrant; a buffer must not be used by two threads at a time.
  */
 #ifndef PELAGO_DYNBUF_H
 #define PELAGO_DYNBUF_H
@@ -33,8 +33,8 @@
 
 PELAGO_BEGIN_DECLARATIONS
 
-#define DYNBUF_FIRST_ALLOCATION 128    /* what a buffer of nothing grows to */
-#define DYNBUF_GROWTH_STEP      262144 /* from here on growth is by this much */
+#define DYNBUF_FIRST_ALLOCATION 128    /* the first block's size */
+#define DYNBUF_GROWTH_STEP      262144 /* from this size on a block grows by this much */
 
 #define DYNBUF_SOURCE_PATH         "lib/public/dynbuf" /* in DynBuf_DetachString()'s report */
 #define DYNBUF_DETACH_STRING_CHECK 145                 /* and the number there */
@@ -72,19 +72,20 @@ static inline void DynBuf_InitWithString(DynBuf *buf, char *string)
     if (string == PELAGO_NULL) { return; }
     const size_t length = strlen(string);
     buf->data = string;
-    /* Kept on purpose: a longer string gets the lengths that 32 bits with a sign give. */
+    /* Cut to 32 bits on purpose: this is what callers with longer strings have always got. */
     buf->size = PELAGO_CAST(size_t, PELAGO_CAST(int32_t, length));
     buf->allocated = PELAGO_CAST(size_t, PELAGO_CAST(int32_t, length + 1));
 }
 
-/* Releases the block; the buffer is empty then and can be used on. */
+/* Releases the block.  The buffer is then empty and can be used again. */
 static inline void DynBuf_Destroy(DynBuf *buf)
 {
     free(buf->data);
     DynBuf_Init(buf);
 }
 
-/* Releases the block and goes on with data, a heap block of size bytes that are all in use. */
+/* Releases the block and makes the buffer own data instead, a heap block whose size bytes are all
+ * in use. */
 static inline void DynBuf_Attach(DynBuf *buf, size_t size, void *data)
 {
     free(buf->data);
@@ -94,9 +95,9 @@ static inline void DynBuf_Attach(DynBuf *buf, size_t size, void *data)
 }
 
 /*
- * Gives the block, or NULL, to the caller, who releases it with free().  The buffer's size stays
- * what it was, so that the block's can still be read; before anything else of the buffer is used it
- * must be made anew or destroyed.
+ * Gives the block, or NULL, to the caller, who releases it with free().  The buffer's size is left
+ * as it was, so that the caller can still read how long the contents are; for any other use the
+ * buffer must be initialised or destroyed first.
  */
 static inline void *DynBuf_Detach(DynBuf *buf)
 {
@@ -108,7 +109,7 @@ static inline void *DynBuf_Detach(DynBuf *buf)
 
 /*
  * Grows the allocation by one step, even when minSize fits already, and to minSize at least.  False
- * when memory runs out or the new allocation cannot be counted.
+ * when memory runs out or the new size does not fit a size_t.
  */
 static inline bool DynBuf_Enlarge(DynBuf *buf, size_t minSize)
 {
@@ -127,14 +128,14 @@ static inline bool DynBuf_Enlarge(DynBuf *buf, size_t minSize)
     return true;
 }
 
-/* Grows the allocation where it does not hold count bytes after the contents; not for callers. */
+/* Makes room for count bytes after the contents.  Internal: not for callers. */
 static inline bool DynBufMakeRoom(DynBuf *buf, size_t count)
 {
     if (count > SIZE_MAX - buf->size) { return false; }
     return buf->size + count <= buf->allocated || DynBuf_Enlarge(buf, buf->size + count);
 }
 
-/* Puts bytes where there is room; not for callers. */
+/* Appends count bytes, for which there is room.  Internal: not for callers. */
 static inline void DynBufPut(DynBuf *buf, const void *bytes, size_t count)
 {
     memcpy(buf->data + buf->size, bytes, count);
@@ -142,8 +143,8 @@ static inline void DynBufPut(DynBuf *buf, const void *bytes, size_t count)
 }
 
 /*
- * Appends a copy of count bytes, which are not the buffer's own.  For count 0 nothing is done or
- * allocated, and bytes may be NULL.  False when memory runs out or the size cannot be counted.
+ * Appends a copy of count bytes, which must not be the buffer's own.  For count 0 it does nothing,
+ * and bytes may be NULL.  False when memory runs out or the new size does not fit a size_t.
  */
 static inline bool DynBuf_Append(DynBuf *buf, const void *bytes, size_t count)
 {
@@ -153,8 +154,8 @@ static inline bool DynBuf_Append(DynBuf *buf, const void *bytes, size_t count)
     return true;
 }
 
-/* Puts a NUL after the contents and gives the block to the caller as DynBuf_Detach() does.  Without
- * memory for the NUL the process ends. */
+/* Appends a NUL, which size does not count, and gives the block to the caller as DynBuf_Detach()
+ * does.  When there is no memory for the NUL the process ends. */
 static inline char *DynBuf_DetachString(DynBuf *buf)
 {
     if (!DynBufMakeRoom(buf, 1)) {
@@ -164,8 +165,8 @@ static inline char *DynBuf_DetachString(DynBuf *buf)
     return PELAGO_CAST(char *, DynBuf_Detach(buf));
 }
 
-/* Gives back what is allocated beyond the contents.  False when the C library refuses; an empty
- * buffer is never refused, and may have no block then. */
+/* Shrinks the block to the contents' size.  False when realloc() fails.  For an empty buffer it
+ * never fails, and the buffer may have no block afterwards. */
 static inline bool DynBuf_Trim(DynBuf *buf)
 {
     char *data = PELAGO_CAST(char *, realloc(buf->data, buf->size));
@@ -176,8 +177,8 @@ static inline bool DynBuf_Trim(DynBuf *buf)
 }
 
 /*
- * Makes destination, whose block, if any, is not released, a copy of source: the same contents in a
- * block of the same allocation.  False when memory runs out; destination is empty then.
+ * Makes destination a copy of source: the same contents in a block of the same size.  A block that
+ * destination had is not released.  False when memory runs out; destination is then empty.
  */
 static inline bool DynBuf_Copy(const DynBuf *source, DynBuf *destination)
 {
@@ -191,7 +192,7 @@ static inline bool DynBuf_Copy(const DynBuf *source, DynBuf *destination)
 }
 
 /* ---- The safe forms do what the plain ones do, and end the process where those return false.  The
- * functions under them take the source file and line to report. */
+ * functions that they call take the source file and line to report. */
 
 /* DynBuf_Enlarge(buf, minSize); returns the block. */
 #define DynBuf_SafeEnlarge(buf, minSize)                                                           \

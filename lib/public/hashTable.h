@@ -1,31 +1,32 @@
 /*
- * hashTable.h -- a table from strings or integers to values, for caches that are only ever filled.
+ * hashTable.h -- a hash table from strings or integers to values, meant for caches that only grow.
  *
- * A table has a fixed number of buckets, a power of two that the caller chooses for the population
- * that it expects: the table never grows, and a lookup takes time proportional to the number of
- * entries per bucket.  A lookup takes no lock, makes no system call and allocates nothing.
+ * A table has a fixed number of buckets, a power of two that the caller chooses for the number of
+ * entries that it expects.  The table is never resized, and a lookup takes time proportional to the
+ * number of entries per bucket.  A lookup takes no lock, makes no system call and allocates
+ * nothing.
  *
  * Keys are passed as const void *: for string tables a NUL-terminated string, not NULL, for integer
  * tables the integer itself, cast to a pointer.  Values are pointers or integers cast to pointers,
  * NULL included.
  *
- * Ownership.  The table owns its entries.  A string key must outlive its entry and keep its text,
- * unless the table was made with HASH_FLAG_COPYKEY and so has copies of its own.  Values stay the
- * caller's, unless the table was given a free function: that receives every value which the table
- * drops.
+ * Ownership.  The table owns its entries.  Without HASH_FLAG_COPYKEY a string key must stay valid
+ * and unchanged for as long as its entry exists; with the flag the table keeps a copy.  Values are
+ * the caller's, unless the table has a free function: that is called for every value which the
+ * table drops.
  *
  * Threads.  A table without HASH_FLAG_ATOMIC must not be changed by one thread while another uses
  * it.  On a table with the flag any number of threads may at the same time call HashTable_Lookup,
  * HashTable_Insert, HashTable_LookupOrInsert, HashTable_ReplaceOrInsert, HashTable_ReplaceIfEqual,
- * HashTable_GetNumElements, HashTable_KeyArray, HashTable_ValueArray and HashTable_ForEach; what
- * one thread wrote before it stored a value is there for whoever finds the value.  A free function
- * may then be called by any of these threads, and a value that was replaced is given to it even
- * when another thread has just looked it up: such a table's values must outlive their readers, or
- * not be pointers.  HashTable_Delete, HashTable_Remove, HashTable_Clear and HashTable_Free must
- * have any table to themselves.
+ * HashTable_GetNumElements, HashTable_KeyArray, HashTable_ValueArray and HashTable_ForEach; a
+ * thread that finds a value sees everything that was written before the value was stored.  Any of
+ * these threads may then call the free function, also for a value that another thread has just
+ * looked up: the values of such a table must outlive their readers, or not be pointers.
+ * HashTable_Delete, HashTable_Remove, HashTable_Clear and HashTable_Free must never run at the same
+ * time as another call for the same table.
  *
- * No operation returns a failure to allocate: the process ends as util.h tells.  A table or a
- * callback must not be NULL unless it is said to be optional.
+ * When memory runs out the process ends as util.h says.  A table or a callback must not be NULL
+ * unless it is said to be optional.
  */
 #ifndef PELAGO_HASHTABLE_H
 #define PELAGO_HASHTABLE_H
@@ -38,39 +39,40 @@
 
 PELAGO_BEGIN_DECLARATIONS
 
-/* A table, which only the functions here look into. */
+/* A table; its members are private to this module. */
 typedef struct HashTable HashTable;
 
-/* What a table's flags are made of: one kind of key, and any of the HASH_FLAG_s. */
+/* A table's flags: one kind of key, or'ed with any of the HASH_FLAG_ values. */
 enum {
-    HASH_STRING_KEY = 0,    /* strings, told apart by strcmp() */
-    HASH_ISTRING_KEY = 1,   /* strings, told apart by strcasecmp(), found by tolower() of each byte:
-                               the locale must not change while the table has entries */
+    HASH_STRING_KEY = 0,    /* strings, compared by strcmp() */
+    HASH_ISTRING_KEY = 1,   /* strings, compared by strcasecmp() and hashed by tolower() of each
+                               byte: the locale must not change while the table has entries */
     HASH_INT_KEY = 2,       /* integers of the size of a pointer */
     HASH_FLAG_ATOMIC = 8,   /* several threads may fill and read the table (see Threads) */
-    HASH_FLAG_COPYKEY = 16, /* the table keeps copies of string keys; nothing for integers */
+    HASH_FLAG_COPYKEY = 16, /* the table keeps copies of string keys; no effect on integers */
 };
 
 /* Receives a value that the table drops.  It must not use that table. */
 typedef void (*HashTableFreeEntryFn)(void *value);
 
-/* Receives an entry and the pointer that came with the walk; not 0 stops the walk. */
+/* Receives an entry, and the userData of HashTable_ForEach().  A result other than 0 ends the walk.
+ */
 typedef int (*HashTableForEachCallback)(const void *key, void *value, void *userData);
 
 /*
- * Makes an empty table of numEntries buckets, which HashTable_Free releases.  freeEntryFn may be
+ * Makes an empty table of numEntries buckets, which HashTable_Free() releases.  freeEntryFn may be
  * NULL.  Bits of flags that are not named above are ignored.
  *
- * numEntries that is not a power of two ends the process with the report "HashTable_Alloc only
- * takes powers of 2 ", and so does 0, which is none; a table of one bucket is a plain list.  An
- * unknown kind of key, 3 to 7, ends the process when the first key is used.
+ * numEntries must be a power of two; otherwise, and for 0, the process ends with the report
+ * "HashTable_Alloc only takes powers of 2 ".  A table of one bucket is a plain list.  An unknown
+ * kind of key, 3 to 7, ends the process when the first key is used.
  */
 HashTable *HashTable_Alloc(uint32_t numEntries, int flags, HashTableFreeEntryFn freeEntryFn);
 
 /*
- * Returns the table that *shared holds or, when that is NULL, makes one as HashTable_Alloc does and
- * stores it there.  Any number of threads may race for it: all of them receive the one table that
- * was stored.  *shared must not be written in any other way meanwhile.
+ * Returns the table in *shared.  When *shared is NULL, it first makes a table as HashTable_Alloc()
+ * does and stores it there.  Any number of threads may call this at the same time: all of them
+ * receive the same table.  Nothing else may write *shared at the same time.
  */
 HashTable *HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, int flags,
                                HashTableFreeEntryFn freeEntryFn);
@@ -78,46 +80,47 @@ HashTable *HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, int flag
 /* Drops all entries and releases the table, which may be NULL. */
 void HashTable_Free(HashTable *table);
 
-/* The same. */
+/* Does the same as HashTable_Free(). */
 void HashTable_FreeAll(HashTable *table);
 
 /* Drops all entries; the table stays. */
 void HashTable_Clear(HashTable *table);
 
-/* Whether the key is there.  Its value goes to *valueOut, which is left alone when the key is not
- * there; valueOut may be NULL. */
+/* Returns whether the key is in the table, and stores its value in *valueOut, which is unchanged
+ * when it is not; valueOut may be NULL. */
 bool HashTable_Lookup(const HashTable *table, const void *key, void **valueOut);
 
-/* Drops the key's entry; whether there was one. */
+/* Drops the key's entry, and returns whether there was one. */
 bool HashTable_Delete(HashTable *table, const void *key);
 
 /*
- * Removes the key's entry; whether there was one.  Its value goes to *valueOut and is the caller's
- * from then on; when valueOut is NULL the value is dropped.
+ * Removes the key's entry, and returns whether there was one.  The value is stored in *valueOut and
+ * is the caller's from then on; when valueOut is NULL the value is dropped.
  */
 bool HashTable_Remove(HashTable *table, const void *key, void **valueOut);
 
-/* Enters the key unless it is there already; whether it was entered.  When it was not, nothing has
- * changed, and value is still the caller's. */
+/* Enters the key with the value unless the key is in the table already, and returns whether it was
+ * entered.  If not, nothing has changed, and value is still the caller's. */
 bool HashTable_Insert(HashTable *table, const void *key, void *value);
 
 /*
- * The value that is there under the key, which is entered with the given value when it is not
- * there.  A result other than value means that value is still the caller's.
+ * Returns the key's value.  A key that is not in the table is first entered with the given value.
+ * A result other than value means that value is still the caller's.
  */
 void *HashTable_LookupOrInsert(HashTable *table, const void *key, void *value);
 
 /* Stores value under the key.  True when it replaced a value, which was dropped; false when the key
- * has been entered.  A key that is there keeps its own string. */
+ * was new.  An entry that was there keeps its key's string. */
 bool HashTable_ReplaceOrInsert(HashTable *table, const void *key, void *value);
 
-/* Stores newValue under the key and drops the value that was there, if that was exactly oldValue;
- * whether this happened.  When it did not, newValue is still the caller's. */
+/* Replaces the key's value by newValue if it is exactly oldValue, which is then dropped.  Returns
+ * whether it did; if not, newValue is still the caller's. */
 bool HashTable_ReplaceIfEqual(HashTable *table, const void *key, void *oldValue, void *newValue);
 
 /*
- * The number of entries.  Once threads have entered keys at the same time it may be too low, and
- * stays so when they have ended: the count is not worth a lock.  To count then, walk:
+ * Returns the number of entries.  Once threads have entered keys at the same time the number may be
+ * too low, and it stays too low: threads that enter keys do not wait for each other to count them.
+ * HashTable_ForEach() counts exactly:
  *    static int CountOne(const void *key, void *value, void *count)
  *    {
  *        (void)key, (void)value;
@@ -130,24 +133,24 @@ bool HashTable_ReplaceIfEqual(HashTable *table, const void *key, void *oldValue,
 size_t HashTable_GetNumElements(const HashTable *table);
 
 /*
- * All keys, in the order of a walk: bucket by bucket, in each the latest entry first.  *keysOut is
- * an array of *sizeOut keys, which the caller releases with free(), or NULL when there are none.
- * The keys themselves stay the table's.  *sizeOut is HashTable_GetNumElements(): once threads have
- * entered keys at the same time, KEYS MAY BE MISSING from the array, also when all of these threads
- * have ended.  HashTable_ForEach() gives every entry then, and the array is for tables that one
- * thread at a time has filled.
+ * Returns all keys, bucket by bucket, and in each bucket the latest entry first.  *keysOut is an
+ * array of *sizeOut keys, which the caller releases with free(), or NULL when there are none.  The
+ * keys themselves are not copied.  *sizeOut is HashTable_GetNumElements(): once threads have
+ * entered keys at the same time, KEYS MAY BE MISSING from the array, also when these threads have
+ * ended.  Use HashTable_ForEach() then; the array is for tables that one thread at a time has
+ * filled.
  */
 void HashTable_KeyArray(const HashTable *table, const void ***keysOut, size_t *sizeOut);
 
-/* The same for the values, which stay whose they are.  VALUES MAY BE MISSING where keys may; with
- * HashTable_ForEach() none is. */
+/* Returns all values in the same way; their owners stay the same.  VALUES MAY BE MISSING where keys
+ * may; HashTable_ForEach() gives all. */
 void HashTable_ValueArray(const HashTable *table, void ***valuesOut, size_t *sizeOut);
 
 /*
- * Gives every entry and userData to the callback, in the order of HashTable_KeyArray(), until it
- * returns something other than 0, which becomes the result; otherwise the result is 0.  Every entry
- * is every one that was entered before the call, by whatever threads; one that is entered meanwhile
- * may be among them.  The callback must not enter or remove keys.
+ * Calls the callback with every entry and userData, in the order of HashTable_KeyArray(), until the
+ * callback returns something other than 0, which becomes the result; otherwise the result is 0.
+ * It visits all entries that any thread had entered before the call, and may visit those that are
+ * entered during the call.  The callback must not enter or remove keys; it may replace values.
  */
 int HashTable_ForEach(const HashTable *table, HashTableForEachCallback callback, void *userData);
 

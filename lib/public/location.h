@@ -1,11 +1,11 @@
 /*
- * location.h -- where the product lives on this machine, and each of its files in it.
+ * location.h -- finds the product's root folder on this machine, and its files by key.
  *
- * A program declares once, with its process tag, who it is.  From then on every file of the product
- * that has a key can be asked for.  A program inside the product's bundle finds the root from its
- * own real path, so a bundle that was moved is found; any other program takes it from the variable
- * TARVEX_LOCATION_ROOT_FULLPATH or else from the file that Location_GetLastUsedFile() names, as it
- * stands there, 1023 bytes of it at most.  Where either is empty, paths begin at "/".
+ * A program first calls Location_Init() with its process tag.  A program inside the product's
+ * bundle then finds the root from its own real path, so the bundle can be moved.  Any other program
+ * takes the root from the environment variable TARVEX_LOCATION_ROOT_FULLPATH or, where that is not
+ * set, from the file that Location_GetLastUsedFile() names: its first 1023 bytes at most,
+ * unchecked. Where the variable or the file is empty, paths begin at "/".
  *
  * There is one tag, "shareTool", and these keys: "rootDir", "icuDir", "shareToolFile",
  * "shareAddUserFile", "shareRmUserFile", "shareAddShareFile" and "shareRmShareFile".
@@ -18,31 +18,33 @@
 PELAGO_BEGIN_DECLARATIONS
 
 /*
- * Declares the calling program by its tag, not NULL.  Call it first thing in main(), before there
- * are other threads.  An unknown tag, or a second call, causes a Warning and takes effect
- * all the same; with an unknown tag the program counts as outside the bundle.
+ * Sets the calling program's process tag, which must not be NULL.  Call it at the start of main(),
+ * before there are other threads.  An unknown tag, or a second call, causes a Warning() and takes
+ * effect all the same; a program with an unknown tag counts as outside the bundle.
  */
 void Location_Init(const char *processTag);
 
 /*
- * The full path for key, which is not NULL; the caller releases it with free().  NULL, silently,
- * for a key that is not known or when memory runs out at the end; NULL after a Warning that says
- * why when the root cannot be found.  A program outside the bundle whose real and effective users
- * differ never finds it.  Any thread may call this; each call looks for the root anew.
+ * Returns the full path for key, which must not be NULL; the caller releases it with free().  NULL
+ * without a message for an unknown key, or when memory runs out for the path itself; NULL after a
+ * Warning() with the reason when the root cannot be found.  A program outside the bundle whose real
+ * and effective users differ never finds the root.  Thread-safe; each call looks for the root anew.
  *
- * Of a bundle below a folder whose name is not UTF-8, a program in it ends here without ICU, and so
- * it does in Unicode_Init(); with ICU the path is another one.
+ * If the bundle lies below a folder whose name is not UTF-8, this call, and Unicode_Init(), end a
+ * program of the bundle when ICU is not used; with ICU the result is a different path.
  */
 char *Location_Get(const char *key);
 
-/* The constant path for key, which is not NULL, below the root; "" for the root itself, NULL for an
- * unknown key. */
+/* Returns the constant path for key, which must not be NULL, relative to the root: "" for the root
+ * itself, NULL for an unknown key. */
 const char *Location_GetRelative(const char *key);
 
-/* The constant path of the file in which the product notes the root that it was last used from. */
+/* Returns the constant path of the file in which the product notes the root that it was last used
+ * from. */
 const char *Location_GetLastUsedFile(void);
 
-/* The constant path of the folder that holds the product's data by default.  Not a root. */
+/* Returns the constant path of the folder that holds the product's data by default.  It is no root.
+ */
 const char *Location_GetDefaultRoot(void);
 
 PELAGO_END_DECLARATIONS

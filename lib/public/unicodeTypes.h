@@ -1,10 +1,9 @@
 /*
  * unicodeTypes.h -- the encodings that text may be in.
  *
- * Each character set has one value, which is named after the set's preferred name; the two sets
- * whose preferred name is taken already are named after their Windows code page.  That a set has a
- * value does not mean that it is supported: UnicodeIANALookup() of unicode.h gives only those that
- * are.
+ * Each encoding has one value, named after the encoding's preferred name; the two encodings whose
+ * preferred name is taken already are named after their Windows code page.  Not every encoding with
+ * a value is supported: UnicodeIANALookup() of unicode.h returns only those that are.
  */
 #ifndef PELAGO_UNICODETYPES_H
 #define PELAGO_UNICODETYPES_H
@@ -15,8 +14,7 @@
 
 PELAGO_BEGIN_DECLARATIONS
 
-/* What C takes for an enumeration by itself, C++ has to be told, so that any number can be asked
- * about in either. */
+/* The enumeration's type in C++, so that there, as in C, it may hold any number. */
 #ifdef __cplusplus
 #define STRING_ENCODING_INTEGER : int32_t
 #else
@@ -26,7 +24,7 @@ PELAGO_BEGIN_DECLARATIONS
 /* The encodings, by numbers that stay what they are. */
 typedef enum StringEncoding STRING_ENCODING_INTEGER {
     STRING_ENCODING_UNKNOWN = -2, /* none, or none that is supported */
-    STRING_ENCODING_DEFAULT = -1, /* the current encoding, whichever that is when it is used */
+    STRING_ENCODING_DEFAULT = -1, /* the current encoding at the time of use */
 
     STRING_ENCODING_UTF_8 = 0,
     STRING_ENCODING_UTF_16LE = 1,

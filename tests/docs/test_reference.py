@@ -89,14 +89,14 @@ class Reference(unittest.TestCase):
     def test_prose_is_taken_as_it_stands(self):
         prose = "The text for @param, \\b errno, <i>, &amp;, #Err_Shutdown, %Err_Shutdown and $HOME."
         with tempfile.TemporaryDirectory() as folder:
-            made = self.changed(folder, "The text for errno.", prose)
+            made = self.changed(folder, "Returns the text for errno.", prose)
             self.assertEqual((made.returncode, made.stderr), (0, ""))
             page = "".join(ElementTree.parse(Path(folder, "xml/err_8h.xml")).getroot().itertext())
             self.assertIn(words(prose), words(page))
 
     def test_a_function_without_a_comment_would_be_found(self):
         with tempfile.TemporaryDirectory() as folder:
-            made = self.changed(folder, "/* The text for errno. */\n", "")
+            made = self.changed(folder, "/* Returns the text for errno. */\n", "")
             self.assertNotEqual(made.returncode, 0)
             self.assertIn("Err_CurrentText", made.stderr)
 
