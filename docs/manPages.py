@@ -4,7 +4,8 @@ XML is the folder that Doxygen wrote, HEADERS that of the headers, EXAMPLES that
 MAP the page that all of these lead to, whose date they share.  There is a page for each header, such as
 pelago_str.3; a page for each function and type; one for the constants of each enumeration and one for
 the macros of each header, with a link to it for each further name.  The encodings are on the page of
-their type only.  A function whose text begins with "The same" is on the page of the one above it.
+their type only.  A function whose text begins with "Does the same" or "Returns the same" is
+on the page of the one above it.
 """
 
 import re
@@ -113,7 +114,7 @@ class Item:
     constants: list
 
     def is_same_as_above(self):
-        return self.kind == "function" and plain(self.blocks).startswith("The same")
+        return self.kind == "function" and plain(self.blocks).startswith(("Does the same", "Returns the same"))
 
     def is_macro(self):
         return self.kind == "define" and not self.call

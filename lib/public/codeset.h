@@ -155,7 +155,7 @@ bool CodeSet_Utf16beToCurrent(const char *bufIn, size_t sizeIn, char **bufOut, s
 /* UTF-8 to the current code set.  That is UTF-8, so this copies: the bytes are not checked, and one
  * zero byte follows them, not four.  bufIn may be NULL only when sizeIn is 0. */
 bool CodeSet_Utf8ToCurrent(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut);
-/* The current code set to UTF-8: the same copy. */
+/* Does the same from the current code set to UTF-8. */
 bool CodeSet_CurrentToUtf8(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut);
 
 /*
@@ -166,7 +166,7 @@ bool CodeSet_CurrentToUtf8(const char *bufIn, size_t sizeIn, char **bufOut, size
  */
 bool CodeSet_Utf8FormDToUtf8FormC(const char *string, size_t sizeIn, char **bufOut,
                                   size_t *sizeOut);
-/* Decomposes the characters instead (Unicode's normal form D). */
+/* Does the same to decompose the characters (Unicode's normal form D). */
 bool CodeSet_Utf8FormCToUtf8FormD(const char *string, size_t sizeIn, char **bufOut,
                                   size_t *sizeOut);
 

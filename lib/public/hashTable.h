@@ -142,7 +142,7 @@ size_t HashTable_GetNumElements(const HashTable *table);
  */
 void HashTable_KeyArray(const HashTable *table, const void ***keysOut, size_t *sizeOut);
 
-/* Returns all values in the same way; their owners stay the same.  VALUES MAY BE MISSING where keys
+/* Returns the same for the values, which are not copied either.  VALUES MAY BE MISSING where keys
  * may; HashTable_ForEach() gives all. */
 void HashTable_ValueArray(const HashTable *table, void ***valuesOut, size_t *sizeOut);
 
