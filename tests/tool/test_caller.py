@@ -9,6 +9,7 @@ import signal
 import subprocess
 import time
 import unittest
+from pathlib import Path
 
 from toolhost import (ARGUMENTS, CLOSED, DELETED, DISABLING, ENABLING, PREFS, SCRIPT, SCRIPTS, SHARED, SHARES,
                       SHARING, STATE, WAITING, ToolCase, vector)
@@ -246,23 +247,12 @@ class DeadCaller(ToolCase):
         self.assertEqual([call.argv for call in self.calls()], [vector(name) for name in SCRIPTS])
         self.assertEqual(self.services(), [])
 
-    def test_a_killed_caller_ends_the_share(self):
-        caller = subprocess.Popen([os.environ["PELAGO_SHARE_WHILE"], self.tool, *ARGUMENTS, "sleep", "600"],
-                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
-        self.addCleanup(self.end, caller)
-        self.wait_until(lambda: "addshare" in self.called(), "the share")
-        time.sleep(0.05)  # well inside the wait, mostly; any moment must do
-        caller.kill()
-        self.wait_until(lambda: "rmuser" in self.called(), "the clean-up")
-        self.assertEqual(self.called(), list(SCRIPTS))
-        self.wait_until(lambda: not os.path.exists(f"{PREFS}-lock"), "the lock given back")
-        self.assertEqual(self.services(), [])
-        os.killpg(caller.pid, signal.SIGKILL)  # the command that it ran
 
+class ExampleCaller:
+    """What each of the example callers does."""
 
-class ExampleCaller(ToolCase):
     def run_example(self, *command, **options):
-        done = subprocess.run([os.environ["PELAGO_SHARE_WHILE"], self.tool, *ARGUMENTS, *command],
+        done = subprocess.run([*self.CALLER, self.tool, *ARGUMENTS, *command],
                               stdin=subprocess.DEVNULL, capture_output=True, timeout=30, text=True, **options)
         return done.returncode, done.stdout.splitlines()
 
@@ -304,8 +294,39 @@ class ExampleCaller(ToolCase):
         self.assertFalse(os.path.exists("/tmp/toolhost/ran"))
 
     def test_wants_all_its_arguments(self):
-        done = subprocess.run([os.environ["PELAGO_SHARE_WHILE"], self.tool, *ARGUMENTS], capture_output=True)
+        done = subprocess.run([*self.CALLER, self.tool, *ARGUMENTS], capture_output=True)
         self.assertEqual((done.returncode, self.called()), (2, []))
+
+    def test_fails_without_a_tool(self):
+        done = subprocess.run([*self.CALLER, "/nonexistent", *ARGUMENTS, "true"], capture_output=True, text=True)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("/nonexistent: No such file or directory\n", done.stdout + done.stderr)
+
+    def test_reads_on_where_nobody_reads_what_it_shows(self):
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([*self.CALLER, self.tool, *ARGUMENTS, "sh", "-c", "exit 7"], stdout=full, timeout=30)
+        self.assertEqual((done.returncode, self.called()), (7, list(SCRIPTS)))
+
+    def test_a_killed_caller_ends_the_share(self):
+        caller = subprocess.Popen([*self.CALLER, self.tool, *ARGUMENTS, "sleep", "600"],
+                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
+        self.addCleanup(self.end, caller)
+        self.wait_until(lambda: "addshare" in self.called(), "the share")
+        time.sleep(0.05)  # well inside the wait, mostly; any moment must do
+        caller.kill()
+        self.wait_until(lambda: "rmuser" in self.called(), "the clean-up")
+        self.assertEqual(self.called(), list(SCRIPTS))
+        self.wait_until(lambda: not os.path.exists(f"{PREFS}-lock"), "the lock given back")
+        self.assertEqual(self.services(), [])
+        os.killpg(caller.pid, signal.SIGKILL)  # the command that it ran
+
+
+class CallerInCpp(ExampleCaller, ToolCase):
+    CALLER = [os.environ["PELAGO_SHARE_WHILE"]]
+
+
+class CallerInPython(ExampleCaller, ToolCase):
+    CALLER = ["python3", Path(__file__).parents[2] / "examples/shareWhile.py"]
 
 
 if __name__ == "__main__":
