@@ -1,7 +1,7 @@
 """manPages.py XML HEADERS EXAMPLES MAP OUTPUT -- writes the manual pages of the public headers to OUTPUT.
 
 XML is the folder that Doxygen wrote, HEADERS that of the headers, EXAMPLES that of their examples and
-MAP the page that all of these lead to, whose date they share.  There is a page for each header, such as
+MAP the page that all of these lead to, whose date and version they share.  There is a page for each header, such as
 pelago_str.3; a page for each function and type; one for the constants of each enumeration and one for
 the macros of each header, with a link to it for each further name.  The encodings are on the page of
 their type only.  A function whose text begins with "Does the same" or "Returns the same" is
@@ -18,6 +18,7 @@ from xml.etree import ElementTree
 MAP_NAME = "pelago-foundation"
 LINK = "cc program.c $(pkg-config --cflags --libs pelago-foundation)"
 NOT_FOR_CALLERS = "not for callers"
+OF_THE_HEADERS_THEMSELVES = re.compile(r"PELAGO_(?!VERSION)|PELAGO_\w+_H$")
 TYPES_WITHOUT_PAGES_OF_VALUES = {"StringEncoding"}
 
 
@@ -196,7 +197,7 @@ class Header:
         self.sections.sort(key=lambda section: section.pages[0].items[0].line)
 
     def is_internal(self, item):
-        return item.name in self.undefined or item.name.startswith("PELAGO_") or NOT_FOR_CALLERS in plain(item.blocks)
+        return item.name in self.undefined or OF_THE_HEADERS_THEMSELVES.match(item.name) or NOT_FOR_CALLERS in plain(item.blocks)
 
     def item(self, node):
         kind = node.get("kind")
@@ -240,7 +241,7 @@ class Header:
 class Manual:
     def __init__(self, headers, map_page, output):
         self.headers = headers
-        self.date = re.search(r"^\.Dd .*$", map_page.read_text(), re.M)[0]
+        self.date, self.version = (re.search(rf"^\.{macro} .*$", map_page.read_text(), re.M)[0] for macro in ("Dd", "Os"))
         self.output = output
         self.page_of = {name: page.names()[0] for header in headers for section in header.sections
                         for page in section.pages for name in page.names()}
@@ -259,7 +260,7 @@ class Manual:
 
     def head(self, names, purpose, header):
         return [f'.\\" Made by docs/manPages.py from lib/public/{header.file}.', self.date, f".Dt {names[0].upper()} 3",
-                f".Os {MAP_NAME}", ".Sh NAME", *listed(".Nm {}", names), f".Nd {escaped(purpose)}"]
+                self.version, ".Sh NAME", *listed(".Nm {}", names), f".Nd {escaped(purpose)}"]
 
     def page_of_header(self, header):
         code = header.example.read_text().rstrip("\n")

@@ -15,6 +15,11 @@ HTML = Path(os.environ["PELAGO_HTML"])
 MAP = (ROOT / "docs/man/pelago-foundation.3").read_text()
 
 
+def is_for_callers(name):
+    is_version = re.fullmatch("PELAGO_VERSION(_MAJOR|_MINOR|_PATCH|_NUMBER)?", name)
+    return bool(is_version) or not name.startswith(("PELAGO_", "STRING_ENCODING_"))
+
+
 def run(*command, **options):
     return subprocess.run(command, capture_output=True, text=True, check=False, **options)
 
@@ -34,7 +39,7 @@ def declared(header):
     macros = set(re.findall(r"^#define (\w+)", code, re.M)) - set(re.findall(r"^#undef (\w+)", code, re.M))
     constants = set(re.findall(r"^    ([A-Z][A-Z0-9_]+)(?: =[^;]*?)?,?$", re.sub(r"[ ]+$", "", code, flags=re.M), re.M))
     names = functions | types | macros | constants
-    return {name for name in names if not name.startswith(("PELAGO_", "STRING_ENCODING_"))}
+    return set(filter(is_for_callers, names))
 
 
 def words(text):
@@ -51,7 +56,7 @@ class Names(unittest.TestCase):
         names = set().union(*map(declared, HEADERS.values()))
         self.assertGreater(len(names), 260)
         self.assertLessEqual({"Str_Snprintf", "DynBuf_SafeAppend", "HashTableFreeEntryFn", "HASH_INT_KEY", "UTIL_NO_BUG",
-                              "DynBuf", "HostinfoProcessQuery", "Pelago_Panic", "CodeSetLocationFunc"}, names)
+                              "DynBuf", "HostinfoProcessQuery", "PELAGO_VERSION", "Pelago_Panic", "CodeSetLocationFunc"}, names)
         pages = {path.name.removesuffix(".3") for path in PAGES.iterdir()}
         self.assertEqual(pages, names | {f"pelago_{name}" for name in HEADERS})
 
@@ -132,7 +137,7 @@ class Headers(unittest.TestCase):
         for found in re.finditer(r"/\*.*?\*/", header, re.S):
             before = header[header.rfind("\n", 0, found.start()) + 1:found.start()]
             macro = re.match(r"\n(?:#ifdef \w+\n)?#define (\w+)", header[found.end():])
-            is_internal = macro and (macro[1].startswith("PELAGO_") or f"#undef {macro[1]}\n" in header)
+            is_internal = macro and (not is_for_callers(macro[1]) or f"#undef {macro[1]}\n" in header)
             is_inside = before.isspace() or before.startswith(("#endif", "#ifdef"))
             if not is_internal and not is_inside and "not for callers" not in found[0]:
                 yield found[0]

@@ -14,7 +14,7 @@ PUBLIC = ROOT / "lib/public"
 # headers each may include beside its own.  The longest name counts.
 FLOOR = {"declarations", "diagnostics", "scoped", "util"}  # everybody's
 MODULES = {
-    "declarations": set(), "diagnostics": FLOOR, "scoped": set(), "util": FLOOR,
+    "declarations": set(), "version": set(), "diagnostics": FLOOR, "scoped": set(), "util": FLOOR,
     "dynbuf": FLOOR, "escape": FLOOR | {"dynbuf"}, "hashTable": FLOOR, "utf": set(),
     "format": FLOOR, "bsd_vsnprintf": FLOOR | {"format", "str", "utf"}, "str": FLOOR | {"bsd_vsnprintf"},
     "codeset": FLOOR | {"dynbuf", "str", "unicode", "utf"},

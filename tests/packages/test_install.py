@@ -2,6 +2,7 @@
 
 import getpass
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -62,6 +63,33 @@ class Installed(unittest.TestCase):
                 f"cmake_minimum_required(VERSION 3.25)\nproject(x CXX)\nfind_package(pelago {wanted} REQUIRED)\n")
             done = run("cmake", "-S", project, "-B", project / "build", f"-DCMAKE_PREFIX_PATH={self.prefix}")
             self.assertEqual(done.returncode, outcome, done.stderr)
+
+    def test_the_version_is_the_same_everywhere(self):
+        program = self.folder / "version.c"
+        program.write_text('#include <pelago/version.h>\n#include <stdio.h>\nint main(void) { puts(PELAGO_VERSION); }\n')
+        self.must("cc", f"-I{self.prefix}/include", "-o", self.folder / "version", program)
+        version = self.must(self.folder / "version").strip()
+        self.assertRegex(version, r"^\d+\.\d+\.\d+$")
+
+        def at_the_end(page):
+            return self.must("mandoc", page).splitlines()[-1]
+
+        pages = self.prefix / "share/man"
+        packages = {"PKG_CONFIG_PATH": str(next(self.prefix.rglob("pelago-foundation.pc")).parent)}
+        said = {
+            "pkg-config": self.must("pkg-config", "--modversion", "pelago-foundation", env=os.environ | packages),
+            "the shared one's": self.must("pkg-config", "--modversion", "pelago-foundation-shared", env=os.environ | packages),
+            "CMake": next(self.prefix.rglob("pelagoConfigVersion.cmake")).read_text(),
+            "the shared library": next(self.prefix.rglob("libpelago_foundation.so.*.*.*")).name.partition(".so.")[2],
+            "the tool's page": at_the_end(pages / "man8/pelagoShareTool.8"),
+            "the switch's page": at_the_end(pages / "man8/pelago-smb-switch.8"),
+            "the library's page": at_the_end(pages / "man3/pelago-foundation.3"),
+            "a function's page": at_the_end(pages / "man3/Str_Snprintf.3"),
+            "the reference": (self.prefix / "share/doc/libpelago-foundation-dev/html/index.html").read_text(),
+            "the list of changes": re.search("^## .*", (ROOT / "CHANGELOG.md").read_text(), re.M)[0],
+        }
+        for where, text in said.items():
+            self.assertRegex(text, rf"(?<![\d.]){re.escape(version)}(?![\d.])", where)
 
     def test_nothing_of_the_source_or_build_tree_is_in_it(self):
         for path in self.prefix.rglob("*"):
