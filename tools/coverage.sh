@@ -3,7 +3,7 @@
 #
 # Builds with counters (preset coverage), runs the tests, on throw-away machines too, and prints a
 # table of the folders.  lib/ and apps/ have goals, 99 % of the lines and 95 % of the branches, and what
-# is never reached there is looked up in docs/uncovered.md, which gives the reason.
+# is never reached there is looked up in tools/uncovered.md, which gives the reason.
 # Exit status: 0 when the goals are met, everything that is not reached has a reason, and no test failed
 # but those that the counters disturb.
 set -eu
@@ -33,4 +33,4 @@ llvm-cov-14 export --format=text --instr-profile="$build/counts.profdata" \
     --object "$build/lib/libpelago_foundation.a" --object "$build/platform/linux/libpelago_platform.a" \
     --object "$build/Pelago.app/Contents/Library/shares/pelagoShareTool" \
     --object "$build/tests/misc/dynbuf_test" >"$build/coverage.json" # all of dynbuf.h is inline
-python3 tools/coverage_report.py "$build/coverage.json" docs/uncovered.md
+python3 tools/coverage_report.py "$build/coverage.json" tools/uncovered.md

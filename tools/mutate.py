@@ -10,7 +10,7 @@ Works on copies of the tree in build/mutants, and notes each outcome in journal.
 once more goes on where it was ended, as long as the file is the same.  --again tries those once more that survived.
 It needs root, for tests on throw-away machines.
 
-Prints every mutant, then those that survived, but for the ones that docs/survivors.md knows to be none of the tests'
+Prints every mutant, then those that survived, but for the ones that tools/survivors.md knows to be none of the tests'
 business, and what was noticed in each part of the product.
 Exit status: 0 when enough was noticed in each part (GOALS); 1 otherwise, or when the unchanged tree fails.
 """
@@ -252,10 +252,10 @@ class Run:
 
 
 def require_answers_fit(answers):
-    """Each row of docs/survivors.md is about a change that there is."""
+    """Each row of tools/survivors.md is about a change that there is."""
     for path, line, change, _ in answers:
         if (line, change) not in {place.line_and_change()[1:] for place in places_in(path)}:
-            sys.exit(f"mutate.py: docs/survivors.md has a change that {path} has no place for: {line} [{change}]")
+            sys.exit(f"mutate.py: tools/survivors.md has a change that {path} has no place for: {line} [{change}]")
 
 
 def main():
@@ -268,7 +268,7 @@ def main():
     options = parser.parse_args()
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY, resource.RLIM_INFINITY))
     resource.setrlimit(resource.RLIMIT_FSIZE, (FILE, resource.RLIM_INFINITY))
-    answers = list(reasons.rows(ROOT / "docs/survivors.md"))
+    answers = list(reasons.rows(ROOT / "tools/survivors.md"))
     require_answers_fit(answers)
     places = [place for path in sources(options.paths) for place in places_in(path)]
     paths = sorted({place.path for place in places})

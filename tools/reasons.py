@@ -1,4 +1,4 @@
-"""The rows of a page of reasons (docs/uncovered.md, docs/survivors.md).
+"""The rows of a page of reasons (tools/uncovered.md, tools/survivors.md).
 
 A row is | file | `` a piece of a line `` | ... | reason |; what is between may be in `` `` as well.  A bar in a
 piece has a backslash before it.
