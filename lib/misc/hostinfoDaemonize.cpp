@@ -433,13 +433,13 @@ bool RunProcesses(Start *start, const char *program, char *const *args)
 bool ConvertAndRun(Start *start, char *const *args)
 {
     const HostText program(start->path);
-    if (program.Lost()) {
+    if (program.IsUnspellable()) {
         Warning("%s: Couldn't convert path [%s] to default encoding.\n", FUNCTION, start->path);
         errno = ERANGE;
         return false;
     }
     const HostTextList programArgs(args);
-    if (programArgs.Lost()) {
+    if (programArgs.IsUnspellable()) {
         Warning("%s: Couldn't convert arguments to default encoding.\n", FUNCTION);
         errno = ERANGE;
         return false;

@@ -172,7 +172,7 @@ char *PosixGetenv(const char *name, PosixConversion convert)
 {
     const HostText hostName(name);
     // Nothing is kept of no name: what becomes of it is the C library's to say.
-    if (name == nullptr || hostName.Lost()) { return PosixCall(getenv, hostName); }
+    if (name == nullptr || hostName.IsUnspellable()) { return PosixCall(getenv, hostName); }
     return PosixCachedGetenv(name, hostName, convert);
 }
 

@@ -30,7 +30,7 @@ size_t PosixCountArguments(const char *arg0, va_list arguments)
 int PosixExecuteListed(Execute execute, const char *path, const char *arg0, va_list arguments)
 {
     const HostText program(path);
-    if (program.Lost()) {
+    if (program.IsUnspellable()) {
         errno = ERANGE;
         return -1;
     }
@@ -45,7 +45,7 @@ int PosixExecuteListed(Execute execute, const char *path, const char *arg0, va_l
     const char *argument = arg0;
     for (size_t i = 0; i < count; i++, argument = va_arg(arguments, const char *)) {
         HostText text(argument);
-        if (text.Lost()) {
+        if (text.IsUnspellable()) {
             errno = ERANGE;
             return -1;
         }

@@ -14,11 +14,13 @@ namespace pelago {
 // making nor freeing it leaves a trace in errno.
 class HostText {
 public:
-    explicit HostText(const char *utf8) : mBytes(ToHost(utf8)), mLost(utf8 != nullptr && !mBytes) {}
+    explicit HostText(const char *utf8)
+        : mBytes(ToHost(utf8)), mIsUnspellable(utf8 != nullptr && !mBytes)
+    {}
     operator const char *() const { return mBytes.get(); }
-    char *Bytes() const { return mBytes.get(); } // for a call that writes to its argument
-    char *Release() { return mBytes.release(); } // the caller frees it
-    bool Lost() const { return mLost; }          // the host's encoding cannot spell it
+    char *Bytes() const { return mBytes.get(); }          // for a call that writes to its argument
+    char *Release() { return mBytes.release(); }          // the caller frees it
+    bool IsUnspellable() const { return mIsUnspellable; } // the host's encoding cannot spell it
 
 private:
     static char *ToHost(const char *utf8)
@@ -28,7 +30,7 @@ private:
     }
 
     ScopedFree<char> mBytes;
-    bool mLost;
+    bool mIsUnspellable;
 };
 
 struct FreeListQuietly {
@@ -48,10 +50,11 @@ using ScopedTextList = std::unique_ptr<char *, FreeListQuietly>;
 // The same as HostText for a NULL-terminated list.
 class HostTextList {
 public:
-    explicit HostTextList(char *const *utf8) : mList(ToHost(utf8)), mLost(utf8 != nullptr && !mList)
+    explicit HostTextList(char *const *utf8)
+        : mList(ToHost(utf8)), mIsUnspellable(utf8 != nullptr && !mList)
     {}
     operator char * const *() const { return mList.get(); }
-    bool Lost() const { return mLost; }
+    bool IsUnspellable() const { return mIsUnspellable; }
 
 private:
     static char **ToHost(char *const *utf8)
@@ -62,12 +65,12 @@ private:
     }
 
     ScopedTextList mList;
-    bool mLost;
+    bool mIsUnspellable;
 };
 
-inline bool PosixIsLost(const HostText &text) { return text.Lost(); }
-inline bool PosixIsLost(const HostTextList &list) { return list.Lost(); }
-template <typename Argument> bool PosixIsLost(const Argument &) { return false; }
+inline bool PosixIsUnspellable(const HostText &text) { return text.IsUnspellable(); }
+inline bool PosixIsUnspellable(const HostTextList &list) { return list.IsUnspellable(); }
+template <typename Argument> bool PosixIsUnspellable(const Argument &) { return false; }
 
 // Makes the C library's call; its result and its errno come back unchanged.  Text that the host's
 // encoding cannot spell fails with ERANGE instead, and no call is made.  Where there are several
@@ -75,7 +78,7 @@ template <typename Argument> bool PosixIsLost(const Argument &) { return false; 
 template <typename Call, typename... Arguments> auto PosixCall(Call call, Arguments &&...arguments)
 {
     using Result = decltype(call(arguments...));
-    if ((PosixIsLost(arguments) || ...)) {
+    if ((PosixIsUnspellable(arguments) || ...)) {
         errno = ERANGE;
         if constexpr (std::is_pointer_v<Result>) {
             return Result(nullptr);

@@ -220,7 +220,7 @@ int UsersFind(int (*find)(const char *, Record *, char *, size_t, Record **), co
               Record *record, char *buffer, size_t size, Record **result)
 {
     const HostText hostName(name);
-    if (hostName.Lost()) {
+    if (hostName.IsUnspellable()) {
         errno = ERANGE;
         return ERANGE;
     }
@@ -282,7 +282,7 @@ int Posix_GetgrnamR(const char *name, struct group *record, char *buffer, size_t
 int Posix_Getgrouplist(const char *user, gid_t baseGroup, gid_t *groups, int *count)
 {
     const HostText hostUser(user);
-    if (!hostUser.Lost()) {
+    if (!hostUser.IsUnspellable()) {
         return UsersGroupList(getgrouplist, hostUser, baseGroup, groups, count);
     }
     errno = ERANGE;
