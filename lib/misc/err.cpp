@@ -51,7 +51,8 @@ HashTable *ErrTextCache()
 
 const void *ErrKey(int number) { return std::bit_cast<const void *>(intptr_t{number}); }
 
-// A system text that filled its buffer may end inside a character of UTF-8: ends it before that.
+// Removes an incomplete UTF-8 character at the end, where a system text that filled its buffer may
+// have been cut.
 void ErrCutIncompleteCharacter(char *text)
 {
     const size_t length = strlen(text);
@@ -78,7 +79,7 @@ ErrEntry *ErrNewEntry(int number)
     return entry;
 }
 
-// The number's entry in the cache, made if it is not there.
+// Returns the number's entry in the cache, which is made if it is missing.
 ErrEntry *ErrFindOrMakeEntry(int number)
 {
     HashTable *cache = ErrNumberCache();
@@ -105,7 +106,7 @@ extern "C" const char *Err_NumberToText(int number)
 {
     const ErrnoSaver keep;
     ErrEntry *entry = ErrFindOrMakeEntry(number);
-    // Also for an entry that was found: its maker may not have come this far yet.
+    // Also for an entry that was found: the thread that made it may not have entered its text yet.
     HashTable_LookupOrInsert(ErrTextCache(), entry->text, entry);
     return entry->text;
 }

@@ -1,4 +1,4 @@
-// errInt.h -- what the error texts are made from.
+// errInt.h -- the system's own text for an error number.
 #ifndef PELAGO_MISC_ERRINT_H
 #define PELAGO_MISC_ERRINT_H
 
@@ -6,8 +6,8 @@
 
 namespace pelago {
 
-// Fills the buffer with the system's text for the number, or with "Unknown error %d" when it has
-// none that fits; that text must fit.  Returns the buffer.  May change errno.
+// Fills the buffer with the system's text for the number, or with "Unknown error %d", which must
+// fit, when there is none or it does not fit.  Returns the buffer.  May change errno.
 char *ErrFormatSystemText(int number, char *buffer, size_t size);
 
 } // namespace pelago

@@ -1,5 +1,5 @@
 // escape.cpp -- make bytes safe for one context, and undo it.
-// All builders go the same way: copy up to the next byte that matters, put what stands for it.
+// Every builder repeats two steps: copy the input up to the next special byte, append its escape.
 #include "escape.h"
 
 #include "diagnostics.h"
@@ -45,25 +45,24 @@ constexpr auto ESCAPE_DIGIT_VALUES = [] {
 
 uint8_t EscapeDigitValue(char byte) { return ESCAPE_DIGIT_VALUES[static_cast<uint8_t>(byte)]; }
 
-// The builders below are flattened, all that they call inlined, so that a text's cursors stay in
-// registers: that halves the time.  What they rarely need is out of line, and sees no address of a
-// text's.
+// The builders below are flattened: all that they call is inlined, so that the cursors stay in
+// registers, which halves the time.  Enlarging the buffer is rare and out of line; it takes and
+// returns the buffer by value, so that no cursor's address is taken.
 
-// The buffer, enlarged when there is memory for that.
+// Returns the buffer, enlarged if there is memory for that.
 [[gnu::noinline]] DynBuf EscapeEnlarged(DynBuf buf, size_t minSize)
 {
     (void)DynBuf_Enlarge(&buf, minSize);
     return buf;
 }
 
-// What is put beyond the input's own size: of a text that only loses bytes the NUL, and of another,
-// as a guess, an escape of four bytes in 16.
+// Room to allocate beyond the input's size: 1 for the NUL where the text can only shrink, else a
+// guess: 4 bytes of escapes for every 16 bytes of input.
 constexpr size_t ESCAPE_NUL_ONLY = 1;
 size_t EscapeGrowth(size_t size) { return 8 + size / 4; }
 
-// The input that is left and the text made of what went before.  There is always room for all that
-// is left, as it stands: so copying never asks for room, and may be done ahead.  Only what is put
-// in the place of bytes does.
+// The rest of the input, and the text built so far.  There is always room to copy the whole rest,
+// so only Put() checks for room, and bytes may be copied before it is known how many of them stay.
 class EscapeText {
 public:
     EscapeText(const void *buf, size_t size, size_t growth)
@@ -86,25 +85,25 @@ public:
     const char *In() const { return mIn; }
     size_t Left() const { return static_cast<size_t>(mEnd - mIn); }
 
-    // Copies what stands next in the input, at most all of it.
+    // Copies the next size bytes of the input, which has that many.
     void Copy(size_t size)
     {
         constexpr size_t SHORT = 16;
         if (size <= SHORT && Left() >= SHORT) {
-            memcpy(mOut, mIn, SHORT); // of one size for every short run: no call, and no branch
+            memcpy(mOut, mIn, SHORT); // a constant size needs neither a call nor a branch
         } else if (size != 0) {
             memcpy(mOut, mIn, size);
         }
         Pass(size);
     }
-    // Copies SIZE bytes ahead; Pass() tells how many of them are to stay.
+    // Copies the next SIZE bytes in advance; Pass() then says how many of them are kept.
     template <size_t SIZE> void CopyAhead() { memcpy(mOut, mIn, SIZE); }
     void Pass(size_t size)
     {
         mIn += size;
         mOut += size;
     }
-    // Leaves out what stands next in the input.
+    // Leaves out the next size bytes of the input.
     void Skip(size_t size)
     {
         mIn += size;
@@ -123,7 +122,7 @@ public:
         mOut += size;
         mSpare -= size;
     }
-    // The finished text, which is the caller's, or nullptr when memory ran out.
+    // Returns the finished text, which is the caller's, or nullptr when memory ran out.
     char *Finish(size_t *sizeOut)
     {
         Put("", 1);
@@ -148,7 +147,8 @@ private:
         mSpare = mBuf.allocated - needed + size;
         return true;
     }
-    // Goes on with nothing left, which ends whatever was going on.
+    // Out of memory: drops the rest of the input, so that every builder's loop ends; Finish() then
+    // returns nullptr.
     void Lose()
     {
         mIsLost = true;
@@ -159,11 +159,12 @@ private:
     const char *mIn, *mEnd;
     DynBuf mBuf;
     char *mOut;
-    size_t mSpare; // room for what is put
+    size_t mSpare; // room for Put(), beyond the room for the rest of the input
     bool mIsLost = false;
 };
 
-// Finds, one after the other, the places of any of N bytes: in 64 bytes at a time, as a bit each.
+// Finds the places of any of N bytes one after the other; it searches blocks of 64 bytes and keeps
+// a bit for each byte of a block.
 template <size_t N> class EscapeSearch {
 public:
     EscapeSearch(const EscapeText &text, const char (&wanted)[N])
@@ -173,7 +174,8 @@ public:
             mWanted[i] = _mm_set1_epi8(wanted[i]);
         }
     }
-    // The distance from `from`, which never moves back, to the next place, or else to the end.
+    // Returns the distance from `from`, which never moves back, to the next place or, when there is
+    // none, to the end.
     size_t Distance(const char *from)
     {
         const auto start = static_cast<size_t>(from - mBytes);
@@ -219,20 +221,20 @@ private:
     }
 
     const char *mBytes;
-    size_t mSize, mSeen = 0; // how far has been looked
-    uint64_t mFound = 0;     // in the last block of that, and not told yet
+    size_t mSize, mSeen = 0; // the end of the blocks searched so far
+    uint64_t mFound = 0;     // the places in the last of them that were not returned yet
     __m128i mWanted[N];
 };
 
-// Copies what is left up to the next of the bytes, or all of it.  Whether there is one.
+// Copies the input up to the next of the bytes, or all of it.  Returns whether there is one.
 template <size_t N> bool EscapeCopyTo(EscapeText *text, EscapeSearch<N> *search)
 {
     text->Copy(search->Distance(text->In()));
     return text->Left() != 0;
 }
 
-// How many bytes are not in the set before the first that is.  The compiler writes out the tests
-// one by one: a loop costs half as much again.
+// Counts the bytes before the first one in the set.  The fold is an unrolled loop, which the
+// compiler does not make of a plain one; that takes half as long again.
 template <size_t... I>
 size_t EscapeClean(const char *bytes, const int *byteSet, std::index_sequence<I...>)
 {
@@ -241,7 +243,7 @@ size_t EscapeClean(const char *bytes, const int *byteSet, std::index_sequence<I.
     return clean;
 }
 
-// The same for a set of any size.
+// Copies the input up to the next byte in the set, or all of it.  Returns whether there is one.
 bool EscapeCopyTo(EscapeText *text, const int *byteSet)
 {
     constexpr size_t AHEAD = 8;
@@ -258,7 +260,7 @@ bool EscapeCopyTo(EscapeText *text, const int *byteSet)
     return false;
 }
 
-// Puts a backslash before each of the bytes.
+// Returns a copy with a backslash before each of the wanted bytes.
 template <size_t N>
 char *EscapeWithBackslash(const char (&wanted)[N], const void *buf, size_t size, size_t *sizeOut)
 {
@@ -271,7 +273,7 @@ char *EscapeWithBackslash(const char (&wanted)[N], const void *buf, size_t size,
     return text.Finish(sizeOut);
 }
 
-// Puts the escape and two digits in the place of each byte in the set.
+// Returns a copy in which the escape and two digits replace each byte in the set.
 char *EscapeInDigits(const char *escape, size_t escapeSize, const int *byteSet, const void *buf,
                      size_t size, size_t *sizeOut)
 {
@@ -285,7 +287,7 @@ char *EscapeInDigits(const char *escape, size_t escapeSize, const int *byteSet, 
     return text.Finish(sizeOut);
 }
 
-// How many hexadecimal digits, two at most, follow the escape that the bytes begin with.
+// Counts the hexadecimal digits, two at most, after the escape at the start of the bytes.
 size_t EscapeDigits(const char *bytes, size_t size)
 {
     size_t digits = 0;
@@ -298,8 +300,9 @@ size_t EscapeDigits(const char *bytes, size_t size)
 
 constexpr size_t ESCAPE_OCTAL_DIGITS = 3;
 
-// The number that scanf("%3o") reads, with the blanks and the sign before it; nothing when there is
-// none.  scanf itself would measure all of the rest for each number.
+// Returns the number that sscanf("%3o") reads, after white space and a sign; nothing when there is
+// none.  sscanf() itself measures the whole rest of the string, which would make a text of numbers
+// take quadratic time.
 std::optional<unsigned> EscapeOctal(const char *text)
 {
     while (*text == ' ' || (*text >= '\t' && *text <= '\r')) {
@@ -316,6 +319,8 @@ std::optional<unsigned> EscapeOctal(const char *text)
     return isNegative ? -number : number;
 }
 
+// A flag with two values.  The report about any other value is part of the contract, and cannot be
+// reached.
 enum class EscapeLineEnd { UNIX, ANSI };
 
 } // namespace
@@ -349,7 +354,7 @@ void Escape_FillSet(int *byteSet, const char *bytes)
     while (EscapeCopyTo(&text, &search)) {
         const char *escape = text.In();
         switch (EscapeDigits(escape, text.Left())) {
-        case 0: // not an escape; the byte after it is not taken for the start of one either
+        case 0: // not an escape; the byte after it does not start one either
             text.Copy(std::min<size_t>(2, text.Left()));
             break;
         case 1: text.Copy(std::min<size_t>(3, text.Left())); break;
@@ -446,7 +451,7 @@ char Escape_UnescapeCString(char *string)
             in += 2;
         } else if (const auto number = in[0] == '\\' ? EscapeOctal(in + 1) : std::nullopt) {
             *out++ = static_cast<char>(*number);
-            in += 1 + strnlen(in + 1, ESCAPE_OCTAL_DIGITS); // all three, however few were read
+            in += 1 + strnlen(in + 1, ESCAPE_OCTAL_DIGITS); // three bytes, however few were read
         } else {
             *out++ = *in++;
         }

@@ -18,10 +18,11 @@ constexpr int MULT_BITS = 32;
 constexpr uint64_t NANOSECONDS_PER_MICROSECOND = 1000;
 constexpr int64_t MICROSECONDS_PER_SECOND = 1000000;
 
-// From ticks to nanoseconds: mult above shift, so that both change at once.  0 until it is known.
+// The factor from ticks to nanoseconds, mult in the high half and shift in the low one, so that one
+// store changes both.  0 until it is known.
 std::atomic<uint64_t> sTimerFactor;
 
-// (x * mult) >> shift, rounded by the first bit that falls off.
+// Returns (x * mult) >> shift, rounded to nearest.
 uint64_t HostinfoConvert(uint64_t x, const HostinfoRateConversion &factor)
 {
     const auto product = static_cast<unsigned __int128>(x) * factor.mult;
@@ -42,7 +43,7 @@ HostinfoRateConversion HostinfoTimerFactor()
     return factor;
 }
 
-// Several threads may find the factor out: it is the same for all of them.
+// Several threads may compute the factor at the same time; all store the same one.
 [[gnu::noinline]] uint64_t HostinfoStoreTimerFactor()
 {
     const HostinfoRateConversion factor = HostinfoTimerFactor();
@@ -89,7 +90,7 @@ extern "C" bool Hostinfo_RateConversion(uint64_t fromHz, uint64_t toHz,
 
     auto mult = static_cast<uint64_t>(llround(ldexp(fraction, MULT_BITS)));
     auto shift = static_cast<uint32_t>(MULT_BITS - exponent);
-    if (mult > UINT32_MAX) { // rounded up to 2^32: the same factor is half of it, shifted by less
+    if (mult > UINT32_MAX) { // rounded up to 2^32: half of that with one bit of shift less
         if (shift == 0) { return false; }
         mult /= 2;
         shift--;

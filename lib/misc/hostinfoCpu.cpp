@@ -75,7 +75,7 @@ bool HostinfoAppendGroup(DynBuf *dump, HostinfoCpuidSource ask, const uint32_t (
 
 } // namespace
 
-// ---- What the processor says of itself
+// ---- From the processor: CPUID
 
 bool pelago::HostinfoSummarizeCpuid(HostinfoCpuidSource ask, HostinfoCpuidSummary *summary)
 {
@@ -122,7 +122,7 @@ char *pelago::HostinfoDumpCpuid(HostinfoCpuidSource ask)
 
 extern "C" char *Hostinfo_GetCpuidDump() { return HostinfoDumpCpuid(HostinfoAskProcessor); }
 
-// ---- What the kernel says of it
+// ---- From the kernel: sysctl
 
 extern "C" int Hostinfo_NumCPUs()
 {

@@ -47,7 +47,7 @@ void ResetSignals()
     action.sa_flags = SA_RESTART;
     sigfillset(&action.sa_mask);
     for (int number = 1; number <= LAST_SIGNAL; number++) {
-        sigaction(number, &action, nullptr); // those that refuse have no other action
+        sigaction(number, &action, nullptr); // fails for signals that always have the default
     }
 }
 
@@ -57,7 +57,8 @@ int LastDescriptor()
     return maximum < 0 || maximum > INT_MAX ? INT_MAX : static_cast<int>(maximum - 1);
 }
 
-// There is no memory for a sorted copy, so the next one to keep is looked for each time.
+// Nothing may be allocated after fork(), so instead of sorting keepFds it searches for the next
+// descriptor to keep each time.
 void CloseDescriptorsBut(const int *keepFds, size_t numKeepFds)
 {
     const int64_t last = LastDescriptor();
@@ -94,7 +95,7 @@ extern "C" int Hostinfo_Execute(const char *path, char *const *args, bool wait, 
 {
     constexpr int NO_PROGRAM = 1, NOT_EXECUTED = 127;
     if (path == nullptr) { return NO_PROGRAM; }
-    // Before the fork: a child that has no memory for them would end as this process does.
+    // Converted before the fork, so that a lack of memory ends this process and not the child.
     const HostText program(path);
     const HostTextList programArgs(args);
     const pid_t child = fork();
@@ -113,23 +114,23 @@ extern "C" int Hostinfo_Execute(const char *path, char *const *args, bool wait, 
     return status;
 }
 
-// ---- Daemons.  Three processes take part: the caller, a child that only makes the third and ends,
-// and the third, the daemon, which is then no child of ours.  A pipe leads from the daemon to the
-// caller: it closes when the program is executed, or brings the number of an error.
+// ---- Daemons.  Three processes take part: the caller; the child in between, which only makes the
+// third and ends; and the daemon, which is then no child of the caller.  A pipe leads from the
+// daemon to the caller: it closes when the program is executed, or carries an error number.
 //
-// A step that fails tells of it, and returns false with errno.
+// A step that fails writes a Warning() and returns false with errno.
 
 namespace {
 
 constexpr char FUNCTION[] = "Hostinfo_Daemonize";
 constexpr int EXECV_CHECK = 3265;
 
-// Closes a descriptor at the end, which leaves no trace in errno.
+// Closes a descriptor at the end of the block, and leaves errno unchanged.
 class ScopedDescriptor {
 public:
     ScopedDescriptor() = default;
-    // One that was given a number from 0 to 2, since the caller has closed these, moves: the
-    // daemon's are replaced.
+    // Moves a descriptor with a number from 0 to 2, which it gets where the caller has closed
+    // these: the daemon's are replaced by /dev/null.
     explicit ScopedDescriptor(int fd) : mFd(fd)
     {
         if (fd < 0 || fd >= FIRST_OWN_FD) { return; }
@@ -158,8 +159,8 @@ private:
 };
 
 struct Start {
-    const char *path;    // in UTF-8, as messages have it
-    const char *pidPath; // the same
+    const char *path;    // in UTF-8, for messages
+    const char *pidPath; // in UTF-8, for messages
     unsigned int flags;
     ScopedDescriptor pidFile{};
     ScopedDescriptor fromDaemon{}, toCaller{}; // the pipe's ends
@@ -171,8 +172,8 @@ struct Start {
 
 // ---- In the child in between, and in the daemon
 
-// A message or a report that nobody reads any more, or a file beyond its limit, is to fail, not to
-// kill a process of ours unheard.  Programs start with the default again.
+// A write to a pipe without a reader, or beyond the limit on a file's size, must fail and not kill
+// the process before it can report.  Programs start with the default again.
 void SetWriteSignals(void (*action)(int))
 {
     for (const int number : {SIGPIPE, SIGXFSZ}) {
@@ -184,7 +185,7 @@ void SetWriteSignals(void (*action)(int))
 
 [[noreturn]] void ReportAndEnd(const Start &start, int error)
 {
-    errno = EIO; // unless the call tells why it did not write all
+    errno = EIO; // for a short write, which sets no errno
     if (write(start.toCaller.Get(), &error, sizeof error) != sizeof error) {
         Warning("%s: Couldn't write to parent pipe: %u, original error: %u.\n", FUNCTION, errno,
                 error);
@@ -222,7 +223,7 @@ bool WritePid(const Start &start)
         Warning("%s: Couldn't truncate path [%s], error %d.\n", FUNCTION, start.pidPath, errno);
         return false;
     }
-    errno = EIO; // unless the call tells why it did not write all
+    errno = EIO; // for a short write, which sets no errno
     if (write(fd, text, static_cast<size_t>(length)) != length) {
         const ErrnoSaver keep;
         Warning("%s: Couldn't write PID to path [%s], error %d.\n", FUNCTION, start.pidPath, errno);
@@ -273,7 +274,7 @@ void UnblockSignals()
 
 [[noreturn]] void MakeDaemon(Start *start, const char *program, char *const *args)
 {
-    start->fromDaemon.Close(); // the caller may have listed that number
+    start->fromDaemon.Close(); // keepFds may contain its number
     HostinfoResetProcessState(start->keptFds.get(), start->numKeptFds);
     start->keptFds.reset();
     UnblockSignals();
@@ -293,8 +294,8 @@ void UnblockSignals()
 
 // ---- In the caller
 
-// While it lives, children that have ended are there to be waited for: the host does not reap them
-// unasked, and a handler of the caller's, which may reap them all, gets its signal afterwards.
+// Keeps children that have ended until they are waited for: the kernel does not reap them by
+// itself, and the caller's SIGCHLD handler, which may reap them all, runs only afterwards.
 class ChildrenKept {
 public:
     ChildrenKept()
@@ -304,7 +305,7 @@ public:
         sigaddset(&childEnded, SIGCHLD);
         sigprocmask(SIG_BLOCK, &childEnded, &mMask);
         sigaction(SIGCHLD, nullptr, &mAction);
-        if (IsReapedUnasked()) {
+        if (IsReapedByKernel()) {
             struct sigaction action = {};
             action.sa_handler = SIG_DFL;
             sigaction(SIGCHLD, &action, nullptr);
@@ -315,12 +316,12 @@ public:
     ~ChildrenKept()
     {
         const ErrnoSaver keep; // a handler may run here
-        if (IsReapedUnasked()) { sigaction(SIGCHLD, &mAction, nullptr); }
+        if (IsReapedByKernel()) { sigaction(SIGCHLD, &mAction, nullptr); }
         sigprocmask(SIG_SETMASK, &mMask, nullptr);
     }
 
 private:
-    bool IsReapedUnasked() const
+    bool IsReapedByKernel() const
     {
         return mAction.sa_handler == SIG_IGN || (mAction.sa_flags & SA_NOCLDWAIT) != 0;
     }
@@ -329,7 +330,7 @@ private:
     struct sigaction mAction;
 };
 
-// What the file says stays until a daemon writes to it, so a running one's stays altogether.
+// Opens the PID file without emptying it: while another daemon has it locked, it stays as it is.
 bool ClaimPidFile(Start *start, const HostText &pidPath)
 {
     constexpr int MODE = 0644;
@@ -390,7 +391,7 @@ bool AwaitChild(pid_t child)
 {
     int status = 0;
     while (waitpid(child, &status, 0) == -1) {
-        if (errno != EINTR) { return true; } // its result is lost; the pipe knows more anyway
+        if (errno != EINTR) { return true; } // its status is lost; the pipe says how it went
     }
     if (status == 0) { return true; }
     if (WIFSIGNALED(status)) {
@@ -426,7 +427,7 @@ bool RunProcesses(Start *start, const char *program, char *const *args)
         return false;
     }
     if (child == 0) { MakeDaemon(start, program, args); }
-    start->toCaller.Close(); // the daemon's is to be the last
+    start->toCaller.Close(); // the daemon's copy must be the last one open
     return AwaitChild(child) && AwaitDaemon(*start);
 }
 

@@ -1,4 +1,4 @@
-// hostinfoInt.h -- what the parts of host information share, and ask of each other.
+// hostinfoInt.h -- declarations that the host information's sources share.
 #ifndef PELAGO_MISC_HOSTINFOINT_H
 #define PELAGO_MISC_HOSTINFOINT_H
 
@@ -10,37 +10,37 @@
 
 namespace pelago {
 
-// Whose fatal reports these are.
+// The module path in the fatal reports of all these sources.
 constexpr char HOSTINFO_MODULE[] = "lib/misc/hostinfoPosix";
 
-// ---- Values that the kernel has by name
+// ---- The kernel's named values (sysctl)
 
-// Fills size bytes with the value of that name.  False with errno when it cannot be had.
+// Reads the value of that name into size bytes.  False with errno when the kernel does not give it.
 bool HostinfoReadValue(const char *name, void *value, size_t size);
 
-// The text of that name as a new string, or NULL.
+// Returns the text of that name as a new string, or NULL.
 char *HostinfoReadText(const char *name);
 
 // ---- The operating system
 
-// The kernel's release, in numbers and as it is.
+// The kernel's release, as numbers and as text.
 struct HostinfoOSVersion {
     int major, minor, micro;
-    int extra; // the first number in whatever follows those; 0 when there is none
+    int extra; // the first number in the text after those; 0 when there is none
     char *versionString;
 };
 
-// Reads the release's numbers; those that it does not have stay as they were.  False when it does
-// not even begin with one.
+// Reads the release's numbers; numbers that it lacks are left unchanged.  False when it does not
+// begin with a number.
 bool HostinfoParseRelease(const char *release, HostinfoOSVersion *version);
 
-// Finds the version out unless it is known.  Without one the process ends.
+// Looks the version up unless it is known.  When there is none the process ends.
 void HostinfoOSVersionInit();
 
-// Finds the system's names out, and the detailed data anew.  False after a Warning without names.
+// Looks up the system's names and the detailed data.  False after a Warning without names.
 bool HostinfoOSData();
 
-// Keeps these names for the rest of the process, unless there are some already.
+// Stores these names for the rest of the process, unless names are stored already.
 void HostinfoKeepNames(const char *fullName, const char *shortName);
 
 inline const __CFDictionary *HostinfoReadPlist(const char *path)
@@ -59,7 +59,7 @@ inline char *HostinfoCFStringCopyCString(const __CFString *string)
     return Util_CFStringToUtf8(string);
 }
 
-// ---- The processor, as some source answers for it
+// ---- The processor; tests replace the source of its CPUID leaves
 
 struct HostinfoCpuidLeaf {
     uint32_t eax, ebx, ecx, edx;

@@ -42,7 +42,7 @@ bool HostinfoReadStatm(char (&content)[STATM_SIZE])
     return true;
 }
 
-// An array that the kernel has put into this process, until the end of the block.
+// An array that the kernel has allocated in this process; released at the end of the block.
 template <typename T> class KernelArray {
 public:
     KernelArray() = default;
@@ -114,7 +114,7 @@ extern "C" bool Hostinfo_GetMemoryInfoInPages(unsigned int *minSize, unsigned in
         return false;
     }
     *minSize = MIN_MEMORY_PAGES;
-    // 16 TiB are a page more than can be counted.
+    // 16 TiB and more do not fit.
     *maxSize = static_cast<unsigned int>(std::min<uint64_t>(memory >> PAGE_SHIFT_4K, UINT32_MAX));
     *currentSize = statistics.free_count;
     return true;

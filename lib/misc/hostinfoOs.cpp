@@ -24,7 +24,7 @@ using namespace pelago;
 
 namespace {
 
-// The checks that end the process.
+// The numbers of the checks that end the process.
 constexpr int UNAME_CHECK = 297;
 constexpr int RELEASE_CHECK = 318;
 
@@ -39,7 +39,7 @@ constexpr char SYSTEM_PLIST[] = "/System/Library/CoreServices/SystemVersion.plis
 
 constexpr size_t FULL_NAME_SIZE = 512, SHORT_NAME_SIZE = 128;
 
-// Never change once they are there.
+// Written once, under sNamesLock.
 char sFullName[FULL_NAME_SIZE], sShortName[SHORT_NAME_SIZE];
 std::atomic<bool> sNamesAreKept;
 std::atomic<int> sNamesLock; // 1 while a thread has it
@@ -60,7 +60,7 @@ struct HostinfoDetailedDataField {
 HostinfoDetailedDataField sFields[] = {
     {"architecture", "X86"}, {"bitness", ""},       {"buildNumber", ""},
     {"distroName", ""},      {"distroVersion", ""}, {"familyName", ""},
-    {"kernelVersion", ""},   {"prettyName", ""}, // which no Mac tells
+    {"kernelVersion", ""},   {"prettyName", ""}, // never set: macOS has no such name
     {nullptr, ""},
 };
 enum HostinfoFieldIndex {
@@ -178,7 +178,7 @@ extern "C" const char *Hostinfo_HostNameCached()
     const char *kept = sHostName.load(std::memory_order_acquire);
     if (kept != nullptr) { return kept; }
     char *name = Hostinfo_HostName();
-    if (name == nullptr) { return nullptr; } // perhaps it has one next time
+    if (name == nullptr) { return nullptr; } // not cached: the host may get a name later
     if (sHostName.compare_exchange_strong(kept, name, std::memory_order_acq_rel)) { return name; }
     free(name); // another thread was faster
     return kept;
@@ -188,7 +188,7 @@ extern "C" const char *Hostinfo_HostNameCached()
 
 namespace {
 
-// The product that a property list tells of; none unless it tells everything of it.
+// Returns the product that a property list describes, if all three of its fields are there.
 std::optional<HostinfoProduct> HostinfoReadProduct(const char *path)
 {
     const ScopedCf<CFDictionaryRef> list(HostinfoReadPlist(path));
@@ -215,7 +215,7 @@ int HostinfoFormatFullName(char (&name)[FULL_NAME_SIZE], const utsname &kernel,
                         kernel.release);
 }
 
-// Finds the names out; false after a Warning when one of them is too long.
+// Makes and stores the names; false after a Warning when one of them is too long.
 bool HostinfoMacOS(const utsname &kernel, int bitness,
                    const std::optional<HostinfoProduct> &product)
 {
@@ -230,7 +230,7 @@ bool HostinfoMacOS(const utsname &kernel, int bitness,
         Warning("%s: Error: buffer too small\n", __func__);
         return false;
     }
-    // Of either form there is a blank at least.
+    // length is at least 1, for both forms contain a blank.
     if (fullName[length - 1] == '\n') { fullName[length - 1] = '\0'; }
     HostinfoKeepNames(fullName, shortName);
     return true;
@@ -240,7 +240,7 @@ bool HostinfoMacOS(const utsname &kernel, int bitness,
 
 void HostinfoSetField(HostinfoFieldIndex row, const char *value)
 {
-    Str_Snprintf(sFields[row].value, FIELD_SIZE, "%s", value); // what is too long is cut
+    Str_Snprintf(sFields[row].value, FIELD_SIZE, "%s", value); // a value that is too long is cut
 }
 
 void HostinfoSetFields(const utsname &kernel, int bitness,
@@ -249,13 +249,13 @@ void HostinfoSetFields(const utsname &kernel, int bitness,
     HostinfoSetField(FAMILY_NAME, kernel.sysname);
     HostinfoSetField(KERNEL_VERSION, kernel.release);
     HostinfoSetField(BITNESS, bitness == 64 ? "64" : "32");
-    // Without a product nothing stays of one that was there before.
+    // Without a product these become empty, whatever an earlier look-up found.
     HostinfoSetField(DISTRO_NAME, product ? product->name.get() : "");
     HostinfoSetField(DISTRO_VERSION, product ? product->version.get() : "");
     HostinfoSetField(BUILD_NUMBER, product ? product->build.get() : "");
 }
 
-// Puts a backslash before what would end the quoted value, and drops the blanks at its end.
+// Puts a backslash before each quote and backslash, and drops white space at the end.
 void HostinfoQuote(const char *value, char (&quoted)[2 * FIELD_SIZE + 1])
 {
     size_t length = 0;
@@ -263,7 +263,7 @@ void HostinfoQuote(const char *value, char (&quoted)[2 * FIELD_SIZE + 1])
         if (*value == '\'' || *value == '\\') { quoted[length++] = '\\'; }
         quoted[length++] = *value;
     }
-    // Not isspace(): in some locales that takes the last byte of a character for a blank.
+    // Not isspace(): in some locales it accepts the last byte of a UTF-8 character.
     while (length > 0 && strchr(" \t\n\v\f\r", quoted[length - 1]) != nullptr) {
         length--;
     }
@@ -288,7 +288,7 @@ void HostinfoOSDetailedData()
     Str_Strcpy(sDetailedData, line, sizeof sDetailedData);
 }
 
-// Whether the names are known, if need be by finding them out.
+// Returns whether the names are known; looks them up if they are not.
 bool HostinfoHasNames()
 {
     return sNamesAreKept.load(std::memory_order_acquire) || HostinfoOSData();

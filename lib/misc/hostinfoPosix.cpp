@@ -1,4 +1,4 @@
-// hostinfoPosix.cpp -- values that the kernel has by name.
+// hostinfoPosix.cpp -- the kernel's named values (sysctl).
 #include "hostinfoInt.h"
 
 #include "scoped.h"
@@ -18,7 +18,7 @@ char *HostinfoReadText(const char *name)
     if (sysctlbyname(name, nullptr, &size, nullptr, 0) != 0) { return nullptr; }
     ScopedFree<char> text(static_cast<char *>(Util_SafeMalloc(size + 1)));
     if (sysctlbyname(name, text.get(), &size, nullptr, 0) != 0) { return nullptr; }
-    text.get()[size] = '\0'; // it brings its own, as far as anybody knows
+    text.get()[size] = '\0'; // sysctl's text should be terminated already; this does not rely on it
     return text.release();
 }
 

@@ -35,8 +35,8 @@ extern "C" char *Hostinfo_GetModulePath(uint32_t privilege)
     return path.release();
 }
 
-// The C library is asked itself: Posix_GetpwuidR() ends the process for a user whose full name is
-// not text, and that is none of our question.
+// Calls the C library itself: Posix_GetpwuidR() would end the process for a user whose full name is
+// not valid text, which does not matter here.
 extern "C" char *Hostinfo_GetUser()
 {
     char buffer[PASSWORD_ENTRY_SIZE];

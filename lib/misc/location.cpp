@@ -1,6 +1,6 @@
-// location.cpp -- where the product lives on this machine, and each of its files in it.
-// A program inside the bundle climbs from its own real path, so a bundle that was moved
-// is found without being told.  Nothing is cached: every call looks again.
+// location.cpp -- finds the product's root folder on this machine, and its files by key.
+// A program inside the bundle goes up from its own real path, so that the bundle can be moved.
+// Nothing is cached: every call looks for the root anew.
 #include "location.h"
 
 #include "codeset.h"
@@ -27,7 +27,7 @@ struct LocationProcessTag {
 
 struct LocationEntry {
     const char *key;
-    const char *relativePath; // begins with "/", or is empty
+    const char *relativePath; // below the root: begins with "/", or is empty
 };
 
 struct LocationConfig {
@@ -60,7 +60,7 @@ constexpr LocationConfig LOCATION_CONFIG = {
     LOCATION_ENTRIES,
 };
 
-// How many bytes of the last-used file are looked at, with a NUL.
+// Size of the buffer for the last-used file and a NUL.
 constexpr size_t LAST_USED_SIZE = 1024;
 
 uint32_t sUpCount; // 0: this program is not inside the bundle
@@ -77,7 +77,7 @@ char *LocationLastUsed()
         return nullptr;
     }
     content[size] = '\0';
-    char *root = strdup(content); // as it stands: a newline at its end is part of the path
+    char *root = strdup(content); // byte for byte: a newline at the end is part of the path
     if (root == nullptr) { Log("%s: Failed to copy last used path: %s\n", __func__, content); }
     return root;
 }
@@ -111,7 +111,7 @@ char *LocationGetRoot()
 {
     if (sUpCount != 0) { return LocationClimb(__func__); }
     if (geteuid() != getuid()) {
-        // Its environment is in the hands of whoever started it.
+        // Whoever started the process chose its environment.
         Warning("%s: Cannot get location root of a setuid process.\n", __func__);
         return nullptr;
     }
@@ -146,7 +146,7 @@ extern "C" void Location_Init(const char *processTag)
         Warning("%s: Invalid initialization: sUpCount %u, processTag %s.\n", __func__, sUpCount,
                 processTag);
     }
-    sUpCount = row->upCount; // the last row's, 0, for a tag that is not known
+    sUpCount = row->upCount; // 0, from the last row, for an unknown tag
 }
 
 extern "C" char *Location_Get(const char *key)
@@ -162,7 +162,7 @@ extern "C" const char *Location_GetRelative(const char *key)
     for (const LocationEntry *row = LOCATION_CONFIG.entries; row->key != nullptr; row++) {
         if (strcmp(row->key, key) == 0) { return row->relativePath; }
     }
-    return nullptr; // an unknown key is an answer, not a fault: nothing is printed
+    return nullptr; // callers may ask for an unknown key: nothing is printed
 }
 
 extern "C" const char *Location_GetLastUsedFile() { return LOCATION_CONFIG.lastUsedFile; }

@@ -16,8 +16,8 @@ using namespace pelago;
 
 namespace {
 
-// Whether the flags make a file, which needs a mode.  One without a name is made by several bits
-// together, which a folder's flag shares.
+// Returns whether open() with these flags may make a file, and so takes a mode.  O_TMPFILE consists
+// of several bits, of which O_DIRECTORY is one.
 constexpr bool PosixMakesAFile(int flags)
 {
 #ifdef O_TMPFILE
@@ -30,7 +30,7 @@ constexpr bool PosixMakesAFile(int flags)
 
 extern "C" int Posix_Open(const char *path, int flags, ...)
 {
-    int mode = 0; // as mode_t is passed where it is narrower than an int
+    int mode = 0; // an int, since a mode_t that is narrower is passed as one
     if (PosixMakesAFile(flags)) {
         va_list arguments;
         va_start(arguments, flags);
@@ -151,7 +151,7 @@ extern "C" long Posix_Pathconf(const char *path, int name)
     return PosixCall(pathconf, HostText(path), name);
 }
 
-// Where a host lacks a call, its name there stands for this one.
+// Stands in for the calls that a host lacks.
 extern "C" int Posix_Unsupported(const char *, ...)
 {
     errno = ENOSYS;

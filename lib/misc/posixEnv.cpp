@@ -1,11 +1,10 @@
 // posixEnv.cpp -- the C library's calls for the environment.
 //
-// Posix_Getenv() returns text that nobody has to free, so each name has a record of its present
-// value, which knows the one before.  Records are made once and stay; a value is freed when it has
-// been replaced twice and nobody looks at it any more.  All of this is without a lock: how many
-// look at a value is counted in the very word that shows it, so that none of them is overlooked
-// when the word changes.  What waits to be freed is then no more than one value for each thread
-// that looks.
+// Posix_Getenv() returns text that its callers do not free.  So each name has a record of its
+// current value, which points to the value before.  Records are never freed.  A value is freed when
+// it has been replaced twice and no thread reads it any more.  There is no lock: a record is one
+// word that holds the value's address and the number of its readers, so that no reader is missed
+// when the word changes.  At most one value for each reading thread waits to be freed.
 #include "posix.h"
 
 #include "diagnostics.h"
@@ -31,17 +30,17 @@ constexpr uint32_t RECORD_BUCKETS = 128; // enough for an environment of usual s
 
 struct EnvironmentValue {
     char *text;
-    EnvironmentValue *before;   // what it replaced, or NULL; not to be looked at
-    std::atomic<int64_t> holds; // it is freed with the last of them
+    EnvironmentValue *before;   // the value that it replaced, or NULL; its text must not be read
+    std::atomic<int64_t> holds; // the value is freed when this becomes 0
 };
-// A value is held until it has been replaced, and until its successor has; either counts for more
-// than all looks together, so that it is not freed while the looks in a record's word wait to be
-// counted here.
+// A value has two holds at first: one until it is replaced, the other until its successor is.  A
+// hold is larger than any number of readers, so that the value is not freed while the readers in
+// the record's word have not been added to its holds.
 constexpr int64_t VALUE_HOLD = int64_t{1} << 32;
 
-// A record: where its present value is, below, and how many look at that.  Addresses of a process
-// have 47 bits, or 48.  16 bits count 65,535 looks: more threads than a process may have under the
-// kernel's limit of 65,530 mappings, of which a thread's stack takes two.
+// A record: the address of its current value in the low 48 bits, and the number of its readers in
+// the high 16.  User addresses have at most 48 bits.  65,535 readers are more threads than a
+// process can have: the kernel's limit is 65,530 mappings, and a thread's stack takes two.
 using EnvironmentRecord = std::atomic<uint64_t>;
 constexpr int LOOKS_SHIFT = 48;
 constexpr uint64_t ONE_LOOK = uint64_t{1} << LOOKS_SHIFT;
@@ -71,7 +70,7 @@ void PosixDrop(EnvironmentValue *value, int64_t holds)
     free(value);
 }
 
-// A look at a record's present value, which is not freed meanwhile.
+// Reads a record's current value, which is not freed before the look ends.
 class EnvironmentLook {
 public:
     explicit EnvironmentLook(EnvironmentRecord *record)
@@ -85,8 +84,8 @@ public:
     }
     char *Text() const { return mValue->text; }
 
-    // Puts a text into the place of the value, which ends the look; false when another thread has
-    // done so before.
+    // Replaces the value by one with this text, and ends the look.  False, with nothing changed,
+    // when another thread has replaced the value.
     bool Replace(char *text)
     {
         ScopedFree<EnvironmentValue> fresh(PosixNewValue(text, mValue));
@@ -103,7 +102,7 @@ public:
     }
 
 private:
-    // Where the look was counted depends on whether the value is still the record's.
+    // The look is counted in the record's word until the value is replaced, and then in its holds.
     void End()
     {
         uint64_t word = mRecord->load();
@@ -117,7 +116,7 @@ private:
     EnvironmentValue *mValue;
 };
 
-// The first value of a name; false when another thread has made the name's record meanwhile.
+// Makes a name's record with its first value; false when another thread has made one first.
 bool PosixAddRecord(HashTable *records, const char *name, char *text)
 {
     ScopedFree<EnvironmentValue> value(PosixNewValue(text, nullptr));
@@ -130,14 +129,14 @@ bool PosixAddRecord(HashTable *records, const char *name, char *text)
 }
 
 // One attempt of Posix_Getenv(); false when another thread has changed the record meanwhile.
-// *error is errno for the C library's call, and then as that, or the conversion, left it.
+// *error is errno for the C library's call, and receives errno after the call and the conversion.
 bool PosixGetenvOnce(HashTable *records, const char *name, const HostText &hostName,
                      PosixConversion convert, int *error, char **result)
 {
     void *record = nullptr;
     HashTable_Lookup(records, name, &record);
-    // Looked at before the environment is: what the environment says is at least as new, so that no
-    // thread puts back a value that another one has seen replaced.
+    // The record is read before the environment, which is then at least as new: so no thread
+    // restores a value that another thread has seen replaced.
     std::optional<EnvironmentLook> seen;
     if (record != nullptr) { seen.emplace(static_cast<EnvironmentRecord *>(record)); }
 
@@ -171,7 +170,7 @@ char *PosixCachedGetenv(const char *name, const HostText &hostName, PosixConvers
 char *PosixGetenv(const char *name, PosixConversion convert)
 {
     const HostText hostName(name);
-    // Nothing is kept of no name: what becomes of it is the C library's to say.
+    // No name, or one that cannot be represented, has no record.
     if (name == nullptr || hostName.IsUnspellable()) { return PosixCall(getenv, hostName); }
     return PosixCachedGetenv(name, hostName, convert);
 }

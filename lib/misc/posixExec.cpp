@@ -13,7 +13,7 @@ namespace {
 
 using Execute = int (*)(const char *path, char *const argv[]);
 
-// How many arguments the list has, arg0 among them.
+// Counts the arguments of the list, arg0 included.
 size_t PosixCountArguments(const char *arg0, va_list arguments)
 {
     va_list rest;
@@ -26,7 +26,7 @@ size_t PosixCountArguments(const char *arg0, va_list arguments)
     return count;
 }
 
-// Executes a program with the arguments of a caller's own list.
+// Executes a program with arguments that the caller lists one by one.
 int PosixExecuteListed(Execute execute, const char *path, const char *arg0, va_list arguments)
 {
     const HostText program(path);
@@ -40,7 +40,7 @@ int PosixExecuteListed(Execute execute, const char *path, const char *arg0, va_l
         errno = ENOMEM;
         return -1;
     }
-    *list = nullptr; // the list ends wherever its making stops
+    *list = nullptr; // the list is terminated at every step, for whoever frees it
     const ScopedTextList argv(list);
     const char *argument = arg0;
     for (size_t i = 0; i < count; i++, argument = va_arg(arguments, const char *)) {

@@ -10,8 +10,8 @@
 
 namespace pelago {
 
-// One text argument in the host's encoding, for the length of one call; NULL stays NULL.  Neither
-// making nor freeing it leaves a trace in errno.
+// One text argument in the host's encoding, for the duration of one call; NULL stays NULL.  Its
+// constructor and destructor leave errno unchanged.
 class HostText {
 public:
     explicit HostText(const char *utf8)
@@ -47,7 +47,7 @@ struct FreeListQuietly {
 // A NULL-terminated list of malloc'ed strings that is ours until release().
 using ScopedTextList = std::unique_ptr<char *, FreeListQuietly>;
 
-// The same as HostText for a NULL-terminated list.
+// Does for a NULL-terminated list what HostText does for one text.
 class HostTextList {
 public:
     explicit HostTextList(char *const *utf8)
@@ -72,9 +72,9 @@ inline bool PosixIsUnspellable(const HostText &text) { return text.IsUnspellable
 inline bool PosixIsUnspellable(const HostTextList &list) { return list.IsUnspellable(); }
 template <typename Argument> bool PosixIsUnspellable(const Argument &) { return false; }
 
-// Makes the C library's call; its result and its errno come back unchanged.  Text that the host's
-// encoding cannot spell fails with ERANGE instead, and no call is made.  Where there are several
-// texts they are variables, since a call's arguments are made in any order.
+// Makes the C library's call and returns its result, with errno as the call left it.  If the host's
+// encoding cannot represent a text, it fails with ERANGE, and no call is made.  A caller with
+// several texts names each HostText as a local, so that they are converted in a fixed order.
 template <typename Call, typename... Arguments> auto PosixCall(Call call, Arguments &&...arguments)
 {
     using Result = decltype(call(arguments...));
@@ -89,21 +89,21 @@ template <typename Call, typename... Arguments> auto PosixCall(Call call, Argume
     return call(arguments...);
 }
 
-// The C library's bytes as a new string; NULL for NULL.  Leaves no trace in errno.
+// Returns the C library's bytes as a new string; NULL for NULL.  Leaves errno unchanged.
 inline Unicode PosixFromHost(const char *bytes)
 {
     ErrnoSaver keep;
     return Unicode_AllocWithLength(bytes, -1, STRING_ENCODING_DEFAULT);
 }
 
-// The same where the bytes are text in the host's encoding; else NULL with errno EILSEQ, where the
-// other one ends the process or, with ICU, gives other text.
+// Returns the same for bytes that are valid in the host's encoding, else NULL with errno EILSEQ;
+// PosixFromHost() ends the process for such bytes or, with ICU, alters the text.
 inline Unicode PosixTryFromHost(const char *bytes)
 {
     return Unicode_AllocIfValid(bytes, -1, STRING_ENCODING_DEFAULT);
 }
 
-// What becomes of the bytes that a call gives back: either of the two above.
+// How the bytes that a call returns are converted: one of the two functions above.
 using PosixConversion = Unicode (*)(const char *bytes);
 
 } // namespace pelago

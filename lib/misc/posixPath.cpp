@@ -1,4 +1,4 @@
-// posixPath.cpp -- the C library's calls that give a path back.
+// posixPath.cpp -- the C library's calls that return a path.
 #include "posix.h"
 
 #include "posixInt.h"
@@ -12,7 +12,7 @@ using namespace pelago;
 
 namespace {
 
-// Sizes of a buffer for what a link says: most fit the first.
+// Sizes of the buffer for a link's target; most targets fit the first.
 constexpr size_t LINK_FIRST_SIZE = 2048;
 constexpr size_t LINK_GROWTH = 1024;
 
@@ -35,7 +35,7 @@ Unicode PosixReadLink(const char *path, PosixConversion convert)
         const ScopedFree<char> target(PosixAllocQuietly(size));
         const ssize_t length = PosixCall(readlink, link, target.get(), size);
         if (length < 0) { return nullptr; }
-        // A full buffer says nothing about what did not fit.
+        // When the buffer is full, the target may have been cut.
         if (static_cast<size_t>(length) < size) {
             target.get()[length] = '\0';
             return convert(target.get());
@@ -53,7 +53,8 @@ void PosixRemoveAgain(int file, const char *name)
 Unicode PosixMkTemp(const char *pathTemplate, PosixConversion convert)
 {
     const HostText name(pathTemplate);
-    // Through a pointer: the call is declared to take no NULL, but that is its own to say.
+    // Through a pointer: mkstemp() is declared nonnull, but here the call itself decides about
+    // NULL.
     const auto make = [call = &mkstemp](const HostText &text) { return call(text.Bytes()); };
     const int file = PosixCall(make, name);
     if (file < 0) { return nullptr; }

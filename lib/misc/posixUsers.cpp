@@ -17,8 +17,8 @@ namespace {
 
 template <typename Record, size_t COUNT> using UsersFields = char *Record::*const[COUNT];
 
-// What is text in a record, in the order in which it is converted: for a record of our own, and for
-// one of the caller's, into whose buffer it is packed in that order, too.
+// The text members of a record in the order in which they are converted: those of a static record
+// (OWN_), and those of a caller's record, which are packed into the caller's buffer in that order.
 constexpr UsersFields<passwd, 5> OWN_PASSWD_TEXT = {
     &passwd::pw_passwd, &passwd::pw_dir, &passwd::pw_name, &passwd::pw_gecos, &passwd::pw_shell};
 constexpr UsersFields<passwd, 5> PASSWD_TEXT = {
@@ -26,13 +26,14 @@ constexpr UsersFields<passwd, 5> PASSWD_TEXT = {
 constexpr UsersFields<group, 2> OWN_GROUP_TEXT = {&group::gr_passwd, &group::gr_name};
 constexpr UsersFields<group, 2> GROUP_TEXT = {&group::gr_name, &group::gr_passwd};
 
-// One for the whole process.  Their strings are ours, until the next record is put here.
+// The static records.  Their strings live until the next record is stored here.
 passwd sPasswd;
 group sGroup;
 
 // ---- Conversion
 
-// Whether all of these fields were converted; when one was not, those before it are there.
+// Converts these fields; returns whether all were converted.  After a failure the fields before the
+// failed one are set.
 template <typename Record, size_t COUNT>
 bool UsersConvert(const Record &from, const UsersFields<Record, COUNT> &fields, Record *to)
 {
@@ -94,15 +95,16 @@ group *UsersKeep(const group *found)
 
 // ---- Records of the caller's
 
-// How much of a buffer a string takes.
+// Returns the bytes that a string takes in a buffer.
 size_t UsersSize(const char *text) { return text == nullptr ? 0 : strlen(text) + 1; }
 
-// Puts strings into a buffer, one after another from its start.
+// Packs strings into a buffer, one after another from its start.
 class UsersPacker {
 public:
     UsersPacker(char *buffer, size_t size) : mNext(buffer), mRoom(size) {}
 
-    // Whether there was room for the string.  If so *place is where it is now; NULL needs no room.
+    // Copies the string and stores the copy's address in *place; returns whether there was room.
+    // NULL needs no room and leaves *place unchanged.
     bool Put(const char *text, char **place)
     {
         const size_t size = UsersSize(text);
@@ -135,7 +137,7 @@ private:
     size_t mRoom;
 };
 
-// A field that one host has and the other has not: it would point at what is overwritten.
+// Clears pw_class, which macOS has and Linux has not: it would point into overwritten text.
 template <typename Record> void UsersForgetClass(Record *record)
 {
     if constexpr (requires { record->pw_class; }) { record->pw_class = nullptr; }
@@ -156,9 +158,8 @@ size_t UsersSize(const group &text)
     return size;
 }
 
-// The C library puts the array of members into the same buffer, wherever it likes.  When the
-// strings would get to it, the array goes to the buffer's end.  Returns how much room the strings
-// have.
+// The C library puts the array of members anywhere into the same buffer.  If the strings would
+// overwrite it, it is moved to the buffer's end.  Returns the room for the strings.
 size_t UsersMakeRoom(const group &text, group *record, char *buffer, size_t size)
 {
     if (record->gr_mem == nullptr) { return size; }
@@ -169,7 +170,7 @@ size_t UsersMakeRoom(const group &text, group *record, char *buffer, size_t size
     const size_t arraySize = count * sizeof(char *);
     const auto start = reinterpret_cast<uintptr_t>(buffer);
     const uintptr_t offset = reinterpret_cast<uintptr_t>(record->gr_mem) - start;
-    // An array before the buffer has an offset that is larger than any buffer.
+    // The offset of an array before the buffer wraps around, and is larger than any buffer.
     if (arraySize > size || offset > size - arraySize) { return size; }
     if (UsersSize(text) <= offset) { return offset; }
     const uintptr_t end = (start + size - arraySize) / alignof(char *) * alignof(char *) - start;
@@ -193,7 +194,7 @@ bool UsersConvert(const group &from, group *to)
     return true;
 }
 
-// All is converted before anything is packed, since that overwrites what it was converted from.
+// Converts everything before it packs anything, since packing overwrites the original text.
 template <typename Record> int UsersRewrite(Record *record, char *buffer, size_t size)
 {
     Record text = {};
@@ -205,8 +206,8 @@ template <typename Record> int UsersRewrite(Record *record, char *buffer, size_t
     return error;
 }
 
-// Rewrites what the C library has found, when it has.  With an error there is no result, whatever
-// the C library has left there: the record may be half rewritten.
+// Rewrites the record if the C library has found one.  After an error *result is NULL, whatever the
+// C library has stored there, since the record may be half rewritten.
 template <typename Record>
 int UsersRewriteFound(int error, Record *record, char *buffer, size_t size, Record **result)
 {
@@ -227,7 +228,7 @@ int UsersFind(int (*find)(const char *, Record *, char *, size_t, Record **), co
     return find(hostName, record, buffer, size, result);
 }
 
-// Groups are gid_t to this call on one host, and int on another.
+// getgrouplist() takes groups as gid_t on Linux, and as int on macOS.
 template <typename Group>
 int UsersGroupList(int (*list)(const char *, Group, Group *, int *), const HostText &user,
                    gid_t baseGroup, gid_t *groups, int *count)

@@ -9,12 +9,12 @@
 
 namespace pelago {
 
-// Puts errno back, at the end of the block, to what it was at the start.
+// Restores errno at the end of the block.
 struct ErrnoSaver {
     const int mSaved = errno;
     ~ErrnoSaver()
     {
-        // A compiler that knows free() takes it to leave errno alone, and would drop the rest.
+        // Compilers assume that free() leaves errno unchanged, and would drop the assignment.
         std::atomic_signal_fence(std::memory_order_seq_cst);
         errno = mSaved;
     }
@@ -28,7 +28,8 @@ struct FreeQuietly {
     }
 };
 
-// A malloc'ed block that is ours until release(); freeing it leaves no trace in errno.
+// A malloc'ed block that is freed at the end of the block of code unless it was released; freeing
+// it leaves errno unchanged.
 template <typename T> using ScopedFree = std::unique_ptr<T, FreeQuietly>;
 
 } // namespace pelago

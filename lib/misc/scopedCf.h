@@ -13,12 +13,12 @@ struct CfRelease {
     void operator()(CFTypeRef object) const noexcept { CFRelease(object); }
     void operator()(CFReadStreamRef stream) const noexcept
     {
-        CFReadStreamClose(stream); // which does nothing to one that has not been opened
+        CFReadStreamClose(stream); // does nothing to a stream that was not opened
         CFRelease(stream);
     }
 };
 
-// What a Create or Copy function has returned, or nullptr; ours until release().
+// The result of a Create or Copy function, or nullptr; released at the end of the block.
 template <typename Ref> using ScopedCf = std::unique_ptr<std::remove_pointer_t<Ref>, CfRelease>;
 
 } // namespace pelago

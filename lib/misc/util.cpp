@@ -1,4 +1,4 @@
-// util.cpp -- allocation that cannot fail, and comparison that tells nothing by its time.
+// util.cpp -- allocation that cannot fail, and comparison in constant time.
 #include "util.h"
 
 #include "diagnostics.h"
@@ -9,15 +9,15 @@
 
 namespace {
 
-// The two forms of every allocator differ in how they fail: with nothing, or with bug number, path
-// and line.  Below, `site` is either.
+// The two forms of every allocator differ in how they report a failure: the plain form without a
+// site, the At form with a bug number, a path and a line.  `site` below is one of the two.
 [[noreturn]] void UtilFail() { Util_AllocFailure(); }
 [[noreturn]] void UtilFail(int bugNumber, const char *path, int line)
 {
     Util_AllocFailureAt(bugNumber, path, line);
 }
 
-// Hands on what the C library gave.  Nothing is an answer to an empty request, and to no other.
+// Returns the C library's block.  NULL is a failure unless the request was empty.
 template <typename T, typename... Site> T *UtilGranted(T *block, bool isEmptyRequest, Site... site)
 {
     if (block == nullptr && !isEmptyRequest) { UtilFail(site...); }
@@ -136,7 +136,7 @@ void *Util_Memdup(const void *source, size_t size)
 
 void *Util_Memcpy(void *destination, const void *source, size_t size)
 {
-    // memcpy() wants real blocks even for nothing; a NULL one of no bytes is welcome here.
+    // memcpy() must not get NULL even for 0 bytes; callers of this function may pass it.
     return size == 0 ? destination : memcpy(destination, source, size);
 }
 
@@ -144,7 +144,7 @@ void Util_Free(void *block) { free(block); }
 
 bool Util_CountMemDiff(const void *a, const void *b, size_t size, size_t *count)
 {
-    constexpr size_t STEPS = UINT8_MAX; // after which a lane's own count is full
+    constexpr size_t STEPS = UINT8_MAX; // as many as a lane of 8 bits can count
     const auto *left = static_cast<const uint8_t *>(a), *right = static_cast<const uint8_t *>(b);
     size_t different = 0, i = 0;
     while (size - i >= LANES) {
@@ -170,7 +170,7 @@ bool Util_MemDiffers(const void *a, const void *b, size_t size)
     const auto differencesAt = [left, right](size_t at) {
         return UtilLoad<Words>(left + at) ^ UtilLoad<Words>(right + at);
     };
-    // The last step overlaps the one before: nothing is left over, and no position left out.
+    // The last step may overlap the one before, so that every position is compared.
     const size_t last = size - LANES;
     Words differences = differencesAt(last);
     size_t i = 0;
@@ -189,7 +189,7 @@ bool Util_CountStrDiff(const char *a, const char *b, size_t *count)
     size_t different = 0;
     for (bool more = true; more; a++) {
         different += *a != *b;
-        // One further, but not from its NUL; without a branch, which could tell where that is.
+        // Moves on unless it is at the NUL; a branch would show by its time where the NUL is.
         b += (static_cast<uint8_t>(*b) + 0xffu) >> 8;
         more = *a != '\0';
     }

@@ -23,11 +23,11 @@ constexpr char UTIL_NO_MEMORY_FOR_VALUE[] = "%s: Cannot allocate memory to expan
 
 const char *sHomeDir; // nullptr: homes are looked up
 
-// A piece of the text, or what stands in its place.
+// A piece of the text, or its replacement.
 struct UtilChunk {
     char *text;
     size_t size;
-    ScopedFree<char> owned; // nullptr: a piece, as written
+    ScopedFree<char> owned; // the replacement; nullptr for a piece that was not replaced
 
     // False when there is no memory.
     bool Replace(const char *value)
@@ -40,26 +40,27 @@ struct UtilChunk {
     }
 };
 
-// What follows the first byte of a piece, terminated for as long as this lives.
+// The piece without its first byte, as a string: the byte after the piece is a NUL as long as this
+// object lives.  A name may be of any length, and needs no memory this way.
 class UtilChunkName {
 public:
     explicit UtilChunkName(const UtilChunk &chunk)
-        : mName(chunk.text + 1), mEnd(chunk.text + chunk.size), mBehind(*mEnd)
+        : mName(chunk.text + 1), mEnd(chunk.text + chunk.size), mReplaced(*mEnd)
     {
         *mEnd = '\0';
     }
     UtilChunkName(const UtilChunkName &) = delete;
     UtilChunkName &operator=(const UtilChunkName &) = delete;
-    ~UtilChunkName() { *mEnd = mBehind; }
+    ~UtilChunkName() { *mEnd = mReplaced; }
     operator const char *() const { return mName; }
 
 private:
     const char *mName;
     char *mEnd;
-    const char mBehind;
+    const char mReplaced;
 };
 
-// What the C library's user record says is to be copied before this ends.
+// Closes the user database at the end of the block.  Copy text of the C library's record first.
 struct UtilUserDatabase {
     ~UtilUserDatabase() { Posix_Endpwent(); }
 };
@@ -72,7 +73,7 @@ const char *UtilHomeOf(const passwd *record)
     return record->pw_dir;
 }
 
-// nullptr after a Log that says why there is none.
+// Returns the user's home, or nullptr after a Log that says why there is none.
 const char *UtilUsersHome(const char *user)
 {
     const passwd *record = getpwnam(user);
@@ -81,10 +82,10 @@ const char *UtilUsersHome(const char *user)
     return nullptr;
 }
 
-// The same for the user that this process runs as.
+// Returns the same for the user of this process.
 const char *UtilOwnHome()
 {
-    // Whoever starts a set-user-ID program has no say in where that user's files are.
+    // The user who starts a set-user-ID program must not choose where its files are.
     const char *fixed = issetugid() ? nullptr : getenv("CFFIXED_USER_HOME");
     if (fixed != nullptr) { return fixed; }
     const passwd *record = getpwuid(getuid());
@@ -95,8 +96,7 @@ const char *UtilOwnHome()
     return home;
 }
 
-// Puts the home in the place of "~" or "~user", which stays when there is none.  False when there
-// is no memory.
+// Replaces "~" or "~user" by the home, if there is one.  False when memory runs out.
 bool UtilExpandTilde(UtilChunk *chunk)
 {
     if (sHomeDir != nullptr) { return chunk->Replace(sHomeDir); }
@@ -108,8 +108,8 @@ bool UtilExpandTilde(UtilChunk *chunk)
 
 // ---- Variables
 
-// Whether the name is this one, which is in capitals, in any case of its letters.  Those of ASCII
-// only: in a Turkish locale "i" is no small "I" to the C library.
+// Returns whether the name equals the one in capitals but for the case of ASCII letters.  Not
+// strcasecmp(): in a Turkish locale "i" is not the small letter of "I".
 bool UtilIsNamed(const char *name, const char *capitals)
 {
     const auto capital = [](char c) {
@@ -128,7 +128,7 @@ const char *UtilUserName()
     return record == nullptr || record->pw_name == nullptr ? "unknown" : record->pw_name;
 }
 
-// Puts the value in the place of "$NAME".  False when there is no memory.
+// Replaces "$NAME" by the value.  False when memory runs out.
 bool UtilExpandVariable(UtilChunk *chunk, const char *string)
 {
     const UtilChunkName name(*chunk);
@@ -147,7 +147,7 @@ bool UtilExpandVariable(UtilChunk *chunk, const char *string)
     return chunk->Replace("");
 }
 
-// Nothing of a home that was put in is a variable.
+// Returns whether the chunk is a "$NAME" of the original text.
 bool UtilIsVariable(const UtilChunk &chunk)
 {
     return !chunk.owned && chunk.text[0] == '$' && chunk.size > 1;
@@ -155,7 +155,7 @@ bool UtilIsVariable(const UtilChunk &chunk)
 
 // ---- Pieces
 
-// How far the piece goes that begins here.
+// Returns the size of the piece at the start of the text.
 size_t UtilPieceSize(const char *text, bool isFirst)
 {
     if (*text == '$') {
@@ -165,7 +165,7 @@ size_t UtilPieceSize(const char *text, bool isFirst)
     return strcspn(text, isFirst && *text == '~' ? "/" : "$");
 }
 
-// Cuts the text into chunks, and returns how many they are, or 0 when they are too many.
+// Splits the text into chunks, and returns their number, or 0 when there are too many.
 size_t UtilSplit(char *text, UtilChunk *chunks)
 {
     size_t count = 0;
@@ -180,7 +180,7 @@ size_t UtilSplit(char *text, UtilChunk *chunks)
     return count;
 }
 
-// All chunks as a new string; nullptr when there is no memory.
+// Returns all chunks as a new string; nullptr when memory runs out.
 char *UtilJoin(const UtilChunk *chunks, size_t count)
 {
     size_t size = 1;

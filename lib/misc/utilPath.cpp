@@ -1,4 +1,4 @@
-// utilPath.cpp -- small questions about paths, names and addresses.
+// utilPath.cpp -- tests of paths, names and IP addresses.
 #include "util.h"
 
 #include "posix.h"
@@ -24,7 +24,7 @@ bool Util_IsIPv4Address(const char *text)
 
 bool Util_IsIPv6Address(const char *text)
 {
-    char digits[46 + 1]; // what is longer than 46 bytes is no address, and stays none when cut
+    char digits[46 + 1]; // longer text is no address, nor are its first 46 bytes
     in6_addr address;
     return sscanf(text, "%46[^%]", digits) == 1 && inet_pton(AF_INET6, digits, &address) == 1;
 }

@@ -15,12 +15,12 @@ using namespace pelago;
 
 namespace {
 
-// nullptr when the string cannot be had.
+// Returns the string as a new C string; nullptr when memory runs out or it has no UTF-8 form.
 char *UtilCopyCString(CFStringRef string)
 {
     const char *direct = CFStringGetCStringPtr(string, kCFStringEncodingUTF8);
     if (direct != nullptr) { return strdup(direct); }
-    // For a string that is too long this is 0, in which CFStringGetCString() cannot succeed.
+    // For a string that is too long this is 0, and CFStringGetCString() then fails.
     const CFIndex size =
         CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
     ScopedFree<char> copy(static_cast<char *>(malloc(static_cast<size_t>(size))));
@@ -30,7 +30,7 @@ char *UtilCopyCString(CFStringRef string)
     return copy.release();
 }
 
-// nullptr when the key has no value, or one that is not a string, or that cannot be had.
+// Returns the key's string; nullptr when it has none or the string cannot be converted.
 char *UtilCopyField(CFDictionaryRef dictionary, CFStringRef key)
 {
     const CFTypeRef value = CFDictionaryGetValue(dictionary, key);

@@ -4,8 +4,8 @@
  * A program first calls Location_Init() with its process tag.  A program inside the product's
  * bundle then finds the root from its own real path, so the bundle can be moved.  Any other program
  * takes the root from the environment variable TARVEX_LOCATION_ROOT_FULLPATH or, where that is not
- * set, from the file that Location_GetLastUsedFile() names: its first 1023 bytes at most,
- * unchecked. Where the variable or the file is empty, paths begin at "/".
+ * set, from the file that Location_GetLastUsedFile() names, byte for byte; a file of 1024 bytes or
+ * more counts as unreadable.  Where the variable or the file is empty, paths begin at "/".
  *
  * There is one tag, "shareTool", and these keys: "rootDir", "icuDir", "shareToolFile",
  * "shareAddUserFile", "shareRmUserFile", "shareAddShareFile" and "shareRmShareFile".
