@@ -1,6 +1,6 @@
-"""Every encoding that the library converts, beside implementations of others: Python's codecs, and four
-small ones here.  What differs is told, and counted, in docs/encodings.md; these are the counts that
-must come out.  `test_encodings.py --print` prints them."""
+"""Every encoding that the library converts, compared with other implementations: Python's codecs, and four small
+ones here.  encodings.md describes and counts the differences; these counts must come out.
+`test_encodings.py --print` prints them."""
 
 import os
 import re
@@ -250,7 +250,7 @@ def count(ours, theirs):
 
 
 def measure(name):
-    """The row of docs/encodings.md: decoded (three counts), encoded (three counts), dropped, not back."""
+    """The row of encodings.md: decoded (three counts), encoded (three counts), dropped, not back."""
     peer = peer_of(name)
     texts = inputs(name)
     decoded = convert_all(name, "UTF-8", texts)
@@ -272,7 +272,7 @@ def measure(name):
 
 
 def documented():
-    page = (ROOT / "docs/encodings.md").read_text()
+    page = Path(__file__).with_name("encodings.md").read_text()
     rows = re.findall(r"^\| `([^`]+)` \|[^|]*\|((?: *[-\d]+ *\|){8})$", page, re.M)
     return {name: [cell if cell == "-" else int(cell) for cell in re.findall(r"[-\d]+", cells)] for name, cells in rows}
 
