@@ -47,7 +47,7 @@ bool LeadsToRunningProgram(const char *path)
 
 bool SetStartedPath()
 {
-    // Whoever starts a program with more rights than his own may make the path lead elsewhere
+    // A user who starts a program with more rights than their own may make the path lead elsewhere
     // later.
     if (getauxval(AT_SECURE) != 0) { return false; }
     const auto *started = std::bit_cast<const char *>(getauxval(AT_EXECFN));

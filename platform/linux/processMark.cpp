@@ -127,7 +127,7 @@ bool ProcessMark::AnotherOfOurNameRuns()
         const std::string folder = "/proc/" + std::string(entry->d_name);
         const bool isNamesake =
             ReadSmallFile((folder + "/comm").c_str(), &name) == 0 && name == ours;
-        // Anybody may give a process of his any name.
+        // Any user may give their own processes any name.
         struct stat status;
         const bool isOurUsers =
             isNamesake && stat(folder.c_str(), &status) == 0 && status.st_uid == geteuid();

@@ -32,7 +32,7 @@ void WaitForAccountPrograms();
 
 // Makes a user who cannot log in to the host.  Fails.
 void MakeAccount(const std::string &user, uid_t number);
-// Removes a user of ours, as soon as no process runs as him; false after saying why.
+// Removes a user of ours, as soon as no process runs as that user; false after saying why.
 bool RemoveAccount(const std::string &user);
 
 #endif // PELAGO_HOST_ACCOUNTS_H

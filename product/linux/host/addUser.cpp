@@ -19,7 +19,7 @@ namespace {
 constexpr int EXISTS_ALREADY = 3; // the status of sambaAccount.py
 constexpr size_t RANDOM_BYTES = 32;
 
-// The user while he is being made; unless Keep() was called he is taken away again.
+// A user who is being made; removed at the end of the block unless Keep() was called.
 class NewUser {
 public:
     NewUser(const std::string &name, const ProcessMark &session);

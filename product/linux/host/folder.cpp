@@ -108,8 +108,8 @@ std::string Walk::Path() const
     return path.empty() ? "/" : path;
 }
 
-// Whether something is mounted there.  What a user mounts may claim any owner, and he can take it
-// away again.
+// Returns whether something is mounted there.  Files that a user mounts may claim any owner, and
+// the user can unmount them again.
 bool IsMounted(int fd)
 {
     struct statx status;
@@ -257,8 +257,8 @@ void CheckWay(const std::string &given, const Folder &folder,
     }
 }
 
-// With the owner's rights, in a process of its own.  It stays root's: a process of the owner's he
-// could stop, and the script would wait for it without an end.
+// Tries with the owner's rights, in a process that stays root's: the owner could stop a process of
+// their own, and the script would wait for it for ever.
 bool OwnerCanEnter(const Folder &folder, int fd)
 {
     const pid_t child = fork();

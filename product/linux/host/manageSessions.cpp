@@ -86,8 +86,8 @@ void Clean()
     }
 }
 
-// Ends the tool, which then undoes nothing: its caller sees that a signal ended it.  Scripts that
-// somebody runs by hand have his shell for their session; that is not ended.
+// Kills the tool, which then undoes nothing: its caller sees that a signal ended it.  The session
+// of scripts that are run by hand is the shell that runs them; that is not killed.
 void EndTool(const ProcessMark &session)
 {
     if (!session.IsRunning() || ProgramOf(std::to_string(session.pid)) != TOOL) { return; }

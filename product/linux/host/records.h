@@ -38,7 +38,7 @@ enum class RecordKind { User, Share };
 
 struct Record {
     RecordKind kind;
-    std::string id; // of a user, his name; of a share, the name of its folder
+    std::string id; // of a user, the user's name; of a share, the name of its folder
     std::map<std::string, std::string> fields;
     std::optional<pelago::platform::ProcessMark> session, maker;
 
@@ -50,7 +50,7 @@ struct Record {
     // What keeps one that is alive from others, as the end of "the user alice is ...".
     std::string Holding() const;
     bool IsOf(const pelago::platform::ProcessMark &process) const { return session == process; }
-    // Of a user, his name; of a share, that of the user whom it is for.
+    // Of a user, the user's name; of a share, that of the user whom it is for.
     std::string User() const;
     // Whether this is of a share that Samba takes for that of the name, whatever its letters.
     bool IsShareNamed(const std::string &share) const;

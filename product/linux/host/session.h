@@ -28,11 +28,11 @@ inline constexpr char SOMEBODYS[] = "somebody's";
 
 // RemoveRecord() under the lock.
 bool RemoveRecordLocked(const Record &record);
-// Takes away the user whom a record is about, and leaves the record; false after saying why he is
-// still there.
+// Removes the user of a record, but not the record; false after a message when the user is still
+// there.
 bool TakeAwayAccount(const Record &record);
-// Takes away what a record is about, and the record; false after saying why it is still there.
-// The record's maker must be this process.
+// Removes the user or the share of a record, and the record; false after a message when it is still
+// there.  The record's maker must be this process.
 bool TakeAwayUser(const Record &record);
 bool TakeAwayShare(const Record &record);
 

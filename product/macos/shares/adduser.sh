@@ -190,7 +190,7 @@ waitUntilKnown() {
     done
 }
 
-# The user is one of the whole Mac's.  Without a shell she still can have sshd pass connections on.
+# The user is one of the whole Mac's.  Without a shell, sshd still passes connections on for the user.
 warnOfRemoteLogin() {
     ask isListed /Groups "$SSH_GROUP"
     [ "$answer" = no ] || return 0
