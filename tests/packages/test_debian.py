@@ -95,7 +95,8 @@ class Packages(unittest.TestCase):
 
     def test_what_one_wants_to_read_is_there(self):
         documents = self.tool / "usr/share/doc/pelago-share-tool"
-        for name in ("README.md", "SECURITY.md", "product/linux/README.md", "examples/shareWhile.cpp", "examples/smb.conf"):
+        for name in ("README.md", "SECURITY.md", "product/linux/README.md", "examples/shareWhile.cpp",
+                     "examples/shareWhile.py", "examples/smb.conf"):
             self.assertEqual((documents / name).read_text(), (ROOT / name).read_text())
         self.assertIn(f"({self.field('pelago-share-tool', 'Version')})",
                       gzip.decompress((documents / "changelog.gz").read_bytes()).decode().splitlines()[0])
