@@ -28,6 +28,11 @@ bool AddNoMemoryCase(NoMemoryCase row)
     return true;
 }
 
+bool HasNoMemoryCase(const std::string &function)
+{
+    return std::ranges::any_of(Cases(), [&](const auto &row) { return row.function == function; });
+}
+
 static void PrintTo(const NoMemoryCase &row, std::ostream *out) { *out << row.function; }
 
 namespace {

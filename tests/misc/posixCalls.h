@@ -120,7 +120,7 @@ using Texts = const char *const *;
 inline char *Element(const char *text) { return const_cast<char *>(text); }
 
 struct Wrapper {
-    const char *name;
+    const char *name; // the wrapper's without "Posix_"; a further row of it adds "_" and a name
     CallOutcome (*wrapped)(Texts text);
     CallOutcome (*bare)(Texts text);
     std::vector<const char *> bad = {};  // texts that it fails with
@@ -218,7 +218,7 @@ inline std::vector<Wrapper> Wrappers()
          .error = ENOENT,
          .good = {FILE_NAME},
          .result = "a descriptor"},
-        {.name = "OpenToCreate",
+        {.name = "Open_ToCreate",
          PELAGO_BOTH(Descriptor, Posix_Open, open, text[0], O_WRONLY | O_CREAT | O_EXCL, 04604),
          .bad = {FILE_NAME},
          .error = EEXIST,
@@ -232,7 +232,7 @@ inline std::vector<Wrapper> Wrappers()
          .good = {NEW_NAME},
          .result = "a descriptor",
          .effect = [] { return StatusOf(NEW_NAME).st_mode == (S_IFREG | 04604); }},
-        {.name = "CreatOfAFileThatIsThere",
+        {.name = "Creat_OfAnExistingFile",
          PELAGO_BOTH(Descriptor, Posix_Creat, creat, text[0], 0604),
          .bad = {FOLDER_NAME},
          .error = EISDIR,
@@ -284,7 +284,7 @@ inline std::vector<Wrapper> Wrappers()
          .bad = {MISSING},
          .error = ENOENT,
          .good = {FILE_NAME}},
-        {.name = "AccessOfAFileThatIsNoProgram",
+        {.name = "Access_OfAFileThatIsNoProgram",
          PELAGO_BOTH(Number, Posix_Access, access, text[0], X_OK),
          .bad = {FILE_NAME},
          .error = EACCES,
@@ -538,7 +538,7 @@ inline std::vector<Wrapper> Wrappers()
          .error = EINVAL,
          .good = {VARIABLE, FILE_NAME},
          .effect = [] { return ValueOf(VARIABLE) == FILE_NAME; }},
-        {.name = "SetenvOnlyWhenUnset",
+        {.name = "Setenv_OnlyWhenUnset",
          PELAGO_BOTH(Number, Posix_Setenv, setenv, text[0], text[1], 0),
          .bad = {"", "c"},
          .error = EINVAL,

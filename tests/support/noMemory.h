@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -45,9 +46,11 @@ inline Ending Unconverted(const std::string &escaped, const std::string &from = 
 struct NoMemoryCase {
     std::string function, variant;
     std::vector<Ending> endings;
-    bool (*attempt)();
+    std::function<bool()> attempt;
 };
 bool AddNoMemoryCase(NoMemoryCase row);
+// Returns whether the function has a case already.
+bool HasNoMemoryCase(const std::string &function);
 
 // A function, and how it ends without its first block, its second and so on; the last ending is for
 // all further blocks too.  What follows is an attempt: it makes the call through Scarcely() and
