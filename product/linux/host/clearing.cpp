@@ -26,8 +26,7 @@ void LogEnd(const Record &record)
 
 enum class Standing { Ours, Gone, Somebodys };
 
-// Returns whose the share of the record's name is now: the record's own, nobody's or somebody
-// else's.
+// Returns whether the share of this name is still the record's own, has gone, or is another one.
 Standing StandingOf(const Record &record)
 {
     const std::string share = record.Get("share");

@@ -32,7 +32,7 @@ struct Failure : std::runtime_error {
 // Throws Failure.
 [[noreturn]] void Fail(const std::string &reason);
 
-// Thrown after a signal that asks the program to end.
+// Thrown after a signal that is to end the program.
 struct Interruption {
     int signal;
 };

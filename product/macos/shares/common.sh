@@ -501,9 +501,9 @@ setAbove() {
     [ -n "$above" ] || above=/
 }
 
-# takeRights FOLDER: removes the access entries that addshare.sh made, on the folder first and then upwards;
-# returns whether all could be removed.  If a folder is not found any more, its entries stay, and rightsLost
-# becomes yes.
+# takeRights FOLDER: removes the access entries that addshare.sh made, on the folder first and then upwards.
+# Returns 1 when the removal of an entry fails.  If a folder is not found any more, its entries stay; then
+# rightsLost is yes, but the function does not fail for that.
 takeRights() {
     rightsTaken=yes rightsLost=no
     recall "$shareState/user"
