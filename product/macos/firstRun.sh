@@ -1,16 +1,16 @@
 #!/bin/dash
-# firstRun.sh [REPORT] -- looks at what only a Mac can confirm: the list at the end of README.md, point by
-# point.  Run it with sudo, from the account of a person, on a Mac that nobody else is using.
+# firstRun.sh [REPORT] -- checks what only a Mac can confirm, which is the list at the end of README.md, one
+# point after another.  Run it with sudo, from the account of a person, on a Mac that nobody else is using.
 #
-# It makes a user, a share, a group and two folders, all of them called after pelagofirst, and runs the
-# tool of the bundle, which switches file sharing on and off.  When it ends, or is interrupted, it removes
-# all of them again.  Some points need another computer: it says what to do there, and asks.  An answer
+# It makes users, a group, shares and folders with names of their own, such as pelagofirst, and runs the tool
+# of the bundle, which switches file sharing on and off.  When it ends, or is interrupted, it removes all of
+# them.  Some points need another computer: it prints what to do there, and asks for the result.  An answer
 # other than y or n leaves the point open.
 #
-# REPORT, firstRun-report.txt where nothing is given, gets what was asked, what was answered, and a verdict
-# for each point.  It holds no password, and no name of a user but the test's own.
-# Exit status: 0 every point is as expected; 1 one is not; 2 it could not run; 3 points are left open;
-# 129, 130, 143 it was interrupted.
+# REPORT, by default firstRun-report.txt, gets for each point the commands, their output, and a verdict.  It
+# holds no password, and no name of a user except the test's own.
+# Exit status: 0 every point is as expected; 1 one is not, or something could not be removed; 2 the script
+# could not run; 3 points are left open; 129, 130, 143 it was interrupted.
 set -eu
 umask 022
 PATH=/usr/bin:/bin:/usr/sbin:/sbin LC_ALL=C
@@ -42,10 +42,10 @@ fail() {
 
 # ---- The report
 #
-# The report of a point grows in $work/point.N; its verdict in $work/verdict.N is the worst so far.
+# The report of point N is collected in $work/point.N.  $work/verdict.N holds the worst verdict so far.
 
-# hide TEXT: without the person's name and home folder, and without the password, which comes first on awk's
-# standard input: an argument would show it to every process.
+# hide TEXT: prints the text with the person's name and home folder and the password replaced.  The password is
+# the first line of awk's input: as an argument every process could see it.
 hide() {
     printf '%s\n' "$password" "$1" | awk -v "home=$personHome" -v "name=$personName" '
         function replace(line, what, by,    at, done) {
@@ -59,11 +59,12 @@ hide() {
         { print replace(replace(replace($0, home, "~"), name, "(the person)"), secret, "(the password)") }'
 }
 
+# note TEXT: adds the text to the report of the current point.
 note() {
     hide "$1" | sed 's/^/    /' >>"$work/point.$point"
 }
 
-# verdict WORD: good, open, bad, from the best to the worst.
+# verdict WORD: notes a verdict, unless the point has a worse one.  From best to worst: good, open, bad.
 verdict() {
     read -r worst 2>/dev/null <"$work/verdict.$point" || worst=good
     case $worst$1 in
@@ -72,12 +73,13 @@ verdict() {
     esac
 }
 
+# point N: makes N the current point.
 point() {
     point=$1
     [ -f "$work/point.$1" ] || printf 'Looking at point %s ...\n' "$1"
 }
 
-# look COMMAND [ARG...]: sets answer and status.
+# look COMMAND [ARG...]: runs the command, sets answer to its output and status, and notes both.
 look() {
     status=0
     answer=$("$@" 2>&1) || status=$?
@@ -85,7 +87,7 @@ look() {
     note "answered, status $status: $answer"
 }
 
-# expect TEXT COMMAND [ARG...]: the command says whether it is so.
+# expect TEXT COMMAND [ARG...]: TEXT is what is expected; it is so when the command succeeds.
 expect() {
     expectation=$1
     shift
@@ -98,13 +100,13 @@ expect() {
     fi
 }
 
-# leaveOpen REASON
+# leaveOpen REASON: notes that something was not checked, and why.
 leaveOpen() {
     note "not looked at: $1"
     verdict open
 }
 
-# question TEXT: y is as expected, n is not, anything else leaves the point open.
+# question TEXT: asks the person.  y is as expected, n is not, anything else leaves the point open.
 question() {
     printf '\n%s [y/n, Enter leaves it open] ' "$1"
     reply=
@@ -116,7 +118,7 @@ question() {
     esac
 }
 
-# instruct TEXT: and waits for Enter.
+# instruct TEXT: prints what the person shall do, and waits for Enter.
 instruct() {
     printf '\n%s\nThen press Enter. ' "$1"
     read -r reply <&5 || :
@@ -189,8 +191,9 @@ wordOf() {
 isServiceOn() { /usr/bin/defaults read "$SMB_PREFERENCES" EnabledServices 2>/dev/null | grep -w disk >/dev/null; }
 isListening() { /usr/bin/nc -z -G 1 -w 1 127.0.0.1 445 >/dev/null 2>&1; }
 
-# startTool NUMBER FOLDER SHARE USER ACCESS: in the background.  It must not die of a signal that is meant
-# for this script, because it would restore nothing; it ends when descriptor 3 or 4 is closed.
+# startTool NUMBER FOLDER SHARE USER ACCESS: starts tool 1 or 2 in the background.  The tool ignores the signals
+# that interrupt this script: they would end it before it has restored anything.  It ends when its input,
+# descriptor 3 or 4, is closed.
 startTool() {
     rm -f "$work/input.$1"
     mkfifo -m 600 "$work/input.$1"
@@ -205,7 +208,8 @@ startTool() {
     esac
 }
 
-# awaitResult NUMBER PID: sets result to that of the sharing, or to none.
+# awaitResult NUMBER PID: waits until the tool prints the result of the sharing, and sets result to it; none when
+# the tool ends first, or after SESSION_SECONDS.
 awaitResult() {
     end=$(($(/bin/date +%s) + SESSION_SECONDS)) result=none
     while [ "$(/bin/date +%s)" -lt "$end" ]; do
@@ -217,7 +221,7 @@ awaitResult() {
     done
 }
 
-# endTool NUMBER: sets status to the tool's.  Nothing happens when there is none.
+# endTool NUMBER: ends the tool, if it runs, and sets status to its exit status.
 endTool() {
     status=0
     case $1 in
@@ -227,7 +231,7 @@ endTool() {
     [ -z "$ended" ] || wait "$ended" || status=$?
 }
 
-# session FOLDER ACCESS: sets up to yes when the share is there.
+# session FOLDER ACCESS: starts the first tool, and sets up to yes when the share was made, else to no.
 session() {
     up=no sharedFolder=$1
     startTool 1 "$1" "$SHARE" "$TEST_USER" "$2"
@@ -237,7 +241,7 @@ session() {
     toolSaid=$(cat "$work/output.1" "$work/errors.1")
 }
 
-# blame: a session that did not come up is held against the point that its reason belongs to.
+# blame: counts a session that was not made against the point that its reason belongs to.
 blame() {
     case $toolSaid in
         *'cannot set the password'* | *'the password was not taken'*) point 2 ;;
@@ -259,7 +263,7 @@ blame() {
     expect 'the tool makes a share' false
 }
 
-# blameEnd: the same for one that did not end well.
+# blameEnd: the same for a session that did not end well.
 blameEnd() {
     case $toolSaid in
         *'cannot take the access'* | *'cannot give all'*) point 8 ;;
@@ -272,7 +276,7 @@ blameEnd() {
 
 # ---- The points
 
-# Those that need no session.
+# The functions up to lookAtJob need no session.
 lookAtPrograms() {
     point 5
     look /usr/sbin/sharing
@@ -287,7 +291,7 @@ lookAtGroup() {
     lookAtMember GroupMembers 0D3A6C1E-0000-4000-8000-00000000FFFF
 }
 
-# lookAtMember KEY VALUE: of a user that there is not.
+# lookAtMember KEY VALUE: the value names a user that does not exist.
 lookAtMember() {
     look /usr/bin/dscl . -create "/Groups/$TEST_GROUP" "$1" "$2"
     look /usr/bin/dscl . -delete "/Groups/$TEST_GROUP" "$1" "$2"
@@ -320,7 +324,7 @@ lookAtRecords() {
 
 bothRun() { [ "$(printf '%s\n' "$owners" | grep -cxF -e 0 -e "$person")" -eq 2 ]; }
 
-# Programs and options that another macOS may lack.
+# Checks programs and options that another macOS may lack.
 lookAtPresence() {
     point 19
     cd "$TOP" || return
@@ -352,7 +356,7 @@ lookAtPresence() {
     cd /
 }
 
-# Shares of sharing's own, while the service is off.  A percent sign is for dscl the first of an escape.
+# Makes a share with the program sharing, while the service is off.  To dscl % begins an escape.
 lookAtPercent() {
     point 16
     look /usr/sbin/sharing -a "$TOP/closed/second" -n "$PERCENT_SHARE" -S "$PERCENT_SHARE" -s 001 -g 000
@@ -371,7 +375,7 @@ lookAtNumbers() {
     done
 }
 
-# Of one folder: by other letters' case, in another normal form, and on the volume that has the data.
+# Enters one folder by several paths: in other letters' case, in another normal form, on the data volume.
 lookAtPaths() {
     point 18
     mkdir "$TOP/Gr${O_UMLAUT}sse"
@@ -390,7 +394,7 @@ lookAtPaths() {
     /usr/sbin/sharing -r "$SECOND_SHARE" >/dev/null
 }
 
-# A user without a password, who is asked for before there is one.
+# Makes a user without a password.  macOS is asked for the name before, so that it caches that there is none.
 lookAtNewUser() {
     point 22
     number=$(/usr/bin/dscl . -list /Users UniqueID | awk '{ taken[$NF] = 1 }
@@ -412,7 +416,8 @@ lookAtNewUser() {
     look /usr/bin/dscl . -delete "/Users/$SECOND_USER"
 }
 
-# A user is made by a process that is killed then; no share, and no service, is needed for that.
+# A shell that ends at once runs adduser.sh, so that the user belongs to a session that has ended.  That needs
+# neither a share nor the service.
 lookAtJob() {
     point 25
     if ! /usr/bin/launchctl print system/pelago.clear >/dev/null 2>&1; then
@@ -434,7 +439,7 @@ lookAtJob() {
     leaveOpen 'whether it may do so for a share in Documents, for which /bin/dash may need Full Disk Access'
 }
 
-# With the first session: writable, in a folder that only its owner may enter.
+# The first session: writable, in a folder that only its owner may enter.
 lookAtSession() {
     session "$FOLDER" rw
     if [ "$up" = no ]; then
@@ -464,7 +469,8 @@ lookAtAccount() {
 
 isWord() { printf '%s\n' "$answer" | grep -wF -e "$1" >/dev/null; }
 
-# The JavaScript is the one in adduser.sh.  The policy holds for the test's own user, and goes with it.
+# Runs the JavaScript of adduser.sh with a password that is too short.  The policy applies to the test's own
+# user, and is removed with that user.
 lookAtRefusal() {
     program=$(sed -n "/^SET_PASSWORD='\$/,/^}'\$/p" "$SHARES/adduser.sh" | sed "1d; \$s/'\$//")
     look /usr/bin/pwpolicy -u "$TEST_USER" -setpolicy minChars=100
@@ -491,7 +497,7 @@ lookAtDirectory() {
         "dsAttrTypeNative:directory_path:$newline $FOLDER"
 }
 
-# Other shares are nobody's business: only the line of the test's own goes into the report.
+# Only the line of the test's own share goes into the report: the names of other shares are private.
 lookAtNames() {
     answer=$(/usr/sbin/sharing -l 2>&1 | grep -F -e "$SHARE")
     note "asked: sharing -l; answered, where the share stands: $answer"
@@ -513,7 +519,8 @@ lookAtLogin() {
     point 1
     printf '\nThe share is smb://%s/%s, the user %s, the password %s\n' \
         "$(/bin/hostname)" "$SHARE" "$TEST_USER" "$password"
-    # Other processes can see the password meanwhile: it opens a folder of the test's, and dies with its user.
+    # Other processes can see the password meanwhile.  It opens only a folder of the test's, and is removed with
+    # the user.
     status=0
     answer=$(/usr/bin/smbutil view "//$TEST_USER:$password@127.0.0.1" 2>&1) || status=$?
     note "asked: smbutil view, as the test's user; answered, status $status"
@@ -530,7 +537,7 @@ make one read-only.'
     question 'Is a guest refused?'
 }
 
-# What becomes of who is connected, and of the user, when the session ends.
+# Ends the session, and checks what happens to a connected client, to the user and to the client's files.
 endSession() {
     point 20
     locks=$(/usr/bin/find -P "$FOLDER" -type f -exec /usr/bin/stat -f %Sf '{}' ';' | sort -u | tr '\n' ' ')
@@ -556,7 +563,7 @@ endSession() {
 
 isAllOfThePerson() { [ -z "$(/usr/bin/find -P "$FOLDER" ! -user "$person" -print)" ]; }
 
-# With a second session, which only reads.
+# A second session, whose client may only read.
 lookAtReading() {
     session "$FOLDER" ro
     if [ "$up" = no ]; then
@@ -569,7 +576,7 @@ lookAtReading() {
     endTool 1
 }
 
-# chmod, ls and find, on the test's own files, with an entry of the person's.
+# Tries chmod, ls and find on the test's own files, with an access entry for the person.
 lookAtEntries() {
     point 8
     mkdir "$TOP/entries"
@@ -590,7 +597,7 @@ lookAtEntries() {
     cd /
 }
 
-# hasEntry NAME yes|no: whether ls shows an entry of the person's for it.
+# hasEntry NAME yes|no: returns whether ls shows an entry for the person on the file NAME, or shows none.
 hasEntry() {
     found=$(/bin/ls -lqeR -- . | awk -v "name=$1" -v "entry=user:$personName" '
         /^[-dl]/ { at = $9; sub(/.*\//, "", at) }
@@ -611,7 +618,7 @@ lookAtFind() {
     expect 'a name that begins with a dash is no option' hasEntry -R no
 }
 
-# A folder that macOS guards.
+# A session for a folder that macOS guards.
 lookAtConsent() {
     point 9
     if ! mkdir "$personHome/Documents/pelagofirst" 2>/dev/null; then
@@ -635,7 +642,7 @@ lookAtConsent() {
     leaveOpen 'the same for Desktop, Downloads, and removable and network volumes'
 }
 
-# Two tools at once: the first switches the service on, and off again when it ends.
+# Two tools at the same time.  The first switches the service on, and off again when it ends.
 lookAtLock() {
     point 15
     session "$FOLDER" rw
@@ -673,7 +680,8 @@ findPerson() {
     personHome=${personHome# }
 }
 
-# forEachRecord COMMAND: for all that this script, or the tool for it, ever makes in the directory.
+# forEachRecord COMMAND: calls the command with each record that is in the directory, of all that this script and
+# its tools ever make there.
 forEachRecord() {
     for record in "/SharePoints/$SHARE" "/SharePoints/$SECOND_SHARE" "/SharePoints/${PERCENT_SHARE}25" \
         "/Users/$TEST_USER" "/Users/$SECOND_USER" "/Groups/$TEST_USER" "/Groups/$SECOND_USER" \
@@ -699,7 +707,8 @@ makeFolders() {
     /usr/sbin/chown -R "$person" "$TOP/closed"
 }
 
-# What has one of the names was made here: none was there at the beginning.
+# Removes all that was made, and writes the report.  What has one of the names was made here: checkMac has found
+# none at the beginning.
 putBack() {
     left=
     cd /
@@ -722,7 +731,7 @@ putBack() {
     rm -rf -- "$work"
 }
 
-# The notes of the scripts, where no session had ever been.
+# Removes the notes of the share scripts.  Only for a Mac that had none at the beginning.
 takeState() {
     rm -f "$STATE/lastNumber"
     for folder in "$STATE/shares" "$STATE/users" "$STATE"; do
@@ -735,7 +744,7 @@ takeRecord() {
     /usr/bin/dscl . -delete "$1" >/dev/null 2>&1 || left="$left $1"
 }
 
-# An interrupted run has the signal's status.
+# Runs at the end in any case, and sets the exit status; after an interruption it is that of the signal.
 atEnd() {
     ending=$?
     trap '' HUP INT TERM
@@ -749,7 +758,7 @@ atEnd() {
     esac
 }
 
-# What fails is what this is for: it goes on with the next.
+# A command that fails is a result, so the script goes on with the next point.
 main() {
     set +e
     lookAtPrograms
@@ -768,7 +777,7 @@ main() {
     finished=yes
 }
 
-# The answers are this script's alone.
+# Only this script reads the person's answers, from descriptor 5; programs read nothing.
 exec 5<&0 </dev/null
 [ "$#" -le 1 ] || fail 'usage: firstRun.sh [REPORT]'
 report=${1-firstRun-report.txt}

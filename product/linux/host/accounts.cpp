@@ -27,21 +27,21 @@ constexpr char ACCOUNTS_LOCK[] = "/run/pelago/accounts.lock";
 constexpr int LOCK_SECONDS = 60;
 constexpr int END_SECONDS = 5; // how long processes of the user may take to end
 
-// Numbers above those that systemd gives to containers, and below 2^31.
+// The range of numbers lies above those that systemd gives to containers, and below 2^31.
 constexpr uid_t FIRST_NUMBER = 1879048192;
 constexpr uid_t LAST_NUMBER = 2147483646;
-// A number is never lower than the seconds since then: without a memory, too, it comes again after
-// eight years only.
+// A new number is at least FIRST_NUMBER plus the seconds since this time.  So a number comes again
+// after eight years at the earliest, when the range is used up, even if MEMORY is lost.
 constexpr time_t FIRST_SECOND = 1767225600; // 2026-01-01
 constexpr char MEMORY_FOLDER[] = "/var/lib/pelago";
-constexpr char MEMORY[] = "/var/lib/pelago/lastUserNumber";
-// Debian's group "nogroup", which is to own no file.
+constexpr char MEMORY[] = "/var/lib/pelago/lastUserNumber"; // the last number that was given
+// Debian's group "nogroup", which must own no file.
 constexpr gid_t NOBODYS_GROUP = 65534;
 
-// userdel and useradd: no such user, the user runs processes.
+// The exit statuses of userdel for a user that does not exist, and for one who runs processes.
 constexpr int NO_SUCH_USER = 6, IN_USE = 8;
 
-// After a search that found nothing, with errno 0 before it: that it could not search is a failure.
+// Call it after a search that found nothing, with errno 0 before it.  Fails when the search failed.
 void CheckSearch(const char *database)
 {
     if (errno == 0 || errno == ENOENT || errno == ESRCH) { return; }
@@ -52,13 +52,14 @@ void CheckSearch(const char *database)
 template <typename Visit> void ForEachAccount(const Visit &visit)
 {
     setpwent();
-    // What errno holds at the end says nothing: a source of users that is asked in vain may set it.
+    // errno at the end is not checked: a source of users that does not answer may have set it.
     while (const passwd *entry = getpwent()) {
         visit(*entry);
     }
     endpwent();
 }
 
+// Waits for the lock; returns false on an error.
 bool Lock(int file)
 {
     while (flock(file, LOCK_EX) != 0) {
@@ -67,7 +68,7 @@ bool Lock(int file)
     return true;
 }
 
-// The last number that was given out; 0 when none is known.
+// Returns the last number that was given to a user; 0 when it is not known.
 uid_t LastNumber(int file)
 {
     char text[32] = "";
@@ -75,12 +76,15 @@ uid_t LastNumber(int file)
     return static_cast<uid_t>(strtoul(text, nullptr, 10));
 }
 
+// Returns the next free number.
 uid_t NumberAfter(uid_t last, time_t now)
 {
     constexpr time_t span = time_t{LAST_NUMBER} - FIRST_NUMBER + 1;
     const auto byTime =
         FIRST_NUMBER + static_cast<uid_t>(std::max<time_t>(now - FIRST_SECOND, 0) % span);
-    // A clock that was put back, and users who are made in one second.
+    // True after the clock was set back, and when several users are made within one second.  A
+    // last number that is nearer to the end of the range does not count: the time has begun again
+    // at the start of the range.
     const bool isAhead = last >= byTime && last - byTime < LAST_NUMBER - last;
     uid_t number = isAhead ? last + 1 : byTime;
     while (getpwuid(number) != nullptr) {
@@ -89,8 +93,8 @@ uid_t NumberAfter(uid_t last, time_t now)
     return number;
 }
 
-// Held by whoever changes the user database for us, and by the program that does it, which may
-// outlive its script.
+// The lock on changes of the user database by share scripts.  The program that makes the change
+// inherits it, because the program may outlive its script.
 OwnedFd LockAccounts()
 {
     return HoldLock(ACCOUNTS_LOCK, LOCK_SECONDS, "another change of the user database");

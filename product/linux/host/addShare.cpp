@@ -15,14 +15,15 @@ using namespace pelago::platform;
 
 namespace {
 
-constexpr int SMBD_SECONDS = 10; // how long smbd may take to come up
+constexpr int SMBD_SECONDS = 10; // how long smbd may take to listen
 
+// The arguments of the script; given is the folder's path as the caller spells it.
 struct Wish {
     std::string user, given, share;
     bool isReadOnly;
 };
 
-// The record of the user, whom a script of the same session has made.
+// Returns the user's record.  Fails unless a script of the same session has made the user.
 Record FindUser(const std::string &user, const ProcessMark &session)
 {
     const RecordsLock lock;
@@ -46,7 +47,7 @@ void CheckHost(const SambaConfiguration &configuration, const std::string &user)
     }
 }
 
-// A user share of the same name would be served when ours has ended.
+// Fails when there is a user share of the same name: Samba would serve it after ours has ended.
 void CheckUserShares(const SambaConfiguration &configuration, const std::string &share)
 {
     const std::string folder = configuration.Global("usershare path", "/var/lib/samba/usershares");
@@ -57,6 +58,7 @@ void CheckUserShares(const SambaConfiguration &configuration, const std::string 
     }
 }
 
+// Fails when the share exists.  Removes one that a session left without a record.
 void CheckNameIsFree(const SambaConfiguration &configuration, const std::string &share)
 {
     const std::string id = IdOfSharePath(configuration.PathOf(share));
@@ -71,7 +73,7 @@ void CheckNameIsFree(const SambaConfiguration &configuration, const std::string 
     CheckUserShares(configuration, share);
 }
 
-// The share while it is being made; unless Keep() was called it is taken away again.
+// The share while it is being made; the destructor removes it again unless Keep() was called.
 class NewShare {
 public:
     NewShare(const Wish &wish, const Folder &folder, const ProcessMark &session);
@@ -124,7 +126,7 @@ NewShare::~NewShare()
     } catch (const std::exception &failure) {
         Say(failure.what());
     }
-    // Without the link nobody can enter a share that is left.
+    // Without the link no client can enter a share that could not be removed.
     unlink(mRecord.LinkPath().c_str());
     Say("the share " + Quoted(mWish.share) + " is left behind");
 }
@@ -172,7 +174,7 @@ void NewShare::Keep(const std::string &caller)
                 ", asked for by " + caller);
 }
 
-// Of the tool's process and of the one that started it: its program and its number.
+// Returns the program and the pid of the tool and of the process that started it, for people.
 std::string DescribeCaller(const ProcessMark &session)
 {
     const std::string tool = std::to_string(session.pid);
@@ -200,7 +202,7 @@ void AddShare(const Arguments &arguments)
 {
     const Wish wish = WishOf(arguments);
     const ProcessMark session = CallerSession();
-    // Before anything that others wait for: a folder may be far away, or gone.
+    // Before any lock is taken: the folder may be on a host that answers late, or never.
     const Folder folder = JudgeFolder(wish.given);
     const Record user = FindUser(wish.user, session);
     ClearBeforeSession([&](const Record &record) { return record.IsShareNamed(wish.share); });

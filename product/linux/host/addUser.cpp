@@ -16,10 +16,10 @@ using namespace pelago::platform;
 
 namespace {
 
-constexpr int EXISTS_ALREADY = 3; // the status of sambaAccount.py
+constexpr int EXISTS_ALREADY = 3; // exit status of sambaAccount.py: Samba has the account already
 constexpr size_t RANDOM_BYTES = 32;
 
-// A user who is being made; removed at the end of the block unless Keep() was called.
+// The user while it is being made; the destructor removes it again unless Keep() was called.
 class NewUser {
 public:
     NewUser(const std::string &name, const ProcessMark &session);
@@ -37,7 +37,7 @@ private:
     bool mIsKept = false;
 };
 
-// From here on others see that the name is in use.
+// Writes the record, from which other scripts see that the name is in use.
 NewUser::NewUser(const std::string &name, const ProcessMark &session)
     : mRecord{RecordKind::User, name, {}, session, ProcessMark::Of(getpid())}
 {
@@ -60,6 +60,7 @@ NewUser::~NewUser()
     Say("the user " + mRecord.id + " is left behind");
 }
 
+// Returns 64 random letters.
 std::string RandomPassword()
 {
     const OwnedFd source(open("/dev/urandom", O_RDONLY | O_CLOEXEC));
@@ -76,7 +77,8 @@ std::string RandomPassword()
     return password;
 }
 
-// The helper takes text only.  For other bytes the account gets a password that nobody knows first.
+// The helper accepts only UTF-8.  For other bytes it sets a random password, which smbpasswd then
+// replaces.
 void NewUser::MakeSambaAccount(Program *helper, const std::string &password)
 {
     const bool isText = IsUtf8(password);
@@ -125,7 +127,7 @@ void NewUser::Keep()
     mIsKept = true;
 }
 
-// A user of an earlier session whose record is gone.  The record that there is now is ours.
+// Removes a user that an earlier session left without a record.  The name's record is ours now.
 void RemoveLeftover(const std::string &name)
 {
     if (FindAccount(name) != AccountState::Ours) { return; }

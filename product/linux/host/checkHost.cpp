@@ -1,4 +1,4 @@
-// checkHost.cpp -- whether this host is ready for a session.
+// checkHost.cpp -- prints whether this host is ready for a session.
 #include "administration.h"
 
 #include "folder.h"
@@ -14,7 +14,7 @@ using namespace pelago::platform;
 
 namespace {
 
-// As sambaAccount.py finds them.
+// Imports Samba's Python bindings from where sambaAccount.py finds them.
 constexpr char BINDINGS[] = "import sys; sys.path.insert(0, '/usr/lib/python3/dist-packages'); "
                             "from samba.samba3 import param, passdb";
 

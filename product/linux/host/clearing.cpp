@@ -1,4 +1,4 @@
-// clearing.cpp -- takes users and shares away, those of dead sessions as well.
+// clearing.cpp -- removes users and shares, also those that dead sessions left.
 #include "session.h"
 
 #include "accounts.h"
@@ -13,9 +13,9 @@ using namespace pelago::platform;
 
 namespace {
 
-constexpr int CLEAR_SECONDS = 30; // how long another process may take to clear something away
+constexpr int CLEAR_SECONDS = 30; // how long another process may take to remove a user or share
 
-// In the log, so that an administrator finds when a share that was begun has ended.
+// Writes to the system's log that a share has ended, if its beginning was written there.
 void LogEnd(const Record &record)
 {
     if (record.Get("begun").empty()) { return; }
@@ -26,7 +26,7 @@ void LogEnd(const Record &record)
 
 enum class Standing { Ours, Gone, Somebodys };
 
-// Whose the share of the record's name is by now.
+// Returns whether the share of this name is still the record's own, has gone, or is another one.
 Standing StandingOf(const Record &record)
 {
     const std::string share = record.Get("share");
@@ -37,14 +37,14 @@ Standing StandingOf(const Record &record)
         if (configuration.PathOf(share) == path) { return Standing::Ours; }
         isThere = configuration.Find(share) != nullptr;
     } catch (const Failure &) {
-        // The registry may still be there to be asked.
+        // testparm has failed; the registry may be readable all the same.
     }
-    // A share in the text file may cover ours.
+    // A share of the same name in smb.conf hides ours.
     if (RegistryPath(share) == path) { return Standing::Ours; }
     return isThere ? Standing::Somebodys : Standing::Gone;
 }
 
-// Makes this process the maker of each record that is not alive, and returns these.
+// Makes this process the maker of each record that is not alive, and returns those records.
 std::vector<Record> TakeOverDead(RecordKind kind)
 {
     const RecordsLock lock;
@@ -58,8 +58,8 @@ std::vector<Record> TakeOverDead(RecordKind kind)
     return dead;
 }
 
-// Makes this process the maker of a record for what has a mark but none; nothing when it has one.
-// From then on no script begins anything of the name.
+// Writes a record, with this process as its maker, for a user or share that has our mark but no
+// record, and returns it; nullopt when there is one.  From then on other scripts refuse the name.
 std::optional<Record> ClaimUnrecorded(RecordKind kind, const std::string &id,
                                       const std::string &share)
 {
@@ -77,8 +77,8 @@ std::optional<Record> ClaimUnrecorded(RecordKind kind, const std::string &id,
     return record;
 }
 
-// Takes away what a record is about, of which this process is the maker.  When that fails the
-// record stays, and is nobody's.
+// Removes the user or share of a record whose maker is this process, and the record.  When that
+// fails the record stays without a maker, and is not alive.
 bool Clear(Record record)
 {
     bool isDone = false;
@@ -90,12 +90,13 @@ bool Clear(Record record)
     if (isDone) { return true; }
     const RecordsLock lock;
     record.maker.reset();
-    // Half of something is nobody's, though the session lives whose script was to make the whole.
+    // The session may still run; without it the record is dead, and others may remove the rest.
     if (record.IsAlive()) { record.session.reset(); }
     WriteRecord(record);
     return false;
 }
 
+// Returns whether isMeant() holds for any record.
 bool IsAnyRecord(const RecordFilter &isMeant)
 {
     const RecordsLock lock;
@@ -103,7 +104,8 @@ bool IsAnyRecord(const RecordFilter &isMeant)
            std::ranges::any_of(ReadRecords(RecordKind::Share), isMeant);
 }
 
-// A boot removes the records.  Users and shares without a record are found by their marks.
+// Removes users and shares that have our mark but no record, because a boot has removed it.
+// Returns false when one of them is still there.
 bool ClearUnrecorded()
 {
     bool isDone = true;
@@ -133,14 +135,15 @@ bool RemoveRecordLocked(const Record &record)
     return RemoveRecord(record);
 }
 
-// The password goes first, so that nobody comes in again; the account, which carries our mark, goes
-// last.
+// Samba's account goes first, so that nobody can log in with its password any more.  The host's
+// user, which has our mark, goes last.
 bool TakeAwayAccount(const Record &record)
 {
     const std::string &user = record.id;
     WaitForAccountPrograms();
     const AccountState state = FindAccount(user);
-    // The host's user may have been removed by hand; with its SID the record knows Samba's, too.
+    // The host's user was removed by hand.  The record has the SID of Samba's account, so that
+    // account is ours.
     if (state == AccountState::None && !record.Get("sid").empty()) {
         return RemoveSambaAccount(user) && EndConnections(user);
     }
@@ -158,15 +161,16 @@ bool TakeAwayUser(const Record &record)
     return TakeAwayAccount(record) && RemoveRecordLocked(record);
 }
 
-// A connection that is open still has the share in mind: with the link gone it cannot enter anew,
-// and what it has is closed.
+// An open connection still knows the share.  Without the link it cannot enter the share again, and
+// what it has open is closed.
 bool TakeAwayShare(const Record &record)
 {
     const std::string share = record.Get("share");
     const Standing standing = share.empty() ? Standing::Somebodys : StandingOf(record);
     if (standing == Standing::Ours && !DeleteRegistryShare(share)) { return false; }
     unlink(record.LinkPath().c_str());
-    // An earlier run may have failed after the share was gone.  Clients of somebody's share stay.
+    // Also when the share has gone: an earlier run may have failed just after that.  Clients of a
+    // share of the same name that is not ours stay connected.
     if (standing != Standing::Somebodys && !CutOffClients(share)) { return false; }
     if (!RemoveRecordLocked(record)) { return false; }
     LogEnd(record);
@@ -194,7 +198,7 @@ bool ClearWithOthers(Look look, const RecordFilter &isAwaited)
     };
     const bool isDone = ClearDeadSessions(look);
     const bool isFree = WaitUntil(CLEAR_SECONDS, [&] { return !IsAnyRecord(isInHand); });
-    // What another process had in hand is gone by now, or is ours to clear away.
+    // What another process was removing is gone by now, or left for this one.
     return isDone && isFree && ClearDeadSessions(look);
 }
 

@@ -1,4 +1,4 @@
-// folder.cpp -- one walk along the path, by descriptors.
+// folder.cpp -- walks along the path once, by descriptors, and judges the folder at its end.
 #include "folder.h"
 
 #include "names.h"
@@ -28,17 +28,18 @@ using namespace pelago::platform;
 
 namespace {
 
-constexpr uid_t NOBODY = static_cast<uid_t>(-1); // who owns nothing
+constexpr uid_t NOBODY = static_cast<uid_t>(-1); // a number that no user has
 constexpr int MAX_LINKS = 40;                    // as many as the kernel follows
 constexpr mode_t OTHERS_MAY_WRITE = S_IWGRP | S_IWOTH;
-constexpr char SAMBAS_GROUP[] = "none"; // of all its users; this name finds it, never a user
+// Samba has a group of all its users with this name, and so never finds a user by it.
+constexpr char SAMBAS_GROUP[] = "none";
 
-// Something on the way that decides where the path leads: who else than root can change it.
+// A folder or a link that decides where the path leads, and who can change it besides root.
 struct Waypoint {
     std::string path;
-    uid_t uid;
-    bool othersMayChange; // by its mode
-    bool isUsersMount;    // perhaps: it was mounted where anybody may make a folder
+    uid_t uid;            // its owner, or the user who has mounted its file system
+    bool othersMayChange; // its mode lets others than its owner change what it holds
+    bool isUsersMount;    // a user may have mounted it: others may write to the folder above
 };
 
 struct OpenFolder {
@@ -47,6 +48,7 @@ struct OpenFolder {
     struct stat status;
 };
 
+// Returns the names between the slashes, without empty ones.
 std::vector<std::string> Components(const std::string &path)
 {
     std::vector<std::string> components;
@@ -58,8 +60,8 @@ std::vector<std::string> Components(const std::string &path)
     return components;
 }
 
-// A folder for reading, which has the kernel mount what is mounted on demand; anything else, and a
-// folder that may not be read, only as a place.  Nothing is followed.
+// Opens a folder for reading, which makes the kernel mount a file system that is mounted on demand;
+// anything else, and a folder that may not be read, with O_PATH.  Does not follow a link.
 OwnedFd OpenComponent(int folder, const char *name)
 {
     const int fd = openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -67,6 +69,7 @@ OwnedFd OpenComponent(int folder, const char *name)
     return OwnedFd(openat(folder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
 }
 
+// Goes along a path, component by component, and notes each waypoint.
 class Walk {
 public:
     explicit Walk(const std::string &given) : mGiven(given) {}
@@ -84,12 +87,13 @@ private:
     [[noreturn]] void FailToOpen() const;
 
     const std::string &mGiven;
-    std::vector<OpenFolder> mStack; // from the root to where the walk stands
-    std::deque<std::string> mAhead; // the components that are still to be taken
+    std::vector<OpenFolder> mStack; // from the root to the folder that the walk has reached
+    std::deque<std::string> mAhead; // the components that are left
     std::vector<Waypoint> mWaypoints;
     int mLinks = 0;
 };
 
+// Fails with the reason in errno.
 void Walk::FailToOpen() const
 {
     switch (errno) {
@@ -108,8 +112,8 @@ std::string Walk::Path() const
     return path.empty() ? "/" : path;
 }
 
-// Returns whether something is mounted there.  Files that a user mounts may claim any owner, and
-// the user can unmount them again.
+// Returns whether a file system is mounted there; also true when the kernel does not say.  Files of
+// a file system that a user has mounted may claim any owner, and the user can unmount it again.
 bool IsMounted(int fd)
 {
     struct statx status;
@@ -117,8 +121,9 @@ bool IsMounted(int fd)
            (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
-// The user who has mounted the file system in user space that a folder lies on, and says whose each
-// file is; nothing on any other.
+// If the folder lies on a file system in user space, returns the user who has mounted it, and who
+// therefore decides which owner each file has; NOBODY when that user is not known.  nullopt on any
+// other file system.
 std::optional<uid_t> Mounter(int fd, const struct stat &status)
 {
     struct statfs system;
@@ -142,15 +147,15 @@ void Walk::EnterFolder(OwnedFd fd, const std::string &name, const struct stat &s
     const bool isUsersMount =
         !mStack.empty() && (Status().st_mode & OTHERS_MAY_WRITE) != 0 && IsMounted(fd.Get());
     mStack.push_back({std::move(fd), name, status});
-    // In a folder with the sticky bit others cannot rename what is not theirs.
+    // In a folder with the sticky bit users can rename only what they own.
     const bool others = (status.st_mode & OTHERS_MAY_WRITE) != 0 && (status.st_mode & S_ISVTX) == 0;
     mWaypoints.push_back({Path(), status.st_uid, others, isUsersMount});
     const std::optional<uid_t> mounter = Mounter(Fd(), status);
     if (mounter) { mWaypoints.push_back({Path(), *mounter, others, isUsersMount}); }
 }
 
-// Who can change a link is who may rename in the folder that holds it.  In one where all may, its
-// sticky bit leaves the link to its owner.
+// A user who may rename files in the folder that holds the link can replace the link.  Where others
+// may write to a folder with the sticky bit, the owner of the link can replace it, too.
 void Walk::FollowLink(const OwnedFd &link, const std::string &name, const struct stat &status)
 {
     if (++mLinks > MAX_LINKS) {
@@ -169,7 +174,7 @@ void Walk::FollowLink(const OwnedFd &link, const std::string &name, const struct
     Put(target);
 }
 
-// Has the walk go along the path first, from the root if it is absolute.
+// Puts the components of the path before those that are left; an absolute path starts at the root.
 void Walk::Put(const std::string &path)
 {
     if (path.starts_with('/')) { mStack.resize(1); }
@@ -181,8 +186,8 @@ void Walk::Take(const std::string &name)
 {
     if (name == ".") { return; }
     if (name == "..") {
-        // The folder that the walk came through, which was judged; the one above may be another
-        // now.
+        // Back to the folder that the walk came through, which is noted as a waypoint: ".." on the
+        // disk may be another folder by now.
         if (mStack.size() > 1) { mStack.pop_back(); }
         return;
     }
@@ -213,14 +218,15 @@ void Walk::ToTheEnd()
     }
 }
 
-// The user that Samba finds for a user's name: it looks for the name in small letters first, those
-// beyond ASCII too.
+// Returns the user that Samba finds for a name: Samba looks for the name in small letters first,
+// also beyond ASCII.  nullptr when there is none.
 const passwd *FindAsSamba(const std::string &name)
 {
     const passwd *found = getpwnam(Folded(name).c_str());
     return found != nullptr ? found : getpwnam(name.c_str());
 }
 
+// Sets the owner's name and group.  Fails when Samba cannot act as the owner.
 void FindOwner(const std::string &given, Folder *folder)
 {
     const passwd *owner = getpwuid(folder->uid);
@@ -231,7 +237,7 @@ void FindOwner(const std::string &given, Folder *folder)
     folder->owner = owner->pw_name;
     folder->gid = owner->pw_gid;
     const std::string &name = folder->owner;
-    // Samba's syntax strips, expands or splits these.
+    // In Samba's configuration such a name would be stripped, expanded or split.
     const bool isOdd = name.find_first_of("%\"\\,;@+&") != std::string::npos ||
                        name.front() == ' ' || name.back() == ' ' || Printable(name) != name ||
                        !IsUtf8(name) || IsSidLike(name) || Folded(name) == SAMBAS_GROUP;
@@ -241,13 +247,14 @@ void FindOwner(const std::string &given, Folder *folder)
     }
 }
 
+// Fails when anybody but root and the folder's owner can change one of the waypoints.
 void CheckWay(const std::string &given, const Folder &folder,
               const std::vector<Waypoint> &waypoints)
 {
     const Waypoint &last = waypoints.back();
     for (const Waypoint &point : waypoints) {
-        // What others write into the folder itself leads nowhere, but as root smbd could go
-        // anywhere.
+        // Others may write to the shared folder itself, because smbd follows no link out of it.  A
+        // folder of root's is excepted: as root smbd could go anywhere.
         const bool isTheFolder = &point == &last && point.path == folder.path;
         const bool others = point.othersMayChange && (!isTheFolder || folder.uid == 0);
         if ((point.uid != 0 && point.uid != folder.uid) || others || point.isUsersMount) {
@@ -257,8 +264,9 @@ void CheckWay(const std::string &given, const Folder &folder,
     }
 }
 
-// Tries with the owner's rights, in a process that stays root's: the owner could stop a process of
-// their own, and the script would wait for it for ever.
+// Returns whether the owner can enter the folder.  A child process tries it with the owner's
+// effective user and group.  Its real user stays root: the owner could stop a process of their own,
+// and the script would wait for it for ever.
 bool OwnerCanEnter(const Folder &folder, int fd)
 {
     const pid_t child = fork();
@@ -266,7 +274,7 @@ bool OwnerCanEnter(const Folder &folder, int fd)
     if (child == 0) {
         const bool isOwner = initgroups(folder.owner.c_str(), folder.gid) == 0 &&
                              setegid(folder.gid) == 0 && seteuid(folder.uid) == 0;
-        // Along the path, as smbd goes, and at the end into the very folder that was judged.
+        // Enters by the path, as smbd does, and checks that this is the folder that was judged.
         struct stat there, judged;
         const bool canEnter = isOwner && chdir(folder.path.c_str()) == 0 &&
                               stat(".", &there) == 0 && fstat(fd, &judged) == 0 &&

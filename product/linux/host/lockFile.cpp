@@ -1,4 +1,4 @@
-// lockFile.cpp -- files of root's that one process at a time holds.
+// lockFile.cpp -- opens lock files and takes their locks with flock().
 #include "lockFile.h"
 
 #include "report.h"

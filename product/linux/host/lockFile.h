@@ -1,6 +1,6 @@
 /*
- * lockFile.h -- files of root's that one process at a time holds.
- * A lock is held for as long as its descriptor, or a copy of it in a started program, is open.
+ * lockFile.h -- lock files of root's.  One process at a time holds a lock.
+ * A lock is held while its descriptor is open, or a copy of it in a program that was started.
  */
 #ifndef PELAGO_HOST_LOCKFILE_H
 #define PELAGO_HOST_LOCKFILE_H
@@ -9,15 +9,15 @@
 
 #include <string>
 
-// Makes and opens the file; one that others than root could open, and so hold, is replaced.  Fails
-// when that cannot be.
+// Opens the file, and makes it if it is missing.  A file that others than root could open, and so
+// lock, is replaced.  Fails when the file cannot be opened.
 pelago::platform::OwnedFd OpenLock(const char *path);
 
-// Returns whether the lock is now ours, without waiting.
+// Tries to take the lock without waiting; returns whether this process holds it now.
 bool TakeLock(const pelago::platform::OwnedFd &lock);
 
-// Opens the file and waits for its lock.  Fails when the lock is still held after that many
-// seconds; the failure names the holder, as in "another look has not ended within 120 s".
+// Opens the file and waits for its lock.  Fails when the lock is not free after that many seconds;
+// the message names the holder, as in "another look has not ended within 120 s".
 pelago::platform::OwnedFd HoldLock(const char *path, int seconds, const std::string &holder);
 
 #endif // PELAGO_HOST_LOCKFILE_H

@@ -1,6 +1,6 @@
-// main.cpp -- pelagoHost: what the four share scripts, the switch of the SMB service and the
-// administrator's commands run.  The first argument is the command; where the program is started by
-// the name of one of its commands, it is that one.
+// main.cpp -- pelagoHost: the program of the four share scripts, of the switch of the SMB service
+// and of the administrator's commands.  The command is the first argument, unless the program is
+// started by the name of a command, as by a link of that name.
 #include "administration.h"
 #include "report.h"
 #include "session.h"
@@ -23,7 +23,7 @@ namespace {
 
 struct Command {
     const char *name;       // the first argument
-    const char *calledName; // in messages
+    const char *calledName; // its name in messages, and by which the program may be started
     void (*run)(const Arguments &);
 };
 
@@ -48,7 +48,7 @@ const Command *FindCommand(const std::string &name, const char *Command::*field)
     return nullptr;
 }
 
-// The command, and where its arguments begin.
+// Returns the command, or nullptr, and the index of its first argument.
 std::pair<const Command *, int> ChooseCommand(int argc, char **argv)
 {
     const std::string path = argc > 0 ? argv[0] : "";
@@ -58,20 +58,20 @@ std::pair<const Command *, int> ChooseCommand(int argc, char **argv)
     return {argc > 1 ? FindCommand(argv[1], &Command::name) : nullptr, 2};
 }
 
-// Nothing of the caller's decides what root's programs do: not its environment, not its
-// descriptors. Standard input belongs to the session's caller, and nothing here may eat a byte of
-// it.
+// Keeps the caller's environment, umask and descriptors from changing what programs of root's do: a
+// missing standard stream is opened, so that no other file gets its number.  Nothing here reads
+// standard input: it belongs to the session's caller, which must not lose a byte of it.
 void SettleProcess()
 {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
-        if (fcntl(fd, F_GETFD) == -1) { open("/dev/null", O_RDWR); } // gets that very number
+        if (fcntl(fd, F_GETFD) == -1) { open("/dev/null", O_RDWR); } // gets the number fd
     }
     clearenv();
     setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
     setenv("LC_ALL", "C", 1);
     umask(077);
     signal(SIGCHLD, SIG_DFL);
-    // A caller that has died leaves a broken pipe: cleaning up goes on without its reader.
+    // A caller that has died leaves a broken pipe; the work goes on without a reader of messages.
     signal(SIGPIPE, SIG_IGN);
     NoteSignals();
 }
@@ -96,7 +96,7 @@ int Run(int argc, char **argv)
 
 } // namespace
 
-// The library's messages.
+// The functions by which the library prints its messages.
 extern "C" void Warning(const char *format, ...)
 {
     va_list values;

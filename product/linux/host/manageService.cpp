@@ -1,4 +1,4 @@
-// manageService.cpp -- the SMB service in the preferences, by hand.
+// manageService.cpp -- shows and switches the SMB service in the preferences, by hand.
 #include "administration.h"
 
 #include "report.h"
@@ -30,7 +30,7 @@ void ShowStatus()
     }
 }
 
-// An empty file is one without settings.
+// Makes an empty preferences file, which counts as one without settings, if there is none.
 void MakeFile()
 {
     const std::string path = SMB_PREFERENCES;

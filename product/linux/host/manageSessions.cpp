@@ -1,4 +1,4 @@
-// manageSessions.cpp -- what sessions have made, listed and ended.
+// manageSessions.cpp -- lists the users and shares of sessions, and ends sessions.
 #include "administration.h"
 
 #include "accounts.h"
@@ -17,7 +17,7 @@ using namespace pelago::platform;
 namespace {
 
 constexpr char TOOL[] = "pelagoShareTool";
-constexpr int END_SECONDS = 5; // how long a tool may take to end
+constexpr int END_SECONDS = 5; // how long a tool or a script may take to end
 
 std::vector<Record> AllRecords()
 {
@@ -48,7 +48,7 @@ void Show(const Record &record)
     printf("%s: %s\n", what.c_str(), DescribeState(record).c_str());
 }
 
-// Lists the users and shares that have a mark and no record, because a boot has removed it.
+// Lists the users and shares that have our mark but no record, because a boot has removed it.
 void ShowUnrecorded(const std::vector<Record> &records)
 {
     const auto isRecorded = [&](RecordKind kind, const std::string &id) {
@@ -86,8 +86,8 @@ void Clean()
     }
 }
 
-// Kills the tool, which then undoes nothing: its caller sees that a signal ended it.  The session
-// of scripts that are run by hand is the shell that runs them; that is not killed.
+// Ends the tool with a signal: then the tool itself undoes nothing, and its caller sees that a
+// signal has ended it.  A session of scripts that are run by hand is a shell, which is not killed.
 void EndTool(const ProcessMark &session)
 {
     if (!session.IsRunning() || ProgramOf(std::to_string(session.pid)) != TOOL) { return; }
@@ -99,13 +99,13 @@ void EndTool(const ProcessMark &session)
     }
 }
 
-// Makes the record one of nobody's, which anybody may clear away.
+// Takes the session out of the user's records, so that they are not alive and may be removed.
 void Disown(const std::string &user)
 {
     const RecordsLock lock;
     for (const RecordKind kind : {RecordKind::User, RecordKind::Share}) {
         for (Record &record : ReadRecords(kind)) {
-            // What a script works on is its own until it ends.
+            // While a script works on a user or share, it belongs to that script.
             if (record.User() != user || record.maker) { continue; }
             record.session.reset();
             WriteRecord(record);
@@ -113,6 +113,8 @@ void Disown(const std::string &user)
     }
 }
 
+// Ends the tool of the user's session and disowns the user's records; returns whether there was
+// one.
 bool EndSession(const std::string &user)
 {
     bool isFound = false;
@@ -120,7 +122,7 @@ bool EndSession(const std::string &user)
         if (record.User() != user) { continue; }
         isFound = true;
         if (record.session) { EndTool(*record.session); }
-        // A script of the tool's notices that it is gone, and undoes what it does.
+        // A script that the tool has started notices its end, and undoes its own work.
         if (record.maker) {
             WaitUntil(END_SECONDS, [&] { return !record.maker->IsRunning(); });
         }
@@ -129,6 +131,7 @@ bool EndSession(const std::string &user)
     return isFound;
 }
 
+// Switches the SMB service off again if no session is alive and a tool that has ended left it on.
 void TakeServiceBack()
 {
     std::string reason;

@@ -1,4 +1,4 @@
-// names.cpp -- names that mean something else to Samba or to the host are refused.
+// names.cpp -- refuses names that Samba or the host would take for something else.
 #include "names.h"
 
 #include "report.h"
@@ -15,10 +15,10 @@ using namespace pelago;
 namespace {
 
 constexpr size_t MAX_USER_NAME = 32;
-constexpr size_t MAX_SHARE_NAME = 80; // UTF-16 units, SMB's own limit
+constexpr size_t MAX_SHARE_NAME = 80; // UTF-16 units, the limit of SMB
 constexpr char REFUSED_CHARACTERS[] = "%<>*?|/\\+=;:\",[]";
-// Sections of smb.conf with a meaning of their own, in the singular and the plural that Samba
-// takes, and shares that Samba or Windows makes itself.
+// Sections of smb.conf that have a special meaning, in the singular and the plural, both of which
+// Samba accepts, and shares that Samba or Windows makes itself.
 constexpr std::string_view RESERVED_NAMES[] = {".",      "..",       "global",   "globals", "home",
                                                "homes",  "printer",  "printers", "print$",  "ipc$",
                                                "admin$", "netlogon", "sysvol"};
@@ -26,7 +26,7 @@ constexpr std::string_view RESERVED_NAMES[] = {".",      "..",       "global",  
 bool IsBlank(char byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
 bool IsControl(char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F; }
 
-// As Samba compares section names: without blanks, and without the difference of letters.
+// Returns the name as Samba compares names of sections: folded, and without white space.
 std::string Squeezed(std::string_view name)
 {
     std::string result = Folded(name);
@@ -34,7 +34,8 @@ std::string Squeezed(std::string_view name)
     return result;
 }
 
-// Converts all of source; nothing when it is not valid.
+// Converts all of source; nullopt when it is not valid.  Each of its units gives at most
+// unitsPerUnit.
 template <typename Target, typename Source, typename Convert>
 std::optional<Target> Converted(const Source &source, size_t unitsPerUnit, const Convert &convert)
 {
@@ -52,7 +53,7 @@ using Utf16Text = std::basic_string<uint16_t>;
 
 std::optional<Utf16Text> ToUtf16(std::string_view utf8)
 {
-    // One unit for each byte is always enough.
+    // UTF-16 never has more units than UTF-8 has bytes.
     return Converted<Utf16Text>(Utf8Text(utf8.begin(), utf8.end()), 1, Utf8ToUtf16);
 }
 
@@ -62,7 +63,7 @@ std::string ToUtf8(const Utf16Text &units)
     return utf8 ? std::string(utf8->begin(), utf8->end()) : std::string();
 }
 
-// The tables of letters; the C library brings this locale along.
+// Returns the C library's tables of letters.  The locale C.UTF-8 comes with the library.
 locale_t Letters()
 {
     static const locale_t letters = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
@@ -79,8 +80,8 @@ std::string Folded(std::string_view name)
     std::optional<Utf16Text> units = ToUtf16(name);
     if (!units) { Fail("not valid UTF-8: " + Quoted(name)); }
     for (uint16_t &unit : *units) {
-        // Up and then down, for several small letters have the same capital one.  As in Samba's own
-        // tables, what takes two units has no letters.
+        // To the capital letter and then to the small one, because several small letters share a
+        // capital.  As in Samba's own tables, characters of two units have no case.
         unit = static_cast<uint16_t>(towlower_l(towupper_l(unit, Letters()), Letters()));
     }
     return ToUtf8(*units);
@@ -107,8 +108,8 @@ void CheckUserName(const std::string &name)
     if (IsSidLike(name)) { Fail("not a user name, for Samba takes it for a SID: " + Quoted(name)); }
 }
 
-// Samba itself checks nothing here: a section name would change the whole server, and a name that
-// is too long makes every registry share of the host unreadable.
+// Samba checks none of this itself.  A share named like a special section would change the whole
+// server, and a name that is too long makes every registry share of the host unreadable.
 void CheckShareName(const std::string &name)
 {
     if (name.empty()) { Fail("the share name is empty"); }

@@ -1,4 +1,4 @@
-// password.cpp -- one line, as it is.
+// password.cpp -- reads the password, and refuses what Samba would not store as given.
 #include "password.h"
 
 #include "report.h"
@@ -16,9 +16,9 @@ using namespace pelago::platform;
 namespace {
 
 constexpr size_t MAX_PASSWORD = 127;           // customary for SMB
-constexpr size_t READ_SIZE = MAX_PASSWORD + 3; // with a newline, and what shows that there is more
+constexpr size_t READ_SIZE = MAX_PASSWORD + 3; // room for a newline and an excess byte
 
-// HostReadAll() would hold a failure half-way for the end.
+// Returns the first READ_SIZE bytes.  HostReadAll() would take a read error half-way for the end.
 std::string ReadStart(int fd, const std::string &file)
 {
     std::string bytes(READ_SIZE, '\0');

@@ -1,4 +1,4 @@
-// processes.cpp -- reads /proc.
+// processes.cpp -- reads files and folders of /proc.
 #include "processes.h"
 
 #include "hostFile.h"
@@ -20,8 +20,8 @@ std::string ProgramOf(const std::string &pid)
 {
     char path[4096];
     const ssize_t size = readlink(("/proc/" + pid + "/exe").c_str(), path, sizeof path);
-    // A service that is confined may not see which program another process runs, but what it is
-    // called.
+    // A confined service may not see which program another process runs; it sees the process's
+    // name.
     if (size <= 0) { return FirstWord(TextOf("/proc/" + pid + "/comm")); }
     std::string_view name(path, static_cast<size_t>(size));
     constexpr std::string_view DELETED = " (deleted)";

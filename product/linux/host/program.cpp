@@ -1,4 +1,4 @@
-// program.cpp -- fork, exec, and what a program wrote.
+// program.cpp -- starts programs with fork() and exec(), and collects their output.
 #include "program.h"
 
 #include "report.h"
@@ -22,31 +22,33 @@ namespace {
 constexpr int CANNOT_START = 127;
 constexpr int SIGNAL_STATUS = 128;
 
+// Returns the arguments as execvp() takes them; they point into the strings.
 std::vector<char *> Vector(const std::vector<std::string> &arguments)
 {
     std::vector<char *> vector;
     vector.reserve(arguments.size() + 1);
     for (const std::string &argument : arguments) {
-        vector.push_back(const_cast<char *>(argument.c_str())); // execvp takes its vector as it is
+        vector.push_back(const_cast<char *>(argument.c_str())); // execvp() does not change it
     }
     vector.push_back(nullptr);
     return vector;
 }
 
-// In the child: has it killed when we are, so that what a script was about to do is not done after
-// somebody has cleared away what it left.
+// Called in the child: has the kernel kill it when this process is killed.  Otherwise it could make
+// something after another process has removed all that the script left.
 void DieWith(pid_t parent)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) { _exit(CANNOT_START); } // it was killed before
+    if (getppid() != parent) { _exit(CANNOT_START); } // the parent was killed before prctl()
 }
 
-// How a child lives: with us, on its own, or to its end with a descriptor of ours.
+// How long a child lives, and what it inherits.
 struct Life {
-    bool endsWithUs;
-    int kept = -1;
+    bool endsWithUs; // it is killed when this process is
+    int kept = -1;   // a descriptor that it keeps; then signals do not end it either
 };
 
+// Called in the child: ignores the noted signals or resets them; ignored ones stay ignored.
 void SetSignals(const Life &life)
 {
     for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
@@ -59,15 +61,15 @@ void SetSignals(const Life &life)
     }
 }
 
-// The caller's descriptors are not the program's.
+// Closes the caller's descriptors: the program must not inherit them.
 void CloseDescriptors(int kept)
 {
     if (kept == -1) { return Host_CloseDescriptors(STDERR_FILENO + 1, INT_MAX); }
-    dup2(kept, STDERR_FILENO + 1); // without close-on-exec
+    dup2(kept, STDERR_FILENO + 1); // the copy survives exec()
     Host_CloseDescriptors(STDERR_FILENO + 2, INT_MAX);
 }
 
-// In the child: the program with these for its standard streams.
+// Called in the child: runs the program with these for its standard streams.
 [[noreturn]] void Become(char *const vector[], int input, int output, const Life &life)
 {
     SetSignals(life);
@@ -93,6 +95,7 @@ pid_t Start(const std::vector<std::string> &arguments, int input, int output, co
     return pid;
 }
 
+// Waits for the process; returns its status as in Outcome.
 int StatusOf(pid_t pid)
 {
     int status = 0;
@@ -131,7 +134,7 @@ Program::~Program()
 
 void Program::Feed(std::string_view input)
 {
-    // A program that has ended reads nothing; its status says so.
+    // The write fails when the program has ended; its status shows that.
     (void)!write(mInput.Get(), input.data(), input.size());
     mInput.Close();
 }

@@ -1,4 +1,4 @@
-// records.cpp -- the files in /run/pelago.
+// records.cpp -- reads and writes the records, files in /run/pelago.
 #include "records.h"
 
 #include "lockFile.h"
@@ -22,13 +22,14 @@ constexpr char STATE[] = "/run/pelago";
 constexpr char USERS[] = "/run/pelago/users";
 constexpr char SHARES[] = "/run/pelago/shares";
 constexpr char LOCK[] = "/run/pelago/lock";
-constexpr char FIRST_LOOK[] = "/run/pelago/looked";
-constexpr char CLOSED[] = "/run/pelago/closed"; // made by the package's prerm
+constexpr char FIRST_LOOK[] = "/run/pelago/looked"; // exists after the first complete look
+constexpr char CLOSED[] = "/run/pelago/closed";     // made by the package's prerm
 constexpr char LINK_NAME[] = "/folder";
 constexpr char RECORD_NAME[] = "/record";
-constexpr char FRESH_NAME[] = "/.new"; // a dot, which no record's own name begins with
+constexpr char FRESH_NAME[] = "/.new"; // no name of a record begins with a dot
 constexpr int LOCK_SECONDS = 60;
-// smbd, acting as the owner of a folder, reaches it through these: passable, but not readable.
+// smbd, which acts as the owner of the shared folder, passes through these folders; it need not
+// read them.
 constexpr mode_t FOLDER_MODE = 0711;
 
 [[noreturn]] void FailWith(const std::string &what, const std::string &path)
@@ -36,6 +37,7 @@ constexpr mode_t FOLDER_MODE = 0711;
     Fail(what + ' ' + path + ": " + strerror(errno));
 }
 
+// Makes a folder of root's if it is missing, and sets its mode.  Fails when that fails.
 void MakeFolder(const char *path)
 {
     struct stat status;
@@ -43,18 +45,19 @@ void MakeFolder(const char *path)
     if (lstat(path, &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != 0) {
         Fail(std::string(path) + " is not a folder of root's");
     }
-    // Our mask, or a script that ended here, does not decide who passes.
+    // umask() or a script that was killed here may have left another mode.
     if ((status.st_mode & ALLPERMS) != FOLDER_MODE && chmod(path, FOLDER_MODE) != 0) {
         FailWith("cannot make", path);
     }
 }
 
+// Returns the folder that holds the record's file.
 std::string FolderOf(const Record &record)
 {
     return record.kind == RecordKind::User ? USERS : SHARES + ('/' + record.id);
 }
 
-// Names and paths may hold anything but a NUL: a line's end and the escape itself are escaped.
+// Escapes newlines, which end a field, and the backslash: a path may hold any byte but NUL.
 std::string Escaped(const std::string &text)
 {
     std::string result;
@@ -75,6 +78,7 @@ std::string Unescaped(std::string_view text)
     return result;
 }
 
+// Returns the content of the record's file, one field a line: its name, a blank, its value.
 std::string FileOf(const Record &record)
 {
     std::string text;
@@ -86,6 +90,7 @@ std::string FileOf(const Record &record)
     return text;
 }
 
+// Parses the content of a record's file.
 Record FromText(RecordKind kind, const std::string &id, const std::string &text)
 {
     Record record{kind, id, {}, {}, {}};
@@ -103,14 +108,14 @@ Record FromText(RecordKind kind, const std::string &id, const std::string &text)
     return record;
 }
 
-// A record that cannot be read, or was not yet written, is one of nobody's.
+// Reads a record's file.  If it cannot be read, or is not written yet, the record has no processes.
 Record ReadRecord(RecordKind kind, const std::string &id)
 {
     const Record nobodys{kind, id, {}, {}, {}};
     return FromText(kind, id, TextOf(nobodys.Path()));
 }
 
-// Removes a file or an empty folder; that it is gone already is no failure.
+// Removes a file or an empty folder; true also when there is none.
 bool RemoveQuietly(const std::string &path) { return remove(path.c_str()) == 0 || errno == ENOENT; }
 
 } // namespace
@@ -164,7 +169,8 @@ std::string Record::LinkPath() const { return FolderOf(*this) + LINK_NAME; }
 
 std::vector<Record> ReadRecords(RecordKind kind)
 {
-    // Of a script that was killed while it wrote; who holds the lock is the only one who does.
+    // Left by a script that was killed while it wrote a record.  Nobody else writes one now: this
+    // process holds the lock.
     RemoveQuietly(std::string(USERS) + FRESH_NAME);
     std::vector<Record> records;
     const char *folder = kind == RecordKind::User ? USERS : SHARES;
@@ -264,9 +270,9 @@ ProcessMark CallerSession()
 {
     const pid_t parent = getppid();
     const std::optional<ProcessMark> caller = ProcessMark::Of(parent);
-    // A script whose caller died before it began has another parent: the host's first process, or
-    // one of another process group.  One that a shell or a supervisor starts in a group of its own
-    // leads that group.
+    // If the caller died before the script began, the script has a new parent: process 1, or a
+    // process of another process group.  A script that a shell or a supervisor has started in a
+    // group of its own has such a parent, too, but leads its group.
     const bool isStranger =
         getpgid(parent) != getpgrp() || (parent == 1 && ProgramOf("1") != "pelagoShareTool");
     const bool isOrphan = getpgrp() != getpid() && isStranger;

@@ -1,16 +1,17 @@
 /*
- * records.h -- what the scripts have made, and for whom: a record for each user and for each share.
+ * records.h -- a record for each user and each share that the scripts make.
  *
- * Records lie in /run/pelago, which a boot empties.  A record is there before what it is about, and
- * goes after it: what a script that was killed has made can always be found.  It says whose it is:
+ * Records lie in /run/pelago, which a boot empties.  A record is written before its user or share
+ * is made, and removed after that is gone, so whatever a killed script has made can be found.  A
+ * record names two processes:
  *
- * The session is the process that started the script, which is the tool.  When it has ended, so has
- * the session.
+ * The session is the process that started the script: the tool.  The session ends with the process.
  *
- * The maker is the script that is just making or removing this.  What is whole has none.
+ * The maker is the script that is making or removing the user or share at this moment.  The record
+ * of a complete user or share has no maker.
  *
- * A record is alive while its maker runs, or, without one, while its session does.  What belongs to
- * one that is not alive was left behind.
+ * A record is alive while its maker runs, or, if it has no maker, while its session runs.  The user
+ * or share of a record that is not alive was left behind, and is to be removed.
  */
 #ifndef PELAGO_HOST_RECORDS_H
 #define PELAGO_HOST_RECORDS_H
@@ -24,11 +25,12 @@
 #include <string>
 #include <vector>
 
-// One script at a time looks at the records or changes them.  Nobody holds this while a program of
-// the host's runs, or while a folder is looked at.
+// The lock under which one script at a time reads or changes the records; held until the end of the
+// block.  Do not run a program of the host, or look at a folder to share, while it is held: others
+// would have to wait for that.
 class RecordsLock {
 public:
-    RecordsLock(); // makes the folders; fails when they cannot be had, or the lock not in time
+    RecordsLock(); // makes the folders; fails when that fails, or after 60 s without the lock
 
 private:
     pelago::platform::OwnedFd mFd;
@@ -38,55 +40,68 @@ enum class RecordKind { User, Share };
 
 struct Record {
     RecordKind kind;
-    std::string id; // of a user, the user's name; of a share, the name of its folder
+    std::string id; // of a user: the user's name; of a share: the name of the record's folder
     std::map<std::string, std::string> fields;
     std::optional<pelago::platform::ProcessMark> session, maker;
 
+    // Returns the field's value; empty when there is no such field.
     std::string Get(const std::string &field) const;
+    // Returns whether the record is alive, as defined above.
     bool IsAlive() const;
-    // Whether a process is at work on it for nobody: it clears away what a dead session left, or is
-    // a script of that session, which undoes what it does.
+    // Returns whether the maker runs although the session has ended: the maker is removing what the
+    // session left, or is a script of the session and will undo its own work.
     bool IsInHand() const;
-    // What keeps one that is alive from others, as the end of "the user alice is ...".
+    // Returns why others may not touch a record that is alive, as the end of the sentence
+    // "the user alice is ...".
     std::string Holding() const;
+    // Returns whether the process is the record's session.
     bool IsOf(const pelago::platform::ProcessMark &process) const { return session == process; }
-    // Of a user, the user's name; of a share, that of the user whom it is for.
+    // Returns the name of the user; of a share: of the user that it is served to.
     std::string User() const;
-    // Whether this is of a share that Samba takes for that of the name, whatever its letters.
+    // Returns whether this is the record of a share whose name Samba takes for this one: letters
+    // may differ in case.  Fails for a name that is not UTF-8.
     bool IsShareNamed(const std::string &share) const;
 
-    // The file that holds it.
+    // Returns the path of the record's file.
     std::string Path() const;
-    // Of a share: what smbd is given for the share's path, a link to the folder.
+    // Of a share: returns the path that smbd is given, a link to the folder that is shared.
     std::string LinkPath() const;
 };
 
-// Each of these wants the lock held, and fails when the files do not obey.
+// The functions from here to RemoveRecord() are called with the lock held.
+
+// Returns all records of the kind.  One whose file cannot be read has no fields and no processes,
+// and so is not alive.
 std::vector<Record> ReadRecords(RecordKind kind);
+// Returns the user's record; nullopt when there is none.
 std::optional<Record> FindUserRecord(const std::string &user);
-// By the share's name, whatever its letters.
+// Returns the record for which IsShareNamed() holds; nullopt when there is none.
 std::optional<Record> FindShareRecord(const std::string &share);
+// Replaces the record's file as a whole.  Fails when that fails.
 void WriteRecord(const Record &record);
-// A new share's record, with a folder of its own and in that a link to the folder that is shared.
+// Makes a folder for the record of a new share, and in it a link to target, the folder that is
+// shared.  Returns the record, whose file is not written yet.  Fails when that fails.
 Record MakeShareRecord(const std::string &target);
 
-// Makes the folder of a share's record again, which a boot has taken.
+// Makes the folder of a share's record again after a boot has removed it.  Fails when that fails.
 void RemakeShareFolder(const std::string &id);
 
-// Removes the record, and what MakeShareRecord() made; false after saying why.
+// Removes the record's file, and what MakeShareRecord() made.  Returns false after a message when
+// something is left of them.
 bool RemoveRecord(const Record &record);
 
-// Whether nobody has looked yet, since the host started, for what earlier sessions left.
+// Returns whether nobody, since the host started, has removed all that earlier sessions left.
 bool IsFirstLook();
+// Notes that somebody has.  Fails when that cannot be noted.
 void NoteFirstLook();
 
-// The record in whose folder a share's path lies: its id; empty for a path that is not ours.
+// Returns the id of the share's record whose LinkPath() the path is; empty for any other path.
 std::string IdOfSharePath(const std::string &path);
 
-// Fails when the package is just being removed: what is made now nobody would take away.
+// Fails while the package is being removed: nobody would remove what a session makes now.
 void CheckIsOpen();
 
-// The process that started this script.  Fails when it has ended already.
+// Returns the process that started this script.  Fails when that process has ended already.
 pelago::platform::ProcessMark CallerSession();
 
 #endif // PELAGO_HOST_RECORDS_H

@@ -1,4 +1,4 @@
-// removal.cpp -- ends a share, and takes its user away.
+// removal.cpp -- the commands that end a share and remove its user.
 #include "session.h"
 
 #include "accounts.h"
@@ -19,7 +19,7 @@ void MakeOurselvesTheMaker(Record *record)
     WriteRecord(*record);
 }
 
-// Refuses what another process has; what names the record in the refusal.
+// Fails when the record is alive and belongs to another session; what names it in the message.
 void CheckIsOurs(const Record &record, const ProcessMark &session, const std::string &what)
 {
     if (!record.IsAlive() || record.IsOf(session)) { return; }
@@ -27,8 +27,8 @@ void CheckIsOurs(const Record &record, const ProcessMark &session, const std::st
     Fail(what + " belongs to another session that runs");
 }
 
-// The record of the share, of which this process is the maker from now on; nothing when there is
-// none.  Refuses what another session has, and another folder than the share serves.
+// Makes this process the maker of the share's record and returns the record; nullopt when there is
+// none.  Fails when the share belongs to another session, and when it serves another folder.
 std::optional<Record> TakeShareRecord(const std::string &share, const std::string &given)
 {
     const ProcessMark session = CallerSession();
@@ -43,7 +43,8 @@ std::optional<Record> TakeShareRecord(const std::string &share, const std::strin
     return record;
 }
 
-// A share without a record: it may be one from before the last boot, or somebody else's.
+// Removes a share without a record, which is from before the last boot.  Fails for a share that was
+// not made here.
 void RemoveUnrecorded(const std::string &share)
 {
     const std::string path = RegistryPath(share);
@@ -56,12 +57,13 @@ void RemoveUnrecorded(const std::string &share)
         }
         return;
     }
-    // A share that smb.conf has of this name is not ours, nor are its clients.
+    // A share of this name in smb.conf is not ours; its clients are not cut off.
     const bool isSomebodys = SambaConfiguration::Read().Find(share) != nullptr;
     if (!isSomebodys && !CutOffClients(share)) { Fail("its clients are not cut off"); }
     Say("there is no share " + Quoted(share) + " any more");
 }
 
+// Returns whether Samba has an account of the name.  Fails when that cannot be read.
 bool IsKnownToSamba(const std::string &user)
 {
     const Outcome outcome = RunProgram({"pdbedit", "-L", "-u", user});
@@ -70,6 +72,8 @@ bool IsKnownToSamba(const std::string &user)
     Fail("cannot read Samba's password database: " + OneLine(outcome.output));
 }
 
+// Makes this process the maker of the user's record, which is made if it is missing, and returns
+// it.  Fails when the user belongs to another session.
 Record TakeUserRecord(const std::string &user)
 {
     const ProcessMark session = CallerSession();

@@ -1,4 +1,4 @@
-// report.cpp -- messages on one line each, and signals that wait for a good moment.
+// report.cpp -- prints messages of one line, and keeps signals until they are checked for.
 #include "report.h"
 
 #include <atomic>
@@ -10,12 +10,13 @@
 namespace {
 
 std::string sProgramName = "pelagoHost";
-std::atomic<int> sSignal; // the first that arrived, or 0
+std::atomic<int> sSignal; // the first signal that arrived, or 0
 bool sIsUninterrupted = false;
 
 bool IsControl(unsigned char byte) { return byte < 0x20 || byte == 0x7F; }
 
-// U+0080 to U+009F, in UTF-8: some of these move a terminal's cursor.
+// Returns whether a UTF-8 character U+0080 to U+009F begins there: some of them move the cursor of
+// a terminal.
 bool IsWideControl(std::string_view text, size_t at)
 {
     return text[at] == '\xC2' && at + 1 < text.size() &&
@@ -58,7 +59,7 @@ std::string Quoted(std::string_view text)
 {
     std::string result = "\"";
     for (const char c : Printable(text)) {
-        // A quotation mark in a name does not end it.
+        // Escaped, so that it does not look like the end of the text.
         if (c == '"') {
             AppendEscaped(&result, c);
         } else {
@@ -84,7 +85,7 @@ std::string OneLine(std::string_view output)
 void Say(std::string_view text)
 try {
     const std::string line = sProgramName + ": " + Printable(text) + '\n';
-    // One write, so that the lines of several scripts do not mix.
+    // A single write, so that lines of several scripts do not mix.
     (void)!write(STDERR_FILENO, line.data(), line.size());
 } catch (const std::bad_alloc &) {
     constexpr std::string_view LINE = "pelagoHost: out of memory\n";
@@ -103,10 +104,10 @@ void Fail(const std::string &reason) { throw Failure(reason); }
 void NoteSignals()
 {
     struct sigaction action = {};
-    action.sa_handler = NoteSignal; // without SA_RESTART: what waits is to wake up
+    action.sa_handler = NoteSignal; // without SA_RESTART, so that a wait ends
     for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
         struct sigaction present;
-        // What the caller ignores stays ignored, as in any program that a shell starts.
+        // A signal that the caller has set to be ignored stays ignored, as exec() leaves it.
         if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) {
             sigaction(signal, &action, nullptr);
         }

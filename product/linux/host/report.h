@@ -1,5 +1,6 @@
 /*
- * report.h -- what the program says to people, and how a command fails.
+ * report.h -- messages for people, failures, and signals.
+ * "Fails", in the comments of this program, means: throws Failure.
  */
 #ifndef PELAGO_HOST_REPORT_H
 #define PELAGO_HOST_REPORT_H
@@ -8,37 +9,39 @@
 #include <string>
 #include <string_view>
 
-// The name at the start of each message, such as "adduser.sh".
+// Sets the name at the start of each message, such as "adduser.sh".
 void SetProgramName(std::string name);
 
-// The text with each control character as \xNN: nothing in an argument can begin a line of its own
-// or steer a terminal.
+// Returns the text with each control character as \xNN, so that nothing in an argument can begin a
+// new line or control a terminal.
 std::string Printable(std::string_view text);
-// The same in double quotes.
+// Returns the same in double quotes; a double quote in the text becomes \x22.
 std::string Quoted(std::string_view text);
-// What a program has written, on one line: its lines are joined by "; ".
+// Returns the output of a program as one line: its lines, without the empty ones, joined by "; ".
 std::string OneLine(std::string_view output);
 
-// Writes "NAME: TEXT" as one line to standard error.  That nobody reads it is no failure.
+// Writes "NAME: TEXT" as one line to standard error; an error of the write is ignored.
 void Say(std::string_view text);
 // Writes the text as one line to the system's log.
 void LogToSystem(std::string_view text);
 
-// A command cannot be carried out; what() says why.
+// A command cannot be carried out; what() is the reason, for people.
 struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+// Throws Failure.
 [[noreturn]] void Fail(const std::string &reason);
 
-// A signal asks the program to end.
+// Thrown after a signal that is to end the program.
 struct Interruption {
     int signal;
 };
-// From now on SIGHUP, SIGINT and SIGTERM are noted instead of ending the process.
+// From now on SIGHUP, SIGINT and SIGTERM are noted and do not end the process.  Those that the
+// caller has set to be ignored stay ignored.
 void NoteSignals();
-// Throws Interruption when one has arrived.
+// Throws Interruption when a signal was noted, unless an Uninterrupted exists.
 void CheckForSignal();
-// For as long as one of these lives, no signal interrupts: something is being undone.
+// While one of these exists, CheckForSignal() does not throw, so that undoing is not interrupted.
 class Uninterrupted {
 public:
     Uninterrupted();

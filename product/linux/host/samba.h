@@ -14,23 +14,25 @@
 
 // ---- The configuration
 
-// Samba's configuration as it reads it now: the text file and the registry's shares.
+// Samba's configuration as Samba reads it now: smb.conf and the registry's shares.
 class SambaConfiguration {
 public:
-    using Section = std::map<std::string, std::string>; // of a setting's name in small letters
+    using Section = std::map<std::string, std::string>; // by the setting's name in small letters
 
-    // Asks testparm; fails when that cannot read it.
+    // Reads it with testparm; fails when testparm does.
     static SambaConfiguration Read();
-    // The same from what testparm printed.
+    // Parses the output of testparm.
     explicit SambaConfiguration(std::string_view text);
 
-    // The value of a setting of [global]; builtIn is Samba's own, which testparm leaves out.
+    // Returns the value of a setting of [global], or builtIn when testparm does not print it.
+    // builtIn is Samba's default: testparm leaves out settings that have it.
     std::string Global(const std::string &name, const std::string &builtIn) const;
-    // The section that Samba takes for the name, whatever its letters; nullptr when there is none.
+    // Returns the share's section, also when the name's letters differ in case; nullptr when there
+    // is none.
     const Section *Find(const std::string &share) const;
-    // The names of the shares.
+    // Returns the names of all shares.
     std::vector<std::string> Shares() const;
-    // The path of a share; empty when there is no such share, or it has no path.
+    // Returns the path of a share; empty when there is no such share, or it has no path.
     std::string PathOf(const std::string &share) const;
 
 private:
@@ -39,8 +41,8 @@ private:
     std::vector<std::string> mNames;
 };
 
-// What keeps the host from serving a share as it is promised, a sentence each; none when it is
-// ready. user is who is to connect, or empty.
+// Returns a sentence for each setting that keeps Samba from serving a share as promised; none when
+// there is no such setting.  user is the user who is to connect, or empty.
 std::vector<std::string> HostObstacles(const SambaConfiguration &configuration,
                                        const std::string &user);
 
@@ -48,38 +50,48 @@ std::vector<std::string> HostObstacles(const SambaConfiguration &configuration,
 
 struct ShareRequest {
     std::string name;
-    std::string path;    // where smbd goes
-    std::string userSid; // who is let in
-    std::string owner;   // whom the client acts as
+    std::string path;    // what smbd serves: the record's link to the folder
+    std::string userSid; // the only user who may connect
+    std::string owner;   // the user as whom the client acts
     bool isReadOnly = true;
 };
 
-// Makes the share in the registry, with all its settings at once.  Fails.
+// Makes the share in Samba's registry, with all its settings at once.  Fails when Samba refuses it.
 void ImportShare(const ShareRequest &request);
-// What Samba reads otherwise than the request has it, as text; empty when all is as requested.
+// Compares the share that Samba reads with the request, and returns the first difference, for
+// people; empty when there is none.
 std::string Deviation(const SambaConfiguration &configuration, const ShareRequest &request);
-// The path of a share in the registry; empty when there is none of the name.  Fails.
+// Returns the path of a share in the registry, "none" for a share without a path, and an empty text
+// when there is no such share.  Fails when the registry cannot be read.
 std::string RegistryPath(const std::string &share);
-// These return false after saying why.
+// Removes the share from the registry; false after a message when that fails.
 bool DeleteRegistryShare(const std::string &share);
+// Has smbd close its clients' connections to the share; false after a message when an smbd that
+// answers does not.
 bool CutOffClients(const std::string &share);
 
 // ---- Accounts
 
-// These return false after saying why.
+// Removes the user from Samba's password database, where the user may be missing; false after a
+// message when that fails.
 bool RemoveSambaAccount(const std::string &user);
+// Ends all connections of the user; false after a message when one remains after 5 s.  Fails when
+// they cannot be listed.
 bool EndConnections(const std::string &user);
 
 // ---- smbd
 
-// Whether smbd runs and listens, so that a client can connect.
+// Returns whether smbd runs and listens, so that a client can connect.
 bool IsSmbdListening(const SambaConfiguration &configuration);
+// Returns whether smbd answers Samba's own messages within 1 s.
 bool IsSmbdAnswering();
-// Has smbd forget whom it took the folder's owner and the user for, if it may remember somebody who
-// had their numbers before.  The user's SID comes again when a password database is replaced.
+// Removes from smbd's cache which SIDs belong to the numbers of the folder's owner and group, and
+// which number to the user's SID: they may have been somebody else's before.  A SID is given again
+// after the password database was replaced.
 void ForgetNumbers(const SambaConfiguration &configuration, const Folder &folder,
                    const std::string &userSid);
-// Takes a user who has been removed out of what Samba remembers, if a client of hers has come.
+// Removes the number and the SID of a removed user from Samba's cache, which holds them only if a
+// client of that user has connected.
 void ForgetUser(const std::string &number, const std::string &sid);
 
 #endif // PELAGO_HOST_SAMBA_H

@@ -1,4 +1,4 @@
-// sambaConfiguration.cpp -- reads testparm's output, and makes and verifies a share.
+// sambaConfiguration.cpp -- parses testparm's output, and makes and verifies shares.
 #include "samba.h"
 
 #include "names.h"
@@ -17,12 +17,13 @@ namespace {
 
 struct Setting {
     const char *name;
-    const char *value;   // in the share; nullptr: the request's own
-    const char *builtIn; // Samba's own, which testparm leaves out
+    const char *value;   // its value in the share; nullptr: it depends on the request
+    const char *builtIn; // Samba's default, which testparm does not print
 };
 
-// Everything that decides who gets in, as whom, with what rights, and whether links are followed:
-// else the share would have the host's defaults, which may widen it or make it useless.
+// All settings that decide who may connect, as which user, with what rights, and which links are
+// followed.  A setting that is not set here would have the host's default, which may admit others
+// or make the share useless.
 constexpr Setting SETTINGS[] = {
     {"path", nullptr, ""},
     {"valid users", nullptr, ""},
@@ -62,10 +63,11 @@ constexpr Setting SETTINGS[] = {
     {"root postexec", "", ""},
     {"preexec close", "no", "no"},
     {"root preexec close", "no", "no"},
-    // A file that the client writes would be run as the folder's owner.
+    // It would run a file that the client has written, as the folder's owner.
     {"magic script", "", ""},
 };
 
+// Returns the value that the share must have.
 std::string ValueFor(const Setting &setting, const ShareRequest &request)
 {
     if (setting.value != nullptr) { return setting.value; }
@@ -95,14 +97,14 @@ bool IsSameValue(const std::string &one, const std::string &other)
     return strcasecmp(one.c_str(), other.c_str()) == 0;
 }
 
-// Of a protocol's name, such as SMB2_02 or NT1: whether it is older than SMB 2.
+// Returns whether the protocol of this name, such as SMB2_02 or NT1, is older than SMB 2.
 bool IsBeforeSmb2(const std::string &protocol)
 {
     const std::string name = SmallLetters(protocol);
     return !name.starts_with("smb2") && !name.starts_with("smb3") && name != "default";
 }
 
-// testparm prints "off" as "No".
+// Returns whether [global] lets Samba encrypt connections.  testparm prints "off" as "No".
 bool CanEncrypt(const SambaConfiguration &configuration)
 {
     const std::string ciphers =
@@ -112,7 +114,7 @@ bool CanEncrypt(const SambaConfiguration &configuration)
            SmallLetters(ciphers).find("aes") != std::string::npos;
 }
 
-// Calls visit with each name of a list, as Samba separates them.
+// Calls visit with each name of a list, which is split where Samba splits it.
 template <typename Visit> void ForEachName(std::string_view names, const Visit &visit)
 {
     constexpr char SEPARATORS[] = " \t\r\n,;\\";
@@ -123,8 +125,9 @@ template <typename Visit> void ForEachName(std::string_view names, const Visit &
     }
 }
 
-// Whether a file that maps clients' names to the host's would map this one.  A line has the host's
-// name, "=" and the names of clients; after a backslash at its end it goes on in the next.
+// Returns whether the file, Samba's "username map", may map this client's name to another user;
+// true also when the file cannot be read.  A line holds the host's name, "=" and names of clients;
+// it continues on the next line after a backslash at its end.
 bool IsMapped(const std::string &file, const std::string &user)
 {
     std::string text;
@@ -137,7 +140,7 @@ bool IsMapped(const std::string &file, const std::string &user)
         const size_t equals = trimmed.find('=');
         ForEachName(equals == trimmed.npos ? trimmed : trimmed.substr(equals + 1),
                     [&](const std::string &name) {
-                        // A group, "@...", may hold anybody.
+                        // A group, such as "@staff", may contain the user.
                         isMapped = isMapped || IsSameValue(name, user) ||
                                    name.find_first_of("*@+&\"") != std::string::npos;
                     });
@@ -145,6 +148,7 @@ bool IsMapped(const std::string &file, const std::string &user)
     return isMapped;
 }
 
+// Returns the share as a section of smb.conf.
 std::string ShareText(const ShareRequest &request)
 {
     std::string text = '[' + request.name + "]\n";
@@ -154,8 +158,8 @@ std::string ShareText(const ShareRequest &request)
     return text;
 }
 
-// What a share is found by.  smb.conf may hold names that are no UTF-8; these are compared as they
-// are.
+// Returns the key under which a share is found.  A name in smb.conf that is not UTF-8 is its own
+// key.
 std::string Key(const std::string &share) { return IsUtf8(share) ? Folded(share) : share; }
 
 } // namespace
@@ -181,7 +185,7 @@ SambaConfiguration::SambaConfiguration(std::string_view text)
 
 SambaConfiguration SambaConfiguration::Read()
 {
-    // Its remarks are for people, and stand between the sections' lines without a tab.
+    // The output also holds remarks for people; the parser skips them, as they begin without a tab.
     const Outcome outcome = RunProgram({"testparm", "-s"});
     if (!outcome.IsSuccess()) {
         Fail("cannot read Samba's configuration: " + OneLine(outcome.output));
@@ -243,8 +247,7 @@ std::vector<std::string> HostObstacles(const SambaConfiguration &configuration,
 
 void ImportShare(const ShareRequest &request)
 {
-    // The name as an argument matters, for without it the import would replace every share of the
-    // host.
+    // The name must be an argument: without it the import replaces every share of the host.
     const Outcome outcome =
         RunProgram({"net", "conf", "import", "/dev/stdin", "--", request.name}, ShareText(request));
     if (!outcome.IsSuccess()) {
@@ -259,7 +262,7 @@ std::string Deviation(const SambaConfiguration &configuration, const ShareReques
     if (section == nullptr) { return "it is not there"; }
     size_t known = 0;
     for (const Setting &setting : SETTINGS) {
-        // What is not printed is as in [global], or as Samba has it built in.
+        // A setting that is not printed has its value from [global], or Samba's default.
         const auto found = section->find(setting.name);
         const std::string value = found == section->end()
                                       ? configuration.Global(setting.name, setting.builtIn)

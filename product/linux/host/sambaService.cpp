@@ -1,4 +1,4 @@
-// sambaService.cpp -- smbd's processes, the clients they serve, and Samba's accounts.
+// sambaService.cpp -- smbd's processes, clients and cache, and Samba's accounts.
 #include "samba.h"
 
 #include "processes.h"
@@ -17,10 +17,11 @@ using namespace pelago::platform;
 namespace {
 
 constexpr int END_SECONDS = 5;                  // how long connections may take to end
-constexpr char LOCK_DIRECTORY[] = "/run/samba"; // Samba's own, unless smb.conf has another
+constexpr char LOCK_DIRECTORY[] = "/run/samba"; // Samba's default
 constexpr char CACHE_NAME[] = "/gencache.tdb";
 
-// smbd starts a process for each connection, and two helpers that have names of their own.
+// Returns whether smbd may have a connection: smbd starts a process for each, and two helpers,
+// which are known by their names.
 bool MayServeClients()
 {
     for (const std::string &pid : EntriesOf("/proc")) {
@@ -32,6 +33,7 @@ bool MayServeClients()
     return false;
 }
 
+// Returns the pids of the smbd processes that serve the user.  Fails when smbstatus does.
 std::vector<std::string> ConnectionsOf(const std::string &user)
 {
     const Outcome outcome = RunProgram({"smbstatus", "-p", "-u", user});
@@ -44,7 +46,7 @@ std::vector<std::string> ConnectionsOf(const std::string &user)
     return pids;
 }
 
-// The numbers of the sockets that a process has open.
+// Returns the inode numbers of the sockets that a process has open.
 std::set<std::string> SocketsOf(const std::string &pid)
 {
     std::set<std::string> sockets;
@@ -61,8 +63,8 @@ std::set<std::string> SocketsOf(const std::string &pid)
     return sockets;
 }
 
-// In /proc/net/tcp the fourth word of a line is the state, 0A when it listens, and the tenth the
-// socket's number.
+// Returns whether one of the sockets listens.  In the table, /proc/net/tcp, the fourth word of a
+// line is the state, 0A for a listening socket, and the tenth the socket's inode number.
 bool HasListener(const std::string &table, const std::set<std::string> &sockets)
 {
     bool has = false;
@@ -78,8 +80,10 @@ bool HasListener(const std::string &table, const std::set<std::string> &sockets)
     return has;
 }
 
-// Samba keeps for a week whose number it was, in a file that holds each such key as text.  A record
-// that was given up may still be there; then it is asked to forget once too often.
+// Returns whether Samba's cache may have an entry for the key.  Samba keeps for a week which number
+// belongs to which SID, in a file that holds the keys as text.  A deleted entry may still be in the
+// file; then smbd is asked to forget it once more, which does no harm.  True also when the cache
+// cannot be read.
 bool MayHold(const std::string &cache, const std::string &key)
 {
     return cache.empty() || cache.find("IDMAP/" + key + '\0') != std::string::npos;
@@ -106,8 +110,8 @@ bool RemoveSambaAccount(const std::string &user)
     return false;
 }
 
-// They outlive account and share, and when they act as the owner of the folder nothing but smbd
-// knows whose they are.
+// A connection outlives the account and the share.  It acts as the owner of the folder, so only
+// smbd knows which user it belongs to.
 bool EndConnections(const std::string &user)
 {
     if (!MayServeClients()) { return true; }
@@ -161,10 +165,11 @@ void ForgetUser(const std::string &number, const std::string &sid)
     std::string reason;
     const bool isWanted = SmbServiceWanted(SMB_PREFERENCES, &reason) == SmbWanted::Yes;
     if (isWanted && IsSmbdListening(SambaConfiguration(""))) {
-        RunProgram({"smbcontrol", "smbd", "idmap", "delete", sid}); // the number goes with it
+        // This also deletes the entry of the number.
+        RunProgram({"smbcontrol", "smbd", "idmap", "delete", sid});
         return;
     }
-    // An smbd that is just being stopped cannot be asked.
+    // smbd does not run, or is being stopped, and takes no messages: the file is changed instead.
     for (const std::string &key : {byNumber, bySid}) {
         RunProgram({"net", "cache", "del", "IDMAP/" + key});
     }

@@ -1,9 +1,9 @@
-// serviceSwitch.cpp -- smbd runs while the system preferences say that it shall, and what dead
-// sessions left is cleared away.
+// serviceSwitch.cpp -- runs smbd while the system preferences enable file sharing, and removes what
+// dead sessions left.
 //
-// The switch is a process that stays.  It watches the folder of the preferences, not the file: each
-// change puts a new file in the old one's place.  It watches the records of the sessions as well;
-// while there are any, it looks every second whether their processes still run.
+// The switch is a process that keeps running.  It watches the folder of the preferences and not the
+// file, because each change replaces the file by a new one.  It also watches the folders of the
+// records; while there are records, it checks every second whether their processes still run.
 #include "administration.h"
 
 #include "lockFile.h"
@@ -33,16 +33,16 @@ constexpr char LOCK[] = "/run/pelago-smb-switch.lock";
 constexpr char RUNNING[] = "/run/pelago-smb-switch.running";
 constexpr char USERS[] = "/run/pelago/users";
 constexpr char SHARES[] = "/run/pelago/shares";
-constexpr int LOCK_SECONDS = 120; // how long to wait for another look
+constexpr int LOCK_SECONDS = 120; // how long to wait for another process that reads the preferences
 constexpr int LOOK_MILLISECONDS = 1000;
-// A program that has switched the service on, or relies on it, makes its user's record a moment
-// later.
+// How many looks without a session precede taking the service back: a program that has switched the
+// service on, or relies on it, makes its user's record a moment later.
 constexpr int GRACE_LOOKS = 3;
-constexpr int LOOKS_AFTER_FAILURE = 4;
+constexpr int LOOKS_AFTER_FAILURE = 4; // how many looks to skip after a removal has failed
 constexpr uint32_t FILE_EVENTS = IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE;
 constexpr uint32_t FOLDER_GONE = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT;
 
-// Held for as long as the switch runs.
+// Returns the lock that the switch holds while it runs.  Fails when another switch has it.
 OwnedFd LockRunning()
 {
     OwnedFd fd = OpenLock(RUNNING);
@@ -50,10 +50,11 @@ OwnedFd LockRunning()
     return fd;
 }
 
-// One look at a time, each of which reads the preferences anew: whoever comes last has seen the
-// last change.
+// Returns the lock under which one process at a time reads the preferences and starts or stops
+// smbd.  Each reads them after it has the lock, so the last one acts on the last change.
 OwnedFd LockLooks() { return HoldLock(LOCK, LOCK_SECONDS, "another look"); }
 
+// Starts or stops smbd as the preferences want it.
 void SyncSmbd()
 {
     const OwnedFd lock = LockLooks();
@@ -65,8 +66,8 @@ void SyncSmbd()
     }
 }
 
-// In a process of its own: what it takes in hand is its own until it ends, and becomes anybody's if
-// it fails.
+// Removes what dead sessions left, in a process of its own.  That process is the maker of the
+// records it works on; if it fails, its end makes them dead, and any process may remove them.
 bool ClearInAProcess()
 {
     const Outcome outcome = RunProgram({"/proc/self/exe", "sessions", "--clean"});
@@ -74,6 +75,8 @@ bool ClearInAProcess()
     return outcome.IsSuccess();
 }
 
+// Switches the service off if the program that switched it on has ended; does not wait for the
+// lock.
 void TakeServiceBack()
 {
     std::string reason;
@@ -85,22 +88,22 @@ void TakeServiceBack()
     }
 }
 
-// What there is to look after between changes.
+// Checks the sessions between two changes of the preferences.
 class Sessions {
 public:
     void Look();
-    // Whether a process is waited for that ends without an event.
+    // Returns whether to look every second: the end of a process is no event of a watched folder.
     bool NeedLooks() const { return mNeedLooks; }
 
 private:
     void Clear();
 
-    int mIdleLooks = 0; // in a row, with the service's owner dead and no session alive
+    int mIdleLooks = 0; // consecutive looks with the service's owner dead and no session alive
     int mLooksToSkip = 0;
     bool mNeedLooks = false;
 };
 
-// What could not be cleared away is tried again, but not every second.
+// Removes what dead sessions left.  After a failure it tries again after LOOKS_AFTER_FAILURE looks.
 void Sessions::Clear()
 {
     if (mLooksToSkip > 0) {
@@ -117,18 +120,20 @@ void Sessions::Look()
     const ServiceOwner owner = SmbServiceOwner(SMB_PREFERENCES);
     const bool isIdle = owner == ServiceOwner::Dead && !IsAnySessionAlive();
     mIdleLooks = isIdle ? mIdleLooks + 1 : 0;
-    // At the start of the host no program can be about to make a user.
+    // At the first look after a boot no program can be about to make a user.
     if (isIdle && (isFirst || mIdleLooks >= GRACE_LOOKS)) { TakeServiceBack(); }
     mNeedLooks =
         owner != ServiceOwner::Nobody || IsAnySessionAlive() || IsAnySessionDead() || IsFirstLook();
 }
 
+// Watches the folders of the preferences and of the records.
 class Watch {
 public:
     Watch();
-    // Waits for an event, or for the time to look again.  Whether the preferences may have changed.
+    // Waits for an event, with needLooks for one second at most.  Returns whether the preferences
+    // may have changed.
     bool Wait(bool needLooks);
-    // Whether the records' folders are others by now, and must be watched anew.
+    // Returns whether a folder of the records was removed or replaced, and must be watched anew.
     bool IsBlind() const { return mIsBlind; }
 
 private:
@@ -153,6 +158,7 @@ Watch::Watch()
     Add(SHARES, IN_CREATE | FOLDER_GONE, &mShares);
 }
 
+// Reads all events that have arrived; returns whether the preferences may have changed.
 bool Watch::ReadEvents()
 {
     alignas(inotify_event) char buffer[64 * (sizeof(inotify_event) + NAME_MAX + 1)];
@@ -182,7 +188,8 @@ bool Watch::Wait(bool needLooks)
     return ReadEvents();
 }
 
-// Watched before the first look, so that no change falls in between.
+// Makes the folders of the records if they are missing, and watches.  Call it before the first
+// look, so that no change is missed.
 std::unique_ptr<Watch> StartWatch()
 {
     const RecordsLock makesTheFolders;
@@ -197,7 +204,7 @@ void WatchForEver()
     bool isChanged = true;
     for (;;) {
         if (watch->IsBlind()) { watch = StartWatch(); }
-        // Sessions first: after a boot, what a dead one left is gone before smbd is up.
+        // Before smbd starts: after a boot no client must reach what a dead session left.
         sessions.Look();
         if (isChanged) { SyncSmbd(); }
         isChanged = watch->Wait(sessions.NeedLooks());
@@ -216,7 +223,7 @@ void SwitchService(const Arguments &arguments)
     try {
         WatchForEver();
     } catch (const Interruption &interruption) {
-        // Whoever stops the service has not made it fail.
+        // SIGTERM is how the service is stopped, and so no failure.
         if (interruption.signal != SIGTERM) { throw; }
     }
 }

@@ -1,4 +1,4 @@
-// smbdDaemon.cpp -- smbd comes and goes.
+// smbdDaemon.cpp -- starts and stops smbd, with systemd or without.
 #include "smbdDaemon.h"
 
 #include "processes.h"
@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int SMBD_SECONDS = 15; // how long smbd may take to come up, or to go
+constexpr int SMBD_SECONDS = 15; // how long smbd may take to start, or to end
 constexpr char STARTING[] = "starting smbd, for the preferences enable file sharing";
 constexpr char STOPPING[] = "stopping smbd, for the preferences do not enable file sharing";
 
@@ -30,8 +30,8 @@ void HaveSystemd(const char *verb)
     }
 }
 
-// The number in the daemon's file when that process runs and is the daemon: a file that was left
-// may name anybody.
+// Returns the pid in the daemon's pid file if that process is the daemon, else 0: a file that was
+// left behind may name any process.
 pid_t RunningDaemon(const SambaConfiguration &configuration, const std::string &name)
 {
     const std::string folder = configuration.Global("pid directory", "/run/samba");
@@ -41,7 +41,7 @@ pid_t RunningDaemon(const SambaConfiguration &configuration, const std::string &
 
 void EndDaemon(pid_t pid, const std::string &name)
 {
-    kill(pid, SIGTERM); // it may have ended just now
+    kill(pid, SIGTERM); // fails when it has just ended, which is no failure
     const auto isGone = [&] { return ProgramOf(std::to_string(pid)).empty(); };
     if (!WaitUntil(SMBD_SECONDS, isGone)) { Fail("cannot stop " + name); }
 }
@@ -50,8 +50,8 @@ void EndDaemon(pid_t pid, const std::string &name)
 
 bool IsSystemdHere() { return access("/run/systemd/system", F_OK) == 0; }
 
-// smbd -D leaves our process group.  At its end smbd signals its whole group: had it stayed in
-// ours, it would take us along.
+// -D makes smbd leave this process group.  At its end smbd signals its whole process group, and so
+// would end this process, too.
 void StartSmbd()
 {
     if (IsSystemdHere() ? IsUnitActive() : IsSmbdAnswering()) { return; }
@@ -62,7 +62,7 @@ void StartSmbd()
     }
 }
 
-// smbd starts samba-dcerpcd for clients that list the shares, and does not end it.
+// Also ends samba-dcerpcd, which smbd starts for clients that list the shares, and does not end.
 void StopSmbd()
 {
     if (IsSystemdHere()) {

@@ -1,5 +1,5 @@
 /*
- * waiting.h -- waits that end, by a clock that nobody sets.
+ * waiting.h -- waiting with a time limit, by a clock that nobody can set.
  */
 #ifndef PELAGO_HOST_WAITING_H
 #define PELAGO_HOST_WAITING_H
@@ -9,6 +9,7 @@
 #include <chrono>
 #include <ctime>
 
+// A point in time, in seconds from its construction.
 class Deadline {
 public:
     explicit Deadline(int seconds)
@@ -20,7 +21,7 @@ private:
     std::chrono::steady_clock::time_point mEnd;
 };
 
-// A moment between two looks.  Throws Interruption when a signal has arrived.
+// Sleeps for 10 ms, between two checks.  Throws Interruption when a signal has arrived.
 inline void Pause()
 {
     constexpr timespec MOMENT = {0, 10'000'000};
@@ -28,7 +29,7 @@ inline void Pause()
     CheckForSignal();
 }
 
-// Looks until condition() holds; whether it did in time.
+// Checks condition() every 10 ms until it holds; returns whether it did before the time was over.
 template <typename Condition> bool WaitUntil(int seconds, const Condition &condition)
 {
     const Deadline deadline(seconds);

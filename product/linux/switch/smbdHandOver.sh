@@ -1,12 +1,12 @@
 #!/bin/sh
-# smbdHandOver.sh take|back -- hands smbd from Debian's unit to the switch, or back.  For systemd.
+# smbdHandOver.sh take|back -- hands smbd over from Debian's unit to the switch, or back.  Needs systemd.
 #
-#   take   notes how smbd.service is, and disables it, for the switch starts it from now on.  Where it is
-#          disabled already, an earlier note stays.  Only the unit of the switch calls this, before it
-#          starts the switch.
-#   back   disables and stops the switch; smbd.service is then as it was noted.  It touches nothing where
-#          the switch is disabled and does not run: smbd is not the switch's then.
-# Exit status: 0 done; 1 something failed, with the reason on stderr.
+#   take   notes whether smbd.service is enabled and active, and disables it: from now on the switch starts
+#          it.  If it is disabled already, an earlier note is kept.  Only the unit of the switch calls this,
+#          before it starts the switch.
+#   back   disables and stops the switch, and puts smbd.service into the noted state.  If the switch is
+#          disabled and does not run, it changes nothing: smbd does not belong to the switch then.
+# Exit status: 0 done; 1 something failed, and standard error has the reason.
 set -eu
 PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C
 export PATH LC_ALL

@@ -1,9 +1,9 @@
 #!/bin/dash
 # addshare.sh USER PASSWORD_FILE FOLDER SHARE ACCESS -- serves FOLDER as SHARE, with access for USER.
-# ACCESS is rw or ro.  macOS decides by the rights of the files, so the user gets an access entry on
-# the folder and what its owner has in it, and one to pass through each folder above that lets not
-# everybody through.
-# Exit status: 0 a client can connect now; otherwise there is no share, and stderr says why.
+# ACCESS is rw or ro.  macOS decides by the permissions of the files.  So the user gets an access entry on the
+# folder and on the owner's files in it, and an entry to pass through each folder above that not everybody
+# may pass.
+# Exit status: 0 a client can connect now; otherwise there is no share, and stderr has the reason.
 # shellcheck source=SCRIPTDIR/common.sh
 . "${0%/*}/common.sh"
 # shellcheck source=SCRIPTDIR/folder.sh
@@ -14,6 +14,7 @@ READ_RIGHTS=list,search,readattr,readextattr,readsecurity,read,execute
 WRITE_RIGHTS=write,append,delete,delete_child,add_file,add_subdirectory,writeattr,writeextattr
 INHERITANCE=file_inherit,directory_inherit
 
+# Fails on a macOS whose sharing cannot make a share that is read only.
 checkHost() {
     sharingUsage=$(/usr/sbin/sharing 2>&1) || : # without arguments it explains itself
     case $sharingUsage in
@@ -22,6 +23,8 @@ checkHost() {
     esac
 }
 
+# checkUser USER: fails unless adduser.sh has made the user, and when the user belongs to another session that
+# runs.  Sets userNumber and userUuid.
 checkUser() {
     findUser "$1"
     [ "$isOurs" != unknown ] || exit 1
@@ -34,7 +37,8 @@ checkUser() {
     [ -n "$userUuid" ] || fail "cannot read the UUID of $1"
 }
 
-# Two shares of one user could need the same access entry, and the first to end would take it away.
+# checkOneShare USER: fails when the user has a share.  Two shares could need the same access entry, and the
+# first to end would remove it.
 checkOneShare() {
     for shareState in "$SHARE_STATE"/_*; do
         recall "$shareState/user"
@@ -42,8 +46,8 @@ checkOneShare() {
     done
 }
 
-# macOS itself serves each user a home folder under the user's name, and administrators each volume
-# under its own.
+# checkSystemsNames SHARE: fails for the name of a user or a volume.  macOS itself serves a user's home folder
+# under the user's name, and to administrators each volume under the volume's name.
 checkSystemsNames() {
     ! surely isListed /Users "$1" || fail "the share name is that of a user: \"$1\""
     for volume in /Volumes/*; do
@@ -52,33 +56,35 @@ checkSystemsNames() {
     fail "the share name is that of a volume: \"$1\""
 }
 
-# Refuses what is not ours, or belongs to a session that runs; what others left has been cleared away.
+# checkNameIsFree SHARE: fails when there is such a share.  What dead sessions left was removed before.
 checkNameIsFree() {
     [ ! -d "$SHARE_STATE/_$1" ] || fail "the share \"$1\" is in use by a session that runs"
     checkSystemsNames "$1"
     ! surely isNamed /SharePoints "$1" || fail "the share \"$1\" exists already"
     ! surely isListed /SharePoints "$1" || fail "the share \"$1\" exists already"
-    # Where there is none to show the program may fail.
+    # sharing -l may fail when there is no share.
     [ -n "$listText" ] || return 0
-    # A share has a name of its own for SMB, which need not be that of its record.
+    # A share's name for SMB may differ from the name of its record.
     sharingList=$(/usr/sbin/sharing -l 2>&1) || fail "cannot list the shares: $sharingList"
     ! printf '%s\n' "$sharingList" | sed -n 's/^[[:blank:]]*name:[[:blank:]]*//p' |
         grep -ixF -e "$1" >/dev/null || fail "a share is called \"$1\" already"
 }
 
+# remember NAME TEXT: writes one of the share's notes; common.sh lists them.
 remember() { printf '%s' "$2" >"$shareState/$1"; }
 
-# USER GIVEN_FOLDER SHARE: written as a whole before the first change.
+# makeState USER GIVEN_FOLDER SHARE: writes all notes, before the first change.
 makeState() {
     mkdir -- "$shareState" && remember name "$3" && remember given "$2" && remember user "$1" &&
         remember uuid "$userUuid" && remember entry "$entry" && remember numbers "$userNumber $folderOwner" &&
         remember folder "$folder"
 }
 
+# Returns whether everybody may pass through the current folder, by mode.
 everybodyMayPass() { look . && case $mode in *[1357]) ;; *) return 1 ;; esac; }
 
-# openWay FOLDER: lets the user pass through the folders above, the outermost first, where not
-# everybody may.  Each is noted before it is changed.
+# openWay FOLDER: lets the user pass through those folders above that not everybody may pass, the outermost
+# first.  Notes each folder before it changes it.
 openWay() {
     way=$1 depth=0
     while [ -n "$way" ]; do
@@ -95,7 +101,8 @@ openWay() {
     done
 }
 
-# inJudged COMMAND [ARG...]: runs it in the folder, if that is still the one that was judged.
+# inJudged COMMAND [ARG...]: runs the command in the folder; fails when that is not the one that judgeFolder has
+# checked.
 inJudged() { inFolder "$folder" asJudged "$@"; }
 
 asJudged() {
@@ -103,9 +110,9 @@ asJudged() {
     "$@"
 }
 
-# Gives the entry to the folder and what is in it.  A file of somebody else, or one with a second name
-# elsewhere, could have been put there to get access to what its owner has not: it is left out, and so
-# is what links lead to.  Each entry is made from within its folder and never through a link, because
+# Sets the access entry on the folder and on what is in it.  Left out are a file of another user, one that has
+# a second name (a hard link), and what links lead to: the owner of the folder could have put them there to
+# get access to files of others.  Each entry is set from within its folder and never through a link, because
 # the owner may change things meanwhile.  find does not fail when chmod does: it prints the names then.
 openFolder() {
     { refused=$(inJudged watched /usr/bin/find -P . -xdev -user "$folderOwner" \
@@ -119,8 +126,9 @@ openFolder() {
  has more than one name, such as \"$(firstLine "$leftOut")\""
 }
 
-# share FOLDER SHARE: SMB only, and no guests, whom the program would let in by default.  It looks once more
-# whether the name is free: to go through the folder takes its time, and what is undone is what was made here.
+# share FOLDER SHARE: makes the share, for SMB only (-s 001) and without guests (-g 000), whom sharing admits by
+# default.  Checks once more that the name is free: openFolder may have taken long, and undo must not remove
+# a share that somebody else has made meanwhile.
 share() {
     ! surely isListed /SharePoints "$2" || fail "the share \"$2\" exists already"
     shareTried=yes
@@ -129,11 +137,12 @@ share() {
     isOurShare "$2" || fail "macOS does not show the share \"$2\" as it was made"
 }
 
-# The time is bounded, and the number of looks as well, for a clock that is set back meanwhile.
+# Waits until something listens on port 445; returns 1 after SMB_SECONDS.  The number of attempts is limited,
+# too, in case the clock is set back meanwhile.
 waitForSmb() {
     smbEnd=$(($(/bin/date +%s) + SMB_SECONDS)) smbTries=0
-    # Nothing is sent; that somebody connects is what starts the service.  -G bounds the connecting, and
-    # -w what comes after it.
+    # Sends nothing; the connection itself starts the service.  -G limits the time of connecting, and -w the
+    # time after it.
     until /usr/bin/nc -z -G 1 -w 1 127.0.0.1 445 >/dev/null 2>&1; do
         smbTries=$((smbTries + 1))
         [ "$smbTries" -lt "$((SMB_SECONDS * 10))" ] && [ "$(/bin/date +%s)" -lt "$smbEnd" ] || return 1
@@ -141,8 +150,8 @@ waitForSmb() {
     done
 }
 
-# There was no such share a moment ago, so one of the name that is there now was made here, however
-# its folder may be spelt in the directory.
+# Removes what was made.  If share was called, a share of the name is ours, however the directory spells its
+# folder: there was none just before.
 undo() {
     undone=yes
     if [ "$shareTried" = yes ]; then
@@ -153,7 +162,7 @@ undo() {
     [ "$undone" = yes ] || say "the share \"$shareName\", or something of it, is left behind"
 }
 
-# USER FOLDER SHARE
+# main USER FOLDER SHARE: runs under the lock.
 main() {
     [ -n "$session" ] || fail 'the caller has gone'
     user=$1 shareName=$3 shareTried=no

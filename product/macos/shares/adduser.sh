@@ -1,17 +1,18 @@
 #!/bin/dash
 # adduser.sh USER USER PASSWORD_FILE -- makes the user that a share is served to.
 # Exit status: 0 the user can log in over SMB with that password; otherwise nothing was changed, and
-# stderr says why.
+# stderr has the reason.
 # shellcheck source=SCRIPTDIR/common.sh
 . "${0%/*}/common.sh"
 
-# Accounts of people begin at 501, and those of the system's services lie from 200 to 400.  Below 500
-# the login window shows nobody.
+# The numbers of accounts of people begin at 501, and those of the system's services are 200 to 400.  The login
+# window shows no user below 500.
 NUMBER_FIRST=401 NUMBER_LAST=499
 KNOWN_TRIES=100                  # how often to look, a tenth of a second apart, until macOS knows of a change
 SSH_GROUP=com.apple.access_ssh   # when there is such a group, only its members may use Remote Login
 
-# Reads a password to its end and sets it.  An argument would show it to every process.
+# A JavaScript program: reads a password from standard input, to its end, and sets it for the user argv[0].  As
+# an argument every process could see it.
 # shellcheck disable=SC2016 # the dollar signs are the program's own
 SET_PASSWORD='
 ObjC.import("Foundation");
@@ -35,12 +36,13 @@ function run(argv) {
     }
 }'
 
-# setPassword USER: a refusal by the machine's password policy comes out on stderr.
+# setPassword USER: sets the password; returns whether it was accepted.  stderr has the reason when the Mac's
+# password policy refuses it.
 setPassword() {
     printPassword | /usr/bin/osascript -l JavaScript -e "$SET_PASSWORD" "$1" >/dev/null
 }
 
-# Removes what an earlier session left of a user of this name, or refuses what is not ours.
+# makeWay NAME: removes what an earlier session left of a user of this name.  Fails when the name is taken.
 makeWay() {
     findUser "$1"
     [ "$isOurs" != unknown ] || exit 1
@@ -58,13 +60,13 @@ makeWay() {
     for kind in /Users /Groups; do
         ! surely isNamed "$kind" "$1" || fail "a record in $kind has $1 as another of its names"
     done
-    # Where people log in, macOS takes their full names as well.
+    # At a login macOS accepts a full name in place of a user name.
     ! surely isFullName "$1" || fail "$1 is the full name of a user"
     ! isElsewhere "$1" || fail "the user $1 exists already, in another directory"
 }
 
-# Whether a directory server has such a user.  macOS remembers for a while one who was just removed: with a
-# number of ours it is asked again.
+# isElsewhere NAME: returns whether a directory server has such a user.  macOS caches for a while a user who was
+# just removed: if the number is in our range it is asked again, for 10 s.
 isElsewhere() {
     elsewhereTries=0
     while elsewhereNumber=$(/usr/bin/id -u "$1" 2>/dev/null); do
@@ -76,6 +78,7 @@ isElsewhere() {
     return 1
 }
 
+# isFullName NAME: returns whether this is a user's full name; 2 when that is unknown.
 isFullName() {
     nameText=$(/usr/bin/dscl . -search /Users RealName "$1" 2>&1) ||
         { say "cannot search for the full name $1: $nameText"; return 2; }
@@ -87,9 +90,9 @@ listNumbers() {
     /usr/bin/dscl . -list /Users UniqueID && /usr/bin/dscl . -list /Groups PrimaryGroupID
 }
 
-# Sets number to one that no user, no group and no process has: the directory itself would take any.
-# They go round, because a number that was just given back may still be at work: a client that is
-# connected keeps it, and so does what the kernel knows of it.
+# Sets number to one that no user, no group and no process has: the directory itself accepts any number.
+# The numbers are given in turn, downwards, because one that was just given back may still be in use: by a
+# client that is connected, and in what the kernel remembers.
 findNumber() {
     numbers=$(listNumbers) || fail 'cannot list the numbers of users and groups'
     running=$(/bin/ps -axo uid=) || fail 'cannot list whose processes run'
@@ -106,7 +109,8 @@ findNumber() {
     printf '%s\n' "$number" >"$STATE/lastNumber" || fail "cannot write $STATE/lastNumber"
 }
 
-# Whether the number is that of one user and one group, ours: another program may have taken it too.
+# Returns whether exactly one user and one group have the number, which are ours: another program may have
+# taken it at the same time.
 isNumberOurs() {
     numbers=$(listNumbers) || fail 'cannot list the numbers of users and groups'
     printf '%s\n' "$numbers" | awk -v "number=$number" '
@@ -114,7 +118,7 @@ isNumberOurs() {
         END { exit count == 2 ? 0 : 1 }'
 }
 
-# setAttributes RECORD [KEY VALUE]...: in this order.
+# setAttributes RECORD [KEY VALUE]...: sets the attributes in this order.
 setAttributes() {
     record=$1
     shift
@@ -124,8 +128,8 @@ setAttributes() {
     done
 }
 
-# makeRecord FOLDER NAME: with our mark, and looks whether that is there.  Until then the record has no
-# number and is known by that; a number without a mark would make it somebody else's.
+# makeRecord FOLDER NAME: makes a record with our mark, and checks that the directory has the mark.  Until then
+# the record has no number, by which it is known as ours; with a number but no mark it would not be.
 makeRecord() {
     /usr/bin/dscl . -create "$1/$2" || fail "cannot make $1/$2"
     setAttributes "$1/$2" RealName "$USER_MARK $2"
@@ -133,14 +137,15 @@ makeRecord() {
     hasValue RealName "$USER_MARK $2" || fail "the directory did not take our mark of $1/$2"
 }
 
-# Changing a user's home may need consent that nobody has given, even for root; SMB needs none.
+# setHome USER: sets the home folder.  Even root may need a consent for that which nobody has given.  A user
+# without a home folder can use SMB, so a refusal is no failure.
 setHome() {
     homeRefused=no
     /usr/bin/dscl . -create "/Users/$1" NFSHomeDirectory /var/empty ||
         { homeRefused=yes; say "the user $1 gets no home folder: macOS has refused it"; }
 }
 
-# The number comes last: without one the record is no user yet.
+# makeUser NAME: makes the group and the user.  The number is set last: without it the record is no user yet.
 makeUser() {
     makeRecord /Groups "$1"
     setAttributes "/Groups/$1" PrimaryGroupID "$number"
@@ -149,7 +154,7 @@ makeUser() {
     setAttributes "/Users/$1" UserShell /usr/bin/false IsHidden 1 PrimaryGroupID "$number" UniqueID "$number"
 }
 
-# dscl has been seen to end with 0 when it had set nothing.
+# checkRecords NAME: returns whether the records have what was set: dscl may set nothing and end with 0.
 checkRecords() {
     readRecord "/Groups/$1" PrimaryGroupID || return 1
     hasValue PrimaryGroupID "$number" || return 1
@@ -160,8 +165,8 @@ checkRecords() {
     hasValue dsAttrTypeNative:IsHidden 1 || hasValue IsHidden 1
 }
 
-# SMB needs a hash that is made only when a password is set after it was asked for; and asking for it
-# wants an account that has a password.
+# enableSmb USER: sets the password, has macOS make a hash for SMB, and sets the password again.  macOS makes
+# that hash only when a password is set after the request, and the request needs an account with a password.
 enableSmb() {
     setPassword "$1" || fail "cannot set the password of $1"
     /usr/bin/pwpolicy -u "$1" -sethashtypes SMB-NT on >/dev/null ||
@@ -170,6 +175,7 @@ enableSmb() {
     setPassword "$1" || fail "cannot set the password of $1"
 }
 
+# joinAccessGroup USER: makes the user a member of ACCESS_GROUP, if there is such a group.
 joinAccessGroup() {
     surely isListed /Groups "$ACCESS_GROUP" || return 0
     /usr/sbin/dseditgroup -o edit -a "$1" -t user "$ACCESS_GROUP" ||
@@ -177,8 +183,8 @@ joinAccessGroup() {
     surely isMember "$1" || fail "$1 is no member of the group $ACCESS_GROUP"
 }
 
-# macOS has just been asked for a user of that name, and remembers for a while that there was none, or
-# who it was.
+# waitUntilKnown USER: waits until macOS finds the new user, 10 s at most.  It was asked for this name before,
+# and caches for a while that there was no such user, or an earlier one.
 waitUntilKnown() {
     uuid=$(readUuid "$1") knownTries=0
     until [ "$(/usr/bin/id -u "$1" 2>/dev/null)" = "$number" ] &&
@@ -190,7 +196,8 @@ waitUntilKnown() {
     done
 }
 
-# The user is one of the whole Mac's.  Without a shell, sshd still passes connections on for the user.
+# warnOfRemoteLogin USER: prints a warning when the user can log in by ssh: the account is one of the whole Mac,
+# and even without a shell sshd forwards connections for it.
 warnOfRemoteLogin() {
     ask isListed /Groups "$SSH_GROUP"
     [ "$answer" = no ] || return 0
@@ -198,7 +205,8 @@ warnOfRemoteLogin() {
         say "Remote Login is open to all users of this Mac, and so to $1 during the session"
 }
 
-# There was no such user a moment ago, so whoever has the name and the mark now was made here.
+# undo NAME: removes what was made.  There was no such user before, so a user of this name with the mark is
+# ours.
 undo() {
     findUser "$1"
     case $isOurs in
@@ -208,6 +216,7 @@ undo() {
     esac
 }
 
+# main USER: runs under the lock.
 main() {
     [ -n "$session" ] || fail 'the caller has gone'
     makeWay "$1"

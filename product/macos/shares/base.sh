@@ -1,27 +1,28 @@
 # shellcheck shell=sh
-# base.sh -- arguments, failing and the password, which the share scripts for macOS have in common.  It is
-# sourced by common.sh, never run, and wants from there: checkShareName, session (which session this is) and
-# isInUse (whether that of a file still runs).
+# base.sh -- messages, failing, names, arguments and the password, for all share scripts for macOS.  It is
+# sourced by common.sh, never run.  It uses checkShareName, session and isInUse, which common.sh defines.
 
 set -eu
 umask 077
-# A caller that has died leaves a broken pipe on stderr: cleaning up goes on without its reader.
+# A caller that has died leaves a broken pipe on stderr.  Undoing goes on without a reader of messages.
 trap '' PIPE
-# Standard input belongs to the session's caller; nothing here may eat a byte of it.
+# Standard input belongs to the session's caller, which must not lose a byte of it: nothing here reads it.
 exec </dev/null
 
-# ---- Telling and failing
+# ---- Messages and failing
 
-# The second redirection silences the shell's own complaint when nobody reads any more.
+# say TEXT: prints a message on stderr.  The second redirection drops the shell's own error when the pipe is
+# broken.
 say() { printf '%s: %s\n' "${0##*/}" "$1" >&2 2>/dev/null || :; }
 
+# fail TEXT: prints the message and ends the script with status 1.
 fail() {
     say "$1"
     exit 1
 }
 
-# Runs the command, once, when the script ends early for whatever reason.  A second signal must not
-# stop the undoing half-way.
+# undoOnExit COMMAND: has the command run, once, when the script ends in any way but by finish.  Signals are
+# ignored while it runs, so that the undoing is not interrupted.
 undoOnExit() {
     # shellcheck disable=SC2064 # the command is known now
     trap "trap '' HUP INT TERM; $1" EXIT
@@ -30,7 +31,7 @@ trap 'exit 129' HUP
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# Everything is done: nothing is undone any more, and a late signal changes no status.
+# finish: ends the script with status 0 and undoes nothing.  A late signal does not change the status.
 finish() {
     trap '' HUP INT TERM
     trap - EXIT
@@ -41,8 +42,9 @@ finish() {
 
 isUtf8() { printf '%s' "$1" | iconv -f UTF-8 -t UTF-16LE >/dev/null 2>&1; }
 
-# The same rule as on Linux.  It is less than either host takes: names are compared without case, go
-# into paths and access entries, and a first @, + or & makes a group of some.
+# Fails for names other than those that are allowed on Linux, too.  Both hosts accept more, but names are
+# compared without case and become parts of paths and of access entries, and a first @, + or & makes some
+# names those of groups.
 checkUserName() {
     case $1 in
         '' | [!a-z_]* | *[!a-z0-9_.-]*)
@@ -51,7 +53,7 @@ checkUserName() {
     [ "${#1}" -le 32 ] || fail "a user name has at most 32 characters: \"$1\""
 }
 
-# What SMB itself asks of a share name.
+# Fails for a share name that SMB itself does not allow.  80 characters are 160 bytes in UTF-16.
 checkSmbName() {
     [ -n "$1" ] || fail 'the share name is empty'
     isUtf8 "$1" || fail 'the share name is not valid UTF-8'
@@ -63,22 +65,24 @@ checkSmbName() {
     [ "$((nameBytes))" -le 160 ] || fail 'the share name is longer than 80 characters'
 }
 
-# ---- Whose it is
+# ---- Sessions
 
+# isInUseByAnother FILE: returns whether a session other than this one runs that the file names.
 # shellcheck disable=SC2154 # session is set in common.sh
 isInUseByAnother() { isInUse "$1" && [ "$(cat "$1")" != "$session" ]; }
 
-# Makes our caller the owner.
+# claim FILE: writes this session, the script's caller, into the file.
 claim() { printf '%s\n' "$session" >"$1"; }
 
 # ---- The password
 
-# Sets passwordOctal to the password, each byte as a backslash and three octal digits.  An empty one, one
-# that is too long and one that holds a NUL would be taken, but not as they are.
+# readPassword FILE: sets passwordOctal to the password, each byte as a backslash and three octal digits.
+# Fails for a password that macOS would accept, but not as given: an empty one, one of more than 127 bytes,
+# and one with a NUL or a second line.
 readPassword() {
     [ -r "$1" ] || fail "cannot read the password file: $1"
     [ ! -d "$1" ] || fail "the password file is a folder: $1"
-    # A read that fails half-way ends in a NUL, which is refused; half a password must not count.
+    # A read that fails half-way adds a NUL, which is refused below: half a password must not be accepted.
     passwordOctal=$({ head -c 130 || printf '\000'; } <"$1" | od -An -v -to1 |
         awk '{ for (i = 1; i <= NF; i++) printf "\\%s", $i }') ||
         fail "cannot read the password file: $1"
@@ -91,14 +95,14 @@ readPassword() {
     [ "$((${#passwordOctal} / 4))" -le 127 ] || fail 'the password is longer than 127 bytes'
 }
 
-# printf is part of the shell, so that the password is in no program's arguments or environment.  The
-# format is octal throughout: it holds no % of its own.
+# Prints the password.  printf is built into the shell, so no program has the password in its arguments or
+# environment.  The format consists of octal escapes, and so has no %.
 printPassword() {
     # shellcheck disable=SC2059 # the format is the text
     printf "$passwordOctal"
 }
 
-# ---- Arguments, each script's own
+# ---- The arguments of each script
 
 checkAdduserArguments() {
     [ "$#" -eq 3 ] || fail 'usage: adduser.sh USER USER PASSWORD_FILE'

@@ -1,27 +1,28 @@
 #!/bin/dash
-# clear.sh -- removes the shares and the users of sessions that have ended without removing them: their
-# tool was killed, or the Mac went down.  launchd runs it when the Mac has started, and every half minute.
-# The SMB service stays as it is: the preferences do not say who wanted it.  What a session that runs has
-# is not touched.
-# Exit status: 0 nothing of an ended session is left but, maybe, the service; 1 something is, and stderr
-# says what.
+# clear.sh -- removes the shares and users of sessions that ended without removing them, because their tool
+# was killed or the Mac went down.  launchd runs it when the Mac has started, and every 30 s.  It does not
+# switch the SMB service off, because the preferences do not say who switched it on.  It does not touch the
+# users and shares of sessions that run.
+# Exit status: 0 nothing of an ended session is left, except perhaps the service; 1 something is left, and
+# stderr names it.
 # shellcheck source=SCRIPTDIR/common.sh
 . "${0%/*}/common.sh"
 
 SMB_PREFERENCES=/Library/Preferences/SystemConfiguration/com.apple.smb.server
 
-# Prints a line for each share and each user that sessions have, or have left.
+# Prints a line for each share and each user that a session has, or has left.
 listNotes() {
     for note in "$SHARE_STATE"/_* "$USER_STATE"/*; do
         [ ! -e "$note" ] || printf '%s\n' "$note"
     done
 }
 
+# Returns whether the preferences enable the SMB service.
 isServiceWanted() {
     /usr/bin/defaults read "$SMB_PREFERENCES" EnabledServices 2>/dev/null | grep -w disk >/dev/null
 }
 
-# With no session left that could need the service, somebody should know that it may be on for nobody.
+# When the last session was removed and the service is on, a message warns that nobody may need it.
 main() {
     notesBefore=$(listNotes) status=0
     clearDeadSessions || status=1

@@ -1,22 +1,24 @@
 # shellcheck shell=sh
-# common.sh -- what the share scripts have in common.  It is sourced by them, never run.
+# common.sh -- functions that all share scripts use.  It is sourced by them, never run.
 #
-# What is ours is told by marks.  A user and the group of its own carry USER_MARK and their name as
-# their full name.  A share has a folder in SHARE_STATE, written before the first change is made, and
-# is ours only as long as its record in the directory leads to the folder written there.  Nothing
-# without its mark is ever changed.  An "owner" says which session a user or a share belongs to, by
-# the process number and the start time of the script's parent.  It is written last, so what lacks
-# one, or whose owner is gone, was left behind by a session that was killed or by one from before the
-# last boot, and may be cleared away.
+# Marks show which users and shares were made here; nothing without a mark is ever changed.  A user that
+# was made here, and the user's group, have USER_MARK and their name as their full name.  A share that was
+# made here has a folder of notes in SHARE_STATE, which is written before the first change.  The share is
+# ours only as long as its record in the directory leads to the shared folder that is noted there.
 #
-# Programs that act on the system are called by their full path; the others (awk, cat, grep, iconv
-# and so on) are found in PATH and used with what all systems have in common.
+# An "owner" is the session that a user or a share belongs to: the process number and the start time of the
+# script's parent.  It is written last.  A user or share without an owner, or whose owner has ended, was
+# left behind by a session that was killed or by one before the last boot, and may be removed.
+#
+# Programs that act on the system are called by their full path.  The others (awk, cat, grep, iconv and so
+# on) are found in PATH, and only options that all systems have are used.
 
-# The scripts are written for dash, which is there since macOS 10.15: /bin/sh may be any of three shells
-# on a Mac, and only in dash is the folder that pwd prints sure to be the one that cd has entered.  They
-# start anew once, because we are root and each variable that a shell or a program heeds is the
-# caller's: bytes are compared as bytes, and start times as text, which must not change when the Mac
-# travels.  The mark is the number of the process, which stays the same.
+# The scripts need dash, which macOS has had since 10.15.  /bin/sh may be any of three shells on a Mac, and
+# only in dash does pwd surely print the folder that cd has entered.
+# Each script starts itself anew, once, without the caller's environment: the script runs as root, and a
+# variable of the caller's could change what a shell or a program does.  LC_ALL=C makes programs compare
+# bytes.  The fixed time zone keeps the text of a start time the same when the Mac changes its zone.
+# PELAGO_STARTED_ANEW is the process number, which exec keeps.
 if [ "${PELAGO_STARTED_ANEW-}" != "$$" ]; then
     exec /usr/bin/env -i "PELAGO_STARTED_ANEW=$$" PATH=/usr/bin:/bin:/usr/sbin:/sbin LC_ALL=C TZ=UTC0 \
         /bin/dash "$0" "$@"
@@ -25,10 +27,11 @@ fi
 # shellcheck source=SCRIPTDIR/base.sh
 . "${0%/*}/base.sh"
 
+# Opens stdout and stderr if the caller has closed them.
 (: 3>&1) 2>/dev/null || exec >/dev/null
 (: 3>&2) || exec 2>/dev/null # not silenced like the line above: that would open what it tests
 
-# What was granted on the disk survives a boot, and so must the note of it: /var/run is emptied then.
+# Access entries on the disk survive a boot, and so must the notes of them; a boot empties /var/run.
 STATE=/var/db/pelago
 SHARE_STATE=$STATE/shares
 USER_STATE=$STATE/users
@@ -41,10 +44,11 @@ LOCK_TRIES=600                    # how often to look, a tenth of a second apart
 newline='
 '
 
-# ---- Whose it is
+# ---- Sessions
 
-# Prints "PID START" for a process that runs, where START tells it from a later one of its number.
-# Returns 1 when there is no such process, and 2 when there is one but nothing else is known of it.
+# processMark PID: prints "PID START" for a process that runs.  START, its start time, distinguishes it from a
+# later process with the same number.  Returns 1 when there is no such process, and 2 when there is one but
+# its start time is unknown.
 processMark() {
     processText=$(/bin/ps -p "$1" -o stat= -o lstart= 2>/dev/null) || processText=''
     # shellcheck disable=SC2086 # split on purpose: the state, and the words of a date
@@ -58,11 +62,12 @@ processMark() {
     printf '%s %s' "$processPid" "$*"
 }
 
-# A script whose caller ended before it began is launchd's, which never ends: it has no session.
+# If the caller ended before the script began, the script's parent is launchd, which never ends: then there is
+# no session.
 session=''
 [ "$PPID" -eq 1 ] || session=$(processMark "$PPID") || session=''
 
-# Whether the process that FILE names is still running, or may be.
+# isInUse FILE: returns whether the process that the file names runs, or may run.
 isInUse() {
     ownerPid='' ownerStatus=0
     [ ! -f "$1" ] || read -r ownerPid _ <"$1" || :
@@ -73,13 +78,14 @@ isInUse() {
 
 # ---- One script at a time
 #
-# There is no program here that locks a file.  A lock is a file "lock.N" that names its holder; the
-# highest N counts, and it is free when its holder has ended, however that came about, so nothing is
-# ever left locked.  It is taken by making N + 1.  A link appears at once with its content, and only
-# one can be made.  The lower ones go only after the higher one is there, so whoever looked too long
-# ago and makes a number that has gone meanwhile then sees a higher one, and steps back.
+# macOS has no program that locks a file.  The lock is a file "lock.N" that names its holder; only the
+# highest N counts.  The lock is free when that holder has ended, for any reason, so it cannot stay locked.
+# A script takes it by making lock.N+1 as a hard link: the link appears together with its content, and only
+# one script can make it.  Lower numbers are removed only after the higher one exists.  So a script that
+# makes a number too late, after that number was used and removed, then sees a higher one, and gives up
+# its own.
 
-# Sets lockNumber to the highest number, 0 when there is none.
+# Sets lockNumber to the highest number; 0 when there is none.
 highestLock() {
     lockNumber=0
     for lockFile in "$LOCKS"/lock.*; do
@@ -88,8 +94,8 @@ highestLock() {
     done
 }
 
-# The shell reads the folder piece by piece while others change it: it is believed when it looks the
-# same twice.
+# Sets lockNumber.  Returns 1 when two readings differ: the shell reads the folder piece by piece while other
+# scripts change it.
 findLock() {
     highestLock
     lockSeen=$lockNumber
@@ -99,6 +105,7 @@ findLock() {
 
 pauseBriefly() { sleep 0.1 || fail 'cannot wait: sleep has failed'; }
 
+# Takes the lock if it is free; returns whether it did.
 tryLock() {
     findLock || return 1
     ! isInUse "$LOCKS/lock.$lockNumber" || return 1
@@ -115,12 +122,13 @@ tryLock() {
 
 requireRoot() { [ "$(/usr/bin/id -u)" = 0 ] || fail 'only root may do this'; }
 
-# underLock COMMAND [ARG...]: runs the command while no other script runs.
+# underLock COMMAND [ARG...]: waits for the lock, a minute at most, and runs the command.
 underLock() {
     requireRoot
     mkdir -p "$LOCKS" "$STATE" "$SHARE_STATE" "$USER_STATE" || fail "cannot make $LOCKS and $STATE"
     lockMark=$(processMark "$$") || fail 'cannot tell when this script was started'
-    # A file left by a process of this number may be another name of a lock: it is not written to.
+    # An earlier process of this number may have left the file, and it may be a second name of a lock: it must
+    # be removed, not written to.
     rm -f "$LOCKS/wait.$$"
     undoOnExit "rm -f $LOCKS/wait.$$"
     printf '%s\n' "$lockMark" >"$LOCKS/wait.$$" || fail "cannot write in $LOCKS"
@@ -137,6 +145,7 @@ underLock() {
 
 # ---- Names
 
+# Fails for a share name that SMB, sharing or a path does not allow.
 checkShareName() {
     checkSmbName "$1"
     case $1 in
@@ -151,35 +160,37 @@ checkShareName() {
 
 # ---- The directory
 #
-# It may give no answer.  What asks it returns 0 for yes, 1 for no, and 2 for unknown, with the reason
-# on stderr: it does not end the script, because what is undone goes on with the next step.
+# The directory may not answer.  A function that reads it returns 0 for yes, 1 for no, and 2 for unknown, with
+# the reason on stderr.  It does not end the script, because undoing must go on with its next step.
 
-# ask QUESTION [ARG...]: sets answer to yes, no or unknown.
+# ask FUNCTION [ARG...]: calls the function, and sets answer to yes, no or unknown.
 ask() {
     answer=yes
     "$@" || case $? in 1) answer=no ;; *) answer=unknown ;; esac
 }
 
-# surely QUESTION [ARG...]: for where nothing is to be undone; without an answer the script ends.
+# surely FUNCTION [ARG...]: returns whether the answer is yes; ends the script when it is unknown.  Only for
+# places where nothing must be undone, or undoOnExit does it.
 surely() {
     ask "$@"
     [ "$answer" != unknown ] || exit 1
     [ "$answer" = yes ]
 }
 
-# Whether the directory lists a record FOLDER/NAME.  It compares names without case.
+# isListed FOLDER NAME: returns whether the directory lists a record FOLDER/NAME.  Case is ignored.
 isListed() {
     listText=$(/usr/bin/dscl . -list "$1" 2>&1) || { say "cannot list $1: $listText"; return 2; }
     printf '%s\n' "$listText" | grep -ixF -e "$2" >/dev/null
 }
 
-# Sets recordText to attributes of a record, KEY by KEY, between newlines.
+# readRecord RECORD KEY...: sets recordText to these attributes of the record, with a newline before and after.
 readRecord() {
     recordText=$(/usr/bin/dscl . -read "$@" 2>&1) || { say "cannot read $1: $recordText"; return 2; }
     recordText=$newline$recordText$newline
 }
 
-# Whether readRecord has found this value: one with a blank stands on a line of its own.
+# hasValue KEY VALUE: returns whether readRecord has found this value.  A value with a blank stands on a line
+# of its own.
 hasValue() {
     case $recordText in
         *"$newline$1: $2$newline"* | *"$newline$1:$newline $2$newline"*) return 0 ;;
@@ -187,8 +198,8 @@ hasValue() {
     return 1
 }
 
-# isOurRecord FOLDER NAME NUMBER_KEY: whether a user or group that exists was made here.  One that has
-# no number is none yet: when we have begun to make that user, it is what a killed script has left.
+# isOurRecord FOLDER NAME NUMBER_KEY: returns whether a user or group that exists was made here.  A record
+# without a number is incomplete.  It is ours if there is a note of that user: a killed script has left it.
 isOurRecord() {
     readRecord "$1/$2" RealName "$3" || return 2
     ! hasValue RealName "$USER_MARK $2" || return 0
@@ -196,8 +207,8 @@ isOurRecord() {
     [ -f "$USER_STATE/$2" ]
 }
 
-# Whether a record has that name, as its first or another: isListed sees the first names only, and a
-# record is found, and changed, by each of them.
+# isNamed FOLDER NAME: returns whether a record has that name, as its first name or as another.  isListed sees
+# only first names, but a record is found, and changed, by each of its names.
 isNamed() {
     namedText=$(/usr/bin/dscl . -read "$(recordPath "$1" "$2")" RecordName 2>&1) && return 0
     case $namedText in *eDSRecordNotFound*) return 1 ;; esac
@@ -205,10 +216,10 @@ isNamed() {
     return 2
 }
 
-# Prints FOLDER/NAME for dscl, which undoes percent escapes in it.
+# recordPath FOLDER NAME: prints FOLDER/NAME with % escaped, because dscl decodes percent escapes.
 recordPath() { printf '%s/%s' "$1" "$2" | sed 's/%/%25/g'; }
 
-# Deletes a record and looks whether it is gone.
+# deleteRecord FOLDER NAME: deletes a record; returns whether it is gone, and prints a message when not.
 deleteRecord() {
     deletion=$(/usr/bin/dscl . -delete "$1/$2" 2>&1) || say "cannot delete $1/$2: $deletion"
     ask isListed "$1" "$2"
@@ -221,8 +232,8 @@ deleteRecord() {
 
 # ---- Users
 
-# Sets userListed, groupListed and isOurs (of the user, or of the group when there is no user), each
-# to yes, no or unknown.
+# findUser NAME: sets userListed, groupListed and isOurs, each to yes, no or unknown.  isOurs is about the
+# user, or about the group when there is no user.
 findUser() {
     ask isListed /Users "$1"
     userListed=$answer
@@ -238,13 +249,15 @@ findUser() {
     isOurs=$answer
 }
 
+# hasNtHash USER: returns whether the user has a password hash that SMB can use.  Ends the script when that
+# cannot be read.
 hasNtHash() {
     hashTypes=$(/usr/bin/pwpolicy -u "$1" -gethashtypes 2>&1) ||
         fail "cannot read the hash types of $1: $hashTypes"
     printf '%s\n' "$hashTypes" | grep -wF -e SMB-NT >/dev/null
 }
 
-# Whether the user is named among the members of ACCESS_GROUP, which exists.
+# isMember USER: returns whether ACCESS_GROUP, which exists, lists the user by name.
 isMember() {
     readRecord "/Groups/$ACCESS_GROUP" GroupMembership || return 2
     case $recordText in "${newline}GroupMembership:"*) ;; *) return 1 ;; esac
@@ -252,9 +265,10 @@ isMember() {
     return 1
 }
 
-# Takes the user out of ACCESS_GROUP, which would keep a name that may belong to another one day.
-# dseditgroup wants a user that exists.  Where it does not help the values are taken out: the group
-# notes a member twice, by name and by UUID, and the latter is not known once the user has gone.
+# leaveAccessGroup USER: removes the user from ACCESS_GROUP, which would otherwise keep the name: one day it
+# may belong to another user.  dseditgroup needs a user that exists.  Where it fails, the values are removed
+# from the record: the group lists a member by name and by UUID, and the UUID is unknown once the user has
+# gone.
 leaveAccessGroup() {
     [ "$userListed" = yes ] || [ -f "$USER_STATE/$1" ] || return 0
     ask isListed /Groups "$ACCESS_GROUP"
@@ -271,14 +285,16 @@ leaveAccessGroup() {
     }
 }
 
+# dropMember KEY VALUE: removes one value from the record of ACCESS_GROUP.
 dropMember() { /usr/bin/dscl . -delete "/Groups/$ACCESS_GROUP" "$1" "$2"; }
 
+# readUuid USER: prints the user's UUID; nothing when it cannot be read.
 readUuid() { /usr/bin/dscl . -read "/Users/$1" GeneratedUID | sed -n 's/^GeneratedUID: //p'; }
 
-# removeUser NAME: takes away a user of ours that findUser has found, or what is left of one.  Its
-# shares go first, because entries on the disk cannot be removed by name once the name is gone.  No
-# step waits for another to succeed: entries and a membership without a user let nobody in, and a user
-# with a password does.  The note of the user stays as long as something is left that it is needed for.
+# removeUser NAME: removes a user of ours that findUser has found, or what is left of one; returns whether
+# all of it is gone.  Shares are removed first, because access entries on the disk cannot be removed by name
+# once the name has gone.  A step that fails does not stop the next: entries and a membership without a user
+# let nobody in, but a user with a password does.  The note of the user is kept while a later attempt needs it.
 removeUser() {
     sharesRemoved=yes userRemoved=yes
     removeSharesOf "$1" || sharesRemoved=no
@@ -296,26 +312,30 @@ removeUser() {
 
 # ---- Shares
 
-# Prints the first line of a text in which there may be names of files, for a person: without what a
-# terminal would take for a command.
+# firstLine TEXT: prints the first line of the text, which may hold names of files, with each control
+# character as "?": it could be a command to a terminal.
 firstLine() { printf '%s' "${1%%"$newline"*}" | tr '[:cntrl:]' '?'; }
 
-# What is noted of them:
+# Each share has a folder of notes, "_SHARE" in SHARE_STATE, with these files:
 #
-# Each folder "_SHARE" in SHARE_STATE holds, as files: "given", the folder as the caller names it;
-# "folder", the same without links; "name", the share's, because a disk of a
-# Mac's finds "_SHARE" in other spellings as well; "user"; "uuid", the user's; "numbers", the user's and that of
-# the folder's owner;
-# "entry", the access entry on the folder; "search", which folders above it have an entry as well (1
-# is the next above); and "owner".
+#   given    the shared folder's path as the caller spells it
+#   folder   the same path without links
+#   name     the share's name, because a Mac's disk finds "_SHARE" in other spellings, too
+#   user     the name of the share's user
+#   uuid     the user's UUID
+#   numbers  the user's number, a blank, and the number of the folder's owner
+#   entry    the access entry on the folder
+#   search   which folders above have an entry to pass through, a number a line; 1 is the folder next above
+#   owner    the session
 
-# Sets recalled to the content of a file, newlines at its end included, or to nothing.
+# recall FILE: sets recalled to the content of the file, with the newlines at its end; empty when it cannot be
+# read.
 recall() {
     recalled=$(cat "$1" 2>/dev/null && printf .) || recalled=''
     recalled=${recalled%.}
 }
 
-# Whether the record of the share NAME, which is listed, leads to FOLDER.
+# leadsTo NAME FOLDER: returns whether the record of the share, which is listed, leads to the folder.
 leadsTo() {
     shareText=$(/usr/bin/dscl . -read "$(recordPath /SharePoints "$1")" directory_path 2>&1 && printf .) || {
         say "cannot read the share \"$1\": $shareText"
@@ -328,13 +348,14 @@ leadsTo() {
     return 1
 }
 
-# Whether the share NAME, of which shareState tells, exists and was made here.
+# isOurShare NAME: returns whether the share exists and was made here, by the notes in shareState.
 isOurShare() {
     isListed /SharePoints "$1" || return "$?"
     recall "$shareState/folder"
     [ -n "$recalled" ] && leadsTo "$1" "$recalled"
 }
 
+# endShare NAME: removes the share point; returns whether it is gone, and prints a message when not.
 endShare() {
     removal=$(/usr/sbin/sharing -r "$1" 2>&1) || say "cannot remove the share \"$1\": $removal"
     ask isListed /SharePoints "$1"
@@ -345,8 +366,9 @@ endShare() {
     [ "$answer" = no ]
 }
 
-# inFolder FOLDER COMMAND [ARG...]: runs it there.  The owner of a folder could put a link in the way
-# at any time; "." cannot be led elsewhere.
+# inFolder FOLDER COMMAND [ARG...]: runs the command in the folder, in a subshell, and fails when the path
+# leads elsewhere by now.  The command names the folder ".": a link that the owner of a folder puts into the
+# path meanwhile cannot redirect it.
 inFolder() (
     { cd -P -- "$1" && [ "$(pwd -P && printf .)" = "$1$newline." ]; } ||
         fail "another folder now: \"$1\""
@@ -354,10 +376,12 @@ inFolder() (
     "$@"
 )
 
+# isThere FOLDER: returns whether the path still leads to the folder without a link.
 isThere() { inFolder "$1" : 2>/dev/null; }
 
-# isGranted USER FOLDER [-R]: whether an access entry on the folder, or with -R on anything below it,
-# names the user.  ls shows an odd byte of a name as "?", so no name of a file looks like an entry.
+# isGranted USER FOLDER [-R]: returns whether an access entry on the folder, or with -R on anything in it,
+# names the user; also true when ls fails.  ls -q prints "?" for each byte of a name that is not
+# printable, so no name of a file looks like an entry.
 isGranted() {
     {
         { inFolder "$2" /bin/ls -lqed -- . && { [ "$#" -eq 2 ] || inFolder "$2" /bin/ls -lqeR -- .; }; } \
@@ -368,13 +392,13 @@ isGranted() {
         END { exit found || failed ? 0 : 1 }'
 }
 
-# watched FIND [ARG...]: runs find, and kills each program of find's that runs longer than half a minute.
-# chmod opens the file that it changes.  The owner of the folder may replace a file by a pipe after find
-# has looked at it; chmod would wait for that pipe for ever, and the script for chmod.  No program of
-# macOS's opens a file by its name without that risk.  The time limit is for one program and not for
-# find, which takes long in a large folder.  A program that was killed has failed for its file only.
-# A signal to the script ends find at once, although a shell's background programs ignore SIGINT.  Call
-# it in a subshell: it changes the traps.
+# watched FIND [ARG...]: runs find, and kills each program that find starts and that runs longer than
+# STUCK_SECONDS.  chmod opens the file that it changes.  The owner of the folder may replace a file by a pipe
+# after find has checked it; chmod would wait for that pipe for ever, and the script for chmod.  No program of
+# macOS opens a file by its name without that risk.  The time limit applies to one program and not to find,
+# which takes long in a large folder.  A program that was killed has failed for its file only.
+# A signal to the script kills find at once; find itself ignores SIGINT, as background programs of a shell
+# do.  Call it in a subshell: it changes the traps.
 watched() {
     watchedPid='' watchedStatus=0
     trap 'kill -KILL $watchedPid ${!-} 2>/dev/null; wait; exit 1' HUP INT TERM
@@ -386,8 +410,9 @@ watched() {
     return "$watchedStatus"
 }
 
-# endStuck PID: as long as that process runs.  It is ended as well when the script was killed, because the
-# lock is free then.  SIGTERM may be ignored, as the caller has it.
+# endStuck PID: checks every second, while the process PID runs, and kills its child when it has been the same
+# for STUCK_SECONDS.  When the script was killed it kills PID, too, because the lock is free then.  It sends
+# SIGKILL: the caller may have made its programs ignore SIGTERM.
 endStuck() {
     stuckSince=0 stuckPid=''
     while kill -0 "$1"; do
@@ -400,18 +425,19 @@ endStuck() {
     done
 }
 
-# Whether the name of the share's user is another one's by now, whose entries are not ours to take.  Without
-# an answer it is not: what was granted is taken back.
+# isAnothersName USER: returns whether another user has the name of the share's user by now, whose access
+# entries must stay.  False when the directory does not answer: then the entries are removed.
 isAnothersName() {
     recall "$shareState/uuid"
     uuidNow=$(readUuid "$1" 2>/dev/null) || uuidNow=''
     [ -n "$recalled" ] && [ -n "$uuidNow" ] && [ "$uuidNow" != "$recalled" ]
 }
 
-# takeBack USER ENTRY FOLDER [-R]: what was moved into the folder never had the entry, and then chmod
-# complains; and where a file has two entries of the user, chmod may take only one.  So it is done
-# twice at most, until no entry is seen.  Whose a file is, and how many names it has, may have changed
-# since it got the entry, so all are asked; links are not followed.
+# takeBack USER ENTRY FOLDER [-R]: removes the entry from the folder, or with -R from all in it; returns
+# whether none is left.  An error of chmod does not count: a file that was moved into the folder never had the
+# entry.  It tries twice at most, because chmod may remove only one of two entries of the user.  It tries all
+# files, because the owner of a file and the number of its names may have changed since it got the entry.
+# Links are not followed.
 takeBack() {
     refusal=''
     for _ in 1 2; do
@@ -428,8 +454,9 @@ takeBack() {
     return 1
 }
 
-# forEachOf NUMBER FOLDER WHAT FIND_ARG...: for all in the folder that belongs to that number.  find does
-# not fail when its commands do: it prints the names then.
+# forEachOf NUMBER FOLDER WHAT FIND_ARG...: runs find with these arguments on all in the folder that belongs to
+# the user of that number.  Returns 1, after a message that begins with WHAT, when find fails or prints
+# something: it does not fail when its commands do, and prints the names then.
 forEachOf() {
     eachNumber=$1 eachFolder=$2 eachWhat=$3
     shift 3
@@ -440,7 +467,8 @@ forEachOf() {
     }
 }
 
-# A client of a Mac's can lock what it has made, and that keeps even root from changing it.
+# unlockWritten FOLDER: unlocks what the client has written.  A client on a Mac can lock its files, and even
+# root cannot change a locked file.
 unlockWritten() {
     recall "$shareState/numbers"
     case $recalled in ?*' '?*) ;; *) return 0 ;; esac
@@ -448,14 +476,15 @@ unlockWritten() {
         ! -execdir /usr/bin/chflags -h nosappnd,noschg,nouappnd,nouchg '{}' \; -print
 }
 
-# Gives a file to another owner, whom nobody shall become by running it: only then can the client, who
-# may still be connected, not set the bit again.  With exec the chmod is a child of find's, and so ended by
-# watched.
+# A program for dash: gives the file $2 to the owner $1, and then removes its set-user-ID and set-group-ID bits,
+# so that nobody who runs the file acts as that owner.  In this order a client that is still connected cannot
+# set the bits again.  exec makes chmod the child of find, so that watched can kill it.
 # shellcheck disable=SC2016 # the dollar signs are the program's own
 GIVE='/usr/sbin/chown -h "$1" "./$2" && { [ ! -f "./$2" ] || exec /bin/chmod -h ug-s "./$2"; }'
 
-# What the client has made goes to the owner of the folder: nobody else may own it one day.  -execdir
-# and -h, because its owner could put links in the way meanwhile.
+# giveToOwner FOLDER: gives what the client has written to the owner of the folder.  Otherwise a later user with
+# the client's number would own it.  -execdir and -h keep links that the owner makes meanwhile from being
+# followed.
 giveToOwner() {
     recall "$shareState/numbers"
     case $recalled in ?*' '?*) ;; *) return 0 ;; esac
@@ -472,8 +501,9 @@ setAbove() {
     [ -n "$above" ] || above=/
 }
 
-# takeRights FOLDER: the reverse of what addshare.sh granted, the folder first and then upwards.  Where
-# a folder is no longer found nothing can be taken back, and rightsLost becomes yes.
+# takeRights FOLDER: removes the access entries that addshare.sh made, on the folder first and then upwards.
+# Returns 1 when the removal of an entry fails.  If a folder is not found any more, its entries stay; then
+# rightsLost is yes, but the function does not fail for that.
 takeRights() {
     rightsTaken=yes rightsLost=no
     recall "$shareState/user"
@@ -507,10 +537,10 @@ takeRights() {
     [ "$rightsTaken" = yes ]
 }
 
-# removeShare NAME: ends a share of ours, as much of it as there is, and forgets it.  A record that has
-# come in its place meanwhile is somebody else's, and stays.  No step waits for another to succeed.
-# Where the folder has gone, to try again would not help: that is a failure, but forgotten.  pointGone
-# says whether no client can reach it any more.
+# removeShare NAME: ends a share of ours, or what is left of one, and removes its notes; returns whether all
+# of it is gone.  A share point of the name that somebody else has made meanwhile stays.  A step that fails
+# does not stop the next.  If the folder has gone, a second attempt would not help: the notes are removed, but
+# the function fails.  pointGone is yes when no client can reach the share any more.
 removeShare() {
     shareState=$SHARE_STATE/_$1 pointGone=yes shareEnded=yes
     recall "$shareState/name"
@@ -525,6 +555,7 @@ removeShare() {
     [ "$pointGone$shareEnded" = yesyes ] && forgetShare && [ "$rightsLost" = no ]
 }
 
+# Removes the share's notes, the folder shareState; returns 1 after a message when that fails.
 forgetShare() {
     if ! rm -f -- "$shareState"/* || { [ -d "$shareState" ] && ! rmdir -- "$shareState"; }; then
         say "cannot remove $shareState"
@@ -532,6 +563,7 @@ forgetShare() {
     fi
 }
 
+# removeSharesOf USER: removes all shares of the user; returns whether all are gone.
 removeSharesOf() {
     allRemoved=yes
     for shareState in "$SHARE_STATE"/_*; do
@@ -541,10 +573,10 @@ removeSharesOf() {
     [ "$allRemoved" = yes ]
 }
 
-# Clears away the shares that dead sessions left, so that a user of a new session never finds the share
-# of an old one whose user had the same name.  Returns 1 when something is left of one, and says what.
-# leftShare is then a share that clients may still reach; anything else is forgotten, because a file
-# that cannot be changed would else hinder every session to come.
+# Removes the shares that dead sessions left, so that a user of a new session never reaches the share of an
+# old user of the same name.  Returns 1, after a message, when something is left of one.  leftShare is then the
+# name of a share that clients may still reach, or empty.  The notes of the others are removed, because a
+# file that cannot be changed would otherwise keep every later session from beginning.
 removeLeftoverShares() {
     leftoversRemoved=yes leftShare=''
     for shareState in "$SHARE_STATE"/_*; do
@@ -559,9 +591,9 @@ removeLeftoverShares() {
     [ "$leftoversRemoved" = yes ]
 }
 
-# clearDeadSessions: takes away all that sessions which have ended left, shares first and then users,
-# as underLock runs it.  What a living session has is not touched.  Returns 1 when something is left,
-# which stderr names; nothing keeps it from clearing the rest.
+# Removes the shares and then the users that sessions left which have ended; does not touch those of living
+# sessions.  Runs under the lock.  Returns 1 when something is left, which stderr names, after it has removed
+# all the rest.
 clearDeadSessions() {
     allCleared=yes
     removeLeftoverShares || allCleared=no
@@ -573,8 +605,8 @@ clearDeadSessions() {
     [ "$allCleared" = yes ]
 }
 
-# Removes the user that a dead session noted.  A record of that name that is not ours stays, and so does
-# what a user of that name who is not ours is a member of.
+# clearUser NAME: removes the user of a dead session's note.  A record of that name that is not ours stays, and
+# so do the memberships of a user of that name who is not ours.
 clearUser() {
     findUser "$1"
     case $isOurs$userListed in

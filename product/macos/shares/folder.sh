@@ -1,29 +1,32 @@
 # shellcheck shell=sh
-# folder.sh -- judges the folder that is to be shared.  It is sourced by addshare.sh.
+# folder.sh -- decides whether a folder may be shared.  It is sourced by addshare.sh.
 #
 # Other users may own folders on the caller's path, and the owner of a folder can replace a file or
 # folder in it by a link.  So the script walks the path as it was given, one component at a time: it
 # looks at each component without following a link, enters it, and checks that the folder it has entered
-# is the one it looked at.  A link is followed only if nobody but root and the owner of the last folder
-# could have made the link or changed the path to it; if that owner is root, the whole path must be root's.
+# is the one it looked at.  A link is allowed only if nobody but root and the owner of the last folder
+# could have made the link or changed the path to it.  If that owner is root, no link is allowed, and
+# nobody but root may be able to change the path.
 
 MAX_TURNS=40 # links and ".." that are followed
-# What holds the system, or everything of everybody.  Most are root's, who can change what they hold.
+# Folders that hold the system, or the files of all users.  Root owns most of them, so judgeWay would allow
+# them.
 SYSTEM_FOLDERS='/ /System /System/Volumes /System/Volumes/Data /Users /Volumes /Library /Applications
     /private /private/etc /private/tmp /private/var /private/var/root /private/var/db /usr /bin /sbin /opt'
 
-# Sets id (device and number), mode (in octal, with the kind) and uid of what is at NAME, which is not
-# followed.
+# look NAME: sets id (device and inode number), mode (octal, with the type) and uid (the owner's number) of the
+# file NAME; does not follow a link.  Returns 1 when there is none.
 look() {
     looked=$(/usr/bin/stat -f '%d:%i %p %u' "$1" 2>/dev/null) || return 1
     id=${looked%% *} uid=${looked##* } looked=${looked% *}
     mode=${looked##* }
 }
 
+# Returns whether the group or others may write, by mode.
 othersMayWrite() { case $mode in *[2367]? | *[2367]) ;; *) return 1 ;; esac; }
 
-# Whether an access entry of NAME gives anybody more than to look: whom it names is not asked.  So it is
-# when the entries cannot be read.
+# hasOpenEntry NAME: returns whether an access entry allows anybody, whoever it names, more than to read.  True
+# also when the entries cannot be read.
 hasOpenEntry() {
     ! /bin/ls -lqed -- "$1" 2>/dev/null | awk '
         BEGIN {
@@ -40,13 +43,15 @@ hasOpenEntry() {
 
 failToFind() { fail "not a folder: \"$given\""; }
 
+# Counts a link or ".."; fails after too many.
 turn() {
     turns=$((turns + 1))
     [ "$turns" -le "$MAX_TURNS" ] || fail "more than $MAX_TURNS links and \"..\" on the way: \"$given\""
 }
 
-# enter NAME: the folder that was just looked at.  Adds to changers who can change what it holds: in one
-# with the sticky bit others cannot rename what is not theirs.  wayChangers are those above it.
+# enter NAME: enters the folder, which look has just seen.  changers lists the users who can change what the
+# folders on the path hold, "others" for anybody; in a folder with the sticky bit others cannot rename what
+# they do not own.  wayChangers is the list without this folder.
 enter() {
     enteredId=$id wayChangers=$changers
     { cd -P -- "$1" 2>/dev/null && look . && [ "$id" = "$enteredId" ]; } ||
@@ -59,13 +64,15 @@ enter() {
     ! hasOpenEntry . || changers="$changers others"
 }
 
-# startOver PATH: goes on with it from the root, before what is ahead.
+# startOver PATH: puts PATH before the components that are left, in ahead, and goes back to the root.
 startOver() {
     ahead=$1/$ahead changers=''
     look / || failToFind
     enter /
 }
 
+# followLink NAME: puts the link's target before the components that are left.  Adds to linkChangers all who
+# can change the link or the path to it.
 followLink() {
     turn
     linkUid=$uid
@@ -81,7 +88,7 @@ followLink() {
     esac
 }
 
-# The folder above is come to by its own path, so that the way to it is judged as well.
+# Goes to the folder above from the root by its own path, so that this path is checked, too.
 goUp() {
     turn
     here=$(pwd -P && printf .)
@@ -89,6 +96,7 @@ goUp() {
     startOver "${here%/*}"
 }
 
+# takeComponent NAME: walks on by one component.  The types are 4 for a folder and 12 for a link.
 takeComponent() {
     case $1 in
         .) return 0 ;;
@@ -102,7 +110,7 @@ takeComponent() {
     esac
 }
 
-# walk PATH: the script is in the folder afterwards, of which look has just been taken.
+# walk PATH: walks to the end of the path, and leaves the script in the folder there.
 walk() {
     ahead='' linkChangers='' turns=0
     startOver "$1"
@@ -117,8 +125,8 @@ walk() {
     done
 }
 
-# judgeFolder PATH: sets folder to the same folder without links in its path, folderId, which it is
-# known by, and folderOwner.
+# judgeFolder PATH: fails unless the folder may be shared.  Sets folder to its path without links, folderId to
+# its id as look does, and folderOwner to its owner's number.
 judgeFolder() {
     given=$1
     case $1 in /*) ;; *) fail "the folder's path is not absolute: \"$1\"" ;; esac
@@ -136,6 +144,9 @@ judgeFolder() {
     judgeWay
 }
 
+# Fails when others than root and the owner of the folder could have made a link on the path, or changed the
+# path to that link.  A folder of root's must be given without links, and only root may be able to change
+# the folders above it.
 judgeWay() {
     if [ "$folderOwner" = 0 ]; then
         [ -z "$linkChangers" ] ||

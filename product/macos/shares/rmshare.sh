@@ -1,10 +1,10 @@
 #!/bin/dash
-# rmshare.sh SHARE FOLDER -- ends a share that addshare.sh made, and takes back what it granted.
-# Exit status: 0 there is no such share any more; otherwise stderr says why, and what is left.
+# rmshare.sh SHARE FOLDER -- ends a share that addshare.sh made, and removes its access entries.
+# Exit status: 0 there is no such share any more; otherwise stderr has the reason, and names what is left.
 # shellcheck source=SCRIPTDIR/common.sh
 . "${0%/*}/common.sh"
 
-# SHARE FOLDER
+# main SHARE FOLDER: runs under the lock.
 main() {
     shareState=$SHARE_STATE/_$1
     if [ ! -d "$shareState" ]; then
@@ -14,7 +14,7 @@ main() {
     fi
     ! isInUseByAnother "$shareState/owner" ||
         fail "the share \"$1\" belongs to another session that runs"
-    # A script that was killed as it began may have left no folder to compare.
+    # The file may be missing or empty: addshare.sh may have been killed before it wrote the folder.
     recall "$shareState/given"
     [ -z "$recalled" ] || [ "$recalled" = "$2" ] ||
         fail "the share \"$1\" serves another folder than \"$2\""

@@ -1,12 +1,12 @@
 #!/bin/dash
-# rmuser.sh USER -- removes a user that adduser.sh made, and any share of it that was left.
-# It asks nothing of the SMB service, which may be going down, and nothing that its caller may hold:
-# the caller has the system preferences locked meanwhile.
-# Exit status: 0 there is no such user any more; otherwise stderr says why, and what is left.
+# rmuser.sh USER -- removes a user that adduser.sh made, and any share of that user that was left.
+# It does not need the SMB service, which may be going down, and waits for no lock that its caller may hold:
+# the caller holds the lock of the system preferences meanwhile.
+# Exit status: 0 there is no such user any more; otherwise stderr has the reason, and names what is left.
 # shellcheck source=SCRIPTDIR/common.sh
 . "${0%/*}/common.sh"
 
-# USER
+# main USER: runs under the lock.
 main() {
     findUser "$1"
     [ "$isOurs" != unknown ] || exit 1
