@@ -14,8 +14,8 @@ else()
     set(PELAGO_BUNDLE_PLACE lib/pelago)
 endif()
 
-# pelago_lean_executable(TARGET) links a program so that it starts fast: without code that it does not
-# call, and without a C++ runtime to load.  A sanitizer needs the shared C++ runtime.
+# pelago_lean_executable(TARGET) links a program that starts as fast as it can: nothing that it does
+# not call, and no C++ runtime to load.  A sanitizer brings a runtime of its own.
 function(pelago_lean_executable target)
     if(PELAGO_HOST STREQUAL macos)
         target_link_options(${target} PRIVATE -Wl,-dead_strip)

@@ -25,8 +25,8 @@ set -eu
 
 say() { printf 'sandbox.sh: %s\n' "$1" >&2; }
 
-# The project gets a second overlay if it is on another file system than /: an overlay of / does not contain the
-# files of other file systems.
+# The project gets a second overlay if the first does not show it: an overlay of / does not contain the files of
+# other file systems, and the sandbox has its own /tmp.
 project=$(cd "$(dirname "$0")/.." && pwd -P)
 
 runInside() {
