@@ -1,6 +1,6 @@
 /*
  * processMark.h -- identifies one run of one process by its process id, its start time and the
- * boot. The kernel reuses process ids, but never the three together.
+ * boot.  The kernel reuses process ids, but never the three together.
  */
 #ifndef PELAGO_LINUX_PROCESSMARK_H
 #define PELAGO_LINUX_PROCESSMARK_H
@@ -18,8 +18,8 @@ struct ProcessMark {
     uint64_t start = 0; // clock ticks from the boot to the start of the process
     std::string boot;   // the kernel's id of the boot, without a newline
 
-    // Returns the mark of a running process; nullopt when there is none or it has ended and was not
-    // reaped, and when /proc cannot be read.  May throw std::bad_alloc.
+    // Returns the mark of a running process; nullopt when there is none, when it has ended and was
+    // not reaped yet, and when /proc cannot be read.  May throw std::bad_alloc.
     static std::optional<ProcessMark> Of(pid_t pid);
     // Parses what Text() wrote; nullopt for any other text.
     static std::optional<ProcessMark> FromText(std::string_view text);

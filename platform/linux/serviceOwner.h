@@ -26,19 +26,19 @@ enum class ServiceOwner {
     Dead
 };
 
-size_t ServiceCount(CFTypeRef services); // how often the array holds "disk"
+size_t ServiceCount(CFTypeRef services); // returns how often the array contains "disk"
 inline bool ServiceIsOn(CFTypeRef services) { return ServiceCount(services) > 0; }
 ServiceOwner ServiceOwnerOf(CFTypeRef services, const std::string &record);
 
-// Returns the record for after this process has changed the number of "disk" in the array from
+// Returns the record to write when this process changes the number of "disk" in the array from
 // before to after; empty for none.
 std::string ServiceRecordAfter(size_t before, size_t after, const std::string &recordBefore);
 
 void ServiceAppend(CFMutableArrayRef services);
 
-// Return a copy without the first "disk", which is what an owner removes at its end, or without
-// any.
+// Returns a copy without the first "disk", the one that an owner removes at its end.
 CFOwned<CFMutableArrayRef> ServiceCopyWithoutFirst(CFArrayRef services);
+// Returns a copy without any "disk".
 CFOwned<CFMutableArrayRef> ServiceCopyWithoutAny(CFArrayRef services);
 
 } // namespace pelago::platform

@@ -103,7 +103,7 @@ enum {
     kCFStringNormalizationFormKC = 3
 };
 /* Normalizes the string in place.  An immutable string or another form ends the process.  When
- * memory runs out on Linux, the string's text is lost: the functions above return FALSE or NULL. */
+ * memory runs out on Linux, the text is lost: the functions that read it return FALSE or NULL. */
 void CFStringNormalize(CFMutableStringRef string, CFStringNormalizationForm form);
 
 /* Arrays.  An index or a range outside the array ends the process. */
@@ -143,9 +143,8 @@ typedef CFIndex CFNumberType;
 enum { kCFNumberSInt64Type = 4, kCFNumberFloat64Type = 6 };
 CFTypeID CFNumberGetTypeID(void);
 CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void *value);
-/* Stores the number as the type.  Returns FALSE when the type cannot hold it exactly; it then
- * stores the nearest number that the type holds, but as an integer a fraction is cut off and NaN is
- * 0. */
+/* Stores the number as the type.  Returns FALSE when the type cannot hold it exactly, and stores
+ * the nearest number that it can; an integer type cuts a fraction off, and stores 0 for NaN. */
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void *value);
 Boolean CFNumberIsFloatType(CFNumberRef number);
 

@@ -45,10 +45,10 @@ SCPreferencesRef SCPreferencesCreate(CFAllocatorRef allocator, CFStringRef name,
 /*
  * Takes the file's lock, which other processes respect and which ends with its holder.  Only root
  * may take it.  With wait it waits until the lock is free; without, it fails with
- * kSCStatusPrefsBusy when another session holds the lock.  A session that holds it already gets
- * kSCStatusLocked. Fails with kSCStatusStale when another program has changed the file since this
- * session read it. On Linux it does so only if the session has changes that are not committed;
- * otherwise the session reads the file again.
+ * kSCStatusPrefsBusy when another session holds the lock.  A session that already holds the lock
+ * gets kSCStatusLocked.  Fails with kSCStatusStale when another program has changed the file since
+ * this session read it; on Linux only if the session has changes that are not committed, since it
+ * otherwise reads the file again.
  */
 Boolean SCPreferencesLock(SCPreferencesRef prefs, Boolean wait);
 Boolean SCPreferencesUnlock(SCPreferencesRef prefs);
