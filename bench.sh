@@ -1,10 +1,11 @@
 #!/bin/sh
-# bench.sh [NAME...] -- builds what ships, measures it beside its rivals, and prints one table.
+# bench.sh [NAME...] -- builds the product as it ships, compares its speed with its rivals', and prints a table.
 #
-# Runs those programs of bench/, by default all.  The table goes to build/bench/report.json, too, and,
-# drawn, to build/bench/report.svg.  "session" and "share" need root, for the throw-away machine that
-# the tool is measured on.  Ours and its rivals run in turn, the ratio is taken pair by pair, and figures
-# are medians; a busy machine shows in the spread of the ratio.  BENCH_REPETITIONS is 9 when not set.
+# Runs the benchmarks of these names in bench/, by default all.  Also writes the table to
+# build/bench/report.json, and as a chart to build/bench/report.svg.  "session" and "share" need root, for
+# the throw-away machine on which the tool is measured.  The product and its rivals run in turn, each ratio
+# is computed from one such pair of runs, and figures are medians.  On a busy machine the ratios' spread is
+# large.  BENCH_REPETITIONS is the number of pairs, by default 9.
 set -eu
 cd "$(dirname "$0")"
 tools/setup.sh --bench
@@ -18,8 +19,8 @@ if [ "$#" -eq 0 ]; then
     set -- $(cat "$build/bench/programs")
 fi
 
-# Where the tool runs, what is to be written durably lies in folders of the build's on a real disk, so
-# that it is.
+# The tool's files that must be durable are in these folders on a real disk, since the throw-away
+# machine's own files are in memory.
 disk=$(mktemp -d "$build/disk.XXXXXX")
 mkdir "$disk/Library"
 trap 'rm -rf "$disk"' EXIT
@@ -51,7 +52,7 @@ measure() {
 
 for name; do
     measure "$name" --repetitions="${BENCH_REPETITIONS:-9}" >"$build/$name.json"
-    # The names become the files of their results, in turn.
+    # Replaces the benchmark's name in the arguments by the file of its results.
     shift
     set -- "$@" "$build/$name.json"
 done

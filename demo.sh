@@ -1,9 +1,9 @@
 #!/bin/sh
-# demo.sh -- from a fresh machine to a share that a client reads, and then cannot.
+# demo.sh -- shares a folder, reads it as a client, ends the share, and shows that nothing is left of it.
 #
-# Installs what is needed, builds, and shows one session for real: the tool, its scripts, Samba and
-# a client, on a throw-away copy of this machine (tools/sandbox.sh), so that nothing of its own is
-# touched.  Needs root for that, and asks sudo for it.
+# Installs the packages that are needed, builds, and runs one real session: the tool, its scripts, Samba and
+# a client.  They run on a throw-away copy of this machine (tools/sandbox.sh), which itself is not changed.
+# The copy needs root, so a user who is not root is asked for sudo's password.
 # Exit status: 0 when every step held.
 set -eu
 cd "$(dirname "$0")"
@@ -18,9 +18,9 @@ failures=0
 
 if [ -t 1 ]; then bold=$(printf '\033[1m') plain=$(printf '\033[0m'); else bold='' plain=''; fi
 title() { printf '\n%s%s%s\n' "$bold" "$1" "$plain"; }
-tell() { printf '   %s\n' "$1"; }
+say() { printf '   %s\n' "$1"; }
 
-# expect TEXT COMMAND [ARG...]: shows whether the command held what the text says.
+# expect TEXT COMMAND [ARG...]: runs the command, and prints the text with "ok", or with "FAILED" and the output.
 expect() {
     expectation=$1
     shift
@@ -33,7 +33,7 @@ expect() {
     fi
 }
 
-# within SECONDS COMMAND [ARG...]: the command holds, or does so before the time is over.
+# within SECONDS COMMAND [ARG...]: repeats the command until it succeeds; fails when the time is over.
 within() {
     attempts=$(($1 * 20))
     shift
@@ -46,10 +46,11 @@ within() {
 
 # ---- The client
 
-# smbGet USER PASSWORD_FILE: fetches the file as that user would.
+# smbGet USER PASSWORD_FILE: fetches letter.txt as that user.
 smbGet() {
     PASSWD_FD=9 smbclient -U "$1" //127.0.0.1/Docs -c 'get letter.txt /tmp/fetched' 9<"$2" 2>&1
 }
+# isRefused USER PASSWORD_FILE STATUS: succeeds when the server refuses the user with that status.
 isRefused() {
     if answer=$(smbGet "$1" "$2"); then
         printf 'let in: %s\n' "$answer"
@@ -66,9 +67,9 @@ notHere() { ! "$@"; }
 isUser() { getent passwd "$1" || pdbedit -L -u "$1"; }
 isShare() { net conf showshare "$1"; }
 
-# What runs while the share is open.
+# Runs while the share is open.
 client() {
-    expect 'the preferences have "disk" now' servicesAre '<string>print</string><string>disk</string>'
+    expect 'the preferences contain "disk" now' servicesAre '<string>print</string><string>disk</string>'
     expect 'alice fetches letter.txt from \\127.0.0.1\Docs' fetchesTheLetter
     expect 'alice with a wrong password is refused' isRefused alice /root/wrong NT_STATUS_LOGON_FAILURE
     expect 'bob, who has a password of his own, is refused' \
@@ -91,7 +92,7 @@ prepare() {
 END_OF_PREFS
     cp "$prefs" /root/prefs.before
     umask 077
-    # shellcheck disable=SC2016 # a password may hold anything
+    # shellcheck disable=SC2016 # the password contains $taple as it is
     printf 'correct horse; "battery" $taple' >/root/password
     printf 'wrong\n' >/root/wrong
     printf 'bobs own\n' >/root/bob
@@ -104,15 +105,15 @@ END_OF_PREFS
     chown -R carol "$folder"
     chmod 0700 "$folder"
     timeout 300 "$bundle/Contents/Library/host/pelagoHost" switch &
-    tell "carol has $folder (mode 0700), the SMB service is off,"
-    tell 'bob is a user of this host, and alice is nobody yet.'
-    expect 'no alice here' notHere isUser alice
+    say "carol owns $folder (mode 0700).  The SMB service is off."
+    say 'bob is a user of this host.  There is no user alice yet.'
+    expect 'there is no user alice' notHere isUser alice
     expect 'nobody answers on port 445' cannotConnect
 }
 
 session() {
     [ -e /run/throw-away-machine ] || {
-        printf 'demo.sh: --session changes the machine, and runs in tools/sandbox.sh only\n' >&2
+        printf 'demo.sh: --session changes the machine: run it in tools/sandbox.sh only\n' >&2
         exit 1
     }
     prepare
@@ -122,12 +123,12 @@ session() {
         "$bundle/Contents/Library/shares/pelagoShareTool" \
         "$folder" Docs alice /root/password ro "$project/demo.sh" --client || status=$?
     title 'Afterwards'
-    expect 'the tool and the client ended well' [ "$status" -eq 0 ]
+    expect 'the tool and the client succeeded' [ "$status" -eq 0 ]
     expect 'the share is gone' notHere isShare Docs
     expect 'alice is gone' notHere isUser alice
     expect 'nobody answers on port 445 any more' within 10 cannotConnect
-    expect 'the preferences are what they were, to the byte' cmp "$prefs" /root/prefs.before
-    expect 'no process is left of the session' within 10 notHere pgrep -l 'smbd|pelagoShareTool|rpcd'
+    expect 'the preferences are the same as before, byte for byte' cmp "$prefs" /root/prefs.before
+    expect 'no process of the session is left' within 10 notHere pgrep -l 'smbd|pelagoShareTool|rpcd'
     title "$([ "$failures" -eq 0 ] && echo 'Every step held.' || echo "$failures steps failed.")"
     [ "$failures" -eq 0 ]
 }

@@ -1,13 +1,13 @@
 #!/bin/sh
-# test.sh [all | PRESET...] -- installs what is needed, builds, and runs the tests.
+# test.sh [all | PRESET...] -- installs the packages that are needed, builds, and runs the tests.
 #
-# Without arguments: that it builds for macOS and runs (macos), and the whole suite as it ships (dev).
-# "all" is what CI runs.  It adds that clang and clang-tidy have nothing to warn of (clang), what has
-# threads under the thread sanitizer (tsan), the fuzz targets for a moment (fuzz), and the suite under
-# the address and undefined-behaviour sanitizers (asan).
-# Most of it wants root, for the throw-away machines that tools/sandbox.sh makes; what is not run
-# without is said.
-# Exit status: 0 when every test that was run passed; where CI is true, all of them are.
+# Without arguments it builds for macOS and runs those programs' tests (macos), and runs the whole suite on the
+# product as it ships (dev).  "all" is what CI runs.  It also builds with clang and clang-tidy, which must not warn
+# (clang), runs the tests with threads under the thread sanitizer (tsan), runs each fuzz target for a moment (fuzz),
+# and runs the suite under the address and undefined-behaviour sanitizers (asan).
+# Most tests need root, for the throw-away machines that tools/sandbox.sh makes.  Without root they are not run,
+# and the output says so.
+# Exit status: 0 when every test that was run passed; where CI is true, no test may be left out.
 set -eu
 cd "$(dirname "$0")"
 tools/setup.sh
@@ -23,20 +23,19 @@ build() {
     cmake --build --preset "$1"
 }
 
-# Where the time went.
 slowest() {
-    say 'the ten tests that took longest, in seconds'
+    say 'the ten slowest tests, in seconds'
     for preset in $passed; do
         sed -n "s/.*<testcase name=\"\([^\"]*\)\".* time=\"\([0-9.]*\)\".*/\2 $preset \1/p" "build/$preset/tests.xml"
     done | sort -rn | head -n 10
 }
 
-# What touches the system's own paths, users or Samba runs on a machine of its own.
+# Tests that change the system's own paths, users or Samba run on throw-away machines.
 withoutSandbox='' passed='' notRun=''
 if ! tools/sandbox.sh --works; then
     withoutSandbox='-LE sandbox|samba'
-    say 'NOT RUN: what needs a machine of its own, for that takes root and overlay mounts'
-    [ "${CI-}" != true ] || { printf 'test.sh: where CI is true they must run\n' >&2; exit 1; }
+    say 'NOT RUN: tests on throw-away machines, which need root and overlay mounts'
+    [ "${CI-}" != true ] || { printf 'test.sh: where CI is true, these tests must run\n' >&2; exit 1; }
 fi
 
 mkdir -p build
@@ -49,17 +48,17 @@ for preset in "$@"; do
     status=0
     build "$preset" || status=$?
     if [ "$status" -eq 75 ] && [ "${CI-}" != true ]; then
-        say "NOT RUN: $preset, for what builds it could not be fetched"
+        say "NOT RUN: $preset, since its compiler or its sources could not be fetched"
         notRun="$notRun $preset"
         continue
     fi
     [ "$status" -eq 0 ] || exit "$status"
     if [ "$preset" = clang ]; then
-        say 'clang: nothing to warn of'
+        say 'clang: no warnings'
         continue
     fi
     say "$preset: test"
-    # Many of the tests wait most of their time: one more than there are processors.
+    # One test more than there are processors, since many tests wait most of their time.
     # shellcheck disable=SC2086 # an option and its value, or nothing
     ctest --preset "$preset" --parallel "$(($(nproc) + 1))" $withoutSandbox --output-junit tests.xml
     passed="$passed $preset"
@@ -68,6 +67,6 @@ done
 [ -z "$passed" ] || say "every test passed:$passed"
 [ -z "$notRun" ] || say "BUT NOT RUN:$notRun"
 case " $passed " in
-    *' dev '*) [ -d build/debian/root ] || say 'BUT NOT RUN: the packages on bare hosts, for these could not be fetched' ;;
+    *' dev '*) [ -d build/debian/root ] || say 'BUT NOT RUN: the packages on bare hosts, since no bare host could be fetched' ;;
 esac
-[ -z "$withoutSandbox" ] || say 'BUT NOT RUN: what needs a machine of its own'
+[ -z "$withoutSandbox" ] || say 'BUT NOT RUN: tests on throw-away machines'

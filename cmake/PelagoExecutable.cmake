@@ -1,13 +1,13 @@
-# The host that is built for, by the name of its folders.
+# PELAGO_HOST is the host that the build is for: the name of its folders in the source tree.
 if(CMAKE_SYSTEM_NAME STREQUAL Darwin)
     set(PELAGO_HOST macos)
 else()
     string(TOLOWER ${CMAKE_SYSTEM_NAME} PELAGO_HOST)
 endif()
 
-# Where the product's bundle is put together in the build tree.
+# The product's bundle in the build tree.
 set(PELAGO_BUNDLE ${PROJECT_BINARY_DIR}/Pelago.app)
-# Where it is installed, from the prefix.
+# The folder that the bundle is installed into, relative to the prefix.
 if(PELAGO_HOST STREQUAL macos)
     set(PELAGO_BUNDLE_PLACE .)
 else()

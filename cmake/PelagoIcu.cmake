@@ -1,5 +1,5 @@
-# pelago::icu -- ICU's common library.  All of its data would be five times the rest of the tool, so programs
-# of this tree, and on Linux the installed library, get what the product uses of it.
+# pelago::icu -- ICU's common library.  All of ICU's data would be five times the size of the rest of the tool,
+# so the programs of this tree, and on Linux the installed library, contain only the data that the product uses.
 add_library(pelago_icu INTERFACE)
 add_library(pelago::icu ALIAS pelago_icu)
 set_target_properties(pelago_icu PROPERTIES EXPORT_NAME icu)
@@ -8,9 +8,9 @@ find_program(PYTHON3 python3 REQUIRED)
 set(PELAGO_DATA_PACKAGE ${CMAKE_CURRENT_LIST_DIR}/../platform/icu/dataPackage.py)
 set(PELAGO_ICU_CONVERTERS "*.cnv" cnvalias.icu)
 
-# pelago_icu_data(TARGET SYMBOL PACKAGE ITEM...) adds these items of a data package of ICU's to a library,
-# under the name by which ICU's code knows its data.  Both packages are files that tests read:
-# PELAGO_ICU_PACKAGE and PELAGO_ICU_DATA.
+# pelago_icu_data(TARGET SYMBOL PACKAGE ITEM...) makes a data package of these items of ICU's PACKAGE, and adds it
+# to the library TARGET under SYMBOL, the name by which ICU's code refers to its data.  It sets PELAGO_ICU_PACKAGE
+# and PELAGO_ICU_DATA to the paths of ICU's package and of the new one, which tests read.
 function(pelago_icu_data target symbol package)
     get_filename_component(name ${package} NAME)
     set(data ${PROJECT_BINARY_DIR}/icu/${name})
@@ -26,7 +26,7 @@ function(pelago_icu_data target symbol package)
 endfunction()
 
 set(PELAGO_ICU44 "" CACHE PATH "On a Mac, ICU 4.4 itself: a folder with libicuuc.44.dylib, libicudata.44.dylib, icudt44l.dat")
-set(PELAGO_ICU_LICENCE "") # where it is to be put into the bundle
+set(PELAGO_ICU_LICENCE "") # the path of ICU's licence, where the bundle must contain it
 block(PROPAGATE PELAGO_ICU_PACKAGE PELAGO_ICU_DATA PELAGO_ICU_LICENCE PELAGO_ICU_SUFFIX)
     if(PELAGO_HOST STREQUAL linux)
         include(${CMAKE_CURRENT_LIST_DIR}/PelagoIcuLinux.cmake)

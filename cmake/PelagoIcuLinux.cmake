@@ -5,7 +5,7 @@ find_library(ICU_UC libicuuc.a REQUIRED)
 find_library(ICU_DATA libicudata.a REQUIRED)
 find_package(Threads REQUIRED)
 
-# The archive holds one object, and that one section, ICU's data package.
+# The archive contains one object, and the object one section with ICU's data package.
 file(STRINGS ${ICU_INCLUDE_DIR}/unicode/uvernum.h icuVersion REGEX "define U_ICU_VERSION_MAJOR_NUM ")
 string(REGEX REPLACE ".* " "" icuVersion "${icuVersion}")
 set(PELAGO_ICU_SUFFIX _${icuVersion})
@@ -18,7 +18,7 @@ add_custom_command(OUTPUT ${package}
     COMMAND ${CMAKE_OBJCOPY} -O binary --only-section=.rodata ${object} ${package}
     COMMAND ${CMAKE_COMMAND} -E rm ${object}
     DEPENDS ${ICU_DATA} WORKING_DIRECTORY ${whole} VERBATIM)
-# Normalization, which the SDK's own libraries do on a Mac, has its tables in nfkc.nrm.
+# nfkc.nrm has the tables for normalization, which the SDK's own libraries do on a Mac.
 add_library(pelago_icu_data STATIC)
 pelago_icu_data(pelago_icu_data icudt${icuVersion}_dat ${package} ${PELAGO_ICU_CONVERTERS} nfkc.nrm)
 

@@ -1,4 +1,4 @@
-# ICU's converters from its source, linked statically: a Mac has no ICU that programs may link.
+# ICU's converters, built from its source and linked statically: a Mac has no ICU that programs may link.
 set(PELAGO_ICU_SOURCE "" CACHE PATH "ICU 72.1's source: icu4c's archive, or the folder icu that is in it")
 if(NOT EXISTS "${PELAGO_ICU_SOURCE}")
     message(FATAL_ERROR "No source of ICU: set PELAGO_ICU_SOURCE to icu4c 72.1's archive, or to the folder icu in it "
@@ -6,7 +6,8 @@ if(NOT EXISTS "${PELAGO_ICU_SOURCE}")
 endif()
 set(icu ${PELAGO_ICU_SOURCE})
 if(NOT IS_DIRECTORY ${icu})
-    # Unpacked once: its name says of which archive, and it gets that name when all of it is there.
+    # Unpacked once for each archive, whose checksum is in the folder's name.  The folder gets that name only
+    # after everything was unpacked.
     file(SHA256 ${PELAGO_ICU_SOURCE} sum)
     set(unpacked ${PROJECT_BINARY_DIR}/icu/source-${sum})
     if(NOT EXISTS ${unpacked})
@@ -26,8 +27,8 @@ if(NOT version MATCHES "\"72\\.1\"")
     message(FATAL_ERROR "${PELAGO_ICU_SOURCE} is not the source of ICU 72.1, which Linux has: its converters are to be the same")
 endif()
 
-# What conversions need: the group "conversion" in source/test/depstest/dependencies.txt, with all that it
-# depends on, but for the data.
+# The sources that conversions need: the group "conversion" in source/test/depstest/dependencies.txt and all
+# groups that it depends on, except the data.
 set(names appendable charstr cmemory cstring cwchar patternprops putil restrace sharedobject stringpiece uarrsort
     ucln_cmn ucmndata ucnv ucnv2022 ucnv_bld ucnv_cb ucnv_cnv ucnv_ct ucnv_err ucnv_ext ucnv_io ucnv_lmb ucnv_u16
     ucnv_u32 ucnv_u7 ucnv_u8 ucnvbocu ucnvhz ucnvisci ucnvlat1 ucnvmbcs ucnvscsu udata udatamem udataswp uenum uhash
@@ -35,13 +36,13 @@ set(names appendable charstr cmemory cstring cwchar patternprops putil restrace 
 list(TRANSFORM names REPLACE "(.+)" "${icu}/source/common/\\1.cpp" OUTPUT_VARIABLE sources)
 add_library(pelago_icu_code STATIC ${sources})
 set(PELAGO_ICU_SUFFIX _72_pelago)
-# ICU's names get a suffix, so that a program may have another ICU 72 of its own.  Without files of its own
-# it needs no <tzfile.h> and opens nothing.
+# ICU's names get a suffix, so that a program may link another ICU 72, too.  Without its file functions
+# (UCONFIG_NO_FILE_IO) this ICU needs no <tzfile.h> and opens no files.
 target_include_directories(pelago_icu_code SYSTEM PUBLIC $<BUILD_INTERFACE:${icu}/source/common>)
 target_compile_definitions(pelago_icu_code
     PUBLIC $<BUILD_INTERFACE:U_STATIC_IMPLEMENTATION> $<BUILD_INTERFACE:U_LIB_SUFFIX_C_NAME=_pelago>
     PRIVATE U_COMMON_IMPLEMENTATION U_ENABLE_DYLOAD=0 UCONFIG_NO_FILE_IO=1)
-target_compile_options(pelago_icu_code PRIVATE -w) # warnings are its own makers' business
+target_compile_options(pelago_icu_code PRIVATE -w) # its warnings are for its own authors
 set_target_properties(pelago_icu_code PROPERTIES CXX_CLANG_TIDY "")
 pelago_icu_data(pelago_icu_code icudt_pelago72_dat ${icu}/source/data/in/icudt72l.dat ${PELAGO_ICU_CONVERTERS})
 set_target_properties(pelago_icu_code PROPERTIES OUTPUT_NAME pelago_icu EXPORT_NAME icuCode)

@@ -1,8 +1,8 @@
-# Tests of what was built for macOS, on this machine: tests/macos/runner runs Mach-O programs.
+# Runs the tests of a macOS build on this machine: tests/macos/runner runs Mach-O programs.
 include(ExternalProject)
 
 set(PELAGO_MACHO_RUNNER ${PROJECT_BINARY_DIR}/runner/machoRunner)
-# Darwin's numbers, such as those of errors, as the cross compiler's headers have them.
+# Darwin's constants, such as errno values, as the cross compiler's headers define them.
 set(PELAGO_DARWIN_NUMBERS ${PROJECT_BINARY_DIR}/runner/numbers/darwin.json)
 
 string(STRIP "${CMAKE_CXX_COMPILER_ARG1}" darwinOptions)
@@ -18,7 +18,8 @@ ExternalProject_Add(machoRunner
     BUILD_BYPRODUCTS ${PELAGO_MACHO_RUNNER} ${PELAGO_DARWIN_NUMBERS}
     INSTALL_COMMAND "")
 
-# The product for this machine: tests use its scripts, a caller of the tool, and ICU, and compare its library.
+# The product built for this machine: tests use its scripts, its example caller and its ICU, and compare its
+# library with the macOS one.
 set(PELAGO_LINUX_BUILD ${PROJECT_BINARY_DIR}/linux)
 ExternalProject_Add(linuxBundle
     SOURCE_DIR ${PROJECT_SOURCE_DIR}
@@ -29,9 +30,9 @@ ExternalProject_Add(linuxBundle
     BUILD_COMMAND ${CMAKE_COMMAND} --build . --target pelago_bundle shareWhile tellConvertersOfAllData twins
     INSTALL_COMMAND "")
 add_custom_target(machoPrograms ALL)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${PELAGO_MACHO_RUNNER}) # of tests that are programs
+set(CMAKE_CROSSCOMPILING_EMULATOR ${PELAGO_MACHO_RUNNER}) # runs tests that are programs
 
-# pelago_macho_program(TARGET) makes TARGET.elf beside a program: an executable of this machine's that runs it.
+# pelago_macho_program(TARGET) makes TARGET.elf, an executable for this machine that runs the program TARGET.
 function(pelago_macho_program target)
     add_custom_command(OUTPUT ${target}.elf
         COMMAND ${PELAGO_MACHO_RUNNER} --wrap $<TARGET_FILE:${target}> ${target}.elf

@@ -1,21 +1,21 @@
-# What takes longer hangs.
+# A test that takes longer than this is taken for a hanging one.
 set(PELAGO_TEST_SECONDS 300 CACHE STRING "how long one test may take")
 
-# A failed allocation is an answer here, not an error of the sanitizer's.
+# Tests expect allocations to fail; the sanitizers must return NULL then, not report an error.
 set(PELAGO_TEST_ENVIRONMENT "ASAN_OPTIONS=allocator_may_return_null=1;TSAN_OPTIONS=allocator_may_return_null=1")
 
-# Status 0 is not enough: all tests must have run.
+# Runs a test program, and fails if it ends before all of its tests have run, whatever its status.
 set(PELAGO_COMPLETE ${PROJECT_SOURCE_DIR}/tests/support/complete.sh)
 
-# Where the build is for another host, a runner of that host's programs is CMAKE_CROSSCOMPILING_EMULATOR,
-# and a table says what does not run that way: "suite  reason", or "suite:Case.name  reason".
+# In a cross build CMAKE_CROSSCOMPILING_EMULATOR runs the test programs.  A table lists the suites and cases that
+# cannot run that way: "suite  reason", or "suite:Case.name  reason".
 set(PELAGO_NOT_RUN ${PROJECT_SOURCE_DIR}/tests/macos/notRun.txt)
 if(PELAGO_CROSS)
     file(STRINGS ${PELAGO_NOT_RUN} PELAGO_NOT_RUN_ROWS REGEX "^[^#]")
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PELAGO_NOT_RUN})
 endif()
 
-# pelago_register(NAME LABEL COMMAND...) registers the program NAME_test, which is started by the command.
+# pelago_register(NAME LABEL COMMAND...) registers the program NAME_test as a test, started through COMMAND.
 function(pelago_register name label)
     set(isOut ${PELAGO_NOT_RUN_ROWS})
     list(FILTER isOut INCLUDE REGEX "^${name} ")
@@ -31,7 +31,7 @@ function(pelago_register name label)
         set(casesOut --gtest_filter=-${casesOut})
     endif()
     set(program ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}_test>)
-    set(wrapped $<TARGET_PROPERTY:${name}_test,PELAGO_ELF>) # with the runner before it, in one file
+    set(wrapped $<TARGET_PROPERTY:${name}_test,PELAGO_ELF>) # the runner and the program in one file
     add_test(NAME ${name} COMMAND_EXPAND_LISTS
              COMMAND ${ARGN} ${PELAGO_COMPLETE} "$<IF:$<BOOL:${wrapped}>,${wrapped},${program}>" ${casesOut})
     set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT ${PELAGO_TEST_SECONDS}
@@ -50,13 +50,13 @@ function(pelago_test name)
     pelago_register(${name} unit)
 endfunction()
 
-# pelago_sandboxed_test(NAME [LIBRARY...]) does the same, and runs it on a machine of its own.
+# pelago_sandboxed_test(NAME [LIBRARY...]) does the same, and runs the test in tools/sandbox.sh.
 function(pelago_sandboxed_test name)
     pelago_test_program(${name} ${ARGN})
     pelago_register(${name} sandbox ${PROJECT_SOURCE_DIR}/tools/sandbox.sh)
 endfunction()
 
-# pelago_host_program(NAME) builds NAME.cpp for the host that runs the tests, whichever is built for.
+# pelago_host_program(NAME) builds NAME.cpp for the host that runs the tests, also in a cross build.
 function(pelago_host_program name)
     if(NOT PELAGO_CROSS)
         add_executable(${name} ${name}.cpp)
@@ -71,21 +71,21 @@ function(pelago_host_program name)
     add_dependencies(${name} ${name}Program)
 endfunction()
 
-# pelago_wrap(TARGET CALL...) puts the test's own __wrap_CALL in the place of each of these calls.  What
-# that reads and changes is more than a compiler knows of the call, so it must not know the call.
+# pelago_wrap(TARGET CALL...) replaces each of these calls by the test's own __wrap_CALL.  -fno-builtin: a
+# compiler that knows the call would assume that it does not read or change the test's variables.
 function(pelago_wrap target)
     foreach(call ${ARGN})
         target_link_options(${target} PRIVATE -Wl,--wrap=${call})
         target_compile_options(${target} PRIVATE -fno-builtin-${call})
     endforeach()
-    if(PELAGO_CROSS) # its linker does not know the option
+    if(PELAGO_CROSS) # the cross compiler's linker lacks --wrap
         set_target_properties(${target} PROPERTIES RULE_LAUNCH_LINK
             "python3 ${PROJECT_SOURCE_DIR}/tests/macos/linkWrapped.py")
     endif()
 endfunction()
 
-# pelago_thread_locals(TARGET) is for one that has thread-local objects: without optimisation the cross
-# compiler loses a register where it calls their constructors.
+# pelago_thread_locals(TARGET) is for targets with thread-local objects: without optimisation the cross
+# compiler's code loses a register where it calls their constructors.
 function(pelago_thread_locals target)
     if(PELAGO_CROSS)
         target_compile_options(${target} PRIVATE "SHELL:-Xclang -O1")
@@ -99,14 +99,15 @@ function(pelago_refuse_allocations target)
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:pelago_allocations>)
 endfunction()
 
-# pelago_marked_sinks(NAME...) gives tests sinks that they can tell apart: tests/support/markedSinks.cpp.
+# pelago_marked_sinks(NAME...) gives tests sinks that write their names: tests/support/markedSinks.cpp.
 function(pelago_marked_sinks)
     foreach(name ${ARGN})
         set_target_properties(${name}_test PROPERTIES PELAGO_MARKED_SINKS ON)
     endforeach()
 endfunction()
 
-# pelago_knows_itself(NAME...) is for tests that ask the kernel which program they are, or start copies of it.
+# pelago_knows_itself(NAME...) is for tests that ask the kernel for their own program, or start copies of it: in a
+# cross build the kernel sees the runner, unless runner and program are one file.
 function(pelago_knows_itself)
     if(PELAGO_CROSS)
         foreach(name ${ARGN})
@@ -115,7 +116,7 @@ function(pelago_knows_itself)
     endif()
 endfunction()
 
-# pelago_threads_test(NAME) has a test run under the thread sanitizer, too: it has threads or atomics.
+# pelago_threads_test(NAME) makes a test with threads or atomics run under the thread sanitizer, too.
 add_custom_target(threadsTests)
 function(pelago_threads_test name)
     add_dependencies(threadsTests ${name}_test)
@@ -124,7 +125,7 @@ function(pelago_threads_test name)
     endif()
 endfunction()
 
-# pelago_sandbox_test(NAME FILE [VAR=VALUE...]) runs a Python test file on a machine of its own.
+# pelago_sandbox_test(NAME FILE [VAR=VALUE...]) registers a Python test file, which runs in tools/sandbox.sh.
 function(pelago_sandbox_test name file)
     add_test(NAME ${name}
              COMMAND ${PROJECT_SOURCE_DIR}/tools/sandbox.sh python3 ${CMAKE_CURRENT_SOURCE_DIR}/${file}
@@ -133,9 +134,9 @@ function(pelago_sandbox_test name file)
                          ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;${ARGN}")
 endfunction()
 
-# pelago_judges(TEST FILE...) says what the test judges: these files, and those whose paths begin like that.
-# tools/mutate.py has it run when one of them is changed, and reads this from judges.txt: "test|targets|files".
-# Said where the test is declared; what it needs is known from there.
+# pelago_judges(TEST FILE...) declares that TEST checks these files; each FILE is the beginning of a path.
+# tools/mutate.py runs TEST for a change in one of them, and reads this from judges.txt: "test|targets|files".
+# Called after the test was declared, since the targets are found in the test's properties.
 function(pelago_judges test)
     if(NOT TEST ${test})
         return() # not in this build
@@ -154,7 +155,7 @@ function(pelago_judges test)
         list(APPEND targets pelago_bundle)
     endif()
     get_property(fixtures TEST ${test} PROPERTY FIXTURES_REQUIRED)
-    if(fixtures) # the packages, of all that is built
+    if(fixtures) # the packages, which contain everything that is built
         list(APPEND targets all)
     endif()
     list(JOIN targets " " targets)
@@ -162,7 +163,7 @@ function(pelago_judges test)
     set_property(GLOBAL APPEND PROPERTY PELAGO_JUDGES "${test}|${targets}|${files}")
 endfunction()
 
-# pelago_write_judges() is called when all of them are known.
+# pelago_write_judges() writes judges.txt; it is called after every pelago_judges().
 function(pelago_write_judges)
     get_property(judges GLOBAL PROPERTY PELAGO_JUDGES)
     list(JOIN judges "\n" judges)

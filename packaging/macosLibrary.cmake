@@ -1,4 +1,4 @@
-# The library as it is installed for macOS: its archives, and ICU's converters.
+# Installs the library for macOS: its archives, and ICU's converters.
 if(TARGET pelago_icu_code)
     set(PELAGO_ICU_LIBRARY -lpelago_icu)
     install(TARGETS pelago_icu_code EXPORT pelago
@@ -14,7 +14,7 @@ add_custom_target(pelago_library DEPENDS pelago_foundation)
 configure_file(pelagoConfig-macos.cmake pelagoConfig.cmake COPYONLY)
 pelago_pkg_config(pelago-foundation pelago-foundation-macos.pc.in)
 if(PELAGO_CROSS)
-    # Where there is no SDK, a program that is linked with the library has the same need of its stubs.
+    # Without the SDK, a program that links the library needs the stubs of the SDK's libraries, too.
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/macos/stubs/Frameworks
             DESTINATION ${CMAKE_INSTALL_LIBDIR}/pelago COMPONENT development)
 endif()

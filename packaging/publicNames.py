@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""publicNames.py FOLDER COMPILER HEADER... -- the functions and variables that the public headers declare.
+"""publicNames.py FOLDER COMPILER HEADER... -- lists the functions and variables that the public headers declare.
 
-They go into four files in the folder: publicNames.txt has one a line, publicNames.ld asks a linker for them,
-publicNames.map has a shared library export nothing else, and sinks.list names those that a program may replace
-in it.  What is inline or static is no name of the library.
+It writes four files into the folder: publicNames.txt has one name a line; publicNames.ld makes a linker keep the
+names; publicNames.map makes a shared library export no other names; sinks.list names the functions in it that a
+program may replace.  Inline and static functions are not listed.
 """
 
 import re
@@ -18,7 +18,7 @@ def preprocessed(compiler, headers):
 
 
 def own_lines(text, headers):
-    """The lines of these headers, without those of the headers that they include."""
+    """Yields the lines of these headers, without the lines of the headers that they include."""
     is_own = False
     for line in text.splitlines():
         if marker := re.match(r'# \d+ "(.*?)"', line):
@@ -28,7 +28,7 @@ def own_lines(text, headers):
 
 
 def replaced(pattern, by, text):
-    """The text with what the pattern finds replaced, from the innermost outwards."""
+    """Returns the text with all matches of the pattern replaced, the innermost first."""
     while (changed := re.sub(pattern, by, text)) != text:
         text = changed
     return text
@@ -36,8 +36,8 @@ def replaced(pattern, by, text):
 
 def names(text):
     text = re.sub(r"\b(__attribute__|__asm__)\b", "", text)
-    text = replaced(r"\{[^{}]*\}", ";", text)  # a body of a function or of a type
-    text = replaced(r"\(([^()]*)\)", "\0", text)  # a list of arguments is one mark
+    text = replaced(r"\{[^{}]*\}", ";", text)  # the bodies of functions and types
+    text = replaced(r"\(([^()]*)\)", "\0", text)  # each list of parameters becomes one character
     for statement in text.split(";"):
         if re.match(r"\s*(typedef|static)\b", statement):
             continue

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""bench_report.py REPORT RESULTS.json... -- makes one table of what the programs of bench/ measured.
+"""bench_report.py REPORT RESULTS.json... -- prints one table of the results of the programs in bench/.
 
-A line for each goal: the workload, ours, the peer that the goal names or else the best, the ratio to
-it, the goal, whether it is met, and how far the ratio was spread over the repetitions.  Writes the
-same to REPORT.json and draws it to REPORT.svg.
+The table has a line for each goal: the workload, our time, the time of the peer that the goal names (or else of the
+best peer), the ratio of the two, the goal, whether it is met, and the spread of the ratio over the repetitions.
+Also writes the table to REPORT.json, and a chart of it to REPORT.svg.
 """
 
 import json
@@ -19,7 +19,7 @@ HEAD = ("workload", "ours", "peer", "ratio", "goal", "met", "spread", "which pee
 
 
 def spread(values):
-    """How far the middle half of the repetitions reaches, in parts of the median."""
+    """Returns the interquartile range of the values, as a fraction of their median."""
     if len(values) < 2:
         return 0.0
     low, _, high = statistics.quantiles(values, n=4)
@@ -27,8 +27,8 @@ def spread(values):
 
 
 def is_met(goal, ours, peer, ratio):
-    """A goal in times is held against the ratio that was taken pair by pair, one with time on top
-    against the times."""
+    """Returns whether the goal is met.  A plain factor is compared with the ratio that was taken pair by pair; a goal
+    that adds an amount of time is compared with the median times."""
     if goal["plus_us"]:
         return ours <= goal["ratio"] * peer + 1000 * goal["plus_us"]
     return ratio <= goal["ratio"]
@@ -43,7 +43,7 @@ def goal_text(goal):
 
 
 def workload_rows(workload):
-    """A row for each goal.  The best peer has one even where no goal is about it."""
+    """Yields a row for each goal, and one for the best peer if no goal is about it."""
     ours = statistics.median(workload["ours_ns"])
     peers = {rival["name"]: rival for rival in workload["rivals"]}
     best = max((rival for rival in workload["rivals"] if rival["counts"]),
@@ -60,7 +60,7 @@ def workload_rows(workload):
 
 
 def mean_row(mean, workloads):
-    """The geometric mean of the ratios to one peer, over the workloads that have it."""
+    """Returns a row with the geometric mean of the ratios to one peer, over the workloads that have this peer."""
     goal = mean["goal"]
     ratios = [rival["ratios"] for workload in workloads for rival in workload["rivals"]
               if rival["name"] == goal["rival"]]
@@ -110,19 +110,19 @@ def print_table(programs):
             previous = line[0]
 
 
-LABELS, SCALE, PEERS = 400, 360, 320  # pixels: the names on the left, the bars, what they are compared with
-LEAST, MOST = -6, 3  # the scale's ends, as powers of two
+LABELS, SCALE, PEERS = 400, 360, 320  # widths in pixels: the workloads' names, the bars, the peers' names
+LEAST, MOST = -6, 3  # the exponents of two at the scale's ends
 ROW = 17
 
 
 def at(ratio):
-    """Where a ratio is on the scale; beyond its ends, the end."""
+    """Returns the x coordinate of a ratio; a ratio outside the scale is at its end."""
     power = math.log2(min(max(ratio, 2 ** LEAST), 2 ** MOST))
     return LABELS + SCALE * (power - LEAST) / (MOST - LEAST)
 
 
 def draw_row(row, y):
-    """A bar from 1 to the ratio, to the left where ours is faster, and a line where the goal is."""
+    """Yields a bar from 1 to the ratio, which points left where ours is faster, and a line at the goal."""
     ends = sorted((at(1), at(row["ratio"])))
     colour = "#c2571a" if row["met"] is False else "#2a6fb0"
     yield (f'<text x="{LABELS - 8}" y="{y}" text-anchor="end">{escape(row["workload"])}</text>'
@@ -134,7 +134,7 @@ def draw_row(row, y):
 
 
 def draw(programs, path):
-    """Every ratio as a bar, on one scale."""
+    """Draws every ratio as a bar, all on the same scale."""
     parts, y = [], 44
     for program in programs:
         y += 12
@@ -151,7 +151,7 @@ def draw(programs, path):
     Path(path).write_text(
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{LABELS + SCALE + PEERS}" height="{y + 10}" '
         'font-family="sans-serif" font-size="12"><rect width="100%" height="100%" fill="white"/>'
-        f'<text x="{LABELS + SCALE / 2}" y="14" text-anchor="middle">our time in parts of the peer\'s; '
+        f'<text x="{LABELS + SCALE / 2}" y="14" text-anchor="middle">our time divided by the peer\'s; '
         f'the black line is the goal, orange misses it</text>{"".join(grid)}{"".join(parts)}</svg>\n')
 
 

@@ -1,13 +1,13 @@
 #!/bin/sh
-# byHand.sh [PREFIX...] -- a whole session of the tool that was built, by hand, on a throw-away machine.
+# byHand.sh [PREFIX...] -- runs a session of the tool that was built, on a throw-away machine, to try it by hand.
 #
 #    sudo tools/byHand.sh               shares /srv/docs as Docs for alice until Enter is pressed
-#    sudo tools/byHand.sh gdb --args    the same in the debugger
-#    sudo tools/byHand.sh strace -f     the same traced
+#    sudo tools/byHand.sh gdb --args    does the same in the debugger
+#    sudo tools/byHand.sh strace -f     does the same under strace
 #
 # The machine has Samba, the service switch, and preferences in which the service is off.
 # PELAGO_BUILD is the build folder, by default build/dev.
-# Exit status: the tool's or PREFIX's; 1 when there is no tool; 125 when there can be no such machine.
+# Exit status: the tool's or PREFIX's; 1 when the tool is not built; 125 when no throw-away machine can be made.
 set -eu
 project=$(cd "$(dirname "$0")/.." && pwd -P)
 library=${PELAGO_BUILD:-$project/build/dev}/Pelago.app/Contents/Library

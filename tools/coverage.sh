@@ -1,14 +1,14 @@
 #!/bin/sh
-# coverage.sh -- which lines and branches of the product its tests reach.
+# coverage.sh -- measures which lines and branches of the product the tests reach.
 #
-# Builds with counters (preset coverage), runs the tests, on throw-away machines too, and prints a
-# table of the folders.  lib/ and apps/ have goals, 99 % of the lines and 95 % of the branches, and what
-# is never reached there is looked up in tools/uncovered.md, which gives the reason.
-# Exit status: 0 when the goals are met, everything that is not reached has a reason, and no test failed
-# but those that the counters disturb.
+# Builds with counters (preset coverage), runs the tests, also those on throw-away machines, and prints a table
+# of the folders.  lib/ and apps/ have goals: 99 % of the lines and 95 % of the branches.  For every line and
+# branch there that is never reached, tools/uncovered.md must give a reason.
+# Exit status: 0 when the goals are met, every line and branch that is not reached has a reason, and no test
+# failed except those that the counters disturb.
 set -eu
 cd "$(dirname "$0")/.."
-# The counters open and map a file in each process: these look at all that a process has or calls.
+# The counters open and map a file in each process.  These tests check all open files or all calls of a process.
 DISTURBED=' posixExec daemonize.faults faults.sample '
 tools/setup.sh
 build=$(pwd -P)/build/coverage
@@ -18,7 +18,7 @@ cmake --preset coverage >/dev/null
 cmake --build --preset coverage
 rm -rf "$counts"
 mkdir -p "$counts"
-chmod 1777 "$counts" # tests are other users, too
+chmod 1777 "$counts" # some tests run as other users
 PELAGO_COUNTS=$counts ctest --preset coverage --parallel 2 >"$build/tests.log" || :
 grep -q '^100% tests passed\|tests FAILED:' "$build/tests.log" || { cat "$build/tests.log" >&2; exit 1; }
 # shellcheck disable=SC2013 # a name a line

@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
-"""coverage_report.py COVERAGE.json UNCOVERED.md -- the table of coverage, and what lacks a reason.
+"""coverage_report.py COVERAGE.json UNCOVERED.md -- prints a table of the coverage, and the gaps without a reason.
 
-COVERAGE.json is what llvm-cov exports.  A branch has two sides; of a template's and an inline function's,
-what any instance reached counts.  What only the compiler calls, to make a table, is left out.  A reason is a row of a table in UNCOVERED.md:
-| file | `` a line with such a branch, or a piece of it `` | reason |.
-Exit status 1 when lib or apps miss their goals, a branch there lacks a reason, or a reason is not needed.
+COVERAGE.json is the export of llvm-cov.  A branch has two sides; a side in a template or in an inline function counts
+as reached when any of its instances reached it.  Functions that only the compiler calls, to make a table, are left
+out.  A reason is a row of a table in UNCOVERED.md:
+| file | `` the line with the gap, or a piece of it `` | reason |.
+A gap is a branch of which one side was not reached, or a function that was not called.
+Exit status 1 when lib or apps miss their goals, a gap there lacks a reason, or a reason is not needed.
 """
 
 import json
@@ -30,7 +32,7 @@ def percent(covered, total):
 
 
 def branches(file):
-    """Line, and whether it went either way, by place."""
+    """Returns {place: [whether it was ever true, whether it was ever false]}; a place begins with the line."""
     found = defaultdict(lambda: [False, False])
     for *place, was_true, was_false, _, _, _ in file["branches"]:
         sides = found[tuple(place)]
@@ -40,7 +42,7 @@ def branches(file):
 
 
 def uncalled(functions):
-    """File, first and last line of each function that no instance of was called."""
+    """Returns the file, the first and the last line of each function of which no instance was called."""
     called = defaultdict(bool)
     for function in functions:
         first, _, last, *_ = function["regions"][0]
@@ -49,7 +51,7 @@ def uncalled(functions):
 
 
 def is_made_by_the_compiler(source, first):
-    """Whether the function whose body begins in that line is there for the compiler to call: nobody else did."""
+    """Returns whether the uncalled function whose body begins in that line is one that the compiler evaluates."""
     head = first - 1
     while head > 0 and not source[head - 1].rstrip().endswith((";", "}", "{", ":")) and source[head - 1].strip():
         head -= 1
@@ -94,7 +96,7 @@ def main(coverage, page):
         print(f"| {name} | {line} of {all_lines} | {percent(line, all_lines):.1f} % "
               f"| {branch} of {all_branches} | {percent(branch, all_branches):.1f} % |")
     if not all(sums[name][0] for name in GOAL_FOLDERS):
-        sys.exit("coverage_report.py: nothing was counted")
+        sys.exit("coverage_report.py: no line of lib, or none of apps, was counted")
     missed = [name for name in GOAL_FOLDERS
               if percent(*sums[name][:2]) < LINES or percent(*sums[name][2:]) < BRANCHES]
     unused = sorted(known - used)

@@ -1,15 +1,20 @@
 #!/bin/sh
-# faults.sh [SECONDS | --place PLACE] -- everything that can go wrong, at every place, one at a time.
+# faults.sh [SECONDS | --place PLACE] -- provokes every failure at every place, one at a time.
 #
-# Builds, and then: the tool with each of its system calls failing, killed in each, with short reads
-# and writes, and with each allocation refused; 10,000 runs of it; two at once, one of them killed in each
-# call; the same for a commit of the preferences, with 1,000 rounds of two at once; for starting a daemon;
-# the library's wrappers with each system call under them failing; every function of the library without
-# memory, each block refused; 10^8 floating-point formats; and each fuzz target for SECONDS, 20 when not set.
+# Builds the product, and then runs:
+# - the tool: each of its system calls fails, or the tool is killed in it; reads and writes are short; each
+#   allocation is refused
+# - two tools at once, one of which is killed in each of its calls
+# - 10,000 runs of the tool
+# - the library's wrappers: each system call that they make fails
+# - 10^8 floating-point formats
+# - a commit of the preferences: it is killed, or fails, in each call; and 1,000 rounds of two commits at once
+# - every function of the library with each of its allocations refused; the failures of starting a daemon
+# - each fuzz target for SECONDS, by default 20
 # Ends with a summary, which is kept in build/faults.txt.
-#   --place PLACE   does what the summary of the tool names so again, and shows it
+#   --place PLACE   repeats the failure that the tool's summary lists as PLACE, and shows it
 # Needs root, for the throw-away machines that tools/sandbox.sh makes.
-# Exit status: 0 when all that happened is explained, and nothing was found.
+# Exit status: 0 when every failure had the expected result, and no fuzz target found a fault.
 # shellcheck disable=SC2317 # part calls the functions by their names
 set -eu
 cd "$(dirname "$0")/.."
@@ -24,7 +29,7 @@ case "$#:${1-}" in
     1:*) seconds=$1 ;;
     *) fail 'usage: faults.sh [SECONDS | --place PLACE]' ;;
 esac
-tools/sandbox.sh --works || fail 'no machine of its own can be made here: that takes root and overlay mounts'
+tools/sandbox.sh --works || fail 'no throw-away machine can be made here: that needs root and overlay mounts'
 tools/setup.sh
 
 build() {
@@ -49,24 +54,24 @@ if [ -n "$place" ]; then
 fi
 build fuzz
 
-# Each part goes on whatever the others have found.
+# A failed part does not end the run: the other parts follow.
 summary=$PWD/build/faults.txt log=$PWD/build/faults.log status=0
 : >"$summary"
-tell() { printf '%s\n' "$1" | tee -a "$summary"; }
+say() { printf '%s\n' "$1" | tee -a "$summary"; }
 
-# part TITLE PATTERN COMMAND [ARG...]: runs the command; what matches goes into the summary.
+# part TITLE PATTERN COMMAND [ARG...]: runs the command; lines of its output that match go into the summary.
 part() {
-    tell "== $1"
+    say "== $1"
     pattern=$2
     shift 2
     result=passed
     "$@" >"$log" 2>&1 || { result=FAILED status=1; }
     [ "$result" = passed ] || cat "$log"
     grep -E "$pattern" "$log" | tee -a "$summary" || :
-    tell "   $result"
+    say "   $result"
 }
 
-# toolTest SCRIPT [VAR=VALUE...]: one more of the tool's tests, with its parameters.
+# toolTest SCRIPT [VAR=VALUE...]: runs a script of tests/faults on the tool, with its parameters.
 toolTest() {
     script=$1
     shift

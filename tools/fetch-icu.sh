@@ -1,9 +1,9 @@
 #!/bin/sh
-# fetch-icu.sh FOLDER -- puts ICU's source into FOLDER, as icu_72.1.orig.tar.gz.
+# fetch-icu.sh FOLDER -- fetches ICU's source into FOLDER, as icu_72.1.orig.tar.gz.
 #
-# It is the source of Debian 12's own ICU, so that both hosts have the same converters, and comes from where
-# this machine's apt has its packages.  A file of that name which is whole is left as it is.
-# Exit status: 0 it is there; 75 it could not be had; 1 it is not the file that it has to be.
+# It is the source of Debian 12's own ICU, so that Linux and macOS have the same converters.  It is fetched from
+# the servers that this machine's apt uses.  If FOLDER has the whole file already, nothing is fetched.
+# Exit status: 0 the file is there; 75 it could not be fetched; 1 apt fetched a different file, or wrong usage.
 set -eu
 
 name=icu_72.1.orig.tar.gz
@@ -18,11 +18,11 @@ isWhole() { [ -f "$1" ] && [ "$(sha256sum <"$1")" = "$sum  -" ]; }
 mkdir -p -- "$1"
 folder=$(cd -- "$1" && pwd)
 if isWhole "$folder/$name"; then
-    say "ICU's source is there"
+    say "ICU's source was fetched before"
     exit 0
 fi
 
-# What apt needs to know is in a folder of its own: this machine's apt stays as it is.
+# apt's configuration, lists and cache are in this folder: this machine's own are not changed.
 making=$folder/icu.making
 log=$making/log
 rm -rf -- "$making"
@@ -30,7 +30,7 @@ mkdir -p "$making/lists/partial" "$making/cache/archives/partial"
 
 cannotBeHad() {
     [ ! -s "$log" ] || cat "$log" >&2
-    say "$1; the build for macOS cannot be made now" >&2
+    say "$1; the product cannot be built for macOS now" >&2
     exit 75
 }
 
@@ -39,15 +39,15 @@ configureApt() {
     apt-get indextargets --format 'deb-src $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' |
         awk -v release="$release" '$3 == release' | sort -u >"$making/sources.list"
     {
-        apt-config dump | grep '^Acquire::' # how this machine reaches them
+        apt-config dump | grep '^Acquire::' # how this machine reaches the servers
         printf 'Dir::Etc::%s;\n' "SourceList \"$making/sources.list\"" 'SourceParts "/dev/null"'
         printf 'Dir::%s;\n' "State::Lists \"$making/lists\"" "Cache \"$making/cache\""
-        # The user that apt would work as may not enter this folder, and needs a /dev/null that all may write to.
+        # apt's own user may not be allowed to enter this folder, and needs a /dev/null that all can write to.
         printf 'APT::Sandbox::User "root";\n'
     } >"$making/apt.conf"
 }
 
-say "fetching ICU's source from where apt has its packages"
+say "fetching ICU's source with apt"
 command -v apt-get >/dev/null || cannotBeHad 'there is no apt'
 configureApt
 [ -s "$making/sources.list" ] || cannotBeHad "apt has no packages of $release here"

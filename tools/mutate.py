@@ -1,18 +1,19 @@
 #!/usr/bin/env python3
-"""mutate.py [--count N] [--seed S] [--jobs J] [--again] [PATH...] -- do the tests notice when the code is wrong?
+"""mutate.py [--count N] [--seed S] [--jobs J] [--again] [PATH...] -- measures whether the tests notice wrong code.
 
-Makes one change at a time (tools/mutations.py has the kinds) in the product's sources and scripts, or in those of the
-files and folders given, builds what judges that file, and runs it; which tests these are is said where they are declared
-(pelago_judges).  The kinds take turns, and the places of each are drawn at random, the same ones for the same seed.
-What does not compile, or compiles to the same code, is drawn anew.
+Makes one change at a time in the product's sources and scripts, or only in the files and folders given, and builds and
+runs the tests that judge the changed file.  tools/mutations.py defines the kinds of changes; pelago_judges(), where a
+test is declared, names the files that it judges.  Kinds take turns, and the places of each kind are drawn at random;
+the same seed draws the same ones.  A change that does not compile, or compiles to the same code, is not counted, and
+another one is drawn.
 
-Works on copies of the tree in build/mutants, and notes each outcome in journal.jsonl there: a run that is started
-once more goes on where it was ended, as long as the file is the same.  --again tries those once more that survived.
-It needs root, for tests on throw-away machines.
+It works on copies of the tree in build/mutants, and records each outcome in journal.jsonl there.  When it is run again
+it continues after the last outcome; the outcomes of a file count for as long as the file is not changed.  --again
+repeats the changes that survived.  It needs root, for tests on throw-away machines.
 
-Prints every mutant, then those that survived, but for the ones that tools/survivors.md knows to be none of the tests'
-business, and what was noticed in each part of the product.
-Exit status: 0 when enough was noticed in each part (GOALS); 1 otherwise, or when the unchanged tree fails.
+Prints every mutant, then the survivors without those for which tools/survivors.md gives a reason, and then the share
+that was noticed in each part of the product.
+Exit status: 0 when each part reaches its goal (GOALS); 1 otherwise, or when a test fails on the unchanged tree.
 """
 
 import argparse
@@ -37,25 +38,25 @@ from mutations import mutations
 ROOT = Path(__file__).resolve().parents[1]
 MUTANTS = ROOT / "build/mutants"
 GOALS = {"apps": 0.95, "lib": 0.95, "platform": 0.9, "product": 0.9}  # of all mutants in that part
-SECONDS = 100  # a test that takes longer has noticed; those of scripts have three times as long
-MEMORY = 12 << 30  # bytes that a process may have: a mutant may not know when to stop
-FILE = 1 << 30  # bytes that a file may have
+SECONDS = 100  # a test that takes longer has noticed the change; tests of scripts get three times as long
+MEMORY = 12 << 30  # the most bytes for a process: a mutant may allocate without end
+FILE = 1 << 30  # the most bytes for a file
 SOURCES = ("apps/**/*.cpp", "lib/**/*.cpp", "lib/**/*.h", "platform/linux/*.cpp", "platform/linux/*.h",
            "product/**/*.cpp", "product/**/*.h", "product/**/*.sh")
-DECLARATIONS = re.compile(r"lib/public/(?!dynbuf\.h)|.*/encodingRows\.h$")  # and numbers: a test would repeat them
+DECLARATIONS = re.compile(r"lib/public/(?!dynbuf\.h)|.*/encodingRows\.h$")  # declarations and tables of numbers, which a test could only repeat
 TRIED = ("noticed", "survived", "answered")
 
 Judge = namedtuple("Judge", "test targets files")
 
 
 class Place(namedtuple("Place", "path text mutation")):
-    """One change of one file, whose text that is."""
+    """One change of one file; text is the unchanged file's."""
 
     def changed(self):
         return self.text[:self.mutation.start] + self.mutation.replacement + self.text[self.mutation.end:]
 
     def key(self):
-        """What a journal knows it by, for as long as the file is the same."""
+        """Returns the change's key in the journal, which another text of the file makes invalid."""
         content = hashlib.sha256(self.text.encode()).hexdigest()[:16]
         return f"{self.path} {content} {self.mutation.start} {self.mutation.end} {self.mutation.replacement}"
 
@@ -75,7 +76,7 @@ def places_in(path):
 
 
 def sources(given):
-    """The product's sources; where files or folders are given, those and what is in them."""
+    """Returns the paths of the product's sources; where files or folders are given, only those that are in them."""
     paths = {path for glob in SOURCES for path in ROOT.glob(glob) if not DECLARATIONS.match(str(path.relative_to(ROOT)))}
     wanted = [Path(path).resolve() for path in given or [ROOT]]
     if missing := [str(path) for path in wanted if not any(source.is_relative_to(path) for source in paths)]:
@@ -84,7 +85,7 @@ def sources(given):
 
 
 def drawn(places, seed):
-    """All of them: the kinds in turn, and each in an order that the seed alone decides."""
+    """Returns all places: their kinds take turns, and the order in each kind depends on the seed alone."""
     kinds = {}
     for place in places:
         kinds.setdefault(place.mutation.kind, []).append(place)
@@ -95,7 +96,7 @@ def drawn(places, seed):
 
 
 def read_judges(page):
-    """Who judges what, from the build."""
+    """Returns the judges that the build declares (judges.txt)."""
     rows = [line.split("|") for line in page.read_text().splitlines()]
     return [Judge(test, targets.split(), files.split()) for test, targets, files in rows]
 
@@ -119,7 +120,8 @@ class Tree:
         self.judges = read_judges(self.build / "judges.txt")
 
     def copy(self, names):
-        """Makes the tree the project's again, and leaves alone what is that already: it is built."""
+        """Makes the tree equal to the project.  Files that are equal already keep their times, so that they are not
+        built again."""
         for path in self.folder.rglob("*"):
             name = path.relative_to(self.folder)
             if name.parts[0] != "build" and not path.is_dir() and str(name) not in names:
@@ -135,30 +137,30 @@ class Tree:
         return subprocess.run(command, capture_output=True, text=True, check=False, **({"cwd": self.folder} | options))
 
     def objects(self, since=0.0):
-        """The digests of the objects that were compiled since then."""
+        """Returns {path: digest} of the object files that were compiled since then."""
         return {path: hashlib.sha256(path.read_bytes()).digest() for path in self.build.rglob("*.o")
                 if path.stat().st_mtime >= since}
 
     def compile(self, paths):
-        """Builds what judges these files; whether it could be built."""
+        """Builds the tests that judge these files, and what they need; returns whether that worked."""
         targets = {target for path in paths for judge in judges_of(path, self.judges) for target in judge.targets}
         return not targets or self.run(["cmake", "--build", self.build, "-j1", "--target", *sorted(targets)]).returncode == 0
 
     def judged(self, *paths):
-        """(state, by whom) of the tree as it is, by the tests of these files."""
+        """Runs the tests that judge these files; returns (state, the test that noticed)."""
         names = "|".join(sorted({re.escape(judge.test) for path in paths for judge in judges_of(path, self.judges)}))
         done = self.run(["ctest", "--test-dir", self.build, "-R", f"^({names})$", "--stop-on-failure", "--no-tests=error"])
         failed = re.findall(r"\d+ - (\S+) \(", done.stdout)
         return ("survived", "") if done.returncode == 0 else ("noticed", failed[-1] if failed else done.stdout[-200:])
 
     def build_unchanged(self, paths):
-        """What that compiles to is what a change is compared with."""
+        """Builds the unchanged tree, with whose objects those of a changed one are compared."""
         if not self.compile(paths):
             sys.exit("mutate.py: the unchanged tree does not build")
         self.unchanged = self.objects()
 
     def outcome(self, place):
-        """(state, by whom) of one change."""
+        """Makes one change, builds and tests it, and undoes it; returns (state, the test that noticed)."""
         file = self.folder / place.path
         started = time.time()
         file.write_text(place.changed())
@@ -176,7 +178,7 @@ class Tree:
 
 
 class Journal:
-    """What became of each place, in a file that grows line by line."""
+    """The outcome of each place that was tried, in a file that grows line by line."""
 
     def __init__(self, page, again):
         self.page = page
@@ -192,7 +194,7 @@ class Journal:
 
 
 class Run:
-    """Hands the places out in their order, until enough of them were tried."""
+    """Hands out the places in their order until enough of them were tried, and counts the outcomes."""
 
     def __init__(self, places, count, journal, answers):
         self.places = iter(places)
@@ -205,7 +207,7 @@ class Run:
         return sum(self.states[state] for state in TRIED)
 
     def next(self):
-        """The next place, or None; waits while those that are underway may be enough."""
+        """Returns the next place, or None when enough were tried; waits while those in progress may be enough."""
         with self.changed:
             while self.underway and self.tried() + self.underway >= self.count:
                 self.changed.wait()
@@ -237,7 +239,7 @@ class Run:
             self.note(place, state, by)
 
     def report(self):
-        """Prints what became of them all; returns whether it was enough."""
+        """Prints the survivors and the counts; returns whether every part reached its goal."""
         print("\nsurvivors:", *sorted(self.survivors), sep="\n  ")
         is_enough = self.tried() > 0
         for part, goal in GOALS.items():
@@ -252,7 +254,7 @@ class Run:
 
 
 def require_answers_fit(answers):
-    """Each row of tools/survivors.md is about a change that there is."""
+    """Ends the program unless each row of tools/survivors.md is about a change that can be made."""
     for path, line, change, _ in answers:
         if (line, change) not in {place.line_and_change()[1:] for place in places_in(path)}:
             sys.exit(f"mutate.py: tools/survivors.md has a change that {path} has no place for: {line} [{change}]")

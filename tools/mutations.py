@@ -1,8 +1,8 @@
-"""What tools/mutate.py changes in a source: kinds of changes, and the places that a text has for each.
+"""The kinds of changes that tools/mutate.py makes in a source, and the places in a text where each can be made.
 
-A place is looked for in the code alone, with comments and literals blanked.  What it becomes is a text, or is made
-of the pieces that the pattern found, as the source has them.  Where a pattern has a group named "it", that alone is
-replaced.
+A kind is a name, a pattern and a replacement.  The pattern is matched against the code with its comments and literals
+blanked.  The replacement is a text, or a function of the match's groups as the source has them.  In a pattern with a
+group named "it" only that group is replaced.
 """
 
 import re
@@ -16,10 +16,10 @@ TOKEN = r"[*&!]?\w+(?:(?:\.|->|::)\w+)*(?:\(\))?"  # an argument that is a name,
 NO_CALL = r"(?!(?:return|throw|delete|using|else|goto|case|if|for|while|switch|do)\b)"
 STATEMENT = rf"{NO_CALL}[*(]*[a-zA-Z_][\w.:>\[\]*()-]*(?:\([^;{{}}]*\)| (?:[-+|&^*/]|<<|>>)?= [^;{{}}]*|\+\+|--);"
 BEGIN = r"(?:^ +|(?<=\{ ))"  # of a line, or of a block on one line
-# An object that nothing names again is there for what its constructor and its destructor do: it is a guard.
+# A guard: an object that no later line uses, so that only its constructor and its destructor matter.
 OBJECT = r"^ +(?P<it>(?!return\b|default\b|delete\b|throw\b|using\b|goto\b|typedef\b|extern\b)(?:const )?[A-Z]?[\w:]+(?:<[^;()]*>)? (?P<name>\w+)(?:[({][^;]*[)}])?;)"
 
-# Calls, and other names, that are easily taken for each other.
+# Calls and other names that are easily confused.
 CALLS = ["Warning Log", "stat lstat", "chown lchown", "getuid geteuid", "getgid getegid", "strcmp strcasecmp",
          "strncmp strncasecmp", "strchr strrchr", "find rfind", "begin end", "front back", "min max", "tolower toupper",
          "isdigit isxdigit", "exit _exit", "unlink rmdir", "push_back push_front", "setuid seteuid", "WEXITSTATUS WTERMSIG"]
@@ -98,25 +98,25 @@ def blank(text):
 
 
 def cpp_code(text):
-    """The text with comments, literals, directives and what the compiler judges blanked."""
+    """Returns the text with comments, literals, directives, static assertions and template heads blanked."""
     text = re.sub(r"//[^\n]*|/\*.*?\*/|\"(?:\\.|[^\"\\\n])*\"|'(?:\\.|[^'\\\n])+'", lambda found: blank(found[0]), text, flags=re.S)
     return re.sub(r"^[ \t]*#(?:[^\n]*\\\n)*[^\n]*|^.*static_assert.*$|^template.*$", lambda found: blank(found[0]), text, flags=re.M)
 
 
 def shell_code(text):
-    """The text with comments, quoted literals and here-documents blanked; what is in double quotes is code."""
+    """Returns the text with comments, single-quoted literals and here-documents blanked; double quotes contain code."""
     text = re.sub(r"<<-?'?(\w+)'?[^\n]*\n.*?^\s*\1$", lambda found: blank(found[0]), text, flags=re.S | re.M)
     literal = r"\"(?:\\.|[^\"\\])*\"|(?:^|(?<=\s))#[^\n]*|'[^']*'"
     return re.sub(literal, lambda found: found[0] if found[0].startswith('"') else blank(found[0]), text, flags=re.M)
 
 
 def begins_a_statement(code, start):
-    """Whether what begins there is no later line of a longer expression."""
+    """Returns whether a statement begins there, and not the next line of a longer expression."""
     return code[:start].rstrip(" \n\0").endswith((";", "{", "}", ":", ")", "else"))
 
 
 def is_in_a_function(code, start):
-    """Whether the line is in a block that is no class's and no namespace's."""
+    """Returns whether the line is in a block that is neither a class nor a namespace."""
     indent = len(code[:start]) - len(code[:start].rstrip(" "))
     for line in reversed(code[:start].splitlines()[:-1]):
         words = line.replace("\0", " ").rstrip()
@@ -130,7 +130,8 @@ def is_named_later(code, found):
 
 
 def may_order_matter(first, second):
-    """Two assignments in another order are the same, unless one reads what the other writes."""
+    """Returns whether the order of the statements may matter; that of two assignments does if one reads what the
+    other writes."""
     if " = " not in first or " = " not in second:
         return True
     targets = [re.findall(r"\w+", statement.split(" = ")[0])[-1] for statement in (first, second)]
@@ -153,7 +154,7 @@ def is_place(kind, code, found, start, end):
 
 
 def mutations(name, text):
-    """Each change that the text of a file of that name has a place for."""
+    """Yields every change that can be made in the text of the file of that name."""
     is_script = name.endswith(".sh")
     code = shell_code(text) if is_script else cpp_code(text)
     made = set()

@@ -1,14 +1,19 @@
 #!/bin/sh
-# otherMachines.sh [MACHINE...] [-- CTEST_OPTION...] -- runs the suite as other machines would.
+# otherMachines.sh [MACHINE...] [-- CTEST_OPTION...] -- runs the suite on this machine, changed in one way.
 #
-# Each is this one, changed in one way, for the tests and for the throw-away machines that they make; without a
-# MACHINE all of them, one after the other.  What build/dev has is run: build it before.
-#   hostName      another name        timeZone      a quarter of an hour off        users     other accounts, many
-#   comma         German              turkish       where I and i are two letters   noIPv6    without IPv6
-#   processors1, processors3, processors4, processors64   that number in /proc and /sys; the kernel still has its own
-#                 number, but of 1 it uses no more than one
-#   slowDisk      what makes files last, or renames them, takes a twentieth of a second longer
-#   busy          four processes use what processors there are
+# The change also applies to the throw-away machines that the tests make.  Without a MACHINE the suite runs on all of
+# them, one after the other.  It runs the programs in build/dev, which must be built before.
+#   hostName      another host name
+#   timeZone      a time zone that is a quarter of an hour off
+#   users         many accounts, in another order
+#   comma         a German locale, whose decimal point is a comma
+#   turkish       a Turkish locale, in which I and i are not one letter in two cases
+#   noIPv6        no IPv6
+#   processors1, processors3, processors4, processors64
+#                 this number of processors in /proc and /sys.  The kernel still has its own number of them, but
+#                 on processors1 the tests run on one processor only.
+#   slowDisk      calls that make files durable or rename them take a twentieth of a second longer
+#   busy          four processes keep the processors busy
 # It needs root.  Exit status: 0 when every test passed on each; 1 otherwise, with the names at the end.
 set -eu
 
@@ -16,12 +21,13 @@ project=$(cd "$(dirname "$0")/.." && pwd -P)
 MACHINES='hostName timeZone comma turkish users noIPv6 processors1 processors3 processors4 processors64 slowDisk busy'
 build=$project/build/otherMachines
 
-# ---- What a machine is, below the folder $root: nothing, or that of a throw-away machine before it is entered
+# ---- Making a machine.  $root is empty for this machine, or the root folder of a throw-away machine before it is
+# entered
 
-# Shows the file or the folder $1 in the place of $2.
+# Mounts the file or the folder $1 over $2.
 show() { mount --bind "$1" "$root$2"; }
 
-# So many processors, each with a rate that the kernel sets.
+# Makes /proc and /sys list $1 processors, each with a rate that the kernel sets.
 becomeProcessors() {
     count=$1 last=$(($1 - 1)) fake=$(mktemp -d)
     mount -t tmpfs tmpfs "$fake" || { rmdir "$fake"; exit 1; }
@@ -42,7 +48,8 @@ becomeProcessors() {
     echo "$count processors" >&2
 }
 
-# The accounts that there are, in another order and among others; root has a namesake.  On such a machine they stay.
+# Prints the accounts in reverse order, with many more; a second one has root's user id.  Prints them unchanged where
+# this was done before, as on a throw-away machine of such a machine.
 otherUsers() {
     if grep -q '^toor:' /etc/passwd; then cat /etc/passwd && return; fi
     tac /etc/passwd
@@ -71,10 +78,10 @@ become() {
 
 # ---- A run
 
-# Ends the run of one machine, which could not be made.
+# Ends the run on one machine, which could not be made.
 fail() { printf 'otherMachines.sh: %s\n' "$1" >&2; exit 1; }
 
-# A folder of the C library's with that locale, which Debian packs as a source.
+# Compiles the locale $1, of which Debian packages the source, and makes the tests use it.
 locale() {
     mkdir -p "$build/locales"
     [ -d "$build/locales/$1.UTF-8" ] || localedef -i "$1" -f UTF-8 "$build/locales/$1.UTF-8" || fail "there is no $1"
@@ -87,8 +94,8 @@ slowDisk() {
     export "LD_PRELOAD=$build/slowDisk.so"
 }
 
-# Runs the suite on the machine $1; the other arguments are ctest's.  Nothing here ends it by itself (set -e does
-# not hold where a status is looked at), but for fail and what the inner shell does.
+# Runs the suite on the machine $1; the other arguments are ctest's.  The caller checks the status, so set -e does not
+# apply here: a command that can fail calls fail() or is in the inner shell.
 runOn() (
     export "PELAGO_MACHINE=$1"
     affinity='' namespaces='--mount --uts'
@@ -104,13 +111,13 @@ runOn() (
                 while :; do :; done &
                 busy="${busy-} $!"
             done
-            # shellcheck disable=SC2064,SC2086 # the numbers of these, now; each is a word
+            # shellcheck disable=SC2064,SC2086 # the present process ids, each a word
             trap "kill $busy" EXIT
             trap 'exit 129' HUP; trap 'exit 130' INT; trap 'exit 143' TERM
             ;;
     esac
     shift
-    # shellcheck disable=SC2016,SC2086 # the inner shell expands; options and a command, or nothing
+    # shellcheck disable=SC2016,SC2086 # the inner shell expands; the variables are several words, or none
     unshare $namespaces --propagation private $affinity sh -eu -c '
         "$0" --become "$PELAGO_MACHINE" ""
         [ "$PELAGO_MACHINE" != noIPv6 ] || ip link set lo up

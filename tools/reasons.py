@@ -1,7 +1,7 @@
-"""The rows of a page of reasons (tools/uncovered.md, tools/survivors.md).
+"""Reads the tables of reasons in tools/uncovered.md and tools/survivors.md.
 
-A row is | file | `` a piece of a line `` | ... | reason |; what is between may be in `` `` as well.  A bar in a
-piece has a backslash before it.
+A row is | file | `` a piece of a line `` | ... | reason |; the cells in between may be in `` ``, too.  A backslash
+precedes a bar in a cell.
 """
 
 import re
@@ -9,7 +9,7 @@ from pathlib import Path
 
 
 def rows(page):
-    """The cells of each row, without what marks them as code."""
+    """Yields the cells of each row as a tuple, without the `` `` around code."""
     for line in Path(page).read_text().splitlines():
         cells = [cell.strip().replace("\\|", "|") for cell in re.split(r"(?<!\\)\|", line)[1:-1]]
         if len(cells) > 2 and cells[1].startswith("``"):

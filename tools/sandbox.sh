@@ -1,36 +1,36 @@
 #!/bin/sh
-# sandbox.sh [--bind OUTSIDE INSIDE]... COMMAND [ARG...] -- runs COMMAND on a machine of its own.
+# sandbox.sh [--bind OUTSIDE INSIDE]... COMMAND [ARG...] -- runs COMMAND on a throw-away copy of this machine.
 #
-# The command sees this machine's files, but everything it writes is thrown away when it ends: the
-# system preferences, the user database and Samba's state are its own.  So are its processes, all of
-# which die with it, its shared memory and message queues, its host name, and its network, which is a
-# loopback that nobody else is on.  The kernel's settings in /proc and /sys it can only read; the clock,
-# the kernel's log and its modules it cannot change.  /dev has terminals of its own and the devices that
-# hold nothing, and no disk.
-#   --bind OUTSIDE INSIDE   shows the real folder OUTSIDE at INSIDE; what is written there stays
+# The command sees this machine's files, but everything that it writes is dropped when it ends: it changes its own
+# copy of the system preferences, the user database and Samba's state.  It also has its own processes, all of which
+# end with it, its own shared memory, message queues and host name, and its own network, which is only a loopback.
+# It can read the kernel's settings in /proc and /sys, but not change them; nor can it change the clock, the kernel's
+# log and the kernel's modules.  /dev has its own terminals and the devices without storage, such as /dev/null, but
+# no disk.
+#   --bind OUTSIDE INSIDE   mounts the real folder OUTSIDE at INSIDE; what is written there stays
 #
-# This keeps accidents from the machine, not an attacker: the command is root on the machine's own
-# kernel.  It reaches a disk through a device node that it makes, and the kernel's settings and control
-# groups through file systems that it mounts once more.  The machine's are also the kernel's keyrings,
-# swap, modules that the kernel loads by itself, and the memory that everything written takes.
+# This protects the machine from accidents, not from an attacker: the command is root on the machine's own kernel.
+# It can reach a disk through a device node that it makes, and the kernel's settings and control groups through file
+# systems that it mounts again.  It also shares the kernel's keyrings, the swap, the modules that the kernel loads by
+# itself, and the memory, in which everything that it writes is kept.
 #
-# Where PELAGO_MACHINE names one of those that tools/otherMachines.sh makes, the machine is that one.
+# PELAGO_MACHINE may name a machine of tools/otherMachines.sh, which the copy is then changed into.
 #
-# The root file system is a copy-on-write overlay.  Only root can make one, on a kernel that lets it;
-# "sandbox.sh --works" tells, by its status, whether that is so here.
+# The root file system is a copy-on-write overlay, which only root can mount, and only on a kernel that allows it.
+# "sandbox.sh --works" succeeds where a sandbox can be made.
 #
-# Exit status: the command's; 125 when the sandbox could not be made, with the reason on stderr.  Where
-# not even unshare(1) may make the namespaces it is that program's, 1.
+# Exit status: the command's; 125 when the sandbox could not be made, with the reason on stderr; 1, which is
+# unshare(1)'s, when the namespaces could not be made.
 set -eu
 
 say() { printf 'sandbox.sh: %s\n' "$1" >&2; }
 
-# Gets an overlay of its own where it lies on a file system of its own, of which an overlay of / would
-# have an empty folder.
+# The project gets a second overlay if the first does not show it: an overlay of / does not contain the files of
+# other file systems, and the sandbox has its own /tmp.
 project=$(cd "$(dirname "$0")/.." && pwd -P)
 
 runInside() {
-    # The folder lies on the host for as long as the sandbox runs; only a mount point, always empty.
+    # A mount point, which stays empty on the host, and is removed when the sandbox ends.
     scratch=$(mktemp -d) || return 125
     trap 'rmdir "$scratch"' EXIT
     trap 'exit 129' HUP; trap 'exit 130' INT; trap 'exit 143' TERM
@@ -47,7 +47,7 @@ runInside() {
     return "$status"
 }
 
-# Runs as process 1 of the sandbox, and stays: it is what reaps the orphans of daemons.
+# Runs as process 1 of the sandbox until the command ends, and reaps the orphans of daemons.
 # shellcheck disable=SC2016 # expanded by the inner shell
 insideProgram='
 set -eu
@@ -56,7 +56,7 @@ fail() { printf "sandbox.sh: %s\n" "$1" >&2; exit 125; }
 makeDev() {
     mount -t tmpfs -o mode=755 tmpfs "$new/dev"
     cp -a /dev/null /dev/zero /dev/full /dev/random /dev/urandom /dev/tty "$new/dev"
-    chmod 666 "$new/dev"/* # an accident of the machine, such as a null that only root may write to, ends here
+    chmod 666 "$new/dev"/* # the host may have wrong modes, such as a null device that only root can write to
     ln -s /proc/self/fd "$new/dev/fd"
     ln -s fd/0 "$new/dev/stdin"
     ln -s fd/1 "$new/dev/stdout"
@@ -69,7 +69,7 @@ makeDev() {
     mkdir "$new/dev/mqueue"
     mount -t mqueue mqueue "$new/dev/mqueue"
 }
-# Whatever is there beside the processes is the kernel of the whole machine, as is /sys.
+# Apart from the processes, /proc shows the kernel that all machines share, as does /sys.
 makeKernelReadOnly() {
     mount -t sysfs -o ro sysfs "$new/sys"
     find "$new/proc" -mindepth 1 -maxdepth 1 ! -name "[0-9]*" \( -type d -o -type f -perm /222 \) -print0 |
@@ -110,7 +110,7 @@ rmdir /old
 cd "$here" 2>/dev/null || cd /
 ip link set lo up || fail "cannot bring the loopback up"
 mkdir -p /run/lock
-: >/run/throw-away-machine # by which is known what may be changed
+: >/run/throw-away-machine # programs that change the machine check for this file
 status=0
 trap - EXIT
 "$@" || status=$?
@@ -128,9 +128,9 @@ while [ "${1-}" = --bind ] && [ "$#" -ge 3 ]; do
     binds=$binds$2$newline$3$newline
     shift 3
 done
-# What a build with counters counts there is worth keeping.
+# A build with counters writes them to this folder, which must outlive the sandbox.
 [ -z "${PELAGO_COUNTS-}" ] || binds=$binds$PELAGO_COUNTS$newline$PELAGO_COUNTS$newline
 [ "$#" -gt 0 ] || { say 'usage: sandbox.sh [--bind OUTSIDE INSIDE]... COMMAND [ARG...]'; exit 125; }
-[ "$(id -u)" -eq 0 ] || { say 'only root can make a machine of its own'; exit 125; }
+[ "$(id -u)" -eq 0 ] || { say 'only root can make a throw-away machine'; exit 125; }
 exec 3<&0 # a background job would get /dev/null for its standard input
 runInside "$@"

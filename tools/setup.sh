@@ -1,10 +1,10 @@
 #!/bin/sh
-# setup.sh [--bench] -- installs every package that building, testing and showing this project needs.
+# setup.sh [--bench] -- installs every package that this project's build, tests and demo need.
 #
-#   --bench   and those that ./bench.sh compares with
+#   --bench   also installs the libraries that ./bench.sh compares with
 #
-# For Debian 12.  Can be run again: what is there already is left alone.  Uses sudo when not root.
-# Exit status: 0 everything is there; 1 with a reason on stderr.
+# For Debian 12.  Packages that are installed already are not touched.  Uses sudo when not root.
+# Exit status: 0 every package is installed; 1 with a reason on stderr.
 set -eu
 
 PACKAGES="
@@ -27,10 +27,10 @@ case "$#:${1-}" in
 esac
 
 id=unknown version=
-# shellcheck disable=SC1091 # the host's own
+# shellcheck disable=SC1091 # the file is the host's, not this project's
 [ ! -r /etc/os-release ] || { . /etc/os-release && id=$ID version=${VERSION_ID-}; }
 [ "$id $version" = 'debian 12' ] ||
-    fail "this sets up Debian 12, and here is $id $version; install the like of:$(printf '%s' "$PACKAGES" | tr -s '\n ' ' ')"
+    fail "this script is for Debian 12, but this host is $id $version; install its packages for:$(printf '%s' "$PACKAGES" | tr -s '\n ' ' ')"
 
 missing=
 for package in $PACKAGES; do
@@ -38,8 +38,8 @@ for package in $PACKAGES; do
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
         missing="$missing $package"
 done
-# The cross compiler comes through npm, and node runs the macOS scripts' JavaScript in the tests.  Any that
-# are there will do: other packages than Debian's hold both.
+# npm fetches the cross compiler, and the tests run the macOS scripts' JavaScript with node.  Both may also come
+# from other packages than Debian's, so only the commands are checked.
 command -v npm >/dev/null || missing="$missing npm"
 command -v node >/dev/null || missing="$missing nodejs"
 if [ -z "$missing" ]; then
@@ -66,8 +66,8 @@ quietly apt-get update
 # shellcheck disable=SC2086 # a list of names
 quietly env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing
 
-# Only Samba's programs were wanted.  Where it is new and systemd has just started its service, that
-# is taken back; a service that was there before is the host's own business.
+# Only Samba's programs are needed.  If Samba was just installed, systemd has started its services: these are
+# stopped again.  The services of a Samba that was installed before are not touched.
 case " $missing " in
     *' samba '*)
         if [ -d /run/systemd/system ]; then

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""valgrind.py [TEST...] -- runs the suite's test programs of build/dev under valgrind: every one under memcheck, and
-those with threads under helgrind, too.
+"""valgrind.py [TEST...] -- runs the test programs in build/dev under memcheck, and those with threads also under
+helgrind.
 
-    TEST   the name of a test as ctest has it; all of them when there is none
+    TEST   ctest's name of a test; by default all of them
 
-Prints a line for each program and tool, with what valgrind found when it found something, and what was not run.
-Exit status: 0 when nothing was found, else 1.
+Prints a line for each run, with valgrind's report where it found a fault, and the programs that were not run.
+Exit status: 0 when valgrind found no fault, else 1.
 """
 
 import json
@@ -23,7 +23,7 @@ TOOLS = {
     "memcheck": ["--tool=memcheck", "--expensive-definedness-checks=yes"],
     "helgrind": ["--tool=helgrind"],
 }
-# What cannot run there, and why.
+# Programs that cannot run under valgrind, and why.
 NOT_THERE = {
     "singleStep": "traces the program step by step, and would trace valgrind",
     "posixEnvSteps": "traces the program step by step, and would trace valgrind",
@@ -31,7 +31,7 @@ NOT_THERE = {
 
 
 def tests():
-    """The name, the command and the environment of each test program, and whether it has threads."""
+    """Yields the name, the command and the environment of each test program, and whether it has threads."""
     listed = subprocess.run(["ctest", "--preset", "dev", "--show-only=json-v1"], cwd=ROOT, check=True, capture_output=True)
     for test in json.loads(listed.stdout)["tests"]:
         properties = {entry["name"]: entry["value"] for entry in test["properties"]}
@@ -47,7 +47,7 @@ def run(name, tool, command, environment):
         done = subprocess.run([*command[:at], *valgrind, *command[at:]], cwd=ROOT, env=os.environ | environment,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=SECONDS)
     except subprocess.TimeoutExpired:
-        return name, tool, f"not at its end after {SECONDS} seconds"
+        return name, tool, f"did not end within {SECONDS} seconds"
     return name, tool, None if done.returncode == 0 else done.stdout.decode(errors="replace")
 
 
@@ -68,7 +68,7 @@ def main(wanted):
                 print("  " + "\n  ".join(found.splitlines()[-60:]), flush=True)
     for name in sorted(set(NOT_THERE) & set(known)):
         print(f"not run   {name:22} {NOT_THERE[name]}")
-    print(f"{len(jobs)} runs, {faults} in which something was found")
+    print(f"{len(jobs)} runs, {faults} with faults")
     return int(faults != 0)
 
 

@@ -1,6 +1,8 @@
-# Runs after cpack has packed, and corrects what it does not do as Debian does: it counts a link as a
-# copy of what that leads to (Installed-Size), lists the sums of debug symbols by where they were built,
-# gives their package no documents, and calls ldconfig where a trigger does.
+# Runs after cpack has made the packages, and corrects where cpack differs from Debian's own tools:
+# - Installed-Size counts a link with the size of its target
+# - md5sums lists debug symbols by the paths at which they were built
+# - the packages of debug symbols have no documents
+# - postinst and postrm call ldconfig where a trigger does so, too
 function(must)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE out)
     if(NOT status EQUAL 0)

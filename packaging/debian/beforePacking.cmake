@@ -1,4 +1,4 @@
-# Runs before cpack packs: what Debian wants compressed or stripped, and an installation does not.
+# Runs before cpack makes the packages: compresses manual pages and changelogs, as Debian wants them.
 set(staged ${CPACK_TEMPORARY_DIRECTORY})
 
 function(must)

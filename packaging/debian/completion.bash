@@ -1,4 +1,4 @@
-# Completion in bash for the administrator's commands of pelagoShareTool.
+# bash completion for the administrator's commands of pelagoShareTool.
 
 _pelago_share_sessions() {
     local word=${COMP_WORDS[COMP_CWORD]}
@@ -10,4 +10,4 @@ _pelago_share_sessions() {
 }
 complete -F _pelago_share_sessions pelago-share-sessions
 complete -W 'init off on status' pelago-smb-service
-complete -d pelago-share-check # the folder to judge
+complete -d pelago-share-check # the folder to check

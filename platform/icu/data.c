@@ -1,4 +1,4 @@
-// data.c -- ICU's data in a program, in the format that ICU reads it in.
+// data.c -- includes the file ICU_DATA, a data package of ICU's, in a program under ICU's own name.
 #ifdef __APPLE__
 #define NAME    "_" ICU_DATA_SYMBOL
 #define SECTION ".section __TEXT,__const\n.private_extern " NAME "\n"

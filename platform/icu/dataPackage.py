@@ -1,9 +1,9 @@
-"""dataPackage.py OUT [IN PATTERN...] -- writes a data package of ICU's: those items of the package IN whose names
-match one of the patterns, or none at all.
+"""dataPackage.py OUT [IN PATTERN...] -- writes a data package of ICU's: the items of the package IN whose names
+match one of the patterns or, without IN, an empty package.
 
-A package is a header, a count, for each item the offsets of its name and of its data (both from the count on,
-in the order of the names), the names, and the data at multiples of 16.  ICU's own icupkg does this, too, but
-not every host that this is built on has it.
+A package consists of a header, the count of its items, a table, the items' names, and their data.  The table has a
+row for each item, sorted by name: the offsets of its name and of its data, both counted from the count.  Data begins
+at multiples of 16.  ICU's own icupkg can do the same, but not every machine that builds this project has it.
 """
 
 import fnmatch
@@ -13,7 +13,7 @@ from pathlib import Path
 
 ALIGNMENT = 16
 PADDING = b"\xaa"
-# Little-endian, characters of ASCII, units of two bytes; format "CmnD" 1.0, data version 3.
+# Little-endian, ASCII, UTF-16 units of two bytes; format "CmnD" 1.0, data version 3.
 HEADER = struct.pack("<HBB HHBBBB 4s4s4s", 32, 0xDA, 0x27, 20, 0, 0, 0, 2, 0, b"CmnD", b"\1\0\0\0", b"\3\0\0\0") + bytes(8)
 
 
@@ -26,7 +26,7 @@ def padded(data):
 
 
 def read_items(package):
-    """The items of a package, as {name: data}; a name has the package's own in front, as in icudt72l/x.cnv."""
+    """Returns the items of a package as {name: data}; a name begins with the package's, as in icudt72l/x.cnv."""
     if package[2:16] != HEADER[2:16]:
         raise ValueError("its header is another one")
     contents = package[struct.unpack_from("<H", package)[0]:]

@@ -1,6 +1,7 @@
 // dyld.cpp -- the path by which the running program was started.
-// It is learnt before main(): later a relative path means another place, and the kernel's own name
-// of a file that was replaced ends in " (deleted)".
+// The path is read before main().  Later the current folder may have changed, which changes what a
+// relative path means, and the program's file may have been replaced, after which the kernel's name
+// for it ends in " (deleted)".
 #include <bit>
 #include <mach-o/dyld.h>
 
@@ -15,11 +16,11 @@ namespace {
 
 constexpr char RUNNING_PROGRAM[] = "/proc/self/exe";
 
-// Not an object with a constructor, which might run after LearnPath().
-char sPath[PATH_MAX]; // empty: it cannot be had
+// A plain array: the constructor of an object might run after LearnPath() and clear it.
+char sPath[PATH_MAX]; // empty when the path is not known
 
-// Whether the path names a descriptor, as after fexecve(), and not a place: what it leads to
-// changes with what is open.
+// Returns whether the path names a descriptor, as after fexecve().  Such a path leads to another
+// file once the descriptor is closed or used again.
 bool IsDescriptor(const char *path)
 {
     constexpr char DESCRIPTORS[] = "/dev/fd/", PROCESSES[] = "/proc/";
@@ -27,8 +28,7 @@ bool IsDescriptor(const char *path)
            strncmp(path, PROCESSES, sizeof PROCESSES - 1) == 0;
 }
 
-// Puts the path, relative to the present folder or absolute, into sPath; false when it does not
-// fit.
+// Stores the path in sPath, made absolute from the current folder; returns whether that worked.
 bool SetAbsolute(const char *path)
 {
     char folder[PATH_MAX] = "";
@@ -47,20 +47,20 @@ bool LeadsToRunningProgram(const char *path)
 
 bool SetStartedPath()
 {
-    // A user who starts a program with more rights than their own may make the path lead elsewhere
-    // later.
+    // A program with more rights than its caller does not trust the caller's path, which the caller
+    // could make lead to another file later.
     if (getauxval(AT_SECURE) != 0) { return false; }
     const auto *started = std::bit_cast<const char *>(getauxval(AT_EXECFN));
     return started != nullptr && !IsDescriptor(started) && SetAbsolute(started) &&
            LeadsToRunningProgram(sPath);
 }
 
-// Before the initialisers of other files, one of which may ask.
+// Runs before the initialisers of other files, which may call _NSGetExecutablePath().
 [[gnu::constructor(101)]] void LearnPath()
 {
     if (SetStartedPath()) { return; }
     const ssize_t size = readlink(RUNNING_PROGRAM, sPath, sizeof sPath);
-    // A full buffer says nothing about what did not fit.
+    // When the buffer is full, the path may have been cut.
     const bool isWhole = size > 0 && static_cast<size_t>(size) < sizeof sPath;
     sPath[isWhole ? size : 0] = '\0';
 }

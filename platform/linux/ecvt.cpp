@@ -1,5 +1,5 @@
-// ecvt.cpp -- ecvt and fcvt with every digit exact, which the C library's of the same name are not:
-// they give at most 17 digits, some of them wrong, and other signs and lengths.
+// ecvt.cpp -- ecvt and fcvt with every digit exact.  The C library's functions of these names
+// return at most 17 digits, some of them wrong, and other signs and lengths.
 //
 // The result lies in memory that the next call uses again, so the caller serialises.
 #include <array>
@@ -16,7 +16,8 @@ constexpr size_t SCIENTIFIC_EXTRA = 16; // the point, the exponent and the NUL
 constexpr size_t FIXED_EXTRA = 312;     // the 309 digits of the largest number, the point, the NUL
 constexpr size_t SMALLEST_ROOM = 512;
 
-// Room for that many bytes, with anything in it.  A failure leaves what there was.
+// Returns the static buffer, which has room for size bytes; its contents are undefined.  Returns
+// nullptr, and keeps the old buffer, when memory runs out.
 char *EcvtRoom(size_t size)
 {
     static char *sRoom;
@@ -31,7 +32,8 @@ char *EcvtRoom(size_t size)
     return sRoom;
 }
 
-// What needs no digits worked out.  Returns whether it was that; the text may be NULL.
+// Handles zeros, infinities, NaNs and counts below 1, whose digits need no computation.  Returns
+// whether the value was one of these; *text is then the result, NULL when memory ran out.
 bool EcvtIsSpecial(double value, int count, int positionOfZero, int *position, int *sign,
                    char **text)
 {
@@ -48,7 +50,7 @@ bool EcvtIsSpecial(double value, int count, int positionOfZero, int *position, i
         return true;
     }
     if (value != 0) { return false; }
-    *sign = 0; // also of minus zero
+    *sign = 0; // also for minus zero
     *position = positionOfZero;
     const size_t length = static_cast<size_t>(count);
     *text = EcvtRoom(length + 1);
@@ -184,7 +186,7 @@ extern "C" char *ecvt(double value, int count, int *position, int *sign) noexcep
     while (*exponent != 'e') {
         exponent--;
     }
-    exponent += exponent[1] == '+' ? 2 : 1; // a plus is not taken
+    exponent += exponent[1] == '+' ? 2 : 1; // std::from_chars does not accept a plus
     std::from_chars(exponent, end, *position);
     ++*position;
     if (count > 1) { // the first digit takes the place of the point
@@ -209,7 +211,7 @@ extern "C" char *fcvt(double value, int count, int *position, int *sign) noexcep
         std::to_chars(text, text + size, std::fabs(value), std::chars_format::fixed, count).ptr;
     *end = '\0';
     char *fraction = end - count;
-    if (fraction - text == 2 && text[0] == '0') { // "0.": digits begin after the zeros
+    if (fraction - text == 2 && text[0] == '0') { // "0.": the digits begin after the zeros
         char *digits = fraction;
         while (*digits == '0') {
             digits++;

@@ -1,7 +1,8 @@
-// issetugid.cpp -- whether this process has rights that its caller lacks.
+// issetugid.cpp -- returns whether this process has rights that its caller lacks.
 #include <unistd.h>
 
 #include <sys/auxv.h>
 
-// Told by the kernel at the start, so changing one's user later makes no difference.
+// The kernel sets AT_SECURE when the program starts; a later change of the user id does not alter
+// it.
 extern "C" int issetugid(void) { return getauxval(AT_SECURE) != 0 ? 1 : 0; }

@@ -1,4 +1,4 @@
-// machHost.cpp -- memory statistics, the kernel's zones, and memory that is given back.
+// machHost.cpp -- memory statistics, the kernel's zones, and the release of their pages.
 #include <mach/mach.h>
 
 #include "hostFile.h"
@@ -20,13 +20,13 @@ using namespace pelago::platform;
 
 namespace {
 
-// There are no ports here; these stand for the only two that are asked.
+// Linux has no ports; these numbers stand for the two that the calls here accept.
 constexpr mach_port_t HOST_PORT = 1;
 constexpr mach_port_t TASK_PORT = 2;
 
 /* Memory statistics */
 
-// How many of the numbers the first version of the structure had, and the second.
+// The number of members in the structure's first version, and in its second.
 constexpr mach_msg_type_number_t FIRST_COUNT = 12;
 constexpr mach_msg_type_number_t SECOND_COUNT = 14;
 static_assert(offsetof(vm_statistics_data_t, purgeable_count) == FIRST_COUNT * sizeof(integer_t));
@@ -43,13 +43,13 @@ std::optional<uint64_t> Parsed(std::string_view digits)
     return error == std::errc() ? std::optional(number) : std::nullopt;
 }
 
-// 0 when the text does not have it.
+// Returns the number after the name; 0 when the text lacks it.
 uint64_t CountOf(std::string_view text, std::string_view name)
 {
     return Parsed(HostField(text, name)).value_or(0);
 }
 
-// A number that does not fit stays at the highest that does, as the SDK has it.
+// Returns the count, or for a larger one the highest number that fits, as the SDK does.
 natural_t Clamped(uint64_t count)
 {
     return static_cast<natural_t>(std::min<uint64_t>(count, UINT32_MAX));
@@ -63,7 +63,7 @@ vm_statistics_data_t StatisticsOf(std::string_view memory, std::string_view even
     statistics.free_count = PagesOf(CountOf(memory, "MemFree"));
     statistics.active_count = PagesOf(CountOf(memory, "Active"));
     statistics.inactive_count = PagesOf(CountOf(memory, "Inactive"));
-    // What programs have locked, and what the kernel has for itself.
+    // Memory that programs have locked, and the kernel's own that it cannot reclaim.
     statistics.wire_count = PagesOf(CountOf(memory, "Unevictable") + CountOf(memory, "SUnreclaim") +
                                     CountOf(memory, "KernelStack") + CountOf(memory, "PageTables"));
     statistics.reactivations = Clamped(CountOf(events, "pgactivate"));
@@ -73,6 +73,7 @@ vm_statistics_data_t StatisticsOf(std::string_view memory, std::string_view even
     return statistics;
 }
 
+// Returns the number of members in the newest version that the room holds.
 mach_msg_type_number_t VersionCount(mach_msg_type_number_t room)
 {
     if (room >= HOST_VM_INFO_COUNT) { return HOST_VM_INFO_COUNT; }
@@ -84,7 +85,7 @@ kern_return_t GiveStatistics(host_info_t info, mach_msg_type_number_t *count)
     std::string memory, events;
     const int error = HostReadText("/proc/meminfo", &memory);
     if (error != 0 || !Parsed(HostField(memory, "MemFree"))) { return KERN_FAILURE; }
-    // A kernel may be built without these.
+    // A kernel may be built without this file; the counts of events are then 0.
     HostReadText("/proc/vmstat", &events);
     const vm_statistics_data_t statistics = StatisticsOf(memory, events);
     *count = VersionCount(*count);
@@ -99,7 +100,7 @@ struct Zone {
     mach_zone_info_t info;
 };
 
-// Cuts the last word off the line.
+// Removes the last word from the line and returns it.
 std::string_view LastWord(std::string_view *line)
 {
     constexpr std::string_view BLANKS = " \t";
@@ -111,8 +112,8 @@ std::string_view LastWord(std::string_view *line)
     return trimmed.substr(begin);
 }
 
-// "name active objects size perslab pages : tunables ... : slabdata activeSlabs slabs shared".
-// Read from the right, for the name may hold blanks.
+// Parses "name active objects size perslab pages : tunables ... : slabdata activeSlabs slabs
+// shared" from the right, since the name may contain blanks; nullopt for any other line.
 std::optional<Zone> ZoneOfLine(std::string_view line)
 {
     const uint64_t pageSize = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
@@ -138,7 +139,8 @@ std::optional<Zone> ZoneOfLine(std::string_view line)
     return zone;
 }
 
-// Nothing when a line is not understood.
+// Returns the zones of /proc/slabinfo; nullopt for another version of the file, for a line that
+// cannot be parsed, and when there are no zones.
 std::optional<std::vector<Zone>> ZonesOf(std::string_view text)
 {
     if (!text.starts_with("slabinfo - version: 2.")) { return std::nullopt; }
@@ -154,7 +156,7 @@ std::optional<std::vector<Zone>> ZonesOf(std::string_view text)
     return zones;
 }
 
-// Pages that are unmapped with their owner; none when memory runs out.
+// Zeroed pages, which the destructor unmaps unless they were released.
 class Pages {
 public:
     explicit Pages(size_t size)
@@ -187,7 +189,7 @@ kern_return_t GiveZones(const std::vector<Zone> &zones, mach_zone_name_array_t *
     Pages infoPages(zones.size() * sizeof(mach_zone_info_t));
     if (!namePages.AreThere() || !infoPages.AreThere()) { return KERN_RESOURCE_SHORTAGE; }
     for (size_t i = 0; i < zones.size(); i++) {
-        // The pages come zeroed, so what is cut has its NUL, too.
+        // The pages are zeroed, so a name that is cut is NUL-terminated, too.
         zones[i].name.copy(namePages.As<mach_zone_name_t>()[i].mzn_name,
                            MACH_ZONE_NAME_MAX_LEN - 1);
         infoPages.As<mach_zone_info_t>()[i] = zones[i].info;
@@ -243,7 +245,7 @@ extern "C" kern_return_t vm_deallocate(vm_map_t task, vm_address_t address, vm_s
     if (size == 0) { return KERN_SUCCESS; }
     const auto pageSize = static_cast<vm_size_t>(sysconf(_SC_PAGESIZE));
     const vm_size_t lead = address % pageSize;
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): an address is a number to the SDK
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the SDK's addresses are integers
     const int done = munmap(reinterpret_cast<void *>(address - lead), size + lead);
     return done == 0 ? KERN_SUCCESS : KERN_INVALID_ARGUMENT;
 }

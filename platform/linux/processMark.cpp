@@ -1,4 +1,4 @@
-// processMark.cpp -- reads /proc for when a process started.
+// processMark.cpp -- reads from /proc when a process started.
 #include "processMark.h"
 
 #include "hostFile.h"
@@ -18,10 +18,11 @@ namespace pelago::platform {
 namespace {
 
 constexpr size_t MAX_FILE_SIZE = 4096; // a stat line and a boot id are far shorter
-// In /proc/PID/stat, counted after the name: the state is field 0, the start time field 19.
+// The start time's field in /proc/PID/stat, counted from the state, which follows the name and is
+// field 0.
 constexpr int START_FIELD = 19;
 
-// 0 or an errno value.
+// Reads up to MAX_FILE_SIZE bytes of the file.  Returns 0 or an errno value.
 int ReadSmallFile(const char *path, std::string *bytes)
 {
     const OwnedFd fd(open(path, O_RDONLY | O_CLOEXEC));
@@ -33,7 +34,8 @@ int ReadSmallFile(const char *path, std::string *bytes)
     return error;
 }
 
-// Takes the next word of the text, up to a blank or a newline; empty at the end.
+// Removes the next word, which ends at a blank or a newline, from the text and returns it; empty at
+// the end.
 std::string_view TakeWord(std::string_view *text)
 {
     const size_t begin = text->find_first_not_of(" \n");
@@ -50,10 +52,10 @@ template <typename Number> bool ReadNumber(std::string_view word, Number *number
     return error == std::errc() && end == word.data() + word.size();
 }
 
-// Reads the start time of a process that runs.
+// Returns the start time in a stat line; nullopt for a process that has ended (a zombie).
 std::optional<uint64_t> StartIn(std::string_view stat)
 {
-    // The name stands in parentheses and may hold anything, parentheses as well.
+    // The name is in parentheses and may contain any bytes, parentheses as well.
     const size_t nameEnd = stat.rfind(')');
     if (nameEnd == std::string_view::npos) { return std::nullopt; }
     std::string_view fields = stat.substr(nameEnd + 1);
@@ -67,7 +69,8 @@ std::optional<uint64_t> StartIn(std::string_view stat)
     return start;
 }
 
-// What Of() promises; error is 0 or says why the kernel's files could not be read.
+// Does what Of() promises.  *error is 0, or the errno value when a file of the kernel's could not
+// be read.
 std::optional<ProcessMark> MarkOf(pid_t pid, int *error)
 {
     std::string stat, boot;
@@ -127,7 +130,7 @@ bool ProcessMark::AnotherOfOurNameRuns()
         const std::string folder = "/proc/" + std::string(entry->d_name);
         const bool isNamesake =
             ReadSmallFile((folder + "/comm").c_str(), &name) == 0 && name == ours;
-        // Any user may give their own processes any name.
+        // The owner counts, since any user can give a process any name.
         struct stat status;
         const bool isOurUsers =
             isNamesake && stat(folder.c_str(), &status) == 0 && status.st_uid == geteuid();

@@ -1,6 +1,6 @@
 /*
- * processMark.h -- names one run of one process: its number, when it started, and in which boot.
- * The kernel uses process numbers again; the three together it never does.
+ * processMark.h -- identifies one run of one process by its process id, its start time and the
+ * boot.  The kernel reuses process ids, but never the three together.
  */
 #ifndef PELAGO_LINUX_PROCESSMARK_H
 #define PELAGO_LINUX_PROCESSMARK_H
@@ -18,18 +18,18 @@ struct ProcessMark {
     uint64_t start = 0; // clock ticks from the boot to the start of the process
     std::string boot;   // the kernel's id of the boot, without a newline
 
-    // The mark of a process that runs; nothing when there is none, or only its unread status.
-    // May throw std::bad_alloc.
+    // Returns the mark of a running process; nullopt when there is none, when it has ended and was
+    // not reaped yet, and when /proc cannot be read.  May throw std::bad_alloc.
     static std::optional<ProcessMark> Of(pid_t pid);
-    // Reads what Text() wrote; nothing for any other text.
+    // Parses what Text() wrote; nullopt for any other text.
     static std::optional<ProcessMark> FromText(std::string_view text);
-    // "PID START BOOT"
+    // Returns "PID START BOOT".
     std::string Text() const;
-    // Also true when the kernel cannot be asked: what belongs to a process that may run is left
-    // alone.
+    // Returns whether the process runs.  Also true when /proc cannot be read: what belongs to a
+    // process that may be running must not be touched.  May throw std::bad_alloc.
     bool IsRunning() const;
-    // Whether the user of this process runs another process of the same name; true, too, when the
-    // kernel does not say.  May throw std::bad_alloc.
+    // Returns whether this process's user runs another process of the same name; also true when
+    // /proc cannot be read.  May throw std::bad_alloc.
     static bool AnotherOfOurNameRuns();
     bool operator==(const ProcessMark &other) const = default;
 };

@@ -1,9 +1,10 @@
 // scPreferences.cpp -- a session on one preferences file.
-// The file is read at the first access; from then on the session answers from memory, until it is
-// told to forget or takes the lock after somebody else has written the file.
+// The file is read at the first access.  From then on the session answers from memory, until it is
+// synchronized, or takes the lock and finds that another program has written the file or that the
+// owner of the service has ended.
 //
-// Under the lock a session sees EnabledServices as if a program that has ended had taken its "disk"
-// out (serviceOwner.h).  That alone writes nothing.
+// Under the lock a session sees EnabledServices without the "disk" of a program that has ended
+// (serviceOwner.h).  The file changes only when a value is set and committed.
 #include <SystemConfiguration/SystemConfiguration.h>
 
 #include "cfTypes.h"
@@ -45,11 +46,11 @@ struct __SCPreferences final : CFObject {
         : CFObject(SESSION_CLASS), mPath(std::move(path)), mIsRoot(geteuid() == 0)
     {}
 
-    // What was handed out or set.
+    // An object that Get() returned or Set() stored.
     struct Value {
         CFOwned<CFTypeRef> object;
-        bool isSet =
-            false; // written at every commit, for the object may change in its owner's hands
+        // Set() stored it.  Every commit then writes it, since the caller may have changed it.
+        bool isSet = false;
     };
 
     int Lock(bool wait);
@@ -76,10 +77,11 @@ private:
     bool mIsChanged = false;    // since the last commit
     bool mIsUnreadable = false; // the file holds something that must not be overwritten
     bool mIsTakenBack = false;  // this session sees EnabledServices without a dead program's "disk"
-    // How often this session found "disk".  Learnt before a commit changes mList.
+    // How often the array contained "disk" before this session's changes; the "disk" of a dead
+    // program does not count once it is taken back.  Counted before a commit changes mList.
     std::optional<size_t> mCountBefore;
     FileSignature mSignature;
-    FileContent mContent; // the file's, to be put back when a commit fails too late
+    FileContent mContent; // the file's content, which a commit that fails too late restores
     PropertyList mList;
     std::map<std::string, Value> mValues;
 };
@@ -88,14 +90,14 @@ namespace {
 
 void SessionDestroy(const CFObject *object) { delete static_cast<const __SCPreferences *>(object); }
 
-// The SDK hands sessions around as pointers to const.
+// Returns the session, which the SDK declares const, as one that can be changed.
 __SCPreferences *Session(SCPreferencesRef prefs, const char *function)
 {
     CFRequire(prefs, CF_TYPE_PREFERENCES, function);
     return const_cast<__SCPreferences *>(prefs);
 }
 
-// Runs a session's function for C callers, who see no exceptions.
+// Runs a session's function for C callers: an exception becomes ENOMEM.
 template <typename Call> int Guarded(const Call &call)
 {
     try {
@@ -111,7 +113,7 @@ std::string PathOf(CFStringRef prefsID)
     return name.starts_with('/') ? name : DEFAULT_FOLDER + name;
 }
 
-// The status of opening a session on the path: kSCStatusNoConfigFile still opens one.
+// Returns the status of opening a session on the path.  kSCStatusNoConfigFile opens one, too.
 int AccessStatus(const char *path)
 {
     if (access(path, R_OK) == 0) { return kSCStatusOK; }
@@ -135,13 +137,14 @@ int __SCPreferences::Lock(bool wait)
     return lookError;
 }
 
-// What was read without the lock may be old, or name a dead owner.
+// Called when the lock was taken: what was read without it may be out of date, and the service's
+// owner may have ended.
 int __SCPreferences::LookAgain()
 {
     if (!mIsAccessed) { return kSCStatusOK; }
     const bool isSame = FileSignature::OfPath(mPath.c_str()) == mSignature;
     if (mIsChanged) { return isSame ? kSCStatusOK : kSCStatusStale; }
-    // Nothing of ours is lost: the next access sees what the others wrote.
+    // This session has no changes to lose, and its next access reads the file again.
     if (!isSame || Owner() == ServiceOwner::Dead) { Forget(); }
     return kSCStatusOK;
 }
@@ -155,7 +158,7 @@ void __SCPreferences::Forget()
     mIsAccessed = mIsChanged = mIsUnreadable = mIsTakenBack = false;
 }
 
-// Nothing is written until the file is read anew.
+// Makes commits fail until the file is read again.
 void __SCPreferences::Distrust() { mIsAccessed = mIsUnreadable = true; }
 
 void __SCPreferences::Access()
@@ -181,7 +184,8 @@ ServiceOwner __SCPreferences::Owner() const
 void __SCPreferences::TakeBackService()
 {
     if (Owner() != ServiceOwner::Dead) { return; }
-    // One that found the service on still needs it, and would lose it with our end.
+    // Another process of this program may have found the service on, and rely on it.  If this
+    // session became the owner, its end would switch the service off for that process.
     if (ProcessMark::AnotherOfOurNameRuns()) { return; }
     const CFOwned<CFTypeRef> services(mList.CopyValue(SERVICE_KEY));
     CFOwned<CFTypeRef> others(ServiceCopyWithoutFirst(static_cast<CFArrayRef>(services.get())));
@@ -223,7 +227,7 @@ bool __SCPreferences::IsServiceSet() const
     return services != mValues.end() && services->second.isSet;
 }
 
-// For the values that are about to be written.
+// Returns the record to write with the session's values.
 std::string __SCPreferences::NextRecord()
 {
     if (!IsServiceSet()) { return mContent.record; }
@@ -303,7 +307,8 @@ extern "C" CFPropertyListRef SCPreferencesGetValue(SCPreferencesRef prefs, CFStr
         value = session->Get(key);
         return value ? kSCStatusOK : kSCStatusNoKey;
     });
-    // Callers take NULL for a key that is not there; what they then put there would replace it.
+    // To the caller, NULL means that the key is missing.  The value that it would then set must not
+    // replace the one in the file.
     if (error == ENOMEM) { session->Distrust(); }
     if (error != kSCStatusOK) { Fail(error); }
     return value;

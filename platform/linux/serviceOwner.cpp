@@ -18,7 +18,7 @@ bool IsService(const void *value)
            static_cast<CFStringRef>(value)->mText == SERVICE;
 }
 
-// A copy without the first count occurrences of the service.
+// Returns a copy without the first count occurrences of the service.
 CFOwned<CFMutableArrayRef> CopyWithout(CFArrayRef services, size_t count)
 {
     CFOwned<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, services));
@@ -56,7 +56,7 @@ std::string ServiceRecordAfter(size_t before, size_t after, const std::string &r
     const std::optional<ProcessMark> self = ProcessMark::Of(getpid());
     std::string own = self ? self->Text() : std::string();
     if (before == 0) { return own; }
-    // An owner that takes one out takes its own: what is left is somebody else's.
+    // An owner that removes one "disk" removes its own: the others belong to somebody else.
     return recordBefore == own ? std::string() : recordBefore;
 }
 

@@ -1,13 +1,13 @@
 /*
  * serviceOwner.h -- who switched the SMB service on.
  *
- * The service is on while the array under SERVICE_KEY holds "disk".  A program that adds it is its
- * owner: the file carries the mark of its process (processMark.h) as a record until "disk" goes.
- * When the owner has ended without taking it out, whoever changes the preferences takes it for
- * gone. "disk" without a record is an administrator's, and stays.
+ * The service is on while the array under SERVICE_KEY contains "disk".  A program that adds "disk"
+ * is its owner: the file carries the mark of its process (processMark.h) as a record until "disk"
+ * is removed.  When the owner has ended without removing it, the next program that changes the
+ * preferences treats it as removed.  A "disk" without a record is an administrator's, and stays.
  *
- * The array is nullptr, or any other value, for a file that has no such array.  All of these may
- * throw std::bad_alloc.
+ * For a file without such an array, services is nullptr or the value that is there.  Every function
+ * may throw std::bad_alloc.
  */
 #ifndef PELAGO_LINUX_SERVICEOWNER_H
 #define PELAGO_LINUX_SERVICEOWNER_H
@@ -26,18 +26,19 @@ enum class ServiceOwner {
     Dead
 };
 
-size_t ServiceCount(CFTypeRef services); // how often the array holds "disk"
+size_t ServiceCount(CFTypeRef services); // returns how often the array contains "disk"
 inline bool ServiceIsOn(CFTypeRef services) { return ServiceCount(services) > 0; }
 ServiceOwner ServiceOwnerOf(CFTypeRef services, const std::string &record);
 
-// The record after this process has changed the number of "disk" in the array from before to after;
-// empty for none.
+// Returns the record to write when this process changes the number of "disk" in the array from
+// before to after; empty for none.
 std::string ServiceRecordAfter(size_t before, size_t after, const std::string &recordBefore);
 
 void ServiceAppend(CFMutableArrayRef services);
 
-// A copy without the first "disk", which is what an owner takes out at its end, or without any.
+// Returns a copy without the first "disk", the one that an owner removes at its end.
 CFOwned<CFMutableArrayRef> ServiceCopyWithoutFirst(CFArrayRef services);
+// Returns a copy without any "disk".
 CFOwned<CFMutableArrayRef> ServiceCopyWithoutAny(CFArrayRef services);
 
 } // namespace pelago::platform

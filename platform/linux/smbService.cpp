@@ -1,4 +1,4 @@
-// smbService.cpp -- looks at EnabledServices in a preferences file, and edits it.
+// smbService.cpp -- reads and edits EnabledServices in a preferences file.
 #include "smbService.h"
 
 #include "preferencesFile.h"
@@ -11,9 +11,10 @@ namespace pelago::platform {
 
 namespace {
 
-// The file, as far as it is about the service.
+// A preferences file, and its array of services.
 struct Services {
-    // False, with the reason, for what cannot be understood.
+    // Reads the file; false, with the reason, when that fails or the file cannot be understood.  A
+    // missing or an empty file is no failure.
     bool Read(const std::string &path, std::string *reason);
     ServiceOwner Owner() const { return ServiceOwnerOf(array.get(), content.record); }
 
@@ -57,7 +58,7 @@ bool Write(const std::string &path, Services *present, CFArrayRef array, std::st
     return error == 0 || Failed(reason, strerror(error));
 }
 
-// What the array becomes; nullptr when it stays.
+// Returns the changed array; nullptr when nothing is to change.
 using Edit = CFOwned<CFMutableArrayRef> (*)(const Services &present);
 
 SmbChange Change(const std::string &path, bool wait, Edit edit, std::string *reason)
@@ -71,7 +72,7 @@ SmbChange Change(const std::string &path, bool wait, Edit edit, std::string *rea
         Failed(reason, strerror(error));
         return error == EWOULDBLOCK ? SmbChange::Busy : SmbChange::Failed;
     }
-    Services present; // as nobody else can change it now
+    Services present; // read under the lock, so that nobody else can change the file meanwhile
     if (!present.Read(path, reason)) { return SmbChange::Failed; }
     const CFOwned<CFMutableArrayRef> next = edit(present);
     if (!next) { return SmbChange::None; }

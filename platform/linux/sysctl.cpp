@@ -1,4 +1,4 @@
-// sysctl.cpp -- what the machine is, from the kernel's own files.
+// sysctl.cpp -- facts about the machine, from the kernel's calls and files.
 #include <sys/sysctl.h>
 
 #include "hostFile.h"
@@ -20,13 +20,13 @@ using namespace pelago::platform;
 
 namespace {
 
-// A value as the SDK's callers get it: a text, or a number of 4 or 8 bytes.
+// A value as callers receive it: a text, or a number of 4 or 8 bytes.
 struct Value {
     size_t numberSize; // 0 for a text
     uint64_t number;
     std::string text;
 };
-using Answer = std::optional<Value>; // nothing: this host does not tell
+using Answer = std::optional<Value>; // nullopt when this host does not have the value
 
 Answer NumberOf(size_t size, uint64_t number)
 {
@@ -73,7 +73,7 @@ std::string ProcessorText()
 
 Answer ReadBrand() { return TextOf(HostField(ProcessorText(), "model name")); }
 
-// The highest rate that any processor is made for; 0 where the kernel does not set the rates.
+// Returns the highest rate that the kernel can set for any processor, in Hz; 0 where it sets none.
 uint64_t ScaledHz()
 {
     constexpr uint64_t HZ_PER_KHZ = 1000;
@@ -90,7 +90,7 @@ uint64_t ScaledHz()
     return highest;
 }
 
-// What the kernel measured; 0 when it did not.
+// Returns the highest rate that the kernel measured, in Hz; 0 when it measured none.
 uint64_t MeasuredHz()
 {
     constexpr double HZ_PER_MHZ = 1e6;
@@ -108,7 +108,7 @@ Answer ReadMaxFrequency()
     return NumberOf(sizeof(uint64_t), scaled != 0 ? scaled : MeasuredHz());
 }
 
-// Firmware tables end their text with a newline, device trees with a NUL.
+// The texts of firmware tables end with a newline, those of device trees with a NUL.
 Answer ReadModel()
 {
     for (const char *path :
@@ -133,7 +133,7 @@ constexpr Entry ENTRIES[] = {
     {"hw.model", ReadModel},          {"machdep.cpu.brand_string", ReadBrand},
 };
 
-// Gives what fits.  0 or an errno value.
+// Copies the bytes that fit.  Returns 0, or ENOMEM when not all of them do.
 int GiveBytes(const void *bytes, size_t count, void *value, size_t *size)
 {
     const size_t room = size != nullptr ? *size : 0;
@@ -148,14 +148,14 @@ int GiveNumber(const Value &answer, void *value, size_t *size)
     const auto narrow = static_cast<int32_t>(answer.number);
     const bool wantsNarrow = value != nullptr && size != nullptr && *size == sizeof narrow;
     if (answer.numberSize == sizeof narrow || wantsNarrow) {
-        // macOS narrows to a signed number, also for a reader whose number has no sign.
+        // macOS narrows to a signed number, even for a caller whose variable is unsigned.
         if (answer.number > INT32_MAX) { return ERANGE; }
         return GiveBytes(&narrow, sizeof narrow, value, size);
     }
     return GiveBytes(&answer.number, sizeof answer.number, value, size);
 }
 
-// 0 or an errno value.
+// Finds the entry and copies its value.  Returns 0 or an errno value.
 int Query(const char *name, void *value, size_t *size, const void *newValue)
 {
     const Entry *entry = std::find_if(std::begin(ENTRIES), std::end(ENTRIES),
@@ -172,7 +172,8 @@ int Query(const char *name, void *value, size_t *size, const void *newValue)
     }
 }
 
-// The entry's name in letters; nullptr with an errno value when there is none.
+// Returns the name of the entry that has this numeric name; nullptr, with an errno value in *error,
+// when there is none.
 const char *NameOf(const int *name, unsigned int count, int *error)
 {
     constexpr unsigned int MIN_COUNT = 2;

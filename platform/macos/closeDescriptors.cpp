@@ -1,4 +1,4 @@
-// closeDescriptors.cpp -- closing many descriptors at once, by the kernel's list of what is open.
+// closeDescriptors.cpp -- closes many descriptors at once, using the kernel's list of open ones.
 #include <closeDescriptors.h>
 
 #include <libproc.h>
@@ -14,10 +14,11 @@ void CloseOneByOne(int first, int last)
     for (int fd = first; fd < last; fd++) {
         close(fd);
     }
-    close(last);
+    close(last); // not in the loop, whose counter would overflow after INT_MAX
 }
 
-// Closes those in the list; returns whether it is a whole one, which leaves room behind it.
+// Fills the list, and closes the descriptors in it.  Returns false, and closes nothing, when the
+// kernel fills all size bytes, since the list may then have been cut.
 bool CloseListed(proc_fdinfo *list, int size, int first, int last)
 {
     const int filled = proc_pidinfo(getpid(), PROC_PIDLISTFDS, 0, list, size);
@@ -30,10 +31,10 @@ bool CloseListed(proc_fdinfo *list, int size, int first, int last)
     return true;
 }
 
-// Returns whether the kernel lists what is open.
+// Closes the descriptors that the kernel lists as open; returns whether it could list all of them.
 bool CloseByListing(int first, int last)
 {
-    // Without a list the answer is how large one can get, with some room.
+    // Without a buffer the call returns the size that the list can have, with some room to spare.
     const int size = proc_pidinfo(getpid(), PROC_PIDLISTFDS, 0, nullptr, 0);
     if (size <= 0) { return false; }
     const auto length = static_cast<size_t>(size);

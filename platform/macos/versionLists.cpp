@@ -1,4 +1,4 @@
-// versionLists.cpp -- every macOS has property lists of its version.
+// versionLists.cpp -- every macOS has property lists of the system's version.
 #include <versionLists.h>
 
 namespace pelago::platform {

@@ -1,5 +1,6 @@
-// allocations.cpp -- in the place of the C library's allocator.  In a file of its own: no compiler
-// that sees a call of malloc() expects it to read a test's variables.
+// allocations.cpp -- replaces the C library's allocator in tests.  It is a separate file, since a
+// compiler that sees both a call of malloc() and these variables assumes that malloc() does not use
+// them.
 #include "allocations.h"
 
 #include <atomic>
@@ -11,11 +12,12 @@ namespace {
 
 std::atomic<ptrdiff_t> sLive;
 thread_local size_t tCalls, tLastSize;
-thread_local size_t tFirstRefused, tRefused; // so many from that call on
+thread_local size_t tFirstRefused, tRefused; // the first call to refuse, and how many to refuse
 thread_local std::vector<size_t> *tSizes;
-thread_local std::function<void()> tDeed;
+thread_local std::function<void()> tAction; // to run in the next call
 
-template <typename T> T *Given(T *block)
+// Counts the block, unless it is NULL, and returns it.
+template <typename T> T *Counted(T *block)
 {
     if (block != nullptr) { sLive++; }
     return block;
@@ -27,12 +29,12 @@ extern "C" {
 void *__real_malloc(size_t size);
 void *__wrap_malloc(size_t size)
 {
-    return Allocations::Grants(size) ? Given(__real_malloc(size)) : nullptr;
+    return Allocations::Grants(size) ? Counted(__real_malloc(size)) : nullptr;
 }
 void *__real_calloc(size_t count, size_t size);
 void *__wrap_calloc(size_t count, size_t size)
 {
-    return Allocations::Grants(count * size) ? Given(__real_calloc(count, size)) : nullptr;
+    return Allocations::Grants(count * size) ? Counted(__real_calloc(count, size)) : nullptr;
 }
 void *__real_realloc(void *block, size_t size);
 void *__wrap_realloc(void *block, size_t size)
@@ -41,13 +43,13 @@ void *__wrap_realloc(void *block, size_t size)
     const bool hadBlock = block != nullptr;
     void *moved = __real_realloc(block, size);
     if (moved != nullptr && !hadBlock) { sLive++; }
-    if (moved == nullptr && hadBlock && size == 0) { sLive--; } // it has been freed
+    if (moved == nullptr && hadBlock && size == 0) { sLive--; } // realloc() has freed the block
     return moved;
 }
 char *__real_strdup(const char *string);
 char *__wrap_strdup(const char *string)
 {
-    return Allocations::Grants(strlen(string) + 1) ? Given(__real_strdup(string)) : nullptr;
+    return Allocations::Grants(strlen(string) + 1) ? Counted(__real_strdup(string)) : nullptr;
 }
 void __real_free(void *block);
 void __wrap_free(void *block)
@@ -72,14 +74,14 @@ std::vector<size_t> Allocations::SizesIn(const std::function<void()> &action)
 
 bool Allocations::Grants(size_t size)
 {
-    if (tDeed) { std::exchange(tDeed, nullptr)(); }
+    if (tAction) { std::exchange(tAction, nullptr)(); }
     if (tSizes != nullptr) { tSizes->push_back(size); }
     tLastSize = size;
     const size_t call = tCalls++;
     return call < tFirstRefused || call - tFirstRefused >= tRefused;
 }
 
-void Allocations::Meanwhile(std::function<void()> deed) { tDeed = std::move(deed); }
+void Allocations::Meanwhile(std::function<void()> action) { tAction = std::move(action); }
 
 OutOfMemory::OutOfMemory(size_t granted, size_t refused) : mFirst(tCalls + granted)
 {

@@ -1,5 +1,6 @@
-// allocations.h -- the C library's allocator, counted, and out of memory on demand.  For programs
-// that pelago_refuse_allocations() is told of; there it answers all that is linked statically.
+// allocations.h -- counts allocations, and refuses them on demand.  It replaces the C library's
+// allocator for all code that is linked statically into the programs of
+// pelago_refuse_allocations().
 #ifndef PELAGO_TESTS_SUPPORT_ALLOCATIONS_H
 #define PELAGO_TESTS_SUPPORT_ALLOCATIONS_H
 
@@ -8,31 +9,32 @@
 #include <functional>
 #include <vector>
 
-// What has been asked of malloc, calloc, realloc and strdup.
+// The calls of malloc, calloc, realloc and strdup.
 struct Allocations {
-    // The blocks that were given and not freed, by all threads together.
+    // Returns the number of blocks that were allocated and not freed, in all threads together.
     static ptrdiff_t Live();
-    // This thread's calls, refused ones included.
+    // Returns the number of this thread's calls, refused ones included.
     static size_t Calls();
-    // What this thread's last call asked for.
+    // Returns the size that this thread's last call requested.
     static size_t LastSize();
-    // What this thread asks for in the action, call by call.
+    // Runs the action, and returns the size that each of this thread's calls in it requested.
     static std::vector<size_t> SizesIn(const std::function<void()> &action);
-    // Counts one more call of this thread, for a block from elsewhere, and says whether it is
-    // granted.
+    // Counts one more call of this thread, for a block from another allocator; returns whether the
+    // call is granted.
     static bool Grants(size_t size);
-    // Does this once, in this thread's next call, before that is answered.
-    static void Meanwhile(std::function<void()> deed);
+    // Makes this thread's next call run the action first, once.
+    static void Meanwhile(std::function<void()> action);
 };
 
-// While it lives, so many calls of this thread are granted and then so many refused.
+// During its lifetime the allocator grants this many calls of this thread, refuses this many after
+// them, and grants the rest.
 class OutOfMemory {
 public:
     explicit OutOfMemory(size_t granted = 0, size_t refused = SIZE_MAX);
     ~OutOfMemory();
     OutOfMemory(const OutOfMemory &) = delete;
     OutOfMemory &operator=(const OutOfMemory &) = delete;
-    // Whether a call has been refused.
+    // Returns whether a call was refused.
     bool Showed() const;
 
 private:

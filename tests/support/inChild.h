@@ -1,4 +1,4 @@
-// inChild.h -- what a process settles once, in a process of its own.
+// inChild.h -- runs in a child process what a process can do only once.
 #ifndef PELAGO_TESTS_SUPPORT_INCHILD_H
 #define PELAGO_TESTS_SUPPORT_INCHILD_H
 
@@ -9,12 +9,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// What the body returned, and what was written to standard error meanwhile.
+// The result of the body, and what the child wrote to standard error.
 struct Outcome {
     std::string result, errors;
 };
 
-// Runs the body in a child, which must end by itself and without a failed expectation.
+// Runs the body in a child process, which must exit by itself and without a failed expectation.
 template <typename Body> Outcome InChild(Body body)
 {
     int ends[2];
@@ -25,7 +25,7 @@ template <typename Body> Outcome InChild(Body body)
     if (child == 0) {
         const std::string result = body();
         const ssize_t written = write(ends[1], result.data(), result.size());
-        fflush(stdout); // what the expectations say
+        fflush(stdout); // the messages of failed expectations
         const bool isWell = written == static_cast<ssize_t>(result.size());
         _exit(isWell && !testing::Test::HasFailure() ? 0 : 1);
     }

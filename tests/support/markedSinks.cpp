@@ -1,6 +1,6 @@
-// markedSinks.cpp -- sinks that a test can tell apart, for programs that pelago_marked_sinks() is
-// told of: the name of each comes before its message.  They destroy errno, as a
-// careless program's do, so that a call which does not keep it shows.
+// markedSinks.cpp -- sinks that write their name before each message, for the programs of
+// pelago_marked_sinks().  They change errno, as a careless program's sinks do: a library call that
+// does not restore errno after a message then fails its test.
 #include "diagnostics.h"
 
 #include <cerrno>
@@ -10,10 +10,10 @@
 
 static void Say(const char *sink, const char *format, va_list arguments)
 {
-    constexpr int OF_NO_CALL = 9999;
+    constexpr int SPOILT_ERRNO = 9999; // no call sets errno to this
     fputs(sink, stderr);
     vfprintf(stderr, format, arguments);
-    errno = OF_NO_CALL;
+    errno = SPOILT_ERRNO;
 }
 
 extern "C" void Warning(const char *format, ...)

@@ -1,6 +1,6 @@
-// noMemory.h -- how each public function ends when it does not get a block that it asks for.  For
-// the sources of noMemory_test, which refuses every one of a case's blocks: alone, and together
-// with all that follow.
+// noMemory.h -- declares how each public function ends when an allocation fails.  For the sources
+// of noMemory_test, which refuses each allocation of a case: alone, and together with all later
+// ones.
 //
 //    RUNS_OUT(Posix_RealPath, FAILS)
 //    {
@@ -22,7 +22,7 @@
 struct Ending {
     enum Kind { RETURNS, PANICS, ABORTS } kind;
     std::string said;
-    std::string saidWithoutMore = said; // when all blocks that follow are refused, too
+    std::string saidWithoutMore = said; // when all later allocations are refused, too
 };
 inline Ending Says(const std::string &text) { return {Ending::RETURNS, text}; }
 inline Ending Panics(const std::string &report) { return {Ending::PANICS, "Panic: " + report}; }
@@ -35,7 +35,8 @@ inline const Ending ABORTS{Ending::ABORTS, ""};
 inline const Ending PANICS = Panics("Unrecoverable memory allocation failure\n");
 inline const Ending PANICS_AT = Panics("Unrecoverable memory allocation failure at lib/x:7\n");
 
-// The text could not be converted; the report shows it when there is memory for that.
+// The panic about a text that could not be converted; its report contains the text if there is
+// memory to escape it.
 inline Ending Unconverted(const std::string &escaped, const std::string &from = "UTF-8")
 {
     const std::string begin = "Unicode_AllocWithLength: Couldn't convert invalid buffer [",
@@ -52,14 +53,15 @@ bool AddNoMemoryCase(NoMemoryCase row);
 // Returns whether the function has a case already.
 bool HasNoMemoryCase(const std::string &function);
 
-// A function, and how it ends without its first block, its second and so on; the last ending is for
-// all further blocks too.  What follows is an attempt: it makes the call through Scarcely() and
-// returns whether that succeeded, with the right result.  It expects that a failure left everything
-// as it was, and frees what it has made.  After a failure it is made once more, with memory.
+// Declares how a function ends without its first allocation, without its second and so on; the last
+// ending is also for all further allocations.  The body that follows is one attempt: it makes the
+// call through Scarcely(), and returns whether the call succeeded with the right result.  It
+// expects that a failed call changed nothing, and frees what it has made.  After a failure it runs
+// again, with memory.
 #define RUNS_OUT(function, ...) PELAGO_NO_MEMORY_CASE(function, , __VA_ARGS__)
-// The same in a further case of the function.
+// Does the same for another case of the function.
 #define RUNS_OUT_WHEN(function, variant, ...) PELAGO_NO_MEMORY_CASE(function, variant, __VA_ARGS__)
-// A function that asks for no block.
+// Declares a function that allocates nothing.
 #define NEEDS_NO_MEMORY(function)               PELAGO_NO_MEMORY_CASE(function, , )
 #define NEEDS_NO_MEMORY_WHEN(function, variant) PELAGO_NO_MEMORY_CASE(function, variant, )
 
@@ -69,15 +71,15 @@ bool HasNoMemoryCase(const std::string &function);
         AddNoMemoryCase({#function, #variant, {__VA_ARGS__}, function##variant##Attempt});         \
     static bool function##variant##Attempt()
 
-// What is refused in this attempt, and whether anything was.
+// The present attempt: how many allocations are granted and how many are then refused.
 struct NoMemoryAttempt {
     size_t granted = 0, refused = 0;
-    bool showed = false;
-    bool isSecond = false; // with memory, after the first one failed
+    bool showed = false;   // an allocation was refused
+    bool isSecond = false; // with memory, after the first attempt failed
 };
 inline NoMemoryAttempt sAttempt;
 
-// The call under test, and nothing around it, runs out of memory.
+// Makes the call under test; only in it are allocations refused.
 template <typename Call> auto Scarcely(Call call)
 {
     struct Scarcity {
@@ -87,7 +89,7 @@ template <typename Call> auto Scarcely(Call call)
     return call();
 }
 
-// Takes over a result: NULL is a failure, and any other string is to be this one.
+// Returns whether the result is not NULL; expects it to be this text then, and frees it.
 inline bool Gives(const std::string &expected, void *text)
 {
     if (text == nullptr) { return false; }
@@ -95,7 +97,7 @@ inline bool Gives(const std::string &expected, void *text)
     return true;
 }
 
-// For a builder, which stores its result's length unless it fails.
+// Does the same for a builder, which stores its result's length unless it fails.
 template <typename Build> bool Builds(const std::string &expected, Build build)
 {
     size_t size = 77;

@@ -1,5 +1,5 @@
-// scarceNew.cpp -- in the place of the C++ library's own new and delete, which allocate where no
-// link reaches them.
+// scarceNew.cpp -- replaces the C++ library's new and delete, whose calls of malloc() --wrap does
+// not reach.
 #include "scarceNew.h"
 
 #include "allocations.h"
@@ -15,7 +15,7 @@ static thread_local bool tIsScarce;
 ScarceNew::ScarceNew() { tIsScarce = true; }
 ScarceNew::~ScarceNew() { tIsScarce = false; }
 
-// Not inline, since a compiler that sees one half alone takes it for a mismatch.
+// Not inlined: a compiler that inlines only one of new and delete warns that they do not match.
 [[gnu::noinline]] void *operator new(size_t size, const std::nothrow_t &) noexcept
 {
     return tIsScarce && !Allocations::Grants(size) ? nullptr : __real_malloc(size);

@@ -1,9 +1,10 @@
-// scarceNew.h -- the C++ library's new, refused as allocations.h refuses the C library's blocks.
-// For programs that are linked with scarceNew.cpp and that pelago_refuse_allocations() is told of.
+// scarceNew.h -- makes operator new fail where allocations.h refuses allocations.  For programs of
+// pelago_refuse_allocations() that are linked with scarceNew.cpp.
 #ifndef PELAGO_TESTS_SUPPORT_SCARCENEW_H
 #define PELAGO_TESTS_SUPPORT_SCARCENEW_H
 
-// While it lives, what this thread asks new for counts as a call of the allocator.
+// During its lifetime a call of new in this thread counts as a call of the allocator, and can be
+// refused.
 class ScarceNew {
 public:
     ScarceNew();

@@ -1,4 +1,4 @@
-// scopedForTests.h -- what tests make and take away again.
+// scopedForTests.h -- resources that are released at the end of a test.
 #ifndef PELAGO_TESTS_SUPPORT_SCOPEDFORTESTS_H
 #define PELAGO_TESTS_SUPPORT_SCOPEDFORTESTS_H
 
@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// A folder that goes away, with all that is in it, at the end of the block.
+// A new folder, which is removed with everything in it at the end of the block.
 class TemporaryFolder {
 public:
     TemporaryFolder() : mPath(testing::TempDir() + "pelagoXXXXXX")
@@ -30,7 +30,8 @@ private:
     std::string mPath;
 };
 
-// Takes over a heap string; NULL becomes a text that no function returns.
+// Returns the text of a heap string, and frees the string.  NULL becomes "(none)", which no
+// function returns.
 inline std::string Take(char *text)
 {
     const std::string taken = text == nullptr ? "(none)" : text;

@@ -1,4 +1,4 @@
-// scopedTable.h -- a hash table that goes away at the end of the block.
+// scopedTable.h -- a hash table that is freed at the end of the block.
 #ifndef PELAGO_TESTS_SUPPORT_SCOPEDTABLE_H
 #define PELAGO_TESTS_SUPPORT_SCOPEDTABLE_H
 

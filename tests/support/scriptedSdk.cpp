@@ -1,10 +1,11 @@
-// scriptedSdk.cpp -- stands between the tool and the SDK's calls, at the link (-Wl,--wrap).
+// scriptedSdk.cpp -- records the tool's calls of the SDK, and makes some of them fail; the linker
+// puts it between the two (-Wl,--wrap).
 //
-// PELAGO_SDK_FAIL names what is to fail: "SCPreferencesLock:2 CFArrayCreateMutable:1" makes the
-// second lock and the first new array fail.  "SCPreferencesGetValue:2" makes the second get answer
-// with a string.  Everything else is the real call.  PELAGO_SDK_LOG names a file that receives a
-// line for each call, with "fails" behind those that were made to.
-// The library's own calls that the order of a run is promised for have their lines, too.
+// PELAGO_SDK_FAIL lists the calls that fail: "SCPreferencesLock:2 CFArrayCreateMutable:1" makes the
+// second lock and the first new array fail.  "SCPreferencesGetValue:2" makes the second get return
+// a string.  All other calls are made.  PELAGO_SDK_LOG names a file that receives a line for each
+// call, followed by "fails" if the call was made to fail.  Calls of the library whose order the
+// tool promises have lines, too.
 #include <SystemConfiguration/SystemConfiguration.h>
 
 #include <cstdio>
@@ -18,10 +19,10 @@ namespace {
 
 std::map<std::string, int> sCalls;
 SCPreferencesRef sPrefs;
-CFMutableArrayRef sArray; // the last one made: there is one at a time
-int sDepth; // above 0 inside a real call: what that calls in turn is not the tool's doing
+CFMutableArrayRef sArray; // the last array made: there is one at a time
+int sDepth;               // above 0 inside a real call, whose own calls are not the tool's
 
-template <typename Call> auto Really(Call call)
+template <typename Call> auto CallReal(Call call)
 {
     struct Inside {
         Inside() { sDepth++; }
@@ -41,7 +42,7 @@ void Note(const std::string &line)
     }
 }
 
-// Counts the call and tells whether this one is to fail.
+// Counts and records the call; returns whether it must fail.
 bool IsToFail(const char *name)
 {
     if (sDepth > 0) { return false; }
@@ -61,14 +62,14 @@ void __real_Location_Init(const char *);
 void __wrap_Location_Init(const char *processTag)
 {
     Note(std::string("Location_Init ") + processTag);
-    Really([&] { __real_Location_Init(processTag); });
+    CallReal([&] { __real_Location_Init(processTag); });
 }
 
 void __real_Unicode_Init();
 void __wrap_Unicode_Init()
 {
     Note("Unicode_Init");
-    Really([] { __real_Unicode_Init(); });
+    CallReal([] { __real_Unicode_Init(); });
 }
 
 int __real_access(const char *, int);
@@ -88,7 +89,7 @@ SCPreferencesRef __wrap_SCPreferencesCreate(CFAllocatorRef allocator, CFStringRe
     Note(std::string("  as ") + text);
     CFStringGetCString(prefsID, text, sizeof text, kCFStringEncodingUTF8);
     Note(std::string("  on ") + text);
-    return sPrefs = Really([&] { return __real_SCPreferencesCreate(allocator, name, prefsID); });
+    return sPrefs = CallReal([&] { return __real_SCPreferencesCreate(allocator, name, prefsID); });
 }
 
 Boolean __real_SCPreferencesLock(SCPreferencesRef, Boolean);
@@ -96,21 +97,21 @@ Boolean __wrap_SCPreferencesLock(SCPreferencesRef prefs, Boolean wait)
 {
     if (IsToFail("SCPreferencesLock")) { return false; }
     Note(wait ? "  waiting" : "  not waiting");
-    return Really([&] { return __real_SCPreferencesLock(prefs, wait); });
+    return CallReal([&] { return __real_SCPreferencesLock(prefs, wait); });
 }
 
 Boolean __real_SCPreferencesUnlock(SCPreferencesRef);
 Boolean __wrap_SCPreferencesUnlock(SCPreferencesRef prefs)
 {
     return !IsToFail("SCPreferencesUnlock") &&
-           Really([&] { return __real_SCPreferencesUnlock(prefs); });
+           CallReal([&] { return __real_SCPreferencesUnlock(prefs); });
 }
 
 CFPropertyListRef __real_SCPreferencesGetValue(SCPreferencesRef, CFStringRef);
 CFPropertyListRef __wrap_SCPreferencesGetValue(SCPreferencesRef prefs, CFStringRef key)
 {
     if (IsToFail("SCPreferencesGetValue")) { return CFSTR("not an array"); }
-    return Really([&] { return __real_SCPreferencesGetValue(prefs, key); });
+    return CallReal([&] { return __real_SCPreferencesGetValue(prefs, key); });
 }
 
 Boolean __real_SCPreferencesSetValue(SCPreferencesRef, CFStringRef, CFPropertyListRef);
@@ -118,14 +119,14 @@ Boolean __wrap_SCPreferencesSetValue(SCPreferencesRef prefs, CFStringRef key,
                                      CFPropertyListRef value)
 {
     return !IsToFail("SCPreferencesSetValue") &&
-           Really([&] { return __real_SCPreferencesSetValue(prefs, key, value); });
+           CallReal([&] { return __real_SCPreferencesSetValue(prefs, key, value); });
 }
 
 Boolean __real_SCPreferencesCommitChanges(SCPreferencesRef);
 Boolean __wrap_SCPreferencesCommitChanges(SCPreferencesRef prefs)
 {
     return !IsToFail("SCPreferencesCommitChanges") &&
-           Really([&] { return __real_SCPreferencesCommitChanges(prefs); });
+           CallReal([&] { return __real_SCPreferencesCommitChanges(prefs); });
 }
 
 CFMutableArrayRef __real_CFArrayCreateMutable(CFAllocatorRef, CFIndex, const CFArrayCallBacks *);
@@ -133,8 +134,8 @@ CFMutableArrayRef __wrap_CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex 
                                               const CFArrayCallBacks *callBacks)
 {
     if (IsToFail("CFArrayCreateMutable")) { return nullptr; }
-    return sArray =
-               Really([&] { return __real_CFArrayCreateMutable(allocator, capacity, callBacks); });
+    return sArray = CallReal(
+               [&] { return __real_CFArrayCreateMutable(allocator, capacity, callBacks); });
 }
 
 CFMutableArrayRef __real_CFArrayCreateMutableCopy(CFAllocatorRef, CFIndex, CFArrayRef);
@@ -142,8 +143,8 @@ CFMutableArrayRef __wrap_CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIn
                                                   CFArrayRef array)
 {
     if (IsToFail("CFArrayCreateMutableCopy")) { return nullptr; }
-    return sArray =
-               Really([&] { return __real_CFArrayCreateMutableCopy(allocator, capacity, array); });
+    return sArray = CallReal(
+               [&] { return __real_CFArrayCreateMutableCopy(allocator, capacity, array); });
 }
 
 void __real_CFRelease(CFTypeRef);
@@ -152,7 +153,7 @@ void __wrap_CFRelease(CFTypeRef object)
     if (object == sPrefs || object == sArray) {
         Note(object == sPrefs ? "CFRelease of the session" : "CFRelease of an array");
     }
-    Really([&] { __real_CFRelease(object); });
+    CallReal([&] { __real_CFRelease(object); });
 }
 
 } // extern "C"

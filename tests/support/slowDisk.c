@@ -1,10 +1,10 @@
-// slowDisk.c -- preloaded by tools/otherMachines.sh: a disk that takes its time.
+// slowDisk.c -- preloaded by tools/otherMachines.sh: makes durable writes and renames slow.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stdio.h>
 #include <unistd.h>
 
-#define DELAY 50000 // microseconds, as a disk that turns may take
+#define DELAY 50000 // microseconds, as on a rotating disk
 
 #define SLOW(name, parameters, arguments)                                                          \
     int name parameters                                                                            \

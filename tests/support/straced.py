@@ -1,9 +1,8 @@
-"""Provoking faults in a program with strace, with proof that they happened.
+"""Provokes faults in a program with strace, and checks that they happened.
 
-strace counts calls per process and per name, and injects nothing, silently, into a call that it does
-not trace; so a point is a pair (name, ordinal) of a recorded run, the call is always traced as well,
-and whoever injects an error checks that the log tells of it.  Without -f only the program itself is
-attacked, and its children run on.
+strace counts calls per process and per name, so a point is a pair (name, ordinal) of a recorded run.  strace silently
+injects nothing into a call that it does not trace, so the call is always traced, too, and its log must show the
+injection.  Without -f faults occur only in the program itself, not in its children.
 """
 
 import re
@@ -13,7 +12,7 @@ from pathlib import Path
 
 LOG = Path("/tmp/strace.log")
 
-# What each call may fail with.  EINTR stands where the kernel may give it to these programs.
+# The errors of each call.  EINTR is listed where these programs can receive it.
 ERRORS = {
     "access": ["EACCES", "EIO", "ENOMEM"],
     "chdir": ["EACCES", "EIO", "ENOMEM"],
@@ -73,36 +72,36 @@ ERRORS = {
     "wait4": ["EINTR"],
     "write": ["ENOSPC", "EDQUOT", "EIO", "EINTR"],
 }
-# Nothing that these programs hand over makes one of these fail.  (brk tells a failure by its result,
-# which no error number can stand for; what allocates is refused memory instead.)
+# Calls that cannot fail with the arguments of these programs.  (brk reports a failure by its result, not by an error
+# number; other tests refuse allocations instead.)
 CANNOT_FAIL = {"arch_prctl", "brk", "exit_group", "fcntl", "futex", "getegid", "geteuid", "getgid", "getpid", "getuid",
                "prctl", "prlimit64", "rt_sigaction", "rt_sigprocmask", "rt_sigreturn", "set_robust_list",
                "set_tid_address"}
 
 
 class Point(namedtuple("Point", "name ordinal line")):
-    """One call of a recorded run; line is strace's own."""
+    """One call of a recorded run; line is strace's line about it."""
 
     @property
     def errors(self):
-        """What it may fail with; a call that nobody has thought of is an error."""
+        """The errors that the call may fail with.  A call that is in neither table raises AssertionError."""
         if self.name not in ERRORS and self.name not in CANNOT_FAIL:
             raise AssertionError(f"no errors are known for {self.line}")
         return ERRORS.get(self.name, [])
 
     @property
     def result(self):
-        """What it returned, when that is a number that is no error; else None."""
+        """The call's result if it is a number of 0 or more, else None."""
         match = re.search(r" = (\d+)$", self.line)
         return int(match[1]) if match else None
 
 
 def read_log():
-    """The calls of the run that was traced last, in order, as points."""
+    """Returns the calls of the last traced run, in order, as points."""
     counts = Counter()
     found = []
     lines = LOG.read_text(errors="replace").splitlines()
-    # The first is strace's own, which it does not count.
+    # The first execve is made by strace, which does not count it.
     for line in lines[1:] if lines and lines[0].startswith("execve(") else lines:
         if match := re.match(r"(\w+)\(", line):
             counts[match[1]] += 1
@@ -111,18 +110,19 @@ def read_log():
 
 
 def tracing(*selection):
-    """A command's beginning that traces it; selection is more of strace's options."""
+    """Returns the words to put before a command to trace it; selection is further options of strace."""
     return ["strace", "-qq", "-o", LOG, *selection]
 
 
 def recorded(command, *selection, **options):
-    """The points of one undisturbed run."""
+    """Runs the command without faults, and returns its points."""
     subprocess.run([*tracing(*selection), *command], **{"check": True} | options)
     return read_log()
 
 
 def injecting(names, what, *selection, also=()):
-    """A command's beginning that traces these calls, and does that to them; it traces the others, too."""
+    """Returns the words to put before a command to trace these calls and inject what into them; also lists further
+    calls to trace."""
     return tracing(*selection, "-e", f"trace={','.join((names, *also))}", "-e", f"inject={names}:{what}")
 
 
@@ -131,16 +131,16 @@ def was_injected():
 
 
 def killed_at(point, command, **options):
-    """Kills the program as it enters the call; returns whether that happened."""
+    """Kills the program when it enters the call; returns whether that happened."""
     name, ordinal = point[:2]
     done = subprocess.run([*injecting(name, f"signal=KILL:when={ordinal}"), *command], **options)
     return done.returncode == -9
 
 
 def failing_at(names, ordinal, error, command, *selection, **options):
-    """Makes a call fail; returns the finished process.  It is an error when nothing was injected."""
+    """Makes a call fail, and returns the finished process.  Raises AssertionError when nothing was injected."""
     when = f":when={ordinal}" if ordinal else ""
-    LOG.unlink(missing_ok=True)  # an earlier run's says nothing of this one
+    LOG.unlink(missing_ok=True)  # the log of an earlier run must not count for this one
     done = subprocess.run([*injecting(names, f"error={error}{when}", *selection), *command], **options)
     if not was_injected():
         raise AssertionError(f"{names}:{ordinal} was never reached")

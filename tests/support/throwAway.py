@@ -1,4 +1,4 @@
-"""Tells the machine that tools/sandbox.sh makes, and throws away, from all others."""
+"""Checks for the throw-away machine of tools/sandbox.sh."""
 
 import os
 import sys
@@ -7,6 +7,6 @@ MARK = "/run/throw-away-machine"  # tools/sandbox.sh puts it there
 
 
 def require_sandbox():
-    """For what changes the machine.  It ends the program on any other."""
+    """Ends the program unless it runs on a throw-away machine.  For programs that change the machine."""
     if not os.path.exists(MARK):
         sys.exit(f"{sys.argv[0]}: run this in tools/sandbox.sh only; it changes the machine")

@@ -1,4 +1,4 @@
-// together.h -- the same thing in several threads.
+// together.h -- runs the same function in several threads.
 #ifndef PELAGO_TESTS_SUPPORT_TOGETHER_H
 #define PELAGO_TESTS_SUPPORT_TOGETHER_H
 
@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-// Runs body(0) to body(count - 1), each in a thread of its own, all starting at once.
+// Runs body(0) to body(count - 1), each in its own thread; all start at the same time.
 template <typename Body> void Together(int count, Body body)
 {
     std::barrier start(count);

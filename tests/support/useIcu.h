@@ -1,4 +1,4 @@
-// useIcu.h -- conversions through ICU from now on, as programs get them.
+// useIcu.h -- switches conversions to ICU, in the way that programs do it.
 #ifndef PELAGO_TESTS_SUPPORT_USEICU_H
 #define PELAGO_TESTS_SUPPORT_USEICU_H
 

@@ -1,4 +1,4 @@
-// utf16Bytes.h -- UTF-16 as bytes, in either order.
+// utf16Bytes.h -- returns UTF-16 as bytes, little-endian or big-endian.
 #ifndef PELAGO_TESTS_SUPPORT_UTF16BYTES_H
 #define PELAGO_TESTS_SUPPORT_UTF16BYTES_H
 

@@ -1,4 +1,4 @@
-/* MacTypes.h -- the plain types that the SDK's headers build on. */
+/* MacTypes.h -- the basic types that the SDK's headers use. */
 #ifndef PELAGO_LINUX_MACTYPES_H
 #define PELAGO_LINUX_MACTYPES_H
 

@@ -1,6 +1,6 @@
 /*
- * string.h -- the host's own, but for strerror_r(): on macOS it is POSIX's, which returns a number
- * and fills the buffer.  Compiled as C++ the GNU C library would show another one under the name.
+ * string.h -- the host's own header, with POSIX's strerror_r(), which macOS has: it returns a
+ * number and fills the buffer.  In C++ the GNU C library declares another function of that name.
  */
 #ifndef PELAGO_PLATFORM_STRING_H
 #define PELAGO_PLATFORM_STRING_H

@@ -1,4 +1,4 @@
-/* unistd.h -- the host's own, and issetugid(). */
+/* unistd.h -- the host's own header, and issetugid(). */
 #ifndef PELAGO_PLATFORM_UNISTD_H
 #define PELAGO_PLATFORM_UNISTD_H
 
@@ -9,9 +9,9 @@ extern "C" {
 #endif
 
 /*
- * 1 when the process started with rights that its caller lacks (a set-user-ID or set-group-ID
- * program, or one with capabilities of its own), so that its environment is not to be trusted; else
- * 0.
+ * Returns 1 when the process started with rights that its caller lacks (as a set-user-ID or
+ * set-group-ID program, or one with capabilities of its own), else 0.  The environment of such a
+ * process must not be trusted.
  */
 int issetugid(void);
 

@@ -1,13 +1,13 @@
 /*
- * CoreFoundation.h -- the part of Apple's Core Foundation that this product calls, and what its
- * tests look at results with.
+ * CoreFoundation.h -- the part of Apple's Core Foundation that this product calls, and the
+ * functions with which its tests check results.
  *
  * Types, names and constant values are Apple's own, so that one source compiles against this header
- * and against the SDK's.  It serves Linux, where platform/linux stands behind it, and builds for
- * macOS on machines without the SDK; on a Mac with the SDK it must not be on the include path.
+ * and against the SDK's.  It is used on Linux, where platform/linux implements it, and by builds
+ * for macOS on machines without the SDK.  On a Mac with the SDK it must not be on the include path.
  *
- * Ownership: what a Create or Copy function returns belongs to the caller, who passes it to
- * CFRelease; what a Get function returns does not.  Reference counts are atomic; the objects
+ * Ownership: the caller owns what a Create or Copy function returns, and passes it to CFRelease;
+ * the caller does not own what a Get function returns.  Reference counts are atomic; the objects
  * themselves are not locked.  Passing NULL where an object is expected ends the process.
  */
 #ifndef PELAGO_SDK_COREFOUNDATION_H
@@ -66,33 +66,35 @@ extern const CFAllocatorRef kCFAllocatorDefault;
 CFTypeRef CFRetain(CFTypeRef object);
 void CFRelease(CFTypeRef object);
 CFTypeID CFGetTypeID(CFTypeRef object);
-/* Objects of different types are never equal; strings compare by their UTF-16 units. */
+/* Objects of different types are never equal; strings are compared by their UTF-16 units. */
 Boolean CFEqual(CFTypeRef one, CFTypeRef other);
 
 /* Strings */
 
 CFTypeID CFStringGetTypeID(void);
-/* A constant that needs no release: the same text always gives the same object. */
+/* Returns a constant, which needs no release: the same object whenever the text is the same. */
 CFStringRef __CFStringMakeConstantString(const char *text);
 #define CFSTR(text) __CFStringMakeConstantString("" text "")
-/* NULL when the text is not valid in the encoding; UTF-8 is the only one supplied on Linux. */
+/* Returns NULL when the text is not valid in the encoding.  Linux supports only UTF-8. */
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char *text,
                                       CFStringEncoding encoding);
-/* maximumLength in UTF-16 units; 0 sets no limit, and is the only one supplied on Linux. */
+/* maximumLength is in UTF-16 units; 0 sets no limit.  Linux supports only 0. */
 CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef allocator, CFIndex maximumLength,
                                              CFStringRef string);
-/* In UTF-16 units. */
+/* Returns the length in UTF-16 units. */
 CFIndex CFStringGetLength(CFStringRef string);
-/* In bytes, the terminator not counted; kCFNotFound when it would not fit a CFIndex. */
+/* Returns the most bytes that length UTF-16 units need, without the terminator; kCFNotFound when
+ * that does not fit a CFIndex. */
 CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding);
-/* FALSE, and an empty buffer, when text and terminator do not fit in bufferSize bytes. */
+/* Returns FALSE, with an empty text in the buffer, when the text and its terminator do not fit in
+ * bufferSize bytes. */
 Boolean CFStringGetCString(CFStringRef string, char *buffer, CFIndex bufferSize,
                            CFStringEncoding encoding);
-/* A shortcut that may be NULL at any time; the text belongs to the string, until that is changed.
- */
+/* Returns the string's own text, which is valid until the string is changed or released.  May
+ * return NULL for any string; callers then use CFStringGetCString. */
 const char *CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding);
 
-/* Unicode's normalization forms: decomposed or composed, with a K where compatibility counts. */
+/* Unicode's normalization forms: decomposed (D) or composed (C), with K for compatibility forms. */
 typedef CFIndex CFStringNormalizationForm;
 enum {
     kCFStringNormalizationFormD = 0,
@@ -100,7 +102,8 @@ enum {
     kCFStringNormalizationFormC = 2,
     kCFStringNormalizationFormKC = 3
 };
-/* In place.  An immutable string or another form ends the process, as lack of memory does. */
+/* Normalizes the string in place.  An immutable string or another form ends the process.  When
+ * memory runs out on Linux, the text is lost: the functions that read it return FALSE or NULL. */
 void CFStringNormalize(CFMutableStringRef string, CFStringNormalizationForm form);
 
 /* Arrays.  An index or a range outside the array ends the process. */
@@ -112,7 +115,7 @@ typedef struct {
     CFStringRef (*copyDescription)(const void *value);
     Boolean (*equal)(const void *one, const void *other);
 } CFArrayCallBacks;
-/* Retains what is put in, releases what is taken out, compares with CFEqual. */
+/* Retains values that are added, releases values that are removed, compares with CFEqual. */
 extern const CFArrayCallBacks kCFTypeArrayCallBacks;
 
 CFTypeID CFArrayGetTypeID(void);
@@ -134,13 +137,14 @@ CFTypeID CFDictionaryGetTypeID(void);
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
 const void *CFDictionaryGetValue(CFDictionaryRef dictionary, const void *key);
 
-/* Numbers, booleans, dates, data: what else a property list may hold */
+/* Numbers, booleans, dates, data: the other values of property lists */
 
 typedef CFIndex CFNumberType;
 enum { kCFNumberSInt64Type = 4, kCFNumberFloat64Type = 6 };
 CFTypeID CFNumberGetTypeID(void);
 CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void *value);
-/* FALSE when the number cannot be given in that type without loss; the nearest one is stored. */
+/* Stores the number as the type.  Returns FALSE when the type cannot hold it exactly, and stores
+ * the nearest number that it can; an integer type cuts a fraction off, and stores 0 for NaN. */
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void *value);
 Boolean CFNumberIsFloatType(CFNumberRef number);
 
@@ -161,17 +165,19 @@ const UInt8 *CFDataGetBytePtr(CFDataRef data);
 /* Files */
 
 CFTypeID CFURLGetTypeID(void);
-/* The path is pathSize bytes, as the file system has them; a relative one starts at what is now the
- * current folder.  NULL when it is empty or holds a NUL, or when there is no such folder. */
+/* The path is pathSize bytes, in the file system's own encoding; a relative one starts at the
+ * folder that is current now.  Returns NULL when the path is empty or contains a NUL, and when the
+ * current folder of a relative one has no path any more. */
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8 *path,
                                                  CFIndex pathSize, Boolean isDirectory);
 
 CFTypeID CFReadStreamGetTypeID(void);
-/* A stream that is not open yet: the file need not be there. */
+/* Returns a stream that is not open yet: the file need not exist. */
 CFReadStreamRef CFReadStreamCreateWithFile(CFAllocatorRef allocator, CFURLRef file);
-/* FALSE when the file cannot be opened, or the stream has been opened before. */
+/* Returns FALSE when the file cannot be opened or is not a regular one, and when the stream has
+ * been opened before. */
 Boolean CFReadStreamOpen(CFReadStreamRef stream);
-/* A stream that was closed stays closed; releasing it closes it, too. */
+/* A closed stream cannot be opened again.  Releasing a stream closes it, too. */
 void CFReadStreamClose(CFReadStreamRef stream);
 
 /* Property lists */
@@ -183,11 +189,11 @@ enum { kCFPropertyListXMLFormat_v1_0 = 100, kCFPropertyListBinaryFormat_v1_0 = 2
 enum { kCFPropertyListReadCorruptError = 3840, kCFPropertyListReadStreamError = 3842 };
 
 /*
- * Reads the property list in the next size bytes of an open stream, or, with size 0, in all that is
- * left of it.  Stores its format unless format is NULL.  NULL, and unless error is NULL an error
- * that the caller releases, when the stream cannot be read, or not into memory
- * (kCFPropertyListReadStreamError), or what it holds is not a property list
- * (kCFPropertyListReadCorruptError); without memory for the error it is NULL, too.
+ * Reads a property list from the next size bytes of an open stream or, with size 0, from the rest
+ * of it.  Stores its format unless format is NULL.  Returns NULL when the stream cannot be read or
+ * memory runs out (kCFPropertyListReadStreamError), and when the bytes are not a property list
+ * (kCFPropertyListReadCorruptError).  Unless error is NULL, *error is then an error that the caller
+ * releases, or NULL when there was no memory for it.
  */
 CFPropertyListRef CFPropertyListCreateWithStream(CFAllocatorRef allocator, CFReadStreamRef stream,
                                                  CFIndex size,

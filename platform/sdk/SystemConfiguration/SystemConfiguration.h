@@ -1,10 +1,10 @@
 /*
  * SystemConfiguration.h -- the part of Apple's System Configuration that this product calls, and
- * what its tests look at results with: one session on a preferences file.  See CoreFoundation.h
- * beside it for what this header is.
+ * the functions with which its tests check results: a session on a preferences file.
+ * CoreFoundation.h says where this header is used in the place of Apple's.
  *
- * Every function that fails says why through SCError(), one value a thread.  A session belongs to
- * one thread at a time.
+ * When a function fails, SCError() returns the reason; each thread has its own.  Only one thread at
+ * a time may use a session.
  */
 #ifndef PELAGO_SDK_SYSTEMCONFIGURATION_H
 #define PELAGO_SDK_SYSTEMCONFIGURATION_H
@@ -17,7 +17,7 @@ extern "C" {
 
 typedef const struct __SCPreferences *SCPreferencesRef;
 
-/* What SCError() answers; an errno value stands for itself. */
+/* The results of SCError(), besides errno values. */
 enum {
     kSCStatusOK = 0,
     kSCStatusFailed = 1001,
@@ -36,38 +36,41 @@ int SCError(void);
 
 /*
  * Opens a session on the file prefsID (an absolute path); the caller releases it with CFRelease,
- * which also gives up its lock.  Nothing is read or locked yet.  A missing file is a session too,
- * with SCError() kSCStatusNoConfigFile; NULL when the file may not be read.
+ * which also releases its lock.  Nothing is read or locked yet.  For a missing file it returns a
+ * session, too, and SCError() is kSCStatusNoConfigFile.  Returns NULL when the file cannot be read.
  */
 SCPreferencesRef SCPreferencesCreate(CFAllocatorRef allocator, CFStringRef name,
                                      CFStringRef prefsID);
 
 /*
- * Takes the file's lock, which other processes respect and which dies with its holder.  Only root
- * may.  With wait it blocks until the lock is free, else an occupied one is kSCStatusPrefsBusy.
- * No nesting: kSCStatusLocked.  kSCStatusStale when the file was changed by somebody else since
- * this session looked (on Linux only with changes that are not committed; without, the session
- * looks again).
+ * Takes the file's lock, which other processes respect and which ends with its holder.  Only root
+ * may take it.  With wait it waits until the lock is free; without, it fails with
+ * kSCStatusPrefsBusy when another session holds the lock.  A session that already holds the lock
+ * gets kSCStatusLocked.  Fails with kSCStatusStale when another program has changed the file since
+ * this session read it; on Linux only if the session has changes that are not committed, since it
+ * otherwise reads the file again.
  */
 Boolean SCPreferencesLock(SCPreferencesRef prefs, Boolean wait);
 Boolean SCPreferencesUnlock(SCPreferencesRef prefs);
 
 /*
- * The value of a key, from memory after the first access; it belongs to the session and may die
- * with the next set, synchronize, lock or release.  NULL and kSCStatusNoKey when there is none.
+ * Returns the value of a key; after the first access it comes from memory.  The session owns it,
+ * and may release it at the next set, synchronize, lock or release.  Returns NULL, and SCError() is
+ * kSCStatusNoKey, when there is none.
  */
 CFPropertyListRef SCPreferencesGetValue(SCPreferencesRef prefs, CFStringRef key);
 
-/* Keeps value itself under key until the commit; no lock is needed. */
+/* Keeps a reference to value under key until the commit writes it; no lock is needed. */
 Boolean SCPreferencesSetValue(SCPreferencesRef prefs, CFStringRef key, CFPropertyListRef value);
 
 /*
- * Writes the changes: the file is replaced whole or not at all.  Takes the lock for itself,
- * waiting, when this session does not hold it.  TRUE, without writing, when nothing has changed.
+ * Writes the changes: the whole file is replaced, or nothing is changed.  Takes the lock, and waits
+ * for it, if this session does not hold it.  Returns TRUE, and writes nothing, when there are no
+ * changes.
  */
 Boolean SCPreferencesCommitChanges(SCPreferencesRef prefs);
 
-/* Forgets values and changes; the next access reads the file again. */
+/* Drops values and changes; the next access reads the file again. */
 void SCPreferencesSynchronize(SCPreferencesRef prefs);
 
 #ifdef __cplusplus

@@ -1,4 +1,4 @@
-/* kern_return.h -- what the kernel's calls return. */
+/* kern_return.h -- the results of the kernel's calls. */
 #ifndef PELAGO_LINUX_MACH_KERN_RETURN_H
 #define PELAGO_LINUX_MACH_KERN_RETURN_H
 

@@ -1,4 +1,4 @@
-/* mach.h -- the kernel's statistics, its zones, and memory that it hands out. */
+/* mach.h -- the kernel's memory statistics, its zones, and the release of their pages. */
 #ifndef PELAGO_LINUX_MACH_MACH_H
 #define PELAGO_LINUX_MACH_MACH_H
 
@@ -23,7 +23,7 @@ typedef uintptr_t vm_offset_t;
 typedef vm_offset_t vm_address_t;
 typedef uintptr_t vm_size_t;
 
-/* The numbers of this host and of this process, which the calls below ask for. */
+/* The ports of this host and of this process, which the calls below expect. */
 mach_port_t mach_host_self(void);
 extern mach_port_t mach_task_self_;
 #define mach_task_self() mach_task_self_
@@ -32,12 +32,13 @@ typedef integer_t host_flavor_t;
 typedef integer_t *host_info_t;
 #define HOST_VM_INFO 2
 
-/* In pages of 4 KiB, and events since the host started.  What Linux does not tell is 0. */
+/* Memory in pages of 4 KiB, and events since the host started.  Members without a comment are 0:
+ * Linux does not count them. */
 struct vm_statistics {
     natural_t free_count;     /* free pages */
-    natural_t active_count;   /* used lately */
-    natural_t inactive_count; /* not used lately */
-    natural_t wire_count;     /* that stay in memory */
+    natural_t active_count;   /* pages used recently */
+    natural_t inactive_count; /* pages not used recently */
+    natural_t wire_count;     /* pages that stay in memory */
     natural_t zero_fill_count;
     natural_t reactivations; /* inactive pages that became active */
     natural_t pageins;       /* pages read from disk */
@@ -56,28 +57,30 @@ typedef struct vm_statistics vm_statistics_data_t;
     ((mach_msg_type_number_t)(sizeof(vm_statistics_data_t) / sizeof(integer_t)))
 
 /*
- * Fills *count numbers at info, a vm_statistics_data_t, and stores how many these are.
- * KERN_INVALID_ARGUMENT for another flavor than HOST_VM_INFO, the only one supplied;
- * KERN_INVALID_HOST for another host than mach_host_self(); KERN_FAILURE when *count is less than
- * 12, or when the host does not tell; KERN_RESOURCE_SHORTAGE without memory.  A *count of 12 to 14
- * leaves out the last of them.
+ * Stores statistics in the vm_statistics_data_t at info, which has room for *count members, and
+ * stores the number of members written in *count.  Older versions of the structure have 12 or 14
+ * members; a smaller room than today's receives the largest version that fits.
+ * KERN_INVALID_ARGUMENT for another flavor than HOST_VM_INFO; KERN_INVALID_HOST for another host
+ * than mach_host_self(); KERN_FAILURE when *count is less than 12, or when /proc/meminfo cannot be
+ * read or understood; KERN_RESOURCE_SHORTAGE when memory runs out.
  */
 kern_return_t host_statistics(host_t host, host_flavor_t flavor, host_info_t info,
                               mach_msg_type_number_t *count);
 
 /*
- * The names of the kernel's zones and, in the same order, what is known of each: two arrays of the
- * same length, each of which the caller gives back with vm_deallocate().  KERN_INVALID_HOST for
- * another host than mach_host_self(), or when the caller may not know, which is up to root;
- * KERN_RESOURCE_SHORTAGE, or KERN_FAILURE when the kernel does not tell.  Nothing is stored then.
+ * Returns the names of the kernel's zones and, in the same order, their figures: two arrays of the
+ * same length, each of which the caller releases with vm_deallocate().  KERN_INVALID_HOST for
+ * another host than mach_host_self(), or when the caller may not read /proc/slabinfo, which root
+ * decides; KERN_FAILURE when that file is missing or cannot be understood; KERN_RESOURCE_SHORTAGE
+ * when memory runs out.  A call that fails stores nothing.
  */
 kern_return_t mach_zone_info(mach_port_t host, mach_zone_name_array_t *names,
                              mach_msg_type_number_t *nameCount, mach_zone_info_array_t *infos,
                              mach_msg_type_number_t *infoCount);
 
 /*
- * Gives back all pages that the size bytes from the address touch.  KERN_INVALID_ARGUMENT for
- * another task than mach_task_self() and for a range that ends where there can be no memory.
+ * Releases all pages that the size bytes at the address touch.  KERN_INVALID_ARGUMENT for another
+ * task than mach_task_self(), and for a range that ends beyond the address space.
  */
 kern_return_t vm_deallocate(vm_map_t task, vm_address_t address, vm_size_t size);
 

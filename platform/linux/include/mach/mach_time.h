@@ -1,4 +1,4 @@
-/* mach_time.h -- a clock that only goes forward. */
+/* mach_time.h -- a monotonic clock. */
 #ifndef PELAGO_LINUX_MACH_MACH_TIME_H
 #define PELAGO_LINUX_MACH_MACH_TIME_H
 
@@ -17,10 +17,11 @@ struct mach_timebase_info {
 typedef struct mach_timebase_info *mach_timebase_info_t;
 typedef struct mach_timebase_info mach_timebase_info_data_t;
 
-/* Ticks since the host started, without the time that it slept. */
+/* Returns the ticks since the host started, without the time that it slept. */
 uint64_t mach_absolute_time(void);
 
-/* Nanoseconds are ticks * numer / denom; here both are 1.  Always KERN_SUCCESS. */
+/* Stores the factor from ticks to nanoseconds, which are ticks * numer / denom; here both are 1.
+ * Always returns KERN_SUCCESS. */
 kern_return_t mach_timebase_info(mach_timebase_info_t info);
 
 #ifdef __cplusplus

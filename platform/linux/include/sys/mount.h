@@ -1,4 +1,4 @@
-/* mount.h -- the host's own, and statfs(), which macOS declares here. */
+/* mount.h -- the host's own header, and statfs(), which macOS declares here. */
 #ifndef PELAGO_PLATFORM_SYS_MOUNT_H
 #define PELAGO_PLATFORM_SYS_MOUNT_H
 
