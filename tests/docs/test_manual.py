@@ -73,7 +73,7 @@ class Tool(unittest.TestCase):
         for line in told_lines():
             self.assertTrue(any(re.fullmatch(pattern, line) for pattern in patterns), line)
 
-    def test_each_file_that_the_tool_looks_for_is_named(self):
+    def test_manual_page_names_each_file_the_tool_uses(self):
         text = (ROOT / "lib/misc/location.cpp").read_text()
         files = re.findall(r'\{"\w+", "(/Contents/[^"]+)"\}', text)
         self.assertEqual(len(files), 6)
@@ -95,7 +95,7 @@ class Library(unittest.TestCase):
         headers = sorted(f"pelago/{path.name}" for path in (ROOT / "lib/public").glob("*.h"))
         self.assertEqual(sorted(re.findall(r"^\.It In (\S+)$", LIBRARY, re.M)), headers)
 
-    def test_each_name_that_is_used_is_one_of_the_headers(self):
+    def test_each_named_function_is_in_a_public_header(self):
         headers = "".join(path.read_text() for path in (ROOT / "lib/public").glob("*.h"))
         names = set(re.findall(r"^\.Fn (\w+)", LIBRARY, re.M)) - {"Module_Verb"}
         self.assertGreater(len(names), 5)
@@ -106,7 +106,7 @@ class Library(unittest.TestCase):
         example = LIBRARY.split("A whole program:\n.Bd -literal\n")[1].split(".Ed\n")[0]
         self.assertEqual(example.replace("\\e", "\\"), (ROOT / "examples/greet.cpp").read_text())
 
-    def test_the_ways_to_link_are_those_of_the_examples(self):
+    def test_linking_instructions_match_the_examples(self):
         outside = ROOT / "examples/outside"
         for line in re.findall(r"^(?:find_package|target_link_libraries).*", LIBRARY, re.M):
             self.assertIn(line, (outside / "CMakeLists.txt").read_text())

@@ -52,7 +52,7 @@ def shown(page):
 
 
 class Names(unittest.TestCase):
-    def test_every_declared_name_has_a_page_and_every_page_a_declared_name(self):
+    def test_pages_match_declared_names_and_headers(self):
         names = set().union(*map(declared, HEADERS.values()))
         self.assertGreater(len(names), 260)
         self.assertLessEqual({"Str_Snprintf", "DynBuf_SafeAppend", "HashTableFreeEntryFn", "HASH_INT_KEY", "UTIL_NO_BUG",
@@ -60,13 +60,13 @@ class Names(unittest.TestCase):
         pages = {path.name.removesuffix(".3") for path in PAGES.iterdir()}
         self.assertEqual(pages, names | {f"pelago_{name}" for name in HEADERS})
 
-    def test_every_encoding_is_on_the_page_of_their_type(self):
+    def test_encoding_page_lists_every_encoding(self):
         page = (PAGES / "StringEncoding.3").read_text()
         encodings = re.findall(r"\bSTRING_ENCODING_\w+(?= = )", HEADERS["unicodeTypes"])
         self.assertGreater(len(encodings), 300)
         self.assertEqual([name for name in encodings if f" {name} = " not in page], [])
 
-    def test_the_map_leads_to_the_page_of_every_header(self):
+    def test_library_page_refers_to_every_header_page(self):
         for name in HEADERS:
             self.assertIn(f".Xr pelago_{name} 3", MAP)
 
@@ -111,7 +111,7 @@ class Roff(unittest.TestCase):
 
 
 class Headers(unittest.TestCase):
-    def test_each_page_begins_with_how_to_use_it_and_an_example(self):
+    def test_header_pages_start_with_synopsis_and_example(self):
         for name in HEADERS:
             page = (PAGES / f"pelago_{name}.3").read_text()
             self.assertEqual(re.findall(r"^\.Sh (.*)$", page, re.M), ["NAME", "SYNOPSIS", "EXAMPLE", "DESCRIPTION", "SEE ALSO"])

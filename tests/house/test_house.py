@@ -133,7 +133,7 @@ class Rooms(unittest.TestCase):
                 headers = set(re.findall(r"#\s*include\s*<([^>]+)>", path.read_text()))
                 self.assertEqual(headers & forbidden, set(), path)
 
-    def test_the_linux_host_program_stands_on_the_platform_and_on_public_headers(self):
+    def test_linux_host_includes_platform_and_public_headers_only(self):
         files = list(sources("product/linux/host"))
         self.assertGreater(len(files), 10)
         allowed = {path.name for path in files} | {path.name for path in sources("platform/linux")} | HOSTS_OWN | PUBLIC_HEADERS
@@ -156,7 +156,7 @@ class PublicHeaders(unittest.TestCase):
                            "-x", language, "-iquote", PUBLIC, "-", input=f'#include "{header.name}"\nint here;\n')
                 self.assertEqual(done.returncode, 0, f"{header.name}, {compiler}: {done.stderr}")
 
-    def test_each_symbol_of_the_library_is_declared_and_documented(self):
+    def test_each_library_symbol_is_declared_and_documented(self):
         exported = set(re.findall(r" [TDBR] (\w+)$", output_of("nm", "-g", os.environ["PELAGO_FOUNDATION"]), re.M))
         symbols = {name for name in exported if not name.startswith("_Z")}
         self.assertIn("Location_Get", symbols)

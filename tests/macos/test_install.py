@@ -109,7 +109,7 @@ class Installed(unittest.TestCase):
         done = run(os.environ["PELAGO_MACHO_RUNNER"], self.prefix / "Pelago.app/Contents/Library/shares/pelagoShareTool")
         self.assertEqual((done.returncode, done.stdout[:16]), (2, "2 - usage error."), done.stderr)
 
-    def test_nothing_of_the_source_or_build_tree_is_in_it(self):
+    def test_installed_texts_name_no_source_tree(self):
         for path in self.prefix.rglob("*"):
             if path.suffix in (".h", ".cmake", ".pc", ".sh", ".tbd"):
                 self.assertNotIn(str(ROOT), path.read_text(), path)
@@ -139,7 +139,7 @@ class Installed(unittest.TestCase):
                  for path in self.prefix.rglob("*") if not path.is_dir()}
         self.assertEqual(modes, shares | dict.fromkeys(files, 0o644))
 
-    def test_the_licence_of_icu_is_beside_the_tool_and_the_library(self):
+    def test_tool_and_library_come_with_icu_licence(self):
         licence = (self.prefix / "Pelago.app/Contents/Library/icu/LICENSE").read_text()
         self.assertIn("UNICODE", licence)
         self.assertEqual((self.prefix / "share/doc/pelago-foundation/LICENSE.icu").read_text(), licence)

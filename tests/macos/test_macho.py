@@ -69,7 +69,7 @@ class Binary(unittest.TestCase):
     def test_has_a_main(self):
         self.assertRegex(read("llvm-nm", "--defined-only", TOOL), r"(?m) T _main$")
 
-    def test_a_program_of_this_machine_is_told_from_one(self):
+    def test_linux_program_is_not_mach_o(self):
         header = read("llvm-readobj", "--file-header", "/bin/true")
         self.assertNotIn("Mach-O", header)
 
@@ -142,7 +142,7 @@ class Icu(unittest.TestCase):
         self.assertIn(b"UNICODE", licence)
         self.assertEqual((LIBRARY / "icu/LICENSE").read_bytes(), licence)
 
-    def test_what_says_that_icu_is_used_is_an_empty_package(self):
+    def test_bundled_icu_data_package_is_empty(self):
         self.assertEqual(icupkg("-l", LIBRARY / "icu/icudt44l.dat"), "")
         self.assertEqual({path.name for path in (LIBRARY / "icu").iterdir()}, {"LICENSE", "icudt44l.dat"})
 

@@ -46,7 +46,7 @@ class Suites(unittest.TestCase):
         for what, why in rows():
             self.assertGreater(len(why.split()), 2, what)
 
-    def test_a_case_in_the_table_is_one_of_a_suite_that_is_run(self):
+    def test_each_excluded_case_exists_in_a_run_suite(self):
         for suite, case in cases_out():
             self.assertIn(suite, RUN, case)
             _, name = case.split(".")

@@ -334,7 +334,7 @@ TEST_P(Named, GivesNothingForNothing)
     EXPECT_EQ(Out(absent, ""), "");
 }
 
-TEST_P(Named, HandsOutABlockOfHardlyMoreThanTheSize)
+TEST_P(Named, ReturnsABlockAtMostSixteenBytesLarger)
 {
     char *out = nullptr;
     ASSERT_TRUE(Row().operation(Row().in.data(), Row().in.size(), &out, nullptr));
@@ -353,7 +353,7 @@ TEST_P(BothWays, Utf16leToUtf8DbAppends)
     EXPECT_EQ(Appended(absent, ""), "");
 }
 
-TEST_P(BothWays, Utf16leToUtf8DbLeavesTheSizeAloneWhenItFails)
+TEST_P(BothWays, AFailedUtf16AppendKeepsTheBuffer)
 {
     for (const std::string &in : Invalid16(Le)) {
         EXPECT_EQ(Appended(CodeSet_Utf16leToUtf8Db, Le(u"before") + in), FAILED);
@@ -395,7 +395,7 @@ TEST_P(BothWays, CopiesOfNothingNeedNoBytes)
     EXPECT_EQ(Out(absent, "", 1), "");
 }
 
-TEST_P(BothWays, ASizeThatLeavesNoRoomForTheTerminatorFails)
+TEST_P(BothWays, CopiesFailWhenTheTerminatorOverflowsTheSize)
 {
     for (const NamedCase &copy : COPIES) {
         for (const size_t size : {SIZE_MAX, SIZE_MAX - 1}) {
@@ -512,7 +512,7 @@ TEST_P(BothWays, AFailureIsNotTold)
     EXPECT_EQ(sWarnings, 0);
 }
 
-TEST_F(WithoutIcu, NamesAreLookedUpAlsoWhenThereIsNothingToConvert)
+TEST_F(WithoutIcu, NamesAreLookedUpEvenForEmptyInput)
 {
     sWarnings = 0;
     DynBuf db;
@@ -720,7 +720,7 @@ TEST_F(WithIcuDeathTest, APolicyAboveSkipEndsTheProcess)
     EXPECT_PANIC(Convert("ASCII", "text", "UTF-8", UINT_MAX), report);
 }
 
-TEST_F(WithIcu, ThePolicyIsOfNoConcernToUnknownNames)
+TEST_F(WithIcu, UnknownNamesFailDespiteThePolicy)
 {
     EXPECT_EQ(Convert("no encoding", "text", "UTF-8", 3), FAILED);
     EXPECT_EQ(Convert("UTF-8", "text", "no encoding", 3), FAILED);
@@ -954,7 +954,7 @@ TEST_P(BothWays, NormalisationFailsWithThePlatformsStrings)
     }
 }
 
-TEST_P(BothWays, NormalisationHandsOutABlockOfJustTheSize)
+TEST_P(BothWays, NormalisationReturnsABlockOfExactSize)
 {
     char *out = nullptr;
     ASSERT_TRUE(CodeSet_Utf8FormCToUtf8FormD("\u00e9", 2, &out, nullptr));
@@ -1064,7 +1064,7 @@ private:
     void *mBlock;
 };
 
-TEST_F(WithIcuDeathTest, AValidityTestEndsTheProcessAbove2GiB)
+TEST_F(WithIcuDeathTest, ValidityTestPanicsFromTwoGibibytesOn)
 {
     const size_t limit = size_t{1} << 31;
     const Huge buffer(limit);
@@ -1086,14 +1086,14 @@ TEST_F(WithoutIcu, AValidityTestHasNoLimit)
     }
 }
 
-TEST_F(WithIcuDeathTest, AValidityTestEndsTheProcessForNoEncoding)
+TEST_F(WithIcuDeathTest, ValidityTestPanicsForUnsupportedEncodings)
 {
     for (const char *name : {"no encoding", "", "IBM038"}) {
         EXPECT_PANIC(CodeSet_IsValidBuffer("text", 4, name), "VERIFY lib/misc/codeset:1723\n");
     }
 }
 
-TEST_F(WithIcuDeathTest, AValidityTestEndsTheProcessWhenIcuRefusesToStop)
+TEST_F(WithIcuDeathTest, ValidityTestPanicsWhenIcuRefusesItsCallback)
 {
     sToUnicodeFault = U_ILLEGAL_ARGUMENT_ERROR;
     EXPECT_PANIC(CodeSet_IsValidBuffer("text", 4, "UTF-8"), "VERIFY lib/misc/codeset:1725\n");
@@ -1124,7 +1124,7 @@ TEST(CodeSetIsValidUtf8, TakesWellFormedTextOnly)
     }
 }
 
-TEST(CodeSetIsValidUtf8, AZeroByteIsACharacterOnlyInACountedText)
+TEST(CodeSetIsValidUtf8, AcceptsANulThatItsVariantsDoNot)
 {
     for (const std::string &in : {"\0"s, "a\0b"s, "ab\0"s}) {
         EXPECT_TRUE(CodeSet_IsValidUtf8(in.data(), in.size()));

@@ -277,7 +277,7 @@ TEST_F(WithoutIcu, AFailureTellsWhyAndWhere)
     EXPECT_EQ(Tell("UTF-8", "ab\x80", "UTF-16LE", CODESET_INVALID_SUBSTITUTE), Invalid(2));
 }
 
-TEST_P(BothWays, ALackOfMemoryIsNotTakenForAnythingElse)
+TEST_P(BothWays, ALackOfMemoryIsReportedAsSuch)
 {
     const std::string in = Le(u"text");
     EXPECT_EQ(Tell("UTF-16LE", in, "UTF-8"), NO_FAILURE); // what is kept is kept now
@@ -292,7 +292,7 @@ TEST_P(BothWays, ALackOfMemoryIsNotTakenForAnythingElse)
     EXPECT_EQ(failure.offset, 0);
 }
 
-TEST_F(WithIcu, ASizeThatCannotBeCountedIsTooLong)
+TEST_F(WithIcu, AnOverflowingSizeIsReportedAsTooLong)
 {
     for (size_t lacking = 0; lacking < 4; lacking++) {
         char *out = nullptr;
@@ -304,7 +304,7 @@ TEST_F(WithIcu, ASizeThatCannotBeCountedIsTooLong)
 }
 
 // ICU makes what it knows of normal forms when it is first asked, so each case has a process.
-TEST(NormalForms, FailWhenIcuHasNoMemoryForWhatItKnows)
+TEST(NormalForms, FailWithoutMemoryForIcusNormalisationData)
 {
     size_t refused = 0;
     for (const size_t count : {size_t{1}, SIZE_MAX}) {

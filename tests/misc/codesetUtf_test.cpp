@@ -304,7 +304,7 @@ TEST_P(CodeSetUtfEach, JudgesSurrogatesByTheirNeighbours)
     }
 }
 
-TEST_P(CodeSetUtfEach, FindsWhatIsWrongAtEveryPlaceOfUtf8)
+TEST_P(CodeSetUtfEach, FindsFaultsAtEveryPositionOfUtf8)
 {
     for (const std::string &mix : Mixes()) {
         for (size_t i = 0; i < 200; i++) {
@@ -317,7 +317,7 @@ TEST_P(CodeSetUtfEach, FindsWhatIsWrongAtEveryPlaceOfUtf8)
     }
 }
 
-TEST_P(CodeSetUtfEach, FindsWhatIsWrongAtEveryPlaceOfUtf16)
+TEST_P(CodeSetUtfEach, FindsFaultsAtEveryPositionOfUtf16)
 {
     for (const std::string &mix : Mixes()) {
         const std::string utf16 = InUtf16(mix).value();
@@ -343,7 +343,7 @@ TEST_P(CodeSetUtfEach, NoCharacterGoesOnBehindAscii)
     }
 }
 
-TEST_P(CodeSetUtfEach, TakesTextsOfEverySizeAndReadsNothingBehindThem)
+TEST_P(CodeSetUtfEach, ConvertsTextsOfEverySizeWithoutOverreading)
 {
     for (const std::string &mix : Mixes()) {
         const std::string utf16 = InUtf16(mix).value();
@@ -354,7 +354,7 @@ TEST_P(CodeSetUtfEach, TakesTextsOfEverySizeAndReadsNothingBehindThem)
     }
 }
 
-TEST_P(CodeSetUtfEach, ReadsNothingBeforeATextAndWritesNothingBeforeAResult)
+TEST_P(CodeSetUtfEach, ReadsAndWritesNothingBeforeItsBuffers)
 {
     for (const std::string &mix : Mixes()) {
         const std::string utf16 = InUtf16(mix).value();

@@ -20,7 +20,7 @@ TEST(CodeSetInit, UsesIcuWhenItsDataFileIsThere)
     EXPECT_EQ(u_getDataDirectory(), folder.Path() + "/icudt44l.dat") << "the file, not its folder";
 }
 
-TEST(CodeSetInit, TakesAFolderWithASlashAtItsEnd)
+TEST(CodeSetInit, AcceptsAFolderWithATrailingSlash)
 {
     const TemporaryFolder folder;
     MakeDataFile(folder.Path());
@@ -29,7 +29,7 @@ TEST(CodeSetInit, TakesAFolderWithASlashAtItsEnd)
     EXPECT_EQ(u_getDataDirectory(), folder.Path() + "//icudt44l.dat") << "nothing is tidied";
 }
 
-TEST(CodeSetInit, GoesWithoutIcuWhenThereIsNoDataFile)
+TEST(CodeSetInit, SwitchesIcuOffWithoutADataFile)
 {
     const TemporaryFolder with, without;
     MakeDataFile(with.Path());
@@ -72,7 +72,7 @@ TEST(CodeSetInit, TakesALinkForWhatItLeadsTo)
     }
 }
 
-TEST(CodeSetInit, GoesWithoutIcuAlsoAfterItWasUsedWhenTheLocationServiceHasNoAnswer)
+TEST(CodeSetInit, SwitchesIcuOffWhenLocationFindsNoRoot)
 {
     const TemporaryFolder folder;
     MakeDataFile(folder.Path());
@@ -85,7 +85,7 @@ TEST(CodeSetInit, GoesWithoutIcuAlsoAfterItWasUsedWhenTheLocationServiceHasNoAns
     EXPECT_FALSE(CodeSet_IsIcuInUse());
 }
 
-TEST(CodeSetInit, AsksTheLocationServiceAndGoesWithoutIcuWhenItHasNoAnswer)
+TEST(CodeSetInit, UsesIcuOnlyWhenLocationFindsARoot)
 {
     // This program is not one of the product's, and the machine has no product: no root.
     ASSERT_EQ(unsetenv("TARVEX_LOCATION_ROOT_FULLPATH"), 0);

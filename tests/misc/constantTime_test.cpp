@@ -90,7 +90,7 @@ TEST_P(ConstantTime, IsWhatStringsOfKnownLengthsTake)
     }
 }
 
-TEST_P(ConstantTime, IsNotWhatAStringComparisonWithEarlyExitHas)
+TEST_P(ConstantTime, DetectsAnEarlyExitInStringComparison)
 {
     const auto a = SecretText(GetParam()), b = SecretText(GetParam());
     EXPECT_GT(Errors([&] { return DiffersWithEarlyExit(a.data(), b.data(), a.size()); }), 0u);

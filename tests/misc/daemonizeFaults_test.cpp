@@ -260,7 +260,7 @@ TEST_P(DaemonizeFailure, IsToldAndLeavesNothing)
     EXPECT_EQ(Tried({}), (Result{true, 0, ""})) << "and the next one works";
     ToldAndEnded();
 }
-TEST_P(DaemonizeFailure, IsTheSameWithoutAPidFileUnlessItIsOfThat)
+TEST_P(DaemonizeFailure, OccursWithoutAPidFileUnlessAboutIt)
 {
     const Failure &row = GetParam();
     const bool isOfThePidFile =
@@ -340,7 +340,7 @@ INSTANTIATE_TEST_SUITE_P(
                 A_FAILED_DAEMON}),
     [](const auto &row) { return row.param.name; });
 
-TEST_F(DaemonizeFaults, AChildThatFailsDoesNotCallTheCallersExitHandler)
+TEST_F(DaemonizeFaults, AFailedChildRunsNoExitHandler)
 {
     for (const char *call : {"setsid", "fork"}) {
         const Result result = InProcess([&] {
@@ -358,14 +358,14 @@ TEST_F(DaemonizeFaults, AChildThatFailsDoesNotCallTheCallersExitHandler)
     }
 }
 
-TEST_F(DaemonizeFaults, ADaemonSaysNothingOnTheCallersStandardError)
+TEST_F(DaemonizeFaults, ADetachedDaemonLeavesTheCallersStderrAlone)
 {
     EXPECT_EQ(Tried({{DAEMON, "fsync", EIO}}, 0),
               (Result{0, EIO, Said("Child could not exec PROGRAM, read 4, error 5.\n")}));
     EXPECT_EQ(Ended(), 1 << 8);
 }
 
-TEST_F(DaemonizeFaults, AShortWriteOfThePidIsAFailure)
+TEST_F(DaemonizeFaults, AShortWriteOfThePidFails)
 {
     EXPECT_EQ(Tried({{DAEMON, "write", 0, IS_SHORT}}),
               (Result{0, EIO,
@@ -377,7 +377,7 @@ TEST_F(DaemonizeFaults, AShortWriteOfThePidIsAFailure)
 
 // ---- Before there is a pipe, the PID file is let be
 
-TEST_F(DaemonizeFaults, APidFileThatCannotBeOpenedIsNotRemoved)
+TEST_F(DaemonizeFaults, KeepsAPidFileThatCannotBeOpened)
 {
     std::ofstream(PidPath()) << "kept";
     EXPECT_EQ(Tried({{CALLER, "open", ENFILE}}),
@@ -386,7 +386,7 @@ TEST_F(DaemonizeFaults, APidFileThatCannotBeOpenedIsNotRemoved)
     EXPECT_EQ(mScript.calls["fork"], 0);
 }
 
-TEST_F(DaemonizeFaults, APidFileThatIsLockedIsKeptWhole)
+TEST_F(DaemonizeFaults, KeepsTheTextOfALockedPidFile)
 {
     std::ofstream(PidPath()) << "kept";
     for (const int error : {EWOULDBLOCK, ENOLCK}) {
@@ -408,7 +408,7 @@ TEST_F(DaemonizeFaults, ThePidFileIsNotLockedUnasked)
     ToldAndEnded();
 }
 
-TEST_F(DaemonizeFaults, WithoutAPidFileThereIsNothingToLock)
+TEST_F(DaemonizeFaults, LocksNothingWithoutAPidFile)
 {
     EXPECT_EQ(Tried({}, KEPT | DAEMONIZE_LOCK_PIDFILE, false), (Result{1, 0, ""}));
     EXPECT_EQ(mScript.calls["flock"], 0);
@@ -416,7 +416,7 @@ TEST_F(DaemonizeFaults, WithoutAPidFileThereIsNothingToLock)
     EXPECT_FALSE(HasPidFile());
 }
 
-TEST_F(DaemonizeFaults, ThePidFileHasItsOldTextUntilTheDaemonWritesTheNew)
+TEST_F(DaemonizeFaults, OnlyTheDaemonReplacesThePidFilesText)
 {
     std::ofstream(PidPath()) << "old";
     const auto check = [this] {
@@ -427,7 +427,7 @@ TEST_F(DaemonizeFaults, ThePidFileHasItsOldTextUntilTheDaemonWritesTheNew)
     EXPECT_EQ(Content(PidPath()), ToldAndEnded().The("pid") + "\n");
 }
 
-TEST_F(DaemonizeFaults, ThePidIsOnTheDiskBeforeTheProgramStarts)
+TEST_F(DaemonizeFaults, SyncsThePidBeforeTheProgramStarts)
 {
     const Fault looks{DAEMON, "execv", 0, WORKS, 1, [this] {
                           if (sScript->calls["fsync"] != 1 ||
@@ -439,7 +439,7 @@ TEST_F(DaemonizeFaults, ThePidIsOnTheDiskBeforeTheProgramStarts)
     ToldAndEnded();
 }
 
-TEST_F(DaemonizeFaults, DescriptorsThatCannotMoveAboveTheStandardOnesAreAFailure)
+TEST_F(DaemonizeFaults, FailsWhenDescriptorsCannotMoveAboveStandardOnes)
 {
     for (const auto &[ordinal, said] :
          {std::pair{1, "Couldn't open PID path [PIDFILE], error 24.\n"},
@@ -462,7 +462,7 @@ TEST_F(DaemonizeFaults, DescriptorsThatCannotMoveAboveTheStandardOnesAreAFailure
 
 // ---- No memory
 
-TEST_F(DaemonizeFaults, WithoutMemoryForTheListThereIsNoDaemon)
+TEST_F(DaemonizeFaults, StartsNoDaemonWithoutMemoryForTheList)
 {
     const std::vector<int> many(1000, 2); // so that the list is told from all other blocks
     size_t granted = 0;
@@ -488,7 +488,7 @@ TEST_F(DaemonizeFaults, WithoutMemoryForTheListThereIsNoDaemon)
 
 // ---- Another start with the same PID file
 
-TEST_F(DaemonizeFaults, ThePidFileIsLockedUntilItIsRemoved)
+TEST_F(DaemonizeFaults, RemovesThePidFileBeforeUnlockingIt)
 {
     int error = 0;
     const Fault looks{CALLER, "unlink", 0, WORKS, 1, [&] {
@@ -504,7 +504,7 @@ TEST_F(DaemonizeFaults, ThePidFileIsLockedUntilItIsRemoved)
 
 // ---- What is no failure
 
-TEST_F(DaemonizeFaults, WithoutANullDeviceStandardDescriptorsStayAsTheyAre)
+TEST_F(DaemonizeFaults, KeepsStandardDescriptorsWithoutTheNullDevice)
 {
     for (const auto &ordinals :
          {std::vector{1}, std::vector{2}, std::vector{3}, std::vector{1, 2, 3}}) {
@@ -546,7 +546,7 @@ TEST_F(DaemonizeFaults, InterruptedWaitsAndReadsAreTakenUpAgain)
     Ended();
 }
 
-TEST_F(DaemonizeFaults, ALostResultOfTheChildIsMadeUpForByThePipe)
+TEST_F(DaemonizeFaults, ThePipeReplacesTheChildsLostStatus)
 {
     const Fault lost{CALLER, "waitpid", ECHILD};
     EXPECT_EQ(Tried({lost}), (Result{1, 0, ""}));
@@ -559,7 +559,7 @@ TEST_F(DaemonizeFaults, ALostResultOfTheChildIsMadeUpForByThePipe)
     Ended();
 }
 
-TEST_F(DaemonizeFaults, APipeThatCannotBeReadCountsAsSuccess)
+TEST_F(DaemonizeFaults, AnUnreadablePipeCountsAsSuccess)
 {
     EXPECT_EQ(Tried({{CALLER, "read", EIO}}), (Result{1, 0, ""}));
     EXPECT_TRUE(HasPidFile());
@@ -579,7 +579,7 @@ TEST_F(DaemonizeFaults, ALimitThatCannotBeReadStays)
 
 // ---- Failures in a failure
 
-TEST_F(DaemonizeFaults, APidFileThatCannotBeRemovedDoesNotHideTheFailure)
+TEST_F(DaemonizeFaults, ReportsTheFailureEvenWhenUnlinkFails)
 {
     EXPECT_EQ(Tried({{CALLER, "fork", EAGAIN}, {CALLER, "unlink", EPERM}}),
               (Result{0, EAGAIN,
@@ -589,7 +589,7 @@ TEST_F(DaemonizeFaults, APidFileThatCannotBeRemovedDoesNotHideTheFailure)
     EXPECT_TRUE(HasPidFile());
 }
 
-TEST_F(DaemonizeFaults, ADaemonThatCannotReportEndsAllTheSame)
+TEST_F(DaemonizeFaults, ADaemonThatCannotReportStillEnds)
 {
     EXPECT_EQ(Tried({{DAEMON, "write", EIO}}, KEPT, false, "/missing"),
               (Result{1, 0,
@@ -604,7 +604,7 @@ TEST_F(DaemonizeFaults, ADaemonThatCannotReportEndsAllTheSame)
     EXPECT_EQ(Ended(), 1 << 8);
 }
 
-TEST_F(DaemonizeFaults, AReportThatIsCutShortIsOneAllTheSame)
+TEST_F(DaemonizeFaults, ATruncatedReportStillCountsAsFailure)
 {
     const Fault readsWhenAllIsSaid{CALLER, "read", 0, WORKS, 1, [] {
                                        siginfo_t info;
@@ -661,7 +661,7 @@ TEST_F(DaemonizeFaults, ADaemonThatIsKilledEndsTheWait)
 }
 
 // A daemon whose caller has died in the meantime has nobody to report to.
-TEST_F(DaemonizeFaults, ADaemonDoesNotRunOnWhenNobodyIsThereToHearOfItsFailure)
+TEST_F(DaemonizeFaults, AFailedDaemonEndsEvenWithoutItsCaller)
 {
     int ends[2]; // closes as the caller dies
     ASSERT_EQ(pipe(ends), 0);
@@ -695,7 +695,7 @@ TEST_F(DaemonizeFaults, ADaemonDoesNotRunOnWhenNobodyIsThereToHearOfItsFailure)
 
 // ---- The caller's children
 
-TEST_F(DaemonizeFaults, AFailureOfTheChildIsHeardOfWhereTheHostReapsChildrenUnasked)
+TEST_F(DaemonizeFaults, ReportsAFailedChildThatTheKernelReaped)
 {
     for (const bool isIgnored : {true, false}) {
         const Result result = InProcess([&] {
@@ -713,7 +713,7 @@ TEST_F(DaemonizeFaults, AFailureOfTheChildIsHeardOfWhereTheHostReapsChildrenUnas
 
 volatile sig_atomic_t sReaped;
 
-TEST_F(DaemonizeFaults, AHandlerStillHearsOfOtherChildrenThatEndMeanwhile)
+TEST_F(DaemonizeFaults, ASigchldHandlerStillReapsOtherChildren)
 {
     const Result result = InProcess([&] {
         signal(SIGCHLD, [](int) {

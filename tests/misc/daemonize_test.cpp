@@ -52,7 +52,7 @@ std::vector<std::string> And(std::vector<std::string> list, const std::string &l
 
 // ---- What a daemon finds itself in
 
-TEST_F(Daemonize, StartsAProgramThatHasNothingOfTheCaller)
+TEST_F(Daemonize, StartsAProgramDetachedFromTheCaller)
 {
     ASSERT_TRUE(Start());
     const State state = ToldAndEnded();
@@ -64,7 +64,7 @@ TEST_F(Daemonize, StartsAProgramThatHasNothingOfTheCaller)
 }
 
 // A caller with a terminal of its own, for as long as the daemon runs.
-TEST_F(Daemonize, TakesTheTerminalAwayUnlessTheSessionIsKept)
+TEST_F(Daemonize, DropsTheTerminalUnlessTheSessionIsKept)
 {
     for (const unsigned flags : {0u, unsigned{DAEMONIZE_KEEP_SESSION_AND_STDIO}}) {
         std::filesystem::remove(ReportPath());
@@ -179,7 +179,7 @@ INSTANTIATE_TEST_SUITE_P(
              "Warning: Hostinfo_Daemonize: Child could not exec /missing, read 4, error 2.\n"}),
     [](const auto &row) { return row.param.name; });
 
-TEST_F(Daemonize, KeepsTheDescriptorsOfTheListAndClosesAllOthers)
+TEST_F(Daemonize, KeepsListedDescriptorsAndClosesAllOthers)
 {
     const Result result = InProcess([&] {
         const int file = open("/dev/zero", O_RDWR);
@@ -219,7 +219,7 @@ TEST_F(Daemonize, GivesTheDaemonDefaultActionsForAllSignals)
     EXPECT_EQ(state.The("blocked"), "0000000000000000");
 }
 
-TEST_F(Daemonize, StartsWithoutTimersAndWithTheWholeAddressSpace)
+TEST_F(Daemonize, ClearsTimersAndRaisesTheAddressSpaceLimit)
 {
     const Result result = InProcess([&] {
         itimerval timer = {};
@@ -524,7 +524,7 @@ TEST_F(Daemonize, LetsALockedPidFileBe)
     EXPECT_EQ(Content(PidPath()), ToldAndEnded().The("pid") + "\n");
 }
 
-TEST_F(Daemonize, HoldsTheLockByTheLowestNumberThatWasFree)
+TEST_F(Daemonize, HoldsTheLockOnTheLowestFreeDescriptor)
 {
     for (const bool hasMoreOpen : {false, true}) {
         std::filesystem::remove(ReportPath());
@@ -648,7 +648,7 @@ INSTANTIATE_TEST_SUITE_P(Each, DaemonizeUnusable,
                                                   0755}),
                          [](const auto &row) { return row.param.name; });
 
-TEST_F(Daemonize, LooksForARelativeProgramFromTheDaemonsFolder)
+TEST_F(Daemonize, ResolvesARelativeProgramInTheDaemonsFolder)
 {
     const std::string own = std::filesystem::relative(TELL_STATE).string();
     EXPECT_FALSE(Start(0, {}, {}, "./" + std::filesystem::path(TELL_STATE).filename().string()));

@@ -129,7 +129,7 @@ TEST_F(DynBufTest, KeepsItsSizeWhenTheBlockIsTaken)
     free(taken);
 }
 
-TEST_F(DynBufTest, AppendsBehindWhatWasTakenIntoAFreshBlock)
+TEST_F(DynBufTest, AppendsAtTheOldSizeAfterDetaching)
 {
     ASSERT_TRUE(DynBuf_Append(&mBuf, "abc", 3));
     free(DynBuf_Detach(&mBuf));
@@ -150,7 +150,7 @@ TEST_F(DynBufTest, GivesAStringThatEnds)
     EXPECT_EQ(Take(string), "abc");
 }
 
-TEST_F(DynBufTest, GrowsForTheEndOfAStringByTheRule)
+TEST_F(DynBufTest, GrowsByTheRuleForTheTerminator)
 {
     const std::string full(128, 'a');
     ASSERT_TRUE(DynBuf_Append(&mBuf, full.data(), full.size()));
@@ -162,7 +162,7 @@ TEST_F(DynBufTest, GrowsForTheEndOfAStringByTheRule)
 
 TEST_F(DynBufTest, GivesAnEmptyStringOfNothing) { EXPECT_EQ(Take(DynBuf_DetachString(&mBuf)), ""); }
 
-TEST_F(DynBufDeathTest, EndsTheProcessWithoutMemoryForTheEndOfAString)
+TEST_F(DynBufDeathTest, EndsTheProcessWithoutMemoryForTheTerminator)
 {
     const OutOfMemory none;
     EXPECT_PANIC(DynBuf_DetachString(&mBuf), "MEM_ALLOC lib/public/dynbuf:145\n");
@@ -244,7 +244,7 @@ TEST_F(DynBufTest, StaysAsItWasWithoutMemory)
     EXPECT_EQ(Contents(), "abc");
 }
 
-TEST_F(DynBufTest, AllocatesForTheFirstByteAndAgainForTheOneThatDoesNotFit)
+TEST_F(DynBufTest, AllocatesAgainOnlyWhenTheBlockIsFull)
 {
     ASSERT_TRUE(DynBuf_Append(&mBuf, "a", 1));
     EXPECT_EQ(mBuf.allocated, 128u);
@@ -272,7 +272,7 @@ TEST_F(DynBufTest, DoesNothingForNothing)
     EXPECT_EQ(Allocations::Calls(), calls);
 }
 
-TEST_F(DynBufTest, DoesNothingForNothingEvenBehindWhatWasTaken)
+TEST_F(DynBufTest, IgnoresAnEmptyAppendAfterDetaching)
 {
     ASSERT_TRUE(DynBuf_Append(&mBuf, "abc", 3));
     free(DynBuf_Detach(&mBuf));
@@ -372,7 +372,7 @@ TEST_F(DynBufDeathTest, NamesItsCallerWithoutMemory)
                  std::string(REPORT) + "lib/x:4294967295\n");
 }
 
-TEST_F(DynBufDeathTest, EndsTheProcessWhenASizeCannotBeCounted)
+TEST_F(DynBufDeathTest, EndsTheProcessWhenTheSizeOverflows)
 {
     ASSERT_TRUE(DynBuf_Append(&mBuf, "abc", 3));
     const volatile size_t tooMany = SIZE_MAX - 2;

@@ -113,7 +113,7 @@ TEST_F(Err, LeavesErrnoAlone)
     }
 }
 
-TEST_F(Err, LeavesErrnoAloneWhateverTheAllocatorDoesToIt)
+TEST_F(Err, KeepsErrnoWhenTheAllocatorChangesIt)
 {
     int changes = 0;
     const auto change = [&] {
@@ -207,7 +207,7 @@ TEST_F(Err, DropsAnIncompleteCharacterAtTheEnd)
     }
 }
 
-TEST_F(Err, DropsALeadByteWithTooManyBytesBehindIt)
+TEST_F(Err, DropsASequenceWithTooManyContinuationBytes)
 {
     EXPECT_EQ(Made("text\xC3\xA4\xA4"), "text");
     EXPECT_EQ(Made("text\xF0\x9F\x98\x80\x80"), "text");
@@ -239,7 +239,7 @@ TEST_F(Err, DropsWhatTheBuffersEndCut)
     }
 }
 
-TEST_F(Err, NumbersATextThatTheSystemSaysIsTooLong)
+TEST_F(Err, NumbersATextWhenStrerrorReportsErange)
 {
     sSystemText = std::string(3000, 'x');
     sSystemResult = ERANGE;
@@ -263,7 +263,7 @@ TEST_F(Err, NumbersATextThatDoesNotFit)
 
 // ---- Threads ----
 
-TEST_F(Err, GivesTheTextOfTheThreadThatWasFaster)
+TEST_F(Err, ReturnsTheTextOfAFasterThread)
 {
     Err_NumberToText(1); // both caches are there
     const ptrdiff_t before = Allocations::Live();
@@ -282,7 +282,7 @@ void MeanwhileAfter(int calls, std::function<void()> deed)
     Allocations::Meanwhile([calls, deed = std::move(deed)] { MeanwhileAfter(calls - 1, deed); });
 }
 
-TEST_F(Err, KnowsATextWhoseMakerHasNotComeSoFar)
+TEST_F(Err, FindsATextBeforeItsMakerCachesIt)
 {
     Err_NumberToText(1); // both caches are there
     int number = 0;

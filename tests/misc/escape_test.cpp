@@ -420,7 +420,7 @@ TEST(EscapeUndoFixBuf, CopiesWhatFitsWithItsNul)
     EXPECT_EQ(std::string(block, 6), "a%b\0.."s);
 }
 
-TEST(EscapeUndoFixBuf, LeavesTheBlockAloneWhenTheNulDoesNotFit)
+TEST(EscapeUndoFixBuf, WritesNothingWhenTheNulDoesNotFit)
 {
     char block[] = "......";
     EXPECT_FALSE(Escape_UndoFixBuf('%', "a%25b", 5, block, 3));
@@ -456,7 +456,7 @@ std::string OutputOf(const std::string &command)
     return output;
 }
 
-TEST(EscapeSh, IsOneWordToARealShellWhateverTheBytes)
+TEST(EscapeSh, MakesOneShellWordOfAnyBytes)
 {
     std::string all;
     for (int byte = 1; byte < 256; byte++) {
@@ -468,7 +468,7 @@ TEST(EscapeSh, IsOneWordToARealShellWhateverTheBytes)
               "<it's><><'' '$(exit 1)'>");
 }
 
-TEST(EscapeBre, IsMatchedByARealGrepAndNothingElseIs)
+TEST(EscapeBre, MatchesExactlyTheOriginalTextInGrep)
 {
     const TemporaryFolder folder;
     const std::string file = folder.Path() + "/lines";

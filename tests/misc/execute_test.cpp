@@ -63,14 +63,14 @@ TEST_F(Execute, ReturnsTheRawStatus)
     EXPECT_EQ(Shell("kill -KILL $$"), SIGKILL);
 }
 
-TEST_F(Execute, TellsByTheStatusThatAProgramCannotBeExecuted)
+TEST_F(Execute, ReturnsStatus127ForAnUnexecutableProgram)
 {
     EXPECT_EQ(Run("/missing", {"missing"}), 127 << 8);
     EXPECT_EQ(Run("/", {"folder"}), 127 << 8);
     EXPECT_EQ(Run("missing program", {"missing"}), 127 << 8);
 }
 
-TEST_F(Execute, DoesNotCallTheCallersExitHandlerInAChildWithoutAProgram)
+TEST_F(Execute, RunsNoExitHandlerForAMissingProgram)
 {
     const Result result = InProcess([] {
         atexit([] { dprintf(STDERR_FILENO, "exit handler\n"); });
@@ -151,7 +151,7 @@ TEST_F(Execute, FailsWithTheFork)
     sForkError = 0;
 }
 
-TEST_F(Execute, StartsWithAResetStateAndWhatIsKept)
+TEST_F(Execute, ResetsStateButKeepsDescriptorsSessionAndFolder)
 {
     const Result result = InProcess([] {
         const int file = open("/dev/zero", O_RDWR);

@@ -175,7 +175,7 @@ TEST(HashTableThreads, EveryKeyHasOneInserter)
 }
 
 // Whatever the count has lost in the race, and with it the arrays.
-TEST(HashTableThreads, AWalkGivesEveryKeyOnceTheThreadsHaveEnded)
+TEST(HashTableThreads, WalksEveryKeyOnceAfterConcurrentInserts)
 {
     constexpr uintptr_t KEYS = 50000; // for each thread
     const ScopedTable table(HashTable_Alloc(1U << 14, INTEGERS, nullptr));
@@ -205,7 +205,7 @@ TEST(HashTableThreads, AWalkGivesEveryKeyOnceTheThreadsHaveEnded)
     free(keys);
 }
 
-TEST(HashTableThreads, EntriesThatWereNotCountedDoNotTurnTheCountOver)
+TEST(HashTableThreads, TheCountDoesNotUnderflowAfterLostIncrements)
 {
     constexpr uintptr_t KEYS = 100000; // for each thread
     const ScopedTable table(HashTable_Alloc(1U << 18, INTEGERS, nullptr));
@@ -274,7 +274,7 @@ TEST(HashTableThreads, NoReplacementOfAnExpectedValueIsLost)
     EXPECT_EQ(At(table, IntKey(1)), THREADS * ROUNDS);
 }
 
-TEST(HashTableThreads, WhatAValuePointsToIsThereForWhoFindsIt)
+TEST(HashTableThreads, FoundValuesPointToCompleteData)
 {
     constexpr uintptr_t KEYS = 5000;
     struct Pair {
@@ -390,7 +390,7 @@ void DropNumber(void *value)
     sDroppedNumbers += *number;
 }
 
-TEST(HashTableThreads, WhatADroppedValuePointsToIsThereForTheFreeFunction)
+TEST(HashTableThreads, DroppedValuesPointToCompleteData)
 {
     constexpr uintptr_t ROUNDS = 20000;
     sDroppedNumbers = 0;
@@ -411,7 +411,7 @@ TEST(HashTableThreads, WhatADroppedValuePointsToIsThereForTheFreeFunction)
     EXPECT_EQ(sDroppedNumbers, THREADS * ROUNDS);
 }
 
-TEST(HashTableThreads, AWalkSeesWhatWasThereAndNothingTwice)
+TEST(HashTableThreads, AConcurrentWalkSeesExistingKeysOnce)
 {
     constexpr uintptr_t KEYS = 3000;
     const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));

@@ -218,7 +218,7 @@ TEST(HashTable, PutsTheEmptyStringIntoTheFirstBucket)
     EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, ""), 0u);
 }
 
-TEST(HashTable, PutsBothCasesIntoOneBucketWhenCaseDoesNotCount)
+TEST(HashTable, HashesCaselessKeysAlikeInBothCases)
 {
     EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, "UTF-8"), BucketOf128(HASH_ISTRING_KEY, "utf-8"));
     EXPECT_NE(BucketOf128(HASH_STRING_KEY, "UTF-8"), BucketOf128(HASH_STRING_KEY, "utf-8"));
@@ -244,7 +244,7 @@ TEST(HashTable, TellsStringsApartByTheirCase)
     EXPECT_EQ(At(table, "UTF-8"), 1u);
 }
 
-TEST(HashTable, TakesBothCasesForOneKeyWhenCaseDoesNotCount)
+TEST(HashTable, MatchesCaselessKeysInAnyCase)
 {
     const ScopedTable table = MakeTable(128, HASH_ISTRING_KEY);
     EXPECT_TRUE(HashTable_Insert(table.get(), "UTF-8", Value(1)));
@@ -260,7 +260,7 @@ TEST(HashTable, LowersByTheLocale)
     EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, "a_b"), BucketOf128(HASH_STRING_KEY, "a_b"));
 }
 
-TEST(HashTable, HashesNoFurtherThanAByteThatIsLoweredToZero)
+TEST(HashTable, StopsHashingAtAByteLoweredToZero)
 {
     sLowerUnderscore = 0;
     EXPECT_EQ(BucketOf128(HASH_ISTRING_KEY, "ab_cd"), BucketOf128(HASH_STRING_KEY, "ab"));
@@ -285,7 +285,7 @@ TEST(HashTableDeathTest, TakesPowersOfTwoOnly)
     }
 }
 
-TEST(HashTableDeathTest, TakesNoPowersOfTwoOnlyForASharedTableThatIsMade)
+TEST(HashTableDeathTest, NewSharedTablesNeedAPowerOfTwo)
 {
     HashTable *shared = nullptr;
     EXPECT_PANIC(HashTable_AllocOnce(&shared, 48, HASH_STRING_KEY, nullptr),
@@ -316,7 +316,7 @@ TEST(HashTable, IgnoresFlagsThatHaveNoMeaning)
     EXPECT_EQ(At(table, IntKey(5)), 6u);
 }
 
-TEST(HashTable, KeepsIntegersAsTheyAreWhenAskedToCopyKeys)
+TEST(HashTable, KeepsIntegerKeysDespiteTheCopyFlag)
 {
     const ScopedTable table = MakeTable(16, HASH_INT_KEY | HASH_FLAG_COPYKEY);
     HashTable_Insert(table.get(), IntKey(5), Value(6));
@@ -369,7 +369,7 @@ TEST_P(HashTableOfEachKind, StartsEmpty)
     EXPECT_FALSE(HashTable_Lookup(table.get(), "key", nullptr));
 }
 
-TEST_P(HashTableOfEachKind, LeavesThePlaceForTheValueAloneWhenTheKeyIsAbsent)
+TEST_P(HashTableOfEachKind, LeavesTheOutputUntouchedForAnAbsentKey)
 {
     const ScopedTable table = Make();
     HashTable_Insert(table.get(), "key", Value(1));
@@ -457,7 +457,7 @@ TEST_P(HashTableOfEachKind, ReplacesTheExpectedValueOnly)
     EXPECT_THAT(sDropped, ElementsAre(Value(1)));
 }
 
-TEST_P(HashTableOfEachKind, ReplacesTheExpectedValueWithNobodyToDropTo)
+TEST_P(HashTableOfEachKind, ReplacesTheExpectedValueWithoutAFreeFunction)
 {
     const ScopedTable table = Make();
     HashTable_Insert(table.get(), "key", Value(1));

@@ -195,7 +195,7 @@ TEST_P(HostinfoCpuidDumpWithoutMemory, GivesNothingWhicheverBlockIsRefused)
 }
 INSTANTIATE_TEST_SUITE_P(HighestLeaf, HostinfoCpuidDumpWithoutMemory, testing::Values(0, 1, 10));
 
-TEST_F(HostinfoCpuid, DumpLeavesOutAGroupThatIsNotThere)
+TEST_F(HostinfoCpuid, DumpOmitsAnAbsentGroupWithAWarning)
 {
     sLeaves = {{0, {0, 0, 0, 0}}, {0x80000000, {0x7FFFFFFF, 1, 2, 3}}};
     testing::internal::CaptureStderr();
@@ -243,7 +243,7 @@ TEST_F(HostinfoByName, RateIsInWholeMegahertzForAnyProcessor)
     EXPECT_EQ(sSizes, (std::vector<size_t>{4, 4, 4}));
 }
 
-TEST_F(HostinfoByName, RateIsLeftAloneWhenItIsNotTold)
+TEST_F(HostinfoByName, RateStaysUnchangedWhenUnknown)
 {
     uint32_t mhz = 77;
     for (const int error : {ENOENT, ERANGE}) { // ERANGE: a rate above INT32_MAX

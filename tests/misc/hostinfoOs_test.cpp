@@ -158,7 +158,7 @@ std::string Numbers()
     return numbers;
 }
 
-TEST(HostinfoOSVersion, IsTheKernelsReleaseInNumbersAndNothingBehindThem)
+TEST(HostinfoOSVersion, IsTheReleaseAsNumbersPaddedWithZeros)
 {
     const Outcome outcome = InChild([] {
         sRelease = "6.1.7-18-amd64";
@@ -208,7 +208,7 @@ TEST(HostinfoOSVersionDeathTest, EndsTheProcessWithoutARelease)
                            "Input/output error\nPanic: "));
 }
 
-TEST(HostinfoOSVersionDeathTest, EndsTheProcessForAReleaseWithoutANumber)
+TEST(HostinfoOSVersionDeathTest, EndsTheProcessOnAReleaseWithoutNumbers)
 {
     EXPECT_PANIC(
         {
@@ -420,7 +420,7 @@ TEST(HostinfoOSData, NamesTheKernelWhereThereIsNoProduct)
     EXPECT_EQ(outcome.errors, NO_PLIST);
 }
 
-TEST(HostinfoOSData, MissesNoProductOnAHostThatHasNoLists)
+TEST(HostinfoOSData, LogsNothingOnAHostWithoutVersionLists)
 {
     const Outcome outcome = OnSystem({}, [] {
         sHostHasLists = false;
@@ -449,7 +449,7 @@ INSTANTIATE_TEST_SUITE_P(Names, HostinfoSystemBitness,
                                          SystemBitnessCase{"i386", "darwin19", "bitness='32'"},
                                          SystemBitnessCase{"(fails)", "darwin19", "bitness='32'"}));
 
-TEST(HostinfoOSData, TakesTheShortNamesNumberFromTheKernelsVersion)
+TEST(HostinfoOSData, ShortNameUsesTheCachedKernelVersion)
 {
     const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [] {
         Hostinfo_OSVersion(0);
@@ -459,7 +459,7 @@ TEST(HostinfoOSData, TakesTheShortNamesNumberFromTheKernelsVersion)
     EXPECT_EQ(outcome.result, "Mac OS X 10.15.7 (19H2) Darwin 20.1.0|darwin19-64");
 }
 
-TEST(HostinfoOSData, KeepsTheFirstNamesButTellsThePresentDetails)
+TEST(HostinfoOSData, KeepsTheFirstNamesButUpdatesTheDetails)
 {
     const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [] {
         EXPECT_TRUE(HostinfoOSData());
@@ -524,7 +524,7 @@ TEST(HostinfoOSData, KnowsNothingWhenTheKernelDoesNotTell)
     EXPECT_EQ(outcome.errors, warning + warning + warning);
 }
 
-TEST(HostinfoOSData, LeavesTheLineAsItWasWhenTheKernelDoesNotTell)
+TEST(HostinfoOSData, KeepsTheDetailsWhenUnameFails)
 {
     const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [] {
         const std::string line = Take(Hostinfo_GetOSDetailedData());
@@ -546,7 +546,7 @@ TEST(HostinfoOSData, HasRoomForThatLongAName)
     EXPECT_EQ(outcome.errors, "");
 }
 
-TEST(HostinfoOSData, HasNoNamesWhenTheFullOneIsLonger)
+TEST(HostinfoOSData, HasNoNamesIfTheFullNameOverflows)
 {
     const Outcome outcome = OnSystem({{SYSTEM, {std::string(491, 'n'), "10", "B"}}}, [] {
         EXPECT_EQ(Take(Hostinfo_GetOSName()), "(none)");
@@ -558,7 +558,7 @@ TEST(HostinfoOSData, HasNoNamesWhenTheFullOneIsLonger)
         << "these fit later";
 }
 
-TEST(HostinfoOSData, TellsInDetailWhatDoesNotFitIntoAName)
+TEST(HostinfoOSData, KeepsALongProductNameInTheDetails)
 {
     const std::string name(800, 'n');
     const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [&] {
@@ -569,7 +569,7 @@ TEST(HostinfoOSData, TellsInDetailWhatDoesNotFitIntoAName)
     EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
 }
 
-TEST(HostinfoOSData, FailsForANameThatDoesNotFitAndKeepsTheFormerOnes)
+TEST(HostinfoOSData, KeepsFormerNamesWhenTheNewNameOverflows)
 {
     const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [] {
         EXPECT_TRUE(HostinfoOSData());
@@ -644,7 +644,7 @@ TEST(HostinfoOSData, HasRoomForThatLongAField)
     EXPECT_EQ(outcome.errors, "");
 }
 
-TEST(HostinfoOSData, HasRoomForAValueThatFitsWithoutTheBlanksAtItsEnd)
+TEST(HostinfoOSData, FitsAValueAfterTrimmingItsTrailingBlanks)
 {
     const std::string letters(1000, 'v');
     const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [&] {
@@ -655,7 +655,7 @@ TEST(HostinfoOSData, HasRoomForAValueThatFitsWithoutTheBlanksAtItsEnd)
     EXPECT_EQ(outcome.errors, "Warning: HostinfoMacOS: Error: buffer too small\n");
 }
 
-TEST(HostinfoOSData, DropsTheWholeLineForALongerFieldAndNothingElse)
+TEST(HostinfoOSData, DropsOnlyTheDetailsForAnOverlongField)
 {
     const std::string version(504, '\'');
     const Outcome outcome = OnSystem({{SYSTEM, {"", version, ""}}}, [] {
@@ -669,7 +669,7 @@ TEST(HostinfoOSData, DropsTheWholeLineForALongerFieldAndNothingElse)
               "Warning: HostinfoOSDetailedData: Error: detailed data field too large\n");
 }
 
-TEST(HostinfoOSData, TakesAValueThatIsAllQuotesAndFarTooLong)
+TEST(HostinfoOSData, HasNoDetailsForFarTooManyQuotes)
 {
     const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [] {
         EXPECT_TRUE(HostinfoOSData());

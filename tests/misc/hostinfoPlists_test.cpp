@@ -94,7 +94,7 @@ TEST_F(HostinfoPlists, NameTheServerFirst)
     EXPECT_EQ(Name(), "Mac OS X Server 10.6 (10A432) ");
 }
 
-TEST_F(HostinfoPlists, OfNoUseForTheServerArePassedOver)
+TEST_F(HostinfoPlists, SkipAnUnusableServerList)
 {
     WriteSystem(Product("Mac OS X", "10.6.8", "10K549"));
     const std::string name = Key("Name", Text("Server")), version = Key("Version", Text("1")),

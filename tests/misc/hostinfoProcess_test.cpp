@@ -86,7 +86,7 @@ TEST_F(HostinfoUser, IsNoneWithoutEither)
     EXPECT_EQ(Hostinfo_GetUser(), nullptr);
 }
 
-TEST_F(HostinfoUser, IsInTheHostsBytesAlsoWhereTheyAreNoText)
+TEST_F(HostinfoUser, KeepsTheHostsBytesEvenWhenInvalid)
 {
     sUser = "caf\xE9";
     EXPECT_EQ(Take(Hostinfo_GetUser()), "caf\xE9");

@@ -138,7 +138,7 @@ TEST_F(Location, SaysNothingAboutAnUnknownKey)
     EXPECT_EQ(asAnotherUser.result + asAnotherUser.errors, "");
 }
 
-TEST_F(Location, WarnsOfASecondInitialisationAndKeepsItsUpCount)
+TEST_F(Location, WarnsOfASecondInitialisationButStillClimbs)
 {
     const Outcome outcome = InChild([] {
         sModulePath = "/r/Contents/Library/shares/tool";
@@ -152,7 +152,7 @@ TEST_F(Location, WarnsOfASecondInitialisationAndKeepsItsUpCount)
         "Warning: Location_Init: Invalid initialization: sUpCount 4, processTag shareTool.\n");
 }
 
-TEST_F(Location, TakesAnUnknownTagForAProgramOutsideTheBundle)
+TEST_F(Location, TreatsAnUnknownTagAsOutsideTheBundle)
 {
     const Outcome outcome = InChild([] {
         setenv(ROOT_VARIABLE, "/elsewhere", 1);
@@ -257,7 +257,7 @@ INSTANTIATE_TEST_SUITE_P(Bytes, LocationRoot,
                                          RootCase{"VeryLong", "/" + std::string(100000, 'l')}),
                          [](const auto &row) { return row.param.name; });
 
-TEST_F(Location, ClimbsFromTheProgramItselfAndLooksAtNothingElse)
+TEST_F(Location, ClimbsFromTheProgramIgnoringAllOtherSources)
 {
     WriteLastUsed("/lastUsed");
     const Outcome outcome = InChild([] {
@@ -320,7 +320,7 @@ TEST_F(Location, SaysWhenThePathIsNotReal)
               "Warning: LocationGetRoot: Unable to get the realpath for /gone/tool");
 }
 
-TEST_F(Location, TakesTheRootFromTheEnvironmentAsItStands)
+TEST_F(Location, TakesTheEnvironmentsRootUnchanged)
 {
     WriteLastUsed("/lastUsed");
     const auto withRoot = [](const char *root) {
@@ -371,7 +371,7 @@ INSTANTIATE_TEST_SUITE_P(Content, LocationLastUsedFile,
                                                       std::string(1023, 'p')}),
                          [](const auto &row) { return row.param.name; });
 
-TEST_F(Location, RefusesALastUsedFileThatIsTooLong)
+TEST_F(Location, RefusesAnOverlongLastUsedFile)
 {
     for (const size_t size : {1024, 1025, 100000}) {
         WriteLastUsed(std::string(size, 'p'));
@@ -383,7 +383,7 @@ TEST_F(Location, RefusesALastUsedFileThatIsTooLong)
     }
 }
 
-TEST_F(Location, ReadsTheLastUsedFileOnceAndClosesIt)
+TEST_F(Location, ReadsLastUsedOnceAndClosesIt)
 {
     std::filesystem::create_directories(LAST_USED_FOLDER);
     ASSERT_EQ(mkfifo(Location_GetLastUsedFile(), 0600), 0);
@@ -407,7 +407,7 @@ ptrdiff_t DescriptorsOfTheLastUsedFile()
     });
 }
 
-TEST_F(Location, GivesTheLastUsedFileToNoProgramThatIsStartedMeanwhile)
+TEST_F(Location, PassesTheLastUsedFileToNoChild)
 {
     std::filesystem::create_directories(LAST_USED_FOLDER);
     ASSERT_EQ(mkfifo(Location_GetLastUsedFile(), 0600), 0);
@@ -434,7 +434,7 @@ TEST_F(Location, SaysThatTheProductWasNeverRun)
               std::string("Log: LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
 }
 
-TEST_F(Location, TakesAFileThatCannotBeReadForOneThatCannotBeOpened)
+TEST_F(Location, TreatsReadFailuresAsOpenFailures)
 {
     std::filesystem::create_directories(Location_GetLastUsedFile()); // a folder opens, but no more
     const Outcome outcome = InChild([] {
@@ -463,7 +463,7 @@ TEST_F(Location, FollowsLinksToTheLastUsedFile)
     EXPECT_EQ(InChild([] { return Take(Location_Get("rootDir")); }).result, "/opt/q");
 }
 
-TEST_F(Location, SaysWhenTheLastUsedRootCannotBeCopied)
+TEST_F(Location, LogsThatTheLastRootCannotBeCopied)
 {
     WriteLastUsed("/opt/p");
     const Outcome outcome = InChild([] {

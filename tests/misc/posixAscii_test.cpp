@@ -161,7 +161,7 @@ TEST_P(EachWrapper, ConvertsItsTextsOnceAndInTheirOrder)
 }
 
 // With arguments that are listed one by one there is no error before the call.
-TEST_P(EachWrapper, MakesItsCallWithTheCallersErrnoAndLeavesTheCalls)
+TEST_P(EachWrapper, PassesErrnoInAndTheCallsErrnoOut)
 {
     const CallOutcome outcome = Make(mSpelt);
     EXPECT_EQ(sErrorBefore, IsOneOf({"Execl", "Execlp"}) ? 0 : ALONE);
@@ -204,7 +204,7 @@ INSTANTIATE_TEST_SUITE_P(Posix, EachWrapper, testing::ValuesIn(Wrappers()), WRAP
 
 constexpr int ALL_FLAGS = INT_MAX;
 
-TEST(PosixOpen, TakesTheModeOnlyOfAFileThatItMayCreate)
+TEST(PosixOpen, PassesTheModeOnlyWhenCreating)
 {
     EXPECT_EQ(Posix_Open("plain", O_RDONLY, 0600), -1);
     EXPECT_EQ(sOpenMode, 0);

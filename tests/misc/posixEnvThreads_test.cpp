@@ -147,7 +147,7 @@ TEST_F(PosixGetenvOvertaken, ChangesTheRecordOfWhoInsertedFirst)
     EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
 }
 
-TEST_F(PosixGetenvOvertaken, GivesTheValueOfWhoMadeTheSameChangeFirst)
+TEST_F(PosixGetenvOvertaken, ReturnsTheOthersValueForTheSameChange)
 {
     const char *first = Ask(1);
     const char *others = nullptr;
@@ -294,7 +294,7 @@ TEST_F(PosixGetenvThreads, ChangesThatNeverRestLoseNoBlock)
     EXPECT_EQ(Added(), NAMES * KEPT_AFTER_A_CHANGE);
 }
 
-TEST_F(PosixGetenvThreads, ReadersThatNeverRestKeepAValueEachFromBeingFreed)
+TEST_F(PosixGetenvThreads, BusyReadersDelayAtMostOneFreeEach)
 {
     constexpr int CHANGES = 20000;
     Change(0);

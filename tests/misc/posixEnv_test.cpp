@@ -74,7 +74,7 @@ TEST_F(PosixGetenv, GivesALongValue)
     EXPECT_EQ(Ask(value.c_str()), value);
 }
 
-TEST_F(PosixGetenv, GivesNothingForAVariableThatIsNotSet)
+TEST_F(PosixGetenv, ReturnsNullForAnUnsetVariable)
 {
     errno = ALONE;
     EXPECT_EQ(Posix_Getenv(Name()), nullptr);
@@ -136,7 +136,7 @@ TEST(PosixGetenvOfHome, GivesTheSamePointerTwice)
     EXPECT_EQ(Posix_Getenv("HOME"), home);
 }
 
-TEST_F(PosixGetenv, GivesTheSamePointerWhenTheSameValueIsSetAnew)
+TEST_F(PosixGetenv, ReturnsTheSamePointerForARestoredValue)
 {
     const char *value = Ask("one");
     EXPECT_EQ(Ask("one"), value);
@@ -185,7 +185,7 @@ TEST_F(PosixGetenv, GoesBackToAValueThatWasThere)
 
 // ---- What is kept
 
-TEST_F(PosixGetenv, KeepsOneValueOfANameThatDoesNotChange)
+TEST_F(PosixGetenv, KeepsOneCopyOfAnUnchangedValue)
 {
     for (int i = 0; i < 10; i++) {
         Ask("one");
@@ -273,7 +273,7 @@ TEST_F(PosixGetenvDeathTest, WithoutMemoryEndsTheProcess)
 
 // ---- Bytes that are no text
 
-TEST_F(PosixGetenvDeathTest, AValueThatIsNoTextIsNotGivenInPart)
+TEST_F(PosixGetenvDeathTest, EndsTheProcessForAnInvalidValue)
 {
     setenv(Name(), "caf\xE9", 1);
     EXPECT_PANIC(Posix_Getenv(Name()), "Unicode_AllocWithLength: Couldn't convert invalid buffer "
@@ -296,7 +296,7 @@ TEST_F(PosixGetenv, GivesItsOwnPointerAlsoWhenItTries)
     EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
 }
 
-TEST_F(PosixGetenv, KeepsWhatItHasWhenItTriesInVain)
+TEST_F(PosixGetenv, KeepsItsValueWhenTryGetenvFails)
 {
     const char *value = Ask("one");
     setenv(Name(), "caf\xE9", 1);
@@ -309,7 +309,7 @@ TEST_F(PosixGetenv, KeepsWhatItHasWhenItTriesInVain)
     EXPECT_EQ(Added(), KEPT);
 }
 
-TEST_F(PosixGetenv, TellsAnUnsetVariableFromOneThatIsNoText)
+TEST_F(PosixGetenv, TryGetenvSetsNoErrnoForUnsetVariables)
 {
     errno = 0;
     EXPECT_EQ(Posix_TryGetenv(Name()), nullptr);
@@ -337,7 +337,7 @@ TEST_F(PosixSetenv, UnsetsWithItsCounterpart)
     EXPECT_EQ(Posix_Unsetenv(Name()), 0) << "of what is not set";
 }
 
-TEST_F(PosixPutenv, MakesTheVeryStringAPartOfTheEnvironment)
+TEST_F(PosixPutenv, PutsTheCallersOwnStringIntoTheEnvironment)
 {
     static std::string entry = std::string(Name()) + "=one";
     errno = ALONE;

@@ -117,7 +117,7 @@ TEST_P(ErrnoOfEach, IsTheCallsOwn)
 }
 INSTANTIATE_TEST_SUITE_P(Posix, ErrnoOfEach, testing::ValuesIn(Wrappers()), WRAPPER_NAME);
 
-TEST(ErrnoOfReadLink, IsTheCallsOwnAlsoWhenItFailsLater)
+TEST(ErrnoOfReadLink, IsTheCallsOwnOnALaterFailure)
 {
     sLinkIsLong = true;
     EXPECT_EQ(Spoilt([](Texts text) { return Taken(Posix_ReadLink(text[0])); }, {"any"}),
@@ -147,7 +147,7 @@ TEST(ErrnoOfPerror, IsLeftAlone)
         testing::ExitedWithCode(ENOENT), "caf\xC3\xA9: No such file or directory\n");
 }
 
-TEST(ErrnoOfPerror, IsLeftAloneAlsoWhenNothingCanBeWritten)
+TEST(ErrnoOfPerror, IsLeftAloneEvenWhenWritingFails)
 {
     EXPECT_EXIT(
         {

@@ -207,7 +207,7 @@ TEST(PosixExecl, TakesTwoHundred)
               (Start{texts, OwnEnvironment()}));
 }
 
-TEST(PosixExeclp, TakesTwoHundredForAProgramThatIsSearched)
+TEST(PosixExeclp, PassesTwoHundredArgumentsToASearchedProgram)
 {
     const SearchedFolder folder;
     const std::vector<std::string> texts = Arguments(200);

@@ -64,7 +64,7 @@ TEST_F(PosixLatin1, NamesAreInTheHostsBytes)
     EXPECT_TRUE(std::filesystem::is_directory("\xFC"));
 }
 
-TEST_F(PosixLatin1, ANameThatTheHostCannotHaveIsNotLookedFor)
+TEST_F(PosixLatin1, AnUnrepresentableNameIsNotLookedUp)
 {
     std::ofstream(LOST) << "text";
     const ptrdiff_t before = Allocations::Live();
@@ -131,7 +131,7 @@ TEST_F(PosixLatin1, TheEnvironmentIsInTheHostsBytes)
     EXPECT_EQ(getenv(HOST), nullptr);
 }
 
-TEST_F(PosixLatin1, AValueThatTheHostCannotHaveIsNotSet)
+TEST_F(PosixLatin1, AnUnrepresentableValueIsNotSet)
 {
     errno = ALONE;
     EXPECT_EQ(Posix_Setenv("PELAGO_LOST", LOST, 1), -1);
@@ -161,7 +161,7 @@ TEST_F(PosixLatin1, AMessageIsInTheHostsBytes)
         testing::ExitedWithCode(ENOENT), testing::StrEq("caf\xE9: No such file or directory\n"));
 }
 
-TEST_F(PosixLatin1, AMessageThatTheHostCannotHaveIsLeftOut)
+TEST_F(PosixLatin1, AnUnrepresentableMessageIsLeftOut)
 {
     EXPECT_EXIT(
         {
@@ -188,7 +188,7 @@ std::vector<char *> List(const std::vector<std::string> &texts, size_t lost, siz
     return list;
 }
 
-TEST_F(PosixLatin1, ListsAreReleasedWhicheverOfTheirTextsIsLost)
+TEST_F(PosixLatin1, ListsAreFreedWhicheverTextIsUnrepresentable)
 {
     for (size_t lost = 0; lost <= 6; lost++) {
         SCOPED_TRACE(lost);
@@ -203,7 +203,7 @@ TEST_F(PosixLatin1, ListsAreReleasedWhicheverOfTheirTextsIsLost)
 }
 
 // What a program receives in its arguments and in an environment of its own.
-TEST_F(PosixLatin1, AProgramsArgumentsAndEnvironmentAreInTheHostsBytes)
+TEST_F(PosixLatin1, ArgumentsAndEnvironmentAreInTheHostsBytes)
 {
     std::ofstream("script") << "#!/bin/sh\nprintf '%s,%s' \"$1\" \"$PELAGO_NAME\" >out\n";
     std::filesystem::rename("script", HOST);

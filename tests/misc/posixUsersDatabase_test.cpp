@@ -195,7 +195,7 @@ TEST(PosixDatabase, HasOneUserAtATime)
     EXPECT_EQ(Allocations::Live(), live) << "the strings of the one before are freed";
 }
 
-TEST(PosixDatabase, KeepsTheUserWhenThereIsNoneOfAName)
+TEST(PosixDatabase, KeepsTheUserAfterAFailedLookup)
 {
     const passwd *ada = Posix_Getpwnam("ada");
     EXPECT_EQ(Posix_Getpwnam("nobody-here"), nullptr);
@@ -239,7 +239,7 @@ TEST(PosixDatabase, FindsAGroupOfFiveThousand)
     EXPECT_EQ(Strings(texts.begin() + 2, texts.end()), ManyMembers());
 }
 
-TEST(PosixDatabase, FindsAGroupOfFiveThousandWithABuffer)
+TEST(PosixDatabase, FindsFiveThousandMembersWithABuffer)
 {
     group record, *result = nullptr;
     std::string buffer(500000, '#');
@@ -259,7 +259,7 @@ TEST(PosixDatabase, HasOneGroupAtATime)
     EXPECT_EQ(Allocations::Live(), live - 4998) << "the strings of the one before are freed";
 }
 
-TEST(PosixDatabase, KeepsTheGroupWhenThereIsNoneOfAName)
+TEST(PosixDatabase, KeepsTheGroupAfterAFailedLookup)
 {
     const group *staff = Posix_Getgrnam("staff");
     EXPECT_EQ(Posix_Getgrnam("nobody-here"), nullptr);
@@ -315,13 +315,13 @@ size_t Sweep(FindIn<Record> hostFind, FindIn<Record> find, const char *name, con
     return tooSmallForUs;
 }
 
-TEST(PosixDatabase, FitsWhereTheHostHasRoomWhenNothingGetsLonger)
+TEST(PosixDatabase, NeedsOnlyTheHostsRoomForUnchangedText)
 {
     EXPECT_EQ(Sweep(getpwnam_r, Posix_GetpwnamR, "ada", ADA), 0u);
     EXPECT_EQ(Sweep(getgrnam_r, Posix_GetgrnamR, "staff", {"staff", "*", "ada", "bare"}), 0u);
 }
 
-TEST(PosixDatabase, NeedsMoreRoomThanTheHostForWhatGetsLonger)
+TEST(PosixDatabase, NeedsExtraRoomForTextThatGrows)
 {
     UseIcu();
     EXPECT_GT(Sweep(getpwnam_r, Posix_GetpwnamR, "broken", BROKEN), 0u);
@@ -380,7 +380,7 @@ TEST(PosixDatabase, ListsTheGroupsOfAUser)
               (std::vector<gid_t>{100, 200, 4000000001, 400}));
 }
 
-TEST(PosixDatabase, ListsTheGroupsOfANameThatIsNotAscii)
+TEST(PosixDatabase, ListsTheGroupsOfANonAsciiName)
 {
     gid_t groups[8] = {};
     int count = 8;
@@ -388,7 +388,7 @@ TEST(PosixDatabase, ListsTheGroupsOfANameThatIsNotAscii)
     EXPECT_EQ(std::vector<gid_t>(groups, groups + 3), (std::vector<gid_t>{5, 4000000001, 300}));
 }
 
-TEST(PosixDatabase, TellsHowManyGroupsThereAreWithoutRoomForAll)
+TEST(PosixDatabase, ReturnsTheNeededCountWhenRoomIsShort)
 {
     gid_t groups[8] = {9, 9, 9, 9, 9, 9, 9, 9};
     int count = 3;

@@ -110,20 +110,20 @@ TEST_F(PosixUsersLatin1, AreAskedByNameInLatin1)
     ExpectTheNameInLatin1();
 }
 
-TEST_F(PosixUsersLatin1, AreAskedByNameInLatin1WithABuffer)
+TEST_F(PosixUsersLatin1, FindUsersInLatin1WithABuffer)
 {
     passwd record, *result = nullptr;
     EXPECT_EQ(Posix_GetpwnamR(SPELT, &record, mBuffer, sizeof mBuffer, &result), 0);
     ExpectTheNameInLatin1();
 }
 
-TEST_F(PosixUsersLatin1, HaveGroupsThatAreAskedByNameInLatin1)
+TEST_F(PosixUsersLatin1, FindGroupsByNameInLatin1)
 {
     EXPECT_NE(Posix_Getgrnam(SPELT), nullptr);
     ExpectTheNameInLatin1();
 }
 
-TEST_F(PosixUsersLatin1, HaveGroupsThatAreAskedByNameInLatin1WithABuffer)
+TEST_F(PosixUsersLatin1, FindGroupsInLatin1WithABuffer)
 {
     group record, *result = nullptr;
     EXPECT_EQ(Posix_GetgrnamR(SPELT, &record, mBuffer, sizeof mBuffer, &result), 0);
@@ -172,7 +172,7 @@ TEST_F(PosixUsersLatin1, NeedABufferForTheirTextInUtf8)
     EXPECT_STREQ(record.pw_name, SPELT);
 }
 
-TEST_F(PosixUsersLatin1, HaveGroupsThatNeedABufferForTheirTextInUtf8)
+TEST_F(PosixUsersLatin1, NeedRoomForGroupTextInUtf8)
 {
     group record, *result = nullptr;
     EXPECT_EQ(Posix_GetgrnamR(SPELT, &record, mBuffer, 5, &result), ERANGE);
@@ -180,13 +180,13 @@ TEST_F(PosixUsersLatin1, HaveGroupsThatNeedABufferForTheirTextInUtf8)
     EXPECT_STREQ(record.gr_name, SPELT);
 }
 
-TEST_F(PosixUsersLatin1, AreNotAskedByANameThatItCannotSpell)
+TEST_F(PosixUsersLatin1, RefuseAnUnrepresentableUserName)
 {
     EXPECT_EQ(Posix_Getpwnam(UNSPELT), nullptr);
     ExpectNoCall();
 }
 
-TEST_F(PosixUsersLatin1, AreNotAskedByANameThatItCannotSpellWithABuffer)
+TEST_F(PosixUsersLatin1, RefuseAnUnrepresentableUserNameWithABuffer)
 {
     passwd record, *result = &record;
     EXPECT_EQ(Posix_GetpwnamR(UNSPELT, &record, mBuffer, sizeof mBuffer, &result), ERANGE);
@@ -194,13 +194,13 @@ TEST_F(PosixUsersLatin1, AreNotAskedByANameThatItCannotSpellWithABuffer)
     ExpectNoCall();
 }
 
-TEST_F(PosixUsersLatin1, HaveGroupsThatAreNotAskedByANameThatItCannotSpell)
+TEST_F(PosixUsersLatin1, RefuseAnUnrepresentableGroupName)
 {
     EXPECT_EQ(Posix_Getgrnam(UNSPELT), nullptr);
     ExpectNoCall();
 }
 
-TEST_F(PosixUsersLatin1, HaveGroupsThatAreNotAskedByANameThatItCannotSpellWithABuffer)
+TEST_F(PosixUsersLatin1, RefuseAnUnrepresentableGroupNameWithABuffer)
 {
     group record, *result = &record;
     EXPECT_EQ(Posix_GetgrnamR(UNSPELT, &record, mBuffer, sizeof mBuffer, &result), ERANGE);
@@ -208,7 +208,7 @@ TEST_F(PosixUsersLatin1, HaveGroupsThatAreNotAskedByANameThatItCannotSpellWithAB
     ExpectNoCall();
 }
 
-TEST_F(PosixUsersLatin1, StayAsTheyAreWhenANameCannotBeSpelt)
+TEST_F(PosixUsersLatin1, KeepTheirRecordsAfterAnUnrepresentableName)
 {
     const passwd *user = Posix_Getpwnam(SPELT);
     const group *team = Posix_Getgrnam(SPELT);
@@ -224,7 +224,7 @@ struct UnspeltCase {
 };
 class PosixGetgrouplistLatin1 : public PosixUsersLatin1,
                                 public testing::WithParamInterface<UnspeltCase> {};
-TEST_P(PosixGetgrouplistLatin1, KnowsOnlyTheBaseGroupOfANameThatItCannotSpell)
+TEST_P(PosixGetgrouplistLatin1, ListsOnlyTheBaseGroupForUnrepresentableNames)
 {
     const auto &[room, result, first] = GetParam();
     gid_t groups[4] = {9, 9, 9, 9};

@@ -364,7 +364,7 @@ TEST_P(PosixStaticUser, StaysWhenTheHostFindsNone)
     EXPECT_EQ(ada->pw_uid, 1);
 }
 
-TEST_P(PosixStaticUser, FailsWithWhatWasConvertedBeforeATextThatCannotBe)
+TEST_P(PosixStaticUser, KeepsFieldsConvertedBeforeTheOneThatFails)
 {
     passwd *const record = Find(BOB);
     const ptrdiff_t live = Allocations::Live();
@@ -384,7 +384,7 @@ TEST_P(PosixStaticUser, FailsWithWhatWasConvertedBeforeATextThatCannotBe)
     EXPECT_EQ(Allocations::Live(), live) << "what was left of the failures is gone";
 }
 
-TEST_P(PosixStaticUser, EndsTheProcessOverBytesThatAreNoText)
+TEST_P(PosixStaticUser, EndsTheProcessForInvalidBytes)
 {
     EXPECT_PANIC(Find({"ada", "x", "caf\xE9", "/", "/bin/sh"}),
                  "Unicode_AllocWithLength: Couldn't convert invalid buffer [caf\\xE9] from UTF-8 "
@@ -444,7 +444,7 @@ TEST_F(PosixUsers, MayBeAskedForWithoutAName)
                                     "getgrnam_r (absent)", "getgrouplist (absent) 5 9"}));
 }
 
-TEST_F(PosixUsers, GiveBackTheNameThatTheyAreAskedBy)
+TEST_F(PosixUsers, FreeTheConvertedNameAfterALookup)
 {
     const ptrdiff_t live = Allocations::Live();
     EXPECT_EQ(Posix_Getpwnam("nobody"), nullptr);
@@ -514,7 +514,7 @@ TEST_F(PosixStaticGroup, TakesThePlaceOfTheOneBefore)
     EXPECT_EQ(staff->gr_gid, 2);
 }
 
-TEST_F(PosixStaticGroup, HasTheStringsAndTheMembersOfTheOneBeforeFreed)
+TEST_F(PosixStaticGroup, FreesThePreviousStringsAndMembers)
 {
     HostGroup absent({ABSENT, ABSENT, {}});
     absent.Record()->gr_mem = nullptr;
@@ -539,7 +539,7 @@ TEST_F(PosixStaticGroup, StaysWhenTheHostFindsNone)
     EXPECT_EQ(staff->gr_gid, 1);
 }
 
-TEST_F(PosixStaticGroup, FailsWithWhatWasConvertedBeforeATextThatCannotBe)
+TEST_F(PosixStaticGroup, KeepsFieldsConvertedBeforeTheOneThatFails)
 {
     const group *record = Find(STAFF);
     tHost.unconvertible = "*";
@@ -553,7 +553,7 @@ TEST_F(PosixStaticGroup, FailsWithWhatWasConvertedBeforeATextThatCannotBe)
     EXPECT_EQ(TextOf(*record), Strings({ABSENT, "*", ABSENT}));
 }
 
-TEST_F(PosixStaticGroup, IsFoundWithoutItsMembersWhenTheyCannotBeConverted)
+TEST_F(PosixStaticGroup, HasNoMembersWhenTheyCannotBeConverted)
 {
     tHost.losesMembers = true;
     const group *record = Find(STAFF, 5);
@@ -563,7 +563,7 @@ TEST_F(PosixStaticGroup, IsFoundWithoutItsMembersWhenTheyCannotBeConverted)
     EXPECT_EQ(record->gr_gid, 5);
 }
 
-TEST_F(PosixStaticGroup, EndsTheProcessOverAMemberThatIsNoText)
+TEST_F(PosixStaticGroup, EndsTheProcessForAnInvalidMember)
 {
     EXPECT_PANIC(Find({"staff", "x", {"ada", "\xFF"}}),
                  "Unicode_AllocWithLength: Couldn't convert invalid buffer [\\xFF] from UTF-8 to "
@@ -761,7 +761,7 @@ TEST_P(PosixCallersUser, IsTheHostsError)
     EXPECT_EQ(mRecord.pw_name, buffer.Start());
 }
 
-TEST_P(PosixCallersUser, IsPackedIntoTheBufferInTheOrderOfTheRecord)
+TEST_P(PosixCallersUser, IsPackedIntoTheBufferInFieldOrder)
 {
     UseIcu();
     for (const auto &order : std::vector<std::vector<size_t>>{{0, 1, 2, 3, 4}, {4, 3, 2, 1, 0}}) {
@@ -812,7 +812,7 @@ TEST_P(PosixCallersUser, KeepsAbsentTextAbsent)
     }
 }
 
-TEST_P(PosixCallersUser, FailsWithTheRecordAsItWasOverATextThatCannotBeConverted)
+TEST_P(PosixCallersUser, IsUnchangedWhenAConversionFails)
 {
     HostHas(ADA, {4, 3, 2, 1, 0});
     for (const std::string &text : ADA) {
@@ -866,7 +866,7 @@ TEST_P(PosixCallersUser, KeepsWhatFitsWhereItIsPacked)
     }
 }
 
-TEST_P(PosixCallersUser, EndsTheProcessOverBytesThatAreNoText)
+TEST_P(PosixCallersUser, EndsTheProcessForInvalidBytes)
 {
     HostHas({"ada", "x", "", "/", "/bin/\xFF"});
     Buffer buffer(1000, 0);
@@ -1010,7 +1010,7 @@ TEST_F(PosixCallersGroup, IsTheHostsError)
     EXPECT_EQ(mRecord.gr_name, buffer.Start());
 }
 
-TEST_F(PosixCallersGroup, FailsWithTheRecordAsItWasOverATextThatCannotBeConverted)
+TEST_F(PosixCallersGroup, IsUnchangedWhenAConversionFails)
 {
     HostHasGroup(STAFF, Array::First);
     for (const char *text : {"staff", "x"}) {
@@ -1053,7 +1053,7 @@ TEST_F(PosixCallersGroup, NeedsNoRoomForAnAbsentText)
     ExpectPacked(buffer, text.All());
 }
 
-TEST_F(PosixCallersGroup, KeepsAnArrayThatIsOutsideOfTheBufferWhereItIs)
+TEST_F(PosixCallersGroup, KeepsAnArrayOutsideTheBufferInPlace)
 {
     static char *members[] = {const_cast<char *>("ada"), nullptr};
     tHost.findGroup = [](group *record, char *, size_t, group **result) {
@@ -1130,7 +1130,7 @@ TEST_F(PosixCallersGroup, HasFiveThousandMembersThatAllGetLonger)
     }
 }
 
-TEST_F(PosixCallersGroup, EndsTheProcessOverAMemberThatIsNoText)
+TEST_F(PosixCallersGroup, EndsTheProcessForAnInvalidMember)
 {
     HostHasGroup({"staff", "x", {"ada", "\xFF"}}, Array::Last);
     Buffer buffer(1000, 0);
@@ -1217,7 +1217,7 @@ TEST_F(PosixUsers, HaveTheGroupsThatTheHostLists)
 
 // ---- Threads
 
-TEST_F(PosixUsers, AreFoundByManyThreadsAtOnceInRecordsOfTheirOwn)
+TEST_F(PosixUsers, ServeManyThreadsWithTheirOwnRecords)
 {
     Together(4, [](int thread) {
         const std::string member = "member" + std::to_string(thread);

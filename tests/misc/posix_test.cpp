@@ -204,7 +204,7 @@ TEST_F(PosixOpen, CreatesWithTheModeUnderTheMask)
 }
 
 #ifdef O_TMPFILE
-TEST_F(PosixOpen, MakesAFileWithoutANameWithItsMode)
+TEST_F(PosixOpen, CreatesAnUnnamedFileWithItsMode)
 {
     for (const mode_t mode : {0640U, 0604U}) {
         const int file = Posix_Open("/dev/shm", O_RDWR | O_TMPFILE, mode);
@@ -218,7 +218,7 @@ TEST_F(PosixOpen, MakesAFileWithoutANameWithItsMode)
 }
 #endif
 
-TEST_F(PosixOpen, LeavesTheModeOfAFileThatIsThere)
+TEST_F(PosixOpen, KeepsTheModeOfAnExistingFile)
 {
     close(Posix_Open(FILE_NAME, O_WRONLY | O_CREAT, 0600));
     EXPECT_EQ(StatusOf(FILE_NAME).st_mode, S_IFREG | 0640U);
@@ -580,7 +580,7 @@ TEST_F(PosixReadLink, IsTextOfNothingForAnEmptyTarget)
 
 using PosixReadLinkDeathTest = PosixReadLink;
 
-TEST_F(PosixReadLinkDeathTest, DoesNotGiveHalfATargetThatIsNoText)
+TEST_F(PosixReadLinkDeathTest, EndsTheProcessForAnInvalidTarget)
 {
     std::filesystem::create_symlink("caf\xE9", NEW_NAME);
     EXPECT_PANIC(Posix_ReadLink(NEW_NAME), "Unicode_AllocWithLength: Couldn't convert invalid "
@@ -693,7 +693,7 @@ protected:
 };
 using PosixOfNoTextDeathTest = PosixOfNoText;
 
-TEST_P(PosixOfNoText, GivesNothingWhenItTriesWithIcuAsWithout)
+TEST_P(PosixOfNoText, TryFormFailsWithAndWithoutIcu)
 {
     for (const bool usesIcu : {false, true}) {
         SCOPED_TRACE(usesIcu);

@@ -117,7 +117,7 @@ TEST_F(ProcessState, HasDefaultActionsForTheFirst32Signals)
 }
 
 // The C library refuses some of these for itself, so that their actions do not tell.
-TEST_F(ProcessState, SetsTheActionsOfTheFirst32SignalsAndNoOthers)
+TEST_F(ProcessState, SetsActionsOfTheFirst32SignalsOnly)
 {
     ExpectInProcess([] {
         sActionsSet.clear();
@@ -128,7 +128,7 @@ TEST_F(ProcessState, SetsTheActionsOfTheFirst32SignalsAndNoOthers)
     });
 }
 
-TEST_F(ProcessState, HasTheWholeAddressSpaceThatItMayHave)
+TEST_F(ProcessState, RaisesTheAddressSpaceLimitToItsMaximum)
 {
     ExpectInProcess([] {
         rlimit limit = {rlim_t{1} << 50, rlim_t{1} << 51};
@@ -212,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Closing{"AMillion", SOME, {41, 8, 1000}, 1048576}),
     [](const auto &row) { return row.param.name; });
 
-TEST_F(ProcessState, ClosesAsThePlainRuleSaysWhateverIsOpenAndListed)
+TEST_F(ProcessState, ClosesRandomDescriptorsByThePlainRule)
 {
     std::minstd_rand random(2);
     for (int i = 0; i < 300; i++) {

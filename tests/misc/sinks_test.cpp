@@ -131,7 +131,7 @@ TEST_F(Sinks, MayCallTheLibraryForALog)
 }
 
 // Where the initialisation has its lock.
-TEST_F(Sinks, MayCallTheLibraryForAMessageOfTheInitialisation)
+TEST_F(Sinks, MayCallTheLibraryDuringInitialisation)
 {
     const Outcome outcome = InChild([] {
         Unicode_Init();
@@ -142,7 +142,7 @@ TEST_F(Sinks, MayCallTheLibraryForAMessageOfTheInitialisation)
     EXPECT_THAT(outcome.result, HasSubstr("<1>LocationGetRoot: Unable to determine the product "));
 }
 
-TEST_F(Sinks, MayCallTheLibraryForAPanicAndAtTheEnd)
+TEST_F(Sinks, MayCallTheLibraryDuringPanicAndExit)
 {
     const std::string said =
         std::string("VERIFY lib/x:1\nPanic: ") + ANSWER + "\natexit: " + ANSWER + "\n";

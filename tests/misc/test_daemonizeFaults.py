@@ -188,7 +188,7 @@ class Failing(Case):
                                  stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=writer, text=True, timeout=30)
             self.assertEqual((run.stdout, self.pid_file.exists()), (f"failed {errno.ENOENT}\n", False))
 
-    def test_without_the_call_descriptors_are_closed_by_the_list(self):
+    def test_closes_only_open_descriptors_without_close_range(self):
         with open("/dev/null") as inherited:
             high = 700
             os.dup2(inherited.fileno(), high)

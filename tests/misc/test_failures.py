@@ -76,7 +76,7 @@ class Decoding(unittest.TestCase):
         for data, came, wanted in zip(texts, failures(way, code, code_out, texts), expected, strict=True):
             self.assertEqual(came, wanted, f"{way} {code} {data.hex(' ')}")
 
-    def test_a_damaged_unicode_text_stops_where_it_is_damaged(self):
+    def test_reports_damaged_unicode_where_python_does(self):
         for code in UNICODE_FORMS:
             texts = Texts(code, ANY)
             data = [texts.damaged(code, range(256)) for _ in range(TEXTS)]
@@ -97,7 +97,7 @@ class Decoding(unittest.TestCase):
 
 
 class Encoding(unittest.TestCase):
-    def test_a_text_stops_at_the_first_character_that_is_lacking(self):
+    def test_reports_unencodable_character_where_python_does(self):
         for code, codec in (("ISO-8859-1", "latin-1"), ("ASCII", "ascii"), ("ISO-8859-2", "iso8859-2"), ("KOI8-R", "koi8-r"),
                             ("Shift_JIS", "cp932"), ("GBK", "gbk")):
             texts = Texts(code, "abcdefghijklmnopqrst" + "\u00e9\u0159\u0416\u65e5\U0001f600")

@@ -22,13 +22,13 @@ class SetUserId(unittest.TestCase):
             self.assertEqual((done.returncode, done.stderr), (0, ""))
             return done.stdout
 
-    def test_the_caller_fixes_the_home_of_an_ordinary_program(self):
+    def test_cffixed_user_home_sets_an_ordinary_programs_home(self):
         self.assertEqual(self.expand("~/x", 0o755), "/fixed/x\n")
 
-    def test_the_caller_does_not_fix_the_home_of_a_set_user_id_program(self):
+    def test_set_user_id_program_ignores_cffixed_user_home(self):
         self.assertEqual(self.expand("~/x", 0o4755), CALLER.pw_dir + "/x\n")
 
-    def test_the_caller_does_not_fix_the_home_of_a_set_group_id_program(self):
+    def test_set_group_id_program_ignores_cffixed_user_home(self):
         self.assertEqual(self.expand("~/x", 0o2755), CALLER.pw_dir + "/x\n")
 
 

@@ -196,7 +196,7 @@ INSTANTIATE_TEST_SUITE_P(Tilde, UtilExpandText,
                                          ExpandCase{"UsersVariable", "~ann/$A", "/home/ann/1"}),
                          [](const auto &row) { return row.param.name; });
 
-TEST_F(UtilExpand, TakesLettersDigitsAndUnderscoresOfAsciiForAName)
+TEST_F(UtilExpand, ReadsNamesOfAsciiLettersDigitsAndUnderscores)
 {
     for (int byte = 1; byte < 256; byte++) {
         const char c = static_cast<char>(byte);
@@ -246,7 +246,7 @@ TEST_P(UtilExpandOwn, YieldsToAVariableWithoutValue)
     Set(GetParam().name, "");
     EXPECT_EQ(Expand(std::string("$") + GetParam().name), "");
 }
-TEST_P(UtilExpandOwn, DoesNotYieldToAVariableInAnotherCase)
+TEST_P(UtilExpandOwn, IgnoresAVariableInAnotherCase)
 {
     Set(GetParam().isPid ? "pID" : "uSER", "v");
     EXPECT_EQ(Expand(std::string("$") + GetParam().name), Value());
@@ -257,7 +257,7 @@ INSTANTIATE_TEST_SUITE_P(Name, UtilExpandOwn,
                                          OwnCase{"user", false}, OwnCase{"UsEr", false}),
                          [](const auto &row) { return row.param.name; });
 
-TEST_F(UtilExpand, LooksItsOwnUserUpForEachUserAndClosesTheDatabase)
+TEST_F(UtilExpand, LooksUpItsUserAndClosesTheDatabase)
 {
     EXPECT_EQ(Expand("$USER"), "ann");
     EXPECT_EQ(sUsers.lookups, std::vector<std::string>{""});
@@ -298,7 +298,7 @@ TEST_F(UtilExpand, KnowsPidInAnyCaseWhateverTheLocale)
     EXPECT_EQ(sLogged, "");
 }
 
-TEST_F(UtilExpand, PutsInBytesThatAreNoTextAsTheyAre)
+TEST_F(UtilExpand, InsertsInvalidBytesUnchanged)
 {
     Set("BYTES", "caf\xE9");
     sUsers.home = "/home/\xFF";
@@ -321,7 +321,7 @@ TEST_F(UtilExpand, LooksUpTheUserBehindTheTilde)
     EXPECT_EQ(sUsers.closed, 1);
 }
 
-TEST_F(UtilExpand, LooksUpItsOwnUserForATildeAlone)
+TEST_F(UtilExpand, LooksUpItsUserForABareTilde)
 {
     Expand("~/x");
     EXPECT_EQ(sUsers.lookups, std::vector<std::string>{""});
@@ -343,7 +343,7 @@ TEST_F(UtilExpand, LeavesAnUnknownUser)
     EXPECT_EQ(sUsers.closed, 1);
 }
 
-TEST_F(UtilExpand, TakesAVariableBehindATildeForPartOfTheUsersName)
+TEST_F(UtilExpand, ExpandsNoVariableInATildesUserName)
 {
     sUsers.hasRecord = false;
     EXPECT_EQ(Expand("~$A/$A"), "~$A/1");
@@ -367,7 +367,7 @@ INSTANTIATE_TEST_SUITE_P(Of, UtilExpandWithoutHome,
                                          NoHomeCase{"AnotherUser", "~bob/x"}),
                          [](const auto &row) { return row.param.name; });
 
-TEST_F(UtilExpand, TakesHomeFromTheEnvironmentOfAUserWithoutRecord)
+TEST_F(UtilExpand, UsesTheHomeVariableWithoutAUserRecord)
 {
     sUsers.hasRecord = false;
     EXPECT_EQ(Expand("~/x"), "/u/x");
@@ -406,7 +406,7 @@ TEST_F(UtilExpand, HasNoFixedHomeForAnotherUser)
     EXPECT_EQ(Expand("~bob/x"), "/home/ann/x");
 }
 
-TEST_F(UtilExpand, DoesNotTrustAFixedHomeInASetUserIdProcess)
+TEST_F(UtilExpand, IgnoresAFixedHomeUnderSetUserId)
 {
     Set("CFFIXED_USER_HOME", "/fixed");
     sIsSetUserId = true;

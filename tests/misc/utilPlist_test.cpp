@@ -171,7 +171,7 @@ TEST_P(UtilCFString, IsCopiedDirectly)
     EXPECT_EQ(Converted(), GetParam().text);
     EXPECT_EQ(sLogged, "");
 }
-TEST_P(UtilCFString, IsConvertedWhereItIsKeptInAnotherForm)
+TEST_P(UtilCFString, IsConvertedWithoutADirectPointer)
 {
     sHasNoDirectText = true;
     EXPECT_EQ(Converted(), GetParam().text);
@@ -185,7 +185,7 @@ INSTANTIATE_TEST_SUITE_P(Of, UtilCFString,
                                          TextCase{"Much", std::string(10000, 'x')}),
                          [](const auto &row) { return row.param.name; });
 
-TEST_F(UtilPlist, ConvertsIntoRoomForAnyStringOfThatLength)
+TEST_F(UtilPlist, AllocatesThreeBytesPerUnitToConvert)
 {
     sHasNoDirectText = true;
     const auto sizes =
@@ -220,7 +220,7 @@ TEST_F(UtilPlist, SaysWhenAStringCannotBeConverted)
     ExpectNoText(CFSTR("text"));
 }
 
-TEST_F(UtilPlist, SaysWhenAStringIsTooLongToConvert)
+TEST_F(UtilPlist, LogsAStringTooLongToConvert)
 {
     sHasNoDirectText = sIsTooLong = true;
     ExpectNoText(CFSTR("text"));
@@ -323,7 +323,7 @@ TEST_F(UtilPlistFile, FollowsALink)
     CFRelease(dictionary);
 }
 
-TEST_F(UtilPlistFile, AsksNothingOfCoreFoundationForAMissingFile)
+TEST_F(UtilPlistFile, CallsNoCoreFoundationForAMissingFile)
 {
     EXPECT_EQ(Util_ReadPlistDictionary(Path().c_str()), nullptr);
     EXPECT_EQ(sUrl, nullptr);
@@ -445,14 +445,14 @@ TEST_F(UtilPlist, GivesOnlyWhatIsAskedFor)
     EXPECT_TRUE(Util_GetProductInfo(Product(OTHERS), nullptr, nullptr, nullptr));
 }
 
-TEST_F(UtilPlist, FailsWithOneThatIsAskedForAndNothingElse)
+TEST_F(UtilPlist, FailsWhenTheOnlyRequestedKeyIsMissing)
 {
     char *text = sBefore;
     EXPECT_FALSE(Util_GetProductInfo(Product(VERSION + BUILD), &text, nullptr, nullptr));
     EXPECT_EQ(text, sBefore);
 }
 
-TEST_F(UtilPlist, TakesBackWhatIsBehindOneThatIsNotAskedFor)
+TEST_F(UtilPlist, ClearsValuesAfterAnUnrequestedOneOnFailure)
 {
     const Product product(NAME + VERSION);
     const NothingIsLeft strings;
@@ -468,7 +468,7 @@ struct IncompleteCase {
     size_t stored; // how many were there before the one that fails
 };
 class UtilPlistIncomplete : public UtilPlist, public testing::WithParamInterface<IncompleteCase> {};
-TEST_P(UtilPlistIncomplete, TakesBackWhatItStoredAndLeavesTheRest)
+TEST_P(UtilPlistIncomplete, ClearsStoredValuesAndLeavesTheRest)
 {
     char *outs[] = {sBefore, sBefore, sBefore};
     const Product product(GetParam().content);

@@ -61,7 +61,7 @@ const AllocatorCase ALLOCATORS[] = {
 class UtilAllocator : public testing::TestWithParam<AllocatorCase> {};
 using UtilAllocatorDeathTest = UtilAllocator;
 
-TEST_P(UtilAllocator, TakesNothingForAnAnswerWhenNothingIsAsked)
+TEST_P(UtilAllocator, ReturnsNullForAnEmptyRequest)
 {
     const OutOfMemory none;
     EXPECT_EQ(GetParam().none(), nullptr);
@@ -109,7 +109,7 @@ template <typename Resize> void FailToResize(Resize resize)
     const OutOfMemory none;
     resize(block);
 }
-TEST(UtilDeathTest, KeepsTheOldBlockWhenThereIsNoNewOne)
+TEST(UtilDeathTest, KeepsTheOldBlockWhenResizingFails)
 {
     EXPECT_EXIT(FailToResize([](void *block) { return Util_SafeRealloc(block, 1000); }),
                 testing::ExitedWithCode(1), testing::EndsWith(std::string(REPORT) + "0 freed"));
@@ -191,7 +191,7 @@ struct StrndupCase {
     const char *copy;
 };
 class UtilSafeStrndup : public testing::TestWithParam<StrndupCase> {};
-TEST_P(UtilSafeStrndup, StopsAtTheFirstNulAndAtTheLimit)
+TEST_P(UtilSafeStrndup, StopsAtTheFirstNulOrTheLimit)
 {
     const auto &[name, bytes, n, copy] = GetParam();
     EXPECT_EQ(Take(Util_SafeStrndup(bytes, n)), copy);
@@ -215,7 +215,7 @@ TEST(UtilSafeStrndup, ReadsNothingBeyondTheLimit)
     free(bytes);
 }
 
-TEST(UtilSafeStrndupDeathTest, CountsALengthWithoutRoomForTheNulAsFailure)
+TEST(UtilSafeStrndupDeathTest, EndsTheProcessWhenTheLengthOverflows)
 {
     sMemchrFindsNothing = true; // as in a memory that is full of text
     EXPECT_PANIC(Take(Util_SafeStrndup("abc", SIZE_MAX)), REPORT);
@@ -321,7 +321,7 @@ TEST(UtilMemDiff, CountsInBlocksOfAnySize)
     }
 }
 
-TEST(UtilMemDiff, CountsTheFirstAndTheLastOfAThousandBytes)
+TEST(UtilMemDiff, CountsDifferencesAtBothEndsOfABlock)
 {
     const std::string a(1000, 'a');
     std::string b = a;

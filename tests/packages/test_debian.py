@@ -60,7 +60,7 @@ class Packages(unittest.TestCase):
         needs = self.field("libpelago-foundation0", "Depends")
         self.assertEqual(set(re.findall(r"[\w.+-]+(?= \(|,|$)", needs)), {"libc6", "libgcc-s1", "libstdc++6"})
 
-    def test_the_shared_library_is_found_by_the_loader_and_by_packages(self):
+    def test_loader_and_packages_find_the_shared_library(self):
         self.assertEqual((self.runtime / "DEBIAN/triggers").read_text(), "activate-noawait ldconfig\n")
         version = self.field("libpelago-foundation0", "Version")
         self.assertEqual((self.runtime / "DEBIAN/shlibs").read_text(), f"libpelago_foundation 0 libpelago-foundation0 (>= {version})\n")
@@ -71,7 +71,7 @@ class Packages(unittest.TestCase):
         self.assertEqual([path.parent.relative_to(self.library) for path in self.library.rglob("*.so")],
                          [library.parent.relative_to(self.runtime)])
 
-    def test_a_link_does_not_count_as_what_it_leads_to(self):
+    def test_installed_size_does_not_count_link_targets(self):
         for name, tree in self.trees.items():
             size = sum(path.stat().st_size for path in (tree / "usr").rglob("*") if path.is_file() and not path.is_symlink())
             said = int(self.field(name, "Installed-Size"))
@@ -119,7 +119,7 @@ class Packages(unittest.TestCase):
             self.assertTrue(page.exists(), page)
         self.assertEqual([page.name for page in pages.iterdir() if not page.name.endswith(".3.gz")], [])
 
-    def test_no_licence_is_claimed_and_that_of_icu_is_there(self):
+    def test_copyright_grants_no_licence_and_includes_icu_licence(self):
         ours = "All rights reserved by the owners of pelagoShareTool; no licence has been\n granted yet."
         # Each of them has ICU inside.
         for tree, inside in ((self.tool, "shares/pelagoShareTool"), (self.library, "libpelago_foundation.a"),
@@ -129,7 +129,7 @@ class Packages(unittest.TestCase):
             self.assertIn("Permission is hereby granted, free of charge", text)
             self.assertRegex(text, rf"(?m)^Files: usr/lib/.*{re.escape(inside)}$")
 
-    def test_what_is_loaded_is_stripped_and_its_symbols_kept(self):
+    def test_binaries_are_stripped_and_their_symbols_packaged(self):
         binaries = [(package, path) for package in ("pelago-share-tool", "libpelago-foundation0")
                     for path in (self.trees[package] / "usr/lib").rglob("*")
                     if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] == b"\x7fELF"]
@@ -141,7 +141,7 @@ class Packages(unittest.TestCase):
             symbols = self.trees[f"{package}-dbgsym"] / f"usr/lib/debug/.build-id/{build[:2]}/{build[2:]}.debug"
             self.assertIn(".debug_info", output_of("readelf", "-SW", symbols), binary)
 
-    def test_the_tool_has_no_more_data_than_it_uses(self):
+    def test_tool_contains_only_the_icu_data_it_uses(self):
         tool = self.tool / "usr/lib/pelago/Pelago.app/Contents/Library/shares/pelagoShareTool"
         self.assertLess(tool.stat().st_size, 8 << 20) # all data of ICU's would be 31 MB
         host = tool.parents[1] / "host/pelagoHost"
@@ -158,7 +158,7 @@ class Packages(unittest.TestCase):
         scripts = [self.tool / "DEBIAN" / name for name in ("postinst", "prerm", "postrm")]
         output_of("shellcheck", *scripts)
 
-    def test_a_completion_is_found_by_the_name_of_its_command(self):
+    def test_completion_is_installed_under_its_command_name(self):
         path = self.tool / "usr/share/bash-completion/completions/pelago-share-sessions"
         words = output_of("bash", "-euc", f". '{path}'; COMP_WORDS=(pelago-share-sessions --end-); COMP_CWORD=1; "
                           "_pelago_share_sessions; echo ${COMPREPLY[@]}")

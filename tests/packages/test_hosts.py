@@ -168,7 +168,7 @@ class TheHost(PackageCase):
 class Fresh(PackageCase):
     """On a host that has never had the package."""
 
-    def test_the_check_names_what_is_missing_until_nothing_is(self):
+    def test_check_names_missing_settings_until_all_are_there(self):
         self.start()
         self.assertIn("pelago-share-check", install(self.host))
         first = self.host.run("pelago-share-check")
@@ -202,14 +202,14 @@ class Fresh(PackageCase):
         self.host.must("apt-get", "purge", "-y", "pelago-share-tool")
         self.assertEqual(self.host.must("cat", PREFERENCES), kept)
 
-    def test_a_purge_keeps_preferences_that_it_did_not_make(self):
+    def test_purge_keeps_preferences_made_before_the_installation(self):
         self.start()
         self.host.shell(f"mkdir -p {os.path.dirname(PREFERENCES)}; : >{PREFERENCES}")
         install(self.host)
         self.host.must("apt-get", "purge", "-y", "pelago-share-tool")
         self.assertEqual(self.host.must("cat", PREFERENCES), "")
 
-    def test_without_systemd_a_session_works_and_a_removal_ends_one(self):
+    def test_session_and_purge_work_without_systemd(self):
         self.start(systemd=False)
         install(self.host)
         prepare(self.host)
@@ -253,7 +253,7 @@ class Prepared(PackageCase):
         self.host.must("systemctl", "stop", SWITCH)
         self.assertHealthy()
 
-    def test_a_host_that_serves_others_goes_on_where_the_service_is_on(self):
+    def test_session_leaves_other_shares_served_with_service_on(self):
         self.host.must("pelago-smb-service", "on")
         self.enable_switch()
         self.assertServed("bob", "Others")
@@ -276,7 +276,7 @@ class Prepared(PackageCase):
         self.assertEqual(self.left(), "")
         self.assertHealthy()
 
-    def test_a_removal_ends_a_session_and_gives_smbd_back(self):
+    def test_removal_ends_the_session_and_reenables_smbd(self):
         self.enable_switch()
         self.session()
         client = self.connected()
@@ -296,20 +296,20 @@ class Prepared(PackageCase):
         self.assertEqual((self.is_("enabled", "smbd"), self.is_("active", "smbd")), ("disabled", "inactive"))
         self.assertHealthy()
 
-    def test_a_removal_leaves_smbd_alone_where_the_switch_was_never_started(self):
+    def test_purge_leaves_smbd_alone_without_a_started_switch(self):
         self.assertServed("bob", "Others")
         pid = self.host.must("systemctl", "show", "--property=MainPID", "smbd")
         self.host.must("apt-get", "purge", "-y", "pelago-share-tool")
         self.assertEqual(self.host.must("systemctl", "show", "--property=MainPID", "smbd"), pid)
 
-    def test_a_removal_leaves_smbd_alone_where_an_administrator_took_it_back(self):
+    def test_removal_leaves_smbd_off_after_switch_is_disabled(self):
         self.enable_switch()
         self.waitForSmbd("inactive")
         self.host.must("systemctl", "disable", "--now", SWITCH)
         self.host.must("apt-get", "remove", "-y", "pelago-share-tool")
         self.assertEqual((self.is_("enabled", "smbd"), self.is_("active", "smbd")), ("disabled", "inactive"))
 
-    def test_a_session_that_cannot_be_ended_keeps_the_package(self):
+    def test_removal_fails_when_sessions_cannot_be_ended(self):
         self.host.shell("ln -sf /bin/false /usr/sbin/pelago-share-sessions")
         done = self.host.run("apt-get", "remove", "-y", "pelago-share-tool")
         self.assertNotEqual(done.returncode, 0)
@@ -325,7 +325,7 @@ class Prepared(PackageCase):
         self.assertLess(self.moment(CLEAN, "ExecMainExit"), self.moment("smbd", "ExecMainStart"))
         self.assertHealthy()
 
-    def test_a_boot_clears_away_what_it_cut_off_and_the_switch_switches_off(self):
+    def test_boot_clears_crashed_session_and_switches_smbd_off(self):
         self.enable_switch()
         self.crash_in_a_session()
         self.waitForSmbd("inactive")
@@ -347,7 +347,7 @@ class Prepared(PackageCase):
         self.assertGreater(value, 0, unit)
         return value
 
-    def test_the_switch_clears_away_what_a_dead_session_left(self):
+    def test_switch_clears_the_leftovers_of_a_killed_session(self):
         self.enable_switch()
         tool = self.session()
         client = self.connected()
@@ -356,7 +356,7 @@ class Prepared(PackageCase):
         self.assertFalse(client.reads())
         self.waitForSmbd("inactive")
 
-    def test_a_clean_up_by_hand_waits_for_that_of_the_switch(self):
+    def test_manual_cleanup_waits_for_the_switch(self):
         self.host.shell("""mv /usr/sbin/userdel /usr/sbin/userdel.real
             printf '#!/bin/sh\nsleep 1\nexec userdel.real "$@"\n' >/usr/sbin/userdel
             chmod 755 /usr/sbin/userdel""")
@@ -366,7 +366,7 @@ class Prepared(PackageCase):
         self.host.must("pelago-share-sessions", "--clean")
         self.assertNotIn("alice", self.left())
 
-    def test_the_units_can_do_their_work_and_little_else(self):
+    def test_units_are_hardened_and_can_still_work(self):
         for unit in (SWITCH, CLEAN):
             self.host.must("systemd-analyze", "security", "--no-pager", "--threshold=30", unit)
         self.enable_switch()

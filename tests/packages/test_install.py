@@ -55,7 +55,7 @@ class Installed(unittest.TestCase):
                   f"PKG_CONFIG_PATH={found.parent}")
         self.assertGreets(self.outside / "greet/greet")
 
-    def test_a_newer_or_an_incompatible_version_is_not_found(self):
+    def test_cmake_refuses_a_newer_or_incompatible_version(self):
         for wanted, outcome in (("0.1", 0), ("0.2", 1), ("1.0", 1)):
             project = self.folder / f"wants {wanted}"
             project.mkdir()
@@ -91,7 +91,7 @@ class Installed(unittest.TestCase):
         for where, text in said.items():
             self.assertRegex(text, rf"(?<![\d.]){re.escape(version)}(?![\d.])", where)
 
-    def test_nothing_of_the_source_or_build_tree_is_in_it(self):
+    def test_installed_texts_name_no_source_or_build_tree(self):
         for path in self.prefix.rglob("*"):
             if path.suffix in (".h", ".cmake", ".pc", ".service", ".sh"):
                 for tree in (str(ROOT), BUILD):
@@ -113,7 +113,7 @@ class Installed(unittest.TestCase):
                  for path in (self.prefix / "lib/pelago").rglob("*") if not path.is_dir()}
         self.assertEqual(modes, dict.fromkeys(programs, 0o755) | dict.fromkeys(files, 0o644))
 
-    def test_the_licence_of_icu_is_with_each_that_has_it_inside(self):
+    def test_packages_with_icu_contain_its_licence(self):
         for package in ("pelago-share-tool", "libpelago-foundation-dev", "libpelago-foundation0"):
             self.assertIn("Permission is hereby granted, free of charge",
                           (self.prefix / f"share/doc/{package}/copyright").read_text(), package)
@@ -121,7 +121,7 @@ class Installed(unittest.TestCase):
     def test_the_readme_shows_that_program(self):
         self.assertIn("```cpp\n" + (ROOT / "examples/greet.cpp").read_text() + "```\n", (ROOT / "README.md").read_text())
 
-    def test_every_public_header_and_both_manual_pages_are_there(self):
+    def test_installs_all_public_headers_and_both_manuals(self):
         headers = {path.name for path in (self.prefix / "include/pelago").iterdir()}
         self.assertEqual(headers, {path.name for path in (ROOT / "lib/public").glob("*.h")})
         for page in ("man8/pelagoShareTool.8", "man3/pelago-foundation.3"):

@@ -106,7 +106,7 @@ class Everywhere(Install):
                 with self.subTest(row):
                     self.assertRegex(said, rf"\A{self.CASES[row[0]][1]}\Z")
 
-    def test_a_sink_of_a_program_that_hides_its_names_is_used(self):
+    def test_shared_library_uses_sinks_of_hidden_visibility_programs(self):
         for source in ("sinks.c", "longSinks.cpp"):
             compilers, said = self.CASES[source]
             program = self.link(compilers[0], source, SHARED, "-fvisibility=hidden")
@@ -195,7 +195,7 @@ class Names(Install):
         self.assertEqual(len(everything), len(EXPORTS) + 1, "and the name of the version")
         self.assertIn("[libpelago_foundation.so.0]", must("readelf", "-d", self.shared))
 
-    def test_of_a_shared_object_that_has_the_archive_inside(self):
+    def test_shared_object_does_not_export_archive_names(self):
         plugin = self.folder / "plugin.so"
         must("gcc", "-shared", "-fPIC", *self.flags("--cflags", STATIC), PROGRAMS / "plain.c", *self.flags("--libs", STATIC),
              "-o", plugin)
@@ -203,7 +203,7 @@ class Names(Install):
         self.assertIn("main", listed)
         self.assertEqual(listed & set(EXPORTS), set())
 
-    def test_each_that_is_declared_is_defined_and_the_reverse(self):
+    def test_declared_and_defined_names_are_the_same(self):
         must("python3", ROOT / "packaging/publicNames.py", self.folder, "gcc",
              *sorted((self.prefix / "include/pelago").glob("*.h")))
         declared = set((self.folder / "publicNames.txt").read_text().split())

@@ -55,14 +55,14 @@ class Installed(unittest.TestCase):
             self.assertNotIn("<script", page.read_text(), page)
             self.assertNotIn(str(ROOT), page.read_text(), page)
 
-    def test_the_readme_the_examples_and_the_copyright_are_there(self):
+    def test_installs_readme_examples_and_copyright(self):
         names = {"README.md", "examples/greet.cpp", "examples/outside/CMakeLists.txt", "examples/outside/Makefile"}
         names |= {f"examples/library/{path.name}" for path in EXAMPLES.iterdir()}
         for name in names:
             self.assertEqual((self.documents / name).read_text(), (ROOT / name).read_text(), name)
         self.assertIn("All rights reserved by the owners of pelagoShareTool", (self.documents / "copyright").read_text())
 
-    def test_each_example_is_built_with_pkg_config_and_does_what_it_says(self):
+    def test_each_example_builds_and_prints_its_documented_output(self):
         programs = self.folder / "programs"
         programs.mkdir()
         for source in sorted((self.documents / "examples/library").iterdir()):
@@ -72,7 +72,7 @@ class Installed(unittest.TestCase):
             with self.subTest(source.name):
                 self.assertEqual(printed(programs, commands), [lines for _, lines in commands])
 
-    def test_the_projects_among_the_examples_are_built_where_they_are(self):
+    def test_example_project_builds_with_its_makefile(self):
         examples = self.folder / "a copy"
         shutil.copytree(self.documents / "examples", examples)
         output_of("make", "-C", examples / "outside", env=self.environment)

@@ -91,7 +91,7 @@ TEST_P(CloseDescriptors, AnEmptyRangeIsNone)
     EXPECT_EQ(WrongIn([] { return WrongAfter(50, 3); }), "");
 }
 
-TEST_P(CloseDescriptors, WorksWhereTheProcessHasAsManyAsItMay)
+TEST_P(CloseDescriptors, WorksAtTheDescriptorLimit)
 {
     const std::string wrong = WrongIn([] {
         rlimit limit;
@@ -106,7 +106,7 @@ TEST_P(CloseDescriptors, WorksWhereTheProcessHasAsManyAsItMay)
 
 using CloseDescriptorsThatAreOpen = CloseDescriptors;
 
-TEST_P(CloseDescriptorsThatAreOpen, CostsWhatIsOpenNotWhatThereMayBe)
+TEST_P(CloseDescriptorsThatAreOpen, NeedsCallsForOpenDescriptorsOnly)
 {
     const std::string wrong = WrongIn([] {
         Host_CloseDescriptors(3, ABOVE - 1);

@@ -121,7 +121,7 @@ protected:
     const std::string mProgram = mFolder.Path() + "/program";
 };
 
-TEST_F(StartedProgram, IsKnownByThePathThatItWasStartedBy)
+TEST_F(StartedProgram, HasThePathItWasStartedWith)
 {
     const std::string odd =
         mFolder.Path() + "/./../" + fs::path(mFolder.Path()).filename().string();
@@ -156,7 +156,7 @@ TEST_F(StartedProgram, KeepsItsPathWhenItIsReplaced)
     EXPECT_EQ(fs::canonical(telling.Path()), mProgram) << "where the newer one lies";
 }
 
-TEST_F(StartedProgram, KeepsItsPathWhenItIsRemovedOrMoved)
+TEST_F(StartedProgram, KeepsItsPathWhenMovedOrRemoved)
 {
     const Telling telling([&] { Execute(mProgram); });
     ASSERT_EQ(telling.Path(), mProgram) << "before";
@@ -192,7 +192,7 @@ TEST_F(StartedProgram, OfADescriptorHasTheKernelsName)
     }
 }
 
-TEST_F(StartedProgram, OfADescriptorThatWasRemovedHasTheKernelsName)
+TEST_F(StartedProgram, HasTheKernelsNameWhenStartedAfterDeletion)
 {
     const int fd = open(mProgram.c_str(), O_PATH | O_CLOEXEC);
     fs::remove(mProgram);
@@ -210,7 +210,7 @@ TEST_F(StartedProgram, ThatRunsAScriptHasTheKernelsName)
     EXPECT_EQ(Telling([&] { Execute(script); }).Path(), mProgram);
 }
 
-TEST_F(StartedProgram, InAFolderThatIsGoneHasTheKernelsName)
+TEST_F(StartedProgram, HasTheKernelsNameInADeletedFolder)
 {
     const std::string folder = mFolder.Path() + "/folder";
     const Telling telling([&] {

@@ -134,7 +134,7 @@ TEST(Cvt, EndsLongTextWithZeros)
     EXPECT_EQ(Ecvt(0.0, 5000).text, std::string(5000, '0'));
 }
 
-TEST(Cvt, ALaterCallWithFewerDigitsIsNotMixedUpWithALongerOne)
+TEST(Cvt, KeepsNoDigitsOfALongerCall)
 {
     Fcvt(1e300, 2000);
     EXPECT_EQ(Ecvt(1.5, 2), (Digits{"15", 1, 0}));

@@ -147,7 +147,7 @@ TEST(HostStatistics, AreThoseOfThisHost)
     EXPECT_GT(statistics.wire_count, 0u);
 }
 
-TEST(HostStatistics, HaveZerosForEventsThatTheKernelDoesNotCount)
+TEST(HostStatistics, AreZeroForUncountedEvents)
 {
     const HostFile memory(MEMORY, "MemFree: 40 kB\n");
     const HostFileFails events(EVENTS, ENOENT);
@@ -161,7 +161,7 @@ struct RoomCase {
     mach_msg_type_number_t room, given;
 };
 
-TEST(HostStatistics, AreCutToAnEarlierVersionWhereThereIsRoomForThat)
+TEST(HostStatistics, AreCutToTheVersionThatFits)
 {
     for (const auto &[room, given] :
          {RoomCase{12, 12}, {13, 12}, {14, 14}, {15, 15}, {16, 15}, {100, 15}}) {

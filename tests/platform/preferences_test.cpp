@@ -96,7 +96,7 @@ TEST_F(Preferences, NeedASession)
 
 /* Lock and unlock */
 
-TEST_F(Preferences, LockLeavesItsHoldersNumberAndUnlockRemovesIt)
+TEST_F(Preferences, LockWritesThePidAndUnlockRemovesIt)
 {
     const Session session = Open();
     ASSERT_TRUE(SCPreferencesLock(session.get(), false));
@@ -198,7 +198,7 @@ TEST_F(Preferences, LockExcludesOtherProcesses)
     EXPECT_TRUE(child.Finish());
 }
 
-TEST_F(Preferences, LockThatIsLostOnTheWayLeavesTheNextHoldersFile)
+TEST_F(Preferences, LockLosingARaceLeavesTheWinnersFile)
 {
     const std::string lockPath = mPath + "-lock";
     const int first = open(lockPath.c_str(), O_WRONLY | O_CREAT, 0600);
@@ -277,7 +277,7 @@ TEST_F(Preferences, LockIsNotInheritedByPrograms)
 
 // Everybody who waits has the old file open: none may believe that it holds the lock after the
 // file is gone.
-TEST_F(Preferences, LockIsHeldByOneThreadAtATime)
+TEST_F(Preferences, LockExcludesOtherThreads)
 {
     constexpr int THREADS = 4, ROUNDS = 250;
     std::atomic<int> holders = 0, tooMany = 0, locked = 0;
@@ -296,7 +296,7 @@ TEST_F(Preferences, LockIsHeldByOneThreadAtATime)
     EXPECT_EQ(Files(), Strings{});
 }
 
-TEST_F(Preferences, OnAReadOnlyFileSystemCountAsLocked)
+TEST_F(Preferences, CountAsLockedOnReadOnlyFileSystems)
 {
     Write(XmlServices({"disk"}));
     const char *folder = mFolder.Path().c_str();
@@ -385,7 +385,7 @@ TEST_F(Preferences, ForgetWhatWasNotCommitted)
 
 /* What others have written meanwhile */
 
-TEST_F(Preferences, AreReadAgainAtTheLockWhenNothingIsUncommitted)
+TEST_F(Preferences, LockRereadsTheFileWithoutUncommittedChanges)
 {
     Write(XmlServices({"disk"}));
     const Session session = Open();
@@ -457,7 +457,7 @@ INSTANTIATE_TEST_SUITE_P(
                    true}),
     [](const auto &row) { return row.param.name; });
 
-TEST_F(Preferences, OfAMissingFileAreStaleWhenItAppears)
+TEST_F(Preferences, AreStaleWhenTheirMissingFileAppears)
 {
     const Session session = Open();
     ASSERT_TRUE(SetServices(session.get(), {"disk"}));
@@ -587,7 +587,7 @@ TEST_F(Preferences, CommitIgnoresWhatAKilledOneLeft)
     EXPECT_EQ(Files(), Strings{"com.apple.smb.server.plist"});
 }
 
-TEST_F(Preferences, CommitFollowsNoLinkThatLiesInItsWay)
+TEST_F(Preferences, CommitFollowsNoLinkAtTheNewFile)
 {
     Write(XmlServices({}));
     Write("important", "-target");

@@ -621,7 +621,7 @@ TEST(PropertyListDate, KeepsItsFractionInBinary)
     EXPECT_TRUE(CFEqual(ValueIn(Rewritten(bytes)).get(), Date(0.5).get()));
 }
 
-TEST(PropertyListDate, OutOfTheYearsThatXmlHasIsRefused)
+TEST(PropertyListDate, IsRefusedOutsideTheYearsOfXml)
 {
     for (double at : {1e12, -1e12, 3e11, -7e10, double(NAN), double(INFINITY)}) {
         PropertyList list;
@@ -644,7 +644,7 @@ TEST(PropertyListReal, KeepsTheSignOfZero)
     }
 }
 
-TEST(PropertyListReal, OfZeroIsNotMergedWithTheOtherZero)
+TEST(PropertyListReal, KeepsPlusAndMinusZeroApart)
 {
     for (const bool isMinusFirst : {false, true}) {
         const std::string plus = std::string("\x22\0\0\0\0", 5),

@@ -89,7 +89,7 @@ std::string PathThroughLink(mode_t mode)
 }
 
 // Who starts a program with more rights than his own chooses the path, and may change the link.
-TEST(ExecutablePath, IsTheKernelsNameWithMoreRightsThanTheStarters)
+TEST(ExecutablePath, IsTheKernelsNameWithRaisedRights)
 {
     EXPECT_EQ(PathThroughLink(0755), "/tmp/link\n");
     EXPECT_EQ(PathThroughLink(04755), "/tmp/tellPath\n") << "set-user-ID";

@@ -162,7 +162,7 @@ TEST_F(SmbService, StaysItsOwnersWhenOtherKeysAreCommitted)
     }
 }
 
-TEST_F(SmbService, IsNobodysInAFileThatOthersPutThere)
+TEST_F(SmbService, IsNobodysInAReplacedFile)
 {
     DieHaving({"disk"});
     EXPECT_EQ(SmbServiceOwner(mPath), ServiceOwner::Dead);
@@ -194,7 +194,7 @@ TEST_F(SmbService, IsNobodysWithoutDisk)
 }
 
 // A process number comes again, with another start, or after the next boot.
-TEST_F(SmbService, IsNotOfAProcessThatHasTheNumberOfItsOwner)
+TEST_F(SmbService, HasADeadOwnerAfterPidReuse)
 {
     Write(XmlServices({"disk"}));
     ProcessMark mark = ProcessMark::Of(getpid()).value();
@@ -209,7 +209,7 @@ TEST_F(SmbService, IsNotOfAProcessThatHasTheNumberOfItsOwner)
     EXPECT_EQ(SmbServiceOwner(mPath), ServiceOwner::Dead);
 }
 
-TEST_F(SmbService, HasADeadOwnerBeforeItsParentHasSeenTheEnd)
+TEST_F(SmbService, HasADeadOwnerBeforeItIsReaped)
 {
     Write(XmlServices({"disk"}));
     const pid_t pid = fork();
@@ -226,7 +226,7 @@ TEST_F(SmbService, HasADeadOwnerBeforeItsParentHasSeenTheEnd)
     waitpid(pid, nullptr, 0);
 }
 
-TEST_F(SmbService, HasAnOwnerThatRunsWhenTheKernelDoesNotSay)
+TEST_F(SmbService, HasARunningOwnerWhenProcIsUnreadable)
 {
     Write(XmlServices({"disk"}));
     ProcessMark mark = ProcessMark::Of(getpid()).value();
@@ -242,7 +242,7 @@ TEST_F(SmbService, HasAnOwnerThatRunsWhenTheKernelDoesNotSay)
     EXPECT_EQ(SmbServiceOwner(mPath), ServiceOwner::Dead);
 }
 
-TEST_F(SmbService, HasNoRecordOfAProgramThatDoesNotKnowItself)
+TEST_F(SmbService, HasNoRecordWithoutABootId)
 {
     const HostFileFails fails("/proc/sys/kernel/random/boot_id", ENOENT);
     ASSERT_TRUE(CommitServices({"disk"}));
@@ -250,7 +250,7 @@ TEST_F(SmbService, HasNoRecordOfAProgramThatDoesNotKnowItself)
     EXPECT_EQ(Services(), Strings{"disk"});
 }
 
-TEST_F(SmbService, IsCommittedWithoutARecordWhereNoneCanBeKept)
+TEST_F(SmbService, IsCommittedWhenTheRecordCannotBeStored)
 {
     for (const int error : {ENOTSUP, ENOSPC, EDQUOT, EPERM}) {
         Replace(XmlServices({"print"}));
@@ -306,7 +306,7 @@ TEST_F(SmbService, IsRecordedByACommitThatIsRepeated)
 
 /* A session after the owner's end */
 
-TEST_F(SmbService, OfADeadOwnerIsOffUnderTheLock)
+TEST_F(SmbService, IsOffWhenLockedAfterItsOwnerDied)
 {
     Write(XmlServices({"print"}));
     DieHaving({"print", "disk"});
@@ -351,7 +351,7 @@ TEST_F(SmbService, KeepsItsNewOwnerInTheSameSession)
     }
 }
 
-TEST_F(SmbService, GetsAnOwnerWhenASessionSwitchesItOffAndOn)
+TEST_F(SmbService, GetsAnOwnerWhenSwitchedOffAndOn)
 {
     Write(XmlServices({"disk"}));
     const Session session = Open();
@@ -362,7 +362,7 @@ TEST_F(SmbService, GetsAnOwnerWhenASessionSwitchesItOffAndOn)
     EXPECT_EQ(Record(), OwnMark());
 }
 
-TEST_F(SmbService, OfADeadOwnerGoesWithTheNextChangeOfTheServices)
+TEST_F(SmbService, LockedCommitRemovesADeadOwnersService)
 {
     DieHaving({"disk"});
     const Session session = Open();
@@ -374,7 +374,7 @@ TEST_F(SmbService, OfADeadOwnerGoesWithTheNextChangeOfTheServices)
     EXPECT_EQ(Record(), "");
 }
 
-TEST_F(SmbService, OfADeadOwnerIsOffForASessionThatHadReadBefore)
+TEST_F(SmbService, LockHidesADeadOwnersServiceReadBefore)
 {
     DieHaving({"disk"});
     const Session session = Open();
@@ -386,7 +386,7 @@ TEST_F(SmbService, OfADeadOwnerIsOffForASessionThatHadReadBefore)
 }
 
 // It was made from what the session saw then.
-TEST_F(SmbService, OfADeadOwnerStaysInAChangeThatWasMadeBeforeTheLock)
+TEST_F(SmbService, ChangeBeforeTheLockKeepsADeadOwner)
 {
     DieHaving({"disk"});
     const std::string record = Record();
@@ -399,7 +399,7 @@ TEST_F(SmbService, OfADeadOwnerStaysInAChangeThatWasMadeBeforeTheLock)
 }
 
 // The second one is an administrator's.
-TEST_F(SmbService, OfADeadOwnerIsOnAllTheSameWhenOthersSwitchedItOnToo)
+TEST_F(SmbService, StaysOnWhenOthersSwitchedItOnToo)
 {
     Write(XmlServices({"disk", "print", "disk"}));
     SetRecord(DeadMark());
@@ -409,7 +409,7 @@ TEST_F(SmbService, OfADeadOwnerIsOnAllTheSameWhenOthersSwitchedItOnToo)
     EXPECT_EQ(LockedServices(), (Strings{"print", "disk", "more"}));
 }
 
-TEST_F(SmbService, IsNotTheOwnersThatHasTakenItsOwnOut)
+TEST_F(SmbService, LosesItsOwnerWhenOneEntryIsRemoved)
 {
     Write(XmlServices({"disk", "disk"}));
     SetRecord(OwnMark());
@@ -427,7 +427,7 @@ TEST_F(SmbService, StaysItsOwnersWhenAnotherIsTakenOut)
     EXPECT_EQ(Record(), mark);
 }
 
-TEST_F(SmbService, OfADeadOwnerIsForgottenWithTheSessionsValues)
+TEST_F(SmbService, SynchronizeShowsADeadOwnersServiceAgain)
 {
     DieHaving({"disk"});
     const Session session = Open();
@@ -467,7 +467,7 @@ TEST_F(SmbService, LosesNothingWhenMemoryRunsOut)
     }
 }
 
-TEST_F(SmbService, IsLockedOnlyWhenTheSessionKnowsWhoseItIs)
+TEST_F(SmbService, LockFailsWithoutMemoryToFindTheOwner)
 {
     Write(XmlServices({"disk"}));
     SetRecord(DeadMark());
@@ -596,7 +596,7 @@ TEST_F(SmbService, OfAMissingFileCanBeSwitchedOn)
     EXPECT_EQ(Record(), "");
 }
 
-TEST_F(SmbService, WaitsForTheLockOnlyWhenItIsAskedTo)
+TEST_F(SmbService, WaitsForTheLockOnlyIfRequested)
 {
     DieHaving({"disk"});
     std::string reason;
@@ -634,7 +634,7 @@ TEST_F(SmbService, IsNotTakenBackFromANewOwner)
     EXPECT_EQ(Record(), OwnMark());
 }
 
-TEST_F(SmbService, InAFileThatCannotBeUnderstoodIsLeftAlone)
+TEST_F(SmbService, IsLeftAloneInAMalformedFile)
 {
     for (const std::string &bytes :
          {std::string("junk"), std::string("<plist><array/></plist>"),
@@ -672,7 +672,7 @@ TEST_F(SmbService, ThatCannotBeWrittenStaysAsItIs)
     EXPECT_EQ(Record(), mark);
 }
 
-TEST_F(SmbService, IsChangedWholeOrNotAtAllWhenMemoryRunsOut)
+TEST_F(SmbService, ChangesFullyOrNotAtAllWithoutMemory)
 {
     const std::string mark = DeadMark();
     const auto takeBack = [](const std::string &path, std::string *reason) {

@@ -74,7 +74,7 @@ TEST(CoreFoundationUrl, IsThePathsBytes)
     }
 }
 
-TEST(CoreFoundationUrl, TakesNoMoreOfThePathThanItIsTold)
+TEST(CoreFoundationUrl, TakesOnlyTheGivenLengthOfThePath)
 {
     const std::string path = "/folder/file";
     const Url url(CFURLCreateFromFileSystemRepresentation(
@@ -97,7 +97,7 @@ TEST(CoreFoundationUrl, EqualsAnotherOfTheSamePath)
     EXPECT_FALSE(CFEqual(UrlOf("/a").get(), CFSTR("/a")));
 }
 
-TEST_F(Files, ARelativePathStartsAtTheFolderOfThatTime)
+TEST_F(Files, ARelativePathIsResolvedAtUrlCreation)
 {
     Put(XML);
     const std::filesystem::path before = std::filesystem::current_path();
@@ -110,7 +110,7 @@ TEST_F(Files, ARelativePathStartsAtTheFolderOfThatTime)
     EXPECT_TRUE(CFReadStreamOpen(stream.get()));
 }
 
-TEST_F(Files, ARelativePathIsNoneInAFolderThatIsGone)
+TEST_F(Files, ARelativePathFailsInADeletedFolder)
 {
     const std::filesystem::path before = std::filesystem::current_path();
     const std::string gone = mFolder.Path() + "/gone";
@@ -125,7 +125,7 @@ TEST_F(Files, ARelativePathIsNoneInAFolderThatIsGone)
 
 /* Streams */
 
-TEST_F(Files, AStreamNeedsNoFileUntilItIsOpened)
+TEST_F(Files, AStreamNeedsNoFileUntilOpened)
 {
     const Stream stream = StreamOf(mFolder.Path() + "/list");
     ASSERT_NE(stream, nullptr);
@@ -171,7 +171,7 @@ TEST_F(Files, AStreamOpensOnce)
     EXPECT_FALSE(CFReadStreamOpen(missing.get())) << "it has failed";
 }
 
-TEST_F(Files, AStreamsDescriptorEndsWithItAndIsNotInherited)
+TEST_F(Files, AStreamsDescriptorIsClosedAndNotInherited)
 {
     const size_t before = OpenDescriptors();
     Stream stream = Opened(XML);
@@ -186,7 +186,7 @@ TEST_F(Files, AStreamsDescriptorEndsWithItAndIsNotInherited)
     EXPECT_EQ(OpenDescriptors(), before) << "closed as it was released";
 }
 
-TEST_F(Files, AStreamThatIsNotOpenMayBeClosed)
+TEST_F(Files, AnUnopenedStreamMayBeClosed)
 {
     const Stream stream = StreamOf(Put(XML));
     CFReadStreamClose(stream.get());
@@ -307,7 +307,7 @@ TEST_F(Files, APropertyListHasTheLimitsOfOthers)
     EXPECT_EQ(ReadFrom(Opened(XML + blanks + "\n").get()).code, kCFPropertyListReadCorruptError);
 }
 
-TEST_F(Files, AStreamThatIsNotOpenCannotBeRead)
+TEST_F(Files, OnlyAnOpenStreamCanBeRead)
 {
     const Stream early = StreamOf(Put(XML)), late = Opened(XML);
     CFReadStreamClose(late.get());
@@ -318,7 +318,7 @@ TEST_F(Files, AStreamThatIsNotOpenCannotBeRead)
     }
 }
 
-TEST_F(Files, AFileThatCannotBeReadIsAnErrorOfTheStream)
+TEST_F(Files, AnUnreadableFileIsAStreamError)
 {
     const Stream stream = Opened(XML);
     // A descriptor that is there, and not for reading.

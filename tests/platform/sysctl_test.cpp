@@ -142,13 +142,13 @@ TEST(Sysctl, LeavesErrnoAsItWasWhenItSucceeds)
     EXPECT_EQ(errno, EDOM);
 }
 
-TEST(Sysctl, NeedsNoSizeToTellThatAValueIsThere)
+TEST(Sysctl, ChecksForAValueWithoutASizePointer)
 {
     EXPECT_EQ(Ask("hw.memsize", nullptr, nullptr), NO_ERROR);
     EXPECT_EQ(Ask("hw.nothing", nullptr, nullptr), ENOENT);
 }
 
-TEST(Sysctl, GivesWhatFitsAndSaysThatItIsNotAll)
+TEST(Sysctl, CopiesWhatFitsAndReportsTruncation)
 {
     const HostFile info(CPU_INFO, "model name\t: Processor\n");
     char value[] = "xxxxxxxxxxxxx";
@@ -171,7 +171,7 @@ TEST(Sysctl, GivesNothingToABufferWithoutASize)
     EXPECT_STREQ(value, "x");
 }
 
-TEST(Sysctl, FillsNoMoreOfALargerBufferThanTheValueHas)
+TEST(Sysctl, LeavesTheRestOfALargerBufferAlone)
 {
     char value[32];
     memset(value, 'x', sizeof value);
@@ -294,7 +294,7 @@ TEST(SysctlMemsize, IsThePhysicalMemory)
                                                     "/proc/meminfo"));
 }
 
-TEST(SysctlFrequency, IsTheHighestThatAProcessorIsMadeFor)
+TEST(SysctlFrequency, IsTheHighestMaximumOfAllProcessors)
 {
     const HostFile info(CPU_INFO, "cpu MHz\t\t: 5000.000\n");
     const HostFile slow(MaxRateFile(0), "1600000\n"), fast(MaxRateFile(1), "2000000\n"),
@@ -332,7 +332,7 @@ TEST(SysctlFrequency, FitsFourBytesUnlessItIsTooHigh)
     EXPECT_EQ(NumberOf<uint64_t>(FREQUENCY), 2147484000u);
 }
 
-TEST(SysctlFrequency, IsNotThereWhenTheHostDoesNotTell)
+TEST(SysctlFrequency, IsAbsentWhenTheHostReportsNone)
 {
     const Processors processors(2);
     const HostFileFails first(MaxRateFile(0), ENOENT), second(MaxRateFile(1), EISDIR);
@@ -364,7 +364,7 @@ TEST(SysctlBrand, IsThatOfTheFirstProcessor)
     EXPECT_EQ(ValueOf(BRAND), WithNul("One: a @ 2 GHz"));
 }
 
-TEST(SysctlBrand, IsNotThereWhenTheHostDoesNotTell)
+TEST(SysctlBrand, IsAbsentWhenTheHostReportsNone)
 {
     for (const char *text :
          {"", "model\t\t: 7\n", "model name\t:\n", "model name\t: \n", "model names\t: x\n"}) {
@@ -393,7 +393,7 @@ TEST(SysctlModel, IsElseTheDeviceTrees)
     EXPECT_EQ(ValueOf("hw.model"), WithNul("Some Board 4"));
 }
 
-TEST(SysctlModel, IsNotThereWhenTheHostDoesNotTell)
+TEST(SysctlModel, IsAbsentWhenTheHostReportsNone)
 {
     const HostFileFails product(PRODUCT, EACCES), tree(DEVICE_TREE, ENOENT);
     EXPECT_EQ(ValueOf("hw.model"), std::nullopt);

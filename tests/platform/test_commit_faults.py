@@ -157,7 +157,7 @@ class Case(unittest.TestCase):
 
 
 class KilledAnywhere(Case):
-    def test_the_file_is_whole_and_the_next_run_works(self):
+    def test_kill_leaves_file_whole_and_next_run_working(self):
         for name, start in STARTS.items():
             with self.subTest(name):
                 self.put(start)
@@ -223,7 +223,7 @@ class RefusedAnywhere(Case):
                 number = {"EIO": 5, "ENOSPC": 28, "EPERM": 1, "EDQUOT": 122, "EMFILE": 24}[error]
                 self.assertEqual((run.returncode, run.stderr), (1, f"commitOnce: {number}\n"))
 
-    def test_a_folder_that_cannot_be_made_durable_gets_its_old_file_back(self):
+    def test_restores_the_old_file_when_folder_fsync_fails(self):
         for name, start in STARTS.items():
             with self.subTest(name):
                 self.put(start)
@@ -254,7 +254,7 @@ class CallsOfACommit(Case):
         points = straced.recorded(self.command, "-y", "-P", str(self.path), "-P", f"{self.path}-new", "-P", str(self.folder), **QUIET)
         return [point._replace(line=point.line.replace(str(self.path), "FILE").replace(str(self.folder), "FOLDER")) for point in points]
 
-    def test_data_is_durable_before_its_name_and_the_name_before_success(self):
+    def test_syncs_data_before_rename_and_folder_after(self):
         calls = self.commit_calls()
 
         def only(pattern):
@@ -316,7 +316,7 @@ class TwoAtOnce(Case):
                 self.assertEqual([path.name for path in self.folder.iterdir()], [self.path.name])
         self.assertGreater(counts[1], 0, "the two never met")
 
-    def test_whoever_waits_goes_on_when_the_holder_is_killed(self):
+    def test_waiter_proceeds_when_the_lock_holder_is_killed(self):
         self.put(STARTS["without the service"])
         holder = subprocess.Popen([*straced.injecting("fsync", "delay_enter=3000000"), *self.command])
         self.addCleanup(holder.wait)

@@ -133,7 +133,7 @@ class SurvivesWriting(unittest.TestCase):
             with self.subTest(form):
                 self.check(form, [Maker(seed, form == "binary").dictionary(4) for seed in range(LISTS)])
 
-    def test_a_second_copy_in_xml_is_the_same_to_the_byte(self):
+    def test_second_xml_copy_is_identical_to_the_first(self):
         firsts = self.copies([dumps(Maker(seed, False).dictionary(4), "xml") for seed in range(50)])
         self.assertEqual(self.copies(firsts), firsts)
 
@@ -146,14 +146,14 @@ class SurvivesWriting(unittest.TestCase):
             for values in (alike + more, (alike + more)[::-1]):
                 self.check(form, [{"k": values}, {str(i): value for i, value in enumerate(values)}])
 
-    def test_a_date_with_a_fraction_stays_exact_in_binary(self):
+    def test_binary_copy_keeps_fractions_of_a_date(self):
         date = struct.pack(">d", 123456789.625)
         source = plistlib.dumps({"k": datetime.datetime(2001, 1, 1, 0, 0, 1)}, fmt=plistlib.FMT_BINARY)
         source = source.replace(struct.pack(">d", 1.0), date)
         self.assertIn(date, source)
         self.assertIn(date, self.copies([source])[0])
 
-    def test_a_damaged_list_is_refused_or_is_what_others_read(self):
+    def test_damaged_list_is_refused_or_read_like_plistlib(self):
         """One byte changed anywhere: whoever accepts it must have read the same as plistlib."""
         counts = {"same": 0, "refused": 0, "ours alone": 0}
         for form in FORMATS:

@@ -188,7 +188,7 @@ echo err >/dev/stderr
 
 
 class Making(Case):
-    def test_what_is_written_to_the_project_is_thrown_away_wherever_it_lies(self):
+    def test_discards_changes_to_a_project_below_tmp(self):
         # /tmp is not shown as it is, so a project there is mounted by itself.
         with tempfile.TemporaryDirectory(dir="/tmp") as folder:
             project = Path(folder, "a,b:c d\\e")
@@ -198,12 +198,12 @@ class Making(Case):
             self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
             self.assertTrue((project / "tools/sandbox.sh").exists())
 
-    def test_a_machine_that_cannot_be_made_is_told_by_the_status(self):
+    def test_failed_bind_mount_has_status_125(self):
         done = inside("--bind", "/nonexistent", "/bound", "true")
         self.assertEqual(done.returncode, 125)
         self.assertIn("/nonexistent", done.stderr)
 
-    def test_nothing_runs_where_a_part_of_the_machine_cannot_be_made(self):
+    def test_runs_nothing_when_any_mount_fails(self):
         mount = shutil.which("mount")
         for part in ("-t overlay", "-t tmpfs -o mode=755 tmpfs */dev", "-t devpts", "-t tmpfs * */dev/shm", "-t sysfs",
                      "--bind -o ro */proc/sys "):

@@ -83,7 +83,7 @@ class AddShare(ShareTest):
         self.assert_not_served('ACCESS_DENIED', user='')
         self.assert_served()
 
-    def test_serves_for_an_owner_whose_number_samba_knows_as_somebody_else(self):
+    def test_serves_although_samba_cached_the_owners_old_sid(self):
         subprocess.run(['smbpasswd', '-s', '-a', 'bob'], input=b'bobs\nbobs\n', check=True,
                        stdout=subprocess.DEVNULL)
         self.assert_done(self.add())
@@ -121,7 +121,7 @@ class AddShare(ShareTest):
                 self.assert_done(self.add(share, folder))
                 self.assert_served(share, content=content)
 
-    def test_serves_a_folder_through_a_link_and_with_a_slash_at_the_end(self):
+    def test_serves_folders_named_by_link_or_trailing_slash(self):
         os.symlink(self.folder, self.scratch + '/link')
         for number, folder in enumerate((self.scratch + '/link', self.folder + '/', self.folder + '/.')):
             with self.subTest(folder):
@@ -139,7 +139,7 @@ class AddShare(ShareTest):
         self.assert_refused(run_script('rmshare', 'Docs', self.folder), 'another folder')
         self.assert_done(run_script('rmshare', 'Docs', link))
 
-    def test_serves_a_folder_where_only_root_and_its_owner_can_change_the_way(self):
+    def test_serves_a_path_that_others_cannot_change(self):
         sticky = self.scratch + '/sticky'
         os.mkdir(sticky)
         os.chmod(sticky, 0o1777)
@@ -165,7 +165,7 @@ class AddShare(ShareTest):
         os.symlink(target, path)
         os.lchown(path, pwd.getpwnam(owner).pw_uid, -1)
 
-    def test_refuses_a_folder_where_others_can_change_the_way(self):
+    def test_refuses_a_path_that_others_can_change(self):
         command('useradd', '--no-create-home', 'ann')
         self.addCleanup(command, 'userdel', 'ann')
         folders = []
@@ -202,7 +202,7 @@ class AddShare(ShareTest):
                 self.assert_done(run_script('rmshare', share, self.folder))
                 self.assertFalse(share_exists(share))
 
-    def test_refuses_names_that_would_damage_or_change_the_host(self):
+    def test_refuses_share_names_that_would_damage_the_host(self):
         command('net', 'conf', 'addshare', 'Other', '/srv', 'writeable=n', 'guest_ok=n', '')
         with self.unchanged():
             for name, (share, reason) in REFUSED_SHARES.items():
@@ -228,7 +228,7 @@ class AddShare(ShareTest):
                     self.assert_refused(self.add(share), reason)
             self.assert_refused(self.add('Üben', run=self.session().run), 'belongs to another')
 
-    def test_refuses_a_share_that_a_user_of_the_host_made(self):
+    def test_refuses_the_name_of_a_user_share(self):
         shares = '/var/lib/samba/usershares'
         os.makedirs(shares, exist_ok=True)
         self.addCleanup(command, 'rm', '-rf', shares)
@@ -252,7 +252,7 @@ class AddShare(ShareTest):
         self.assert_refused(self.add('other'), 'exists already')
         self.assertIn('blocks available', connected.ask('ls'))
 
-    def test_other_names_in_smb_conf_need_not_be_utf8(self):
+    def test_accepts_other_share_names_that_are_not_utf8(self):
         self.addCleanup(write, '/etc/samba/smb.conf', sambahost.SMB_CONF)
         write('/etc/samba/smb.conf', sambahost.SMB_CONF.encode() + b'[B\xfcro]\n  path = /srv\n')
         self.assert_done(self.add())
@@ -325,7 +325,7 @@ class AddShare(ShareTest):
         with self.unchanged():
             self.assert_refused(self.add(), 'the user alice was not made for a share')
 
-    def test_refuses_the_folder_of_an_owner_whom_samba_would_not_find(self):
+    def test_refuses_an_owner_whom_samba_cannot_find(self):
         users = read('/etc/passwd')
         self.addCleanup(write, '/etc/passwd', users)
         odd = ('BOB', 's-1-5', 'a%u', '@wheel', '&a', 'a,b', 'a;b', 'a"b', 'a\\b', 'a ', 'a\tb', 'None',
@@ -405,7 +405,7 @@ class AddShare(ShareTest):
                 with sambahost.stand_in('net', text):
                     self.assert_refused(self.add(), reason)
 
-    def test_undoes_everything_when_a_call_of_the_system_fails(self):
+    def test_undoes_everything_when_a_system_call_fails(self):
         link = self.scratch + '/link'
         os.symlink(self.folder, link)
         args = ('addshare', 'alice', self.password_file, link, 'Docs', 'rw')
@@ -452,7 +452,7 @@ class AddShare(ShareTest):
         self.assert_done(self.add('Other'))
         self.assertFalse(share_exists('Docs'))
 
-    def test_replaces_a_share_of_ours_whose_record_is_gone(self):
+    def test_replaces_its_own_share_without_a_record(self):
         subprocess.run(['net', 'conf', 'import', '/dev/stdin', '--', 'docs'], check=True,
                        input=b'[docs]\npath = /run/pelago/shares/abcdef/folder\n')
         with sambahost.stand_in('net', 'case "$*" in *delshare*) echo why; exit 1;; esac\n'
@@ -525,12 +525,12 @@ class AddShareBesideADownedServer(ShareTest):
                                            'Docs', 'rw', env=sambahost.in_haste()),
                                 'smbd has not come up within 10 s: is pelago-smb-switch running')
 
-    def test_undoes_everything_when_its_caller_goes_while_it_waits(self):
+    def test_undoes_everything_when_its_caller_exits_while_waiting(self):
         self.stand_in('net', 'case "$*" in *import*) $real "$@"; %s; exit 0;; esac; exec $real "$@"'
                       % self.waiting())
         self.assertEqual(self.share_until_the_caller_has_gone(), 'addshare.sh: the caller has gone\n')
 
-    def test_undoes_everything_when_it_is_interrupted_while_it_waits(self):
+    def test_undoes_everything_when_interrupted_while_waiting(self):
         self.add_user()
         with self.unchanged():
             with subprocess.Popen([script_path('addshare'), 'alice', self.password_file,

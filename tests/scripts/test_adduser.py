@@ -72,7 +72,7 @@ class AddUser(sambahost.ScriptTest):
     def add(self, *args, **kwargs):
         return run_script('adduser', *(args or ('alice', 'alice', self.password_file)), **kwargs)
 
-    def test_makes_a_user_that_can_log_in_to_samba_only(self):
+    def test_makes_a_user_that_only_samba_admits(self):
         self.assert_done(self.add())
         fields = command('getent', 'passwd', 'alice').rstrip('\n').split(':')
         self.assertEqual(fields[4:], ['Pelago share user', '/nonexistent', '/usr/sbin/nologin'])
@@ -120,12 +120,12 @@ class AddUser(sambahost.ScriptTest):
         for password in (EVERY_BYTE[half:half + 127], EVERY_BYTE[-127:]):
             self.assertEqual(self.taken_by('smbpasswd', password), 2 * (password + b'\n'))
 
-    def test_a_password_that_is_no_text_is_preceded_by_one_that_nobody_knows(self):
+    def test_random_password_precedes_one_that_is_not_text(self):
         first, second = (self.taken_by('python3', NOT_TEXT) for _ in range(2))
         self.assertRegex(first, rb'\A[a-p]{64}\Z')
         self.assertNotEqual(first, second)
 
-    def test_refuses_passwords_that_samba_would_cut_or_leave_out(self):
+    def test_refuses_passwords_that_samba_would_truncate_or_ignore(self):
         for name, (content, reason) in REFUSED_PASSWORDS.items():
             with self.subTest(name), self.unchanged():
                 write(self.password_file, content)
@@ -145,7 +145,7 @@ class AddUser(sambahost.ScriptTest):
                                 path=self.password_file, ordinal=ordinal),
                     'cannot read the password file: "%s": Input/output error' % self.password_file)
 
-    def test_warns_of_a_password_file_that_others_can_read(self):
+    def test_warns_when_others_can_read_the_password_file(self):
         for number, (mode, count) in enumerate(((0o640, 1), (0o604, 1), (0o622, 0), (0o400, 0))):
             with self.subTest(oct(mode)):
                 os.chmod(self.password_file, mode)
@@ -201,7 +201,7 @@ class AddUser(sambahost.ScriptTest):
                 with self.subTest(user):
                     self.assert_refused(self.add(user, user, self.password_file), reason)
 
-    def test_never_resets_the_password_of_an_account_that_samba_has(self):
+    def test_keeps_the_password_of_an_existing_samba_account(self):
         # The Unix user is gone, so that only Samba's own entry, in another case, stands in the way.
         command('useradd', '--badname', 'Zoe')
         subprocess.run(['smbpasswd', '-s', '-a', 'Zoe'], input=b'hers\nhers\n', check=True,
@@ -219,7 +219,7 @@ class AddUser(sambahost.ScriptTest):
         with self.unchanged():
             self.assert_refused(self.add(), 'no session can begin, for the package is being removed')
 
-    def test_a_script_whose_caller_died_takes_no_reaper_for_its_session(self):
+    def test_does_not_take_a_reaper_for_its_caller(self):
         # The reaper of orphans, such as a supervisor, stays; and so would what is made for it.
         reaper = ('import ctypes,os,sys\n'
                   'ctypes.CDLL(None).prctl(36, 1)\n' # PR_SET_CHILD_SUBREAPER
@@ -268,7 +268,7 @@ class AddUser(sambahost.ScriptTest):
             os.unlink(sambahost.shutil.which('useradd'))
             self.assert_refused(self.add(), 'cannot make the user alice: cannot run useradd: No such file')
 
-    def test_undoes_everything_when_a_call_of_the_system_fails(self):
+    def test_undoes_everything_when_a_system_call_fails(self):
         self.ask_files_only()
         command('rm', '-rf', STATE)
         users, memory = STATE + '/users', os.path.dirname(MEMORY)
@@ -295,14 +295,14 @@ class AddUser(sambahost.ScriptTest):
                 self.assert_refused(run_failing(call, error, 'adduser', 'alice', 'alice',
                                                 self.password_file, path=path), 'adduser.sh: ' + reason)
 
-    def test_goes_on_when_it_cannot_note_that_it_looked(self):
+    def test_continues_when_the_looked_file_cannot_be_written(self):
         result = run_failing('openat', 'ENOSPC', 'adduser', 'alice', 'alice', self.password_file,
                              path=STATE + '/looked')
         self.assert_done(result)
         self.assertIn('cannot write /run/pelago/looked: No space left', result.output)
         self.assertFalse(os.path.exists(STATE + '/looked'), 'the next one looks again')
 
-    def test_repairs_folders_that_a_killed_script_had_just_made(self):
+    def test_repairs_the_mode_of_half_made_folders(self):
         command('rm', '-rf', STATE)
         for path in (STATE, STATE + '/users', STATE + '/shares'):
             os.mkdir(path, 0o700)
@@ -310,7 +310,7 @@ class AddUser(sambahost.ScriptTest):
         for path in (STATE, STATE + '/users', STATE + '/shares'):
             self.assertEqual(os.stat(path).st_mode & 0o7777, 0o711)
 
-    def test_does_not_take_users_that_cannot_be_read_for_none(self):
+    def test_refuses_when_the_user_database_is_unreadable(self):
         self.ask_files_only()
         self.assert_done(self.add('warm', 'warm', self.password_file)) # looks for what was left
         with self.unchanged():
@@ -319,7 +319,7 @@ class AddUser(sambahost.ScriptTest):
                                                 self.password_file, path='/etc/passwd', ordinal=ordinal),
                                     'cannot read the user database')
 
-    def test_says_what_is_left_when_the_password_database_breaks(self):
+    def test_reports_leftovers_when_the_password_database_breaks(self):
         with sambahost.stand_in('python3', 'touch %s/broken; exit 1' % self.scratch), \
                 sambahost.stand_in('pdbedit', '[ ! -e %s/broken ] || { echo broken; exit 3; }\n'
                                               'exec $real "$@"' % self.scratch):
@@ -330,7 +330,7 @@ class AddUser(sambahost.ScriptTest):
         self.assert_done(self.add())
         self.assertEqual(sambahost.client('alice', self.password, 'IPC$', 'exit')[0], 0)
 
-    def test_says_what_is_left_when_the_user_database_breaks(self):
+    def test_reports_leftovers_when_the_user_database_breaks(self):
         args = ('adduser', 'alice', 'alice', self.password_file)
         self.ask_files_only()
         self.assert_done(self.add('warm', 'warm', self.password_file)) # looks for what was left
@@ -351,7 +351,7 @@ class AddUser(sambahost.ScriptTest):
             self.assert_done(run_script('rmuser', 'alice'))
         self.assertEqual(numbers, sorted(set(numbers)))
 
-    def test_a_clock_that_was_put_back_gives_no_number_again(self):
+    def test_clock_set_back_does_not_repeat_a_number(self):
         self.addCleanup(os.unlink, MEMORY)
         self.assert_done(self.add('warm', 'warm', self.password_file))
         last = int(read(MEMORY)) + 1_000_000 # it would be given out in some days
@@ -362,7 +362,7 @@ class AddUser(sambahost.ScriptTest):
         self.assertEqual(sambahost.pwd.getpwnam('alice').pw_uid, last + 2)
         self.assertEqual(read(MEMORY), b'%d\n' % (last + 2))
 
-    def test_a_memory_of_numbers_that_is_damaged_does_no_harm(self):
+    def test_damaged_last_user_number_does_no_harm(self):
         self.addCleanup(os.unlink, MEMORY)
         os.makedirs(os.path.dirname(MEMORY), exist_ok=True)
         for number, text in enumerate(('', 'x\n', '-1\n', '0\n', '2147483646\n', '9' * 40)):
@@ -377,7 +377,7 @@ class AddUser(sambahost.ScriptTest):
         lock = os.stat(sambahost.STATE + '/lock')
         self.assertEqual((lock.st_uid, lock.st_mode & 0o7777), (0, 0o600))
 
-    def test_the_name_is_in_use_until_everything_is_undone(self):
+    def test_keeps_the_name_reserved_until_undo_ends(self):
         self.stand_in('python3', 'exit 1')
         self.stand_in('userdel', 'cp /run/pelago/users/alice %s/record; exec $real "$@"' % self.scratch)
         self.assert_refused(self.add(), "cannot make Samba's account")
@@ -448,7 +448,7 @@ class AddUser(sambahost.ScriptTest):
         self.assertIn(b'maker', read(self.scratch + '/record'), 'the name is in use')
         self.assertEqual(sambahost.client('alice', self.password, 'IPC$', 'exit')[0], 0)
 
-    def test_refuses_a_place_for_its_records_that_others_may_change(self):
+    def test_refuses_state_that_is_not_roots_folder(self):
         def make_file():
             write(STATE, '')
 
@@ -533,7 +533,7 @@ class AddUser(sambahost.ScriptTest):
             self.assert_refused(self.add(env=sambahost.in_haste()),
                                 'another share script has not ended within 60 s')
 
-    def test_gives_nothing_that_it_has_open_to_other_programs(self):
+    def test_passes_no_open_descriptors_to_other_programs(self):
         self.stand_in('useradd', 'ls -l /proc/self/fd >%s/open; exec $real "$@"' % self.scratch)
         self.assert_done(self.add())
         descriptors = read(self.scratch + '/open').decode()
@@ -595,7 +595,7 @@ class AddUser(sambahost.ScriptTest):
         self.assertEqual(done.returncode, 0, done.stdout)
         return done.stdout.decode(), read(log).decode()
 
-    def test_the_password_is_in_no_argument_and_in_no_environment(self):
+    def test_password_is_in_no_argument_or_environment(self):
         environment = dict(os.environ, PELAGO_PRESET='preset', **sambahost.SANITIZER)
         helper = r'"/usr/bin/python3", \["/usr/bin/python3", "-I", "-S", "-B", ".*/host/sambaAccount.py"'
         for user, secret, program in (('alice', b'SecretWord', helper),
@@ -612,7 +612,7 @@ class AddUser(sambahost.ScriptTest):
                     self.assertNotIn(form.decode(), calls)
                 self.assertEqual(sambahost.client(user, secret, 'IPC$', 'exit')[0], 0)
 
-    def test_no_option_of_the_shell_gives_the_password_away(self):
+    def test_shell_options_do_not_reveal_the_password(self):
         secret = 'SecretWord'
         write(self.password_file, secret + '\n')
         said, calls = self.executed(

@@ -35,7 +35,7 @@ class Check(KilledCase):
         out = run('check')[1]
         self.assertIn('the share "Textual" has no "valid users"', out)
 
-    def test_says_what_is_missing_and_how_to_get_it(self):
+    def test_check_reports_missing_parts_and_their_remedies(self):
         self.assertIn('systemctl enable --now pelago-smb-switch', self.missing())
         os.unlink(FILE)
         self.assertIn('pelago-smb-service init', self.missing())
@@ -124,14 +124,14 @@ class Sessions(KilledCase):
         self.assertEqual(services(), ['print', 'disk'])
         self.finish(other)
 
-    def test_end_all_ends_all_and_switches_the_service_off_again(self):
+    def test_end_all_ends_sessions_and_stops_the_service(self):
         tools = [self.start_tool(), self.start_tool('carl', 'His')]
         self.assertEqual(run('sessions', '--end-all')[0], 0)
         self.assertEqual([tool.wait(HANG) for tool in tools], [-15, -15])
         self.assertTrue(self.nothing_is_left() and self.nothing_is_left('carl', 'His'))
         self.assertEqual(services(), ['print'])
 
-    def test_end_takes_away_what_scripts_by_hand_made_and_spares_the_shell(self):
+    def test_end_undoes_manual_scripts_and_keeps_their_shell(self):
         session = self.session()
         self.add_user(run=session.run)
         self.add_share(run=session.run)

@@ -218,7 +218,7 @@ class Clients(HostTest):
             self.assertEqual(status, 0, output)
             self.assert_done(run_script('rmuser', user))
 
-    def test_she_is_served_after_the_password_database_was_replaced(self):
+    def test_user_is_served_after_password_database_is_replaced(self):
         database = '/var/lib/samba/private/passdb.tdb'
         self.assert_done(run_script('rmuser', 'alice'))
         kept = read(database)
@@ -287,7 +287,7 @@ class PasswordOfTheUser(HostTest):
                        check=True, stdout=subprocess.DEVNULL)
         command('usermod', '--password', '!', 'ann')
 
-    def test_she_cannot_change_it_while_her_account_is_made(self):
+    def test_user_cannot_change_password_during_account_creation(self):
         ended = threading.Event()
         tries = []
 
@@ -499,7 +499,7 @@ class Obstacles(HostTest):
         os.rename(shares + '/docs', shares + '/docs2')
         self.serve_with(sambahost.SMB_CONF)
 
-    def test_a_host_that_serves_it_in_its_own_way(self):
+    def test_serves_despite_harmless_settings_of_the_host(self):
         for setting in NO_OBSTACLES:
             with self.subTest(setting):
                 self.serve_with(with_global(setting))

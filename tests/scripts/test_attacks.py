@@ -142,7 +142,7 @@ class OwnersOfFolders(AttackTest):
                     with self.subTest(way):
                         self.assert_refused(self.add(way), 'others can change "%s' % self.home)
 
-    def test_a_link_in_his_home_to_his_own_folder_is_served(self):
+    def test_serves_links_between_folders_of_one_owner(self):
         for way in self.ways_to(self.folder):
             with self.subTest(way):
                 self.assert_served_once(way)
@@ -157,7 +157,7 @@ class OwnersOfFolders(AttackTest):
             with self.subTest(way):
                 self.assert_served_once(way, content=content or b'some text\n')
 
-    def test_in_a_sticky_folder_a_link_is_judged_by_its_owner(self):
+    def test_link_owner_decides_in_a_sticky_folder(self):
         sticky = self.make_folder(self.scratch + '/sticky', 'root')
         os.chmod(sticky, 0o1777)
         annsSticky = self.make_folder(self.scratch + '/annsSticky', 'ann')
@@ -181,7 +181,7 @@ class OwnersOfFolders(AttackTest):
             with self.subTest(way):
                 self.assert_served_once(way, content=content)
 
-    def test_a_mount_is_judged_by_the_way_to_it(self):
+    def test_judges_a_mount_by_its_path(self):
         for prey, place, reason in ((self.roots, self.home + '/mount', 'others can change'),
                                     (self.folder, self.scratch + '/mount', None)):
             os.mkdir(place)
@@ -193,7 +193,7 @@ class OwnersOfFolders(AttackTest):
                 else:
                     self.assert_served_once(place)
 
-    def test_a_mount_where_anybody_may_make_a_folder_may_be_anybodys(self):
+    def test_refuses_mounts_inside_a_sticky_folder(self):
         # A user's own mount claims any owner, and he can take it away and put a link there.
         sticky = self.scratch + '/sticky'
         os.mkdir(sticky)
@@ -218,7 +218,7 @@ class OwnersOfFolders(AttackTest):
         os.fchown(at, uid_of('bob'), -1)
         os.close(at)
 
-    def test_what_is_no_folder_is_refused_and_not_waited_for(self):
+    def test_refuses_anything_but_a_folder_without_waiting(self):
         os.mkfifo(self.scratch + '/fifo')
         write(self.scratch + '/file', '')
         with socket.socket(socket.AF_UNIX) as bound:
@@ -239,7 +239,7 @@ class OwnersOfFolders(AttackTest):
                     self.assert_refused(self.add(way), reason)
         self.assert_served_once(self.scratch + '/.' * 3000 + '/Documents')
 
-    def test_the_kernels_links_to_a_process_are_its_owners(self):
+    def test_refuses_proc_links_of_another_users_process(self):
         bobs = self.start('bob', ['sleep', 'infinity'])
         for name in ('cwd', 'root'):
             self.assert_refused(self.add('/proc/%d/%s' % (bobs.pid, name)), 'others can change')
@@ -302,7 +302,7 @@ class Names(AttackTest):
         return [name, upper, mixed, blank, blank.upper(), ' '.join(name), name + ' ', ' ' + name,
                 name[:1] + '\t' + name[1:], name[:1] + '\r' + name[1:], name[:1] + '\v' + name[1:]]
 
-    def test_no_spelling_of_a_section_with_a_meaning_is_taken(self):
+    def test_refuses_every_spelling_of_special_section_names(self):
         self.add_user()
         command('net', 'conf', 'addshare', 'Other', '/srv', 'writeable=n', 'guest_ok=n', '')
         before = self.global_settings()
@@ -314,7 +314,7 @@ class Names(AttackTest):
                     self.assertEqual(self.add(share=name).status, 1)
         self.assertEqual(self.global_settings(), before)
 
-    def test_what_only_looks_like_one_changes_nothing_but_itself(self):
+    def test_names_resembling_special_sections_are_ordinary_shares(self):
         self.add_user()
         command('net', 'conf', 'addshare', 'Other', '/srv', 'writeable=n', 'guest_ok=n', '')
         other = command('net', 'conf', 'showshare', 'Other')
@@ -329,7 +329,7 @@ class Names(AttackTest):
                 self.assert_done(run_script('rmshare', name, self.folder))
         self.assertEqual(command('net', 'conf', 'listshares').split(), ['Other'])
 
-    def test_no_user_is_made_whom_samba_would_take_for_others(self):
+    def test_refuses_users_whom_samba_would_confuse_with_others(self):
         self.add_host_user('Carol', 4001)
         self.add_host_user('DORA', 4002)
         with self.unchanged():
@@ -349,7 +349,7 @@ class Names(AttackTest):
                 self.assert_done(run_script('rmshare', 'Docs', self.folder))
                 self.assert_done(run_script('rmuser', user))
 
-    def test_an_owner_whom_samba_takes_for_another_is_refused(self):
+    def test_refuses_owners_whom_samba_would_confuse_with_others(self):
         self.add_user()
         self.add_host_user('üben', 4000)
         owners = ['Root', 'BOB', 'ÜBEN', 'S-1-5-18', 's-1-1-0', '@staff', 'a+b', '&staff', 'a,b', 'a;b',
@@ -363,7 +363,7 @@ class Names(AttackTest):
                 with self.subTest(owner):
                     self.assert_refused(self.add(folder), 'cannot act as the owner')
 
-    def test_an_owner_with_a_name_like_that_is_served(self):
+    def test_serves_owners_with_unusual_but_unambiguous_names(self):
         self.add_user()
         for number, owner in enumerate(('Frank', 'üben', 'ÜBELST', 'web$', 'system', 'everyone', 's-one',
                                         'local service', '\u212aarl'), 4001):
@@ -414,7 +414,7 @@ class Callers(AttackTest):
         command(self.scratch + '/evil/net') # the trap itself works
         self.assertTrue(os.path.exists(mark))
 
-    def test_a_folder_that_is_gone_is_no_place_to_stumble(self):
+    def test_works_from_a_deleted_working_directory(self):
         os.mkdir(self.scratch + '/gone')
         gone = os.open(self.scratch + '/gone', os.O_RDONLY)
         os.rmdir(self.scratch + '/gone')
@@ -500,7 +500,7 @@ class OtherUsers(AttackTest):
         self.assert_done(run_script('rmuser', 'alice'))
         self.assertFalse(user_exists('alice'))
 
-    def test_no_link_can_wait_where_the_state_is_made(self):
+    def test_refuses_anything_planted_at_the_state_path(self):
         command('rm', '-rf', STATE)
         trap = self.make_folder(self.scratch + '/trap', 'ann')
         # /run is root's; only root can have put these there.

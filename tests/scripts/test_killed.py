@@ -90,7 +90,7 @@ class WithTheSwitch(KilledCase):
         self.assertNotIn('blocks available', connected.ask('ls'))
         wait_until(lambda: services() == ['print'] and not answers(), 'the service to be off again')
 
-    def test_a_session_that_lives_keeps_what_it_has_and_the_service(self):
+    def test_living_session_survives_the_clearing_of_another(self):
         self.start_switch()
         first = self.start_tool()
         second = self.start_tool('carl', 'His')
@@ -107,7 +107,7 @@ class WithTheSwitch(KilledCase):
         self.finish(second)
         wait_until(lambda: services() == ['print'] and not answers(), 'the service to be off again')
 
-    def test_a_third_tool_leaves_the_service_to_the_second(self):
+    def test_third_tool_keeps_the_service_for_the_second(self):
         self.start_switch()
         first = self.start_tool()
         second = self.start_tool('carl', 'His')
@@ -118,7 +118,7 @@ class WithTheSwitch(KilledCase):
         self.finish(second)
         wait_until(lambda: services() == ['print'] and not answers(), 'the service to be off again')
 
-    def test_a_service_that_an_administrator_switched_on_stays_on(self):
+    def test_keeps_a_service_that_was_already_on(self):
         write(FILE, plistlib.dumps({'EnabledServices': ['disk']}))
         self.start_switch()
         self.kill(self.start_tool())
@@ -147,7 +147,7 @@ class WithTheSwitch(KilledCase):
                 session.kill()
                 wait_until(self.nothing_is_left, 'the clearing')
 
-    def test_after_a_boot_it_is_gone_before_the_service_is_up(self):
+    def test_boot_clears_the_user_before_smbd_starts(self):
         switch = self.start_switch()
         self.kill(self.start_tool())
         # As a power cut leaves it: nothing has been cleared, and /run is empty.
@@ -179,7 +179,7 @@ class WithoutTheSwitch(KilledCase):
         self.assertFalse(user_exists('alice') or samba_knows('alice') or share_exists('Docs'))
         self.assertTrue(samba_knows('carl'))
 
-    def test_a_script_whose_tool_was_killed_undoes_what_it_does(self):
+    def test_script_undoes_its_step_when_the_tool_dies(self):
         for program, script in (('useradd', 'adduser'), ('net', 'addshare')):
             with self.subTest(script):
                 started = self.scratch + '/started'

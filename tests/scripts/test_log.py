@@ -35,7 +35,7 @@ class Log(sambahost.ScriptTest):
         except TimeoutError:
             return texts
 
-    def test_says_who_shares_what_with_whom_and_who_asked(self):
+    def test_logs_each_share_with_user_and_caller(self):
         session = self.session()
         self.add_user(run=session.run)
         self.assertEqual(self.lines(), [])
@@ -49,7 +49,7 @@ class Log(sambahost.ScriptTest):
         self.assert_done(run_script('rmuser', 'alice', run=session.run))
         self.assertEqual(self.lines(), [])
 
-    def test_a_share_that_was_never_served_is_not_logged(self):
+    def test_does_not_log_a_share_that_failed(self):
         self.add_user()
         with sambahost.stand_in('net', 'case "$*" in *import*) exit 1 ;; esac; exec $real "$@"'):
             self.assert_refused(run_script('addshare', 'alice', self.password_file, self.folder, 'Docs', 'ro'),
@@ -65,7 +65,7 @@ class Log(sambahost.ScriptTest):
         command(PROGRAM, 'sessions', '--clean')
         self.assertEqual(self.lines(), [ENDED % (self.folder, session.process.pid, os.getpid())])
 
-    def test_a_name_makes_no_line_of_its_own_and_no_password_is_logged(self):
+    def test_escapes_control_characters_and_logs_no_password(self):
         odd = self.make_folder(self.scratch + '/a\npelago-share: forged\x1b[0m')
         self.add_user()
         self.add_share(folder=odd)

@@ -41,7 +41,7 @@ class Remove(sambahost.ScriptTest):
         self.assert_not_served('LOGON_FAILURE')
         self.assertEqual(sambahost.read(self.folder + '/f'), b'some text\n')
 
-    def test_a_share_that_is_removed_is_gone_at_once(self):
+    def test_removed_share_is_gone_at_once(self):
         self.add_both()
         self.assert_done(self.remove_share())
         self.assert_not_served('BAD_NETWORK_NAME')
@@ -90,7 +90,7 @@ class Remove(sambahost.ScriptTest):
         self.assert_done(self.remove_user())
         self.assertIn('blocks available', connected.ask('ls'))
 
-    def test_ends_a_session_whose_process_runs_as_the_user(self):
+    def test_ends_smbd_processes_running_as_the_user(self):
         # The user owns the folder, so smbd's process has the identity that userdel looks for.
         self.add_user()
         folder = self.make_folder(self.scratch + '/own', 'alice')
@@ -100,7 +100,7 @@ class Remove(sambahost.ScriptTest):
         self.assert_done(self.remove_user())
         self.assertFalse(user_exists('alice'))
 
-    def test_tries_again_while_a_process_runs_as_the_user(self):
+    def test_retries_while_a_process_runs_as_the_user(self):
         self.add_user()
         self.stand_in('userdel', 'cd %s; echo >>tries; [ "$(wc -l <tries)" -gt 3 ] || exit 8\n'
                                  'exec $real "$@"' % self.scratch)
@@ -137,7 +137,7 @@ class Remove(sambahost.ScriptTest):
                 self.assertEqual(result.status, 0)
                 self.assertRegex(result.output, r'there is no .* any more')
 
-    def test_refuses_what_was_not_made_by_the_other_scripts(self):
+    def test_refuses_foreign_shares_and_users(self):
         command('net', 'conf', 'addshare', 'Other', self.folder, 'writeable=n', 'guest_ok=n', '')
         subprocess.run(['smbpasswd', '-s', '-a', 'bob'], input=b'x\nx\n', check=True,
                        stdout=subprocess.DEVNULL)
@@ -166,7 +166,7 @@ class Remove(sambahost.ScriptTest):
                     self.assert_refused(self.remove_share(folder=folder), 'another folder')
         self.assert_served()
 
-    def test_knows_the_folder_by_every_byte_of_its_path(self):
+    def test_compares_every_byte_of_the_folders_path(self):
         self.add_user()
         for number, ending in enumerate((b'\n', b'\n\n', b' ', b'\\', b'%U', b'*', b'\xc3\x88')):
             with self.subTest(ending):
@@ -177,7 +177,7 @@ class Remove(sambahost.ScriptTest):
                 self.assert_refused(self.remove_share(share, self.folder), 'another folder')
                 self.assert_done(self.remove_share(share, folder))
 
-    def test_a_script_that_is_killed_in_the_middle_leaves_no_name_blocked(self):
+    def test_killed_removal_does_not_block_the_name(self):
         for moment in ('kill -9 "$PPID"; exit 1', '$real "$@"; kill -9 "$PPID"'):
             with self.subTest(moment), self.unchanged():
                 self.add_user()
@@ -228,14 +228,14 @@ class Remove(sambahost.ScriptTest):
             self.assert_done(run_script(*args))
         self.assertFalse(user_exists('alice') or share_exists('Docs'))
 
-    def test_a_user_who_was_removed_by_hand_leaves_no_account_of_sambas(self):
+    def test_removes_the_samba_account_of_a_deleted_user(self):
         self.add_user()
         command('userdel', 'alice')
         self.assertTrue(samba_knows('alice'))
         self.assert_done(self.remove_user())
         self.assertFalse(samba_knows('alice'))
 
-    def test_a_script_that_is_killed_leaves_the_user_database_whole(self):
+    def test_killed_script_leaves_the_user_database_intact(self):
         for program, script, args in (('useradd', 'adduser', ('alice', 'alice', self.password_file)),
                                       ('userdel', 'rmuser', ('alice',))):
             with self.subTest(program), self.unchanged():
@@ -253,13 +253,13 @@ class Remove(sambahost.ScriptTest):
                 self.assertEqual(sorted(os.listdir('/etc')), before)
                 self.assertFalse(user_exists('alice') or samba_knows('alice'))
 
-    def test_asks_the_registry_when_the_configuration_cannot_be_read(self):
+    def test_uses_the_registry_when_testparm_fails(self):
         self.add_both()
         with sambahost.stand_in('testparm', 'echo broken; exit 3'):
             self.assert_done(self.remove_share())
         self.assertFalse(share_exists('Docs'))
 
-    def test_does_not_take_a_user_who_cannot_be_read_for_none(self):
+    def test_refuses_when_the_user_database_is_unreadable(self):
         self.ask_files_only()
         self.add_user()
         with self.unchanged():
@@ -284,7 +284,7 @@ class Remove(sambahost.ScriptTest):
             self.assertEqual(self.remove_user(user='bob').status, 1)
         self.assert_served()
 
-    def test_says_when_a_share_without_a_record_is_left(self):
+    def test_reports_a_remaining_share_without_a_record(self):
         self.add_both()
         command('rm', '-rf', STATE)
         with sambahost.stand_in('net', 'case "$*" in *delshare*) echo why; exit 1;; esac; exec $real "$@"'):
@@ -294,7 +294,7 @@ class Remove(sambahost.ScriptTest):
         self.assert_done(self.remove_share())
         self.assertFalse(share_exists('Docs'))
 
-    def test_says_when_a_record_names_what_no_share_can_be_called(self):
+    def test_reports_a_record_with_an_invalid_share_name(self):
         self.add_both()
         folder = STATE + '/shares/damaged'
         os.mkdir(folder)
@@ -320,7 +320,7 @@ class Remove(sambahost.ScriptTest):
         self.assertFalse(share_exists('Docs'))
         self.assert_refused(self.remove_share('Gone'), 'its clients are not cut off')
 
-    def test_a_second_run_cuts_off_the_clients_that_the_first_could_not(self):
+    def test_later_run_disconnects_clients_after_a_failure(self):
         self.add_both()
         connected = self.connect()
         with sambahost.stand_in('smbcontrol',
@@ -331,7 +331,7 @@ class Remove(sambahost.ScriptTest):
         self.assert_done(self.remove_share())
         wait_until(lambda: 'NETWORK_NAME_DELETED' in connected.ask('ls'), 'the cut')
 
-    def test_leaves_the_clients_of_a_share_in_the_configuration_file(self):
+    def test_disconnects_no_clients_of_configuration_file_shares(self):
         log = write(self.scratch + '/calls', '')
         self.stand_in('smbcontrol', 'echo "$@" >>%s; exec $real "$@"' % log)
         for share, calls in (('Textual', b''), ('Docs', b'-- smbd close-share Docs\n')):
@@ -353,7 +353,7 @@ class Remove(sambahost.ScriptTest):
         self.assert_not_served('LOGON_FAILURE')
         self.assert_done(self.remove_share())
 
-    def test_removes_the_user_while_the_caller_holds_the_preferences_lock(self):
+    def test_removes_the_user_despite_a_preferences_lock(self):
         self.add_both()
         self.connect()
         os.makedirs(os.path.dirname(LOCK), exist_ok=True)

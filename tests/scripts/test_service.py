@@ -121,7 +121,7 @@ class Switching(Case):
             self.assertEqual((run.returncode, FILE.read_bytes()), (1, b"junk"))
             self.assertIn("cannot change the preferences", run.stderr)
 
-    def test_init_makes_what_is_missing_and_keeps_what_is_there(self):
+    def test_init_creates_missing_preferences_and_keeps_existing_ones(self):
         shutil.rmtree("/Library", ignore_errors=True)
         self.done("init")
         self.assertEqual((FILE.read_bytes(), FILE.stat().st_mode & 0o7777, FILE.parent.stat().st_mode & 0o7777),

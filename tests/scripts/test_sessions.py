@@ -63,7 +63,7 @@ class Sessions(sambahost.ScriptTest):
             self.assert_refused(run_script('rmuser', 'alice'), 'another session')
         self.assert_served()
 
-    def test_a_killed_session_is_followed_by_a_new_one(self):
+    def test_new_session_replaces_a_killed_one(self):
         self.left_behind()
         self.assertTrue(user_exists('alice') and share_exists('Docs'))
         sambahost.write(self.password_file, 'another password\n')
@@ -76,7 +76,7 @@ class Sessions(sambahost.ScriptTest):
         self.assert_done(run_script('rmuser', 'alice'))
         self.assertEqual(os.listdir(sambahost.STATE + '/shares'), [])
 
-    def test_a_client_of_a_killed_session_is_cut_off(self):
+    def test_disconnects_the_client_of_a_killed_session(self):
         self.left_behind()
         connected = sambahost.ConnectedClient('alice', self.password, 'Docs')
         self.addCleanup(connected.close)
@@ -84,12 +84,12 @@ class Sessions(sambahost.ScriptTest):
         self.add_user()
         self.assertNotIn('blocks available', connected.ask('ls'))
 
-    def test_a_new_user_does_not_inherit_an_old_users_share(self):
+    def test_new_user_does_not_inherit_an_old_share(self):
         self.left_behind(share='Private')
         self.add_user()
         self.assert_not_served('BAD_NETWORK_NAME', 'Private')
 
-    def test_a_killed_sessions_share_is_replaced_for_another_user(self):
+    def test_another_user_replaces_a_killed_sessions_share(self):
         self.left_behind()
         self.add_user('carl')
         self.add_share('Docs', 'carl')
@@ -97,7 +97,7 @@ class Sessions(sambahost.ScriptTest):
         self.assert_not_served('LOGON_FAILURE', 'Docs', 'alice')
         self.assertFalse(user_exists('alice') or samba_knows('alice'), 'whatever the new one asks for')
 
-    def test_a_share_left_behind_after_the_user_was_made_is_replaced(self):
+    def test_addshare_replaces_the_share_of_a_killed_session(self):
         self.add_user()
         session = self.session()
         self.add_user('carl', run=session.run)
@@ -106,20 +106,20 @@ class Sessions(sambahost.ScriptTest):
         self.add_share('dOCS', 'alice')
         self.assert_served('Docs', 'alice')
 
-    def test_what_a_killed_session_left_can_be_removed_by_hand(self):
+    def test_scripts_remove_leftovers_of_a_killed_session(self):
         with self.unchanged():
             self.left_behind()
             self.assert_done(run_script('rmshare', 'Docs', self.folder))
             self.assert_done(run_script('rmuser', 'alice'))
 
-    def test_a_session_before_the_last_boot_is_followed_by_a_new_one(self):
+    def test_new_session_replaces_one_before_the_boot(self):
         self.left_behind()
         self.reboot()
         self.add_user()
         self.add_share()
         self.assert_served()
 
-    def test_the_first_script_after_a_boot_clears_what_has_no_record(self):
+    def test_first_script_after_boot_clears_unrecorded_leftovers(self):
         self.left_behind()
         self.reboot()
         result = run_script('adduser', 'carl', 'carl', self.password_file)
@@ -128,7 +128,7 @@ class Sessions(sambahost.ScriptTest):
         self.assertIn('removing the user alice of a session that has ended', result.output)
         self.assertFalse(share_exists('Docs') or user_exists('alice') or samba_knows('alice'))
 
-    def test_looks_again_until_all_is_cleared_after_a_boot(self):
+    def test_retries_clearing_after_boot_until_all_is_gone(self):
         for program, text in (('userdel', 'echo why; exit 1'),
                               ('net', 'case "$*" in *delshare*) echo why; exit 1;; esac; exec $real "$@"')):
             with self.subTest(program):
@@ -144,14 +144,14 @@ class Sessions(sambahost.ScriptTest):
                 self.assertFalse(share_exists('Docs') or user_exists('alice'))
                 self.assert_done(run_script('rmuser', 'carl'))
 
-    def test_what_was_left_before_the_last_boot_can_be_removed_by_hand(self):
+    def test_scripts_remove_leftovers_from_before_the_boot(self):
         self.left_behind()
         self.reboot()
         self.assert_done(run_script('rmshare', 'Docs', self.folder))
         self.assert_done(run_script('rmuser', 'alice'))
         self.assertFalse(share_exists('Docs') or user_exists('alice') or samba_knows('alice'))
 
-    def test_a_process_that_has_the_number_now_is_not_the_session(self):
+    def test_reused_pid_is_not_the_session(self):
         self.left_behind()
         self.change_session(lambda pid, start, boot: (b'%d' % os.getpid(), start, boot))
         self.add_user()
@@ -164,7 +164,7 @@ class Sessions(sambahost.ScriptTest):
         before, session = sambahost.read(path).split(b'session ')
         sambahost.write(path, before + b'session %s %s %s\n' % change(*session.split()))
 
-    def test_a_process_of_another_boot_is_not_the_session(self):
+    def test_process_of_another_boot_is_not_the_session(self):
         self.add_user()
         for change in (lambda pid, start, boot: (pid, start, boot[::-1]),
                        lambda pid, start, boot: (pid, start, b'')):
@@ -181,7 +181,7 @@ class Sessions(sambahost.ScriptTest):
         self.add_user()
         self.assertEqual(sambahost.client('alice', self.password, 'IPC$', 'exit')[0], 0)
 
-    def test_a_session_that_has_ended_but_was_not_waited_for_counts_as_gone(self):
+    def test_zombie_session_counts_as_dead(self):
         session = self.start_session('alice', 'Docs', self.folder)
         session.process.kill()
         os.waitid(os.P_PID, session.process.pid, os.WEXITED | os.WNOWAIT)
@@ -207,13 +207,13 @@ class Sessions(sambahost.ScriptTest):
         self.assertTrue(share_exists('Other'))
         self.assertFalse(share_exists('Docs'))
 
-    def test_the_state_survives_the_clearing_when_its_session_runs(self):
+    def test_clearing_keeps_the_share_of_a_living_session(self):
         self.start_session('carl', 'His', self.folder)
         self.left_behind()
         self.add_user()
         self.assert_served('His', 'carl')
 
-    def test_a_user_that_cannot_be_cleared_away_is_in_nobodys_way(self):
+    def test_user_that_cannot_be_removed_blocks_nobody(self):
         self.left_behind()
         with sambahost.stand_in('userdel', 'echo why; exit 1'):
             result = run_script('adduser', 'carl', 'carl', self.password_file)
@@ -225,7 +225,7 @@ class Sessions(sambahost.ScriptTest):
         self.add_user('carl')
         self.assertFalse(user_exists('alice'))
 
-    def test_a_folder_that_cannot_be_cleared_away_is_in_nobodys_way(self):
+    def test_folder_that_cannot_be_removed_blocks_nobody(self):
         os.makedirs(sambahost.STATE + '/shares/old/more')
         result = run_script('adduser', 'alice', 'alice', self.password_file)
         self.assert_done(result)
@@ -299,12 +299,12 @@ class BeingCleared(sambahost.ScriptTest):
         self.add_share()
         self.assert_served()
 
-    def test_a_new_user_waits_until_the_old_ones_share_is_gone(self):
+    def test_new_user_waits_for_the_old_shares_removal(self):
         self.clear_share()
         self.assert_done(self.run_beside('adduser', 'alice', self.go))
         self.assertFalse(share_exists('Docs'))
 
-    def test_what_a_killed_process_had_in_hand_is_cleared_by_the_one_that_waits(self):
+    def test_waiting_script_takes_over_an_interrupted_clearing(self):
         clearing = self.clear_share()
         self.assert_done(self.run_beside('addshare', 'carl', clearing.kill))
         self.assertTrue(samba_knows('carl') and not user_exists('alice'))

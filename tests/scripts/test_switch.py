@@ -92,7 +92,7 @@ class Switch(unittest.TestCase):
         output = self.loop.communicate(timeout=HANG)[1].decode()
         return self.loop.returncode, output
 
-    def test_once_switches_on_and_off_and_twice_does_no_harm(self):
+    def test_starts_and_stops_smbd_and_repeats_harmlessly(self):
         set_services('disk')
         self.assertEqual(self.assert_once(), STARTED)
         self.assertTrue(answers())
@@ -122,7 +122,7 @@ class Switch(unittest.TestCase):
                 self.assertIn(b'stays as it is', done.stdout)
                 self.assertEqual(answers(), running)
 
-    def test_does_not_take_a_configuration_that_cannot_be_read_for_a_service_that_is_off(self):
+    def test_keeps_smbd_running_when_configuration_is_unreadable(self):
         set_services('disk')
         self.assert_once()
         os.rename('/etc/samba/smb.conf', '/etc/samba/smb.conf.away')
@@ -156,7 +156,7 @@ class Switch(unittest.TestCase):
         self.assert_once()
         self.assertEqual(processes('samba-dcerpcd') + processes('smbd'), [])
 
-    def test_a_pid_file_that_was_left_behind_harms_nobody(self):
+    def test_stale_pid_file_does_not_kill_another_process(self):
         with subprocess.Popen(['sleep', '600']) as bystander:
             for name in ('smbd', 'samba-dcerpcd'):
                 write('/run/samba/%s.pid' % name, '%d\n' % bystander.pid)
@@ -275,7 +275,7 @@ class Switch(unittest.TestCase):
                 self.assertEqual(self.end_of_loop()[0], status)
                 self.assertTrue(answers())
 
-    def test_leaves_smbd_to_systemd_where_that_is_process_1(self):
+    def test_uses_systemctl_when_systemd_is_running(self):
         os.makedirs('/run/systemd/system')
         self.addCleanup(os.removedirs, '/run/systemd/system')
         log, active = FOLDER + '/calls', FOLDER + '/active'

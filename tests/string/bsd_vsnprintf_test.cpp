@@ -138,13 +138,13 @@ TEST(Format, CutsWideStringsBetweenCharacters)
     EXPECT_EQ(Format("%.2ls", L"\u00e9\u00e9"), "\xc3\xa9");
 }
 
-TEST(Format, ReadsAWideStringOnlyUpToItsPrecision)
+TEST(Format, ReadsNoWideStringBeyondItsPrecision)
 {
     const std::vector<wchar_t> text = {L'a', L'b', L'c'};
     EXPECT_EQ(Format("%.3ls", text.data()), "abc");
 }
 
-TEST(Format, LetsPassWhatIsNoCharacterInAWideString)
+TEST(Format, PrintsInvalidWideCharactersWithoutFailing)
 {
     const wchar_t text[] = {0xd800, 'a', 0xdfff, 0x110000, -1, 'z', 0};
     EXPECT_EQ(Format("%ls", text), "\xed\xa0\x80"
@@ -189,7 +189,7 @@ TEST(Format, PrintsWhatItDoesNotKnowAsItself)
     EXPECT_EQ(Format("%0$d", 7), "$d") << "there is no argument 0";
 }
 
-TEST(Format, TakesNoArgumentForWhatItDoesNotKnow)
+TEST(Format, TakesNoArgumentForUnknownDirectives)
 {
     EXPECT_EQ(Format("%a%d%%%y%d", 1, 2), "a1%y2");
 }
@@ -202,7 +202,7 @@ TEST(Format, EndsWhereADirectiveIsCutShort)
     }
 }
 
-TEST(Format, TakesAStarsArgumentBeforeAZeroThatIsNoPosition)
+TEST(Format, TakesAStarsArgumentBeforeAZeroPosition)
 {
     EXPECT_EQ(Format("%*0$d|%d", 3, 7), "00$d|7");
 }
@@ -229,7 +229,7 @@ TEST(Format, PrintsIntegersOfEverySize)
     EXPECT_EQ(Format("%lld", LLONG_MAX), "9223372036854775807");
 }
 
-TEST(Format, TakesAllOfALargeArgumentAndNoMore)
+TEST(Format, ReadsExactlyOneLongLongArgument)
 {
     EXPECT_EQ(Format("%Ld %d %qd %d %I64d %d %jd %d %td %d %zd %d %Zd %d %Id %d", LLONG_MAX, 1,
                      LLONG_MAX, 2, LLONG_MAX, 3, LLONG_MAX, 4, LLONG_MAX, 5, LLONG_MAX, 6,
@@ -263,7 +263,7 @@ TEST(Format, TakesWidthAndPrecisionFromArguments)
     EXPECT_EQ(Format("%.*s|%.*f", -1, "abc", -3, 1.5), "abc|1.500000");
 }
 
-TEST(Format, ReadsThePartsOfADirectiveInAnyOrder)
+TEST(Format, ReadsDirectivePartsInAnyOrder)
 {
     EXPECT_EQ(Format("%5-d|%l+d|%.3 d|%l5d|%5.3-d|%.2l5d|", 1, 2L, 3, 4L, 5, 6L),
               "1    |+2| 003|    4|005  |   06|");
@@ -339,7 +339,7 @@ TEST(Format, PrintsEveryShortAsTheCLibraryDoes)
     }
 }
 
-TEST(Format, PrintsIntegersOfEveryLengthAsTheCLibraryDoes)
+TEST(Format, PrintsRandomIntegersAsTheCLibraryDoes)
 {
     std::mt19937_64 random(20103);
     for (int i = 0; i < 200000; i++) {
@@ -388,7 +388,7 @@ TEST(Format, GivesExactDigitsToAnyPrecision)
     EXPECT_EQ(Format("%#.1500g", 0.5), Libc("%#.1500g", 0.5));
 }
 
-TEST(Format, AsksForNoMoreDigitsThanADoubleHas)
+TEST(Format, RequestsNoMoreDigitsThanDoublesHave)
 {
     for (const char *format : {"%.20000f", "%.20000e", "%.20000g"}) {
         sAsked.clear();
@@ -439,7 +439,7 @@ TEST(Format, SpellsOutWhatIsNotFinite)
 }
 
 // The bit is set in what x86-64 makes of 0.0 / 0.0.
-TEST(Format, GivesWhatIsNotANumberNoSignWhateverItsBit)
+TEST(Format, IgnoresTheSignOfNan)
 {
     const double nan = NAN, negative = -nan;
     ASSERT_NE(std::signbit(nan), std::signbit(negative));
@@ -454,7 +454,7 @@ TEST(Format, GivesWhatIsNotANumberNoSignWhateverItsBit)
     EXPECT_EQ(Format("%f %E %+f", 1.0, 1.0, 1.0), "nan NAN +nan");
 }
 
-TEST(Format, TakesTheSignOfInfinityFromWhereTheConverterPutsIt)
+TEST(Format, TakesInfinitysSignFromTextOrFlag)
 {
     {
         const Converters beside("inf", 0, 1);
@@ -468,7 +468,7 @@ TEST(Format, TakesTheSignOfInfinityFromWhereTheConverterPutsIt)
     EXPECT_EQ(Format("%f %G", 1.0, 1.0), "nan NAN");
 }
 
-TEST(Format, PrintsAsItIsWhatTheConverterGivesNoPoint)
+TEST(Format, PrintsNonFiniteTextFromTheConverter)
 {
     const Converters infinity("Infinity", 9999, 0);
     EXPECT_EQ(Format("%12f|%-12G|%09e", 1.0, 1.0, 1.0), "    infinity|INFINITY    | infinity");
@@ -637,7 +637,7 @@ TEST_F(FormatInLocale, PrintsOnlyTheFirstByteOfASeparator)
     EXPECT_EQ(Format("%'d", 1234), "1" + Byte(localeconv()->thousands_sep[0]) + "234");
 }
 
-TEST_F(FormatInLocale, KeepsTheCConventionsWhenItIsToldTo)
+TEST_F(FormatInLocale, KeepsTheCConventionsOnRequest)
 {
     Use("de_DE.UTF-8");
     EXPECT_EQ(FormatWith(bsd_vsnprintf_c_locale, "%.1f %'d %'.1f", 1234.5, 1234, 1234.5),
@@ -745,7 +745,7 @@ TEST(FormatPositions, SkipWhatNothingNamesAsInts)
     EXPECT_EQ(Format("%5$s %1$s", "a", 0, 0, 0, "e"), "e a");
 }
 
-TEST(FormatPositions, NothingLiesBehindAnArgumentThatIsNamedAgainAsLonger)
+TEST(FormatPositions, ZeroExtendAnArgumentAlsoNamedAsLonger)
 {
     const auto filled = [](const char *format, auto... values) {
         char stack[4096]; // where the next call has its table
@@ -778,17 +778,17 @@ TEST(FormatPositions, LeaveTheOthersInTheirOrder)
     EXPECT_EQ(Format("%d %d %1$d %*d", 1, 2, 4, 7), "1 2 1    7");
 }
 
-TEST(FormatPositions, AreReadFromTheStartEvenWhenTheyComeLate)
+TEST(FormatPositions, CountFromTheFirstArgumentEvenWhenLate)
 {
     EXPECT_EQ(Format("%d %s %f %1$d %2$s %3$f", 1, "two", 3.0), "1 two 3.000000 1 two 3.000000");
 }
 
-TEST(FormatPositions, AreNotUsedUpByWhatTakesNoArgument)
+TEST(FormatPositions, AreNotConsumedByDirectivesWithoutArguments)
 {
     EXPECT_EQ(Format("%2$s %% %y %s", "a", "b"), "b % y a");
 }
 
-TEST(FormatPositions, KeepTheTypesThatWereFoundBeforeTheTableGrew)
+TEST(FormatPositions, KeepTypesFoundBeforeTheTableGrew)
 {
     EXPECT_EQ(Format("%1$s %2$f %3$Lf %9$d", "a", 1.5, 2.5L, 4, 5, 6, 7, 8, 9),
               "a 1.500000 2.500000 9");
@@ -851,7 +851,7 @@ TEST(FormatBuffer, TakesWhatFitsAndTellsTheWholeLength)
     }
 }
 
-TEST(FormatBuffer, HasNoLimitAndNoNulWhenItsSizeIsNothing)
+TEST(FormatBuffer, IsUnlimitedAndUnterminatedWithSizeZero)
 {
     char buffer[8] = "#######";
     EXPECT_EQ(FormatInto(bsd_vsnprintf, buffer, 0, "%s", "abc"), 3);
@@ -1027,7 +1027,7 @@ TEST(FormatMemory, MakesTheCallFailWhenItRunsOut)
     }
 }
 
-TEST(FormatMemory, IsNotAskedForAgainByTheNextPosition)
+TEST(FormatMemory, IsNotRequestedAgainAfterARefusal)
 {
     char buffer[16];
     const OutOfMemory once(1, 1);
@@ -1048,7 +1048,7 @@ TEST(FormatMemoryDeathTest, AbortsWithoutAnyForThePositionsTypes)
         testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST(FormatMemory, MakesTheCallFailWhenTheLastPiecesDoNotFit)
+TEST(FormatMemory, FailsTheCallWhenTheLastGrowthFails)
 {
     const std::string word(200, 'x');
     const OutOfMemory once(1, 1);

@@ -140,7 +140,7 @@ TEST(StrSnprintf, DropsTheEndOfWhatIsNoUtf8)
     EXPECT_STREQ(buffer, "") << "a continuation byte alone is no character";
 }
 
-TEST(StrSnprintf, LooksBackAsFarAsTheLeadingByteIs)
+TEST(StrSnprintf, LooksBackToTheLeadingByteHoweverFar)
 {
     for (size_t following = 3; following < 40; following++) {
         const std::string sequence = "\xc3" + std::string(following, '\x80');
@@ -185,7 +185,7 @@ TEST(StrSnprintf, HasNoLimitForASizeOfNothing)
 }
 
 // What the header says to ask when the result is -1.
-TEST(StrSnprintf, IsToldByStrAsprintfWhatWasCutAndWhatFailed)
+TEST(StrSnprintf, AsprintfDistinguishesTruncationFromFailure)
 {
     ASSERT_STREQ(setlocale(LC_ALL, nullptr), "C");
     char buffer[4];
@@ -205,7 +205,7 @@ TEST(StrSnprintf, DoesWithoutABuffer)
     EXPECT_EQ(Str_Snprintf(nullptr, 10, "%s", "abc"), -1);
 }
 
-TEST(StrSnprintf, LeavesWhatIsBeforeABufferOfOneByte)
+TEST(StrSnprintf, WritesNothingBeforeAOneByteBuffer)
 {
     char bytes[] = "\xc3#";
     EXPECT_EQ(Str_Snprintf(bytes + 1, 1, "x"), -1);

@@ -206,7 +206,7 @@ TEST(Utf, ResultsAreNumberedInTheirOrder)
     EXPECT_EQ(static_cast<int>(ILLEGAL), 3);
 }
 
-TEST(Utf, Utf32ToUtf16StopsAtOrReplacesWhatIsTooLarge)
+TEST(Utf, ToUtf16RefusesOrReplacesLargeNumbers)
 {
     Check<uint32_t, uint16_t>({
         {"just too large",
@@ -218,13 +218,13 @@ TEST(Utf, Utf32ToUtf16StopsAtOrReplacesWhatIsTooLarge)
     });
 }
 
-TEST(Utf, Utf32ToUtf16NeverMakesAPairOfTwoSurrogates)
+TEST(Utf, Utf32ToUtf16PairsNoSurrogates)
 {
     EXPECT_EQ(Convert(Utf32ToUtf16, {0xD83D, 0xDE00}, LENIENT),
               (Outcome<uint16_t>{DONE, 2, {0xFFFD, 0xFFFD}}));
 }
 
-TEST(Utf, Utf32ToUtf8ReplacesWhatIsTooLargeInBothModesAndTells)
+TEST(Utf, ToUtf8ReplacesAndReportsLargeNumbers)
 {
     const Bytes replaced = {'a', 0xEF, 0xBF, 0xBD, 'b'};
     Check<uint32_t, uint8_t>({
@@ -246,7 +246,7 @@ TEST(Utf, Utf32ToUtf8ReplacesWhatIsTooLargeInBothModesAndTells)
     });
 }
 
-TEST(Utf, AHighSurrogateAtTheVeryEndIsACutCharacter)
+TEST(Utf, AFinalHighSurrogateIsACutCharacter)
 {
     Check<uint16_t, uint32_t>({
         Both<uint16_t, uint32_t>("alone", Utf16ToUtf32, {0xD800}, {CUT, 0, {}}),
@@ -285,7 +285,7 @@ TEST(Utf, UnpairedSurrogatesDoNotTakeTheirNeighbours)
     });
 }
 
-TEST(Utf, Utf8ThatIsShorterThanItsLeadingByteSaysIsCut)
+TEST(Utf, AnIncompleteUtf8SequenceIsReportedCut)
 {
     const Bytes whole[] = {{0xC3, 0xA9}, {0xE3, 0x81, 0x82}, {0xF0, 0x9F, 0x98, 0x80}};
     for (const Bytes &character : whole) {
@@ -401,7 +401,7 @@ TEST(Utf, NothingIsConvertedOfAnEmptySource)
     EXPECT_EQ(Convert(Utf8ToUtf16, {}, STRICT, 0), (Outcome<uint16_t>{DONE, 0, {}}));
 }
 
-TEST(Utf, AnIllegalCharacterIsToldEvenWithoutRoomForIt)
+TEST(Utf, AnIllegalCharacterIsReportedWithoutRoom)
 {
     EXPECT_EQ(Convert(Utf8ToUtf16, {0xFF}, STRICT, 0), (Outcome<uint16_t>{ILLEGAL, 0, {}}));
     EXPECT_EQ(Convert(Utf32ToUtf16, {0xD800}, STRICT, 0), (Outcome<uint16_t>{ILLEGAL, 0, {}}));
@@ -439,7 +439,7 @@ bool IsWellFormed(const uint8_t *sequence, size_t length)
     return false;
 }
 
-TEST(Utf8SequenceIsLegal, AgreesOnEverySequenceOfUpToThreeBytes)
+TEST(Utf8SequenceIsLegal, AgreesOnEverySequenceBelowFourBytes)
 {
     for (uint32_t number = 0; number < 1U << 24; number++) {
         const uint8_t sequence[] = {static_cast<uint8_t>(number >> 16),

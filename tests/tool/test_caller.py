@@ -74,7 +74,7 @@ class InheritedState(ToolCase):
             self.assertRun(self.run_tool(stdout=full), None, WHOLE_ERR, 0)
         self.assertRestored()
 
-    def test_each_outcome_has_its_status_though_nobody_reads_its_line(self):
+    def test_exit_status_stays_right_without_a_usable_stdout(self):
         services_are_text = plistlib.dumps({"EnabledServices": "disk"})
         outcomes = {
             "usage": (lambda: None, ["one"], 2),
@@ -219,7 +219,7 @@ class ScriptsWorld(ToolCase):
             self.script_does(name, '[ "$(cat password)" = secret ] || exit 9')
         self.assertEqual(self.run_tool("/srv/a", "a", "alice", "password", "rw", cwd=STATE / "folder")[2], 0)
 
-    def test_a_child_that_the_caller_left_is_no_script(self):
+    def test_ignores_the_status_of_the_callers_child(self):
         self.script_does("rmshare", "exit 3")
         caller = ["sh", "-c", '(exit 9) & exec "$0" "$@"', self.tool, *ARGUMENTS]
         done = subprocess.run(caller, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
@@ -271,7 +271,7 @@ class ExampleCaller:
         self.assertEqual(self.run_example("/nonexistent")[0], 127)
         self.assertEqual(self.services(), [])
 
-    def test_knows_the_command_s_status_where_sigchld_was_ignored(self):
+    def test_returns_the_command_status_with_sigchld_ignored(self):
         def ignore():
             signal.signal(signal.SIGCHLD, signal.SIG_IGN)
         self.assertEqual(self.run_example("sh", "-c", "exit 7", preexec_fn=ignore)[0], 7)

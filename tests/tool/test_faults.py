@@ -36,7 +36,7 @@ class Failing(ToolCase):
         self.assertRun(self.failing("wait4", 2, "EINTR"), "3 is the sharing result (0=ok). Exiting.\n",
                        ENABLING + SHARING + DISABLING, 3)
 
-    def test_an_interrupted_change_of_streams_keeps_the_scripts_out_of_the_protocol(self):
+    def test_interrupted_dup2_keeps_script_output_on_stderr(self):
         for name in SCRIPTS:  # which change no streams of their own
             (SHARES / f"{name}.sh").write_text("#!/bin/sh\necho noise\n")
         said = STATE / "said"  # the children's calls that use it are theirs, before they are scripts

@@ -47,7 +47,7 @@ class BytesThatAreNoText(ToolCase):
         done = subprocess.run([link, *ARGUMENTS], stdin=subprocess.DEVNULL, capture_output=True, timeout=30)
         self.assertEqual((done.stdout.decode(), done.returncode), (SHARED + DELETED, 0))
 
-    def test_end_it_before_it_has_done_anything_only_where_root_installs_it_below_them(self):
+    def test_tool_in_nontext_path_panics_before_any_change(self):
         """ICU's data is not found there, so nothing repairs them."""
         folder = b"/opt/" + NO_TEXT
         shutil.copytree(os.fsencode(BUNDLE), folder + b"/Pelago.app")

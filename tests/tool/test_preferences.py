@@ -126,7 +126,7 @@ class UsualFiles(ToolCase):
         self.assertEqual((status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)), (12, 34, 0o640))
         self.assertEqual(self.services(), [])
 
-    def test_left_over_files_of_a_killed_tool_do_no_harm(self):
+    def test_removes_leftover_files_of_a_killed_tool(self):
         (PREFS.parent / f"{PREFS.name}-new").write_bytes(b"left over " * 10000)
         (PREFS.parent / f"{PREFS.name}-lock").write_bytes(b"12345\n")
         self.assertRun(self.run_tool(), SHARED + DELETED, WHOLE_ERR, 0)
@@ -142,7 +142,7 @@ class AfterAKill(ToolCase):
         process.kill()
         process.wait()
 
-    def test_the_next_one_leaves_the_services_as_they_were_before_the_first(self):
+    def test_next_tool_restores_the_original_services(self):
         for form in (plistlib.FMT_XML, plistlib.FMT_BINARY):
             for services in ([], ["print"], ["print", "web"]):
                 with self.subTest((form, services)):
@@ -154,7 +154,7 @@ class AfterAKill(ToolCase):
                     self.assertRun(self.run_tool(), SHARED + DELETED, WHOLE_ERR, 0)
                     self.assertEqual(self.prefs(), content)
 
-    def test_a_kill_while_a_script_runs_is_undone_as_well(self):
+    def test_next_tool_undoes_a_kill_during_a_script(self):
         self.write_prefs(["print"])
         for name in ("adduser", "addshare", "rmshare"):
             with self.subTest(name):
@@ -171,7 +171,7 @@ class AfterAKill(ToolCase):
         self.assertRun(self.run_tool(), SHARED + DELETED, SHARING + WAITING + CLOSED, 0)
         self.assertEqual(self.services(), ["disk", "print"])
 
-    def test_a_service_that_an_administrator_switched_on_since_stays_on(self):
+    def test_service_stays_on_after_another_program_rewrites_preferences(self):
         self.killed_while_sharing()
         newer = PREFS.with_name("newer")
         newer.write_bytes(PREFS.read_bytes())
@@ -188,7 +188,7 @@ class AfterAKill(ToolCase):
         self.assertEqual(self.finish(first)[2], 0)
         self.assertEqual(self.services(), [])
 
-    def test_who_takes_over_from_a_killed_one_ends_it_for_both(self):
+    def test_successor_of_a_killed_tool_restores_the_services(self):
         self.killed_while_sharing()
         second = self.start()
         self.wait_until_shared(second)
@@ -201,7 +201,7 @@ class AfterAKill(ToolCase):
 
 
 class SeveralTools(ToolCase):
-    def test_two_at_once_leave_the_switch_as_it_was(self):
+    def test_two_tools_at_once_restore_the_services(self):
         chance = random.Random(1)
         for services in (None, ["print"], ["disk"]):
             for _ in range(15):

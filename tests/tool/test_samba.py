@@ -170,7 +170,7 @@ class Dying(RealCase):
         self.assertEqual(self.services(), ["print"])
         self.assertNothingLeft()
 
-    def test_a_tool_that_is_killed_and_the_next_one(self):
+    def test_next_tool_clears_up_after_a_killed_one(self):
         process = self.share()
         process.kill()
         process.wait()
@@ -182,7 +182,7 @@ class Dying(RealCase):
 
 
 class Secrecy(RealCase):
-    def test_the_password_is_in_no_argument_vector_or_environment(self):
+    def test_password_is_in_no_argument_or_environment(self):
         log = self.place / "trace"
         out = subprocess.run(
             ["strace", "-f", "-v", "-s", "100000", "-e", "trace=execve", "-o", log, self.tool, self.folder, "Docs",

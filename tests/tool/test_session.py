@@ -115,10 +115,10 @@ class WholeSession(ToolCase):
         self.assertEqual([call.argv for call in self.calls()], [vector(name) for name in SCRIPTS])
         self.assertEqual(self.services(), [])
 
-    def test_ends_as_ever_when_the_bundle_is_upgraded_meanwhile(self):
+    def test_ends_normally_after_an_upgrade_of_the_bundle(self):
         self.ends_after_an_upgrade()
 
-    def test_ends_as_ever_when_it_was_started_through_a_link_as_well(self):
+    def test_started_through_link_ends_normally_after_an_upgrade(self):
         link = STATE / "link"
         link.symlink_to(self.tool)
         self.tool = link
@@ -152,7 +152,7 @@ class WholeSession(ToolCase):
         BUNDLE.rename(elsewhere)
         self.addCleanup(shutil.rmtree, elsewhere)
 
-    def test_a_bundle_that_moves_meanwhile_is_found_where_the_name_leads(self):
+    def test_finds_a_moved_bundle_through_its_link(self):
         name = STATE / "current"
         name.symlink_to(BUNDLE)
         self.tool = name / "Contents/Library/shares/pelagoShareTool"
@@ -203,7 +203,7 @@ class Waiting(ToolCase):
                 self.assertRun(self.run_tool(data=data), SHARED + DELETED,
                                ENABLING + SHARING + WAITING + self.received(line) + DISABLING, 0)
 
-    def test_a_line_ends_it_while_the_pipe_stays_open(self):
+    def test_line_ends_the_share_with_pipe_still_open(self):
         process = self.start()
         self.wait_until_shared(process)
         process.stdin.write(b"now\n")
@@ -247,7 +247,7 @@ class Waiting(ToolCase):
                 self.assertRun(self.finish(process, rest), DELETED,
                                ENABLING + SHARING + WAITING + self.received(line) + DISABLING, 0)
 
-    def test_part_of_a_line_leaves_the_share_as_it_is(self):
+    def test_incomplete_line_does_not_end_the_share(self):
         process = self.start()
         self.wait_until_shared(process)
         self.hand_over(process, b"x" * 78)
@@ -255,7 +255,7 @@ class Waiting(ToolCase):
             process.wait(timeout=0.5)
         self.assertEqual((self.called(), self.services()), (["adduser", "addshare"], ["disk"]))
 
-    def test_waits_for_as_long_as_the_pipe_is_open(self):
+    def test_waits_while_the_pipe_is_open(self):
         process = self.start()
         self.wait_until_shared(process)
         with self.assertRaises(subprocess.TimeoutExpired):
@@ -263,7 +263,7 @@ class Waiting(ToolCase):
         self.assertEqual(self.called(), ["adduser", "addshare"])
         self.assertEqual(self.finish(process)[2], 0)
 
-    def test_a_killed_tool_restores_nothing_and_the_next_one_works(self):
+    def test_killed_tool_restores_nothing_but_the_next_does(self):
         process = self.start()
         self.wait_until_shared(process)
         process.kill()
@@ -416,7 +416,7 @@ class FailedShare(ToolCase):
 
 
 class FailedRemoval(ToolCase):
-    def test_of_the_share_is_the_exit_status_and_stops_nothing(self):
+    def test_failed_rmshare_sets_exit_status_and_stops_nothing(self):
         for body, status in (("exit 5", 5), ("exit 255", 255), ("kill -TERM $$", 1)):
             with self.subTest(body):
                 self.setUp()
@@ -439,7 +439,7 @@ class FailedRemoval(ToolCase):
                                + "Failed to delete user alice\n", 1)
                 self.assertEqual(self.services(), [])
 
-    def test_a_script_that_cannot_be_run_shows_what_was_not_flushed(self):
+    def test_failed_exec_repeats_unflushed_output_on_stderr(self):
         # Its child ends with the ordinary exit, on standard error: the caller's stream stays clean.
         (SHARES / "rmuser.sh").unlink()
         self.assertRun(self.run_tool(), SHARED + DELETED,

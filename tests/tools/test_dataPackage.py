@@ -27,7 +27,7 @@ class Packages(unittest.TestCase):
         return subprocess.run([sys.executable, ROOT / "platform/icu/dataPackage.py", self.made, *arguments],
                               capture_output=True, text=True, check=False)
 
-    def test_the_used_data_is_what_icupkg_makes_of_it(self):
+    def test_used_data_equals_the_package_from_icupkg(self):
         names = [name for name in icupkg("-l", WHOLE).split() if re.search(r"\.cnv$|^cnvalias\.icu$|^nfkc\.nrm$", name)]
         self.assertGreater(len(names), 150)
         listed = self.folder / "list.txt"

@@ -108,7 +108,7 @@ class Build(Case):
         self.assertEqual(status, 75, said)
         self.assertIn("no such place", said)
 
-    def test_it_is_said_that_it_is_not_run_and_in_ci_it_must_be(self):
+    def test_reports_skipped_macos_tests_and_fails_in_ci(self):
         self.copy("test.sh")
         for name in ("setup.sh", "sandbox.sh"):
             self.stand_in(self.folder / "tools" / name, "exit 0")

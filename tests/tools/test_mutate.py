@@ -198,7 +198,7 @@ class Driver(unittest.TestCase):
         self.assertEqual(sorted(first), sorted(places))
         self.assertEqual([place.mutation.kind for place in first], ["a", "b"] * 30, "the kinds take turns")
 
-    def test_as_many_are_tried_as_are_wanted_however_many_trees_there_are(self):
+    def test_tries_the_wanted_number_with_any_tree_count(self):
         for trees in (1, 2, 7):
             self.page.unlink(missing_ok=True)
             run, asked = self.run_with(20, trees)
@@ -229,7 +229,7 @@ class Driver(unittest.TestCase):
         self.assertEqual(mutate.judges_of("apps/x.cpp", judges)[0].targets, ["tool", "bundle"])
         self.assertEqual(mutate.judges_of("product/x.cpp", judges), [])
 
-    def test_each_file_has_judges_and_each_judge_has_files(self):
+    def test_each_file_has_a_judge_and_vice_versa(self):
         judges = mutate.read_judges(Path(os.environ["PELAGO_JUDGES"]))
         paths = [path for path in mutate.sources([]) if any(mutations(path, (mutate.ROOT / path).read_text()))]
         for path in paths:

@@ -31,7 +31,7 @@ protected:
     static constexpr int TABLE = 2, ENTRY = 2; // blocks
 };
 
-TEST_F(EncodingNamesThreads, AllGetTheSameAnswersToNewNamesAndOneIsKept)
+TEST_F(EncodingNamesThreads, AgreeOnNewNamesAndKeepEachOnce)
 {
     struct {
         const char *name;
@@ -65,7 +65,7 @@ TEST_F(EncodingNamesThreads, ANameInTwoCasesIsKeptOnce)
     }
 }
 
-TEST_F(EncodingNamesThreads, WhoIsOvertakenGivesTheAnswerThatIsKept)
+TEST_F(EncodingNamesThreads, AnOvertakenThreadReturnsTheCachedAnswer)
 {
     UnicodeIANALookup("UTF-8"); // so that the next block is the copy or the entry
     Allocations::Meanwhile([] {
@@ -78,7 +78,7 @@ TEST_F(EncodingNamesThreads, WhoIsOvertakenGivesTheAnswerThatIsKept)
 }
 
 // Between an insertion's look at the bucket and its entry.
-TEST_F(EncodingNamesThreads, WhoIsOvertakenWhileKeepingANameKeepsItOnce)
+TEST_F(EncodingNamesThreads, AnOvertakenInsertionKeepsTheNameOnce)
 {
     UnicodeIANALookup("UTF-8");
     Allocations::Meanwhile([] {

@@ -93,7 +93,7 @@ std::vector<EncodingRow> RowsOf(int encoding)
     return rows;
 }
 
-TEST(EncodingTable, HasARowForEachEncodingAndASecondOneForIso8859_6)
+TEST(EncodingTable, HasOneRowPerEncodingAndOneExtra)
 {
     EXPECT_EQ(std::size(ENCODING_ROWS), 325u);
     for (int encoding = 0; encoding < 324; encoding++) {
@@ -110,7 +110,7 @@ TEST(EncodingTable, CountsAsItShould)
     EXPECT_EQ(count([](const EncodingRow &row) { return row.isSupported; }), 77);
 }
 
-TEST(EncodingTable, EveryRowHasNamesAndPrefersOneOfThem)
+TEST(EncodingTable, EveryRowPrefersOneOfItsNames)
 {
     for (const EncodingRow &row : ENCODING_ROWS) {
         const auto count = static_cast<int32_t>(NamesOf(row).size());
@@ -146,7 +146,7 @@ std::string ConstantName(const std::string &preferred)
     return name.back() == '_' ? name.substr(0, name.size() - 1) : name;
 }
 
-TEST(EncodingTable, ConstantsAreNamedAfterTheirPreferredNamesUnlessTheseAreTaken)
+TEST(EncodingTable, ConstantsBearTheirPreferredNamesUnlessTaken)
 {
     std::set<std::string> taken;
     for (const PromisedEncoding &promised : PROMISED_ENCODINGS) {
@@ -158,7 +158,7 @@ TEST(EncodingTable, ConstantsAreNamedAfterTheirPreferredNamesUnlessTheseAreTaken
     }
 }
 
-TEST(EncodingTable, HoldsPreferredNamesSupportAndCodePagesAsPromised)
+TEST(EncodingTable, HoldsThePromisedNamesSupportAndCodePages)
 {
     for (const auto &[value, constant, constantName, preferred, isSupported, codePages] :
          PROMISED_ENCODINGS) {
@@ -293,7 +293,7 @@ TEST(EncodingTable, EndsWithTheEncodingsThatOnlyWindowsNumbers)
     }
 }
 
-TEST(EncodingTable, IsInTheOrderOfMibEnumsButForTwoRows)
+TEST(EncodingTable, IsSortedByMibEnumExceptTwoRows)
 {
     int last = 0;
     std::vector<std::pair<int, int>> late; // and what each comes after
@@ -308,7 +308,7 @@ TEST(EncodingTable, IsInTheOrderOfMibEnumsButForTwoRows)
     EXPECT_THAT(late, ElementsAre(std::pair(2011, 2043), std::pair(2010, 2045)));
 }
 
-TEST(EncodingTable, SixRowsWithoutAMibEnumStandBehindTheirCharacterSet)
+TEST(EncodingTable, SixRowsWithoutMibEnumFollowTheirCharset)
 {
     std::vector<std::pair<int, int>> found; // behind which encoding
     for (size_t i = 1; i < 325 - 61; i++) {
@@ -486,28 +486,28 @@ TEST_F(EncodingLookup, KeepsThatANameIsNotConverted)
     EXPECT_EQ(sWarnings, "");
 }
 
-TEST_F(EncodingLookup, KeepsTheAnswerForAnyCaseOfTheName)
+TEST_F(EncodingLookup, CachesTheAnswerForAnyCase)
 {
     UnicodeIANALookup("UTF-8");
     EXPECT_EQ(Blocks("utf-8"), 0u);
     EXPECT_EQ(UnicodeIANALookup("utf-8"), STRING_ENCODING_UTF_8);
 }
 
-TEST_F(EncodingLookup, KeepsTheAnswerForTheNameAsItWasSpelt)
+TEST_F(EncodingLookup, CachesTheAnswerUnderTheGivenSpelling)
 {
     UnicodeIANALookup("U T F 8");
     EXPECT_EQ(Blocks("u t f 8"), 0u);
     EXPECT_EQ(Blocks("utf8"), size_t{COPY + ENTRY});
 }
 
-TEST_F(EncodingLookup, FindsAPrefixInCapitalsOnlyOnceTheCodePageIsKept)
+TEST_F(EncodingLookup, FindsACapitalPrefixOnlyAfterCaching)
 {
     EXPECT_EQ(UnicodeIANALookup("WINDOWS-949"), STRING_ENCODING_UNKNOWN);
     EXPECT_EQ(UnicodeIANALookup("windows-949"), STRING_ENCODING_WINDOWS_949_2000);
     EXPECT_EQ(UnicodeIANALookup("WINDOWS-949"), STRING_ENCODING_WINDOWS_949_2000);
 }
 
-TEST_F(EncodingLookup, GivesTheNameThatTwoRowsSpellInTwoCasesToWhoeverWasAskedFirst)
+TEST_F(EncodingLookup, CachesTheFirstOfTwoCaseVariants)
 {
     EXPECT_EQ(UnicodeIANALookup("ISO-8859-8-I"), STRING_ENCODING_ISO_8859_8_I);
     EXPECT_EQ(UnicodeIANALookup("iso-8859-8-i"), STRING_ENCODING_ISO_8859_8_I);
@@ -598,7 +598,7 @@ TEST_F(EncodingLookupAndPlainSearch, AgreeOnEveryNameSpeltOtherwise)
     }
 }
 
-TEST_F(EncodingLookupAndPlainSearch, AgreeOnEveryNameWithAByteMoreOrLess)
+TEST_F(EncodingLookupAndPlainSearch, AgreeOnNamesAByteLongerOrShorter)
 {
     for (const auto &[name, row] : PlainNames()) {
         Expect(name + "0");
@@ -609,7 +609,7 @@ TEST_F(EncodingLookupAndPlainSearch, AgreeOnEveryNameWithAByteMoreOrLess)
     }
 }
 
-TEST_F(EncodingLookupAndPlainSearch, AgreeOnEveryCodePageAndTheNumbersAroundIt)
+TEST_F(EncodingLookupAndPlainSearch, AgreeOnEveryCodePageAndItsNeighbours)
 {
     for (const EncodingRow &row : ENCODING_ROWS) {
         for (int number = row.codePage - 1; number <= row.codePage + 1; number++) {

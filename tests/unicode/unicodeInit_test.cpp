@@ -132,7 +132,7 @@ TEST_F(UnicodeInit, LetsThreadsRaceAndLooksOnce)
 
 // GoogleTest runs death tests first, which is before a thread has initialised this process.
 using UnicodeInitDeathTest = UnicodeInit;
-TEST_F(UnicodeInitDeathTest, EndsTheProcessWhenTheCodeSetLayerFails)
+TEST_F(UnicodeInitDeathTest, EndsTheProcessWhenCodeSetInitFails)
 {
     EXPECT_PANIC(
         {

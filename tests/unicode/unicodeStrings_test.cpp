@@ -213,7 +213,7 @@ TEST_P(BothWays, WhatIsNoTextFromOutsideIsRefused)
     EXPECT_EQ(Unicode_AllocIfValid("\xff", -1, STRING_ENCODING_UTF_8), nullptr);
 }
 
-TEST_P(BothWays, TextFromOutsideInAnEncodingThatOnlyIcuConverts)
+TEST_P(BothWays, TextFromOutsideInOtherEncodingsNeedsIcu)
 {
     EXPECT_EQ(AllocIfValid("caf\xe9", STRING_ENCODING_ISO_8859_1),
               CodeSet_IsIcuInUse() ? "caf\u00e9" : "EINVAL");
@@ -284,13 +284,13 @@ TEST_P(BothWays, OnlyTheCountedBytesAreRead)
     EXPECT_EQ(Take(Unicode_AllocWithLength(block.get(), 2, STRING_ENCODING_UTF_8)), "ab");
 }
 
-TEST_P(BothWays, AZeroUnitAmongTheCountedBytesEndsTheString)
+TEST_P(BothWays, AZeroUnitEndsACountedString)
 {
     EXPECT_EQ(Alloc("a\0b"s, STRING_ENCODING_UTF_8), "a");
     EXPECT_EQ(Alloc(Le(std::u16string_view(u"a\0b", 3)), STRING_ENCODING_UTF_16LE), "a");
 }
 
-TEST_P(BothWays, NoBytesGiveAnEmptyStringInAnyEncoding)
+TEST_P(BothWays, AnyEncodingReadsNoBytesAsEmptyString)
 {
     const char nothing[4] = {};
     for (const Encoding &encoding : AllEncodings()) {
@@ -310,12 +310,12 @@ TEST_F(WithIcu, WhatIsInvalidBecomesAReplacementCharacter)
                                                                        "a");
 }
 
-TEST_F(WithIcu, ASingleByteOfATwoByteEncodingBecomesItsSubstitute)
+TEST_F(WithIcu, ALoneLeadByteBecomesTheSubstitute)
 {
     EXPECT_EQ(Alloc("\x81 ", STRING_ENCODING_SHIFT_JIS), "\x1a ");
 }
 
-TEST_F(WithoutIcu, SingleBytesOfAsciiAreTheOnlyOnesThatAreReplaced)
+TEST_F(WithoutIcu, InvalidAsciiBytesAreReplaced)
 {
     EXPECT_EQ(Alloc("a\xff z", STRING_ENCODING_ASCII), "a\ufffd z");
 }
@@ -396,7 +396,7 @@ TEST_P(BothWays, StrictlyNothingInvalidIsTaken)
     EXPECT_EQ(Strict("\x81 ", STRING_ENCODING_SHIFT_JIS), NONE);
 }
 
-TEST_P(BothWays, StrictlyUtf8AndAsciiAreCopiedAndNotConverted)
+TEST_P(BothWays, StrictlyUtf8AndAsciiAreOnlyCopied)
 {
     for (const StringEncoding encoding : {STRING_ENCODING_UTF_8, STRING_ENCODING_ASCII}) {
         const auto sizes = Allocations::SizesIn([&] { EXPECT_EQ(Strict("abc", encoding), "abc"); });
@@ -462,7 +462,7 @@ TEST_P(BothWays, ANewListHasRoomForItsEnd)
     EXPECT_EQ(firstSize(Unicode_GetAllocList), 2 * sizeof(char *));
 }
 
-TEST_P(BothWays, AListOfNothingButItsEndIsOne)
+TEST_P(BothWays, AListMayHoldOnlyItsTerminator)
 {
     List list = {nullptr};
     EXPECT_EQ(TakeList(Unicode_AllocList(list.data(), -1, STRING_ENCODING_UTF_8), 1),
@@ -471,13 +471,13 @@ TEST_P(BothWays, AListOfNothingButItsEndIsOne)
               Strings{NONE});
 }
 
-TEST_P(BothWays, AListOfNoEntriesIsNotLookedAt)
+TEST_P(BothWays, ACountedEmptyListIsNotRead)
 {
     TakeList(Unicode_AllocList(nullptr, 0, STRING_ENCODING_UTF_8), 0);
     TakeList(Unicode_GetAllocList(nullptr, 0, STRING_ENCODING_UTF_8), 0);
 }
 
-TEST_F(WithoutIcuDeathTest, AListWithABadBufferEndsTheProcess)
+TEST_F(WithoutIcuDeathTest, AnInvalidListEntryEndsTheProcess)
 {
     const std::string bad = "\xff";
     List list = {Text(ONE), Text(bad)};
@@ -516,7 +516,7 @@ TEST_P(BothWays, ATerminatedListOfStringsStaysTerminated)
               (Strings{ONE_16, TWO_16, NONE}));
 }
 
-TEST_P(BothWays, OneStringThatCannotBeHadFailsTheListAndLeavesNothing)
+TEST_P(BothWays, OneUnconvertibleStringFailsTheListWithoutLeaks)
 {
     List list = {Text(TWO), nullptr, Text(TWO), Text(ONE), Text(TWO), nullptr};
     for (const ssize_t count : {6, -1}) {
@@ -576,7 +576,7 @@ TEST_P(BothWays, NoStringGivesNoBytes)
     }
 }
 
-TEST_P(BothWays, OnlyTheCountedPartOfAStringIsWritten)
+TEST_P(BothWays, OnlyAStringsCountedPartIsWritten)
 {
     for (const ssize_t length : {0, 1, 3}) {
         const std::string part = MIXED.substr(0, static_cast<size_t>(length));
@@ -619,7 +619,7 @@ TEST_P(BothWays, Utf8IsWrittenAsItIs)
     EXPECT_EQ(sizes, std::vector<size_t>{3});
 }
 
-TEST_P(BothWays, AStringIsNotWrittenInAnEncodingThatLacksItsCharacters)
+TEST_P(BothWays, AStringWithUnrepresentableCharactersIsNotWritten)
 {
     EXPECT_EQ(GetBytes("caf\u00e9", STRING_ENCODING_ASCII), NONE);
     EXPECT_FALSE(Unicode_CanGetBytesWithEncoding("caf\u00e9", STRING_ENCODING_ASCII));
@@ -636,7 +636,7 @@ TEST_F(WithoutIcu, AStringIsNotWrittenInOtherEncodings)
     }
 }
 
-TEST_P(BothWays, TheQuestionWhetherAStringCanBeWrittenLeavesNothing)
+TEST_P(BothWays, CheckingWhetherAStringConvertsLeaksNothing)
 {
     Unicode_CanGetBytesWithEncoding("a", STRING_ENCODING_UTF_16LE); // what is kept for later
     const ptrdiff_t live = Allocations::Live();
@@ -650,7 +650,7 @@ TEST_P(BothWays, TheQuestionWhetherAStringCanBeWrittenLeavesNothing)
 constexpr char NO_GET[] = "NOT_IMPLEMENTED lib/unicode/unicodeSimpleBase:741\n";
 constexpr char NO_COPY[] = "NOT_IMPLEMENTED lib/unicode/unicodeSimpleBase:554\n";
 
-TEST_P(BothWaysDeathTest, AStringThatIsNotUtf8IsNeverWrittenInUtf16le)
+TEST_P(BothWaysDeathTest, AnInvalidStringPanicsInUtf16le)
 {
     char out[8];
     EXPECT_PANIC(Unicode_GetAllocBytes("\xff", STRING_ENCODING_UTF_16LE), NO_GET);
@@ -747,7 +747,7 @@ TEST_P(BothWays, ACopyInAsciiIsCutAnywhere)
     }
 }
 
-TEST_F(WithIcu, ACopyInOtherEncodingsIsCutBetweenBytes)
+TEST_F(WithIcu, CopiesInOtherEncodingsAreCutBetweenBytes)
 {
     const auto expect = [](const std::string &string, StringEncoding encoding,
                            const std::string &bytes) {
@@ -819,7 +819,7 @@ struct IllFormedCut {
     std::string left;
 };
 
-TEST_P(BothWays, ACutLeavesNoPartOfACharacterOfIllFormedTextEither)
+TEST_P(BothWays, ACutOfInvalidTextEndsBetweenCharacters)
 {
     const IllFormedCut cuts[] = {
         {"a\xc3"s + "b", 2, "a"},      // a leading byte without the rest
@@ -990,7 +990,7 @@ size_t WidthOf(StringEncoding encoding)
     }
 }
 
-TEST(UnicodeBytesRequired, IsTheWidthForEachCharacterAndTenMore)
+TEST(UnicodeBytesRequired, IsTheWidthTimesCharactersPlusTen)
 {
     for (const auto &[string, characters] : COUNTED) {
         const Block block(std::string(string) + '\0');
@@ -1165,7 +1165,7 @@ TEST_F(WithIcu, AnEscapedHalfOfAPairIsReplaced)
                                                                       "b");
 }
 
-TEST_F(WithoutIcuDeathTest, AnEscapedHalfOfAPairEndsTheProcess)
+TEST_F(WithoutIcuDeathTest, AnEscapedLoneSurrogateEndsTheProcess)
 {
     EXPECT_PANIC(Unicode_AllocFromEscapedAscii("\\ud800", true),
                  "Unicode_AllocWithLength: Couldn't convert invalid buffer [\\x00\\xD8] from "

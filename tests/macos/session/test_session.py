@@ -103,7 +103,7 @@ class SessionTest(MacTest):
 
 
 class Whole(SessionTest):
-    def test_from_the_start_to_the_end_of_the_pipe(self):
+    def test_closed_pipe_ends_and_undoes_the_session(self):
         tool = self.begin()
         self.assertEqual(tool.stdout.readline().decode(), SHARED)
         self.assertEqual(list(host.mac.records["SharePoints"]), ["Docs"])

@@ -98,7 +98,7 @@ class WholeSession(MacTest):
             self.assert_unchanged(before)
             self.assertCountEqual(os.listdir(self.folder), ['f', 'sub'])
 
-    def test_what_the_client_wrote_goes_to_the_owner_of_the_folder(self):
+    def test_client_files_become_the_folder_owners(self):
         self.add_both()
         new, link = self.folder + '/-new\n', self.folder + '/link'
         host.mac.client_writes('alice', new)
@@ -110,7 +110,7 @@ class WholeSession(MacTest):
         self.assertEqual([os.lstat(one).st_uid for one in (new, link, '/etc/passwd')], [501, 501, 0])
         self.assertEqual(host.mac.entries, {})
 
-    def test_what_was_moved_into_the_folder_does_not_hinder_its_end(self):
+    def test_file_moved_into_folder_does_not_prevent_removal(self):
         self.add_both()
         write(self.folder + '/moved', 'without an entry\n')
         self.remove_both()
@@ -137,7 +137,7 @@ class WholeSession(MacTest):
         for call in host.calls:
             self.assertNotIn(SECRET.encode(), call.environ)
 
-    def test_the_password_is_seen_by_nobody_whatever_the_environment_asks_of_the_shell(self):
+    def test_shellopts_does_not_reveal_the_password(self):
         write(self.password_file, SECRET)
         log = self.scratch + '/strace'
         octal = b''.join(b'\\%03o' % byte for byte in SECRET.encode())
@@ -192,7 +192,7 @@ class WholeSession(MacTest):
 
 class AddUser(MacTest):
 
-    def test_makes_a_hidden_user_with_a_group_of_its_own(self):
+    def test_makes_a_hidden_user_and_its_own_group(self):
         self.assert_done(self.add_user())
         user, group = host.mac.records['Users']['alice'], host.mac.records['Groups']['alice']
         for record in (user, group):
@@ -205,7 +205,7 @@ class AddUser(MacTest):
         self.assertEqual(list(user)[0], 'RealName', 'the mark comes first')
         self.assertEqual(list(user)[-1], 'UniqueID', 'and what makes it a user last')
 
-    def test_the_password_is_set_after_its_hash_for_smb_was_asked_for(self):
+    def test_sets_the_password_again_after_requesting_smb_hash(self):
         self.assert_done(self.add_user())
         asked = [call.name for call in host.calls if call.name == 'osascript' or
                  '-sethashtypes' in call.args]
@@ -292,7 +292,7 @@ class AddUser(MacTest):
                 self.assert_refused(self.add_user(user), reason)
                 self.assert_unchanged(before)
 
-    def test_takes_a_number_that_neither_a_user_nor_a_group_has(self):
+    def test_takes_a_number_free_of_users_and_groups(self):
         host.mac.add('Users', 'one', UniqueID='499')
         host.mac.add('Groups', 'two', PrimaryGroupID='498')
         self.assert_done(self.add_user())
@@ -305,7 +305,7 @@ class AddUser(MacTest):
         self.assert_refused(self.add_user(), 'no number from 401 to 499 is free')
         self.assert_unchanged(before)
 
-    def test_gives_up_a_number_that_another_program_takes_meanwhile(self):
+    def test_fails_when_another_program_takes_the_number(self):
         def intrude(call):
             if call.args[1:] == ['-create', '/Users/alice', 'UniqueID', '499']:
                 host.mac.add('Users', 'intruder', UniqueID='499')
@@ -314,7 +314,7 @@ class AddUser(MacTest):
         self.assertNotIn('alice', host.mac.records['Users'])
         self.assertIn('intruder', host.mac.records['Users'])
 
-    def test_joins_the_access_group_only_where_there_is_one(self):
+    def test_joins_the_access_group_if_it_exists(self):
         self.assert_done(self.add_user())
         self.assertEqual(self.asked('dseditgroup'), [])
         self.assertNotIn(machost.ACCESS_GROUP, host.mac.records['Groups'])
@@ -372,7 +372,7 @@ class AddShare(MacTest):
                 'guests': ['000'], 'read_only': [read_only]})
             self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
 
-    def test_opens_the_way_only_where_it_is_closed_and_closes_it_in_reverse(self):
+    def test_grants_only_missing_access_and_revokes_in_reverse(self):
         os.makedirs(self.home + '/a/b/c', 0o755)
         os.chmod(self.home + '/a/b', 0o750)
         folder = self.make_folder(self.home + '/a/b/c/d')
@@ -396,7 +396,7 @@ class AddShare(MacTest):
                 self.assert_done(self.run_script('rmshare', 'Docs', folder))
                 self.assert_unchanged(before)
 
-    def test_any_number_of_slashes_leads_to_the_same_folder(self):
+    def test_repeated_slashes_mean_the_same_folder(self):
         self.assert_done(self.add_share(folder='//' + self.folder.replace('/', '//') + '/'))
         self.assertEqual(host.mac.attribute('SharePoints', 'Docs', 'directory_path'), self.folder)
         self.assertEqual(self.entries(self.home), [' 0: user:alice allow search'])
@@ -502,7 +502,7 @@ class AddShare(MacTest):
         self.assert_refused(self.add_share('More'), 'has a share already')
         self.assert_unchanged(before)
 
-    def test_two_users_share_one_folder_without_disturbing_each_other(self):
+    def test_two_users_share_one_folder_independently(self):
         self.assert_done(self.add_share())
         before = host.snapshot()
         self.assert_done(self.add_user('carol'))
@@ -511,7 +511,7 @@ class AddShare(MacTest):
         self.assert_done(self.run_script('rmuser', 'carol'))
         self.assert_unchanged(before)
 
-    def test_refuses_a_macos_whose_sharing_cannot_make_a_share_read_only(self):
+    def test_refuses_macos_without_read_only_shares(self):
         host.mac.sharing_has_r = False
         before = host.snapshot()
         for access in ('ro', 'rw'):
@@ -523,7 +523,7 @@ class AddShare(MacTest):
         self.assert_done(self.add_share())
         self.assertEqual([call.args[-1] for call in host.calls if call.name == 'nc'], ['22'] + ['445'] * 8)
 
-    def test_undoes_everything_when_the_smb_service_does_not_come_up(self):
+    def test_undoes_everything_when_smb_does_not_start(self):
         before = host.snapshot()
         host.mac.smb_after = 10 ** 6
         host.calls.clear()
@@ -531,14 +531,14 @@ class AddShare(MacTest):
         self.assertGreater(len(self.asked('nc')), 250)
         self.assert_unchanged(before)
 
-    def test_waits_no_longer_when_each_look_takes_its_time(self):
+    def test_slow_checks_do_not_extend_the_wait(self):
         host.mac.smb_after, host.mac.nc_seconds = 10 ** 6, 1
         start = host.mac.clock
         self.assert_refused(self.add_share(), 'the SMB service has not come up within 30 s')
         self.assertGreaterEqual(host.mac.clock - start, 29)
         self.assertLess(host.mac.clock - start, 33)
 
-    def test_does_not_wait_for_ever_when_the_clock_is_set_back(self):
+    def test_wait_ends_when_clock_is_set_back(self):
         def set_back(call):
             if call.name == 'sleep':
                 host.mac.clock -= 1
@@ -546,7 +546,7 @@ class AddShare(MacTest):
         host.hook = set_back
         self.assert_refused(self.add_share(), 'the SMB service has not come up')
 
-    def test_gives_no_access_to_what_the_owner_could_have_put_there(self):
+    def test_gives_no_access_to_links_or_foreign_files(self):
         before = host.snapshot()
         secret = write(self.scratch + '/secret', 'of root', 0o600)
         os.link(secret, self.folder + '/a second name')
@@ -561,7 +561,7 @@ class AddShare(MacTest):
         self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
         self.assert_unchanged(before)
 
-    def test_gives_no_second_name_of_roots_own_files_either(self):
+    def test_gives_no_access_to_roots_hard_links(self):
         secret = write(self.scratch + '/secret', 'of root', 0o600)
         folder = self.scratch + '/of root'
         os.mkdir(folder, 0o755)
@@ -569,7 +569,7 @@ class AddShare(MacTest):
         self.assert_done(self.add_share(folder=folder))
         self.assertEqual(set(host.mac.entries), {folder})
 
-    def test_a_file_that_becomes_a_link_meanwhile_leads_nowhere(self):
+    def test_granting_follows_no_swapped_in_link(self):
         secret = write(self.scratch + '/secret', 'of root', 0o600)
 
         def swap(path):
@@ -583,7 +583,7 @@ class AddShare(MacTest):
         self.assertTrue(os.path.islink(self.folder + '/f'))
         host.mac.swap = None
 
-    def test_a_file_that_becomes_a_link_before_the_removal_leads_nowhere_either(self):
+    def test_revoking_follows_no_swapped_in_link(self):
         self.assert_done(self.add_share())
         hers = write(self.scratch + '/hers', 'with access', 0o600)
         host.mac.entries[hers] = host.mac.entries[self.folder + '/f']
@@ -598,7 +598,7 @@ class AddShare(MacTest):
         self.assertTrue(os.path.islink(self.folder + '/f'))
         host.mac.swap = None
 
-    def test_a_folder_that_becomes_a_link_meanwhile_leads_nowhere(self):
+    def test_refuses_a_folder_swapped_for_a_link(self):
         before = host.snapshot()
         elsewhere = self.make_folder(self.scratch + '/elsewhere')
 
@@ -612,7 +612,7 @@ class AddShare(MacTest):
         self.assertEqual([path for path in host.mac.entries if path.startswith(elsewhere)], [])
         self.assert_unchanged(before)
 
-    def test_is_undone_as_far_as_possible_when_the_directory_gives_no_answer(self):
+    def test_undoes_most_steps_without_the_directory_service(self):
         shared = []
 
         def deaf(call):
@@ -630,7 +630,7 @@ class AddShare(MacTest):
         self.assertEqual(len(shared), 1)
         self.assert_done(self.add_share())
 
-    def test_takes_no_share_for_its_own_that_leads_elsewhere(self):
+    def test_refuses_a_share_with_an_unexpected_path(self):
         """The directory would show the folder in another way than it was given."""
         before = host.snapshot()
 
@@ -688,14 +688,14 @@ class Removing(MacTest):
             self.assert_refused(self.run_script('rmuser', user), 'user name')
         self.assert_unchanged(before)
 
-    def test_leaves_a_share_that_came_in_place_of_ours(self):
+    def test_keeps_a_share_that_replaced_its_own(self):
         self.add_both()
         host.mac.records['SharePoints']['Docs']['directory_path'] = ['/srv']
         self.remove_both()
         self.assertIn('Docs', host.mac.records['SharePoints'])
         self.assertEqual(host.mac.entries, {})
 
-    def test_a_user_that_goes_first_takes_its_share_along(self):
+    def test_removing_the_user_also_removes_its_share(self):
         before = host.snapshot()
         self.add_both()
         self.assert_done(self.run_script('rmuser', 'alice'))
@@ -715,7 +715,7 @@ class Removing(MacTest):
         self.assertNotIn('Docs', host.mac.records['SharePoints'])
         self.assertTrue(any(refusing))
 
-    def test_a_user_goes_whatever_the_directory_says_of_shares(self):
+    def test_removes_the_user_when_shares_are_unreadable(self):
         for verb in ('-list', '-read'):
             host.wipe()
             self.add_both()
@@ -726,7 +726,7 @@ class Removing(MacTest):
             self.assertNotIn('alice', host.mac.records['Groups'])
             self.assertEqual((host.mac.passwords, host.mac.entries), ({}, {}))
 
-    def test_a_user_goes_even_when_it_cannot_leave_the_access_group(self):
+    def test_removes_user_who_cannot_leave_access_group(self):
         host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
         before = host.snapshot()
         for script, args in (('rmuser', ['alice']),
@@ -742,7 +742,7 @@ class Removing(MacTest):
         self.assert_done(self.run_script('rmuser', 'alice'))
         self.assert_unchanged(before)
 
-    def test_a_user_goes_even_when_nothing_is_known_of_its_group(self):
+    def test_removes_the_user_when_its_group_is_unreadable(self):
         self.assert_done(self.add_user())
         self.refuse(lambda call: call.name == 'dscl' and call.args[2] == '/Groups')
         self.assert_refused(self.run_script('rmuser', 'alice'), 'the group alice may still be there')
@@ -751,7 +751,7 @@ class Removing(MacTest):
         self.assert_done(self.run_script('rmuser', 'alice'))
         self.assertNotIn('alice', host.mac.records['Groups'])
 
-    def test_nothing_is_removed_while_it_is_not_known_whose_it_is(self):
+    def test_changes_nothing_when_users_are_unreadable(self):
         self.assert_done(self.add_user())
         before = host.snapshot()
         for args in (['-list', '/Users'], ['-read', '/Users/alice']):
@@ -760,7 +760,7 @@ class Removing(MacTest):
                 self.assert_refused(result, 'dscl: out of order')
             self.assert_unchanged(before)
 
-    def test_says_what_it_cannot_undo_while_the_directory_gives_no_answer(self):
+    def test_reports_a_user_that_may_be_left(self):
         failed = []
 
         def deaf(call):
@@ -777,7 +777,7 @@ class Removing(MacTest):
             host.fault = (1, 10 ** 6, 'refuse') if condition(call) else None
         host.hook = hook
 
-    def test_a_folder_that_has_gone_is_told_once_and_forgotten(self):
+    def test_reports_a_missing_folder_only_once(self):
         before = host.snapshot()
         self.add_both()
         os.rename(self.folder, self.home + '/gone')
@@ -791,7 +791,7 @@ class Removing(MacTest):
         host.mac.entries.clear()
         self.assert_unchanged(before)
 
-    def test_a_folder_that_has_gone_does_not_hinder_the_next_session(self):
+    def test_missing_folder_does_not_block_the_next_session(self):
         session = self.session()
         self.add_both(run=session.run)
         session.kill()
@@ -802,7 +802,7 @@ class Removing(MacTest):
         self.assertIn('the access of alice stays on', result.output)
         os.unlink(self.folder)
 
-    def test_dies_with_no_user_behind_a_delete_that_only_says_it_did(self):
+    def test_detects_a_user_deletion_that_did_nothing(self):
         self.assert_done(self.add_user())
         saved = host.save()
         host.restore(saved)

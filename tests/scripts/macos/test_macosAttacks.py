@@ -99,7 +99,7 @@ class LinksOnTheWay(AttackTest):
             with self.subTest(path):
                 self.assert_attack_fails(self.home + path)
 
-    def test_what_others_own_without_a_link_is_the_callers_affair(self):
+    def test_shares_another_owners_folder_named_without_links(self):
         self.assert_shared(self.hers_inside, self.hers_inside)
         self.assert_shared(self.home + '/../carol/Documents', self.hers_inside)
 
@@ -162,12 +162,12 @@ class LinksOnTheWay(AttackTest):
         host.hook = host.fault = None
         self.assert_shared(link)
 
-    def test_a_folder_of_roots_only_by_its_own_path(self):
+    def test_shares_roots_folder_only_by_its_path(self):
         folder = self.make(self.scratch + '/of root', 0)
         self.assert_attack_fails(self.link(folder, self.scratch + '/link', 0), 'its own path is "%s"' % folder)
         self.assert_shared(folder, folder)
 
-    def test_a_folder_of_roots_where_others_can_put_one_of_its_name(self):
+    def test_refuses_roots_folder_that_others_can_replace(self):
         for path in (self.home + '/of root', self.home + '/Documents/sub/of root'):
             folder = self.make(path, 0)
             self.assert_attack_fails(folder)
@@ -309,7 +309,7 @@ class Pipes(AttackTest):
                 os.mkfifo(path)
         host.mac.swap = swap
 
-    def test_put_in_place_of_a_file_hold_up_no_script_for_ever(self):
+    def test_pipe_swapped_for_a_file_hangs_no_script(self):
         self.swap_in(self.folder + '/f')
         self.assert_refused(self.add_share(), 'cannot give alice access to all in "%s": ' % self.folder)
         host.mac.swap = None
@@ -322,7 +322,7 @@ class Pipes(AttackTest):
         self.assertEqual(host.held_up, [self.folder + name for name in ('/f', '/sub/deep')])
 
 
-    def test_put_in_place_of_a_file_that_is_given_away_hold_up_no_script_for_ever(self):
+    def test_pipe_does_not_hang_the_change_of_owner(self):
         owner = self.session()
         self.assert_done(self.run_script('rmuser', 'alice'))
         self.add_both(run=owner.run)
@@ -368,13 +368,13 @@ class FilesThatCannotBeChanged(AttackTest):
         self.assertEqual(self.run_script('rmuser', 'alice', run=self.owner.run).status, 1 if reason else 0)
         self.assertNotIn('alice', host.mac.records['Users'])
 
-    def test_what_the_client_has_locked_is_unlocked_and_the_owners(self):
+    def test_files_locked_by_the_client_become_the_owners(self):
         locked = [self.client_locks('/-new ' + flag, flag) for flag in ('uchg', 'schg', 'uappnd', 'sappnd')]
         self.end()
         self.assert_unchanged(self.before)
         self.assertEqual({os.stat(path).st_uid for path in locked}, {501})
 
-    def test_what_the_owner_has_locked_stays_so_and_hinders_nobody(self):
+    def test_owners_locked_file_does_not_block_new_sessions(self):
         host.mac.flags[self.folder + '/f'] = {'uchg'}
         self.end('cannot take the access of alice back: f: Operation not permitted')
         self.owner.kill()
@@ -382,7 +382,7 @@ class FilesThatCannotBeChanged(AttackTest):
         self.assert_done(self.add_share('Docs', 'dave', folder=self.make_folder(self.home + '/other')))
         self.assertEqual(host.mac.flags, {self.folder + '/f': {'uchg'}})
 
-    def test_a_disk_that_can_only_be_read_now_hinders_nobody(self):
+    def test_disk_turned_read_only_blocks_no_new_session(self):
         new = self.folder + '/new'
         host.mac.client_writes('alice', new)
         host.mac.read_only.add(self.folder)
@@ -400,7 +400,7 @@ class FilesThatCannotBeChanged(AttackTest):
         self.end()
         self.assertEqual(host.mac.entries, {})
 
-    def test_a_share_that_clients_may_still_reach_stops_the_next_session(self):
+    def test_share_that_cannot_be_removed_blocks_new_sessions(self):
         self.owner.kill()
 
         def refuse(call):
@@ -428,7 +428,7 @@ class FilesThatCannotBeChanged(AttackTest):
 
 class OddNames(AttackTest):
 
-    def test_of_files_are_shown_without_what_a_terminal_heeds(self):
+    def test_messages_replace_control_characters_in_file_names(self):
         name = '/\x1b[2Jf\r'
         path = write(self.folder + name, 'some text\n')
         os.chown(path, 501, -1)
@@ -459,7 +459,7 @@ class AccessEntries(AttackTest):
         self.before = host.snapshot()
         self.assert_shared(self.folder)
 
-    def test_two_of_the_user_on_one_file_both_go(self):
+    def test_removes_two_access_entries_on_one_file(self):
         self.assert_done(self.add_share())
         mine = host.mac.entries[self.folder + '/f'][0]
         host.mac.entries[self.folder + '/f'] = [mine, mine[:3] + (True,)]
@@ -467,7 +467,7 @@ class AccessEntries(AttackTest):
         self.assert_done(self.run_script('rmshare', 'Docs', self.folder))
         self.assert_unchanged(self.before)
 
-    def test_in_an_order_that_chmod_does_not_keep_are_named(self):
+    def test_refuses_access_entries_in_noncanonical_order(self):
         bob = host.mac.attribute('Users', 'bob', 'GeneratedUID')
         host.mac.entries[self.folder + '/f'] = [(bob, 'allow', 'read', False), (bob, 'deny', 'write', False)]
         self.before = host.snapshot()
@@ -476,7 +476,7 @@ class AccessEntries(AttackTest):
 
 class Clients(AttackTest):
 
-    def test_get_in_with_the_password_and_only_until_the_end(self):
+    def test_client_needs_the_password_and_a_running_share(self):
         self.assertIsNone(host.mac.client_connects('alice', PASSWORD.encode(), 'Docs'))
         self.assert_done(self.add_share())
         self.assertIsNone(host.mac.client_connects('alice', b'wrong', 'Docs'))
@@ -484,7 +484,7 @@ class Clients(AttackTest):
         self.remove_both()
         self.assertIsNone(host.mac.client_connects('alice', PASSWORD.encode(), 'Docs'))
 
-    def test_that_stay_connected_write_as_nobody_who_comes_later(self):
+    def test_new_user_never_gets_a_connected_clients_number(self):
         self.assert_done(self.add_share())
         client = host.mac.client_connects('alice', PASSWORD.encode(), 'Docs')
         drop_box = self.make(self.scratch + '/Drop Box', 0, 0o777)
@@ -498,7 +498,7 @@ class Clients(AttackTest):
             self.assert_done(self.run_script('rmuser', user))
         self.assertEqual(numbers, {client.number})
 
-    def test_leave_nothing_that_makes_who_runs_it_the_owner(self):
+    def test_clears_set_id_bits_of_client_files(self):
         self.assert_done(self.add_share())
         for name in ('/-run me\n', '/sub/me', '/.too'):
             host.mac.client_writes('alice', self.folder + name)
@@ -511,7 +511,7 @@ class Clients(AttackTest):
             found = os.stat(self.folder + name)
             self.assertEqual((found.st_uid, found.st_mode & 0o7777), (501, mode), name)
 
-    def test_are_let_in_by_status_0_only_where_the_service_serves(self):
+    def test_succeeds_although_the_service_refuses_clients(self):
         """A connection is all that addshare.sh sees."""
         host.mac.smb_serves = False
         self.assert_done(self.add_share())

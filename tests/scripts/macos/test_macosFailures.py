@@ -67,7 +67,7 @@ class EveryStep(MacTest):
         self.assert_done(self.add_user())
         self.assertGreater(self.fail_each(self.add_share), 12 // self.share)
 
-    def test_that_is_only_said_to_be_done_is_noticed(self):
+    def test_detects_each_step_that_only_pretends_success(self):
         before, saved = host.snapshot(), host.save()
         self.assert_done(self.add_user())
         with_user, with_user_saved = host.snapshot(), host.save()
@@ -119,7 +119,7 @@ class EveryStep(MacTest):
         self.assert_done(self.add_user())
         self.assertGreater(self.remove_in_spite_of_failures('rmuser', ['alice']), 7)
 
-    def test_after_which_nothing_works_any_more_is_made_up_for_by_the_next_session(self):
+    def test_next_session_recovers_after_everything_fails(self):
         before = host.snapshot()
         self.add_both()
         self.remove_both()
@@ -193,7 +193,7 @@ class Interrupted(MacTest):
                 host.restore(saved)
                 self.assert_done(self.add_user())
 
-    def test_a_signal_to_all_ends_what_goes_through_the_files_before_it_is_undone(self):
+    def test_group_signal_ends_find_before_the_undo(self):
         """As from a terminal.  A shell has what it starts in the background ignore SIGINT."""
         self.assert_done(self.add_user())
         before = host.snapshot()
@@ -245,7 +245,7 @@ class Interrupted(MacTest):
                 self.remove_both()
                 self.assert_unchanged(before)
 
-    def test_what_goes_through_the_files_ends_with_a_script_that_is_killed_alone(self):
+    def test_find_ends_when_its_script_is_killed(self):
         before = host.snapshot()
         self.assert_done(self.add_user())
         # pylint: disable=consider-using-with
@@ -309,7 +309,7 @@ class Interrupted(MacTest):
 
 class Sessions(MacTest):
 
-    def test_a_new_session_takes_over_what_a_dead_one_left(self):
+    def test_new_session_takes_over_from_a_dead_one(self):
         before = host.snapshot()
         session = self.session()
         self.add_both(run=session.run)
@@ -322,7 +322,7 @@ class Sessions(MacTest):
         self.remove_both()
         self.assert_unchanged(before)
 
-    def test_a_new_session_of_another_user_ends_the_share_of_a_dead_one(self):
+    def test_another_users_session_ends_a_dead_ones_share(self):
         session = self.session()
         self.add_both(run=session.run)
         session.kill()
@@ -339,7 +339,7 @@ class Sessions(MacTest):
         self.remove_both()
         self.assert_unchanged(before)
 
-    def test_what_a_dead_session_left_can_be_removed_by_hand(self):
+    def test_scripts_remove_leftovers_of_a_dead_session(self):
         before = host.snapshot()
         session = self.session()
         self.add_both(run=session.run)
@@ -355,21 +355,21 @@ class Sessions(MacTest):
         self.assert_refused(self.add_share('Docs', 'carol'), 'in use')
         self.assert_unchanged(before)
 
-    def test_a_session_that_has_ended_but_was_not_waited_for_counts_as_gone(self):
+    def test_zombie_session_counts_as_dead(self):
         session = self.session()
         self.add_both(run=session.run)
         session.process.kill()
         os.waitid(os.P_PID, session.process.pid, os.WEXITED | os.WNOWAIT)
         self.assert_done(self.add_user())
 
-    def test_a_process_that_has_the_number_now_is_not_the_session(self):
+    def test_reused_pid_is_not_the_session(self):
         session = self.session()
         self.add_both(run=session.run)
         session.kill()
         write(machost.STATE + '/users/alice', '%d Thu Jan 1 00:00:00 1970\n' % os.getpid())
         self.assert_done(self.add_user())
 
-    def test_a_session_of_which_nothing_can_be_learnt_counts_as_living(self):
+    def test_session_of_unknown_state_counts_as_living(self):
         self.add_both(run=self.session().run)
         before = host.snapshot()
 
@@ -408,7 +408,7 @@ class Clearing(MacTest):
         self.assert_done(self.run_script('clear'))
         self.assert_unchanged(before)
 
-    def test_leaves_alone_what_has_come_in_place_of_a_dead_ones_user(self):
+    def test_keeps_a_new_user_of_the_same_name(self):
         session = self.session()
         self.assert_done(self.add_user(run=session.run))
         session.kill()
@@ -539,7 +539,7 @@ class OneAtATime(MacTest):
         self.assert_done(self.add_user())
         self.assertEqual(os.listdir(machost.LOCKS), ['lock.8'])
 
-    def test_steps_back_when_a_higher_lock_has_come_meanwhile(self):
+    def test_yields_to_a_higher_lock_made_meanwhile(self):
         """The script has looked, and before it makes its lock two others come and one goes."""
         os.makedirs(machost.LOCKS)
         write(machost.LOCKS + '/lock.1', '%d Thu Jan 1 00:00:00 1970\n' % os.getpid())

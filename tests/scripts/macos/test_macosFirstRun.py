@@ -102,7 +102,7 @@ class FirstRun(MacTest):
 
 class WhatItSays(FirstRun):
 
-    def test_all_is_as_expected_but_what_only_a_person_can_do(self):
+    def test_only_the_manual_points_stay_open(self):
         before = self.before()
         status = self.run_it()
         words = self.verdicts()
@@ -111,7 +111,7 @@ class WhatItSays(FirstRun):
         self.assertEqual(status, 3)
         self.assert_put_back(before)
 
-    def test_each_point_that_is_bad_is_named_and_no_other(self):
+    def test_names_exactly_the_point_that_fails(self):
         for number in machost.sample(6, sorted(set(POINTS) - {24}), 'bad points'):
             with self.subTest(number):
                 self.new_mac()
@@ -125,7 +125,7 @@ class WhatItSays(FirstRun):
                 else:
                     self.assert_put_back(before)
 
-    def test_a_free_name_of_a_share_that_is_found_is_held_against_the_point(self):
+    def test_finding_a_free_share_name_fails_its_point(self):
         host.mac.bad = {'free shares'}
         self.assertEqual(self.run_it(), 1)
         self.assertEqual(self.bad_points(), [21], read(self.report).decode())
@@ -155,7 +155,7 @@ class WhatItSays(FirstRun):
         self.assertIn('macOS 12.7.6 (21H1320)', text)
 
 
-    def test_the_password_is_in_no_argument_of_a_text_program(self):
+    def test_awk_arguments_do_not_contain_the_password(self):
         seen = self.scratch + '/arguments'
         awk = read('/usr/bin/awk')
         self.addCleanup(machost.write, '/usr/bin/awk', awk, 0o755)
@@ -257,7 +257,7 @@ class TheList(unittest.TestCase):
         return {int(number): re.sub(r'\s+', ' ', words) for number, words in
                 re.findall(r'^(\d+)\. (.*?)(?=^\d+\. |\Z)', text, re.M | re.S)}
 
-    def test_each_point_is_in_the_script_and_the_other_way_round(self):
+    def test_script_and_readme_have_the_same_points(self):
         script = read(REPO + '/product/macos/firstRun.sh').decode()
         points = self.points()
         self.assertEqual(list(points), list(POINTS))

@@ -41,14 +41,14 @@ class TheJob(unittest.TestCase):
         self.assertEqual(plistlib.loads(done.stdout), job())
         self.assertEqual(os.path.basename(JOB), job()['Label'] + '.plist')
 
-    def test_holds_what_launchd_knows_with_the_types_that_it_takes(self):
+    def test_job_keys_have_the_types_launchd_expects(self):
         self.assertEqual({key: type(value) for key, value in job().items()}, {
             'Label': str, 'ProgramArguments': list, 'RunAtLoad': bool, 'StartInterval': int, 'Umask': int,
             'StandardErrorPath': str})
         self.assertEqual(job()['Umask'], 0o077)
         self.assertGreaterEqual(job()['StartInterval'], 10, 'launchd starts nothing more often')
 
-    def test_runs_at_boot_the_program_that_the_bundle_has(self):
+    def test_job_runs_clear_sh_at_boot(self):
         self.assertIs(job()['RunAtLoad'], True)
         self.assertEqual(job()['ProgramArguments'], [PLACE + '/clear.sh'])
         self.assertTrue(os.access(REPO + '/product/macos/shares/clear.sh', os.X_OK))
@@ -87,7 +87,7 @@ class Clearing(MacTest):
         self.add_both(run=session.run)
         session.kill()
 
-    def test_a_boot_clears_away_what_a_killed_session_left(self):
+    def test_boot_clears_the_leftovers_of_a_killed_session(self):
         before = host.snapshot()
         self.dead_session()
         self.assertNotEqual(host.snapshot(), before)
@@ -131,7 +131,7 @@ class Clearing(MacTest):
         host.after_hook = None
         self.assertEqual(result.status, -signal.SIGKILL, result)
 
-    def test_without_a_session_it_asks_nothing_of_the_mac(self):
+    def test_starts_only_ps_and_id_without_a_session(self):
         shutil.rmtree(machost.STATE, ignore_errors=True)
         host.mac.services = ['disk']
         result = self.launch()
@@ -145,7 +145,7 @@ class Clearing(MacTest):
         machost.Programs.id = lambda self, args, stdin: '501\n'
         self.assert_refused(self.launch(), 'only root')
 
-    def test_what_cannot_be_cleared_is_a_status_and_the_next_run_tries_again(self):
+    def test_failed_clearing_is_reported_and_tried_again(self):
         before = host.snapshot()
         self.dead_session()
         host.mac.services = ['disk']

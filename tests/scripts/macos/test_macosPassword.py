@@ -28,7 +28,7 @@ def setUpModule():
 
 class Refused(MacTest):
 
-    def test_when_macos_takes_no_password_there_is_no_user(self):
+    def test_refused_password_leaves_no_user(self):
         before = host.snapshot()
         for number in range(2): # it is set twice, and only the second makes what SMB needs
             for refusal, reason in REFUSALS.items():
@@ -128,7 +128,7 @@ class TheModel(unittest.TestCase):
         for word in ('require', 'process', 'Buffer'):
             self.assertIn(word + ' is not defined', self.answer_to(word).complaint)
 
-    def test_a_method_without_arguments_is_not_called_with_brackets(self):
+    def test_model_refuses_brackets_after_an_argumentless_method(self):
         self.assertIn('is not a function', self.answer_to(self.DATA + '()').complaint)
 
     def test_a_syntax_error_is_a_status(self):

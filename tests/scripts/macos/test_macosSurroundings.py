@@ -23,7 +23,7 @@ def setUpModule():
 
 class Names(MacTest):
 
-    def test_of_groups_of_the_system_are_refused_by_each_of_them(self):
+    def test_refuses_every_name_of_system_users_and_groups(self):
         """The first names begin with an underscore on a Mac, and the list shows only these."""
         host.mac.add('Groups', '_developer', ['developer', 'dev'], PrimaryGroupID='204')
         host.mac.add('Users', '_appserver', ['appserver'], UniqueID='79')
@@ -66,7 +66,7 @@ class Names(MacTest):
         self.assert_done(self.run_script('rmshare', 'x%41', self.folder))
         self.assert_unchanged(before)
 
-    def test_that_the_disk_finds_in_another_spelling_are_the_same_share(self):
+    def test_other_spellings_name_the_same_share(self):
         """As on a disk that ignores case, and how a letter is composed."""
         before = host.snapshot()
         for share, spelt in (('Docs', 'dOCS'), ('Caf\u00e9', 'CAFE\u0301')):
@@ -117,12 +117,12 @@ class Numbers(MacTest):
 
 class TheSystem(MacTest):
 
-    def test_is_waited_for_until_it_knows_the_new_user(self):
+    def test_waits_until_macos_knows_the_new_user(self):
         self.assert_done(self.add_user())
         self.assertGreater(len(self.asked('sleep')), 1)
         self.assert_done(self.add_share())
 
-    def test_that_does_not_know_the_new_user_is_not_waited_for_for_ever(self):
+    def test_stops_waiting_when_the_user_stays_unknown(self):
         before = host.snapshot()
         host.mac.unknown['alice'] = 10 ** 6
         self.assert_refused(self.add_user(), 'macOS does not know the user alice within 10 s')
@@ -142,7 +142,7 @@ class TheSystem(MacTest):
         self.assert_done(self.add_user())
         self.assert_done(self.run_script('rmuser', 'alice'))
 
-    def test_that_has_such_a_user_in_another_directory_is_not_waited_for(self):
+    def test_refuses_a_user_of_another_directory_at_once(self):
         for number in ('400', '500', '70000', '-2'):
             host.mac.network_users['alice'] = number
             before = host.snapshot()
@@ -150,7 +150,7 @@ class TheSystem(MacTest):
             self.assert_unchanged(before)
         self.assertEqual(self.asked('sleep'), [])
 
-    def test_that_knows_another_user_of_the_name_is_waited_for(self):
+    def test_waits_while_macos_returns_another_user(self):
         stale = []
 
         def confuse(call):
@@ -199,7 +199,7 @@ class TheSystem(MacTest):
             host.hook = host.fault = None
             self.assert_unchanged(before)
 
-    def test_pipes_and_sockets_are_not_named_as_left_out(self):
+    def test_does_not_report_pipes_as_left_out(self):
         self.assert_done(self.add_user())
         os.mkfifo(self.folder + '/pipe')
         os.mkfifo(self.folder + '/another', 0o600)

@@ -18,8 +18,8 @@ PLAIN = [
     'WholeSession.test_hostile_arguments_arrive_element_by_element',
     'AddUser.test_hands_over_every_password_as_it_is', 'AddUser.test_refuses_passwords_that_cannot_be_kept',
     'AddUser.test_refuses_users_and_groups_that_are_not_ours',
-    'AddUser.test_takes_a_number_that_neither_a_user_nor_a_group_has', 'AddUser.test_refuses_when_no_number_is_free',
-    'AddUser.test_gives_up_a_number_that_another_program_takes_meanwhile',
+    'AddUser.test_takes_a_number_free_of_users_and_groups', 'AddUser.test_refuses_when_no_number_is_free',
+    'AddUser.test_fails_when_another_program_takes_the_number',
     'AddShare.test_takes_any_name_that_smb_can_spell', 'AddShare.test_refuses_folders_that_cannot_be_shared',
     'AddShare.test_refuses_a_share_that_exists', 'Removing.test_refuses_what_is_not_ours',
 ]
@@ -82,7 +82,7 @@ class TheTools(MacTest):
     def test_grep_takes_options_from_the_environment(self):
         self.assertEqual(self.run_tool('grep', '-e', 'a', text='a\nb\n', env={'GREP_OPTIONS': '-v'}).stdout, 'b\n')
 
-    def test_clear_sh_takes_away_what_a_dead_session_left(self):
+    def test_clear_sh_removes_leftovers_of_a_dead_session(self):
         before = host.snapshot()
         session = self.session()
         self.add_both(run=session.run)
