@@ -1,8 +1,9 @@
 // hashTable.cpp -- chained buckets that several threads may fill without a lock.
 //
 // Entries are only ever put in front of a chain, so whoever walks one sees a list that is whole.
-// Readers acquire and writers release also in tables that no thread shares: on x86-64 these are
-// plain moves.  What does cost, a locked instruction, is left to tables made with HASH_FLAG_ATOMIC.
+// A bucket also has a filter, which answers most lookups of keys that are not there.  Readers
+// acquire and writers release also in tables that no thread shares: on x86-64 these are plain
+// moves. What does cost, a locked instruction, is left to tables made with HASH_FLAG_ATOMIC.
 #include "hashTable.h"
 
 #include "diagnostics.h"
@@ -28,23 +29,38 @@ struct HashTableEntry {
     std::atomic<HashTableEntry *> next;
     const void *key; // the string, or the integer itself
     std::atomic<void *> clientData;
-    uint32_t hash; // the key's, before it was folded
 };
 
 using HashTableLink = std::atomic<HashTableEntry *>; // a bucket's head, or an entry's next
+
+// The table's own copy of the string follows the entry in the same block.
+struct HashTableStringEntry : HashTableEntry {
+    uint32_t hash; // the key's, before it was folded
+};
+
+struct HashTableBucket {
+    HashTableLink head;
+    // A Bloom filter of the chain: a key has one of the bits, which is set before the key's entry
+    // is published.  A lookup that finds its bit clear reads no entry.
+    std::atomic<uint64_t> filter;
+};
 // The buckets come from calloc(): zero bytes are to be empty chains.
-static_assert(HashTableLink::is_always_lock_free && sizeof(HashTableLink) == sizeof(void *));
+static_assert(HashTableLink::is_always_lock_free && std::atomic<uint64_t>::is_always_lock_free &&
+              sizeof(HashTableBucket) == sizeof(void *) + sizeof(uint64_t));
+
+constexpr size_t CACHE_LINE = 64;
 
 } // namespace
 
 struct HashTable {
-    uint32_t numEntries;
+    uint32_t lastBucket; // one less than their number
     uint32_t numBits;
     uint32_t keyType;
     bool atomic;
     bool copyKey;
     HashTableFreeEntryFn freeEntryFn;
-    HashTableLink *buckets;
+    HashTableBucket *buckets;
+    char apart[CACHE_LINE]; // what lookups read is in another line than what insertions write
     std::atomic<uint64_t> numElements;
 };
 
@@ -70,8 +86,13 @@ uint32_t HashTableHashString(const char *string)
 
 uint32_t HashTableHashCaseless(const char *string)
 {
+    // Hidden, since compilers take tolower() for the "C" locale's.
+    int (*volatile hidden)(int) = tolower;
+    int (*const lower)(int) = hidden;
     uint32_t hash = 0;
-    while (const int byte = tolower(static_cast<unsigned char>(*string++))) {
+    for (; *string != '\0'; string++) {
+        const int byte = lower(static_cast<unsigned char>(*string));
+        if (byte == 0) { break; }
         hash = std::rotl(hash ^ static_cast<uint32_t>(byte), 5);
     }
     return hash;
@@ -83,17 +104,35 @@ uint32_t HashTableHashInt(const void *key)
     return static_cast<uint32_t>(integer >> 32 ^ integer) * INT_KEY_FACTOR;
 }
 
-// The exclusive-or of the hash's slices of numBits bits.  Each step doubles how many are in it;
-// four are all there are in a table of 256 buckets or more.  One of a single bucket has no bits.
-inline uint32_t HashTableFold(const HashTable *table, uint32_t hash)
+// Where a key belongs: its bucket, and its bit of that bucket's filter.
+struct HashTablePlace {
+    HashTableBucket *bucket;
+    uint64_t filterBit;
+};
+
+// The bucket's number is the exclusive-or of the hash's slices of numBits bits.  Each step doubles
+// how many are in it; four are all there are in a table of 256 buckets or more.  One of a single
+// bucket has no bits.  The second slice chooses the filter's bit: alone it does not decide the
+// bucket, so keys of one bucket have different bits.
+inline HashTablePlace HashTablePlaceOf(const HashTable *table, uint32_t hash)
 {
-    uint64_t slices = hash; // wide enough for a shift by twice any numBits
-    slices ^= slices >> table->numBits;
-    slices ^= slices >> 2 * table->numBits;
-    for (uint32_t shift = 4 * table->numBits; shift - 1 < 31; shift *= 2) {
-        slices ^= slices >> shift;
+    const uint32_t numBits = table->numBits;
+    const uint64_t second = uint64_t{hash} >> numBits; // wide enough for a shift by all 32 bits
+    uint64_t slices = hash ^ second;
+    slices ^= slices >> 2 * numBits;
+    if (numBits < 8) [[unlikely]] {
+        uint32_t shift = 4 * numBits;
+        do {
+            slices ^= slices >> shift;
+            shift *= 2;
+        } while (shift - 1 < 31);
     }
-    return static_cast<uint32_t>(slices) & (table->numEntries - 1);
+    return {&table->buckets[slices & table->lastBucket], uint64_t{1} << second % 64};
+}
+
+uint32_t HashTableStoredHash(const HashTableEntry *entry)
+{
+    return static_cast<const HashTableStringEntry *>(entry)->hash;
 }
 
 // A wanted key, by its kind.  Each kind has its lookups compiled for it: nothing is asked of an
@@ -104,9 +143,10 @@ struct HashTableString {
     {}
     bool Is(const HashTableEntry *entry) const
     {
-        // Most others are told by their hash, without a look at their text.
-        return hash == entry->hash && strcmp(text, static_cast<const char *>(entry->key)) == 0;
+        return hash == HashOf(entry) && strcmp(text, static_cast<const char *>(entry->key)) == 0;
     }
+    static uint32_t HashOf(const HashTableEntry *entry) { return HashTableStoredHash(entry); }
+    bool MayBe(const HashTableEntry *entry) const { return hash == HashOf(entry); }
     const char *text;
     uint32_t hash;
 };
@@ -117,8 +157,13 @@ struct HashTableCaseless {
     {}
     bool Is(const HashTableEntry *entry) const
     {
-        return strcasecmp(text, static_cast<const char *>(entry->key)) == 0;
+        const auto *other = static_cast<const char *>(entry->key);
+        if (hash != HashOf(entry)) { return false; }
+        // Most callers spell a key as it was entered.
+        return strcmp(text, other) == 0 || strcasecmp(text, other) == 0;
     }
+    static uint32_t HashOf(const HashTableEntry *entry) { return HashTableStoredHash(entry); }
+    bool MayBe(const HashTableEntry *entry) const { return hash == HashOf(entry); }
     const char *text;
     uint32_t hash;
 };
@@ -126,6 +171,8 @@ struct HashTableCaseless {
 struct HashTableInt {
     explicit HashTableInt(const void *key) : integer(key), hash(HashTableHashInt(key)) {}
     bool Is(const HashTableEntry *entry) const { return integer == entry->key; }
+    bool MayBe(const HashTableEntry *entry) const { return Is(entry); }
+    static uint32_t HashOf(const HashTableEntry *entry) { return HashTableHashInt(entry->key); }
     const void *integer;
     uint32_t hash;
 };
@@ -142,28 +189,42 @@ template <typename Use>
     }
 }
 
-inline HashTableLink *HashTableBucket(const HashTable *table, uint32_t hash)
+inline bool HashTableMayHave(HashTablePlace place)
 {
-    return &table->buckets[HashTableFold(table, hash)];
+    return (place.bucket->filter.load(std::memory_order_relaxed) & place.filterBit) != 0;
 }
 
-// The wanted entry among this one and those behind it, or NULL.
-template <typename Key> HashTableEntry *HashTableFindFrom(HashTableEntry *entry, Key wanted)
+// Chooses without a branch, for a choice that no processor can predict.
+inline HashTableEntry *HashTableEither(bool isFirst, HashTableEntry *first, HashTableEntry *second)
 {
+    HashTableEntry *chosen = isFirst ? first : second;
+    asm("" : "+r"(chosen)); // else the compiler makes a branch of it, and two paths
+    return chosen;
+}
+
+// The wanted entry among this one and those behind it, or NULL.  In a table that is not too small
+// nearly all are the first or the second of their chain, so the loop ends at once.
+template <typename Key> inline HashTableEntry *HashTableFindFrom(HashTableEntry *first, Key wanted)
+{
+    if (first == nullptr) { return nullptr; }
+    // Links between entries were published together with them.
+    HashTableEntry *second = first->next.load(std::memory_order_relaxed);
+    HashTableEntry *entry = HashTableEither(wanted.MayBe(first), first, second);
     while (entry != nullptr && !wanted.Is(entry)) {
-        entry = entry->next.load(std::memory_order_relaxed); // published together with the entry
+        entry = entry->next.load(std::memory_order_relaxed);
     }
     return entry;
 }
 
 template <typename Key> inline HashTableEntry *HashTableFind(const HashTable *table, Key wanted)
 {
-    const HashTableLink *bucket = HashTableBucket(table, wanted.hash);
-    return HashTableFindFrom(bucket->load(std::memory_order_acquire), wanted);
+    const HashTablePlace place = HashTablePlaceOf(table, wanted.hash);
+    if (!HashTableMayHave(place)) { return nullptr; }
+    return HashTableFindFrom(place.bucket->head.load(std::memory_order_acquire), wanted);
 }
 
 template <typename Key>
-[[gnu::noinline]] bool HashTableLookup(const HashTable *table, const void *key, void **valueOut)
+inline bool HashTableLookup(const HashTable *table, const void *key, void **valueOut)
 {
     const HashTableEntry *entry = HashTableFind(table, Key(key));
     if (entry == nullptr) { return false; }
@@ -171,19 +232,23 @@ template <typename Key>
     return true;
 }
 
+// Out of line, so that a lookup of an integer saves no registers for strings.
+template <typename Key>
+[[gnu::noinline]] bool HashTableLookupText(const HashTable *table, const void *key, void **valueOut)
+{
+    return HashTableLookup<Key>(table, key, valueOut);
+}
+
 HashTableEntry *HashTableNewEntry(const HashTable *table, const void *key, uint32_t hash,
                                   void *value)
 {
-    void *block = Util_SafeMalloc(sizeof(HashTableEntry));
-    if (table->copyKey) { key = Util_SafeStrdup(static_cast<const char *>(key)); }
-    return new (block) HashTableEntry{nullptr, key, value, hash};
-}
-
-// Releases what the table itself owns of an entry; its value is not looked at.
-void HashTableFreeEntry(const HashTable *table, HashTableEntry *entry)
-{
-    if (table->copyKey) { free(const_cast<void *>(entry->key)); }
-    free(entry);
+    if (table->keyType == HASH_INT_KEY) {
+        return new (Util_SafeMalloc(sizeof(HashTableEntry))) HashTableEntry{nullptr, key, value};
+    }
+    const size_t size = table->copyKey ? strlen(static_cast<const char *>(key)) + 1 : 0;
+    auto *block = static_cast<char *>(Util_SafeMalloc(sizeof(HashTableStringEntry) + size));
+    if (size > 0) { key = memcpy(block + sizeof(HashTableStringEntry), key, size); }
+    return new (block) HashTableStringEntry{{nullptr, key, value}, hash};
 }
 
 void HashTableDrop(const HashTable *table, void *value)
@@ -207,16 +272,29 @@ void HashTableCountOneLess(HashTable *table)
     table->numElements.store(count - 1, std::memory_order_relaxed);
 }
 
+// Bits are only ever set while threads share the table, so one that was seen set stays so.
+void HashTableSetFilter(const HashTable *table, HashTablePlace place)
+{
+    if (HashTableMayHave(place)) { return; }
+    std::atomic<uint64_t> &filter = place.bucket->filter;
+    if (table->atomic) {
+        filter.fetch_or(place.filterBit, std::memory_order_relaxed);
+    } else {
+        filter.store(filter.load(std::memory_order_relaxed) | place.filterBit,
+                     std::memory_order_relaxed);
+    }
+}
+
 // Makes the entry its bucket's head in place of the one behind it; false when another thread was
 // faster.
-bool HashTablePublish(const HashTable *table, HashTableLink *bucket, HashTableEntry *entry)
+bool HashTablePublish(const HashTable *table, HashTableBucket *bucket, HashTableEntry *entry)
 {
     HashTableEntry *head = entry->next.load(std::memory_order_relaxed);
     if (table->atomic) {
-        return bucket->compare_exchange_strong(head, entry, std::memory_order_release,
-                                               std::memory_order_relaxed);
+        return bucket->head.compare_exchange_strong(head, entry, std::memory_order_release,
+                                                    std::memory_order_relaxed);
     }
-    bucket->store(entry, std::memory_order_release);
+    bucket->head.store(entry, std::memory_order_release);
     return true;
 }
 
@@ -226,17 +304,23 @@ template <typename Key>
                                                         void *value)
 {
     const Key wanted(key);
-    HashTableLink *bucket = HashTableBucket(table, wanted.hash);
+    const HashTablePlace place = HashTablePlaceOf(table, wanted.hash);
     HashTableEntry *prepared = nullptr;
     do {
-        HashTableEntry *head = bucket->load(std::memory_order_acquire);
-        if (HashTableEntry *found = HashTableFindFrom(head, wanted)) {
-            if (prepared != nullptr) { HashTableFreeEntry(table, prepared); } // another was faster
-            return found;
+        // The filter is read after the head, so it has the bits of all that the chain has.
+        HashTableEntry *head = place.bucket->head.load(std::memory_order_acquire);
+        if (HashTableMayHave(place)) {
+            if (HashTableEntry *found = HashTableFindFrom(head, wanted)) {
+                free(prepared); // another was faster
+                return found;
+            }
         }
-        if (prepared == nullptr) { prepared = HashTableNewEntry(table, key, wanted.hash, value); }
+        if (prepared == nullptr) {
+            prepared = HashTableNewEntry(table, key, wanted.hash, value);
+            HashTableSetFilter(table, place);
+        }
         prepared->next.store(head, std::memory_order_relaxed);
-    } while (!HashTablePublish(table, bucket, prepared));
+    } while (!HashTablePublish(table, place.bucket, prepared));
     HashTableCountOneMore(table);
     return nullptr;
 }
@@ -247,26 +331,33 @@ HashTableEntry *HashTableFindOrInsert(HashTable *table, const void *key, void *v
         table, [&]<typename Key> { return HashTableFindOrInsert<Key>(table, key, value); });
 }
 
-// The link that leads to the key's entry, or the last one of its chain, which is NULL.
-HashTableLink *HashTableFindLink(const HashTable *table, const void *key)
+// Takes the key's entry out of its chain.  NULL when there is none.
+template <typename Key> HashTableEntry *HashTableUnlink(const HashTable *table, Key wanted)
 {
-    return HashTableWithKeys(table, [&]<typename Key> {
-        const Key wanted(key);
-        HashTableLink *link = HashTableBucket(table, wanted.hash);
-        HashTableEntry *entry = link->load(std::memory_order_relaxed);
-        while (entry != nullptr && !wanted.Is(entry)) {
-            link = &entry->next;
-            entry = link->load(std::memory_order_relaxed);
-        }
-        return link;
-    });
+    HashTableBucket *bucket = HashTablePlaceOf(table, wanted.hash).bucket;
+    HashTableLink *link = &bucket->head;
+    HashTableEntry *entry = link->load(std::memory_order_relaxed);
+    while (entry != nullptr && !wanted.Is(entry)) {
+        link = &entry->next;
+        entry = link->load(std::memory_order_relaxed);
+    }
+    if (entry == nullptr) { return nullptr; }
+    link->store(entry->next.load(std::memory_order_relaxed), std::memory_order_relaxed);
+
+    uint64_t filter = 0; // of the keys that are left
+    for (const HashTableEntry *left = bucket->head.load(std::memory_order_relaxed); left != nullptr;
+         left = left->next.load(std::memory_order_relaxed)) {
+        filter |= HashTablePlaceOf(table, Key::HashOf(left)).filterBit;
+    }
+    bucket->filter.store(filter, std::memory_order_relaxed);
+    return entry;
 }
 
 // Calls visit(entry) for every entry, bucket by bucket, until it returns something other than 0.
 template <typename Visit> int HashTableWalk(const HashTable *table, Visit visit)
 {
-    for (uint32_t i = 0; i < table->numEntries; i++) {
-        const HashTableEntry *entry = table->buckets[i].load(std::memory_order_acquire);
+    for (uint32_t i = 0; i <= table->lastBucket; i++) {
+        const HashTableEntry *entry = table->buckets[i].head.load(std::memory_order_acquire);
         for (; entry != nullptr; entry = entry->next.load(std::memory_order_relaxed)) {
             if (const int result = visit(*entry)) { return result; }
         }
@@ -292,32 +383,34 @@ void HashTableToArray(const HashTable *table, Pointer **array, size_t *size, Get
 
 } // namespace
 
-extern "C" HashTable *HashTable_Alloc(uint32_t numEntries, int flags,
+extern "C" HashTable *HashTable_Alloc(uint32_t numBuckets, int flags,
                                       HashTableFreeEntryFn freeEntryFn)
 {
-    if (!std::has_single_bit(numEntries)) {
+    if (!std::has_single_bit(numBuckets)) {
         Panic("%s only takes powers of 2 \n", "HashTable_Alloc"); // the blank belongs to it
     }
     const uint32_t keyType = static_cast<uint32_t>(flags & KEY_TYPE_MASK);
     const bool copyKey = (flags & HASH_FLAG_COPYKEY) != 0 && keyType != HASH_INT_KEY;
     return new (Util_SafeMalloc(sizeof(HashTable))) HashTable{
-        .numEntries = numEntries,
-        .numBits = static_cast<uint32_t>(std::countr_zero(numEntries)),
+        .lastBucket = numBuckets - 1,
+        .numBits = static_cast<uint32_t>(std::countr_zero(numBuckets)),
         .keyType = keyType,
         .atomic = (flags & HASH_FLAG_ATOMIC) != 0,
         .copyKey = copyKey,
         .freeEntryFn = freeEntryFn,
-        .buckets = static_cast<HashTableLink *>(Util_SafeCalloc(numEntries, sizeof(HashTableLink))),
+        .buckets =
+            static_cast<HashTableBucket *>(Util_SafeCalloc(numBuckets, sizeof(HashTableBucket))),
+        .apart = {},
         .numElements = 0};
 }
 
-extern "C" HashTable *HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, int flags,
+extern "C" HashTable *HashTable_AllocOnce(HashTable **shared, uint32_t numBuckets, int flags,
                                           HashTableFreeEntryFn freeEntryFn)
 {
     // The caller's pointer is one of C's; the compilers' builtins make atomic accesses to such.
     HashTable *winner = __atomic_load_n(shared, __ATOMIC_ACQUIRE);
     if (winner != nullptr) { return winner; }
-    HashTable *fresh = HashTable_Alloc(numEntries, flags, freeEntryFn);
+    HashTable *fresh = HashTable_Alloc(numBuckets, flags, freeEntryFn);
     if (__atomic_compare_exchange_n(shared, &winner, fresh, false, __ATOMIC_ACQ_REL,
                                     __ATOMIC_ACQUIRE)) {
         return fresh;
@@ -339,21 +432,28 @@ extern "C" void HashTable_FreeAll(HashTable *table) { HashTable_Free(table); }
 extern "C" void HashTable_Clear(HashTable *table)
 {
     table->numElements.store(0, std::memory_order_relaxed);
-    for (uint32_t i = 0; i < table->numEntries; i++) {
-        HashTableLink *head = &table->buckets[i];
-        while (HashTableEntry *entry = head->load(std::memory_order_relaxed)) {
-            head->store(entry->next.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    for (uint32_t i = 0; i <= table->lastBucket; i++) {
+        HashTableBucket *bucket = &table->buckets[i];
+        HashTableEntry *entry = bucket->head.load(std::memory_order_relaxed);
+        bucket->head.store(nullptr, std::memory_order_relaxed);
+        bucket->filter.store(0, std::memory_order_relaxed);
+        while (entry != nullptr) {
+            HashTableEntry *next = entry->next.load(std::memory_order_relaxed);
             void *value = entry->clientData.load(std::memory_order_relaxed);
-            HashTableFreeEntry(table, entry);
+            free(entry);
             HashTableDrop(table, value);
+            entry = next;
         }
     }
 }
 
 extern "C" bool HashTable_Lookup(const HashTable *table, const void *key, void **valueOut)
 {
+    if (table->keyType == HASH_INT_KEY) {
+        return HashTableLookup<HashTableInt>(table, key, valueOut);
+    }
     return HashTableWithKeys(
-        table, [&]<typename Key> { return HashTableLookup<Key>(table, key, valueOut); });
+        table, [&]<typename Key> { return HashTableLookupText<Key>(table, key, valueOut); });
 }
 
 extern "C" bool HashTable_Delete(HashTable *table, const void *key)
@@ -363,14 +463,13 @@ extern "C" bool HashTable_Delete(HashTable *table, const void *key)
 
 extern "C" bool HashTable_Remove(HashTable *table, const void *key, void **valueOut)
 {
-    HashTableLink *link = HashTableFindLink(table, key);
-    HashTableEntry *entry = link->load(std::memory_order_relaxed);
+    HashTableEntry *entry =
+        HashTableWithKeys(table, [&]<typename Key> { return HashTableUnlink(table, Key(key)); });
     if (entry == nullptr) { return false; }
 
-    link->store(entry->next.load(std::memory_order_relaxed), std::memory_order_relaxed);
     HashTableCountOneLess(table);
     void *value = entry->clientData.load(std::memory_order_relaxed);
-    HashTableFreeEntry(table, entry);
+    free(entry);
     if (valueOut == nullptr) {
         HashTableDrop(table, value);
     } else {

@@ -23,7 +23,7 @@ constexpr int UNICODE_UNKNOWN_ENCODING = 2588;
 constexpr uint32_t UNICODE_NAME_BUCKETS = 128;
 constexpr int UNICODE_NAME_CACHE_FLAGS = HASH_ISTRING_KEY | HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY;
 
-HashTable *sNameCache; // from a name that was found to its row
+HashTable *sNameCache; // from a name to its encoding, UNKNOWN when that is not converted
 
 // STRING_ENCODING_UNKNOWN until it is known.  Threads may look it up at once: they find the same.
 std::atomic<StringEncoding> sCurrentEncoding{STRING_ENCODING_UNKNOWN};
@@ -59,23 +59,33 @@ int UnicodeFindRow(const char *name)
     return EncodingFindNormalized(normalized.get());
 }
 
-// Not inlined, so that an answer that is kept saves no registers for this.
-[[gnu::noinline]] int UnicodeFindAndKeep(HashTable *cache, const char *name)
-{
-    const int row = UnicodeFindRow(name);
-    if (row != ENCODING_NO_ROW) {
-        HashTable_Insert(cache, name, std::bit_cast<void *>(intptr_t{row}));
-    }
-    return row;
-}
-
-int UnicodeRowOf(const char *name)
+// Finds the name in the table of encodings and keeps the answer, if it is one.  Out of line, so
+// that the cached path spills no registers.
+[[gnu::noinline]] StringEncoding UnicodeFindAndKeep(const char *name, bool warns)
 {
     HashTable *cache =
         HashTable_AllocOnce(&sNameCache, UNICODE_NAME_BUCKETS, UNICODE_NAME_CACHE_FLAGS, nullptr);
+    const int row = UnicodeFindRow(name);
+    if (row == ENCODING_NO_ROW) {
+        if (warns) {
+            Warning("%s: Did not find an IANA match for encoding \"%s\"\n", "UnicodeIANALookup",
+                    name);
+        }
+        return STRING_ENCODING_UNKNOWN;
+    }
+    const StringEncoding encoding = EncodingOfRow(row);
+    HashTable_Insert(cache, name, std::bit_cast<void *>(intptr_t{encoding}));
+    return encoding;
+}
+
+inline StringEncoding UnicodeEncodingOf(const char *name, bool warns)
+{
+    const HashTable *cache = __atomic_load_n(&sNameCache, __ATOMIC_ACQUIRE);
     void *kept = nullptr;
-    if (!HashTable_Lookup(cache, name, &kept)) { return UnicodeFindAndKeep(cache, name); }
-    return static_cast<int>(std::bit_cast<intptr_t>(kept));
+    if (cache == nullptr || !HashTable_Lookup(cache, name, &kept)) {
+        return UnicodeFindAndKeep(name, warns);
+    }
+    return static_cast<StringEncoding>(std::bit_cast<intptr_t>(kept));
 }
 
 } // namespace
@@ -88,18 +98,12 @@ extern "C" void Unicode_Shutdown()
 
 extern "C" StringEncoding UnicodeIANALookup(const char *name)
 {
-    const int row = UnicodeRowOf(name);
-    if (row == ENCODING_NO_ROW) {
-        Warning("%s: Did not find an IANA match for encoding \"%s\"\n", __func__, name);
-        return STRING_ENCODING_UNKNOWN;
-    }
-    return EncodingOfRow(row);
+    return UnicodeEncodingOf(name, true);
 }
 
 extern "C" StringEncoding Unicode_FindEncoding(const char *name)
 {
-    const int row = UnicodeRowOf(name);
-    return row == ENCODING_NO_ROW ? STRING_ENCODING_UNKNOWN : EncodingOfRow(row);
+    return UnicodeEncodingOf(name, false);
 }
 
 extern "C" const char *Unicode_EncodingEnumToName(StringEncoding encoding)

@@ -81,9 +81,9 @@ int __wrap_strcmp(const char *a, const char *b)
 
 namespace {
 
-// The blocks that a name keeps: an entry, its key, a record and, for its value and the one before,
-// two each.
-constexpr ptrdiff_t KEPT = 5, A_VALUE = 2, KEPT_AFTER_A_CHANGE = KEPT + A_VALUE;
+// The blocks that a name keeps: an entry with its key, a record and, for its value and the one
+// before, two each.
+constexpr ptrdiff_t KEPT = 4, A_VALUE = 2, KEPT_AFTER_A_CHANGE = KEPT + A_VALUE;
 
 // Another thread asks for the variable when it has this value, and ends; its result.
 const char *AskElsewhere(const std::string &name, size_t value)

@@ -35,9 +35,9 @@ HashTable *__wrap_HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, i
 namespace {
 
 constexpr int ALONE = 77;
-// What a name keeps: an entry, its key, a record, and two blocks for its value and, once it has
+// What a name keeps: an entry with its key, a record, and two blocks for its value and, once it has
 // changed, two for the one before.
-constexpr ptrdiff_t KEPT = 5, KEPT_AFTER_A_CHANGE = 7;
+constexpr ptrdiff_t KEPT = 4, KEPT_AFTER_A_CHANGE = 6;
 
 // Every test has a name of its own, which is not set and has never been asked for.
 class PosixEnv : public testing::Test {

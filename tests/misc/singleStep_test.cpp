@@ -8,10 +8,29 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <set>
 #include <string>
+
+// What another thread enters meanwhile needs a block, while ours may be in the allocator.
+static bool sIsInDeed;
+alignas(std::max_align_t) static char sDeedsBlock[64];
+
+extern "C" {
+void *__real_Util_SafeMalloc(size_t size);
+void *__wrap_Util_SafeMalloc(size_t size)
+{
+    return sIsInDeed ? sDeedsBlock : __real_Util_SafeMalloc(size);
+}
+void __real_free(void *block);
+void __wrap_free(void *block)
+{
+    if (block != sDeedsBlock) { __real_free(block); }
+}
+}
 
 namespace {
 
@@ -97,6 +116,83 @@ TEST(AtomicExchange, DoesNotOverwriteWhatAnotherHasStoredMeanwhile)
         EXPECT_EQ(sDropped, FIRST + OTHERS + (isOurs ? OURS : 0));
         results.insert(isOurs);
     });
+    EXPECT_EQ(results, (std::set<bool>{false, true})) << "the other came before and after";
+}
+
+// ---- Another thread looks, or enters a key, while ours enters one
+
+size_t CountByWalking(const HashTable *table)
+{
+    size_t count = 0;
+    HashTable_ForEach(
+        table, [](const void *, void *, void *n) { return ++*static_cast<size_t *>(n), 0; },
+        &count);
+    return count;
+}
+
+// Enters the key into an empty table of one bucket, with the deed between any two instructions.
+template <typename Check>
+void WhileAKeyIsEntered(const std::function<void(HashTable *)> &deed, const Check &check)
+{
+    for (size_t place = 1;; place++) {
+        const ScopedTable table(HashTable_Alloc(1, HASH_INT_KEY | HASH_FLAG_ATOMIC, nullptr));
+        bool isEntered = false;
+        const bool isDone = SingleStep::DoneAt(
+            place, [&] { isEntered = HashTable_Insert(table.get(), KEY, Value(FIRST)); },
+            [&] {
+                sIsInDeed = true;
+                deed(table.get());
+                sIsInDeed = false;
+            });
+        if (!isDone) {
+            EXPECT_GT(place, 50u) << "an insertion has more instructions";
+            return;
+        }
+        SCOPED_TRACE("after instruction " + std::to_string(place));
+        check(table.get(), isEntered);
+        if (testing::Test::HasFailure()) { return; }
+    }
+}
+
+TEST(AtomicInsertion, IsFoundByALookupAsSoonAsByAWalk)
+{
+    bool isWalked = false, isFound = false;
+    std::set<bool> results;
+    WhileAKeyIsEntered(
+        [&](const HashTable *table) {
+            isWalked = CountByWalking(table) == 1;
+            isFound = HashTable_Lookup(table, KEY, nullptr);
+        },
+        [&](const HashTable *, bool) {
+            EXPECT_EQ(isFound, isWalked);
+            results.insert(isFound);
+        });
+    EXPECT_EQ(results, (std::set<bool>{false, true})) << "the other came before and after";
+}
+
+TEST(AtomicInsertion, LosesNoKeyThatAnotherEntersMeanwhile)
+{
+    const void *const othersKey = Value(8);
+    WhileAKeyIsEntered([&](HashTable *table) { HashTable_Insert(table, othersKey, nullptr); },
+                       [&](const HashTable *table, bool isEntered) {
+                           EXPECT_TRUE(isEntered);
+                           EXPECT_EQ(CountByWalking(table), 2u);
+                           EXPECT_TRUE(HashTable_Lookup(table, KEY, nullptr));
+                           EXPECT_TRUE(HashTable_Lookup(table, othersKey, nullptr));
+                       });
+}
+
+TEST(AtomicInsertion, IsOneThreadsAlone)
+{
+    bool isOthers = false;
+    std::set<bool> results;
+    WhileAKeyIsEntered(
+        [&](HashTable *table) { isOthers = HashTable_Insert(table, KEY, Value(OTHERS)); },
+        [&](const HashTable *table, bool isOurs) {
+            EXPECT_NE(isOurs, isOthers);
+            EXPECT_EQ(CountByWalking(table), 1u);
+            results.insert(isOurs);
+        });
     EXPECT_EQ(results, (std::set<bool>{false, true})) << "the other came before and after";
 }
 

@@ -28,7 +28,7 @@ protected:
         EXPECT_EQ(Allocations::Live(), mBefore);
     }
     const ptrdiff_t mBefore = Allocations::Live();
-    static constexpr int TABLE = 2, ENTRY = 2; // blocks
+    static constexpr int TABLE = 2, ENTRY = 1; // blocks
 };
 
 TEST_F(EncodingNamesThreads, AgreeOnNewNamesAndKeepEachOnce)
