@@ -151,6 +151,52 @@ inline void StoreSqueezed(char *to, __m128i value, const Row &row)
 
 inline size_t CountBits(uint32_t bits) { return static_cast<size_t>(__builtin_popcount(bits)); }
 
+// ---- Squeezing by tables, for sets of instructions that have none for it
+
+// Vector supplies ForEach() and ForEachOfBoth(), which call a function for each 16 bytes in turn.
+template <typename Vector, typename Units> struct SqueezeByTable {
+    // The units that have a bit.
+    static char *PutUnits(Units low, Units high, uint32_t wanted, char *to)
+    {
+        Vector::ForEachOfBoth(low, high, [&](__m128i eight) {
+            const uint32_t mask = wanted & 0xFF;
+            wanted >>= 8;
+            StoreSqueezed(to, eight, SQUEEZES.units[mask]);
+            to += 2 * CountBits(mask);
+        });
+        return to;
+    }
+
+    // The second byte of each pair, and the first one where isTwo is set.
+    static char *PutPairs(Units pairs, Units isTwo, char *to)
+    {
+        uint32_t bits = Vector::SignBits(Vector::Narrow(isTwo));
+        Vector::ForEach(pairs, [&](__m128i eight) {
+            const uint32_t mask = bits & 0xFF;
+            bits >>= 16;
+            StoreSqueezed(to, eight, SQUEEZES.pairs[mask]);
+            to += 8 + CountBits(mask);
+        });
+        return to;
+    }
+
+    // The last bytes of each group of four, whose first two are in lows and last two in highs.
+    // sizes has the two bits of Squeezes.bytes for each group; padding has both bits of those to
+    // leave out.
+    static char *PutGroups(Units lows, Units highs, uint32_t sizes, uint32_t padding, char *to)
+    {
+        uint32_t bits = (sizes & ~padding) | (NO_UNITS & padding);
+        Vector::ForEachOfBoth(Vector::JoinLow(lows, highs), Vector::JoinHigh(lows, highs),
+                              [&](__m128i four) {
+                                  const uint32_t mask = bits & 0xFF;
+                                  bits >>= 8;
+                                  StoreSqueezed(to, four, SQUEEZES.bytes[mask]);
+                                  to += SQUEEZES.size[mask];
+                              });
+        return to;
+    }
+};
+
 // ---- The kernel
 
 // Vector supplies the types Bytes and Units, of the same size, and what the language has no
@@ -158,15 +204,70 @@ inline size_t CountBits(uint32_t bits) { return static_cast<size_t>(__builtin_po
 template <typename Vector> struct Kernel {
     using Bytes = typename Vector::Bytes;
     using Units = typename Vector::Units;
+    using SignedBytes = typename Vector::SignedBytes;
+    using Sums = typename Vector::Sums; // 64 bits each
+    using Mask = decltype(Vector::SignBits(Bytes{}));
     static constexpr size_t WIDTH = sizeof(Bytes);
 
-    static uint32_t SignBits(Bytes bytes) { return Vector::SignBits(bytes); }
-    static bool IsAscii(Bytes bytes) { return SignBits(bytes) == 0; }
+    static bool IsAscii(Bytes bytes) { return Vector::SignBits(bytes) == 0; }
     static bool IsAscii(Units units) { return Vector::IsZero(units & 0xFF80); }
-    static Units Choose(Units mask, Units then, Units otherwise)
+
+    // ---- A text in parts
+
+    // Calls looker.Look(vector, the one before it) wherever these are not both ASCII, with zeros
+    // before the text and after it: a character that is cut short shows in the next vector.  After
+    // a last vector without such zeros it calls looker.End(the text's end).  Count() is called
+    // after four vectors at most.
+    template <typename V, typename Looker>
+    static void LookThrough(const char *bytes, size_t size, Looker &looker)
     {
-        return (then & mask) | (otherwise & ~mask);
+        V last = {};
+        for (; size >= 4 * WIDTH; bytes += 4 * WIDTH, size -= 4 * WIDTH) {
+            const V first = V(Vector::Load(bytes)), second = V(Vector::Load(bytes + WIDTH)),
+                    third = V(Vector::Load(bytes + 2 * WIDTH)),
+                    fourth = V(Vector::Load(bytes + 3 * WIDTH));
+            if (IsAscii(last | first | second | third | fourth)) { continue; }
+            looker.Look(first, last);
+            looker.Look(second, first);
+            looker.Look(third, second);
+            looker.Look(fourth, third);
+            looker.Count();
+            last = fourth;
+        }
+        const auto step = [&](V now) {
+            if (!IsAscii(last | now)) { looker.Look(now, last); }
+            last = now;
+        };
+        for (; size >= WIDTH; bytes += WIDTH, size -= WIDTH) {
+            step(V(Vector::Load(bytes)));
+        }
+        if (size > 0) {
+            step(V(Vector::LoadPart(bytes, size)));
+        } else {
+            looker.End(bytes);
+        }
+        looker.Count();
     }
+
+    // Adds up how often masks were set, byte by byte: for 255 masks at most before a Flush().
+    struct Counter {
+        Bytes pending = {};
+        Sums sums = {};
+        void Add(Bytes mask) { pending -= mask; }
+        void Flush()
+        {
+            sums += Vector::SumsOf(pending);
+            pending = Bytes{};
+        }
+        size_t Total() const
+        {
+            size_t total = 0;
+            for (size_t i = 0; i < WIDTH / sizeof sums[0]; i++) {
+                total += sums[i];
+            }
+            return total;
+        }
+    };
 
     // ---- UTF-8
 
@@ -183,98 +284,84 @@ template <typename Vector> struct Kernel {
         return pairs ^ (later & LATER_TAIL);
     }
 
-    // What these bytes add to the text's count of units, beyond one for each byte.
-    static size_t CountExtraUnits(Bytes bytes)
-    {
-        const uint32_t tails = SignBits(Bytes(bytes < 0xC0)) & SignBits(bytes);
-        return CountBits(SignBits(Bytes(bytes >= 0xF0))) - CountBits(tails);
-    }
+    struct Utf8Check {
+        Bytes faults = {};
+        bool isCut = false;
+        void Look(Bytes now, Bytes before) { faults |= Faults(now, before); }
+        void End(const char *end)
+        {
+            isCut =
+                (end[-1] & 0xC0) == 0xC0 || (end[-2] & 0xE0) == 0xE0 || (end[-3] & 0xF0) == 0xF0;
+        }
+        void Count() {}
+        bool IsRight() const { return !isCut && Vector::IsZero(Units(faults)); }
+    };
 
-    // Calls look(vector, the one before) wherever these are not both ASCII; zeros are before and
-    // behind the text.  What has begun in one vector shows as cut short in the next.
-    template <typename V, typename F>
-    static void LookThrough(const char *bytes, size_t size, F look)
-    {
-        V last = {};
-        const auto step = [&](V now) {
-            if (!IsAscii(last | now)) { look(now, last); }
-            last = now;
-        };
-        for (; size >= 2 * WIDTH; bytes += 2 * WIDTH, size -= 2 * WIDTH) {
-            const V first = V(Vector::Load(bytes)), second = V(Vector::Load(bytes + WIDTH));
-            if (IsAscii(last | first | second)) { continue; }
-            look(first, last);
-            look(second, first);
-            last = second;
+    struct Utf8Measure : Utf8Check {
+        Counter tails, fours;
+        void Look(Bytes now, Bytes before)
+        {
+            Utf8Check::Look(now, before);
+            tails.Add(Bytes(SignedBytes(now) < SignedBytes(Bytes{} + 0xC0)));
+            fours.Add(Bytes(now >= 0xF0));
         }
-        if (size >= WIDTH) {
-            step(V(Vector::Load(bytes)));
-            bytes += WIDTH;
-            size -= WIDTH;
+        void Count()
+        {
+            tails.Flush();
+            fours.Flush();
         }
-        step(V(Vector::LoadPart(bytes, size)));
-    }
+    };
 
     static bool Utf8IsValid(const char *bytes, size_t size)
     {
-        Bytes faults = {};
-        LookThrough<Bytes>(bytes, size,
-                           [&](Bytes now, Bytes before) { faults |= Faults(now, before); });
-        return Vector::IsZero(Units(faults));
+        Utf8Check check;
+        LookThrough<Bytes>(bytes, size, check);
+        return check.IsRight();
     }
 
     static bool MeasureUtf8(const char *bytes, size_t size, size_t *sizeAsUtf16)
     {
-        size_t count = size;
-        Bytes faults = {};
-        LookThrough<Bytes>(bytes, size, [&](Bytes now, Bytes before) {
-            faults |= Faults(now, before);
-            count += CountExtraUnits(now);
-        });
-        *sizeAsUtf16 = 2 * count;
-        return Vector::IsZero(Units(faults));
+        Utf8Measure measure;
+        LookThrough<Bytes>(bytes, size, measure);
+        *sizeAsUtf16 = 2 * (size - measure.tails.Total() + measure.fours.Total());
+        return measure.IsRight();
     }
 
     // The units of one vector of a valid text, as far as the bits of its bytes are kept.  A unit
     // comes out where its last byte is; of a pair of surrogates the high one at the third byte.
-    [[gnu::always_inline]] static char *WriteUnits(Bytes now, Bytes before, uint32_t kept, char *to)
+    [[gnu::always_inline]] static char *WriteUnits(Bytes now, Bytes before, Mask kept, char *to)
     {
         const Bytes second = Vector::template Previous<1>(now, before),
                     third = Vector::template Previous<2>(now, before),
                     fourth = Vector::template Previous<3>(now, before);
-        const Bytes isAscii = Bytes(now < 0x80), isSecond = Bytes((second & 0xE0) == 0xC0),
-                    isThird = Bytes(third >= 0xE0), isFourth = Bytes(fourth >= 0xF0);
+        // Of these only the top bit counts.
+        const Bytes isThird = Vector::Less(third, 0xE0 - 0x80),
+                    isHigh = Vector::Less(third, 0xF0 - 0x80),
+                    isLow = Vector::Less(fourth, 0xF0 - 0x80);
+        const Bytes isAscii = Bytes(now < 0x80), isSecond = Bytes((second & 0xE0) == 0xC0);
 
         const Bytes low = now & (isAscii | 0x3F), middle = second & ~isAscii & 0x3F,
-                    high = third & isThird;
-        const auto unitsOf = [=](Units lows, Units middles, Units highs) {
+                    high = Vector::Less(third, 0xE0);
+        const auto unitsOf = [](Units lows, Units middles, Units highs) {
             return lows | middles << 6 | highs << 12;
         };
         Units front =
                   unitsOf(Vector::WidenLow(low), Vector::WidenLow(middle), Vector::WidenLow(high)),
               back = unitsOf(Vector::WidenHigh(low), Vector::WidenHigh(middle),
                              Vector::WidenHigh(high));
-        const Bytes isHigh = Bytes(third >= 0xF0), isLow = isFourth;
-        if (SignBits(isHigh | isLow) != 0) {
+        if (!IsAscii(isHigh | isLow)) {
             // D7C0 is D800 less the 10000 that a pair's value does not hold.
-            const auto paired = [](Units unit, Units lead, Units isHighs, Units isLows) {
+            const auto paired = [](Units unit, Units lead, Units leadOfLow) {
                 const Units highSurrogate = 0xD7C0 + ((lead & 7) << 8) + ((unit & 0xFFF) >> 4);
-                return Choose(isLows, (unit & 0x3FF) | 0xDC00,
-                              Choose(isHighs, highSurrogate, unit));
+                return leadOfLow >= 0xF0 ? (unit & 0x3FF) | 0xDC00
+                       : lead >= 0xF0    ? highSurrogate
+                                         : unit;
             };
-            front = paired(front, Vector::WidenLow(third), Vector::SpreadLow(isHigh),
-                           Vector::SpreadLow(isLow));
-            back = paired(back, Vector::WidenHigh(third), Vector::SpreadHigh(isHigh),
-                          Vector::SpreadHigh(isLow));
+            front = paired(front, Vector::WidenLow(third), Vector::WidenLow(fourth));
+            back = paired(back, Vector::WidenHigh(third), Vector::WidenHigh(fourth));
         }
-        uint32_t bits = SignBits(isAscii | isSecond | isThird | isFourth) & kept;
-        Vector::ForEachOfBoth(front, back, [&](__m128i eight) {
-            const uint32_t mask = bits & 0xFF;
-            bits >>= 8;
-            StoreSqueezed(to, eight, SQUEEZES.units[mask]);
-            to += 2 * CountBits(mask);
-        });
-        return to;
+        return Vector::PutUnits(front, back,
+                                Vector::SignBits(isAscii | isSecond | isThird | isLow) & kept, to);
     }
 
     static void Utf8ToUtf16(const char *bytes, size_t size, char *to)
@@ -286,11 +373,11 @@ template <typename Vector> struct Kernel {
                 Vector::StoreWide(to, now);
                 to += 2 * WIDTH;
             } else {
-                to = WriteUnits(now, last, ~0U, to);
+                to = WriteUnits(now, last, ~Mask{0}, to);
             }
             last = now;
         }
-        if (size > 0) { WriteUnits(Vector::LoadPart(bytes, size), last, ~(~0U << size), to); }
+        if (size > 0) { WriteUnits(Vector::LoadPart(bytes, size), last, ~(~Mask{0} << size), to); }
     }
 
     // ---- UTF-16
@@ -299,85 +386,92 @@ template <typename Vector> struct Kernel {
     static Units IsHigh(Units units) { return Units((units & 0xFC00) == 0xD800); }
     static Units IsLow(Units units) { return Units((units & 0xFC00) == 0xDC00); }
 
-    // Squeezes.size's two bits a unit.
-    static uint32_t SizeBits(Units units, Units isSurrogate)
-    {
-        const Units isTwo = Units(units >= 0x80), isThree = Units(units >= 0x800) & ~isSurrogate;
-        return SignBits(Bytes((isTwo & 0x00FF) | (isThree & 0xFF00)));
-    }
+    struct Utf16Measure {
+        Units faults = {};
+        bool isCut = false;
+        Counter more; // counts each byte beyond a unit's first twice
+        void Look(Units now, Units before)
+        {
+            const Units isSurrogate = IsSurrogate(now);
+            more.Add(Bytes(Units(now >= 0x80)));
+            more.Add(Bytes(Units(now >= 0x800) & ~isSurrogate));
+            if (Vector::IsZero(isSurrogate | IsSurrogate(before))) { return; }
+            const Units previous = Units(Vector::template Previous<2>(Bytes(now), Bytes(before)));
+            faults |= IsHigh(previous) ^ IsLow(now);
+        }
+        void End(const char *end) { isCut = (end[-1] & 0xFC) == 0xD8; }
+        void Count() { more.Flush(); }
+        bool IsRight() const { return !isCut && Vector::IsZero(faults); }
+    };
 
     static bool MeasureUtf16(const char *bytes, size_t size, size_t *sizeAsUtf8)
     {
         if (size % 2 != 0) { return false; }
-        size_t count = size / 2;
-        Units faults = {};
-        LookThrough<Units>(bytes, size, [&](Units now, Units before) {
-            const Units isSurrogate = IsSurrogate(now);
-            count += CountBits(SizeBits(now, isSurrogate));
-            if (Vector::IsZero(isSurrogate | IsSurrogate(before))) { return; }
-            const Units previous = Units(Vector::template Previous<2>(Bytes(now), Bytes(before)));
-            faults |= IsHigh(previous) ^ IsLow(now);
-        });
-        *sizeAsUtf8 = count;
-        return Vector::IsZero(faults);
+        Utf16Measure measure;
+        LookThrough<Units>(bytes, size, measure);
+        *sizeAsUtf8 = size / 2 + measure.more.Total() / 2;
+        return measure.IsRight();
+    }
+
+    // The bytes of one vector of a valid text without characters of three bytes or four.
+    [[gnu::always_inline]] static char *WritePairs(Units now, char *to)
+    {
+        const Units isTwo = Units(now >= 0x80), both = now << 8 | now >> 6;
+        return Vector::PutPairs(isTwo ? (both & 0x3F1F) | 0x80C0 : both, isTwo, to);
+    }
+
+    // Of the bytes of surrogates, the last two of a group: a low one needs two bits of the high
+    // one.
+    static Units SurrogateBytes(Units now, Units before, Units otherwise)
+    {
+        const Units value = (now & 0x3FF) + 0x40,
+                    twoBits = Units(Vector::template Previous<2>(Bytes(now), Bytes(before))) & 3;
+        const Units ofHigh = 0x80F0 | value >> 8 | (value << 6 & 0x3F00),
+                    ofLow = 0x8080 | twoBits << 4 | (now >> 6 & 0xF) | (now << 8 & 0x3F00);
+        return IsHigh(now) ? ofHigh : IsLow(now) ? ofLow : otherwise;
     }
 
     // The bytes of one vector of a valid text.  Each unit has some: a surrogate two of its pair's
-    // four, to which the low one needs two bits of the one before it.
-    [[gnu::always_inline]] static char *WriteBytes(Units now, Units before, uint32_t padding,
-                                                   char *to)
+    // four.
+    [[gnu::always_inline]] static char *WriteBytes(Units now, Units before, Mask padding, char *to)
     {
-        const Units isTwo = Units(now >= 0x80);
-        Units last = Choose(isTwo, (now & 0x3F) | 0x80, now);
-        if (padding == 0 && Vector::IsZero(now & 0xF800)) { // two bytes at most, half the work
-            uint32_t bits = SignBits(Vector::Narrow(isTwo));
-            Vector::ForEach((now >> 6 | 0xC0) | last << 8, [&](__m128i eight) {
-                const uint32_t mask = bits & 0xFF;
-                bits >>= 16;
-                StoreSqueezed(to, eight, SQUEEZES.pairs[mask]);
-                to += 8 + CountBits(mask);
-            });
-            return to;
-        }
-        const Units isSurrogate = IsSurrogate(now);
-        const uint32_t sizes = SizeBits(now, isSurrogate);
-        const Units first = 0xE0 | now >> 12;
-        Units middle = Choose(Units(now >= 0x800), 0x80 | (now >> 6 & 0x3F), 0xC0 | now >> 6);
-        if (!Vector::IsZero(isSurrogate)) {
-            const Units isHigh = IsHigh(now), isLow = IsLow(now);
-            const Units value = (now & 0x3FF) + 0x40,
-                        twoBits =
-                            Units(Vector::template Previous<2>(Bytes(now), Bytes(before))) & 3;
-            middle = Choose(isHigh, 0xF0 | value >> 8,
-                            Choose(isLow, 0x80 | twoBits << 4 | (now >> 6 & 0xF), middle));
-            last = Choose(isHigh, 0x80 | (value >> 2 & 0x3F), last);
-        }
-        uint32_t bits = (sizes & ~padding) | (NO_UNITS & padding);
-        const Units lows = first << 8, highs = middle | last << 8;
-        Vector::ForEachOfBoth(Vector::JoinLow(lows, highs), Vector::JoinHigh(lows, highs),
-                              [&](__m128i four) {
-                                  const uint32_t mask = bits & 0xFF;
-                                  bits >>= 8;
-                                  StoreSqueezed(to, four, SQUEEZES.bytes[mask]);
-                                  to += SQUEEZES.size[mask];
-                              });
-        return to;
+        if (padding == 0 && Vector::IsZero(now & 0xF800)) { return WritePairs(now, to); }
+        const Units isTwo = Units(now >= 0x80), isLong = Units(now >= 0x800),
+                    isSurrogate = IsSurrogate(now), isThree = isLong & ~isSurrogate;
+        const Units both = now << 8 | (now >> 6 & 0x3F);
+        const Units lead = isLong ? Units{} + 0x8080 : Units{} + 0x80C0;
+        Units highs = isTwo ? (both & 0x3F3F) | lead : both;
+        if (!Vector::IsZero(isSurrogate)) { highs = SurrogateBytes(now, before, highs); }
+        const Units lows = now >> 4 | 0xE000;
+        const Mask sizes = Vector::SignBits(Bytes((isTwo & 0x00FF) | (isThree & 0xFF00)));
+        return Vector::PutGroups(lows, highs, sizes, padding, to);
     }
 
     static void Utf16ToUtf8(const char *bytes, size_t size, char *to)
     {
         Units last = {};
-        for (; size >= WIDTH; bytes += WIDTH, size -= WIDTH) {
-            const Units now = Units(Vector::Load(bytes));
-            if (IsAscii(now)) {
-                Vector::StoreNarrow(to, now);
-                to += WIDTH / 2;
+        for (; size >= 2 * WIDTH; bytes += 2 * WIDTH, size -= 2 * WIDTH) {
+            const Units first = Units(Vector::Load(bytes)),
+                        second = Units(Vector::Load(bytes + WIDTH));
+            if (IsAscii(first | second)) {
+                Vector::StoreNarrow(to, first, second);
+                to += WIDTH;
             } else {
-                to = WriteBytes(now, last, 0, to);
+                to = WriteBytes(first, last, 0, to);
+                to = WriteBytes(second, first, 0, to);
             }
-            last = now;
+            last = second;
         }
-        if (size > 0) { WriteBytes(Units(Vector::LoadPart(bytes, size)), last, ~0U << size, to); }
+        if (size >= WIDTH) {
+            const Units now = Units(Vector::Load(bytes));
+            to = WriteBytes(now, last, 0, to);
+            last = now;
+            bytes += WIDTH;
+            size -= WIDTH;
+        }
+        if (size > 0) {
+            WriteBytes(Units(Vector::LoadPart(bytes, size)), last, ~Mask{0} << size, to);
+        }
     }
 
     static constexpr CodeSetUtfKernel Named(const char *name)
