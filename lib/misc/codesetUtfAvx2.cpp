@@ -45,6 +45,25 @@ struct Avx2 : SqueezeByTable<Avx2, Avx2Units> {
         return Bytes(_mm256_subs_epu8(Bits(bytes), _mm256_set1_epi8(static_cast<char>(amount))));
     }
 
+    static Bytes AtLeast(Bytes bytes, uint8_t amount)
+    {
+        return Bytes(Bytes(_mm256_max_epu8(Bits(bytes),
+                                           _mm256_set1_epi8(static_cast<char>(amount)))) == bytes);
+    }
+    static Units AtLeast(Units units, uint16_t amount)
+    {
+        const __m256i amounts = _mm256_set1_epi16(static_cast<short>(amount));
+        return Units(Units(_mm256_max_epu16(Bits(units), amounts)) == units);
+    }
+    static bool HasNone(Units units, uint16_t bits)
+    {
+        return _mm256_testz_si256(Bits(units), _mm256_set1_epi16(static_cast<short>(bits))) != 0;
+    }
+    static Units Choose(Units mask, Units then, Units otherwise)
+    {
+        return Units(_mm256_blendv_epi8(Bits(otherwise), Bits(then), Bits(mask)));
+    }
+
     static Sums SumsOf(Bytes bytes) // of eight bytes each
     {
         return Sums(_mm256_sad_epu8(Bits(bytes), _mm256_setzero_si256()));

@@ -69,42 +69,63 @@ struct FaultTables {
 };
 alignas(16) inline constexpr FaultTables FAULT_TABLES;
 
-// Shuffles that move what is wanted of a vector to its front.
-struct Squeezes {
-    Row units[256] = {};    // eight units of two bytes: a bit says that one is wanted
-    Row pairs[256] = {};    // eight pairs of bytes: a bit says that the first is wanted, too
-    Row bytes[256] = {};    // the last bytes of four groups of four: two bits, UnitSize(), each
-    uint8_t size[256] = {}; // how many bytes that makes
-    constexpr Squeezes()
+// Shuffles that move what is wanted of a vector to its front: of eight units of two bytes those
+// that have a bit,
+struct UnitSqueezes {
+    Row rows[256] = {};
+    constexpr UnitSqueezes()
     {
         for (unsigned wanted = 0; wanted < 256; wanted++) {
             unsigned to = 0;
             for (unsigned i = 0; i < 8; i++) {
                 if ((wanted >> i & 1U) == 0) { continue; }
-                units[wanted][to++] = static_cast<uint8_t>(2 * i);
-                units[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
+                rows[wanted][to++] = static_cast<uint8_t>(2 * i);
+                rows[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
             }
-            to = 0;
+        }
+    }
+};
+alignas(16) inline constexpr UnitSqueezes UNIT_SQUEEZES;
+
+// of eight pairs of bytes the second byte, and the first where there is a bit,
+struct PairSqueezes {
+    Row rows[256] = {};
+    constexpr PairSqueezes()
+    {
+        for (unsigned wanted = 0; wanted < 256; wanted++) {
+            unsigned to = 0;
             for (unsigned i = 0; i < 8; i++) {
-                if ((wanted >> i & 1U) != 0) { pairs[wanted][to++] = static_cast<uint8_t>(2 * i); }
-                pairs[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
+                if ((wanted >> i & 1U) != 0) { rows[wanted][to++] = static_cast<uint8_t>(2 * i); }
+                rows[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
             }
+        }
+    }
+};
+alignas(16) inline constexpr PairSqueezes PAIR_SQUEEZES;
+
+// and of four groups of four the last bytes: one, and another for each of a group's two bits.
+struct GroupSqueezes {
+    Row rows[256] = {};
+    uint8_t size[256] = {}; // how many bytes that makes
+    constexpr GroupSqueezes()
+    {
+        for (unsigned sizes = 0; sizes < 256; sizes++) {
             for (unsigned i = 0; i < 4; i++) {
-                for (unsigned left = UnitSize(wanted >> 2 * i & 3U); left > 0; left--) {
-                    bytes[wanted][size[wanted]++] = static_cast<uint8_t>(4 * i + 4 - left);
+                for (unsigned left = GroupSize(sizes >> 2 * i & 3U); left > 0; left--) {
+                    rows[sizes][size[sizes]++] = static_cast<uint8_t>(4 * i + 4 - left);
                 }
             }
         }
     }
-    // Bit 0: more than one byte; bit 1: more than two.
-    static constexpr unsigned UnitSize(unsigned bits)
+    // Bit 0: more than two bytes; bit 1: more than one.  A group with bit 0 alone is padding.
+    static constexpr unsigned GroupSize(unsigned bits)
     {
-        constexpr unsigned SIZES[] = {1, 2, 0, 3};
+        constexpr unsigned SIZES[] = {1, 0, 2, 3};
         return SIZES[bits];
     }
 };
-alignas(16) inline constexpr Squeezes SQUEEZES;
-inline constexpr uint32_t NO_UNITS = 0xAAAAAAAA; // of size 0, for what is padding
+alignas(16) inline constexpr GroupSqueezes GROUP_SQUEEZES;
+inline constexpr uint32_t NO_GROUPS = 0x55555555;
 
 // ---- Loading
 
@@ -149,7 +170,10 @@ inline void StoreSqueezed(char *to, __m128i value, const Row &row)
     Store16(to, _mm_shuffle_epi8(value, LoadRow(row)));
 }
 
-inline size_t CountBits(uint32_t bits) { return static_cast<size_t>(__builtin_popcount(bits)); }
+inline unsigned CountBits(uint64_t bits)
+{
+    return static_cast<unsigned>(__builtin_popcountll(bits));
+}
 
 // ---- Squeezing by tables, for sets of instructions that have none for it
 
@@ -159,9 +183,9 @@ template <typename Vector, typename Units> struct SqueezeByTable {
     static char *PutUnits(Units low, Units high, uint32_t wanted, char *to)
     {
         Vector::ForEachOfBoth(low, high, [&](__m128i eight) {
-            const uint32_t mask = wanted & 0xFF;
+            const size_t mask = wanted & 0xFF;
             wanted >>= 8;
-            StoreSqueezed(to, eight, SQUEEZES.units[mask]);
+            StoreSqueezed(to, eight, UNIT_SQUEEZES.rows[mask]);
             to += 2 * CountBits(mask);
         });
         return to;
@@ -172,26 +196,26 @@ template <typename Vector, typename Units> struct SqueezeByTable {
     {
         uint32_t bits = Vector::SignBits(Vector::Narrow(isTwo));
         Vector::ForEach(pairs, [&](__m128i eight) {
-            const uint32_t mask = bits & 0xFF;
+            const size_t mask = bits & 0xFF;
             bits >>= 16;
-            StoreSqueezed(to, eight, SQUEEZES.pairs[mask]);
+            StoreSqueezed(to, eight, PAIR_SQUEEZES.rows[mask]);
             to += 8 + CountBits(mask);
         });
         return to;
     }
 
     // The last bytes of each group of four, whose first two are in lows and last two in highs.
-    // sizes has the two bits of Squeezes.bytes for each group; padding has both bits of those to
+    // sizes has the two bits of GroupSqueezes for each group; padding has both bits of those to
     // leave out.
     static char *PutGroups(Units lows, Units highs, uint32_t sizes, uint32_t padding, char *to)
     {
-        uint32_t bits = (sizes & ~padding) | (NO_UNITS & padding);
+        uint32_t bits = (sizes & ~padding) | (NO_GROUPS & padding);
         Vector::ForEachOfBoth(Vector::JoinLow(lows, highs), Vector::JoinHigh(lows, highs),
                               [&](__m128i four) {
-                                  const uint32_t mask = bits & 0xFF;
+                                  const size_t mask = bits & 0xFF;
                                   bits >>= 8;
-                                  StoreSqueezed(to, four, SQUEEZES.bytes[mask]);
-                                  to += SQUEEZES.size[mask];
+                                  StoreSqueezed(to, four, GROUP_SQUEEZES.rows[mask]);
+                                  to += GROUP_SQUEEZES.size[mask];
                               });
         return to;
     }
@@ -210,7 +234,7 @@ template <typename Vector> struct Kernel {
     static constexpr size_t WIDTH = sizeof(Bytes);
 
     static bool IsAscii(Bytes bytes) { return Vector::SignBits(bytes) == 0; }
-    static bool IsAscii(Units units) { return Vector::IsZero(units & 0xFF80); }
+    static bool IsAscii(Units units) { return Vector::HasNone(units, 0xFF80); }
 
     // ---- A text in parts
 
@@ -303,7 +327,7 @@ template <typename Vector> struct Kernel {
         {
             Utf8Check::Look(now, before);
             tails.Add(Bytes(SignedBytes(now) < SignedBytes(Bytes{} + 0xC0)));
-            fours.Add(Bytes(now >= 0xF0));
+            fours.Add(Vector::AtLeast(now, 0xF0));
         }
         void Count()
         {
@@ -338,7 +362,8 @@ template <typename Vector> struct Kernel {
         const Bytes isThird = Vector::Less(third, 0xE0 - 0x80),
                     isHigh = Vector::Less(third, 0xF0 - 0x80),
                     isLow = Vector::Less(fourth, 0xF0 - 0x80);
-        const Bytes isAscii = Bytes(now < 0x80), isSecond = Bytes((second & 0xE0) == 0xC0);
+        const Bytes isAscii = Bytes(SignedBytes(now) > -1),
+                    isSecond = Bytes((second & 0xE0) == 0xC0);
 
         const Bytes low = now & (isAscii | 0x3F), middle = second & ~isAscii & 0x3F,
                     high = Vector::Less(third, 0xE0);
@@ -353,9 +378,10 @@ template <typename Vector> struct Kernel {
             // D7C0 is D800 less the 10000 that a pair's value does not hold.
             const auto paired = [](Units unit, Units lead, Units leadOfLow) {
                 const Units highSurrogate = 0xD7C0 + ((lead & 7) << 8) + ((unit & 0xFFF) >> 4);
-                return leadOfLow >= 0xF0 ? (unit & 0x3FF) | 0xDC00
-                       : lead >= 0xF0    ? highSurrogate
-                                         : unit;
+                const Units leading =
+                    Vector::Choose(Vector::AtLeast(lead, 0xF0), highSurrogate, unit);
+                return Vector::Choose(Vector::AtLeast(leadOfLow, 0xF0), (unit & 0x3FF) | 0xDC00,
+                                      leading);
             };
             front = paired(front, Vector::WidenLow(third), Vector::WidenLow(fourth));
             back = paired(back, Vector::WidenHigh(third), Vector::WidenHigh(fourth));
@@ -392,9 +418,10 @@ template <typename Vector> struct Kernel {
         Counter more; // counts each byte beyond a unit's first twice
         void Look(Units now, Units before)
         {
+            more.Add(Bytes(Vector::AtLeast(now, 0x80)));
+            if (Vector::HasNone(now | before, 0xF800)) { return; }
             const Units isSurrogate = IsSurrogate(now);
-            more.Add(Bytes(Units(now >= 0x80)));
-            more.Add(Bytes(Units(now >= 0x800) & ~isSurrogate));
+            more.Add(Bytes(Vector::AtLeast(now, 0x800) & ~isSurrogate));
             if (Vector::IsZero(isSurrogate | IsSurrogate(before))) { return; }
             const Units previous = Units(Vector::template Previous<2>(Bytes(now), Bytes(before)));
             faults |= IsHigh(previous) ^ IsLow(now);
@@ -416,8 +443,8 @@ template <typename Vector> struct Kernel {
     // The bytes of one vector of a valid text without characters of three bytes or four.
     [[gnu::always_inline]] static char *WritePairs(Units now, char *to)
     {
-        const Units isTwo = Units(now >= 0x80), both = now << 8 | now >> 6;
-        return Vector::PutPairs(isTwo ? (both & 0x3F1F) | 0x80C0 : both, isTwo, to);
+        const Units isTwo = Vector::AtLeast(now, 0x80), both = now << 8 | now >> 6;
+        return Vector::PutPairs(Vector::Choose(isTwo, (both & 0x3F1F) | 0x80C0, both), isTwo, to);
     }
 
     // Of the bytes of surrogates, the last two of a group: a low one needs two bits of the high
@@ -428,38 +455,43 @@ template <typename Vector> struct Kernel {
                     twoBits = Units(Vector::template Previous<2>(Bytes(now), Bytes(before))) & 3;
         const Units ofHigh = 0x80F0 | value >> 8 | (value << 6 & 0x3F00),
                     ofLow = 0x8080 | twoBits << 4 | (now >> 6 & 0xF) | (now << 8 & 0x3F00);
-        return IsHigh(now) ? ofHigh : IsLow(now) ? ofLow : otherwise;
+        return Vector::Choose(IsHigh(now), ofHigh, Vector::Choose(IsLow(now), ofLow, otherwise));
     }
 
     // The bytes of one vector of a valid text.  Each unit has some: a surrogate two of its pair's
     // four.
     [[gnu::always_inline]] static char *WriteBytes(Units now, Units before, Mask padding, char *to)
     {
-        if (padding == 0 && Vector::IsZero(now & 0xF800)) { return WritePairs(now, to); }
-        const Units isTwo = Units(now >= 0x80), isLong = Units(now >= 0x800),
+        const Units isTwo = Vector::AtLeast(now, 0x80), isLong = Vector::AtLeast(now, 0x800),
                     isSurrogate = IsSurrogate(now), isThree = isLong & ~isSurrogate;
         const Units both = now << 8 | (now >> 6 & 0x3F);
-        const Units lead = isLong ? Units{} + 0x8080 : Units{} + 0x80C0;
-        Units highs = isTwo ? (both & 0x3F3F) | lead : both;
+        const Units marks = 0x80C0 ^ (isLong & 0x0040);
+        Units highs = Vector::Choose(isTwo, (both & 0x3F3F) | marks, both);
         if (!Vector::IsZero(isSurrogate)) { highs = SurrogateBytes(now, before, highs); }
         const Units lows = now >> 4 | 0xE000;
-        const Mask sizes = Vector::SignBits(Bytes((isTwo & 0x00FF) | (isThree & 0xFF00)));
+        const Mask sizes = Vector::SignBits(Bytes((isThree & 0x00FF) | (isTwo & 0xFF00)));
         return Vector::PutGroups(lows, highs, sizes, padding, to);
+    }
+
+    // The bytes of two vectors of a valid text, after the vector before.
+    [[gnu::always_inline]] static char *WriteTwo(Units first, Units second, Units before, char *to)
+    {
+        if (IsAscii(first | second)) {
+            Vector::StoreNarrow(to, first, second);
+            return to + WIDTH;
+        }
+        if (Vector::HasNone(first | second, 0xF800)) {
+            return WritePairs(second, WritePairs(first, to));
+        }
+        return WriteBytes(second, first, 0, WriteBytes(first, before, 0, to));
     }
 
     static void Utf16ToUtf8(const char *bytes, size_t size, char *to)
     {
         Units last = {};
         for (; size >= 2 * WIDTH; bytes += 2 * WIDTH, size -= 2 * WIDTH) {
-            const Units first = Units(Vector::Load(bytes)),
-                        second = Units(Vector::Load(bytes + WIDTH));
-            if (IsAscii(first | second)) {
-                Vector::StoreNarrow(to, first, second);
-                to += WIDTH;
-            } else {
-                to = WriteBytes(first, last, 0, to);
-                to = WriteBytes(second, first, 0, to);
-            }
+            const Units second = Units(Vector::Load(bytes + WIDTH));
+            to = WriteTwo(Units(Vector::Load(bytes)), second, last, to);
             last = second;
         }
         if (size >= WIDTH) {

@@ -38,6 +38,25 @@ struct Sse42 : SqueezeByTable<Sse42, Sse42Units> {
         return Bytes(_mm_subs_epu8(Bits(bytes), _mm_set1_epi8(static_cast<char>(amount))));
     }
 
+    static Bytes AtLeast(Bytes bytes, uint8_t amount)
+    {
+        return Bytes(Bytes(_mm_max_epu8(Bits(bytes), _mm_set1_epi8(static_cast<char>(amount)))) ==
+                     bytes);
+    }
+    static Units AtLeast(Units units, uint16_t amount)
+    {
+        const __m128i amounts = _mm_set1_epi16(static_cast<short>(amount));
+        return Units(Units(_mm_max_epu16(Bits(units), amounts)) == units);
+    }
+    static bool HasNone(Units units, uint16_t bits)
+    {
+        return _mm_testz_si128(Bits(units), _mm_set1_epi16(static_cast<short>(bits))) != 0;
+    }
+    static Units Choose(Units mask, Units then, Units otherwise)
+    {
+        return Units(_mm_blendv_epi8(Bits(otherwise), Bits(then), Bits(mask)));
+    }
+
     static Sums SumsOf(Bytes bytes) // of eight bytes each
     {
         return Sums(_mm_sad_epu8(Bits(bytes), _mm_setzero_si128()));
