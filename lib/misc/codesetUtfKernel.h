@@ -238,6 +238,22 @@ template <typename Vector> struct Kernel {
 
     // ---- A text in parts
 
+    // How many bytes at the text's start are known to be ASCII: all, or whole vectors.
+    template <typename V> static size_t SkipAscii(const char *bytes, size_t size)
+    {
+        const auto load = [bytes](size_t at) { return V(Vector::Load(bytes + at)); };
+        size_t at = 0;
+        for (; size - at >= 4 * WIDTH; at += 4 * WIDTH) {
+            const V first = load(at) | load(at + WIDTH),
+                    second = load(at + 2 * WIDTH) | load(at + 3 * WIDTH);
+            if (!IsAscii(first | second)) { return at; }
+        }
+        for (; size - at >= WIDTH; at += WIDTH) {
+            if (!IsAscii(load(at))) { return at; }
+        }
+        return at > 0 && IsAscii(load(size - WIDTH)) ? size : at;
+    }
+
     // Calls looker.Look(vector, the one before it) wherever these are not both ASCII, with zeros
     // before the text and after it: a character that is cut short shows in the next vector.  After
     // a last vector without such zeros it calls looker.End(the text's end).  Count() is called
@@ -259,7 +275,7 @@ template <typename Vector> struct Kernel {
             last = fourth;
         }
         const auto step = [&](V now) {
-            if (!IsAscii(last | now)) { looker.Look(now, last); }
+            looker.Look(now, last);
             last = now;
         };
         for (; size >= WIDTH; bytes += WIDTH, size -= WIDTH) {
@@ -337,6 +353,12 @@ template <typename Vector> struct Kernel {
     };
 
     static bool Utf8IsValid(const char *bytes, size_t size)
+    {
+        const size_t ascii = SkipAscii<Bytes>(bytes, size);
+        return ascii == size || RestIsValid(bytes + ascii, size - ascii);
+    }
+
+    static bool RestIsValid(const char *bytes, size_t size)
     {
         Utf8Check check;
         LookThrough<Bytes>(bytes, size, check);
