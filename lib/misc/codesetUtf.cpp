@@ -119,8 +119,9 @@ const CodeSetUtfKernel &CodeSetUtfBest()
 // A text of one narrow vector has no use for a wide one, which takes longer to set up.
 const CodeSetUtfKernel &CodeSetUtfBestFor(size_t size)
 {
+    constexpr size_t NARROW = 16;
     const CodeSetUtfKernel &best = CodeSetUtfBest();
-    return size <= 16 && &best != &CodeSetUtf::PLAIN ? CodeSetUtf::SSE42 : best;
+    return size <= NARROW && &best != &CodeSetUtf::PLAIN ? CodeSetUtf::SSE42 : best;
 }
 
 // ---- Into a buffer

@@ -1,10 +1,10 @@
 // codesetUtfKernel.h -- UTF-8 and UTF-16 a vector at a time, for whatever vector there is.
 //
 // There is no branch on single characters: what a character would be is worked out at every
-// position at once, from the bytes before it, and what is none is squeezed out by a shuffle that a
-// table holds.  So a text costs the same whatever it mixes.  A text is read in whole vectors and
-// one padded with zeros, which is no character's continuation and thereby shows a sequence that is
-// cut short.
+// position at once, from the bytes before it, and what is none is squeezed out, by an instruction
+// where there is one for it and else by a shuffle that a table holds.  So a text costs the same
+// whatever it mixes.  A text is read in whole vectors and one padded with zeros, which is no
+// character's continuation and thereby shows a sequence that is cut short.
 //
 // This is compiled once for each set of instructions, and so must define nothing that another
 // source file could be linked with: all of it is internal.
@@ -486,6 +486,8 @@ template <typename Vector> struct Kernel {
     {
         const Units isTwo = Vector::AtLeast(now, 0x80), isLong = Vector::AtLeast(now, 0x800),
                     isSurrogate = IsSurrogate(now), isThree = isLong & ~isSurrogate;
+        // Of a group's four bytes the first is never used, the second leads three, and the others
+        // are a lead of two or a tail, and a tail or ASCII.
         const Units both = now << 8 | (now >> 6 & 0x3F);
         const Units marks = 0x80C0 ^ (isLong & 0x0040);
         Units highs = Vector::Choose(isTwo, (both & 0x3F3F) | marks, both);
