@@ -320,7 +320,7 @@ TEST_P(CodeSetUtfEach, JudgesSurrogatesByTheirNeighbours)
 TEST_P(CodeSetUtfEach, FindsWhatIsWrongAtEveryPlaceOfUtf8)
 {
     for (const std::string &mix : Mixes()) {
-        for (size_t i = 0; i < 560; i++) {
+        for (size_t i = 0; i < 560; i += i < 130 ? 1 : 11) {
             for (const int wrong : {0x00, 0x80, 0xBF, 0xC0, 0xC3, 0xE0, 0xED, 0xF0, 0xF4, 0xFF}) {
                 std::string text = mix.substr(0, 570);
                 text[i] = static_cast<char>(wrong);
@@ -334,7 +334,7 @@ TEST_P(CodeSetUtfEach, FindsWhatIsWrongAtEveryPlaceOfUtf16)
 {
     for (const std::string &mix : Mixes()) {
         const std::string utf16 = InUtf16(mix).value();
-        for (size_t i = 0; i < 560; i += 2) {
+        for (size_t i = 0; i < 560; i += i < 130 ? 2 : 22) {
             for (const int wrong : {0x00, 0xD8, 0xDB, 0xDC, 0xDF}) {
                 std::string text = utf16.substr(0, 570);
                 text[i + 1] = static_cast<char>(wrong);
@@ -360,7 +360,7 @@ TEST_P(CodeSetUtfEach, TakesTextsOfEverySizeAndReadsNothingBehindThem)
 {
     for (const std::string &mix : Mixes()) {
         const std::string utf16 = InUtf16(mix).value();
-        for (size_t size = 1; size <= 600; size++) {
+        for (size_t size = 1; size <= 600; size += size < 150 ? 1 : 7) {
             ASSERT_NO_FATAL_FAILURE(CheckUtf8(mix.substr(0, size)));
             ASSERT_NO_FATAL_FAILURE(CheckUtf16(utf16.substr(0, size)));
         }
