@@ -1,4 +1,4 @@
-// UTF-8 and UTF-16 in bulk, ours beside its peers, on four mixes of letters in four sizes.
+// UTF-8 and UTF-16 in bulk, ours compared with its peers, on four mixes of letters in four sizes.
 #include "workloads.h"
 
 #include "../lib/misc/codesetUtf.h"
@@ -25,7 +25,9 @@ struct Mix {
 constexpr Mix MIXES[] = {
     {"ascii", 0, 0, 0}, {"latin", 20, 0, 0}, {"cjk", 0, 90, 0}, {"emoji", 0, 15, 60}};
 
-// The most of the peer's time that ours may take, for each mix.
+// The most of the peer's time that ours may take, for each mix; 0: no more than reading takes.  (In
+// memory that is not the first cache's, reading alone takes more than a vectorised rival's share on
+// another processor, 0.03.)
 struct Size {
     const char *name;
     size_t bytes; // of UTF-8
@@ -35,7 +37,7 @@ constexpr Size SIZES[] = {
     {"16 B", 16, {0.65, 0.65, 0.65, 0.65}, {0.74, 0.79, 0.8, 0.71}, {0.75, 0.75, 0.7, 0.7}},
     {"64 B", 64, {0.12, 0.21, 0.2, 0.18}, {0.7, 0.8, 0.8, 0.71}, {0.61, 0.8, 0.8, 0.76}},
     {"1 KiB", 1024, {0.02, 0.12, 0.12, 0.1}, {0.14, 0.54, 0.54, 0.52}, {0.15, 0.24, 0.37, 0.67}},
-    {"1 MiB", 1048576, {0.03, 0.04, 0.08, 0.04}, {0.08, 0.22, 0.6, 0.7}, {0.07, 0.08, 0.18, 0.7}}};
+    {"1 MiB", 1048576, {0, 0.04, 0.08, 0.04}, {0.08, 0.22, 0.6, 0.7}, {0.07, 0.08, 0.18, 0.7}}};
 
 std::string Utf8Of(const Mix &mix, size_t size)
 {
@@ -174,10 +176,16 @@ void Row(const Size &size, size_t i)
         return g_utf8_validate(utf8->data(), static_cast<gssize>(utf8->size()), nullptr);
     };
     const auto icuCheck = [=] { return IsPreflighted(*utf8); };
-    Workload(
-        title("validity"), {{"g_utf8_validate", size.validity[i]}}, Repeat(ourCheck),
-        {{"g_utf8_validate", Repeat(glibCheck)}, {"u_strFromUTF8, no output", Repeat(icuCheck)}},
-        ourCheck() && glibCheck() && icuCheck());
+    // The least that shows a text to be ASCII: all of it is read.
+    static constexpr char READING[] = "memchr, which only reads";
+    const auto reading = [=] { return memchr(utf8->data(), 0xFF, utf8->size()); };
+    const Goal goal =
+        size.validity[i] > 0 ? Goal{"g_utf8_validate", size.validity[i]} : Goal{READING, 1.1};
+    Workload(title("validity"), {goal}, Repeat(ourCheck),
+             {{"g_utf8_validate", Repeat(glibCheck)},
+              {"u_strFromUTF8, no output", Repeat(icuCheck)},
+              {READING, Repeat(reading), false}},
+             ourCheck() && glibCheck() && icuCheck() && reading() == nullptr);
 
     const auto ourUtf16 = [=] { return Ours(CodeSetUtf8ToUtf16Db, *utf8); };
     const auto icuUtf16 = [=] {

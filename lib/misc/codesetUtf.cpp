@@ -77,24 +77,30 @@ void PlainUtf16ToUtf8(const char *bytes, size_t size, char *to)
 
 // ---- The choice
 
-constexpr const CodeSetUtfKernel *KERNELS[] = {&CodeSetUtf::AVX2, &CodeSetUtf::SSE42,
-                                               &CodeSetUtf::PLAIN};
+constexpr const CodeSetUtfKernel *KERNELS[] = {&CodeSetUtf::AVX512, &CodeSetUtf::AVX2,
+                                               &CodeSetUtf::SSE42, &CodeSetUtf::PLAIN};
 
-// Whether the system keeps the registers that AVX widens.
-[[gnu::target("xsave")]] bool CodeSetUtfKeepsWideRegisters()
-{
-    constexpr uint64_t SSE_AND_AVX = 6;
-    return (_xgetbv(0) & SSE_AND_AVX) == SSE_AND_AVX;
-}
+// A bit for each kind of registers that the system keeps for a thread.
+[[gnu::target("xsave")]] uint64_t CodeSetUtfKeptRegisters() { return _xgetbv(0); }
 
-// The first of KERNELS that this processor can run.
+// The first of KERNELS that this processor can run.  It is asked by hand, since the compiler's own
+// __builtin_cpu_supports() does not link for macOS.
 size_t CodeSetUtfFirst()
 {
+    enum { AVX512, AVX2, SSE42, PLAIN };
     unsigned a = 0, b = 0, c = 0, d = 0;
     constexpr unsigned NEEDED = bit_SSE4_2 | bit_POPCNT;
-    if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & NEEDED) != NEEDED) { return 2; }
-    if ((c & bit_OSXSAVE) == 0 || !CodeSetUtfKeepsWideRegisters()) { return 1; }
-    return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & bit_AVX2) != 0 ? 0 : 1;
+    if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & NEEDED) != NEEDED) { return PLAIN; }
+
+    constexpr uint64_t KEPT_FOR_AVX = 0x06, KEPT_FOR_AVX512 = 0xE6;
+    const uint64_t kept = (c & bit_OSXSAVE) != 0 ? CodeSetUtfKeptRegisters() : 0;
+    if ((kept & KEPT_FOR_AVX) != KEPT_FOR_AVX) { return SSE42; }
+    if (__get_cpuid_count(7, 0, &a, &b, &c, &d) == 0 || (b & bit_AVX2) == 0) { return SSE42; }
+
+    constexpr unsigned WIDE = bit_AVX512F | bit_AVX512BW | bit_BMI2;
+    const bool isWide = (kept & KEPT_FOR_AVX512) == KEPT_FOR_AVX512 && (b & WIDE) == WIDE &&
+                        (c & bit_AVX512VBMI2) != 0;
+    return isWide ? AVX512 : AVX2;
 }
 
 // Under a hypervisor asking the processor takes longer than many a conversion, so it is asked once;
@@ -108,6 +114,14 @@ const CodeSetUtfKernel &CodeSetUtfBest()
         sBest.store(best, std::memory_order_relaxed);
     }
     return *best;
+}
+
+// A text of one narrow vector has no use for a wide one, which takes longer to set up.
+const CodeSetUtfKernel &CodeSetUtfBestFor(size_t size)
+{
+    constexpr size_t NARROW = 16;
+    const CodeSetUtfKernel &best = CodeSetUtfBest();
+    return size <= NARROW && &best != &CodeSetUtf::PLAIN ? CodeSetUtf::SSE42 : best;
 }
 
 // ---- Into a buffer
@@ -145,13 +159,13 @@ std::span<const CodeSetUtfKernel *const> CodeSetUtfKernels()
 
 bool CodeSetUtf8IsValid(const char *bytes, size_t size)
 {
-    return size == 0 || CodeSetUtfBest().utf8IsValid(bytes, size);
+    return size == 0 || CodeSetUtfBestFor(size).utf8IsValid(bytes, size);
 }
 
 bool CodeSetUtf16IsValid(const char *bytes, size_t size)
 {
     size_t ignored;
-    return size == 0 || CodeSetUtfBest().measureUtf16(bytes, size, &ignored);
+    return size == 0 || CodeSetUtfBestFor(size).measureUtf16(bytes, size, &ignored);
 }
 
 size_t CodeSetUtf8ValidSize(const char *bytes, size_t size)
@@ -168,13 +182,13 @@ size_t CodeSetUtf16ValidSize(const char *bytes, size_t size)
 
 bool CodeSetUtf8ToUtf16Db(const char *bytes, size_t size, DynBuf *db)
 {
-    const CodeSetUtfKernel &kernel = CodeSetUtfBest();
+    const CodeSetUtfKernel &kernel = CodeSetUtfBestFor(size);
     return CodeSetUtfAppend(kernel.measureUtf8, kernel.utf8ToUtf16, bytes, size, db);
 }
 
 bool CodeSetUtf16ToUtf8Db(const char *bytes, size_t size, DynBuf *db)
 {
-    const CodeSetUtfKernel &kernel = CodeSetUtfBest();
+    const CodeSetUtfKernel &kernel = CodeSetUtfBestFor(size);
     return CodeSetUtfAppend(kernel.measureUtf16, kernel.utf16ToUtf8, bytes, size, db);
 }
 

@@ -6,9 +6,12 @@ namespace pelago {
 namespace {
 
 // Most instructions work in each half of 16 bytes by itself.
-struct Avx2 {
+using Avx2Units = uint16_t __attribute__((vector_size(32)));
+struct Avx2 : SqueezeByTable<Avx2, Avx2Units> {
     using Bytes = uint8_t __attribute__((vector_size(32)));
-    using Units = uint16_t __attribute__((vector_size(32)));
+    using Units = Avx2Units;
+    using SignedBytes = int8_t __attribute__((vector_size(32)));
+    using Sums = uint64_t __attribute__((vector_size(32)));
 
     static __m256i Bits(Bytes bytes) { return __m256i(bytes); }
     static __m256i Bits(Units units) { return __m256i(units); }
@@ -42,6 +45,30 @@ struct Avx2 {
         return Bytes(_mm256_subs_epu8(Bits(bytes), _mm256_set1_epi8(static_cast<char>(amount))));
     }
 
+    static Bytes AtLeast(Bytes bytes, uint8_t amount)
+    {
+        return Bytes(Bytes(_mm256_max_epu8(Bits(bytes),
+                                           _mm256_set1_epi8(static_cast<char>(amount)))) == bytes);
+    }
+    static Units AtLeast(Units units, uint16_t amount)
+    {
+        const __m256i amounts = _mm256_set1_epi16(static_cast<short>(amount));
+        return Units(Units(_mm256_max_epu16(Bits(units), amounts)) == units);
+    }
+    static bool HasNone(Units units, uint16_t bits)
+    {
+        return _mm256_testz_si256(Bits(units), _mm256_set1_epi16(static_cast<short>(bits))) != 0;
+    }
+    static Units Choose(Units mask, Units then, Units otherwise)
+    {
+        return Units(_mm256_blendv_epi8(Bits(otherwise), Bits(then), Bits(mask)));
+    }
+
+    static Sums SumsOf(Bytes bytes) // of eight bytes each
+    {
+        return Sums(_mm256_sad_epu8(Bits(bytes), _mm256_setzero_si256()));
+    }
+
     // The low and the high part of each half of the bytes, as units.
     static Units WidenLow(Bytes bytes)
     {
@@ -50,15 +77,6 @@ struct Avx2 {
     static Units WidenHigh(Bytes bytes)
     {
         return Units(_mm256_unpackhi_epi8(Bits(bytes), _mm256_setzero_si256()));
-    }
-    // The same for masks.
-    static Units SpreadLow(Bytes mask)
-    {
-        return Units(_mm256_unpacklo_epi8(Bits(mask), Bits(mask)));
-    }
-    static Units SpreadHigh(Bytes mask)
-    {
-        return Units(_mm256_unpackhi_epi8(Bits(mask), Bits(mask)));
     }
     // One unit of each in turn.
     static Units JoinLow(Units a, Units b)
@@ -74,9 +92,11 @@ struct Avx2 {
     static Bytes Narrow(Units units) { return Bytes(_mm256_packs_epi16(Bits(units), Bits(units))); }
 
     // ASCII in the other form.
-    static void StoreNarrow(char *to, Units units)
+    static void StoreNarrow(char *to, Units first, Units second)
     {
-        Store16(to, _mm256_castsi256_si128(_mm256_permute4x64_epi64(Bits(Narrow(units)), 0x08)));
+        const __m256i halves = _mm256_packus_epi16(Bits(first), Bits(second));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(to),
+                            _mm256_permute4x64_epi64(halves, 0xD8));
     }
     static void StoreWide(char *to, Bytes bytes)
     {

@@ -1,10 +1,10 @@
 // codesetUtfKernel.h -- UTF-8 and UTF-16 a vector at a time, for whatever vector there is.
 //
 // There is no branch on single characters: what a character would be is worked out at every
-// position at once, from the bytes before it, and what is none is squeezed out by a shuffle that a
-// table holds.  So a text costs the same whatever it mixes.  A text is read in whole vectors and
-// one padded with zeros, which is no character's continuation and thereby shows a sequence that is
-// cut short.
+// position at once, from the bytes before it, and what is none is squeezed out, by an instruction
+// where there is one for it and else by a shuffle that a table holds.  So a text costs the same
+// whatever it mixes.  A text is read in whole vectors and one padded with zeros, which is no
+// character's continuation and thereby shows a sequence that is cut short.
 //
 // This is compiled once for each set of instructions, and so must define nothing that another
 // source file could be linked with: all of it is internal.
@@ -69,42 +69,63 @@ struct FaultTables {
 };
 alignas(16) inline constexpr FaultTables FAULT_TABLES;
 
-// Shuffles that move what is wanted of a vector to its front.
-struct Squeezes {
-    Row units[256] = {};    // eight units of two bytes: a bit says that one is wanted
-    Row pairs[256] = {};    // eight pairs of bytes: a bit says that the first is wanted, too
-    Row bytes[256] = {};    // the last bytes of four groups of four: two bits, UnitSize(), each
-    uint8_t size[256] = {}; // how many bytes that makes
-    constexpr Squeezes()
+// Shuffles that move what is wanted of a vector to its front: of eight units of two bytes those
+// that have a bit,
+struct UnitSqueezes {
+    Row rows[256] = {};
+    constexpr UnitSqueezes()
     {
         for (unsigned wanted = 0; wanted < 256; wanted++) {
             unsigned to = 0;
             for (unsigned i = 0; i < 8; i++) {
                 if ((wanted >> i & 1U) == 0) { continue; }
-                units[wanted][to++] = static_cast<uint8_t>(2 * i);
-                units[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
+                rows[wanted][to++] = static_cast<uint8_t>(2 * i);
+                rows[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
             }
-            to = 0;
+        }
+    }
+};
+alignas(16) inline constexpr UnitSqueezes UNIT_SQUEEZES;
+
+// of eight pairs of bytes the second byte, and the first where there is a bit,
+struct PairSqueezes {
+    Row rows[256] = {};
+    constexpr PairSqueezes()
+    {
+        for (unsigned wanted = 0; wanted < 256; wanted++) {
+            unsigned to = 0;
             for (unsigned i = 0; i < 8; i++) {
-                if ((wanted >> i & 1U) != 0) { pairs[wanted][to++] = static_cast<uint8_t>(2 * i); }
-                pairs[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
+                if ((wanted >> i & 1U) != 0) { rows[wanted][to++] = static_cast<uint8_t>(2 * i); }
+                rows[wanted][to++] = static_cast<uint8_t>(2 * i + 1);
             }
+        }
+    }
+};
+alignas(16) inline constexpr PairSqueezes PAIR_SQUEEZES;
+
+// and of four groups of four the last bytes: one, and another for each of a group's two bits.
+struct GroupSqueezes {
+    Row rows[256] = {};
+    uint8_t size[256] = {}; // how many bytes that makes
+    constexpr GroupSqueezes()
+    {
+        for (unsigned sizes = 0; sizes < 256; sizes++) {
             for (unsigned i = 0; i < 4; i++) {
-                for (unsigned left = UnitSize(wanted >> 2 * i & 3U); left > 0; left--) {
-                    bytes[wanted][size[wanted]++] = static_cast<uint8_t>(4 * i + 4 - left);
+                for (unsigned left = GroupSize(sizes >> 2 * i & 3U); left > 0; left--) {
+                    rows[sizes][size[sizes]++] = static_cast<uint8_t>(4 * i + 4 - left);
                 }
             }
         }
     }
-    // Bit 0: more than one byte; bit 1: more than two.
-    static constexpr unsigned UnitSize(unsigned bits)
+    // Bit 0: more than two bytes; bit 1: more than one.  A group with bit 0 alone is padding.
+    static constexpr unsigned GroupSize(unsigned bits)
     {
-        constexpr unsigned SIZES[] = {1, 2, 0, 3};
+        constexpr unsigned SIZES[] = {1, 0, 2, 3};
         return SIZES[bits];
     }
 };
-alignas(16) inline constexpr Squeezes SQUEEZES;
-inline constexpr uint32_t NO_UNITS = 0xAAAAAAAA; // of size 0, for what is padding
+alignas(16) inline constexpr GroupSqueezes GROUP_SQUEEZES;
+inline constexpr uint32_t NO_GROUPS = 0x55555555;
 
 // ---- Loading
 
@@ -149,7 +170,56 @@ inline void StoreSqueezed(char *to, __m128i value, const Row &row)
     Store16(to, _mm_shuffle_epi8(value, LoadRow(row)));
 }
 
-inline size_t CountBits(uint32_t bits) { return static_cast<size_t>(__builtin_popcount(bits)); }
+inline unsigned CountBits(uint64_t bits)
+{
+    return static_cast<unsigned>(__builtin_popcountll(bits));
+}
+
+// ---- Squeezing by tables, for sets of instructions that have none for it
+
+// Vector supplies ForEach() and ForEachOfBoth(), which call a function for each 16 bytes in turn.
+template <typename Vector, typename Units> struct SqueezeByTable {
+    // The units that have a bit.
+    static char *PutUnits(Units low, Units high, uint32_t wanted, char *to)
+    {
+        Vector::ForEachOfBoth(low, high, [&](__m128i eight) {
+            const size_t mask = wanted & 0xFF;
+            wanted >>= 8;
+            StoreSqueezed(to, eight, UNIT_SQUEEZES.rows[mask]);
+            to += 2 * CountBits(mask);
+        });
+        return to;
+    }
+
+    // The second byte of each pair, and the first one where isTwo is set.
+    static char *PutPairs(Units pairs, Units isTwo, char *to)
+    {
+        uint32_t bits = Vector::SignBits(Vector::Narrow(isTwo));
+        Vector::ForEach(pairs, [&](__m128i eight) {
+            const size_t mask = bits & 0xFF;
+            bits >>= 16;
+            StoreSqueezed(to, eight, PAIR_SQUEEZES.rows[mask]);
+            to += 8 + CountBits(mask);
+        });
+        return to;
+    }
+
+    // The last bytes of each group of four, whose first two are in lows and last two in highs.
+    // sizes has the two bits of GroupSqueezes for each group; padding has both bits of those to
+    // leave out.
+    static char *PutGroups(Units lows, Units highs, uint32_t sizes, uint32_t padding, char *to)
+    {
+        uint32_t bits = (sizes & ~padding) | (NO_GROUPS & padding);
+        Vector::ForEachOfBoth(Vector::JoinLow(lows, highs), Vector::JoinHigh(lows, highs),
+                              [&](__m128i four) {
+                                  const size_t mask = bits & 0xFF;
+                                  bits >>= 8;
+                                  StoreSqueezed(to, four, GROUP_SQUEEZES.rows[mask]);
+                                  to += GROUP_SQUEEZES.size[mask];
+                              });
+        return to;
+    }
+};
 
 // ---- The kernel
 
@@ -158,15 +228,86 @@ inline size_t CountBits(uint32_t bits) { return static_cast<size_t>(__builtin_po
 template <typename Vector> struct Kernel {
     using Bytes = typename Vector::Bytes;
     using Units = typename Vector::Units;
+    using SignedBytes = typename Vector::SignedBytes;
+    using Sums = typename Vector::Sums; // 64 bits each
+    using Mask = decltype(Vector::SignBits(Bytes{}));
     static constexpr size_t WIDTH = sizeof(Bytes);
 
-    static uint32_t SignBits(Bytes bytes) { return Vector::SignBits(bytes); }
-    static bool IsAscii(Bytes bytes) { return SignBits(bytes) == 0; }
-    static bool IsAscii(Units units) { return Vector::IsZero(units & 0xFF80); }
-    static Units Choose(Units mask, Units then, Units otherwise)
+    static bool IsAscii(Bytes bytes) { return Vector::SignBits(bytes) == 0; }
+    static bool IsAscii(Units units) { return Vector::HasNone(units, 0xFF80); }
+
+    // ---- A text in parts
+
+    // How many bytes at the text's start are known to be ASCII: all, or whole vectors.
+    template <typename V> static size_t SkipAscii(const char *bytes, size_t size)
     {
-        return (then & mask) | (otherwise & ~mask);
+        const auto load = [bytes](size_t at) { return V(Vector::Load(bytes + at)); };
+        size_t at = 0;
+        for (; size - at >= 4 * WIDTH; at += 4 * WIDTH) {
+            const V first = load(at) | load(at + WIDTH),
+                    second = load(at + 2 * WIDTH) | load(at + 3 * WIDTH);
+            if (!IsAscii(first | second)) { return at; }
+        }
+        for (; size - at >= WIDTH; at += WIDTH) {
+            if (!IsAscii(load(at))) { return at; }
+        }
+        return at > 0 && IsAscii(load(size - WIDTH)) ? size : at;
     }
+
+    // Calls looker.Look(vector, the one before it) wherever these are not both ASCII, with zeros
+    // before the text and after it: a character that is cut short shows in the next vector.  After
+    // a last vector without such zeros it calls looker.End(the text's end).  Count() is called
+    // after four vectors at most.
+    template <typename V, typename Looker>
+    static void LookThrough(const char *bytes, size_t size, Looker &looker)
+    {
+        V last = {};
+        for (; size >= 4 * WIDTH; bytes += 4 * WIDTH, size -= 4 * WIDTH) {
+            const V first = V(Vector::Load(bytes)), second = V(Vector::Load(bytes + WIDTH)),
+                    third = V(Vector::Load(bytes + 2 * WIDTH)),
+                    fourth = V(Vector::Load(bytes + 3 * WIDTH));
+            if (IsAscii(last | first | second | third | fourth)) { continue; }
+            looker.Look(first, last);
+            looker.Look(second, first);
+            looker.Look(third, second);
+            looker.Look(fourth, third);
+            looker.Count();
+            last = fourth;
+        }
+        const auto step = [&](V now) {
+            looker.Look(now, last);
+            last = now;
+        };
+        for (; size >= WIDTH; bytes += WIDTH, size -= WIDTH) {
+            step(V(Vector::Load(bytes)));
+        }
+        if (size > 0) {
+            step(V(Vector::LoadPart(bytes, size)));
+        } else {
+            looker.End(bytes);
+        }
+        looker.Count();
+    }
+
+    // Adds up how often masks were set, byte by byte: for 255 masks at most before a Flush().
+    struct Counter {
+        Bytes pending = {};
+        Sums sums = {};
+        void Add(Bytes mask) { pending -= mask; }
+        void Flush()
+        {
+            sums += Vector::SumsOf(pending);
+            pending = Bytes{};
+        }
+        size_t Total() const
+        {
+            size_t total = 0;
+            for (size_t i = 0; i < WIDTH / sizeof sums[0]; i++) {
+                total += sums[i];
+            }
+            return total;
+        }
+    };
 
     // ---- UTF-8
 
@@ -183,98 +324,92 @@ template <typename Vector> struct Kernel {
         return pairs ^ (later & LATER_TAIL);
     }
 
-    // What these bytes add to the text's count of units, beyond one for each byte.
-    static size_t CountExtraUnits(Bytes bytes)
-    {
-        const uint32_t tails = SignBits(Bytes(bytes < 0xC0)) & SignBits(bytes);
-        return CountBits(SignBits(Bytes(bytes >= 0xF0))) - CountBits(tails);
-    }
+    struct Utf8Check {
+        Bytes faults = {};
+        bool isCut = false;
+        void Look(Bytes now, Bytes before) { faults |= Faults(now, before); }
+        void End(const char *end)
+        {
+            isCut =
+                (end[-1] & 0xC0) == 0xC0 || (end[-2] & 0xE0) == 0xE0 || (end[-3] & 0xF0) == 0xF0;
+        }
+        void Count() {}
+        bool IsRight() const { return !isCut && Vector::IsZero(Units(faults)); }
+    };
 
-    // Calls look(vector, the one before) wherever these are not both ASCII; zeros are before and
-    // behind the text.  What has begun in one vector shows as cut short in the next.
-    template <typename V, typename F>
-    static void LookThrough(const char *bytes, size_t size, F look)
-    {
-        V last = {};
-        const auto step = [&](V now) {
-            if (!IsAscii(last | now)) { look(now, last); }
-            last = now;
-        };
-        for (; size >= 2 * WIDTH; bytes += 2 * WIDTH, size -= 2 * WIDTH) {
-            const V first = V(Vector::Load(bytes)), second = V(Vector::Load(bytes + WIDTH));
-            if (IsAscii(last | first | second)) { continue; }
-            look(first, last);
-            look(second, first);
-            last = second;
+    struct Utf8Measure : Utf8Check {
+        Counter tails, fours;
+        void Look(Bytes now, Bytes before)
+        {
+            Utf8Check::Look(now, before);
+            tails.Add(Bytes(SignedBytes(now) < SignedBytes(Bytes{} + 0xC0)));
+            fours.Add(Vector::AtLeast(now, 0xF0));
         }
-        if (size >= WIDTH) {
-            step(V(Vector::Load(bytes)));
-            bytes += WIDTH;
-            size -= WIDTH;
+        void Count()
+        {
+            tails.Flush();
+            fours.Flush();
         }
-        step(V(Vector::LoadPart(bytes, size)));
-    }
+    };
 
     static bool Utf8IsValid(const char *bytes, size_t size)
     {
-        Bytes faults = {};
-        LookThrough<Bytes>(bytes, size,
-                           [&](Bytes now, Bytes before) { faults |= Faults(now, before); });
-        return Vector::IsZero(Units(faults));
+        const size_t ascii = SkipAscii<Bytes>(bytes, size);
+        return ascii == size || RestIsValid(bytes + ascii, size - ascii);
+    }
+
+    static bool RestIsValid(const char *bytes, size_t size)
+    {
+        Utf8Check check;
+        LookThrough<Bytes>(bytes, size, check);
+        return check.IsRight();
     }
 
     static bool MeasureUtf8(const char *bytes, size_t size, size_t *sizeAsUtf16)
     {
-        size_t count = size;
-        Bytes faults = {};
-        LookThrough<Bytes>(bytes, size, [&](Bytes now, Bytes before) {
-            faults |= Faults(now, before);
-            count += CountExtraUnits(now);
-        });
-        *sizeAsUtf16 = 2 * count;
-        return Vector::IsZero(Units(faults));
+        Utf8Measure measure;
+        LookThrough<Bytes>(bytes, size, measure);
+        *sizeAsUtf16 = 2 * (size - measure.tails.Total() + measure.fours.Total());
+        return measure.IsRight();
     }
 
     // The units of one vector of a valid text, as far as the bits of its bytes are kept.  A unit
     // comes out where its last byte is; of a pair of surrogates the high one at the third byte.
-    [[gnu::always_inline]] static char *WriteUnits(Bytes now, Bytes before, uint32_t kept, char *to)
+    [[gnu::always_inline]] static char *WriteUnits(Bytes now, Bytes before, Mask kept, char *to)
     {
         const Bytes second = Vector::template Previous<1>(now, before),
                     third = Vector::template Previous<2>(now, before),
                     fourth = Vector::template Previous<3>(now, before);
-        const Bytes isAscii = Bytes(now < 0x80), isSecond = Bytes((second & 0xE0) == 0xC0),
-                    isThird = Bytes(third >= 0xE0), isFourth = Bytes(fourth >= 0xF0);
+        // Of these only the top bit counts.
+        const Bytes isThird = Vector::Less(third, 0xE0 - 0x80),
+                    isHigh = Vector::Less(third, 0xF0 - 0x80),
+                    isLow = Vector::Less(fourth, 0xF0 - 0x80);
+        const Bytes isAscii = Bytes(SignedBytes(now) > -1),
+                    isSecond = Bytes((second & 0xE0) == 0xC0);
 
         const Bytes low = now & (isAscii | 0x3F), middle = second & ~isAscii & 0x3F,
-                    high = third & isThird;
-        const auto unitsOf = [=](Units lows, Units middles, Units highs) {
+                    high = Vector::Less(third, 0xE0);
+        const auto unitsOf = [](Units lows, Units middles, Units highs) {
             return lows | middles << 6 | highs << 12;
         };
         Units front =
                   unitsOf(Vector::WidenLow(low), Vector::WidenLow(middle), Vector::WidenLow(high)),
               back = unitsOf(Vector::WidenHigh(low), Vector::WidenHigh(middle),
                              Vector::WidenHigh(high));
-        const Bytes isHigh = Bytes(third >= 0xF0), isLow = isFourth;
-        if (SignBits(isHigh | isLow) != 0) {
+        if (!IsAscii(isHigh | isLow)) {
             // D7C0 is D800 less the 10000 that a pair's value does not hold.
-            const auto paired = [](Units unit, Units lead, Units isHighs, Units isLows) {
+            const auto paired = [](Units unit, Units lead, Units leadOfLow) {
                 const Units highSurrogate = 0xD7C0 + ((lead & 7) << 8) + ((unit & 0xFFF) >> 4);
-                return Choose(isLows, (unit & 0x3FF) | 0xDC00,
-                              Choose(isHighs, highSurrogate, unit));
+                const Units leading =
+                    Vector::Choose(Vector::AtLeast(lead, 0xF0), highSurrogate, unit);
+                return Vector::Choose(Vector::AtLeast(leadOfLow, 0xF0), (unit & 0x3FF) | 0xDC00,
+                                      leading);
             };
-            front = paired(front, Vector::WidenLow(third), Vector::SpreadLow(isHigh),
-                           Vector::SpreadLow(isLow));
-            back = paired(back, Vector::WidenHigh(third), Vector::SpreadHigh(isHigh),
-                          Vector::SpreadHigh(isLow));
+            front = paired(front, Vector::WidenLow(third), Vector::WidenLow(fourth));
+            back = paired(back, Vector::WidenHigh(third), Vector::WidenHigh(fourth));
         }
-        uint32_t bits = SignBits(isAscii | isSecond | isThird | isFourth) & kept;
-        Vector::ForEachOfBoth(front, back, [&](__m128i eight) {
-            const uint32_t mask = bits & 0xFF;
-            bits >>= 8;
-            StoreSqueezed(to, eight, SQUEEZES.units[mask]);
-            to += 2 * CountBits(mask);
-        });
-        return to;
+        return Vector::PutUnits(front, back,
+                                Vector::SignBits(isAscii | isSecond | isThird | isLow) & kept, to);
     }
 
     static void Utf8ToUtf16(const char *bytes, size_t size, char *to)
@@ -286,11 +421,11 @@ template <typename Vector> struct Kernel {
                 Vector::StoreWide(to, now);
                 to += 2 * WIDTH;
             } else {
-                to = WriteUnits(now, last, ~0U, to);
+                to = WriteUnits(now, last, ~Mask{0}, to);
             }
             last = now;
         }
-        if (size > 0) { WriteUnits(Vector::LoadPart(bytes, size), last, ~(~0U << size), to); }
+        if (size > 0) { WriteUnits(Vector::LoadPart(bytes, size), last, ~(~Mask{0} << size), to); }
     }
 
     // ---- UTF-16
@@ -299,85 +434,100 @@ template <typename Vector> struct Kernel {
     static Units IsHigh(Units units) { return Units((units & 0xFC00) == 0xD800); }
     static Units IsLow(Units units) { return Units((units & 0xFC00) == 0xDC00); }
 
-    // Squeezes.size's two bits a unit.
-    static uint32_t SizeBits(Units units, Units isSurrogate)
-    {
-        const Units isTwo = Units(units >= 0x80), isThree = Units(units >= 0x800) & ~isSurrogate;
-        return SignBits(Bytes((isTwo & 0x00FF) | (isThree & 0xFF00)));
-    }
+    struct Utf16Measure {
+        Units faults = {};
+        bool isCut = false;
+        Counter more; // counts each byte beyond a unit's first twice
+        void Look(Units now, Units before)
+        {
+            more.Add(Bytes(Vector::AtLeast(now, 0x80)));
+            if (Vector::HasNone(now | before, 0xF800)) { return; }
+            const Units isSurrogate = IsSurrogate(now);
+            more.Add(Bytes(Vector::AtLeast(now, 0x800) & ~isSurrogate));
+            if (Vector::IsZero(isSurrogate | IsSurrogate(before))) { return; }
+            const Units previous = Units(Vector::template Previous<2>(Bytes(now), Bytes(before)));
+            faults |= IsHigh(previous) ^ IsLow(now);
+        }
+        void End(const char *end) { isCut = (end[-1] & 0xFC) == 0xD8; }
+        void Count() { more.Flush(); }
+        bool IsRight() const { return !isCut && Vector::IsZero(faults); }
+    };
 
     static bool MeasureUtf16(const char *bytes, size_t size, size_t *sizeAsUtf8)
     {
         if (size % 2 != 0) { return false; }
-        size_t count = size / 2;
-        Units faults = {};
-        LookThrough<Units>(bytes, size, [&](Units now, Units before) {
-            const Units isSurrogate = IsSurrogate(now);
-            count += CountBits(SizeBits(now, isSurrogate));
-            if (Vector::IsZero(isSurrogate | IsSurrogate(before))) { return; }
-            const Units previous = Units(Vector::template Previous<2>(Bytes(now), Bytes(before)));
-            faults |= IsHigh(previous) ^ IsLow(now);
-        });
-        *sizeAsUtf8 = count;
-        return Vector::IsZero(faults);
+        Utf16Measure measure;
+        LookThrough<Units>(bytes, size, measure);
+        *sizeAsUtf8 = size / 2 + measure.more.Total() / 2;
+        return measure.IsRight();
+    }
+
+    // The bytes of one vector of a valid text without characters of three bytes or four.
+    [[gnu::always_inline]] static char *WritePairs(Units now, char *to)
+    {
+        const Units isTwo = Vector::AtLeast(now, 0x80), both = now << 8 | now >> 6;
+        return Vector::PutPairs(Vector::Choose(isTwo, (both & 0x3F1F) | 0x80C0, both), isTwo, to);
+    }
+
+    // Of the bytes of surrogates, the last two of a group: a low one needs two bits of the high
+    // one.
+    static Units SurrogateBytes(Units now, Units before, Units otherwise)
+    {
+        const Units value = (now & 0x3FF) + 0x40,
+                    twoBits = Units(Vector::template Previous<2>(Bytes(now), Bytes(before))) & 3;
+        const Units ofHigh = 0x80F0 | value >> 8 | (value << 6 & 0x3F00),
+                    ofLow = 0x8080 | twoBits << 4 | (now >> 6 & 0xF) | (now << 8 & 0x3F00);
+        return Vector::Choose(IsHigh(now), ofHigh, Vector::Choose(IsLow(now), ofLow, otherwise));
     }
 
     // The bytes of one vector of a valid text.  Each unit has some: a surrogate two of its pair's
-    // four, to which the low one needs two bits of the one before it.
-    [[gnu::always_inline]] static char *WriteBytes(Units now, Units before, uint32_t padding,
-                                                   char *to)
+    // four.
+    [[gnu::always_inline]] static char *WriteBytes(Units now, Units before, Mask padding, char *to)
     {
-        const Units isTwo = Units(now >= 0x80);
-        Units last = Choose(isTwo, (now & 0x3F) | 0x80, now);
-        if (padding == 0 && Vector::IsZero(now & 0xF800)) { // two bytes at most, half the work
-            uint32_t bits = SignBits(Vector::Narrow(isTwo));
-            Vector::ForEach((now >> 6 | 0xC0) | last << 8, [&](__m128i eight) {
-                const uint32_t mask = bits & 0xFF;
-                bits >>= 16;
-                StoreSqueezed(to, eight, SQUEEZES.pairs[mask]);
-                to += 8 + CountBits(mask);
-            });
-            return to;
+        const Units isTwo = Vector::AtLeast(now, 0x80), isLong = Vector::AtLeast(now, 0x800),
+                    isSurrogate = IsSurrogate(now), isThree = isLong & ~isSurrogate;
+        // Of a group's four bytes the first is never used, the second leads three, and the others
+        // are a lead of two or a tail, and a tail or ASCII.
+        const Units both = now << 8 | (now >> 6 & 0x3F);
+        const Units marks = 0x80C0 ^ (isLong & 0x0040);
+        Units highs = Vector::Choose(isTwo, (both & 0x3F3F) | marks, both);
+        if (!Vector::IsZero(isSurrogate)) { highs = SurrogateBytes(now, before, highs); }
+        const Units lows = now >> 4 | 0xE000;
+        const Mask sizes = Vector::SignBits(Bytes((isThree & 0x00FF) | (isTwo & 0xFF00)));
+        return Vector::PutGroups(lows, highs, sizes, padding, to);
+    }
+
+    // The bytes of two vectors of a valid text, after the vector before.
+    [[gnu::always_inline]] static char *WriteTwo(Units first, Units second, Units before, char *to)
+    {
+        if (IsAscii(first | second)) {
+            Vector::StoreNarrow(to, first, second);
+            return to + WIDTH;
         }
-        const Units isSurrogate = IsSurrogate(now);
-        const uint32_t sizes = SizeBits(now, isSurrogate);
-        const Units first = 0xE0 | now >> 12;
-        Units middle = Choose(Units(now >= 0x800), 0x80 | (now >> 6 & 0x3F), 0xC0 | now >> 6);
-        if (!Vector::IsZero(isSurrogate)) {
-            const Units isHigh = IsHigh(now), isLow = IsLow(now);
-            const Units value = (now & 0x3FF) + 0x40,
-                        twoBits =
-                            Units(Vector::template Previous<2>(Bytes(now), Bytes(before))) & 3;
-            middle = Choose(isHigh, 0xF0 | value >> 8,
-                            Choose(isLow, 0x80 | twoBits << 4 | (now >> 6 & 0xF), middle));
-            last = Choose(isHigh, 0x80 | (value >> 2 & 0x3F), last);
+        if (Vector::HasNone(first | second, 0xF800)) {
+            return WritePairs(second, WritePairs(first, to));
         }
-        uint32_t bits = (sizes & ~padding) | (NO_UNITS & padding);
-        const Units lows = first << 8, highs = middle | last << 8;
-        Vector::ForEachOfBoth(Vector::JoinLow(lows, highs), Vector::JoinHigh(lows, highs),
-                              [&](__m128i four) {
-                                  const uint32_t mask = bits & 0xFF;
-                                  bits >>= 8;
-                                  StoreSqueezed(to, four, SQUEEZES.bytes[mask]);
-                                  to += SQUEEZES.size[mask];
-                              });
-        return to;
+        return WriteBytes(second, first, 0, WriteBytes(first, before, 0, to));
     }
 
     static void Utf16ToUtf8(const char *bytes, size_t size, char *to)
     {
         Units last = {};
-        for (; size >= WIDTH; bytes += WIDTH, size -= WIDTH) {
-            const Units now = Units(Vector::Load(bytes));
-            if (IsAscii(now)) {
-                Vector::StoreNarrow(to, now);
-                to += WIDTH / 2;
-            } else {
-                to = WriteBytes(now, last, 0, to);
-            }
-            last = now;
+        for (; size >= 2 * WIDTH; bytes += 2 * WIDTH, size -= 2 * WIDTH) {
+            const Units second = Units(Vector::Load(bytes + WIDTH));
+            to = WriteTwo(Units(Vector::Load(bytes)), second, last, to);
+            last = second;
         }
-        if (size > 0) { WriteBytes(Units(Vector::LoadPart(bytes, size)), last, ~0U << size, to); }
+        if (size >= WIDTH) {
+            const Units now = Units(Vector::Load(bytes));
+            to = WriteBytes(now, last, 0, to);
+            last = now;
+            bytes += WIDTH;
+            size -= WIDTH;
+        }
+        if (size > 0) {
+            WriteBytes(Units(Vector::LoadPart(bytes, size)), last, ~Mask{0} << size, to);
+        }
     }
 
     static constexpr CodeSetUtfKernel Named(const char *name)

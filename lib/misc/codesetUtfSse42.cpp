@@ -5,9 +5,12 @@ namespace pelago {
 
 namespace {
 
-struct Sse42 {
+using Sse42Units = uint16_t __attribute__((vector_size(16)));
+struct Sse42 : SqueezeByTable<Sse42, Sse42Units> {
     using Bytes = uint8_t __attribute__((vector_size(16)));
-    using Units = uint16_t __attribute__((vector_size(16)));
+    using Units = Sse42Units;
+    using SignedBytes = int8_t __attribute__((vector_size(16)));
+    using Sums = uint64_t __attribute__((vector_size(16)));
 
     static __m128i Bits(Bytes bytes) { return __m128i(bytes); }
     static __m128i Bits(Units units) { return __m128i(units); }
@@ -35,6 +38,30 @@ struct Sse42 {
         return Bytes(_mm_subs_epu8(Bits(bytes), _mm_set1_epi8(static_cast<char>(amount))));
     }
 
+    static Bytes AtLeast(Bytes bytes, uint8_t amount)
+    {
+        return Bytes(Bytes(_mm_max_epu8(Bits(bytes), _mm_set1_epi8(static_cast<char>(amount)))) ==
+                     bytes);
+    }
+    static Units AtLeast(Units units, uint16_t amount)
+    {
+        const __m128i amounts = _mm_set1_epi16(static_cast<short>(amount));
+        return Units(Units(_mm_max_epu16(Bits(units), amounts)) == units);
+    }
+    static bool HasNone(Units units, uint16_t bits)
+    {
+        return _mm_testz_si128(Bits(units), _mm_set1_epi16(static_cast<short>(bits))) != 0;
+    }
+    static Units Choose(Units mask, Units then, Units otherwise)
+    {
+        return Units(_mm_blendv_epi8(Bits(otherwise), Bits(then), Bits(mask)));
+    }
+
+    static Sums SumsOf(Bytes bytes) // of eight bytes each
+    {
+        return Sums(_mm_sad_epu8(Bits(bytes), _mm_setzero_si128()));
+    }
+
     // The low and the high half of the bytes, as units.
     static Units WidenLow(Bytes bytes)
     {
@@ -44,9 +71,6 @@ struct Sse42 {
     {
         return Units(_mm_unpackhi_epi8(Bits(bytes), _mm_setzero_si128()));
     }
-    // The same for masks.
-    static Units SpreadLow(Bytes mask) { return Units(_mm_unpacklo_epi8(Bits(mask), Bits(mask))); }
-    static Units SpreadHigh(Bytes mask) { return Units(_mm_unpackhi_epi8(Bits(mask), Bits(mask))); }
     // One unit of each in turn.
     static Units JoinLow(Units a, Units b) { return Units(_mm_unpacklo_epi16(Bits(a), Bits(b))); }
     static Units JoinHigh(Units a, Units b) { return Units(_mm_unpackhi_epi16(Bits(a), Bits(b))); }
@@ -55,10 +79,9 @@ struct Sse42 {
     static Bytes Narrow(Units units) { return Bytes(_mm_packs_epi16(Bits(units), Bits(units))); }
 
     // ASCII in the other form.
-    static void StoreNarrow(char *to, Units units)
+    static void StoreNarrow(char *to, Units first, Units second)
     {
-        const int64_t bytes = _mm_cvtsi128_si64(Bits(Narrow(units)));
-        memcpy(to, &bytes, sizeof bytes);
+        Store16(to, _mm_packus_epi16(Bits(first), Bits(second)));
     }
     static void StoreWide(char *to, Bytes bytes)
     {
