@@ -2,37 +2,84 @@
 #include "formatArguments.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace pelago {
 
 namespace {
 
-// Reads a format for its arguments' types, without any values.
-class TypeReader {
-public:
-    void UsePositions() {}
-    int Star(int64_t index)
-    {
-        Note(FORMAT_TYPE_INT, index);
-        return 0;
-    }
-    void Note(FormatType type, int64_t index)
-    {
-        if (type == FORMAT_TYPE_NONE) { return; }
-        const size_t at = static_cast<size_t>(index != 0 ? index : mNext++);
-        if (at >= mTable.size) { bsd_grow_type_table(at, &mTable); }
-        mTable.types[at] = type;
-        mHighest = std::max(mHighest, at);
-    }
-    FormatType Type(size_t index) const { return mTable.types[index]; }
-    size_t Highest() const { return mHighest; }
-
-private:
-    FormatTypeTable mTable;
-    int64_t mNext = 1;
-    size_t mHighest = 0;
+// How an argument is passed.  An argument that no conversion names is skipped as an int.
+enum FormatType : uint32_t {
+    FORMAT_TYPE_INT, // or what is promoted to it
+    FORMAT_TYPE_64_BITS,
+    FORMAT_TYPE_POINTER,
+    FORMAT_TYPE_DOUBLE,
+    FORMAT_TYPE_LONG_DOUBLE,
+    FORMAT_TYPE_NONE, // the conversion takes no argument
 };
+
+// What the conversion takes.
+FormatType TypeOf(const FormatDirective &directive)
+{
+    switch (directive.conversion) {
+    case 'd':
+    case 'i':
+    case 'o':
+    case 'u':
+    case 'x':
+    case 'X': return directive.flags & FORMAT_64_BITS ? FORMAT_TYPE_64_BITS : FORMAT_TYPE_INT;
+    case 'c': return FORMAT_TYPE_INT;
+    case 'n':
+    case 'p':
+    case 's': return FORMAT_TYPE_POINTER;
+    case 'e':
+    case 'E':
+    case 'f':
+    case 'F':
+    case 'g':
+    case 'G': return directive.flags & FORMAT_WIDE ? FORMAT_TYPE_LONG_DOUBLE : FORMAT_TYPE_DOUBLE;
+    default: return FORMAT_TYPE_NONE;
+    }
+}
+
+// The types of a format's arguments, by index.
+struct TypeTable {
+    FormatType automatic[FORMAT_AUTOMATIC_ARGUMENTS] = {};
+    FormatType *types = automatic;
+    size_t size = FORMAT_AUTOMATIC_ARGUMENTS;
+    size_t count = 1; // one more than the highest index
+    size_t next = 1;  // the index of the next argument that is named by no position
+
+    TypeTable() = default;
+    TypeTable(const TypeTable &) = delete;
+    TypeTable &operator=(const TypeTable &) = delete;
+    ~TypeTable()
+    {
+        if (types != automatic) { free(types); }
+    }
+};
+
+// Makes room for an index that the table does not have.  Aborts the process without memory.
+void bsd_grow_type_table(size_t needed, TypeTable *table)
+{
+    const size_t size = std::max(2 * table->size, needed + 1);
+    const bool first = table->types == table->automatic;
+    void *block = realloc(first ? nullptr : table->types, size * sizeof(FormatType));
+    if (block == nullptr) { abort(); }
+    FormatType *types = static_cast<FormatType *>(block);
+    if (first) { std::copy_n(table->automatic, table->size, types); }
+    std::fill(types + table->size, types + size, FORMAT_TYPE_INT);
+    table->types = types;
+    table->size = size;
+}
+
+void Note(FormatType type, int64_t index, TypeTable *table)
+{
+    if (type == FORMAT_TYPE_NONE) { return; }
+    const size_t at = index != 0 ? static_cast<size_t>(index) : table->next++;
+    if (at >= table->size) { bsd_grow_type_table(at, table); }
+    table->types[at] = type;
+    table->count = std::max(table->count, at + 1);
+}
 
 FormatValue NextValue(FormatType type, FormatArguments::List &list)
 {
@@ -50,35 +97,25 @@ FormatValue NextValue(FormatType type, FormatArguments::List &list)
 
 } // namespace
 
-void bsd_grow_type_table(size_t needed, FormatTypeTable *table)
-{
-    const size_t size = std::max(2 * table->size, needed + 1);
-    const bool first = table->types == table->automatic;
-    void *block = realloc(first ? nullptr : table->types, size * sizeof(FormatType));
-    if (block == nullptr) { abort(); }
-    FormatType *types = static_cast<FormatType *>(block);
-    if (first) { std::copy_n(table->automatic, table->size, types); }
-    std::fill(types + table->size, types + size, FORMAT_TYPE_INT);
-    table->types = types;
-    table->size = size;
-}
-
 bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **table)
 {
-    TypeReader reader;
-    for (const char *text = strchr(format, '%'); text != nullptr; text = strchr(text, '%')) {
-        text++;
+    TypeTable found;
+    for (const char *text = format; *text != '\0';) {
+        if (*text++ != '%') { continue; }
         FormatDirective directive;
-        text = FormatRead(text, &reader, &directive);
-        reader.Note(FormatTypeOf(directive), directive.index);
+        text = FormatRead(text, &directive);
+        while (FormatIsAtStar(directive)) {
+            Note(FORMAT_TYPE_INT, directive.star, &found);
+            text = FormatRead(text, &directive);
+        }
+        Note(TypeOf(directive), directive.index, &found);
     }
-    const size_t count = reader.Highest() + 1;
-    if (count > FORMAT_AUTOMATIC_ARGUMENTS) {
-        *table = static_cast<FormatValue *>(malloc(count * sizeof(FormatValue)));
+    if (found.count > FORMAT_AUTOMATIC_ARGUMENTS) {
+        *table = static_cast<FormatValue *>(malloc(found.count * sizeof(FormatValue)));
         if (*table == nullptr) { return false; }
     }
-    for (size_t i = 1; i < count; i++) {
-        (*table)[i] = NextValue(reader.Type(i), arguments);
+    for (size_t i = 1; i < found.count; i++) {
+        (*table)[i] = NextValue(found.types[i], arguments);
     }
     return true;
 }

@@ -11,16 +11,6 @@
 
 namespace pelago {
 
-// How an argument is passed.  An argument that no conversion names is skipped as an int.
-enum FormatType : uint32_t {
-    FORMAT_TYPE_INT, // or what is promoted to it
-    FORMAT_TYPE_64_BITS,
-    FORMAT_TYPE_POINTER,
-    FORMAT_TYPE_DOUBLE,
-    FORMAT_TYPE_LONG_DOUBLE,
-    FORMAT_TYPE_NONE, // the conversion takes no argument
-};
-
 // Any argument.
 union FormatValue {
     int asInt;
@@ -31,54 +21,13 @@ union FormatValue {
 };
 static_assert(sizeof(FormatValue) == 16);
 
-// What the directive's conversion takes.
-inline FormatType FormatTypeOf(const FormatDirective &directive)
-{
-    switch (directive.conversion) {
-    case 'd':
-    case 'i':
-    case 'o':
-    case 'u':
-    case 'x':
-    case 'X': return directive.flags & FORMAT_64_BITS ? FORMAT_TYPE_64_BITS : FORMAT_TYPE_INT;
-    case 'c': return FORMAT_TYPE_INT;
-    case 'n':
-    case 'p':
-    case 's': return FORMAT_TYPE_POINTER;
-    case 'e':
-    case 'E':
-    case 'f':
-    case 'F':
-    case 'g':
-    case 'G': return directive.flags & FORMAT_WIDE ? FORMAT_TYPE_LONG_DOUBLE : FORMAT_TYPE_DOUBLE;
-    default: return FORMAT_TYPE_NONE;
-    }
-}
-
 constexpr size_t FORMAT_AUTOMATIC_ARGUMENTS = 8; // that need no memory; index 0 is not used
 
 // Reads the whole format for the type of each argument, then the list from its start, and stores
 // the arguments by index in *table, which has FORMAT_AUTOMATIC_ARGUMENTS of them; when these are
-// too few it becomes a new block, which the caller frees.  False when there is no memory for that.
+// too few it becomes a new block, which the caller frees.  False when there is no memory for that;
+// *table is NULL then.
 bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **table);
-
-// What the format says of each argument, by index.
-struct FormatTypeTable {
-    FormatType automatic[FORMAT_AUTOMATIC_ARGUMENTS] = {};
-    FormatType *types = automatic;
-    size_t size = FORMAT_AUTOMATIC_ARGUMENTS;
-
-    FormatTypeTable() = default;
-    FormatTypeTable(const FormatTypeTable &) = delete;
-    FormatTypeTable &operator=(const FormatTypeTable &) = delete;
-    ~FormatTypeTable()
-    {
-        if (types != automatic) { free(types); }
-    }
-};
-
-// Makes room for an index at or behind the table's end.  Aborts the process without memory.
-void bsd_grow_type_table(size_t needed, FormatTypeTable *table);
 
 class FormatArguments {
 public:
@@ -86,7 +35,7 @@ public:
     using List = std::decay_t<va_list>;
 
     // The list is the caller's own, and is used up: to copy it would take longer than all the rest
-    // of a short format, so its start is only kept for when positions come up.
+    // of a short format, so only its start is kept, for when positions come up.
     FormatArguments(const char *format, List &list) : mFormat(format), mList(list)
     {
         va_copy(mStart, list);
@@ -108,28 +57,21 @@ public:
         memcpy(&value, &mTable[index], sizeof value);
         return value;
     }
-    int Star(int64_t index)
-    {
-        if (index != 0) { UsePositions(); }
-        return Take<int>(index);
-    }
 
-    // From now on every argument comes from the table.
-    void UsePositions()
+    // From now on every argument comes from the table.  False when there is no memory for it:
+    // nothing can be taken any more.
+    bool UsePositions()
     {
-        if (mTable != nullptr || mFailed) { return; }
+        if (mTable != nullptr) { return true; }
         mTable = mAutomatic;
-        mFailed = !bsd_find_arguments(mFormat, mStart, &mTable);
+        return bsd_find_arguments(mFormat, mStart, &mTable);
     }
-    // There was no memory for the table: what is taken from now on means nothing.
-    bool Failed() const { return mFailed; }
 
 private:
     const char *mFormat;
     List &mList;
     va_list mStart;
     int64_t mNext = 1;
-    bool mFailed = false;
     FormatValue *mTable = nullptr;
     FormatValue mAutomatic[FORMAT_AUTOMATIC_ARGUMENTS];
 };

@@ -1,34 +1,26 @@
-// formatDigits.h -- numbers to digits.  Those of integers are here to be inlined: they are most.
+// formatDigits.h -- integers to digits.
 #ifndef PELAGO_STRING_FORMATDIGITS_H
 #define PELAGO_STRING_FORMATDIGITS_H
 
-#include "scoped.h"
-
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 namespace pelago {
 
-// The trailing "?" is never printed.
-constexpr char FORMAT_LOWER_DIGITS[] = "0123456789abcdef?";
-constexpr char FORMAT_UPPER_DIGITS[] = "0123456789ABCDEF?";
+constexpr char FORMAT_LOWER_DIGITS[] = "0123456789abcdef";
+constexpr char FORMAT_UPPER_DIGITS[] = "0123456789ABCDEF";
 
-// A group of this size has no end, as localeconv() has it.
-constexpr char FORMAT_ENDLESS_GROUP = 127;
-constexpr char FORMAT_NO_GROUPING[] = {FORMAT_ENDLESS_GROUP, '\0'};
-
-// Eight digits are one word, the first in its lowest byte.  Written at once, they are also read at
-// once when they are copied; written one by one, they would make the copy wait.
+// Eight digits are one word, the first in its lowest byte.
 static_assert(std::endian::native == std::endian::little);
-constexpr uint64_t FORMAT_ZERO_DIGITS = 0x3030303030303030;
+constexpr uint64_t FORMAT_EIGHT_ZEROES = 0x3030303030303030;
 
 // Each digit as a number, of a value below 10^8: halves, quarters, and then digits side by side.
-inline uint64_t FormatEightDecimal(uint32_t value)
+inline uint64_t FormatEightDecimal(uint64_t value)
 {
-    const uint64_t halves = value / 10000 | uint64_t{value % 10000} << 32;
+    const uint64_t halves = value / 10000 | value % 10000 << 32;
     const uint64_t hundreds = (halves * 10486 >> 20) & 0x0000007F0000007F; // by 100, below 10000
     const uint64_t quarters = hundreds | (halves - 100 * hundreds) << 16;
     const uint64_t tens = (quarters * 103 >> 10) & 0x000F000F000F000F; // by 10, below 100
@@ -44,104 +36,93 @@ inline uint64_t FormatEightHexadecimal(uint32_t value)
     return __builtin_bswap64(word);
 }
 
-// Writes eight characters before end, and returns where they start but for zeros.
-inline char *FormatWriteEight(char *end, uint64_t characters, uint64_t numbers)
+// The characters of eight digits, of which those above 9 are letters.
+inline uint64_t FormatEightCharacters(uint64_t numbers, const char *digits)
 {
-    memcpy(end - sizeof characters, &characters, sizeof characters);
-    const int zeros = numbers == 0 ? 7 : __builtin_ctzll(numbers) / 8;
-    return end - sizeof characters + zeros;
+    const uint64_t letters = ((numbers + 0x0606060606060606) >> 4) & 0x0101010101010101;
+    return numbers + FORMAT_EIGHT_ZEROES + letters * static_cast<uint64_t>(digits[10] - '0' - 10);
 }
 
-inline char *FormatDecimalDigits(uint64_t value, char *end)
+template <typename Part> void FormatStoreParts(char *to, uint64_t characters, size_t count)
+{
+    const Part first = static_cast<Part>(characters);
+    const Part last = static_cast<Part>(characters >> 8 * (count - sizeof last));
+    memcpy(to, &first, sizeof first);
+    memcpy(to + count - sizeof last, &last, sizeof last);
+}
+
+// Writes eight characters but for the zeros in front, of which the numbers tell, and returns where
+// they end.  Zero is one digit.
+inline char *FormatWriteFirst(char *to, uint64_t numbers, uint64_t characters)
+{
+    const size_t zeroes = numbers == 0 ? 7 : static_cast<size_t>(__builtin_ctzll(numbers) / 8);
+    const size_t count = 8 - zeroes;
+    characters >>= 8 * zeroes;
+    if (count >= 4) {
+        FormatStoreParts<uint32_t>(to, characters, count);
+    } else if (count >= 2) {
+        FormatStoreParts<uint16_t>(to, characters, count);
+    } else {
+        *to = static_cast<char>(characters);
+    }
+    return to + count;
+}
+
+inline char *FormatWriteEight(char *to, uint64_t characters)
+{
+    memcpy(to, &characters, sizeof characters);
+    return to + sizeof characters;
+}
+
+constexpr auto FORMAT_POWERS_OF_TEN = [] {
+    std::array<uint64_t, 20> powers = {1};
+    for (size_t i = 1; i < powers.size(); i++) {
+        powers[i] = powers[i - 1] * 10;
+    }
+    return powers;
+}();
+
+// How many digits a value has.  Zero has one.
+
+inline size_t FormatDecimalLength(uint64_t value)
+{
+    // 1233 / 4096 is the logarithm of 2.
+    const size_t least = static_cast<size_t>(std::bit_width(value | 1)) * 1233 >> 12;
+    return least + (value >= FORMAT_POWERS_OF_TEN[least] || least == 0);
+}
+
+inline size_t FormatHexadecimalLength(uint64_t value)
+{
+    return static_cast<size_t>(std::bit_width(value | 1) + 3) / 4;
+}
+
+// Each writes a value, and nothing after it, and returns where it ends.
+
+inline char *FormatWriteDecimal(char *to, uint64_t value)
 {
     constexpr uint64_t EIGHT = 100000000;
-    for (; value >= EIGHT; value /= EIGHT, end -= 8) {
-        const uint64_t last = FormatEightDecimal(static_cast<uint32_t>(value % EIGHT));
-        FormatWriteEight(end, last + FORMAT_ZERO_DIGITS, last);
-    }
-    const uint64_t first = FormatEightDecimal(static_cast<uint32_t>(value));
-    return FormatWriteEight(end, first + FORMAT_ZERO_DIGITS, first);
+    const uint64_t numbers = FormatEightDecimal(value % EIGHT);
+    const uint64_t characters = numbers + FORMAT_EIGHT_ZEROES;
+    if (value < EIGHT) { return FormatWriteFirst(to, numbers, characters); }
+    return FormatWriteEight(FormatWriteDecimal(to, value / EIGHT), characters);
 }
 
-inline char *FormatHexadecimalDigits(uint64_t value, char *end, const char *digits)
+inline char *FormatWriteHexadecimal(char *to, uint64_t value, const char *digits)
 {
-    const uint64_t toLetter = static_cast<uint64_t>(digits[10] - '0' - 10);
-    for (;; value >>= 32, end -= 8) {
-        const uint64_t numbers = FormatEightHexadecimal(static_cast<uint32_t>(value));
-        const uint64_t letters = ((numbers + 0x0606060606060606) >> 4) & 0x0101010101010101;
-        const uint64_t characters = numbers + FORMAT_ZERO_DIGITS + letters * toLetter;
-        char *start = FormatWriteEight(end, characters, numbers);
-        if (value >> 32 == 0) { return start; }
-    }
+    const uint64_t numbers = FormatEightHexadecimal(static_cast<uint32_t>(value));
+    const uint64_t characters = FormatEightCharacters(numbers, digits);
+    if (value >> 32 == 0) { return FormatWriteFirst(to, numbers, characters); }
+    return FormatWriteEight(FormatWriteHexadecimal(to, value >> 32, digits), characters);
 }
 
-inline char *FormatOctalDigits(uint64_t value, char *end, const char *digits)
+inline char *FormatWriteOctal(char *to, uint64_t value)
 {
-    do {
-        *--end = digits[value & 7];
-        value >>= 3;
-    } while (value != 0);
-    return end;
+    if (value >> 3 != 0) { to = FormatWriteOctal(to, value >> 3); }
+    *to = static_cast<char>('0' + (value & 7));
+    return to + 1;
 }
 
-inline char *FormatGroupedDigits(uint64_t value, char *end, char separator, const char *grouping)
-{
-    int inGroup = 0;
-    for (;;) {
-        *--end = static_cast<char>('0' + value % 10);
-        value /= 10;
-        if (value == 0) { return end; }
-        inGroup++;
-        if (inGroup == *grouping) { // which FORMAT_ENDLESS_GROUP is too large for
-            *--end = separator;
-            inGroup = 0;
-            grouping += grouping[1] != '\0';
-        }
-    }
-}
-
-// Writes the value backwards from end in base 8, 10 or 16, and returns where it starts; any other
-// base aborts.  Zero is one digit.  alternate has octal begin with "0".  In base 10, when grouped,
-// the separator stands between groups; grouping holds their sizes from the right, a byte for each,
-// and the last of them repeats.  At most BSD_ULTOA_SIZE bytes are written.
-inline char *bsd_ultoa(uint64_t value, char *end, int base, bool alternate, const char *digits,
-                       bool grouped, char separator, const char *grouping)
-{
-    switch (base) {
-    case 10:
-        return grouped ? FormatGroupedDigits(value, end, separator, grouping)
-                       : FormatDecimalDigits(value, end);
-    case 8:
-        end = FormatOctalDigits(value, end, digits);
-        if (alternate && *end != '0') { *--end = '0'; }
-        return end;
-    case 16: return FormatHexadecimalDigits(value, end, digits);
-    default: abort();
-    }
-}
-constexpr size_t BSD_ULTOA_SIZE = 20 + 19; // decimal, in groups of one
-
-// Writes letter, sign and at least two digits, and returns how many bytes these are.
-size_t bsd_exponent(char *output, int exponent, char letter);
-constexpr size_t BSD_EXPONENT_SIZE = 2 + 10; // "e-2147483648"
-
-// A double in decimal: text's digits up to end, the decimal point before the one at the index
-// point, which may lie outside of them.  text is NULL when there was no memory.
-struct FormatDecimal {
-    ScopedFree<char> text;
-    const char *end = nullptr;
-    int point = 0;
-    int sign = 0; // not 0: negative
-};
-
-enum FormatMode : int {
-    FORMAT_SIGNIFICANT = 2, // so many digits in all
-    FORMAT_FRACTION = 3,    // so many behind the point
-};
-
-// The digits of a value, without the zeros at their end but for the first digit; a value that is
-// not finite is spelt out.  Correctly rounded, and to any number of digits.
-FormatDecimal bsd_cvt(FormatMode mode, int digits, double value);
+constexpr size_t FORMAT_MOST_DIGITS = 23; // octal, with a zero in front
 
 } // namespace pelago
 

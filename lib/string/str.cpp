@@ -52,10 +52,11 @@ using StrEngine = decltype(&bsd_vsnprintf);
 
 // Formats into a buffer; -1 when the output does not fit, or the engine fails, or there is no
 // buffer.
-int StrFormat(StrEngine engine, char *buffer, size_t size, const char *format, va_list arguments)
+template <StrEngine Engine>
+int StrFormat(char *buffer, size_t size, const char *format, va_list arguments)
 {
     if (buffer == nullptr) { return -1; } // for which the engine would make a buffer of its own
-    const int length = engine(&buffer, size, format, arguments);
+    const int length = Engine(&buffer, size, format, arguments);
     if (length >= 0 && static_cast<size_t>(length) < size) { return length; }
     if (size > 0) { StrCutBack(buffer, size); }
     return -1;
@@ -67,14 +68,14 @@ int StrFormat(StrEngine engine, char *buffer, size_t size, const char *format, v
 
 extern "C" int Str_Vsnprintf(char *buffer, size_t size, const char *format, va_list arguments)
 {
-    return StrFormat(bsd_vsnprintf, buffer, size, format, arguments);
+    return StrFormat<bsd_vsnprintf>(buffer, size, format, arguments);
 }
 
 extern "C" int Str_Snprintf(char *buffer, size_t size, const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    const int length = Str_Vsnprintf(buffer, size, format, arguments);
+    const int length = StrFormat<bsd_vsnprintf>(buffer, size, format, arguments);
     va_end(arguments);
     return length;
 }
@@ -83,7 +84,7 @@ extern "C" int Str_Sprintf(char *buffer, size_t size, const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    const int length = Str_Vsnprintf(buffer, size, format, arguments);
+    const int length = StrFormat<bsd_vsnprintf>(buffer, size, format, arguments);
     va_end(arguments);
     if (length < 0) { StrTooSmall(SPRINTF_LINE); }
     return length;
@@ -93,7 +94,7 @@ extern "C" int Str_SprintfCLocale(char *buffer, size_t size, const char *format,
 {
     va_list arguments;
     va_start(arguments, format);
-    const int length = StrFormat(bsd_vsnprintf_c_locale, buffer, size, format, arguments);
+    const int length = StrFormat<bsd_vsnprintf_c_locale>(buffer, size, format, arguments);
     va_end(arguments);
     if (length < 0) { StrTooSmall(SPRINTF_C_LOCALE_LINE); }
     return length;

@@ -16,7 +16,7 @@ FLOOR = {"declarations", "diagnostics", "scoped", "util"}  # everybody's
 MODULES = {
     "declarations": set(), "version": set(), "diagnostics": FLOOR, "scoped": set(), "util": FLOOR,
     "dynbuf": FLOOR, "escape": FLOOR | {"dynbuf"}, "hashTable": FLOOR, "utf": set(),
-    "format": FLOOR, "bsd_vsnprintf": FLOOR | {"format", "str", "utf"}, "str": FLOOR | {"bsd_vsnprintf"},
+    "format": FLOOR | {"utf"}, "bsd_vsnprintf": FLOOR | {"format"}, "str": FLOOR | {"bsd_vsnprintf"},
     "codeset": FLOOR | {"dynbuf", "str", "unicode", "utf"},
     "encoding": FLOOR | {"unicode"},
     "unicode": FLOOR | {"codeset", "encoding", "escape", "hashTable"},

@@ -275,7 +275,7 @@ TEST(Format, ReadsDirectivePartsInAnyOrder)
 // What the C library prints, which is the same for what both know.
 template <typename Value> std::string Libc(const std::string &format, Value value)
 {
-    char buffer[2000];
+    char buffer[20000];
     const int length = snprintf(buffer, sizeof buffer, format.c_str(), value);
     return std::string(buffer, length);
 }
@@ -869,7 +869,7 @@ TEST(FormatBuffer, CountsItsRoomIn32Bits)
     EXPECT_STREQ(buffer, "uvw");
 }
 
-TEST(FormatBuffer, GathersMorePiecesThanWaitTogether)
+TEST(FormatBuffer, HoldsManyFields)
 {
     std::string format, wanted;
     for (int i = 0; i < 100; i++) {
@@ -890,6 +890,19 @@ TEST(FormatBuffer, PadsToAnyWidth)
     }
 }
 
+TEST(FormatBuffer, PadsToWidthsOfAnyNumberOfDigits)
+{
+    for (const int width : {9, 10, 99, 100, 999, 1000, 1001, 9999, 10000, 12345}) {
+        for (const char *flag : {"", "-", "0", "-0", "0-", "00", "+"}) {
+            for (const char *letter : {"d", "ld", "u", "x", "X", "lo", "i"}) {
+                const std::string format = std::string("%") + flag + std::to_string(width) + letter;
+                EXPECT_EQ(Format(format.c_str(), 305419896L), Libc(format.c_str(), 305419896L))
+                    << format;
+            }
+        }
+    }
+}
+
 TEST(FormatBuffer, GrowsToWholeMultiplesOfItsFirstSize)
 {
     const auto blocksOf = [](const char *format, const std::string &word) {
@@ -903,16 +916,18 @@ TEST(FormatBuffer, GrowsToWholeMultiplesOfItsFirstSize)
     EXPECT_EQ(blocksOf(std::string(64, '-').c_str(), ""), (std::vector<size_t>{128}));
 }
 
-TEST(FormatBuffer, GrowsEveryEightPiecesAndAtTheEnd)
+TEST(FormatBuffer, GrowsFieldByField)
 {
     const auto blocksOf = [](const char *format) {
         return Allocations::SizesIn(
             [&] { FormatWith(bsd_vsnprintf, format, std::string(30, 'x').c_str()); });
     };
-    EXPECT_EQ(blocksOf("%1$s%1$s%1$s%1$s%1$s%1$s%1$s"), (std::vector<size_t>{64, 256}));
-    EXPECT_EQ(blocksOf("%1$s%1$s%1$s%1$s%1$s%1$s%1$s%1$s"), (std::vector<size_t>{64, 256}));
-    EXPECT_EQ(blocksOf("%1$s%1$s%1$s%1$s%1$s%1$s%1$s%1$s%1$s"),
-              (std::vector<size_t>{64, 256, 512}));
+    EXPECT_EQ(blocksOf("%1$s%1$s"), (std::vector<size_t>{64}));
+    EXPECT_EQ(blocksOf("%1$s%1$s%1$s%1$s"), (std::vector<size_t>{64, 128}));
+    EXPECT_EQ(blocksOf("%1$s%1$s%1$s%1$s%1$s"), (std::vector<size_t>{64, 128, 256}));
+    EXPECT_EQ(blocksOf("%1$200s"), (std::vector<size_t>{64, 256})) << "by all of a field at once";
+    EXPECT_EQ(blocksOf("%1$30s%1$170s"), (std::vector<size_t>{64, 256}));
+    EXPECT_EQ(blocksOf("%1$s%1$300s%1$50s"), (std::vector<size_t>{64, 384}));
 }
 
 TEST(FormatBuffer, GrowsAtEveryLengthAroundItsSteps)
@@ -923,14 +938,47 @@ TEST(FormatBuffer, GrowsAtEveryLengthAroundItsSteps)
     }
 }
 
-TEST(FormatBuffer, PadsInPiecesOfSixteen)
+// Field by field: each is written at once where all of it has room, and otherwise as far as it has.
+TEST(FormatBuffer, CutsAFieldAnywhereAndTouchesNothingAfterIt)
 {
-    EXPECT_EQ(Allocations::SizesIn([] { FormatWith(bsd_vsnprintf, "%129d", 1); }),
-              (std::vector<size_t>{64, 192}))
-        << "eight pieces of blanks, and the digit";
+    for (const char *directive :
+         {"%d",      "%lld", "%zu",   "%x",     "%llX", "%12d", "%-12d", "%012lld", "%-24lld",
+          "%024lld", "%8X",  "%08lx", "%-20lx", "%i",   "%+d",  "% .9d", "%#o",     "%#llx",
+          "%#20llX", "%p",   "%c",    "%5c",    "%%",   "%6%",  "%.25d"}) {
+        const std::string format = std::string("<") + directive;
+        for (const long long value :
+             {0LL, -7LL, 1234LL, -54321LL, 12345678LL, 123456789LL, LLONG_MIN, LLONG_MAX}) {
+            const std::string whole = FormatWith(bsd_vsnprintf, format.c_str(), value);
+            for (size_t size = 1; size < whole.size() + 30; size++) {
+                std::string buffer(whole.size() + 32, '#'), wanted = buffer;
+                const size_t kept = std::min(size - 1, whole.size());
+                wanted.replace(0, kept + 1, whole.substr(0, kept) + '\0');
+                EXPECT_EQ(FormatInto(bsd_vsnprintf, buffer.data(), size, format.c_str(), value),
+                          static_cast<int>(whole.size()));
+                EXPECT_EQ(buffer, wanted) << format << " " << value << " " << size;
+            }
+        }
+    }
 }
 
-TEST(FormatBuffer, GathersNumbersWhoseLastPieceAlwaysWaits)
+TEST(FormatBuffer, CutsAStringAnywhereAndTouchesNothingAfterIt)
+{
+    for (const char *format :
+         {"%s", "<%s>", "%40s", "%-40s|", "%045s", "%.9s|", "a long text %s"}) {
+        const std::string whole = Format(format, "thirty-three bytes, this text has");
+        for (size_t size = 1; size < whole.size() + 8; size++) {
+            std::string buffer(whole.size() + 8, '#'), wanted = buffer;
+            const size_t kept = std::min(size - 1, whole.size());
+            wanted.replace(0, kept + 1, whole.substr(0, kept) + '\0');
+            EXPECT_EQ(FormatInto(bsd_vsnprintf, buffer.data(), size, format,
+                                 "thirty-three bytes, this text has"),
+                      static_cast<int>(whole.size()));
+            EXPECT_EQ(buffer, wanted) << format << " " << size;
+        }
+    }
+}
+
+TEST(FormatBuffer, HoldsManyConvertedTexts)
 {
     std::string format, wanted;
     for (int i = 0; i < 40; i++) {
@@ -1048,7 +1096,7 @@ TEST(FormatMemoryDeathTest, AbortsWithoutAnyForThePositionsTypes)
         testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST(FormatMemory, FailsTheCallWhenTheLastGrowthFails)
+TEST(FormatMemory, FailsTheCallWhenTheBlockCannotGrow)
 {
     const std::string word(200, 'x');
     const OutOfMemory once(1, 1);

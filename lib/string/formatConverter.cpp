@@ -1,0 +1,36 @@
+// formatConverter.cpp -- doubles to digits, by the C library.
+#include "formatConverter.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <pthread.h>
+
+namespace pelago {
+
+namespace {
+
+// The C library has one place for the digits that it returns.  (A std::mutex can throw, and would
+// bring half of the C++ library into every program for it.)
+pthread_mutex_t sConverterLock = PTHREAD_MUTEX_INITIALIZER;
+
+} // namespace
+
+FormatDecimal bsd_cvt(FormatMode mode, int digits, double value)
+{
+    FormatDecimal decimal;
+    const auto convert = mode == FORMAT_SIGNIFICANT ? ecvt : fcvt;
+    pthread_mutex_lock(&sConverterLock);
+    const char *converted = convert(value, digits, &decimal.point, &decimal.sign);
+    const size_t length = converted != nullptr ? strlen(converted) : 0;
+    decimal.text = converted != nullptr ? static_cast<char *>(malloc(length + 1)) : nullptr;
+    if (decimal.text != nullptr) { memcpy(decimal.text, converted, length + 1); }
+    pthread_mutex_unlock(&sConverterLock);
+    if (decimal.text == nullptr) { return decimal; }
+    decimal.end = decimal.text + length;
+    while (decimal.end > decimal.text + 1 && decimal.end[-1] == '0') {
+        decimal.end--;
+    }
+    return decimal;
+}
+
+} // namespace pelago
