@@ -5,7 +5,6 @@
 #include "hashTable.h"
 #include "scoped.h"
 #include "str.h"
-#include "unicode.h"
 #include "util.h"
 
 #include <bit>
@@ -25,7 +24,7 @@ constexpr size_t ERR_TEXT_SIZE = 2048;
 
 struct ErrEntry {
     int number;
-    Unicode text;
+    char *text; // owned by the entry
 };
 
 HashTable *sNumberCache; // from the number to the entry, which it owns

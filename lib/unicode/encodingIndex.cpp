@@ -204,7 +204,7 @@ StringEncoding EncodingOfRow(int row) { return ANSWERS[row]; }
 
 const char *EncodingPreferredName(StringEncoding encoding)
 {
-    if (!Unicode_IsEncodingValid(encoding)) { return nullptr; }
+    if (static_cast<uint32_t>(encoding) >= STRING_ENCODING_COUNT) { return nullptr; }
     return NAMES.Text(PREFERRED_NAMES[encoding]);
 }
 
