@@ -77,8 +77,8 @@ void PlainUtf16ToUtf8(const char *bytes, size_t size, char *to)
 
 // ---- The choice
 
-constexpr const CodeSetUtfKernel *KERNELS[] = {&CodeSetUtf::AVX512, &CodeSetUtf::AVX2,
-                                               &CodeSetUtf::SSE42, &CodeSetUtf::PLAIN};
+constexpr const CodeSetUtfKernel *KERNELS[] = {&CodeSetUtf::AVX2, &CodeSetUtf::SSE42,
+                                               &CodeSetUtf::PLAIN};
 
 // A bit for each kind of registers that the system keeps for a thread.
 [[gnu::target("xsave")]] uint64_t CodeSetUtfKeptRegisters() { return _xgetbv(0); }
@@ -87,20 +87,16 @@ constexpr const CodeSetUtfKernel *KERNELS[] = {&CodeSetUtf::AVX512, &CodeSetUtf:
 // __builtin_cpu_supports() does not link for macOS.
 size_t CodeSetUtfFirst()
 {
-    enum { AVX512, AVX2, SSE42, PLAIN };
+    enum { AVX2, SSE42, PLAIN };
     unsigned a = 0, b = 0, c = 0, d = 0;
     constexpr unsigned NEEDED = bit_SSE4_2 | bit_POPCNT;
     if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & NEEDED) != NEEDED) { return PLAIN; }
 
-    constexpr uint64_t KEPT_FOR_AVX = 0x06, KEPT_FOR_AVX512 = 0xE6;
+    constexpr uint64_t KEPT_FOR_AVX = 0x06;
     const uint64_t kept = (c & bit_OSXSAVE) != 0 ? CodeSetUtfKeptRegisters() : 0;
     if ((kept & KEPT_FOR_AVX) != KEPT_FOR_AVX) { return SSE42; }
-    if (__get_cpuid_count(7, 0, &a, &b, &c, &d) == 0 || (b & bit_AVX2) == 0) { return SSE42; }
-
-    constexpr unsigned WIDE = bit_AVX512F | bit_AVX512BW | bit_BMI2;
-    const bool isWide = (kept & KEPT_FOR_AVX512) == KEPT_FOR_AVX512 && (b & WIDE) == WIDE &&
-                        (c & bit_AVX512VBMI2) != 0;
-    return isWide ? AVX512 : AVX2;
+    const bool hasAvx2 = __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & bit_AVX2) != 0;
+    return hasAvx2 ? AVX2 : SSE42;
 }
 
 // Under a hypervisor asking the processor takes longer than many a conversion, so it is asked once;

@@ -46,7 +46,7 @@ struct CodeSetUtfKernel {
 };
 
 namespace CodeSetUtf {
-extern const CodeSetUtfKernel AVX512, AVX2, SSE42, PLAIN;
+extern const CodeSetUtfKernel AVX2, SSE42, PLAIN;
 }
 
 // Those that this processor can run, the fastest first.

@@ -163,9 +163,6 @@ TEST(CodeSetUtf, RunsTheBestKernelThatTheProcessorHas)
 {
     std::vector<const CodeSetUtfKernel *> expected;
     const std::set<std::string> features = ProcessorFeatures();
-    if (features.contains("avx512bw") && features.contains("avx512_vbmi2")) {
-        expected.push_back(&CodeSetUtf::AVX512);
-    }
     if (features.contains("avx2")) { expected.push_back(&CodeSetUtf::AVX2); }
     if (features.contains("sse4_2")) { expected.push_back(&CodeSetUtf::SSE42); }
     expected.push_back(&CodeSetUtf::PLAIN);
@@ -229,8 +226,7 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Kernel, CodeSetUtfEach,
-                         testing::Values(&CodeSetUtf::AVX512, &CodeSetUtf::AVX2, &CodeSetUtf::SSE42,
-                                         &CodeSetUtf::PLAIN),
+                         testing::Values(&CodeSetUtf::AVX2, &CodeSetUtf::SSE42, &CodeSetUtf::PLAIN),
                          [](const auto &row) { return std::string(row.param->name); });
 
 TEST_P(CodeSetUtfEach, JudgesEveryOneAndTwoBytes)
