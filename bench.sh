@@ -37,6 +37,7 @@ measure() {
                 PELAGO_NOTHING="$build/bench/nothing" \
                 PELAGO_SHARED_ICU="$build/bench/startSharedIcu" \
                 PELAGO_SHARED_RUNTIME="$build/bench/startSharedRuntime" \
+                PELAGO_SHARED_C="$build/bench/startSharedC" \
                 tools/sandbox.sh --bind "$disk/Library" /Library "$program" "$@"
             ;;
         */share_bench)

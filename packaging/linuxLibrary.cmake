@@ -1,6 +1,6 @@
-# The library as it is installed on Linux: all of its objects, and the ICU that it uses, made one object in which
+# The library as it is installed on Linux: all of its objects, and what they use of ICU and expat, made one object in which
 # only the public names are visible, as an archive and as a shared library.  So a program's own names, and those of
-# its C library and of its ICU, mean to it what they meant before.
+# its C library, its ICU and its expat, mean to it what they meant before.
 set(PELAGO_SOVERSION 0)
 find_program(PELAGO_LD ld.bfd REQUIRED)
 find_program(PELAGO_OBJCOPY objcopy REQUIRED)
@@ -21,9 +21,9 @@ set(archive ${CMAKE_CURRENT_BINARY_DIR}/libpelago_foundation.a)
 add_custom_command(OUTPUT ${whole}
     COMMAND ${PELAGO_LD} -r --force-group-allocation --gc-sections -o ${whole} ${names}/publicNames.ld
             $<TARGET_OBJECTS:pelago_unused_icu> --start-group $<TARGET_FILE:pelago_foundation> $<TARGET_FILE:pelago_platform>
-            $<TARGET_FILE:pelago_icu_data> ${ICU_UC} --end-group
+            $<TARGET_FILE:pelago_icu_data> ${ICU_UC} ${EXPAT_ARCHIVE} --end-group
     DEPENDS pelago_foundation pelago_platform pelago_icu_data
-            pelago_unused_icu ${ICU_UC} ${nameFiles} VERBATIM)
+            pelago_unused_icu ${ICU_UC} ${EXPAT_ARCHIVE} ${nameFiles} VERBATIM)
 add_custom_command(OUTPUT ${public}
     COMMAND ${PELAGO_OBJCOPY} --keep-global-symbols=${names}/publicNames.txt ${whole} ${public}
     DEPENDS ${whole} VERBATIM)

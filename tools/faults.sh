@@ -44,6 +44,7 @@ toolFaults() {
     PELAGO_TOOL="$dev/Pelago.app/Contents/Library/shares/pelagoShareTool" \
         SHORT_TRANSFER="$dev/tests/faults/shortTransfer" \
         REFUSE_ALLOCATION="$dev/tests/faults/librefuseAllocation.so" \
+        LOADED_TOOL="$dev/tests/faults/loadedTool" \
         SAMPLE=1 PLACE=$place tools/sandbox.sh python3 tests/faults/toolfaults.py
 }
 

@@ -9,8 +9,8 @@ set -eu
 
 PACKAGES="
     busybox bzip2 clang clang-format clang-tidy cmake doxygen dpkg-dev file g++ git groff-base icu-devtools
-    inotify-tools iproute2 libclang-rt-14-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils lintian
-    llvm-14 locales make man-db mandoc mmdebstrap ninja-build original-awk pkg-config procps python3 samba shellcheck
+    inotify-tools iproute2 libclang-rt-14-dev libexpat1-dev libgmock-dev libgtest-dev libicu-dev libplist-dev libplist-utils
+    lintian llvm-14 locales make man-db mandoc mmdebstrap ninja-build original-awk pkg-config procps python3 samba shellcheck
     smbclient strace systemd unicode-data util-linux valgrind
 "
 BENCH_PACKAGES="

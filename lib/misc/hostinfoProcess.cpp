@@ -1,4 +1,4 @@
-// hostinfoProcess.cpp -- this process, its user, and whether another process exists.
+// hostinfoProcess.cpp -- this process's program, and whether another process exists.
 #include "hostinfoInt.h"
 
 #include "diagnostics.h"
@@ -6,17 +6,13 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <mach-o/dyld.h>
-#include <pwd.h>
-#include <unistd.h>
 
 using namespace pelago;
 
 namespace {
 
 constexpr uint32_t MODULE_PATH_SIZE = 1024; // macOS's PATH_MAX, on every host
-constexpr size_t PASSWORD_ENTRY_SIZE = 1024;
 
 } // namespace
 
@@ -33,20 +29,6 @@ extern "C" char *Hostinfo_GetModulePath(uint32_t privilege)
         return nullptr;
     }
     return path.release();
-}
-
-// Calls the C library itself: Posix_GetpwuidR() would end the process for a user whose full name is
-// not valid text, which does not matter here.
-extern "C" char *Hostinfo_GetUser()
-{
-    char buffer[PASSWORD_ENTRY_SIZE];
-    passwd entry;
-    passwd *found = nullptr;
-    if (getpwuid_r(getuid(), &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr &&
-        found->pw_name != nullptr) {
-        return Util_SafeStrdup(found->pw_name);
-    }
-    return Util_SafeStrdup(getenv("USER"));
 }
 
 extern "C" HostinfoProcessQuery Hostinfo_QueryProcessExistence(int pid)

@@ -92,6 +92,12 @@ bool __CFArray::AreEqual(const void *one, const void *other) const
     return one == other || (mCallBacks.equal && mCallBacks.equal(one, other));
 }
 
+void __CFArray::Add(const void *value)
+{
+    mValues.push_back(value);
+    mValues.back() = Retained(value);
+}
+
 extern "C" CFTypeID CFArrayGetTypeID(void) { return CF_TYPE_ARRAY; }
 
 extern "C" CFIndex CFArrayGetCount(CFArrayRef array)
@@ -158,7 +164,7 @@ extern "C" void CFArrayAppendValue(CFMutableArrayRef array, const void *value)
 {
     RequireMutable(array, __func__);
     try {
-        array->mValues.push_back(array->Retained(value));
+        array->Add(value);
     } catch (const std::bad_alloc &) {
         CFStop(__func__, "out of memory");
     }

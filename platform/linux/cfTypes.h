@@ -32,6 +32,7 @@ struct __CFArray final : pelago::platform::CFObject {
     const void *Retained(const void *value) const;
     void Released(const void *value) const;
     bool AreEqual(const void *one, const void *other) const;
+    void Add(const void *value); // at the end; retained, unless std::bad_alloc is thrown
     CFArrayCallBacks mCallBacks; // all null when the creator gave none
     bool mIsMutable;
     std::vector<const void *> mValues;

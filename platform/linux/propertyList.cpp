@@ -1,178 +1,139 @@
-// propertyList.cpp -- reads and writes property lists: the guard first, then libplist, or for
-// objects that are only read a reader of ours. The tree that was read is kept, and a value that is
-// set replaces its node in it; so all the others are written from what was read.
+// propertyList.cpp -- a dictionary that comes from a file and goes back into one.  Both forms are
+// read into the same objects.
 #include "propertyList.h"
 
-#include "propertyListNode.h"
-#include "propertyListReader.h"
-
-#include <cerrno>
-#include <clocale>
-#include <unordered_set>
+#include "cfTypes.h"
+#include "propertyListForms.h"
 
 namespace pelago::platform {
 
 namespace {
 
 using Fault = PropertyListFault;
-
-// libplist reads reals with the locale's decimal point: under a German one "1.5" became 1.
-class PlainLocale {
-public:
-    PlainLocale() : mPlain(newlocale(LC_ALL_MASK, "C", nullptr))
-    {
-        if (mPlain == nullptr) { throw std::bad_alloc(); }
-        mBefore = uselocale(mPlain);
-    }
-    ~PlainLocale()
-    {
-        uselocale(mBefore);
-        freelocale(mPlain);
-    }
-    PlainLocale(const PlainLocale &) = delete;
-    PlainLocale &operator=(const PlainLocale &) = delete;
-
-private:
-    locale_t mPlain, mBefore;
-};
-
-// libplist does not look whether it got memory: what it could not copy is missing from the list,
-// and only the C library's errno tells.
-class MemoryWatch {
-public:
-    MemoryWatch() { errno = 0; }
-    Fault Verdict(Fault otherwise) const { return errno == ENOMEM ? Fault::NoMemory : otherwise; }
-};
+using Object = CFOwned<CFTypeRef>;
 
 bool IsBinaryList(std::string_view bytes) { return bytes.starts_with(PROPERTY_LIST_BINARY_MAGIC); }
 
-std::string_view WithoutMark(std::string_view text)
-{
-    const bool hasMark = text.starts_with(PROPERTY_LIST_UTF8_MARK);
-    return hasMark ? text.substr(PROPERTY_LIST_UTF8_MARK.size()) : text;
-}
-
-// XML makes every line end a newline; libplist does not.
-std::string WithPlainLineEnds(std::string_view text)
-{
-    std::string plain;
-    for (size_t end; (end = text.find('\r')) != text.npos; text.remove_prefix(end)) {
-        plain.append(text.substr(0, end)).push_back('\n');
-        end += text.substr(end).starts_with("\r\n") ? 2 : 1;
-    }
-    return plain.append(text);
-}
-
-Fault Guard(std::string_view bytes)
+Fault ReadContent(std::string_view bytes, PropertyListContent *content)
 {
     if (bytes.empty()) { return Fault::Empty; }
     if (bytes.size() > PROPERTY_LIST_MAX_BYTES) { return Fault::TooLarge; }
-    return IsBinaryList(bytes) ? PropertyListGuardBinary(bytes)
-                               : PropertyListGuardXml(WithoutMark(bytes));
+    return IsBinaryList(bytes) ? PropertyListReadBinary(bytes, content)
+                               : PropertyListReadXml(bytes, content);
 }
 
-Fault Parse(std::string_view bytes, PlistOwned *tree)
-{
-    const Fault fault = Guard(bytes);
-    if (fault != Fault::None) { return fault; }
-    const PlainLocale plain;
-    const MemoryWatch watch;
-    plist_t root = nullptr;
-    if (IsBinaryList(bytes)) {
-        plist_from_bin(bytes.data(), static_cast<uint32_t>(bytes.size()), &root);
-    } else {
-        const std::string text = WithPlainLineEnds(WithoutMark(bytes));
-        plist_from_xml(text.data(), static_cast<uint32_t>(text.size()), &root);
+// Copies what its owner may change.  Refused: what no property list can hold, and too deep a
+// nesting, which is also how an array ends that contains itself.
+class Copier {
+public:
+    Fault Copy(CFTypeRef object, Object *copy)
+    {
+        if (++mValueCount > PROPERTY_LIST_MAX_XML_VALUES) { return Fault::TooManyValues; }
+        switch (CFGetTypeID(object)) {
+        case CF_TYPE_ARRAY: return CopyArray(*static_cast<CFArrayRef>(object), copy);
+        case CF_TYPE_DICTIONARY: return CopyDictionary(*static_cast<CFDictionaryRef>(object), copy);
+        case CF_TYPE_STRING:
+            copy->reset(
+                CFRequired(CFStringCreateWithText(static_cast<CFStringRef>(object)->mText)));
+            return Fault::None;
+        case CF_TYPE_NUMBER:
+        case CF_TYPE_BOOLEAN:
+        case CF_TYPE_DATE:
+        case CF_TYPE_DATA:
+        case CF_TYPE_UID: copy->reset(CFRetain(object)); return Fault::None;
+        default: return Fault::NotRepresentable;
+        }
     }
-    const Fault verdict = watch.Verdict(root != nullptr ? Fault::None : Fault::Malformed);
-    tree->reset(root);
-    return verdict;
-}
 
-// A binary dictionary can hold a key twice.  Inside a value both stay as they are; at the root,
-// where keys are set, one of them would be left with the old value.
-bool HasEveryKeyOnce(plist_t dict)
-{
-    std::unordered_set<std::string> seen;
-    return PlistForEachPair(dict,
-                            [&](const char *key, plist_t) { return seen.insert(key).second; });
-}
+private:
+    Fault CopyArray(const __CFArray &array, Object *copy)
+    {
+        if (++mDepth > PROPERTY_LIST_MAX_DEPTH) { return Fault::TooDeep; }
+        CFOwned<CFMutableArrayRef> made(new __CFArray(&kCFTypeArrayCallBacks, false));
+        for (CFTypeRef item : array.mValues) {
+            Object own;
+            const Fault fault = Copy(item, &own);
+            if (fault != Fault::None) { return fault; }
+            made->Add(own.get());
+        }
+        mDepth--;
+        copy->reset(made.release());
+        return Fault::None;
+    }
 
-Fault WriteBinary(plist_t root, std::string *bytes)
-{
-    char *rawBytes = nullptr;
-    uint32_t size = 0;
-    plist_to_bin(root, &rawBytes, &size);
-    const MallocOwned<char> written(rawBytes);
-    if (!written) { return Fault::NoMemory; }
-    bytes->assign(written.get(), size);
-    return Fault::None;
-}
+    Fault CopyDictionary(const __CFDictionary &dictionary, Object *copy)
+    {
+        if (++mDepth > PROPERTY_LIST_MAX_DEPTH) { return Fault::TooDeep; }
+        CFOwned<CFMutableDictionaryRef> made(new __CFDictionary);
+        for (const auto &[key, value] : dictionary.mEntries) {
+            Object own;
+            const Fault fault = Copy(value.get(), &own);
+            if (fault != Fault::None) { return fault; }
+            made->Set(key.get(), own.get());
+        }
+        mDepth--;
+        copy->reset(made.release());
+        return Fault::None;
+    }
+
+    size_t mValueCount = 0, mDepth = 0;
+};
 
 } // namespace
 
-struct PropertyList::Tree {
-    PlistOwned root;
-};
-
-PropertyList::PropertyList() = default;
-PropertyList::~PropertyList() = default;
-PropertyList::PropertyList(PropertyList &&) noexcept = default;
-PropertyList &PropertyList::operator=(PropertyList &&) noexcept = default;
-
 PropertyListFault PropertyList::Read(std::string_view bytes)
 {
-    PlistOwned root;
-    const Fault fault = Parse(bytes, &root);
+    PropertyListContent content;
+    const Fault fault = ReadContent(bytes, &content);
     if (fault != Fault::None) { return fault; }
-    const bool isBinary = IsBinaryList(bytes);
-    if (plist_get_node_type(root.get()) != PLIST_DICT) { return Fault::NotADictionary; }
-    if (isBinary && !HasEveryKeyOnce(root.get())) { return Fault::NotRepresentable; }
-    mTree.reset(new Tree{std::move(root)});
-    mIsBinary = isBinary;
+    if (CFGetTypeID(content.root.get()) != CF_TYPE_DICTIONARY) { return Fault::NotADictionary; }
+    if (content.hasKeyTwice) { return Fault::NotRepresentable; }
+    mRoot.reset(static_cast<CFMutableDictionaryRef>(const_cast<void *>(content.root.release())));
+    mIsBinary = IsBinaryList(bytes);
     return Fault::None;
 }
 
 PropertyListFault PropertyList::Write(std::string *bytes) const
 {
-    const PlistOwned empty(mTree ? nullptr : plist_new_dict());
-    plist_t root = mTree ? mTree->root.get() : empty.get();
-    const MemoryWatch watch;
-    const Fault fault =
-        watch.Verdict(mIsBinary ? WriteBinary(root, bytes) : PlistWriteXml(root, bytes));
-    return fault == Fault::None ? Guard(*bytes) : fault;
+    const Object empty(mRoot ? nullptr : new __CFDictionary);
+    CFTypeRef root = mRoot ? mRoot.get() : empty.get();
+    Fault fault = Fault::None;
+    if (mIsBinary) {
+        *bytes = PropertyListWriteBinary(root);
+    } else {
+        fault = PropertyListWriteXml(root, bytes);
+    }
+    if (fault != Fault::None) { return fault; }
+    PropertyListContent content;
+    fault = ReadContent(*bytes, &content);
+    // Such as a text with a character that XML does not have.
+    return fault == Fault::Malformed ? Fault::NotRepresentable : fault;
 }
 
 CFTypeRef PropertyList::CopyValue(const char *key) const
 {
-    plist_t node = mTree ? plist_dict_get_item(mTree->root.get(), key) : nullptr;
-    return node ? PlistCopyAsObject(node) : nullptr;
+    const __CFDictionary::Entry *entry = mRoot ? mRoot->Find(key) : nullptr;
+    return entry ? CFRetain(entry->value.get()) : nullptr;
 }
 
 PropertyListFault PropertyList::SetValue(const char *key, CFTypeRef value)
 {
-    const MemoryWatch watch;
-    PlistOwned node;
-    const Fault fault = PlistFromObject(value, &node);
+    Object copy;
+    const Fault fault = Copier().Copy(value, &copy);
     if (fault != Fault::None) { return fault; }
-    if (!mTree) { mTree.reset(new Tree{PlistOwned(plist_new_dict())}); }
-    plist_dict_set_item(mTree->root.get(), key, node.release());
-    return watch.Verdict(Fault::None);
-}
-
-CFDictionaryRef PropertyList::CopyValues() const
-{
-    if (!mTree) { return CFDictionaryCreateEmpty(); }
-    return static_cast<CFDictionaryRef>(PlistCopyAsObject(mTree->root.get()));
+    if (!mRoot) { mRoot.reset(new __CFDictionary); }
+    const CFOwned<CFStringRef> name(CFRequired(CFStringCreateWithText(key)));
+    mRoot->Set(name.get(), copy.get());
+    return Fault::None;
 }
 
 PropertyListFault PropertyListCopyObject(std::string_view bytes, CFTypeRef *object, bool *isBinary)
 {
-    const Fault fault = Guard(bytes);
+    PropertyListContent content;
+    const Fault fault = ReadContent(bytes, &content);
     if (fault != Fault::None) { return fault; }
+    *object = content.root.release();
     *isBinary = IsBinaryList(bytes);
-    *object = *isBinary ? PropertyListReadBinary(bytes)
-                        : PropertyListReadXml(WithPlainLineEnds(WithoutMark(bytes)));
     return Fault::None;
 }
 

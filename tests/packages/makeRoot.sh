@@ -7,7 +7,7 @@
 # everything else, with the reason on stderr.
 set -eu
 
-PACKAGES=libplist3,procps,samba,smbclient,systemd
+PACKAGES=procps,samba,smbclient,systemd
 # These reach past the namespaces that the tests start systemd in: to the machine's own settings,
 # modules, devices and terminals.  nmbd waits for a network other than the loopback.
 MASKED='

@@ -45,6 +45,16 @@ std::string Rewritten(std::string_view bytes)
     return Written(list);
 }
 
+// All values, as they are in the file that the list becomes.
+CFOwned<CFDictionaryRef> Values(const PropertyList &list)
+{
+    CFTypeRef object = nullptr;
+    bool isBinary = false;
+    EXPECT_EQ(PropertyListCopyObject(Written(list), &object, &isBinary), Fault::None);
+    EXPECT_EQ(isBinary, list.IsBinary());
+    return CFOwned<CFDictionaryRef>(static_cast<CFDictionaryRef>(object));
+}
+
 std::string TextOf(CFTypeRef object)
 {
     if (object == nullptr || CFGetTypeID(object) != CFStringGetTypeID()) { return "(no string)"; }
@@ -73,6 +83,17 @@ std::string Cut(const std::string &bytes, size_t fromEnd)
     return bytes.substr(0, bytes.size() - fromEnd);
 }
 
+// Ten entities, each ten times the one before.
+std::string EntitiesThatMultiply()
+{
+    std::string subset = "<!ENTITY e0 'x'>";
+    for (int i = 1; i <= 9; i++) {
+        const std::string before = "&e" + std::to_string(i - 1) + ";";
+        subset += "<!ENTITY e" + std::to_string(i) + " '" + Repeat(before, 10) + "'>";
+    }
+    return "<!DOCTYPE plist [" + subset + "]>" + XmlWithValue("<string>&e9;</string>");
+}
+
 const std::string XML_DECLARATION = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
 INSTANTIATE_TEST_SUITE_P(
@@ -90,7 +111,8 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"Utf16", std::string("\xFF\xFE<\0p\0", 6), Fault::Malformed},
         FaultCase{"NotUtf8", XmlWithValue("<string>\xE4</string>"), Fault::Encoding},
         FaultCase{"Latin1", "<?xml version='1.0' encoding='ISO-8859-1'?><dict/>", Fault::Encoding},
-        FaultCase{"EncodingCutShort", "<?xml encoding=\"utf-8?><dict/>", Fault::Encoding},
+        FaultCase{"EncodingCutShort", "<?xml encoding=\"utf-8?><dict/>", Fault::Malformed},
+        FaultCase{"DeclarationWithoutVersion", "<?xml encoding='utf-8'?><dict/>", Fault::Malformed},
         FaultCase{"OtherVersion", "bplist01" + BinaryWithValue("\x09").substr(8),
                   Fault::Malformed}),
     [](const auto &row) { return row.param.name; });
@@ -116,30 +138,46 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"TwoValues", XmlWithValue("<true/><true/>"), Fault::Malformed},
         FaultCase{"KeyInArray", XmlWithValue("<array><key>a</key></array>"), Fault::Malformed},
         FaultCase{"KeyAsRoot", "<key>a</key>", Fault::Malformed},
-        FaultCase{"EmptyKeyElement", "<dict><key/><true/></dict>", Fault::Malformed},
         FaultCase{"WrongEnd", XmlWithValue("<array></dict>"), Fault::Malformed},
         FaultCase{"WrongLeafEnd", XmlWithValue("<string>x</key>"), Fault::Malformed},
         FaultCase{"LoneEnd", "</dict>", Fault::Malformed},
         FaultCase{"ElementInText", XmlWithValue("<string><b/></string>"), Fault::Malformed},
-        FaultCase{"CommentInText", XmlWithValue("<string>a<!-- b -->c</string>"), Fault::Malformed},
         FaultCase{"UnknownElement", XmlWithValue("<set/>"), Fault::Malformed},
         FaultCase{"OtherCase", "<Dict/>", Fault::Malformed},
         FaultCase{"Attribute", XmlWithValue("<string a='b'>x</string>"), Fault::Malformed},
-        FaultCase{"AttributeHidesTheEnd", "<plist a='>'><dict/></plist>", Fault::Malformed},
+        FaultCase{"AttributeOfADictionary", "<dict a='b'/>", Fault::Malformed},
+        FaultCase{"AttributeTwice", "<plist a='1' a='2'><dict/></plist>", Fault::Malformed},
+        FaultCase{"Prefix", "<a:dict xmlns:a='b'/>", Fault::Malformed},
         FaultCase{"EndTagWhole", "<dict></dict/>", Fault::Malformed},
         FaultCase{"BlankInTheTag", "<dict/ >", Fault::Malformed},
         FaultCase{"Instruction", "<dict><?x?></dict>", Fault::Malformed},
+        FaultCase{"InstructionInFront", "<?x?><dict/>", Fault::Malformed},
+        FaultCase{"InstructionBehind", "<dict/><?x?>", Fault::Malformed},
         FaultCase{"DeclarationTwice", XML_DECLARATION + XML_DECLARATION + "<dict/>",
                   Fault::Malformed},
         FaultCase{"DeclarationHidesATag", "<?xml version=\"<dict>\"?><dict/>", Fault::Malformed},
         FaultCase{"InternalSubset", "<!DOCTYPE plist [<!ENTITY a 'b'>]><dict/>", Fault::Malformed},
+        FaultCase{"EntityOfAnInternalSubset",
+                  "<!DOCTYPE plist [<!ENTITY a 'b'>]>" + XmlWithValue("<string>&a;</string>"),
+                  Fault::Malformed},
+        FaultCase{"EntitiesThatMultiply", EntitiesThatMultiply(), Fault::Malformed},
+        FaultCase{"EntityOfAFile",
+                  "<!DOCTYPE plist [<!ENTITY a SYSTEM '/etc/passwd'>]>" +
+                      XmlWithValue("<string>&a;</string>"),
+                  Fault::Malformed},
+        FaultCase{"ParameterEntity", "<!DOCTYPE plist [<!ENTITY % a SYSTEM 'b'> %a;]><dict/>",
+                  Fault::Malformed},
+        FaultCase{"EmptyInternalSubset", "<!DOCTYPE plist []><dict/>", Fault::Malformed},
+        FaultCase{"EntityOfAnotherFile",
+                  "<!DOCTYPE plist SYSTEM 'a.dtd'>" + XmlWithValue("<string>&a;</string>"),
+                  Fault::Malformed},
+        FaultCase{"EntityBetweenValues", "<!DOCTYPE plist SYSTEM 'a.dtd'><dict>&a;</dict>",
+                  Fault::Malformed},
+        FaultCase{"DoctypeTwice", "<!DOCTYPE plist><!DOCTYPE plist><dict/>", Fault::Malformed},
         FaultCase{"DoctypeHidesATag", "<!DOCTYPE plist '<dict>'><dict/>", Fault::Malformed},
         FaultCase{"DoctypeHidesItsEnd", "<!DOCTYPE plist '>'><dict/>", Fault::Malformed},
         FaultCase{"CommentNeverEnds", "<!-- <dict/>", Fault::Malformed},
-        FaultCase{"CommentEndsAtOnce", "<!--><dict/>--><dict/>", Fault::Malformed},
-        FaultCase{"CommentEndsAtTwice", "<!---><dict/>--><dict/>", Fault::Malformed},
         FaultCase{"CommentWithDashes", "<!-- a -- b --><dict/>", Fault::Malformed},
-        FaultCase{"CdataOutsideText", "<dict><![CDATA[]]></dict>", Fault::Malformed},
         FaultCase{"CdataNeverEnds", XmlWithValue("<string><![CDATA[</string>"), Fault::Malformed}),
     [](const auto &row) { return row.param.name; });
 
@@ -156,8 +194,10 @@ INSTANTIATE_TEST_SUITE_P(
                   Fault::Malformed},
         FaultCase{"ReferenceEmpty", XmlWithValue("<string>&#;</string>"), Fault::Malformed},
         FaultCase{"ReferenceNoNumber", XmlWithValue("<string>&#1a;</string>"), Fault::Malformed},
-        FaultCase{"ReferenceEndless", XmlWithValue("<string>&#00000000065;</string>"),
-                  Fault::Malformed},
+        FaultCase{"ReferenceToAControl", XmlWithValue("<string>&#1;</string>"), Fault::Malformed},
+        FaultCase{"ControlInText", XmlWithValue("<string>\x01</string>"), Fault::Malformed},
+        FaultCase{"NoCharacter", XmlWithValue("<string>\xEF\xBF\xBF</string>"), Fault::Malformed},
+        FaultCase{"EndOfCdataInText", XmlWithValue("<string>]]></string>"), Fault::Malformed},
         FaultCase{"NulInText", XmlWithValue(std::string("<string>a\0b</string>", 20)),
                   Fault::Malformed},
         FaultCase{"IntegerWithLetters", XmlWithValue("<integer>12x</integer>"), Fault::Malformed},
@@ -170,11 +210,14 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"IntegerTooSmall", XmlWithValue("<integer>-9223372036854775809</integer>"),
                   Fault::Malformed},
         FaultCase{"IntegerHexEmpty", XmlWithValue("<integer>0x</integer>"), Fault::Malformed},
-        FaultCase{"IntegerByReference", XmlWithValue("<integer>&#49;</integer>"), Fault::Malformed},
         FaultCase{"RealWithComma", XmlWithValue("<real>1,5</real>"), Fault::Malformed},
         FaultCase{"RealEmpty", XmlWithValue("<real></real>"), Fault::Malformed},
         FaultCase{"RealPoint", XmlWithValue("<real>.</real>"), Fault::Malformed},
         FaultCase{"RealExponent", XmlWithValue("<real>1e</real>"), Fault::Malformed},
+        FaultCase{"RealSigns", XmlWithValue("<real>+-1</real>"), Fault::Malformed},
+        FaultCase{"RealNanWithText", XmlWithValue("<real>nan(1)</real>"), Fault::Malformed},
+        FaultCase{"RealTooLarge", XmlWithValue("<real>1e309</real>"), Fault::Malformed},
+        FaultCase{"RealTooSmall", XmlWithValue("<real>-1e-330</real>"), Fault::Malformed},
         FaultCase{"RealHex", XmlWithValue("<real>0x1p3</real>"), Fault::Malformed},
         FaultCase{"DateOnly", XmlWithValue("<date>2020-01-01</date>"), Fault::Malformed},
         FaultCase{"DateEmpty", XmlWithValue("<date/>"), Fault::Malformed},
@@ -242,6 +285,9 @@ INSTANTIATE_TEST_SUITE_P(
                   Fault::Malformed},
         FaultCase{"RootKeyTwice",
                   BinaryList({BinaryDict({1, 1, 2, 3}), BinaryAscii("k"), "\x08", "\x09"}),
+                  Fault::NotRepresentable},
+        FaultCase{"KeyTwiceInAValue",
+                  BinaryWithValue(BinaryDict({3, 3, 4, 5}), {BinaryAscii("a"), "\x08", "\x09"}),
                   Fault::NotRepresentable},
         FaultCase{"NulInString",
                   BinaryWithValue(std::string("\x53"
@@ -434,8 +480,7 @@ TEST(PropertyListLimits, AreSafeOnASmallStack)
             if (list.Read(bytes) != Fault::None || list.Write(&written) != Fault::None) {
                 return nullptr;
             }
-            const CFOwned<CFDictionaryRef> values(list.CopyValues());
-            if (!CFEqual(values.get(), values.get())) { return nullptr; }
+            if (!CFEqual(Values(list).get(), Values(list).get())) { return nullptr; }
         }
         return const_cast<char *>("done");
     };
@@ -481,6 +526,15 @@ INSTANTIATE_TEST_SUITE_P(
         TextCase{"EndOfCdataInText", XmlWithValue("<string>]]&gt;</string>"), "]]>"},
         TextCase{"BlanksInTags",
                  "<plist ><dict ><key >k</key ><string >x</string\n></dict ></plist >", "x"},
+        TextCase{"CommentInText", XmlWithValue("<string>a<!-- b -->c</string>"), "ac"},
+        TextCase{"LongReference", XmlWithValue("<string>&#00000000065;</string>"), "A"},
+        TextCase{"EmptyKey", "<dict><key/><true/><key>k</key><string>x</string></dict>", "x"},
+        TextCase{"EndOfATagInAnAttribute",
+                 "<plist a='>'><dict><key>k</key><string>x</string></dict></plist>", "x"},
+        TextCase{"ShortestComments",
+                 "<!--><dict/>--><!---><dict/>--><dict><key>k</key><string>x</string></dict>", "x"},
+        TextCase{"CdataBetweenValues",
+                 "<dict><![CDATA[ ]]><key>k</key><![CDATA[]]><string>x</string></dict>", "x"},
         TextCase{"NoPlist", "<dict><key>k</key><string>x</string></dict>", "x"},
         TextCase{"Comments",
                  "<!-- a --><plist><!----><dict><key>k</key><!-- <dict> "
@@ -495,6 +549,7 @@ INSTANTIATE_TEST_SUITE_P(
                  "x"},
         TextCase{"BinaryAscii", BinaryWithValue(BinaryAscii("disk")), "disk"},
         TextCase{"BinaryEmpty", BinaryWithValue("\x50"), ""},
+        TextCase{"BinaryEmptyUtf16", BinaryWithValue("\x60"), ""},
         TextCase{"BinaryUtf16", BinaryWithValue(std::string("\x63\0\xE4\xD8\x3D\xDE\0", 7)),
                  "\xC3\xA4\xF0\x9F\x98\x80"},
         TextCase{"BinaryLong", BinaryWithValue(BinaryAscii(std::string(300, 'x'))),
@@ -555,6 +610,8 @@ INSTANTIATE_TEST_SUITE_P(
         NumberCase{"MinusZero", XmlWithValue("<integer>-0</integer>"), Signed<0>},
         NumberCase{"Hexadecimal", XmlWithValue("<integer>0x0fF</integer>"), Signed<255>},
         NumberCase{"HexadecimalBelowZero", XmlWithValue("<integer>-0X10</integer>"), Signed<-16>},
+        NumberCase{"ByReference", XmlWithValue("<integer>&#49;&#x32;</integer>"), Signed<12>},
+        NumberCase{"WithAComment", XmlWithValue("<integer>1<!-- a -->2</integer>"), Signed<12>},
         NumberCase{"Smallest", XmlWithValue("<integer>-9223372036854775808</integer>"),
                    Signed<INT64_MIN>},
         NumberCase{"Largest", XmlWithValue("<integer>18446744073709551615</integer>"),
@@ -701,7 +758,7 @@ TEST(PropertyListContainers, SurviveWithTheirOrder)
         "<key>k\r&#13;</key><string/></dict>";
     PropertyList list;
     ASSERT_EQ(list.Read(xml), Fault::None);
-    const CFOwned<CFDictionaryRef> values(list.CopyValues());
+    const CFOwned<CFDictionaryRef> values = Values(list);
     EXPECT_EQ(values->mEntries[0].key->mText, "z");
     EXPECT_EQ(values->mEntries[1].key->mText, "");
     EXPECT_EQ(values->mEntries[2].key->mText, "k\n\r");
@@ -731,13 +788,45 @@ TEST(PropertyListContainers, SharedPartsAreEachTheirOwnAfterwards)
     EXPECT_EQ(TextOf(CFArrayGetValueAtIndex(static_cast<CFArrayRef>(kept.get()), 1)), "shared");
 }
 
+// What is shared in a file stays shared in the next one, however often it is referred to.
+TEST(PropertyListContainers, SharedPartsAreWrittenOnce)
+{
+    const std::vector<size_t> items(1000, 3);
+    const std::string bytes =
+        BinaryWithValue(BinaryArray(items), {BinaryAscii(std::string(1000, 'x'))});
+    EXPECT_LE(Rewritten(bytes).size(), bytes.size());
+}
+
+TEST(PropertyListContainers, ReadAloneKeepTheLastOfTwoKeys)
+{
+    const std::string bytes =
+        BinaryList({BinaryDict({1, 1, 2, 3}), BinaryAscii("k"), "\x08", "\x09"});
+    CFTypeRef object = nullptr;
+    bool isBinary = false;
+    ASSERT_EQ(PropertyListCopyObject(bytes, &object, &isBinary), Fault::None);
+    const CFOwned<CFDictionaryRef> values(static_cast<CFDictionaryRef>(object));
+    EXPECT_EQ(CFDictionaryGetCount(values.get()), 1);
+    EXPECT_EQ(CFDictionaryGetValue(values.get(), CFSTR("k")), kCFBooleanTrue);
+}
+
+TEST(PropertyListContainers, AValueThatWasSetMayChangeAfterwards)
+{
+    const CFOwned<CFMutableArrayRef> array(
+        CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+    PropertyList list;
+    ASSERT_EQ(list.SetValue("k", array.get()), Fault::None);
+    CFArrayAppendValue(array.get(), CFSTR("later"));
+    const auto value = ValueIn(Written(list));
+    EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(value.get())), 0);
+}
+
 TEST(PropertyListContainers, AValueThatIsSetKeepsItsPlace)
 {
     PropertyList list;
     ASSERT_EQ(list.Read("<dict><key>a</key><true/><key>b</key><true/></dict>"), Fault::None);
     ASSERT_EQ(list.SetValue("c", CFSTR("3")), Fault::None);
     ASSERT_EQ(list.SetValue("a", CFSTR("1")), Fault::None);
-    const CFOwned<CFDictionaryRef> values(list.CopyValues());
+    const CFOwned<CFDictionaryRef> values = Values(list);
     EXPECT_EQ(values->mEntries[0].key->mText + values->mEntries[1].key->mText +
                   values->mEntries[2].key->mText,
               "abc");
@@ -748,7 +837,7 @@ TEST(PropertyListContainers, StartEmptyAndInXml)
 {
     PropertyList list;
     EXPECT_EQ(list.CopyValue("k"), nullptr);
-    EXPECT_EQ(CFDictionaryGetCount(CFOwned<CFDictionaryRef>(list.CopyValues()).get()), 0);
+    EXPECT_EQ(CFDictionaryGetCount(Values(list).get()), 0);
     EXPECT_EQ(FaultOf(Written(list)), Fault::None);
     EXPECT_FALSE(list.IsBinary());
 }
@@ -760,6 +849,18 @@ TEST(PropertyListContainers, HoldPropertyListTypesOnly)
     const CFObject stranger(cls, true);
     EXPECT_EQ(PropertyList().SetValue("k", &stranger), Fault::NotRepresentable);
     EXPECT_EQ(PropertyList().SetValue("k", other.get()), Fault::None);
+}
+
+TEST(PropertyListText, WithoutAFormInXmlIsRefused)
+{
+    const CFOwned<CFStringRef> control(CFStringCreateWithText("\x01"));
+    PropertyList xml, binary;
+    std::string bytes;
+    ASSERT_EQ(xml.SetValue("k", control.get()), Fault::None);
+    EXPECT_EQ(xml.Write(&bytes), Fault::NotRepresentable);
+    ASSERT_EQ(binary.Read(BinaryWithValue("\x09")), Fault::None);
+    ASSERT_EQ(binary.SetValue("k", control.get()), Fault::None);
+    EXPECT_EQ(TextOf(ValueIn(Written(binary)).get()), "\x01");
 }
 
 TEST(PropertyListUid, IsKeptInBinary)

@@ -2,7 +2,7 @@
 #include "cfTypes.h"
 #include "hostFiles.h"
 #include "outOfNew.h"
-#include "propertyListGuard.h"
+#include "propertyList.h"
 #include "propertyLists.h"
 #include "scopedForTests.h"
 

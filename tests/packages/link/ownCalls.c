@@ -37,6 +37,9 @@ DEFINE(ucnv_open_72)
 DEFINE(ucnv_close_72)
 DEFINE(ucnv_convertEx_72)
 DEFINE(icudt72_dat)
+DEFINE(XML_ParserCreate)
+DEFINE(XML_Parse)
+DEFINE(XML_ParserFree)
 
 int main(int argc, char **argv)
 {

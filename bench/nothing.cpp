@@ -1,2 +1,0 @@
-// nothing.cpp -- does nothing, with the tool's libraries.
-int main() { return 2; }
