@@ -57,7 +57,7 @@ private:
             made->Add(own.get());
         }
         mDepth--;
-        copy->reset(made.release());
+        *copy = std::move(made);
         return Fault::None;
     }
 
@@ -72,7 +72,7 @@ private:
             made->Set(key.get(), own.get());
         }
         mDepth--;
-        copy->reset(made.release());
+        *copy = std::move(made);
         return Fault::None;
     }
 

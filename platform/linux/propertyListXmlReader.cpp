@@ -280,8 +280,7 @@ private:
         Container ended = std::move(mOpen.back());
         mOpen.pop_back();
         if (ended.key) { return Fault::Malformed; }
-        return Put(ended.array ? Object(ended.array.release())
-                               : Object(ended.dictionary.release()));
+        return ended.array ? Put(std::move(ended.array)) : Put(std::move(ended.dictionary));
     }
 
     Fault EndLeaf(const Leaf &leaf)
