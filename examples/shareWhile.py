@@ -9,6 +9,7 @@ tool's is shown as it comes, marked with its stream.  Exit status: COMMAND's (1 
 cannot be started) if the tool shared and cleaned up; 1 if it did not; 2 for wrong arguments.
 """
 
+import os
 import re
 import signal
 import subprocess
@@ -20,8 +21,7 @@ RESULT = re.compile(rb"(\d+) is the (sharing|delete share) result")
 
 def show(mark, line):
     try:
-        sys.stdout.buffer.write(mark + b"| " + line.rstrip(b"\n") + b"\n")
-        sys.stdout.buffer.flush()
+        os.write(sys.stdout.fileno(), mark + b"| " + line.rstrip(b"\n") + b"\n")
     except OSError:
         pass  # the tool's output is read on, or the tool would wait for us
 
