@@ -72,6 +72,7 @@ CFPropertyListRef __wrap_CFPropertyListCreateWithStream(CFAllocatorRef allocator
     sIsParsed = true;
     EXPECT_EQ(options, static_cast<CFOptionFlags>(kCFPropertyListImmutable));
     sList = __real_CFPropertyListCreateWithStream(allocator, stream, size, options, format, error);
+    std::erase(sReleased, sList); // references of the reader's own
     return sList;
 }
 void __real_CFRelease(CFTypeRef);
