@@ -326,7 +326,7 @@ class CallerInCpp(ExampleCaller, ToolCase):
 
 
 class CallerInPython(ExampleCaller, ToolCase):
-    CALLER = ["python3", Path(__file__).parents[2] / "examples/shareWhile.py"]
+    CALLER = ["python3", Path(__file__).resolve().parents[2] / "examples/shareWhile.py"]
 
 
 if __name__ == "__main__":
