@@ -186,7 +186,7 @@ template <typename Vector, typename Units> struct SqueezeByTable {
             const size_t mask = wanted & 0xFF;
             wanted >>= 8;
             StoreSqueezed(to, eight, UNIT_SQUEEZES.rows[mask]);
-            to += 2 * CountBits(mask);
+            to += size_t{2} * CountBits(mask);
         });
         return to;
     }
