@@ -14,7 +14,8 @@ void CloseOneByOne(int first, int last)
     for (int fd = first; fd < last; fd++) {
         close(fd);
     }
-    close(last); // not in the loop, whose counter would overflow after INT_MAX
+    // Not in the loop, whose counter would overflow after INT_MAX.
+    close(last);
 }
 
 // Fills the list, and closes the descriptors in it.  Returns false, and closes nothing, when the
