@@ -30,6 +30,13 @@ slowest() {
     done | sort -rn | head -n 10
 }
 
+# Prints why test programs left out some of their cases, as where the processor lacks what they test.
+leftOut() {
+    for preset in $passed; do
+        sed -n 's/^not run: //p' "build/$preset/Testing/Temporary/LastTest.log"
+    done | sort -u
+}
+
 # Tests that change the system's own paths, users or Samba run on throw-away machines.
 withoutSandbox='' passed='' notRun=''
 if ! tools/sandbox.sh --works; then
@@ -66,6 +73,7 @@ done
 [ -z "$passed" ] || slowest
 [ -z "$passed" ] || say "every test passed:$passed"
 [ -z "$notRun" ] || say "BUT NOT RUN:$notRun"
+leftOut | while IFS= read -r reason; do say "BUT NOT RUN: some cases, since $reason"; done
 case " $passed " in
     *' dev '*) [ -d build/debian/root ] || say 'BUT NOT RUN: the packages on bare hosts, since no bare host could be fetched' ;;
 esac
