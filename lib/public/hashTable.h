@@ -60,21 +60,21 @@ typedef void (*HashTableFreeEntryFn)(void *value);
 typedef int (*HashTableForEachCallback)(const void *key, void *value, void *userData);
 
 /*
- * Makes an empty table of numEntries buckets, which HashTable_Free() releases.  freeEntryFn may be
+ * Makes an empty table of numBuckets buckets, which HashTable_Free() releases.  freeEntryFn may be
  * NULL.  Bits of flags that are not named above are ignored.
  *
- * numEntries must be a power of two; otherwise, and for 0, the process ends with the report
+ * numBuckets must be a power of two; otherwise, and for 0, the process ends with the report
  * "HashTable_Alloc only takes powers of 2 ".  A table of one bucket is a plain list.  An unknown
  * kind of key, 3 to 7, ends the process when the first key is used.
  */
-HashTable *HashTable_Alloc(uint32_t numEntries, int flags, HashTableFreeEntryFn freeEntryFn);
+HashTable *HashTable_Alloc(uint32_t numBuckets, int flags, HashTableFreeEntryFn freeEntryFn);
 
 /*
  * Returns the table in *shared.  When *shared is NULL, it first makes a table as HashTable_Alloc()
  * does and stores it there.  Any number of threads may call this at the same time: all of them
  * receive the same table.  Nothing else may write *shared at the same time.
  */
-HashTable *HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, int flags,
+HashTable *HashTable_AllocOnce(HashTable **shared, uint32_t numBuckets, int flags,
                                HashTableFreeEntryFn freeEntryFn);
 
 /* Drops all entries and releases the table, which may be NULL. */
