@@ -1,9 +1,8 @@
 // codesetUtf.h -- whole texts between UTF-8 and UTF-16LE, and whether a text is UTF-8.
 //
-// Well-formed is what Unicode calls so: nothing longer than needed, no surrogates in UTF-8 and only
-// pairs of them in UTF-16, nothing above U+10FFFF.  A zero is a character like any other.  The
-// speed does not depend on what the text is made of, but for ASCII, which is faster.  Everything
-// here is reentrant.
+// "Well-formed" is Unicode's term: nothing longer than needed, no surrogates in UTF-8 and only
+// pairs of them in UTF-16, nothing above U+10FFFF.  Zero is an ordinary character.  The speed is
+// the same for all mixes of characters; ASCII alone is faster.  All functions are reentrant.
 #ifndef PELAGO_MISC_CODESETUTF_H
 #define PELAGO_MISC_CODESETUTF_H
 
@@ -19,8 +18,8 @@ namespace pelago {
 bool CodeSetUtf8IsValid(const char *bytes, size_t size);
 bool CodeSetUtf16IsValid(const char *bytes, size_t size);
 
-// How many bytes come before the first that is not well-formed; size when all are.  This is slower
-// than the questions, and meant for what has failed them.
+// Returns the offset of the first byte that is not well-formed, or size.  Slower than the tests,
+// and meant for texts that have failed them.
 size_t CodeSetUtf8ValidSize(const char *bytes, size_t size);
 size_t CodeSetUtf16ValidSize(const char *bytes, size_t size);
 
@@ -33,9 +32,10 @@ constexpr size_t CODESET_UTF_SLACK = 16;
 bool CodeSetUtf8ToUtf16Db(const char *bytes, size_t size, DynBuf *db);
 bool CodeSetUtf16ToUtf8Db(const char *bytes, size_t size, DynBuf *db);
 
-// The same work in one set of the processor's instructions.  A text is measured, which also tells
-// whether it is well-formed, and then, if it is, converted into so much room.  The conversion
-// writes whole vectors, and so up to CODESET_UTF_SLACK bytes behind its result.  size is not 0.
+// The same functions for one set of the processor's instructions.  Measuring a text also checks
+// that it is well-formed; only then may it be converted, into the measured room.  The conversion
+// writes whole vectors, and so up to CODESET_UTF_SLACK bytes beyond its result.  size must not be
+// 0.
 struct CodeSetUtfKernel {
     const char *name;
     bool (*utf8IsValid)(const char *bytes, size_t size);
@@ -49,7 +49,7 @@ namespace CodeSetUtf {
 extern const CodeSetUtfKernel AVX2, SSE42, PLAIN;
 }
 
-// Those that this processor can run, the fastest first.
+// Returns the kernels that this processor can run, the fastest first.
 std::span<const CodeSetUtfKernel *const> CodeSetUtfKernels();
 
 } // namespace pelago

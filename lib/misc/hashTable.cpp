@@ -1,9 +1,9 @@
 // hashTable.cpp -- chained buckets that several threads may fill without a lock.
 //
-// Entries are only ever put in front of a chain, so whoever walks one sees a list that is whole.
-// A bucket also has a filter, which answers most lookups of keys that are not there.  Readers
-// acquire and writers release also in tables that no thread shares: on x86-64 these are plain
-// moves. What does cost, a locked instruction, is left to tables made with HASH_FLAG_ATOMIC.
+// New entries are only added at the front of a chain, so every reader sees a complete list.  A
+// bucket also has a filter, which answers most lookups of missing keys.  Readers acquire and
+// writers release also in tables that no thread shares, since on x86-64 these are plain moves.
+// Only tables made with HASH_FLAG_ATOMIC use locked instructions, which are slow.
 #include "hashTable.h"
 
 #include "diagnostics.h"
@@ -60,14 +60,14 @@ struct HashTable {
     bool copyKey;
     HashTableFreeEntryFn freeEntryFn;
     HashTableBucket *buckets;
-    char apart[CACHE_LINE]; // what lookups read is in another line than what insertions write
+    char apart[CACHE_LINE]; // keeps the members that lookups read off the line of numElements
     std::atomic<uint64_t> numElements;
 };
 
 namespace {
 
-// h = rotl(h ^ b, 5) for each byte b.  That is linear over exclusive-or, so four bytes are moved to
-// their places side by side and only then meet h: one step for h to wait for instead of four.
+// Computes h = rotl(h ^ b, 5) for each byte b.  This is linear over exclusive-or, so four bytes are
+// rotated and combined first and then with h: the chain of dependent steps is a quarter as long.
 uint32_t HashTableHashString(const char *string)
 {
     const auto *bytes = reinterpret_cast<const unsigned char *>(string);
@@ -86,7 +86,7 @@ uint32_t HashTableHashString(const char *string)
 
 uint32_t HashTableHashCaseless(const char *string)
 {
-    // Hidden, since compilers take tolower() for the "C" locale's.
+    // Called through a hidden pointer: compilers assume that tolower() is the "C" locale's.
     int (*volatile hidden)(int) = tolower;
     int (*const lower)(int) = hidden;
     uint32_t hash = 0;
@@ -104,16 +104,16 @@ uint32_t HashTableHashInt(const void *key)
     return static_cast<uint32_t>(integer >> 32 ^ integer) * INT_KEY_FACTOR;
 }
 
-// Where a key belongs: its bucket, and its bit of that bucket's filter.
+// A key's bucket, and its bit in that bucket's filter.
 struct HashTablePlace {
     HashTableBucket *bucket;
     uint64_t filterBit;
 };
 
-// The bucket's number is the exclusive-or of the hash's slices of numBits bits.  Each step doubles
-// how many are in it; four are all there are in a table of 256 buckets or more.  One of a single
-// bucket has no bits.  The second slice chooses the filter's bit: alone it does not decide the
-// bucket, so keys of one bucket have different bits.
+// The bucket's number is the exclusive-or of all slices of numBits bits of the hash.  Each step
+// doubles the number of slices that are combined; a table of 256 buckets or more has no more than
+// four.  In a table of one bucket numBits is 0.  The second slice also chooses the filter's bit:
+// since the bucket depends on all slices, the keys of one bucket have different bits.
 inline HashTablePlace HashTablePlaceOf(const HashTable *table, uint32_t hash)
 {
     const uint32_t numBits = table->numBits;
@@ -135,8 +135,8 @@ uint32_t HashTableStoredHash(const HashTableEntry *entry)
     return static_cast<const HashTableStringEntry *>(entry)->hash;
 }
 
-// A wanted key, by its kind.  Each kind has its lookups compiled for it: nothing is asked of an
-// entry but whether it is the one, and integers do not save the registers that strings need.
+// A wanted key, one type for each kind.  Lookups are compiled for each kind, so that no entry is
+// tested for its kind, and lookups of integers save no registers for strings.
 struct HashTableString {
     explicit HashTableString(const void *key)
         : text(static_cast<const char *>(key)), hash(HashTableHashString(text))
@@ -159,7 +159,7 @@ struct HashTableCaseless {
     {
         const auto *other = static_cast<const char *>(entry->key);
         if (hash != HashOf(entry)) { return false; }
-        // Most callers spell a key as it was entered.
+        // The fast comparison first: most callers use the case in which the key was entered.
         return strcmp(text, other) == 0 || strcasecmp(text, other) == 0;
     }
     static uint32_t HashOf(const HashTableEntry *entry) { return HashTableStoredHash(entry); }
@@ -194,16 +194,17 @@ inline bool HashTableMayHave(HashTablePlace place)
     return (place.bucket->filter.load(std::memory_order_relaxed) & place.filterBit) != 0;
 }
 
-// Chooses without a branch, for a choice that no processor can predict.
+// Returns one of two entries without a branch, since the processor could not predict it.
 inline HashTableEntry *HashTableEither(bool isFirst, HashTableEntry *first, HashTableEntry *second)
 {
     HashTableEntry *chosen = isFirst ? first : second;
-    asm("" : "+r"(chosen)); // else the compiler makes a branch of it, and two paths
+    asm("" : "+r"(chosen)); // keeps the compiler from making a branch of the choice
     return chosen;
 }
 
-// The wanted entry among this one and those behind it, or NULL.  In a table that is not too small
-// nearly all are the first or the second of their chain, so the loop ends at once.
+// Returns the wanted entry, searching from the given entry to the end of its chain; NULL when it is
+// not there.  In a table that is large enough nearly every entry is the first or the second of its
+// chain, so the loop ends at once.
 template <typename Key> inline HashTableEntry *HashTableFindFrom(HashTableEntry *first, Key wanted)
 {
     if (first == nullptr) { return nullptr; }
@@ -256,9 +257,9 @@ void HashTableDrop(const HashTable *table, void *value)
     if (table->freeEntryFn != nullptr) { table->freeEntryFn(value); }
 }
 
-// Counts by load and store also where threads race, and so may lose some: an exact count would cost
-// every insertion a second locked instruction on a line that all threads share.  It is stored after
-// the entry is published, so whoever reads it finds at least as many entries.
+// Increments by load and store also where threads race, and so may lose counts: an exact count
+// would cost every insertion a second locked instruction on a cache line that all threads share.
+// The count is stored after the entry is published, so a reader finds at least that many entries.
 void HashTableCountOneMore(HashTable *table)
 {
     const uint64_t count = table->numElements.load(std::memory_order_acquire);
@@ -272,7 +273,7 @@ void HashTableCountOneLess(HashTable *table)
     table->numElements.store(count - 1, std::memory_order_relaxed);
 }
 
-// Bits are only ever set while threads share the table, so one that was seen set stays so.
+// While threads share the table bits are only set, never cleared, so a bit that is set stays set.
 void HashTableSetFilter(const HashTable *table, HashTablePlace place)
 {
     if (HashTableMayHave(place)) { return; }
@@ -285,8 +286,7 @@ void HashTableSetFilter(const HashTable *table, HashTablePlace place)
     }
 }
 
-// Makes the entry its bucket's head in place of the one behind it; false when another thread was
-// faster.
+// Makes the entry the bucket's head if the head is still the entry's next; returns whether it was.
 bool HashTablePublish(const HashTable *table, HashTableBucket *bucket, HashTableEntry *entry)
 {
     HashTableEntry *head = entry->next.load(std::memory_order_relaxed);
@@ -298,7 +298,7 @@ bool HashTablePublish(const HashTable *table, HashTableBucket *bucket, HashTable
     return true;
 }
 
-// The key's entry, or NULL when there was none and one has been made.
+// Returns the key's entry; NULL when there was none and a new one was inserted.
 template <typename Key>
 [[gnu::noinline]] HashTableEntry *HashTableFindOrInsert(HashTable *table, const void *key,
                                                         void *value)
@@ -307,11 +307,11 @@ template <typename Key>
     const HashTablePlace place = HashTablePlaceOf(table, wanted.hash);
     HashTableEntry *prepared = nullptr;
     do {
-        // The filter is read after the head, so it has the bits of all that the chain has.
+        // The filter is read after the head, so it has the bits of all entries of that chain.
         HashTableEntry *head = place.bucket->head.load(std::memory_order_acquire);
         if (HashTableMayHave(place)) {
             if (HashTableEntry *found = HashTableFindFrom(head, wanted)) {
-                free(prepared); // another was faster
+                free(prepared); // another thread has inserted the key
                 return found;
             }
         }
@@ -331,7 +331,7 @@ HashTableEntry *HashTableFindOrInsert(HashTable *table, const void *key, void *v
         table, [&]<typename Key> { return HashTableFindOrInsert<Key>(table, key, value); });
 }
 
-// Takes the key's entry out of its chain.  NULL when there is none.
+// Removes the key's entry from its chain and returns it; NULL when there is none.
 template <typename Key> HashTableEntry *HashTableUnlink(const HashTable *table, Key wanted)
 {
     HashTableBucket *bucket = HashTablePlaceOf(table, wanted.hash).bucket;
@@ -365,7 +365,7 @@ template <typename Visit> int HashTableWalk(const HashTable *table, Visit visit)
     return 0;
 }
 
-// One pointer of every entry, in a new array.
+// Stores one pointer of every entry in a new array.
 template <typename Pointer, typename Get>
 void HashTableToArray(const HashTable *table, Pointer **array, size_t *size, Get get)
 {
@@ -377,7 +377,7 @@ void HashTableToArray(const HashTable *table, Pointer **array, size_t *size, Get
     size_t filled = 0;
     HashTableWalk(table, [&](const HashTableEntry &entry) {
         (*array)[filled++] = get(entry);
-        return filled == count; // what was entered since, or never counted, is left out
+        return filled == count; // entries beyond the count are left out
     });
 }
 

@@ -10,7 +10,7 @@ using namespace pelago;
 
 namespace {
 
-// Stores how long the output is so far.
+// Stores the length of the output so far (%n).
 void Store(const FormatDirective &directive, FormatCall *call)
 {
     void *place = call->arguments.Take<void *>(directive.index);
@@ -63,10 +63,10 @@ const char *Read(const char *text, FormatDirective *directive, FormatCall *call)
 }
 
 // Prints a directive, from the place after its "%".  Returns the place after its letter, or nullptr
-// when the call fails.
+// when the whole call must fail.
 [[gnu::noinline]] const char *PrintDirective(const char *text, FormatCall *call)
 {
-    if (*text <= '9' || *text == 'x' || *text == 'X') { // not so floating numbers
+    if (*text <= '9' || *text == 'x' || *text == 'X') { // a flag, a width, or hexadecimal
         const FormatShortDirective brief = FormatReadShort(text);
         if (brief.IsInteger() && FormatShortInteger(brief, call)) { return brief.letter + 1; }
     }
@@ -76,7 +76,7 @@ const char *Read(const char *text, FormatDirective *directive, FormatCall *call)
     return Convert(directive, call) ? text : nullptr;
 }
 
-// Prints text up to the next "%" for which there may be no room.
+// Prints text up to the next "%", also where there is no room for it.
 [[gnu::noinline]] const char *PrintRest(const char *text, FormatOutput *output)
 {
     const char *end = text;
@@ -96,8 +96,8 @@ inline const char *PrintText(const char *text, FormatCursor *cursor)
     return text;
 }
 
-// Prints a "%d" or "%u", which most integers are, or one with a size, where there is room for any.
-// Returns the place after it, or nullptr for anything else.
+// Prints "%d" or "%u", also with a size, if there is room for any integer.  Returns the place after
+// it, or nullptr, with nothing done, for any other directive.
 inline const char *PrintDecimal(const char *text, FormatArguments *arguments, FormatCursor *cursor)
 {
     const char *letter = text;
@@ -159,7 +159,7 @@ int FormatInto(char **bufp, FormatConventions *conventions, size_t size, const c
                        {format, arguments},
                        *conventions};
     if (!call.output.IsOpen() || !Print(format, &call)) { return -1; }
-    // A buffer of no size has no room for the NUL either.
+    // A size of 0 sets no limit, and leaves no room for the NUL.
     if (isOurs || size > 0) { call.output.Terminate(); }
     if (isOurs) { *bufp = call.output.Release(); }
     return static_cast<int>(call.output.Length());

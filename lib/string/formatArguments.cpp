@@ -7,9 +7,9 @@ namespace pelago {
 
 namespace {
 
-// How an argument is passed.  An argument that no conversion names is skipped as an int.
+// The type of an argument.  One that no conversion names is skipped as an int.
 enum FormatType : uint32_t {
-    FORMAT_TYPE_INT, // or what is promoted to it
+    FORMAT_TYPE_INT, // also for shorter types, which are promoted to int
     FORMAT_TYPE_64_BITS,
     FORMAT_TYPE_POINTER,
     FORMAT_TYPE_DOUBLE,
@@ -17,7 +17,7 @@ enum FormatType : uint32_t {
     FORMAT_TYPE_NONE, // the conversion takes no argument
 };
 
-// What the conversion takes.
+// Returns the type of the conversion's argument.
 FormatType TypeOf(const FormatDirective &directive)
 {
     switch (directive.conversion) {
@@ -47,7 +47,7 @@ struct TypeTable {
     FormatType *types = automatic;
     size_t size = FORMAT_AUTOMATIC_ARGUMENTS;
     size_t count = 1; // one more than the highest index
-    size_t next = 1;  // the index of the next argument that is named by no position
+    size_t next = 1;  // the index for the next conversion without a position
 
     TypeTable() = default;
     TypeTable(const TypeTable &) = delete;
@@ -58,7 +58,7 @@ struct TypeTable {
     }
 };
 
-// Makes room for an index that the table does not have.  Aborts the process without memory.
+// Makes room for an index beyond the table's end.  Aborts the process when memory runs out.
 void bsd_grow_type_table(size_t needed, TypeTable *table)
 {
     const size_t size = std::max(2 * table->size, needed + 1);

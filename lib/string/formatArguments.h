@@ -21,21 +21,21 @@ union FormatValue {
 };
 static_assert(sizeof(FormatValue) == 16);
 
-constexpr size_t FORMAT_AUTOMATIC_ARGUMENTS = 8; // that need no memory; index 0 is not used
+constexpr size_t FORMAT_AUTOMATIC_ARGUMENTS = 8; // need no heap memory; index 0 is not used
 
 // Reads the whole format for the type of each argument, then the list from its start, and stores
-// the arguments by index in *table, which has FORMAT_AUTOMATIC_ARGUMENTS of them; when these are
-// too few it becomes a new block, which the caller frees.  False when there is no memory for that;
-// *table is NULL then.
+// the arguments by index in *table, which has room for FORMAT_AUTOMATIC_ARGUMENTS.  For more,
+// *table becomes a new block, which the caller frees.  False, with *table NULL, when there is no
+// memory for the block.
 bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **table);
 
 class FormatArguments {
 public:
-    // As a parameter of a function has it: an array is a pointer there.
+    // The type that va_list has as a parameter of a function: where it is an array, a pointer.
     using List = std::decay_t<va_list>;
 
-    // The list is the caller's own, and is used up: to copy it would take longer than all the rest
-    // of a short format, so only its start is kept, for when positions come up.
+    // Uses up the caller's list: a working copy would take longer than formatting a short text. The
+    // copy of its start is for formats with positions.
     FormatArguments(const char *format, List &list) : mFormat(format), mList(list)
     {
         va_copy(mStart, list);
@@ -48,7 +48,8 @@ public:
         if (mTable != nullptr && mTable != mAutomatic) { free(mTable); }
     }
 
-    // The argument with that index, or the next one for index 0.  T is one of FormatValue's types.
+    // Returns the argument with that index, or the next one for index 0.  T is one of FormatValue's
+    // types.
     template <typename T> T Take(int64_t index)
     {
         if (index == 0) { index = mNext++; }
@@ -58,8 +59,8 @@ public:
         return value;
     }
 
-    // From now on every argument comes from the table.  False when there is no memory for it:
-    // nothing can be taken any more.
+    // Reads all arguments into the table, from which Take() returns them from now on.  False when
+    // there is no memory for the table: Take() must not be called any more.
     bool UsePositions()
     {
         if (mTable != nullptr) { return true; }

@@ -8,12 +8,12 @@
 
 namespace pelago {
 
-// A group of this size has no end, as in localeconv().
+// The size of a group that takes all further digits, as in localeconv().
 constexpr char FORMAT_ENDLESS_GROUP = 127;
 constexpr char FORMAT_NO_GROUPING[] = {FORMAT_ENDLESS_GROUP, '\0'};
 
-// The current locale is only asked when it matters, and for the point by the faster one of the two
-// ways there are.
+// Asks the current locale only when a number needs it; for the point by nl_langinfo(), which is
+// faster than localeconv().
 class FormatConventions {
 public:
     FormatConventions() = default; // the current locale's
@@ -39,7 +39,7 @@ public:
     char Separator() const { return mSeparator; }
 
 private:
-    // Without a separator there is nothing to group with.
+    // Without a separator digits are not grouped.
     const char *Usable(const char *grouping) const
     {
         const bool usable = grouping != nullptr && *grouping != '\0' && mSeparator != '\0';
@@ -51,8 +51,8 @@ private:
     const char *mGrouping = nullptr;
 };
 
-// The digits before the point in groups: the leftmost, then a number of groups of the size that
-// repeats, then one each of the sizes to its left in the locale's list.
+// The digits before the point, in groups from the left: the leftmost group, then the groups of the
+// size that repeats, then one group for each earlier size in the locale's list.
 class FormatGroups {
 public:
     FormatGroups(int64_t digits, const char *grouping)
@@ -86,7 +86,7 @@ public:
 
 private:
     int64_t mDigits;
-    int64_t mLeftmost; // how many digits it has
+    int64_t mLeftmost; // the number of digits in the leftmost group
     int64_t mRepeated = 0;
     const char *mSize; // of the groups that repeat
     int64_t mSeparators = 0;

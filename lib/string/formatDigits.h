@@ -13,11 +13,12 @@ namespace pelago {
 constexpr char FORMAT_LOWER_DIGITS[] = "0123456789abcdef";
 constexpr char FORMAT_UPPER_DIGITS[] = "0123456789ABCDEF";
 
-// Eight digits are one word, the first in its lowest byte.
+// Eight digits are made in one 64-bit word, the first digit in the lowest byte.
 static_assert(std::endian::native == std::endian::little);
 constexpr uint64_t FORMAT_EIGHT_ZEROES = 0x3030303030303030;
 
-// Each digit as a number, of a value below 10^8: halves, quarters, and then digits side by side.
+// Returns the eight digits of a value below 10^8, a byte each: the value is split into halves,
+// these into quarters, and these into digits, each step in one word.
 inline uint64_t FormatEightDecimal(uint64_t value)
 {
     const uint64_t halves = value / 10000 | value % 10000 << 32;
@@ -36,7 +37,7 @@ inline uint64_t FormatEightHexadecimal(uint32_t value)
     return __builtin_bswap64(word);
 }
 
-// The characters of eight digits, of which those above 9 are letters.
+// Returns the characters of eight digits; digits above 9 become letters.
 inline uint64_t FormatEightCharacters(uint64_t numbers, const char *digits)
 {
     const uint64_t letters = ((numbers + 0x0606060606060606) >> 4) & 0x0101010101010101;
@@ -51,8 +52,8 @@ template <typename Part> void FormatStoreParts(char *to, uint64_t characters, si
     memcpy(to + count - sizeof last, &last, sizeof last);
 }
 
-// Writes eight characters but for the zeros in front, of which the numbers tell, and returns where
-// they end.  Zero is one digit.
+// Writes eight digits' characters without the leading zeros, which are found in the numbers, and
+// returns the end.  The number zero keeps one digit.
 inline char *FormatWriteFirst(char *to, uint64_t numbers, uint64_t characters)
 {
     const size_t zeroes = numbers == 0 ? 7 : static_cast<size_t>(__builtin_ctzll(numbers) / 8);
@@ -82,7 +83,7 @@ constexpr auto FORMAT_POWERS_OF_TEN = [] {
     return powers;
 }();
 
-// How many digits a value has.  Zero has one.
+// Returns the number of digits of a value; zero has one.
 
 inline size_t FormatDecimalLength(uint64_t value)
 {
@@ -96,7 +97,7 @@ inline size_t FormatHexadecimalLength(uint64_t value)
     return static_cast<size_t>(std::bit_width(value | 1) + 3) / 4;
 }
 
-// Each writes a value, and nothing after it, and returns where it ends.
+// Each writes a value without a NUL, and returns the end of its digits.
 
 inline char *FormatWriteDecimal(char *to, uint64_t value)
 {

@@ -1,4 +1,4 @@
-// formatField.h -- what a conversion of a format prints: a field, padded to its width.
+// formatField.h -- prints the field of a conversion, padded to its width.
 #ifndef PELAGO_STRING_FORMATFIELD_H
 #define PELAGO_STRING_FORMATFIELD_H
 
@@ -18,7 +18,7 @@ struct FormatCall {
     FormatConventions &conventions;
 };
 
-// Each takes the directive's argument and prints it.  False when the call fails.
+// Each takes the directive's argument and prints it.  False when the whole call must fail.
 bool FormatInteger(const FormatDirective &directive, FormatCall *call); // d i u o x X p
 bool FormatCharacter(const FormatDirective &directive, FormatCall *call);
 bool FormatString(const FormatDirective &directive, FormatCall *call);
@@ -28,7 +28,7 @@ bool FormatFloating(const FormatDirective &directive, FormatCall *call); // e E 
 struct FormatShortDirective {
     bool isLeft, isZeroed, isLong;
     size_t width;
-    const char *letter; // anything that stands there
+    const char *letter; // the next character, which need not be a conversion's
 
     bool IsInteger() const
     {
@@ -36,12 +36,13 @@ struct FormatShortDirective {
     }
 };
 
-// Reads one from the place after its "%".
+// Reads a short directive from the place after its "%".
 inline FormatShortDirective FormatReadShort(const char *text)
 {
     const bool isLeft = *text == '-', isZeroed = *text == '0';
     text += isLeft || isZeroed;
-    constexpr size_t LARGE_WIDTH = 1000; // a digit after that stands as the letter
+    constexpr size_t LARGE_WIDTH =
+        1000; // ends the width, so that its next digit becomes the letter
     size_t width = 0;
     for (; *text >= '0' && *text <= '9' && width < LARGE_WIDTH; text++) {
         width = width * 10 + static_cast<size_t>(*text - '0');
@@ -53,7 +54,7 @@ inline FormatShortDirective FormatReadShort(const char *text)
     return {isLeft, isZeroed, letter != text, width, letter};
 }
 
-// Takes an int, or an integer of 64 bits.
+// Takes an int or, if isLong, an integer of 64 bits, and returns its magnitude.
 inline uint64_t FormatTakeMagnitude(bool isSigned, bool isLong, FormatArguments *arguments,
                                     bool *isNegative)
 {
@@ -63,10 +64,11 @@ inline uint64_t FormatTakeMagnitude(bool isSigned, bool isLong, FormatArguments 
     return isLong ? static_cast<uint64_t>(value) : static_cast<unsigned>(value);
 }
 
-// Takes an integer and prints it.  False when there may be no room for it: then nothing is done.
+// Takes an integer and prints it.  False, with nothing done, when there may be no room for it.
 bool FormatShortInteger(const FormatShortDirective &directive, FormatCall *call);
 
-// Prints a lead, which is a sign or a prefix, and what body writes at a cursor, bodySize bytes.
+// Prints a field: the lead, which is a sign or a prefix, and the bodySize bytes that body writes at
+// a cursor.
 template <typename Body>
 bool FormatField(const FormatDirective &directive, FormatOutput *output, std::string_view lead,
                  size_t bodySize, const Body &body, bool zeroesAllowed = true)

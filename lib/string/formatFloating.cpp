@@ -12,23 +12,22 @@ namespace pelago {
 namespace {
 
 constexpr int64_t DEFAULT_PRECISION = 6;
-// No double has more digits than 1074, those of the least one's fraction: to ask for more would
-// only bring zeros, and the memory for them.
+// No double has more digits than the 1074 of the smallest one's fraction.  More would only be
+// zeros, and need memory.
 constexpr int64_t MOST_DIGITS = 1074;
-constexpr int NO_POINT = 9999; // the converter's position of the point in what is not finite
+constexpr int NO_POINT = 9999; // the converter's position of the point for infinities and NaNs
 
 bool IsSpelt(const FormatDecimal &decimal)
 {
     const char *text = decimal.text;
     if (decimal.point == NO_POINT) { return true; }
-    if (*text >= '0' && *text <= '9') { return false; } // which nearly all are
+    if (*text >= '0' && *text <= '9') { return false; } // nearly always
     return strcasecmp(text, "-inf") == 0 || strcasecmp(text, "inf") == 0 ||
            strcasecmp(text, "nan") == 0;
 }
 
-// An infinity's sign comes in the text or as a sign of its own, as the C library likes.  What
-// is not a number has none: "inf", "-inf" and "nan" are all that there is.  The bit in the
-// sign's place says nothing of how it came about: on x86-64 0.0 / 0.0 has it set.
+// C libraries return an infinity's sign in the text or separately.  A NaN is printed without a
+// minus sign, since its sign bit means nothing: on x86-64 0.0 / 0.0 has it set.
 bool PrintSpelt(const FormatDirective &directive, const FormatDecimal &decimal,
                 FormatOutput *output)
 {
@@ -48,7 +47,7 @@ bool PrintSpelt(const FormatDirective &directive, const FormatDecimal &decimal,
         [&](FormatCursor *cursor) { cursor->Text(text, length); }, /* zeroesAllowed */ false);
 }
 
-// Prints count digits from an index on, with zeros for those that the number does not have.
+// Prints count digits from an index on, and zeros for digits beyond the number's last.
 void PrintDigits(const FormatDecimal &decimal, int64_t index, int64_t count, FormatCursor *cursor)
 {
     const int64_t there = std::min(std::max<int64_t>(decimal.end - decimal.text - index, 0), count);
@@ -125,7 +124,7 @@ bool PrintFinite(const FormatDirective &directive, char letter, int64_t precisio
 {
     if (letter == 'f') { return PrintFixed(directive, precision, decimal, call); }
     if (letter == 'e') { return PrintExponential(directive, precision, decimal, call); }
-    // Without "#" as many digits as there are, so that no zeros stand at the end.
+    // Without "#" only the number's own digits are printed, so there are no zeros at the end.
     const bool fixed = decimal.point >= -3 && decimal.point <= precision;
     const int64_t digits =
         directive.flags & FORMAT_ALTERNATE ? precision : decimal.end - decimal.text;
@@ -138,13 +137,13 @@ bool PrintFinite(const FormatDirective &directive, char letter, int64_t precisio
 
 bool FormatFloating(const FormatDirective &directive, FormatCall *call)
 {
-    // A long double's digits would need a converter of their own, which no C library has.
+    // A long double is rounded to a double: no C library converts its digits.
     double value = directive.flags & FORMAT_WIDE
                        ? static_cast<double>(call->arguments.Take<long double>(directive.index))
                        : call->arguments.Take<double>(directive.index);
     const char letter = static_cast<char>(directive.conversion | 0x20); // in lower case
     int64_t precision = directive.precision < 0 ? DEFAULT_PRECISION : directive.precision;
-    int64_t digits = precision; // to ask for
+    int64_t digits = precision; // how many the converter must return
     if (letter == 'e') { digits = precision + 1; }
     if (letter == 'g' && precision == 0) { digits = precision = 1; }
     if (letter == 'f' && precision == 0) {

@@ -144,7 +144,7 @@ bool FormatInteger(const FormatDirective &directive, FormatCall *call)
     WriteInteger(directive, &call->arguments, &integer);
     if (directive.precision == 0 && *integer.digits == '0' && integer.Length() == 1 &&
         !(directive.conversion == 'o' && (directive.flags & FORMAT_ALTERNATE))) {
-        integer.end = integer.digits; // nothing shows that it is zero
+        integer.end = integer.digits; // a zero with precision 0 has no digits
     }
     if ((directive.flags & FORMAT_GROUPED) && IsDecimal(directive.conversion)) {
         return PrintGrouped(directive, integer, call);

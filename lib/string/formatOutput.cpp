@@ -1,4 +1,4 @@
-// formatOutput.cpp -- the block of the heap that grows with the output.
+// formatOutput.cpp -- copying text, and the heap block that grows with the output.
 #include "formatOutput.h"
 
 #include <cstring>
@@ -14,7 +14,7 @@ struct Block {
     uint64_t words[2];
 };
 
-// Copies text that is at least one and at most two words long: these may overlap.
+// Copies text of one to two words' length by its first and its last word, which may overlap.
 template <typename Word> char *CopyTwo(char *to, const char *from, size_t length)
 {
     Word first, last;
@@ -67,8 +67,8 @@ bool FormatOutput::Write(const char *text, size_t length)
     return true;
 }
 
-// A block becomes the smallest multiple of its capacity that holds the output and the NUL.
-// (realloc() takes several times as long for the few bytes that most blocks have.)
+// Replaces the block by one whose size is the smallest multiple of its capacity that holds the
+// output and the NUL.  For blocks as small as most are, realloc() takes several times as long.
 bool FormatOutput::MakeRoom(size_t length)
 {
     const size_t needed = Length() + length;

@@ -10,15 +10,16 @@
 
 namespace pelago {
 
-// Both return where the text ends, and are made for a few bytes, which most texts have.
+// Copies text, or repeats a blank or a zero, and returns the end of what was written.  Both are
+// fast for the few bytes that most texts have.
 char *FormatCopy(char *to, const char *from, size_t length);
-char *FormatFill(char *to, char character, size_t length); // blanks or zeros
+char *FormatFill(char *to, char character, size_t length);
 
-// A place to write to.  It is kept in a local variable, since characters that are written might lie
-// in any other as far as the compiler knows.
+// A place to write to.  Users copy it to a local variable: the compiler must assume that a written
+// character changes any other object.
 struct FormatCursor {
     char *at;
-    char *end; // of the room; what goes beyond it is dropped
+    char *end; // the end of the room; output beyond it is dropped
 
     size_t Room() const { return static_cast<size_t>(end - at); }
     void Text(const char *text, size_t length)
@@ -43,7 +44,7 @@ public:
     FormatOutput(char *buffer, size_t size)
         : mStart(buffer), mCursor{buffer, End(static_cast<uint32_t>(size - 1))}
     {}
-    // A block, which is large enough for most formats of that length.
+    // A new block, which is large enough for the output of most formats of that length.
     explicit FormatOutput(size_t formatLength);
     FormatOutput(const FormatOutput &) = delete;
     FormatOutput &operator=(const FormatOutput &) = delete;
@@ -54,26 +55,26 @@ public:
 
     // False when there was no memory for the block.
     bool IsOpen() const { return mStart != nullptr; }
-    // Of the whole output so far, with what was dropped.
+    // Returns the length of the whole output so far, including the part that was dropped.
     size_t Length() const { return static_cast<size_t>(mCursor.at - mStart) + mDropped; }
 
-    // Sees to room for so many bytes.  False when there is no memory for them, or when the output
-    // becomes longer than an int counts.
+    // Makes room for length more bytes in a block of the engine's own.  False when memory runs out,
+    // or when the output would be longer than INT_MAX.
     bool Begin(size_t length) { return length <= mCursor.Room() || MakeRoom(length); }
     FormatCursor Cursor() const { return mCursor; }
-    // What Begin() was called for is written, as far as there was room for it.
+    // Takes the cursor back after length bytes were written to it, as far as there was room.
     void Finish(const FormatCursor &cursor, size_t length)
     {
         mDropped += length - static_cast<size_t>(cursor.at - mCursor.at);
         mCursor.at = cursor.at;
     }
-    // The same where everything fitted.
+    // Does the same where everything had room.
     void Finish(const FormatCursor &cursor) { mCursor.at = cursor.at; }
-    // All of that for a text.
+    // Begins, writes a text, and finishes.
     bool Write(const char *text, size_t length);
 
     void Terminate() { *mCursor.at = '\0'; }
-    // Hands over the block.
+    // Gives the block to the caller.
     char *Release()
     {
         mCapacity = 0;
@@ -82,13 +83,13 @@ public:
 
 private:
     bool MakeRoom(size_t length);
-    // The end of that much room, in which the length of the output can be counted.
+    // Returns the end of that much room, but of no more than an output may be long.
     char *End(size_t room) const { return mStart + std::min<size_t>(room, INT_MAX); }
 
     char *mStart;
     FormatCursor mCursor;
     size_t mDropped = 0;
-    size_t mCapacity = 0; // of our own block
+    size_t mCapacity = 0; // of the engine's own block; 0 for a caller's buffer
 };
 
 } // namespace pelago

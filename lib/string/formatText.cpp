@@ -18,16 +18,16 @@ constexpr int WCSCONV_LINE = 414; // the check of the UTF converter's answer
 
 static_assert(sizeof(wchar_t) == sizeof(uint32_t));
 
-// UTF-8 of a wide string, whole characters of at most precision bytes (-1: all of it),
-// NUL-terminated; nullptr without memory.  What is no character becomes what the lenient converter
-// makes of it.
+// Returns a wide string in UTF-8 as a new NUL-terminated block: its whole characters that fit
+// precision bytes, or all of it for -1; nullptr when memory runs out.  The converter is lenient
+// with units that are no characters.
 char *bsd_wcsconv(const wchar_t *wide, int64_t precision)
 {
     const bool limited = precision >= 0;
     const size_t limit = limited ? static_cast<size_t>(precision) : SIZE_MAX;
     // Each character takes at least a byte, so a string that is limited need not be terminated.
     const size_t length = limited ? wcsnlen(wide, limit) : wcslen(wide);
-    // Four bytes for each always do, so the target is only full when the limit is reached.
+    // Four bytes are enough for any character, so the target is full only at the limit.
     const size_t capacity = std::min(4 * length, limit);
     char *text = static_cast<char *>(malloc(capacity + 4));
     if (text == nullptr) { return nullptr; }

@@ -1,5 +1,5 @@
-// propertyList.cpp -- a dictionary that comes from a file and goes back into one.  Both forms are
-// read into the same objects.
+// propertyList.cpp -- a dictionary that is read from a file and written back.  Both forms are read
+// into the same objects.
 #include "propertyList.h"
 
 #include "cfTypes.h"
@@ -22,8 +22,8 @@ Fault ReadContent(std::string_view bytes, PropertyListContent *content)
                                : PropertyListReadXml(bytes, content);
 }
 
-// Copies what its owner may change.  Refused: what no property list can hold, and too deep a
-// nesting, which is also how an array ends that contains itself.
+// Copies a value, all of whose parts its owner may change.  Refuses types that no property list can
+// hold, and too deep a nesting, which includes an array that contains itself.
 class Copier {
 public:
     Fault Copy(CFTypeRef object, Object *copy)
@@ -106,7 +106,7 @@ PropertyListFault PropertyList::Write(std::string *bytes) const
     if (fault != Fault::None) { return fault; }
     PropertyListContent content;
     fault = ReadContent(*bytes, &content);
-    // Such as a text with a character that XML does not have.
+    // Malformed: for instance a text has a character that XML does not allow.
     return fault == Fault::Malformed ? Fault::NotRepresentable : fault;
 }
 

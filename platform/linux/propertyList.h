@@ -30,34 +30,34 @@ enum class PropertyListFault {
     NotADictionary,
     NoMemory
 };
-// One phrase for people, without a full stop.
+// Returns a phrase for people, without a full stop.
 const char *PropertyListFaultText(PropertyListFault fault);
 
-// Preferences files have a few KiB; all of this is far above.  The time to read and write a file at
-// these limits stays within a few seconds.
+// Limits, far above the few KiB of a preferences file.  A file at these limits is read and written
+// within a few seconds.
 constexpr size_t PROPERTY_LIST_MAX_BYTES = 16u << 20;
-// Reading, writing and releasing nested objects recurse: a thread with 512 KiB of stack has enough.
+// Writing and releasing nested objects recurse: 512 KiB of stack are enough.
 constexpr size_t PROPERTY_LIST_MAX_DEPTH = 256;
 // About 100 bytes of memory each.
 constexpr size_t PROPERTY_LIST_MAX_XML_VALUES = 1000000;
-// A binary file refers to its objects, so few bytes can stand for very many values.  Each value
-// counts as often as it is referred to, for that is how often it is looked at.
+// A binary file may refer to an object many times, so few bytes can describe very many values.  A
+// value is counted at each reference, since it is visited at each.
 constexpr size_t PROPERTY_LIST_MAX_BINARY_VALUES = 200000;
-// All strings and data of a binary file, each counted as often as it is referred to.
+// The bytes of all strings and data of a binary file, counted at each reference.
 constexpr uint64_t PROPERTY_LIST_MAX_EXPANDED_BYTES = 64u << 20;
 
 class PropertyList {
 public:
-    // On a fault the list is what it was before.
+    // Replaces the list by the file's.  After a fault the list is unchanged.
     PropertyListFault Read(std::string_view bytes);
 
-    // In the format that was read; XML when nothing was.  A fault when the result would be refused
-    // on reading.
+    // Writes the list in the format that was read, or as XML when nothing was read.  A fault when
+    // Read() would refuse the result.
     PropertyListFault Write(std::string *bytes) const;
 
-    // The value, retained for the caller; nullptr when the key has none.
+    // Returns the value, retained for the caller; nullptr when the key has none.
     CFTypeRef CopyValue(const char *key) const;
-    // Keeps a copy, so the caller may go on changing the value.
+    // Stores a copy of the value, which the caller may change afterwards.
     PropertyListFault SetValue(const char *key, CFTypeRef value);
 
     bool IsBinary() const { return mIsBinary; }
@@ -67,8 +67,8 @@ private:
     bool mIsBinary = false;
 };
 
-// Any property list, whatever its root, as a new object that the caller releases, and its format.
-// On a fault nothing is stored.
+// Reads a property list with any kind of root.  Stores a new object, which the caller releases, and
+// the format; nothing after a fault.
 PropertyListFault PropertyListCopyObject(std::string_view bytes, CFTypeRef *object, bool *isBinary);
 
 } // namespace pelago::platform

@@ -1,6 +1,6 @@
 // propertyListBinaryReader.cpp -- reads the binary form: a table of objects that refer to each
-// other. An object that is referred to many times becomes one object here, too.  It is charged each
-// time, since whoever looks at the values meets it each time: that keeps the walks over them short.
+// other.  An object with many references is read once and shared.  It is counted at each reference,
+// which bounds the time to visit all values.
 #include "propertyListForms.h"
 
 #include "cfTypes.h"
@@ -21,7 +21,7 @@ using Object = CFOwned<CFTypeRef>;
 constexpr size_t TRAILER_SIZE = 32;
 constexpr size_t MIN_SIZE = PROPERTY_LIST_BINARY_MAGIC.size() + 1 + 1 + TRAILER_SIZE;
 
-// Of 16 bytes it is the last eight.
+// Returns a big-endian number; of more than eight bytes, the last eight.
 uint64_t BigEndian(std::string_view bytes)
 {
     uint64_t value = 0;
@@ -31,9 +31,9 @@ uint64_t BigEndian(std::string_view bytes)
     return value;
 }
 
-// ---- Objects without parts: nullptr for one that could not be kept.
+// ---- Objects without parts; nullptr for one that could not be written back.
 
-// Those of eight bytes have a sign, longer and shorter ones none.
+// Integers of eight bytes are signed, longer and shorter ones are not.
 Object Integer(std::string_view bytes)
 {
     const uint64_t value = BigEndian(bytes);
@@ -62,7 +62,7 @@ Object Ascii(std::string_view bytes)
     return Object(CFRequired(CFStringCreateWithText(bytes)));
 }
 
-// Without NULs, and with surrogates only in pairs.
+// The text must have no NULs, and surrogates only in pairs.
 Object Utf16(std::string_view bytes)
 {
     std::u16string units;
@@ -112,11 +112,11 @@ public:
     }
 
 private:
-    // What is known of an object of the table, and what it comes to with all that it refers to.
+    // An object of the table, with totals over all that it contains.
     struct Part {
-        Object object;       // nullptr: nobody has referred to it yet
-        bool isDone = false; // all that it refers to is in it
-        uint32_t height = 0; // of containers in it and with it
+        Object object;       // nullptr: no reference to it was followed yet
+        bool isDone = false; // whether all that it contains was added
+        uint32_t height = 0; // nesting depth of containers, itself included
         uint32_t valueCount = 1;
         uint64_t byteCount = 0;
     };
@@ -159,7 +159,7 @@ private:
         return true;
     }
 
-    // Depth first from the root, and not by recursion.
+    // Reads depth first from the root, without recursion.
     bool ReadParts()
     {
         if (!Begin(mRoot)) { return false; }
@@ -172,14 +172,14 @@ private:
             }
             const uint64_t index = NextReference(container);
             if (index >= mParts.size()) { return false; }
-            // A container that has just begun is added when it is done.
+            // A container that begins here is added to this one when it is done.
             const bool isKnown = mParts[index].object != nullptr;
             if (isKnown ? !Add(&container, mParts[index]) : !Begin(index)) { return false; }
         }
         return true;
     }
 
-    // The keys of a dictionary stand in front of its values.
+    // A dictionary's references are all its keys, then all its values; they are taken in pairs.
     uint64_t NextReference(const Container &container) const
     {
         const size_t count = container.references.size() / mReferenceWidth;
@@ -190,7 +190,7 @@ private:
         return BigEndian(container.references.substr(at * mReferenceWidth, mReferenceWidth));
     }
 
-    // Makes the object: a leaf as a whole, a container without anything in it.
+    // Makes the object: a leaf completely, a container empty.
     bool Begin(size_t index)
     {
         const uint64_t offset =
@@ -211,8 +211,7 @@ private:
         return mOpen.empty() || Add(&mOpen.back(), part);
     }
 
-    // Cuts what follows the marker to what belongs to the object; false for a form that is not
-    // known.
+    // Cuts the bytes after the marker to the object's own; false for an unknown form.
     bool TakePayload(unsigned marker, unsigned low, std::string_view *rest) const
     {
         constexpr unsigned FALSE_VALUE = 8, TRUE_VALUE = 9;
@@ -241,7 +240,7 @@ private:
         }
     }
 
-    // A count of 15 says that the count itself follows, as an integer.
+    // A count of 15 means that the count follows as an integer object.
     static bool TakeCount(std::string_view *rest, uint64_t *count)
     {
         constexpr uint64_t LONG_COUNT = 15;
@@ -272,7 +271,7 @@ private:
         return true;
     }
 
-    // Adds what the container's next reference leads to.
+    // Adds the object of the container's next reference.
     bool Add(Container *container, const Part &part)
     {
         if (!part.isDone) { return false; } // it contains itself
@@ -303,7 +302,7 @@ private:
         if (container->byteCount > PROPERTY_LIST_MAX_EXPANDED_BYTES) {
             return Refuse(Fault::TooLarge);
         }
-        // What was reached near the root before may be reached again further down.
+        // An object that was read at a low depth may be shared at a greater one.
         const bool isTooDeep = mOpen.size() + part.height > PROPERTY_LIST_MAX_DEPTH;
         return !isTooDeep || Refuse(Fault::TooDeep);
     }

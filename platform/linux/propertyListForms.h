@@ -1,10 +1,10 @@
 /*
  * propertyListForms.h -- the two forms of a property list: text, which is XML, and binary.
  *
- * A reader checks a file while it makes objects of it: what does not end in an object has a fault.
- * What it makes cannot be changed, except for the root.  A reader's file has
- * PROPERTY_LIST_MAX_BYTES bytes at most.  A writer's objects are of property list types, and nested
- * little deeper than PROPERTY_LIST_MAX_DEPTH.  All of these may throw std::bad_alloc.
+ * A reader checks a file while it makes objects of it, and returns a fault when it cannot.  Of the
+ * objects only the root may be changed.  The file must have PROPERTY_LIST_MAX_BYTES bytes at most.
+ * A writer's objects must be of property list types, and nested little deeper than
+ * PROPERTY_LIST_MAX_DEPTH.  All of these may throw std::bad_alloc.
  */
 #ifndef PELAGO_LINUX_PROPERTYLISTFORMS_H
 #define PELAGO_LINUX_PROPERTYLISTFORMS_H
@@ -31,16 +31,16 @@ enum PropertyListMarker : unsigned {
     MARKER_DICT = 0xD
 };
 
-// Dates are seconds since then.
+// Dates are seconds since this day.
 constexpr std::chrono::sys_days PROPERTY_LIST_EPOCH{std::chrono::year{2001} / 1 / 1};
 
 struct PropertyListContent {
     CFOwned<CFTypeRef> root;
-    // A dictionary of a binary file has a key twice: the last value counts, the others are lost.
+    // Whether a dictionary of a binary file has a key twice.  Its last value was taken.
     bool hasKeyTwice = false;
 };
 
-// A byte-order mark in front of the text is no part of it.
+// Ignores a byte-order mark before the text.
 PropertyListFault PropertyListReadXml(std::string_view text, PropertyListContent *content);
 PropertyListFault PropertyListReadBinary(std::string_view bytes, PropertyListContent *content);
 

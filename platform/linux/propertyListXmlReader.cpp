@@ -1,7 +1,6 @@
-// propertyListXmlReader.cpp -- reads the XML form.  expat knows what XML is; what a property list
-// may hold is checked here, as its elements come. <plist> may have attributes, which say nothing.
-// Those of other elements, a DTD inside the file, entities, and processing instructions are
-// refused.
+// propertyListXmlReader.cpp -- reads the XML form.  expat parses XML; this checks the elements of a
+// property list.  Attributes of <plist> are ignored.  Attributes of other elements, a DTD inside
+// the file, entities, and processing instructions are refused.
 #include "propertyListForms.h"
 
 #include "cfTypes.h"
@@ -43,9 +42,9 @@ bool EqualsIgnoringCase(std::string_view text, std::string_view lowerCase)
                       });
 }
 
-// ---- The texts of elements: each gives a new object, or nullptr for a text that is no such value.
+// ---- Values from the texts of elements; nullptr for a text that is no such value.
 
-// Whether the text is a number from end to end; in every locale the same.
+// Reads a text that is a number and nothing else, whatever the locale.
 template <typename Number, typename... Base>
 bool IsNumber(std::string_view text, Number *value, Base... base)
 {
@@ -56,8 +55,8 @@ bool IsNumber(std::string_view text, Number *value, Base... base)
 
 Object Text(std::string_view text) { return Object(CFRequired(CFStringCreateWithText(text))); }
 
-// The value fits 64 bits, signed when negative.  A decimal number with a leading zero is refused:
-// some readers take it for octal.
+// The value must fit 64 bits, signed if it is negative.  A decimal number with a leading zero is
+// refused, since some readers take it for octal.
 Object Integer(std::string_view text)
 {
     text = Trimmed(text);
@@ -72,11 +71,11 @@ Object Integer(std::string_view text)
     return Object(new __CFNumber(static_cast<int64_t>(0 - value)));
 }
 
-// One beyond the range of a double is refused: it could not be kept.
+// A number beyond the range of a double is refused, since it could not be written back.
 Object Real(std::string_view text)
 {
     text = Trimmed(text);
-    // from_chars() takes no plus sign, but the parentheses of "nan(...)".
+    // from_chars() does not accept a plus sign; it does accept "nan(...)", which is refused here.
     if (TakePrefix(&text, "+") && text.starts_with('-')) { return nullptr; }
     double value = 0;
     if (text.ends_with(')') || !IsNumber(text, &value)) { return nullptr; }
@@ -154,8 +153,9 @@ public:
             XML_ParserCreate("UTF-8"), XML_ParserFree);
         if (!parser) { return Fault::NoMemory; }
         mParser = parser.get();
-        // Keys of hash tables: an address that nobody outside knows.  expat would ask the C library
-        // for one, which ends the process where the kernel has none.
+        // The salt of expat's hash tables is an address, which a file's author does not know. expat
+        // would ask the C library for random bytes, which ends the process where the kernel has
+        // none.
         XML_SetHashSalt(mParser, reinterpret_cast<uintptr_t>(mParser));
         SetHandlers();
         // The length fits: a file has PROPERTY_LIST_MAX_BYTES at most.
@@ -169,26 +169,26 @@ private:
     struct Container {
         CFOwned<CFMutableArrayRef> array; // nullptr: it is a dictionary
         CFOwned<CFMutableDictionaryRef> dictionary;
-        CFOwned<CFStringRef> key; // the one that waits for its value
+        CFOwned<CFStringRef> key; // a key that has no value yet
     };
 
     static Fault FaultOf(XML_Error error, std::string_view text)
     {
         if (error == XML_ERROR_NONE) { return Fault::None; }
         if (error == XML_ERROR_NO_MEMORY) { return Fault::NoMemory; }
-        // What has NULs in it is no text in any encoding of bytes.
+        // A file with NULs is damaged, and not text in another encoding.
         const bool isText = text.find('\0') == text.npos;
         return isText && !CFUtf8UnitCount(text) ? Fault::Encoding : Fault::Malformed;
     }
 
-    // Calls deed(reader) for a handler.  expat is C, so nothing may be thrown through it, and it
-    // may call some more handlers after it was stopped.
-    template <typename Deed> static void Handle(void *self, const Deed &deed)
+    // Calls action(reader) for a handler.  expat is C, so nothing may be thrown through it, and it
+    // may call further handlers after it was stopped.
+    template <typename Action> static void Handle(void *self, const Action &action)
     {
         XmlReader &reader = *static_cast<XmlReader *>(self);
         if (reader.mFault != Fault::None) { return; }
         try {
-            reader.mFault = deed(reader);
+            reader.mFault = action(reader);
         } catch (const std::bad_alloc &) {
             reader.mFault = Fault::NoMemory;
         }
@@ -222,14 +222,14 @@ private:
             mParser, [](void *self, const char *, const char *, const char *, int hasSubset) {
                 if (hasSubset) { Handle(self, Refused); }
             });
-        // An entity that the DTD outside of the file might declare; others are no XML.
+        // An entity that an external DTD might declare; expat itself refuses all others.
         XML_SetSkippedEntityHandler(mParser,
                                     [](void *self, const char *, int) { Handle(self, Refused); });
         XML_SetProcessingInstructionHandler(
             mParser, [](void *self, const char *, const char *) { Handle(self, Refused); });
     }
 
-    // The text is read as UTF-8 whatever it declares.
+    // The text is read as UTF-8, so no other encoding may be declared.
     static Fault EncodingFault(const char *encoding)
     {
         const bool isSupplied = encoding == nullptr || EqualsIgnoringCase(encoding, "utf-8") ||
@@ -275,7 +275,7 @@ private:
     Fault End()
     {
         if (mLeaf != nullptr) { return EndLeaf(*std::exchange(mLeaf, nullptr)); }
-        // <plist>, which is outside of all containers, is to hold a value.
+        // </plist>, outside of all containers: it must contain a value.
         if (mOpen.empty()) { return mRoot ? Fault::None : Fault::Malformed; }
         Container ended = std::move(mOpen.back());
         mOpen.pop_back();
@@ -320,8 +320,8 @@ private:
     Fault mFault = Fault::None;
     size_t mElementCount = 0;
     std::vector<Container> mOpen;
-    const Leaf *mLeaf = nullptr; // the one that has not ended
-    std::string mText;           // its text, so far
+    const Leaf *mLeaf = nullptr; // the leaf that has not ended
+    std::string mText;           // its text so far
     Object mRoot;
 };
 
@@ -331,7 +331,7 @@ PropertyListFault PropertyListReadXml(std::string_view text, PropertyListContent
 {
     constexpr std::string_view UTF8_MARK = "\xEF\xBB\xBF";
     TakePrefix(&text, UTF8_MARK);
-    // Blanks in front of its declaration are no XML, and are found in files all the same.
+    // Files do begin with blanks, which XML does not allow before its declaration.
     text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
     return XmlReader().Read(text, &content->root);
 }

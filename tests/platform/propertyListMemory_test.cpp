@@ -1,5 +1,5 @@
-// Property lists without memory: whichever block is refused, the call says so, nothing is left and
-// the list is what it was.
+// Property lists without memory: whichever block is refused, the call reports it, leaves nothing
+// allocated, and does not change the list.
 #include "allocations.h"
 #include "cfTypes.h"
 #include "propertyList.h"
@@ -14,7 +14,7 @@ namespace {
 
 using Fault = PropertyListFault;
 
-// A value of each kind, and texts that are longer than what a string has room for in itself.
+// A value of each kind, and texts that are too long for a string's inner buffer.
 const std::string LONG(100, 'x');
 const std::string XML =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?><!DOCTYPE plist SYSTEM 'a.dtd'><plist a='b'><dict>"
@@ -30,28 +30,28 @@ const std::string BINARY = BinaryList(
      std::string("\x23\x3F\xF8\0\0\0\0\0\0", 9), std::string("\x33\x3F\xF8\0\0\0\0\0\0", 9),
      BinaryHead(0x4, 20) + std::string(20, 'd'), "\x80\x07", BinaryDict({1, 3})});
 
-// What becomes of it when so many blocks are granted and no more.
-template <typename Deed> Fault FaultWith(size_t granted, const Deed &deed, bool *showed)
+// Runs the action with a number of blocks granted and all further ones refused; returns its fault,
+// and NoMemory for std::bad_alloc.
+template <typename Action> Fault FaultWith(size_t granted, const Action &action, bool *showed)
 {
     const ScarceNew alsoNew;
     const OutOfMemory memory(granted);
     Fault fault = Fault::NoMemory;
     try {
-        fault = deed();
-    } catch (const std::bad_alloc &) {
-        // The other way to say it.
+        fault = action();
+    } catch (const std::bad_alloc &) { // the same as NoMemory
     }
     *showed = memory.Showed();
     return fault;
 }
 
-// Does it with ever more memory, until that suffices; gives how many blocks that took.
-template <typename Deed> size_t BlocksFor(const Deed &deed)
+// Runs the action with ever more blocks until they are enough; returns how many that are.
+template <typename Action> size_t BlocksFor(const Action &action)
 {
     for (size_t granted = 0;; granted++) {
         const ptrdiff_t before = Allocations::Live();
         bool showed = false;
-        const Fault fault = FaultWith(granted, deed, &showed);
+        const Fault fault = FaultWith(granted, action, &showed);
         EXPECT_EQ(Allocations::Live(), before) << granted;
         EXPECT_EQ(fault, showed ? Fault::NoMemory : Fault::None) << granted;
         if (!showed || testing::Test::HasFailure()) { return granted; }
@@ -97,7 +97,6 @@ TEST_P(PropertyListMemory, IsNeededForAValue)
               5u);
 }
 
-// The list goes on with what it had.
 TEST_P(PropertyListMemory, ThatIsMissingLeavesTheListAsItWas)
 {
     PropertyList list;

@@ -1,7 +1,7 @@
 /*
  * SystemConfiguration.h -- the part of Apple's System Configuration that this product calls, and
  * the functions with which its tests check results: a session on a preferences file.
- * CoreFoundation.h says where this header is used in the place of Apple's.
+ * CoreFoundation.h says which builds use this header instead of Apple's.
  *
  * When a function fails, SCError() returns the reason; each thread has its own.  Only one thread at
  * a time may use a session.
