@@ -27,6 +27,17 @@ namespace {
     exit(1);
 }
 
+// Opens /dev/null for each standard stream that is closed: else a pipe of the tool's would get its
+// number.
+void OpenClosedStreams()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+        if (fcntl(fd, F_GETFD) == -1) {
+            open("/dev/null", O_RDWR); // gets the lowest free number, which is fd
+        }
+    }
+}
+
 struct Pipe {
     int readEnd, writeEnd;
 };
@@ -137,6 +148,7 @@ int main(int argc, char **argv)
                 "usage: shareWhile TOOL FOLDER SHARE USER PASSWORD_FILE rw|ro COMMAND...\n");
         return 2;
     }
+    OpenClosedStreams();
     signal(SIGPIPE, SIG_IGN);
     signal(SIGCHLD, SIG_DFL); // where it is ignored, nobody learns how a child ended
     char *toolArgv[] = {argv[1], argv[2], argv[3], argv[4], argv[5], argv[6], nullptr};

@@ -21,7 +21,7 @@ RESULT = re.compile(rb"(\d+) is the (sharing|delete share) result")
 
 def show(mark, line):
     try:
-        os.write(sys.stdout.fileno(), mark + b"| " + line.rstrip(b"\n") + b"\n")
+        os.write(1, mark + b"| " + line.rstrip(b"\n") + b"\n")
     except OSError:
         pass  # the tool's output is read on, or the tool would wait for us
 
@@ -79,7 +79,17 @@ class Share:
         return self.command_status if is_whole else 1
 
 
+def open_closed_streams():
+    """Opens /dev/null for each standard stream that is closed: else a pipe of the tool's would get its number."""
+    for fd in range(3):
+        try:
+            os.fstat(fd)
+        except OSError:
+            os.open(os.devnull, os.O_RDWR)  # gets the lowest free number, which is fd
+
+
 def main(arguments):
+    open_closed_streams()
     if len(arguments) < 7:
         print("usage: shareWhile.py TOOL FOLDER SHARE USER PASSWORD_FILE rw|ro COMMAND...", file=sys.stderr)
         return 2

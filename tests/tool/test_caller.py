@@ -307,6 +307,13 @@ class ExampleCaller:
             done = subprocess.run([*self.CALLER, self.tool, *ARGUMENTS, "sh", "-c", "exit 7"], stdout=full, timeout=30)
         self.assertEqual((done.returncode, self.called()), (7, list(SCRIPTS)))
 
+    def test_works_with_its_standard_streams_closed(self):
+        is_shared = "sleep 0.3; ls /tmp/toolhost/calls | grep -q rmshare || exit 7"
+        process = subprocess.Popen([*self.CALLER, self.tool, *ARGUMENTS, "sh", "-c", is_shared],
+                                   preexec_fn=lambda: os.closerange(0, 3))
+        self.addCleanup(self.end, process)
+        self.assertEqual((process.wait(timeout=30), self.called()), (7, list(SCRIPTS)))
+
     def test_a_killed_caller_ends_the_share(self):
         caller = subprocess.Popen([*self.CALLER, self.tool, *ARGUMENTS, "sleep", "600"],
                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
