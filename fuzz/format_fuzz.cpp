@@ -137,17 +137,18 @@ void CompareInteger(Input &input)
     }
 }
 
-// "%.0f" has its own rounding, zero has no sign here, and the C library's "#" with "g" loses zeros
-// where rounding adds a digit.
+// "%.0f" has its own rounding, zero and NaN have no sign here, and the C library's "#" with "g"
+// loses zeros where rounding adds a digit.
 void CompareFloating(Input &input)
 {
-    const double value = input.Value<double>();
+    const double read = input.Value<double>();
+    const double value = read == 0 || std::isnan(read) ? std::fabs(read) : read;
     const char letter = "eEfFgG"[input.Number(6)];
     const bool general = letter == 'g' || letter == 'G';
     const std::string flags = Flags(input, general ? "-+ 0" : "-+ 0#");
     int precision = static_cast<int>(input.Number(60)) - 5;
     if ((letter == 'f' || letter == 'F') && precision == 0) { precision = 1; }
-    CompareOne(input, flags, std::string(1, letter), precision, value == 0 ? 0.0 : value);
+    CompareOne(input, flags, std::string(1, letter), precision, value);
 }
 
 void CompareString(Input &input)
