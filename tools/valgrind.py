@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """valgrind.py [TEST...] -- runs the test programs in build/dev under memcheck, and those with threads also under
-helgrind.
+helgrind, which looks at their locks (tools/helgrind.supp).
 
     TEST   ctest's name of a test; by default all of them
 
@@ -21,12 +21,11 @@ SECONDS = 3600
 FOUND = 99  # the exit status of a program in which valgrind found something
 TOOLS = {
     "memcheck": ["--tool=memcheck", "--expensive-definedness-checks=yes"],
-    "helgrind": ["--tool=helgrind"],
+    "helgrind": ["--tool=helgrind", "--history-level=none", f"--suppressions={ROOT}/tools/helgrind.supp"],
 }
 # Programs that cannot run under valgrind, and why.
 NOT_THERE = {
-    "singleStep": "traces the program step by step, and would trace valgrind",
-    "posixEnvSteps": "traces the program step by step, and would trace valgrind",
+    "singleStep": "sets the processor's trap flag, which valgrind's processor does not have",
 }
 
 
