@@ -1,5 +1,5 @@
 # A test that takes longer than this is taken for a hanging one.
-set(PELAGO_TEST_SECONDS 300 CACHE STRING "how long one test may take")
+set(PELAGO_TEST_SECONDS 900 CACHE STRING "how long one test may take")
 
 # Tests expect allocations to fail; the sanitizers must return NULL then, not report an error.
 set(PELAGO_TEST_ENVIRONMENT "ASAN_OPTIONS=allocator_may_return_null=1;TSAN_OPTIONS=allocator_may_return_null=1")
