@@ -3,6 +3,7 @@
 // ASCII.
 #include "codesetInt.h"
 
+#include "../string/ascii.h"
 #include "codeset.h"
 #include "codesetUtf.h"
 #include "scoped.h"
@@ -19,8 +20,6 @@ namespace {
 
 constexpr char UTF8_REPLACEMENT[] = "\xef\xbf\xbd";
 constexpr char ASCII_SUBSTITUTE[] = "\x1a";
-
-bool IsAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
 
 // A copy with the bytes of each pair swapped; nullptr without memory.  The size is even.
 char *CodeSetSwapped(const char *buf, size_t size)

@@ -2,6 +2,7 @@
 // Every builder repeats two steps: copy the input up to the next special byte, append its escape.
 #include "escape.h"
 
+#include "../string/ascii.h"
 #include "diagnostics.h"
 #include "dynbuf.h"
 #include "scoped.h"
@@ -25,20 +26,11 @@ constexpr int ESCAPE_UNDO_CHECK = 253;
 constexpr int ESCAPE_ANSI_TO_UNIX_CHECK = 392;
 
 constexpr char ESCAPE_DIGITS[] = "0123456789ABCDEF";
-constexpr uint8_t ESCAPE_NO_DIGIT = 16;
-
-constexpr uint8_t EscapeDigitOf(int byte)
-{
-    if (byte >= '0' && byte <= '9') { return static_cast<uint8_t>(byte - '0'); }
-    if (byte >= 'A' && byte <= 'F') { return static_cast<uint8_t>(byte - 'A' + 10); }
-    if (byte >= 'a' && byte <= 'f') { return static_cast<uint8_t>(byte - 'a' + 10); }
-    return ESCAPE_NO_DIGIT;
-}
 
 constexpr auto ESCAPE_DIGIT_VALUES = [] {
     std::array<uint8_t, 256> values{};
     for (size_t byte = 0; byte < values.size(); byte++) {
-        values[byte] = EscapeDigitOf(static_cast<int>(byte));
+        values[byte] = static_cast<uint8_t>(AsciiHexadecimalValue(static_cast<char>(byte)));
     }
     return values;
 }();
@@ -292,7 +284,7 @@ size_t EscapeDigits(const char *bytes, size_t size)
 {
     size_t digits = 0;
     while (digits < 2 && digits + 1 < size &&
-           EscapeDigitValue(bytes[digits + 1]) != ESCAPE_NO_DIGIT) {
+           EscapeDigitValue(bytes[digits + 1]) != ASCII_NO_DIGIT) {
         digits++;
     }
     return digits;

@@ -1,6 +1,7 @@
 // utilExpand.cpp -- home directories and variables in file names.
 #include "util.h"
 
+#include "../string/ascii.h"
 #include "diagnostics.h"
 #include "posix.h"
 #include "scoped.h"
@@ -112,10 +113,7 @@ bool UtilExpandTilde(UtilChunk *chunk)
 // strcasecmp(): in a Turkish locale "i" is not the small letter of "I".
 bool UtilIsNamed(const char *name, const char *capitals)
 {
-    const auto capital = [](char c) {
-        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    };
-    while (*name != '\0' && capital(*name) == *capitals) {
+    while (*name != '\0' && AsciiToUpper(*name) == *capitals) {
         name++;
         capitals++;
     }

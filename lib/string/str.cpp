@@ -1,12 +1,15 @@
 // str.cpp -- NUL-terminated strings: formatting, copying, searching, ASCII case.
 #include "str.h"
 
+#include "ascii.h"
 #include "bsd_vsnprintf.h"
 #include "diagnostics.h"
 #include "util.h"
 
 #include <cstdint>
 #include <cstring>
+
+using namespace pelago;
 
 namespace {
 
@@ -26,8 +29,6 @@ constexpr int SAFE_ASPRINTF_LINE = 657;
 
 bool StrIsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
 
-bool StrIsAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
-
 // How many bytes a character has that begins with this one: the number of its leading 1 bits.
 size_t StrLength(char lead)
 {
@@ -45,7 +46,7 @@ void StrCutBack(char *buffer, size_t size)
         lead--;
     }
     const bool isWhole = !StrIsContinuation(buffer[lead]) && StrLength(buffer[lead]) == end - lead;
-    if (!isWhole && !StrIsAscii(buffer[lead])) { buffer[lead] = '\0'; }
+    if (!isWhole && !IsAscii(buffer[lead])) { buffer[lead] = '\0'; }
 }
 
 using StrEngine = decltype(&bsd_vsnprintf);
@@ -198,7 +199,7 @@ extern "C" char *Str_Strnstr(const char *haystack, const char *needle, size_t n)
 extern "C" char *Str_ToLower(char *string)
 {
     for (char *c = string; *c != '\0'; c++) {
-        if (*c >= 'A' && *c <= 'Z') { *c = static_cast<char>(*c - 'A' + 'a'); }
+        *c = AsciiToLower(*c);
     }
     return string;
 }
@@ -206,7 +207,7 @@ extern "C" char *Str_ToLower(char *string)
 extern "C" char *Str_ToUpper(char *string)
 {
     for (char *c = string; *c != '\0'; c++) {
-        if (*c >= 'a' && *c <= 'z') { *c = static_cast<char>(*c - 'a' + 'A'); }
+        *c = AsciiToUpper(*c);
     }
     return string;
 }

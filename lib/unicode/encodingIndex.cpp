@@ -4,6 +4,7 @@
 // first finds the index ready, and no pointer of it has to be relocated when a program starts.
 #include "encodingIndex.h"
 
+#include "../string/ascii.h"
 #include "encodingRows.h"
 #include "unicode.h"
 #include "util.h"
@@ -34,22 +35,12 @@ constexpr uint32_t EncodingHash(const char *text)
     return hash ^ hash >> 16; // an index takes the low bits alone
 }
 
-// Whatever the locale says.
-constexpr char EncodingToLower(char byte)
-{
-    return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
-}
-constexpr bool EncodingIsNormal(char byte)
-{
-    return (byte >= 'a' && byte <= 'z') || (byte >= '0' && byte <= '9');
-}
-
 // Writes the name's normal form, which is never longer than the name.
 constexpr void EncodingNormalizeTo(char *out, const char *name)
 {
     for (; *name != '\0'; name++) {
-        const char byte = EncodingToLower(*name);
-        if (EncodingIsNormal(byte)) { *out++ = byte; }
+        const char byte = AsciiToLower(*name);
+        if (AsciiIsLower(byte) || AsciiIsDigit(byte)) { *out++ = byte; }
     }
     *out = '\0';
 }

@@ -1,6 +1,7 @@
 // unicodeSimpleBase.cpp -- strings from bytes in any encoding, and bytes from strings.
 #include "unicode.h"
 
+#include "../string/ascii.h"
 #include "codeset.h"
 #include "diagnostics.h"
 #include "escape.h"
@@ -28,8 +29,6 @@ constexpr int ESCAPED_NOT_ASCII_LINE = 831;
 constexpr int ESCAPED_DIGIT_LINE = 869;
 
 constexpr char UTF8[] = "UTF-8";
-
-bool IsAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
 
 // ---- Lengths
 
@@ -122,19 +121,15 @@ bool UnicodeIsAscii(const char *string, size_t length)
 
 // ---- Escapes
 
-int UnicodeHexadecimalDigit(char byte)
-{
-    if (byte >= '0' && byte <= '9') { return byte - '0'; }
-    if (byte >= 'A' && byte <= 'F') { return byte - 'A' + 10; }
-    if (byte >= 'a' && byte <= 'f') { return byte - 'a' + 10; }
-    Panic(UTIL_NOT_IMPLEMENTED_REPORT, MODULE_PATH, ESCAPED_DIGIT_LINE);
-}
-
 uint32_t UnicodeReadDigits(const char *digits, int count)
 {
     uint32_t value = 0;
     for (int i = 0; i < count; i++) {
-        value = value << 4 | static_cast<uint32_t>(UnicodeHexadecimalDigit(digits[i]));
+        const unsigned digit = AsciiHexadecimalValue(digits[i]);
+        if (digit == ASCII_NO_DIGIT) {
+            Panic(UTIL_NOT_IMPLEMENTED_REPORT, MODULE_PATH, ESCAPED_DIGIT_LINE);
+        }
+        value = value << 4 | digit;
     }
     return value;
 }

@@ -1,6 +1,7 @@
 // unicodeSimpleTypes.cpp -- encodings by name, and their names.
 #include "unicode.h"
 
+#include "../string/ascii.h"
 #include "codeset.h"
 #include "diagnostics.h"
 #include "encodingIndex.h"
@@ -33,7 +34,7 @@ bool UnicodeReadNumber(const char *text, int32_t *number)
 {
     constexpr int32_t TOO_LARGE = 100'000'000; // for any code page: as good as all above it
     *number = 0;
-    for (; *text >= '0' && *text <= '9'; text++) {
+    for (; AsciiIsDigit(*text); text++) {
         *number = std::min(*number * 10 + (*text - '0'), TOO_LARGE);
     }
     return *text == '\0';
