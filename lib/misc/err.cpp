@@ -1,6 +1,7 @@
 // err.cpp -- the C library's error numbers as text, each looked up once.
 #include "err.h"
 
+#include "../string/utf.h"
 #include "errInt.h"
 #include "hashTable.h"
 #include "scoped.h"
@@ -50,31 +51,14 @@ HashTable *ErrTextCache()
 
 const void *ErrKey(int number) { return std::bit_cast<const void *>(intptr_t{number}); }
 
-// Removes an incomplete UTF-8 character at the end, where a system text that filled its buffer may
-// have been cut.
-void ErrCutIncompleteCharacter(char *text)
-{
-    const size_t length = strlen(text);
-    if (length == 0) { return; }
-    size_t last = length - 1;
-    while (last > 0 && (text[last] & 0xC0) == 0x80) {
-        last--;
-    }
-    const auto lead = static_cast<signed char>(text[last]);
-    if (lead >= 0) { return; }
-    const size_t following = length - 1 - last;
-    // A lead byte has as many ones at its top as its character has bytes, and then a zero.
-    const bool isWhole = following <= 6 && lead >> (6 - following) == -2;
-    if (!isWhole) { text[last] = '\0'; }
-}
-
 ErrEntry *ErrNewEntry(int number)
 {
     char buffer[ERR_TEXT_SIZE];
     ErrFormatSystemText(number, buffer, sizeof buffer);
     void *block = Util_SafeMalloc(sizeof(ErrEntry));
     auto *entry = new (block) ErrEntry{number, Util_SafeStrdup(buffer)};
-    ErrCutIncompleteCharacter(entry->text);
+    // A text that filled the C library's buffer may have been cut inside a character.
+    entry->text[Utf8WholeLength(entry->text, strlen(entry->text))] = '\0';
     return entry;
 }
 

@@ -4,9 +4,9 @@
 #include "ascii.h"
 #include "bsd_vsnprintf.h"
 #include "diagnostics.h"
+#include "utf.h"
 #include "util.h"
 
-#include <cstdint>
 #include <cstring>
 
 using namespace pelago;
@@ -27,28 +27,6 @@ constexpr int SAFE_ASPRINTF_LINE = 657;
 
 [[noreturn]] void StrTooSmall(int line) { Panic(TOO_SMALL_REPORT, MODULE_PATH, line); }
 
-bool StrIsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
-
-// How many bytes a character has that begins with this one: the number of its leading 1 bits.
-size_t StrLength(char lead)
-{
-    return static_cast<size_t>(__builtin_clz(~(uint32_t{static_cast<unsigned char>(lead)} << 24)));
-}
-
-// Terminates a full buffer of at least one byte, before the character that does not fit whole.
-void StrCutBack(char *buffer, size_t size)
-{
-    const size_t end = size - 1;
-    buffer[end] = '\0';
-    if (end == 0) { return; }
-    size_t lead = end - 1;
-    while (lead > 0 && StrIsContinuation(buffer[lead])) {
-        lead--;
-    }
-    const bool isWhole = !StrIsContinuation(buffer[lead]) && StrLength(buffer[lead]) == end - lead;
-    if (!isWhole && !IsAscii(buffer[lead])) { buffer[lead] = '\0'; }
-}
-
 using StrEngine = decltype(&bsd_vsnprintf);
 
 // Formats into a buffer; -1 when the output does not fit, or the engine fails, or there is no
@@ -59,7 +37,10 @@ int StrFormat(char *buffer, size_t size, const char *format, va_list arguments)
     if (buffer == nullptr) { return -1; } // for which the engine would make a buffer of its own
     const int length = Engine(&buffer, size, format, arguments);
     if (length >= 0 && static_cast<size_t>(length) < size) { return length; }
-    if (size > 0) { StrCutBack(buffer, size); }
+    if (size > 0) {
+        buffer[size - 1] = '\0';
+        buffer[Utf8WholeLength(buffer, size - 1)] = '\0';
+    }
     return -1;
 }
 

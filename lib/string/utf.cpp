@@ -1,12 +1,18 @@
 // utf.cpp -- one loop for all conversions: each form reads one character, or writes one.
 #include "utf.h"
 
+#include "ascii.h"
+
+#include <algorithm>
+#include <bit>
+
 namespace pelago {
 
 namespace {
 
 constexpr uint32_t HIGH_FIRST = 0xD800, LOW_FIRST = 0xDC00, LOW_LAST = 0xDFFF;
 constexpr uint32_t SUPPLEMENTARY_FIRST = 0x10000, LARGEST = 0x10FFFF, REPLACEMENT = 0xFFFD;
+constexpr size_t UTF8_LONGEST = 4; // bytes of a character
 
 bool UtfIsHigh(uint32_t value) { return value >= HIGH_FIRST && value < LOW_FIRST; }
 bool UtfIsLow(uint32_t value) { return value >= LOW_FIRST && value <= LOW_LAST; }
@@ -32,6 +38,16 @@ bool Utf8SecondFits(uint8_t lead, uint8_t second)
     case 0xF4: return second < 0x90;
     default: return true;
     }
+}
+
+// Returns whether the last bytes are a legal sequence.
+bool Utf8EndsLegally(const char *text, size_t length)
+{
+    const auto *end = reinterpret_cast<const uint8_t *>(text) + length;
+    for (size_t size = 1; size <= std::min(length, UTF8_LONGEST); size++) {
+        if (Utf8SequenceIsLegal(end - size, size)) { return true; }
+    }
+    return false;
 }
 
 struct Character {
@@ -212,6 +228,26 @@ bool Utf8SequenceIsLegal(const uint8_t *sequence, size_t length)
         if (!UtfIsContinuation(sequence[i])) { return false; }
     }
     return length == 1 || Utf8SecondFits(sequence[0], sequence[1]);
+}
+
+size_t Utf8WholeLength(const char *text, size_t length)
+{
+    if (length == 0) { return 0; }
+    size_t start = length - 1;
+    while (start > 0 && UtfIsContinuation(static_cast<uint8_t>(text[start]))) {
+        start--;
+    }
+    if (IsAscii(text[start])) { return length; }
+    const int announced = std::countl_one(static_cast<uint8_t>(text[start]));
+    return length - start == static_cast<size_t>(announced) ? length : start;
+}
+
+size_t Utf8LegalLength(const char *text, size_t length)
+{
+    while (length > 0 && !Utf8EndsLegally(text, length)) {
+        length--;
+    }
+    return length;
 }
 
 } // namespace pelago

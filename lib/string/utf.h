@@ -54,6 +54,18 @@ UtfResult Utf8ToUtf32(const uint8_t **source, const uint8_t *sourceEnd, uint32_t
 // continuation bytes after it, no longer than needed, no surrogate, nothing above U+10FFFF.
 bool Utf8SequenceIsLegal(const uint8_t *sequence, size_t length);
 
+// Return how many of the bytes to keep so that the text does not end inside a character.  Both
+// return the same for UTF-8 that was cut anywhere.  They differ where bytes are not UTF-8:
+//
+//   Utf8WholeLength keeps all bytes, or drops the last sequence if it has fewer or more bytes than
+//   its leading byte announces: the number of its leading one bits, up to 8.  Continuation bytes
+//   after ASCII are kept, and so is one that is the whole text.
+//
+//   Utf8LegalLength drops bytes until the text ends with a sequence that Utf8SequenceIsLegal
+//   accepts, or is empty.
+size_t Utf8WholeLength(const char *text, size_t length);
+size_t Utf8LegalLength(const char *text, size_t length);
+
 } // namespace pelago
 
 #endif // PELAGO_STRING_UTF_H

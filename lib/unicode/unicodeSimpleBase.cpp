@@ -2,6 +2,7 @@
 #include "unicode.h"
 
 #include "../string/ascii.h"
+#include "../string/utf.h"
 #include "codeset.h"
 #include "diagnostics.h"
 #include "escape.h"
@@ -77,26 +78,6 @@ template <typename Item> size_t UnicodeListLength(Item *const *list, ssize_t cou
 }
 
 // ---- Cutting
-
-// Whether there are bytes, and they end with a whole character.
-bool UnicodeEndsWhole(const char *string, size_t length)
-{
-    constexpr size_t MOST = 4; // bytes of a character
-    for (size_t size = 1; size <= std::min(length, MOST); size++) {
-        if (CodeSet_IsValidUtf8(string + length - size, size)) { return true; }
-    }
-    return false;
-}
-
-// Where to cut UTF-8 that is longer than limit, so that what is left ends with a whole character.
-size_t UnicodeCutUtf8(const char *string, size_t limit)
-{
-    size_t length = limit;
-    while (length > 0 && !UnicodeEndsWhole(string, length)) {
-        length--;
-    }
-    return length;
-}
 
 // Copies the first bytes of a result and terminates it.  Whether all of it was copied.
 bool UnicodeCopyOut(char *destination, const char *bytes, size_t size, size_t kept, size_t unit,
@@ -354,7 +335,7 @@ bool Unicode_CopyBytes(void *destination, const char *string, size_t capacity, s
     const size_t limit = capacity - 1;
     switch (encoding) {
     case STRING_ENCODING_UTF_8: {
-        const size_t kept = size <= limit ? size : UnicodeCutUtf8(string, limit);
+        const size_t kept = size <= limit ? size : Utf8LegalLength(string, limit);
         return UnicodeCopyOut(out, string, size, kept, 1, lengthOut);
     }
     case STRING_ENCODING_ASCII:

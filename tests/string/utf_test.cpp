@@ -479,4 +479,66 @@ TEST(Utf8SequenceIsLegal, TakesLengthsOfOneToFourOnly)
     EXPECT_FALSE(Utf8SequenceIsLegal(sequence, 5));
 }
 
+// ---- Where to cut ----
+
+std::string Whole(const std::string &text)
+{
+    return text.substr(0, Utf8WholeLength(text.data(), text.size()));
+}
+
+std::string Legal(const std::string &text)
+{
+    return text.substr(0, Utf8LegalLength(text.data(), text.size()));
+}
+
+TEST(Utf8Cut, KeepsWholeCharactersWhereverTextIsCut)
+{
+    const std::string characters[] = {"a", "\x7f", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80",
+                                      "z"};
+    std::string text;
+    for (const std::string &character : characters) {
+        for (size_t kept = 0; kept < character.size(); kept++) {
+            EXPECT_EQ(Whole(text + character.substr(0, kept)), text);
+            EXPECT_EQ(Legal(text + character.substr(0, kept)), text);
+        }
+        text += character;
+        EXPECT_EQ(Whole(text), text);
+        EXPECT_EQ(Legal(text), text);
+    }
+}
+
+TEST(Utf8Cut, JudgesOtherBytesByTwoRules)
+{
+    struct {
+        std::string text, whole, legal;
+    } const rows[] = {
+        {"\x80", "\x80", ""},                            // no character was cut
+        {"\x80\x80", "", ""},                            // nor here, but it announces one byte
+        {"a\x80\xbf", "a\x80\xbf", "a"},                 // after ASCII
+        {"a\xc3\xa9\x80", "a", "a\xc3\xa9"},             // a byte more than announced
+        {"a\xc0\x80", "a\xc0\x80", "a"},                 // longer than needed
+        {"a\xed\xa0\x80", "a\xed\xa0\x80", "a"},         // a surrogate
+        {"a\xf4\x90\x80\x80", "a\xf4\x90\x80\x80", "a"}, // above U+10FFFF
+        {"a\xe2\x82\xf0\x9f", "a\xe2\x82", "a"},         // two that were cut
+        {"\xc3\xff", "\xc3", ""},                        // announces eight bytes
+        {std::string("\0\x80", 2), std::string("\0\x80", 2), std::string(1, '\0')},
+    };
+    for (const auto &[text, whole, legal] : rows) {
+        EXPECT_EQ(Whole(text), whole) << testing::PrintToString(text);
+        EXPECT_EQ(Legal(text), legal) << testing::PrintToString(text);
+    }
+}
+
+TEST(Utf8WholeLength, TakesAnyAnnouncedLength)
+{
+    for (size_t announced = 2; announced <= 8; announced++) {
+        const char lead = static_cast<char>(0xFF00 >> announced);
+        for (size_t length = 1; length < 40; length++) {
+            const std::string sequence = lead + std::string(length - 1, '\x80');
+            EXPECT_EQ(Whole("a" + sequence), length == announced ? "a" + sequence : "a")
+                << announced << " announced, " << length << " there";
+        }
+    }
+}
+
 } // namespace
