@@ -26,7 +26,7 @@ const char *sHomeDir; // nullptr: homes are looked up
 
 // A piece of the text, or its replacement.
 struct UtilChunk {
-    char *text;
+    const char *text;
     size_t size;
     ScopedFree<char> owned; // the replacement; nullptr for a piece that was not replaced
 
@@ -41,25 +41,13 @@ struct UtilChunk {
     }
 };
 
-// The piece without its first byte, as a string: the byte after the piece is a NUL as long as this
-// object lives.  A name may be of any length, and needs no memory this way.
-class UtilChunkName {
-public:
-    explicit UtilChunkName(const UtilChunk &chunk)
-        : mName(chunk.text + 1), mEnd(chunk.text + chunk.size), mReplaced(*mEnd)
-    {
-        *mEnd = '\0';
-    }
-    UtilChunkName(const UtilChunkName &) = delete;
-    UtilChunkName &operator=(const UtilChunkName &) = delete;
-    ~UtilChunkName() { *mEnd = mReplaced; }
-    operator const char *() const { return mName; }
-
-private:
-    const char *mName;
-    char *mEnd;
-    const char mReplaced;
-};
+// Copies the piece without its first byte, "~" or "$", to the buffer, which has room for the whole
+// text.
+void UtilCopyName(const UtilChunk &chunk, char *name)
+{
+    memcpy(name, chunk.text + 1, chunk.size - 1);
+    name[chunk.size - 1] = '\0';
+}
 
 // Closes the user database at the end of the block.  Copy text of the C library's record first.
 struct UtilUserDatabase {
@@ -97,12 +85,13 @@ const char *UtilOwnHome()
     return home;
 }
 
-// Replaces "~" or "~user" by the home, if there is one.  False when memory runs out.
-bool UtilExpandTilde(UtilChunk *chunk)
+// Replaces "~" or "~user" by the home, if there is one; the buffer `user` takes the user's name.
+// False when memory runs out.
+bool UtilExpandTilde(UtilChunk *chunk, char *user)
 {
     if (sHomeDir != nullptr) { return chunk->Replace(sHomeDir); }
     const UtilUserDatabase closing;
-    const UtilChunkName user(*chunk);
+    UtilCopyName(*chunk, user);
     const char *home = *user == '\0' ? UtilOwnHome() : UtilUsersHome(user);
     return home == nullptr || chunk->Replace(home);
 }
@@ -126,10 +115,10 @@ const char *UtilUserName()
     return record == nullptr || record->pw_name == nullptr ? "unknown" : record->pw_name;
 }
 
-// Replaces "$NAME" by the value.  False when memory runs out.
-bool UtilExpandVariable(UtilChunk *chunk, const char *string)
+// Replaces "$NAME" by the value; the buffer `name` takes the name.  False when memory runs out.
+bool UtilExpandVariable(UtilChunk *chunk, char *name, const char *string)
 {
-    const UtilChunkName name(*chunk);
+    UtilCopyName(*chunk, name);
     if (const char *value = getenv(name)) { return chunk->Replace(value); }
     if (UtilIsNamed(name, "PID")) {
         char number[UTIL_PID_SIZE];
@@ -140,8 +129,7 @@ bool UtilExpandVariable(UtilChunk *chunk, const char *string)
         const UtilUserDatabase closing;
         return chunk->Replace(UtilUserName());
     }
-    Log("Environment variable '%s' not defined in '%s'.\n", static_cast<const char *>(name),
-        string);
+    Log("Environment variable '%s' not defined in '%s'.\n", name, string);
     return chunk->Replace("");
 }
 
@@ -164,7 +152,7 @@ size_t UtilPieceSize(const char *text, bool isFirst)
 }
 
 // Splits the text into chunks, and returns their number, or 0 when there are too many.
-size_t UtilSplit(char *text, UtilChunk *chunks)
+size_t UtilSplit(const char *text, UtilChunk *chunks)
 {
     size_t count = 0;
     while (*text != '\0') {
@@ -201,24 +189,24 @@ extern "C" {
 
 char *Util_ExpandString(const char *string)
 {
-    ScopedFree<char> copy(strdup(string));
+    ScopedFree<char> copy(strdup(string)); // the result or, in what follows, room for any name
     if (!copy) {
         Log(UTIL_NO_MEMORY, __func__, string);
         return nullptr;
     }
     if (*string != '~' && strchr(string, '$') == nullptr) { return copy.release(); }
     UtilChunk chunks[UTIL_MAX_CHUNKS] = {};
-    const size_t count = UtilSplit(copy.get(), chunks);
+    const size_t count = UtilSplit(string, chunks);
     if (count == 0) {
         Log("%s: Filename \"%s\" has too many chunks.\n", __func__, string);
         return nullptr;
     }
-    if (*string == '~' && !UtilExpandTilde(&chunks[0])) {
+    if (*string == '~' && !UtilExpandTilde(&chunks[0], copy.get())) {
         Log(UTIL_NO_MEMORY, __func__, string);
         return nullptr;
     }
     for (size_t i = 0; i < count; i++) {
-        if (UtilIsVariable(chunks[i]) && !UtilExpandVariable(&chunks[i], string)) {
+        if (UtilIsVariable(chunks[i]) && !UtilExpandVariable(&chunks[i], copy.get(), string)) {
             Log(UTIL_NO_MEMORY_FOR_VALUE, __func__, string);
             return nullptr;
         }
