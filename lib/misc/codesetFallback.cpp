@@ -57,7 +57,7 @@ size_t CodeSetFallbackValidSize(const char *buf, size_t size, StringEncoding enc
     }
 }
 
-bool CodeSetFallbackReads(StringEncoding encoding)
+bool CodeSetFallbackKnows(StringEncoding encoding)
 {
     return encoding == STRING_ENCODING_UTF_8 || encoding == STRING_ENCODING_UTF_16LE ||
            encoding == STRING_ENCODING_UTF_16BE || encoding == STRING_ENCODING_ASCII;
@@ -127,7 +127,7 @@ bool CodeSetFallbackConverts(StringEncoding encodingIn, StringEncoding encodingO
         return false;
     }
     if (encodingIn == encodingOut) { return true; } // what nothing is known of stays as it is
-    if (encodingOut == STRING_ENCODING_UTF_8) { return CodeSetFallbackReads(encodingIn); }
+    if (encodingOut == STRING_ENCODING_UTF_8) { return CodeSetFallbackKnows(encodingIn); }
     if (encodingIn != STRING_ENCODING_UTF_8) { return false; }
     // Only a host whose own code set is ASCII gets text in it.
     return encodingOut == STRING_ENCODING_UTF_16LE ||
@@ -141,7 +141,7 @@ bool CodeSetFallbackConvert(StringEncoding encodingIn, const char *bufIn, size_t
     if (bufIn == nullptr || sizeIn == 0) { return true; }
     if (!CodeSetFallbackConverts(encodingIn, encodingOut, current)) { return false; }
     if (encodingIn == encodingOut) {
-        return (!CodeSetFallbackReads(encodingIn) ||
+        return (!CodeSetFallbackKnows(encodingIn) ||
                 CodeSetFallbackIsValid(bufIn, sizeIn, encodingIn)) &&
                DynBuf_Append(db, bufIn, sizeIn);
     }
