@@ -1,7 +1,7 @@
-// encodingIndex.cpp -- the table of encodings, asked.
+// encodingIndex.cpp -- looks up encodings by name and by code page.
 //
-// Its rows are only read by the compiler, which makes of them what is searched here: whoever asks
-// first finds the index ready, and no pointer of it has to be relocated when a program starts.
+// The compiler computes the indexes from the table's rows: they take a program no time at its start
+// and, since they contain no pointers, no relocations.
 #include "encodingIndex.h"
 
 #include "../string/ascii.h"
@@ -70,10 +70,10 @@ consteval size_t EncodingCountBytes()
     return count;
 }
 
-// From texts to the rows that had each first.  A slot that is taken is followed by the next one.
+// A hash table, with linear probing, from each name to the first row that has it.
 class EncodingIndex {
 public:
-    static constexpr uint32_t NUM_SLOTS = 4096; // a third of them taken
+    static constexpr uint32_t NUM_SLOTS = 4096; // a third of them used
 
     // Returns the text's row, or ENCODING_NO_ROW.
     constexpr int Find(const char *text) const
@@ -82,7 +82,8 @@ public:
         return slot.textAt == 0 ? ENCODING_NO_ROW : slot.row;
     }
 
-    // Returns this index's own copy of a text that is in it.
+    // Returns where this index keeps its copy of a text, which must be in it; Text() returns the
+    // copy.
     constexpr uint16_t TextAt(const char *text) const { return mSlots[FindSlot(text)].textAt; }
     const char *Text(uint16_t textAt) const { return &mTexts[textAt]; }
 
@@ -137,7 +138,7 @@ struct EncodingCodePage {
     auto operator<=>(const EncodingCodePage &) const = default;
 };
 
-// By code page and then by row, so that the first of a code page is the first in the table.
+// Sorted by code page and then by row: a search finds the code page's first row in the table.
 constexpr auto CODE_PAGES = [] {
     constexpr auto COUNT = std::ranges::count_if(
         ENCODING_ROWS, [](const EncodingRow &row) { return row.codePage >= 0; });
@@ -161,7 +162,7 @@ constexpr auto ANSWERS = [] { // by row
     return answers;
 }();
 
-constexpr auto PREFERRED_NAMES = [] { // by encoding, as texts of NAMES
+constexpr auto PREFERRED_NAMES = [] { // by encoding, as places in NAMES
     std::array<uint16_t, STRING_ENCODING_COUNT> preferred{};
     for (const EncodingRow &row : ENCODING_ROWS) {
         uint16_t &textAt = preferred[row.encoding];

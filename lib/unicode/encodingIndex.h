@@ -1,4 +1,4 @@
-// encodingIndex.h -- the table of encodings, asked.  A row is known by its place in the table.
+// encodingIndex.h -- looks up encodings.  A row is its index in the table.
 #ifndef PELAGO_UNICODE_ENCODINGINDEX_H
 #define PELAGO_UNICODE_ENCODINGINDEX_H
 
@@ -10,20 +10,21 @@ namespace pelago {
 
 constexpr int ENCODING_NO_ROW = -1;
 
-// The first row with this code page, with exactly this name, with a name that is this one once it
-// is normalised; or ENCODING_NO_ROW.
+// Return the first row with this code page, with exactly this name, or with a name whose normal
+// form this is; ENCODING_NO_ROW if there is none.
 int EncodingFindCodePage(int32_t codePage);
 int EncodingFindName(const char *name);
 int EncodingFindNormalized(const char *normalized);
 
-// A new string of the name's ASCII letters and digits, in lower case; freed by the caller.
+// Returns the name's normal form as a new string, which the caller frees: its ASCII letters and
+// digits, in lower case.
 char *EncodingNormalize(const char *name);
 
-// The row's encoding, or STRING_ENCODING_UNKNOWN when the library does not convert that.
+// Returns the row's encoding, or STRING_ENCODING_UNKNOWN if the library does not convert it.
 StringEncoding EncodingOfRow(int row);
 
-// The name that ICU knows the encoding by, supported or not; nullptr when there is no such
-// encoding.
+// Returns ICU's name for the encoding, whether the library converts it or not; nullptr for a number
+// that is no encoding's.
 const char *EncodingPreferredName(StringEncoding encoding);
 
 } // namespace pelago

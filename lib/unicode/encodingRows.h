@@ -1,8 +1,8 @@
-// encodingRows.h -- the encodings and their names: the one table, and nothing else.
+// encodingRows.h -- the table of encodings and their names.
 //
-// A row holds the character set's name and aliases in IANA's registry, in its order, and then the
-// names and aliases of ICU's converters for it.  Where rows share a name the first one has it, and
-// the order of the rows is chosen for that.
+// A row contains a character set's name and aliases in the order of IANA's registry, then the names
+// and aliases of ICU's converters for it.  A name that several rows share belongs to the first of
+// them; the rows are ordered so that it is the right one.
 #ifndef PELAGO_UNICODE_ENCODINGROWS_H
 #define PELAGO_UNICODE_ENCODINGROWS_H
 
@@ -18,9 +18,9 @@ struct EncodingRow {
     int32_t mibEnum;  // IANA's number for the set; -1: none
     int32_t codePage; // Windows' number; -1: none
     StringEncoding encoding;
-    bool isSupported;                           // whether names lead to it
-    int32_t preferredIndex;                     // of the name that ICU is given
-    const char *names[ENCODING_MOST_NAMES + 1]; // ended by nullptr
+    bool isSupported;                           // whether a look-up by name returns the encoding
+    int32_t preferredIndex;                     // in names, of the one for ICU
+    const char *names[ENCODING_MOST_NAMES + 1]; // terminated by nullptr
 };
 
 // clang-format off

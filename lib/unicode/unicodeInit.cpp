@@ -11,8 +11,8 @@ namespace {
 
 constexpr useconds_t INIT_RETRY_MICROSECONDS = 250000;
 
-// 0 free, 1 held.  Sequentially consistent throughout: what one holder wrote the next one sees, and
-// nobody takes this lock often enough for anything weaker to matter.
+// 0: free, 1: held.  Sequentially consistent, so that each holder sees what the earlier ones wrote;
+// the lock is taken too rarely for a weaker order to save time.
 std::atomic<int> sInitLock;
 bool sInitialized; // guarded by sInitLock
 
@@ -22,7 +22,7 @@ public:
     UnicodeInitGuard()
     {
         for (int expected = 0; !sInitLock.compare_exchange_strong(expected, 1); expected = 0) {
-            usleep(INIT_RETRY_MICROSECONDS); // the holder looks at the file system: no hot spin
+            usleep(INIT_RETRY_MICROSECONDS); // the holder reads the file system: no busy wait
         }
     }
     UnicodeInitGuard(const UnicodeInitGuard &) = delete;
@@ -38,7 +38,7 @@ bool UnicodeInitOnce(const char *icuDataDir)
 
 void UnicodeInitInternal(const char *icuDataDir)
 {
-    // Without the lock: Panic may run code of the program's that initialises again.
+    // The lock is free again here: Panic() may run functions of the program that initialise again.
     if (!UnicodeInitOnce(icuDataDir)) { Panic("%s", "Failed to initialize codeset.\n"); }
 }
 

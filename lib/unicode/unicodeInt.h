@@ -1,4 +1,4 @@
-// unicodeInt.h -- what the library's own tests see of its text.
+// unicodeInt.h -- a string function that is not public, for the library's own tests.
 #ifndef PELAGO_UNICODE_UNICODEINT_H
 #define PELAGO_UNICODE_UNICODEINT_H
 
@@ -8,8 +8,9 @@
 
 namespace pelago {
 
-// Unicode_AllocWithLength without the end of the process: nullptr when the buffer cannot be
-// converted.  Strict takes nothing that is invalid; otherwise that is as the converter has it.
+// Does what Unicode_AllocWithLength() does, but returns nullptr where that ends the process because
+// the buffer cannot be converted.  Strict refuses all invalid text; otherwise the converter may
+// substitute it.
 Unicode UnicodeAllocInternal(const void *buffer, size_t length, StringEncoding encoding,
                              bool strict);
 

@@ -33,7 +33,7 @@ constexpr char UTF8[] = "UTF-8";
 
 // ---- Lengths
 
-// The size of a unit of the encoding, and so of its terminator, in bytes.
+// Returns the size in bytes of the encoding's units.  The terminator is a unit of zero.
 size_t UnicodeUnitSize(StringEncoding encoding)
 {
     switch (encoding) {
@@ -47,7 +47,7 @@ size_t UnicodeUnitSize(StringEncoding encoding)
     }
 }
 
-// How many bytes come before the terminator.
+// Returns the number of bytes before the terminator.
 size_t UnicodeTerminatedLength(const void *buffer, StringEncoding encoding)
 {
     constexpr char zero[4] = {};
@@ -66,7 +66,8 @@ size_t UnicodeLength(const void *buffer, ssize_t length, StringEncoding encoding
     return length < 0 ? UnicodeTerminatedLength(buffer, encoding) : static_cast<size_t>(length);
 }
 
-// How many entries a list has, its null at the end among them when count is negative.
+// Returns the number of the list's entries: count or, if that is negative, those up to and with the
+// null at its end.
 template <typename Item> size_t UnicodeListLength(Item *const *list, ssize_t count)
 {
     if (count >= 0) { return static_cast<size_t>(count); }
@@ -79,7 +80,8 @@ template <typename Item> size_t UnicodeListLength(Item *const *list, ssize_t cou
 
 // ---- Cutting
 
-// Copies the first bytes of a result and terminates it.  Whether all of it was copied.
+// Copies the first `kept` of a result's bytes, and a terminator of `unit` bytes.  Returns whether
+// these were all `size` bytes.
 bool UnicodeCopyOut(char *destination, const char *bytes, size_t size, size_t kept, size_t unit,
                     size_t *lengthOut)
 {
@@ -115,7 +117,8 @@ uint32_t UnicodeReadDigits(const char *digits, int count)
     return value;
 }
 
-// Writes one character as UTF-16, and returns what is behind it.  What is no character is U+FFFD.
+// Writes the character as UTF-16, or U+FFFD for a value above U+10FFFF.  Returns the place after
+// it.
 uint16_t *UnicodeWriteUtf16(uint16_t *out, uint32_t value)
 {
     if (value > 0x10FFFF) { value = 0xFFFD; }
@@ -128,7 +131,7 @@ uint16_t *UnicodeWriteUtf16(uint16_t *out, uint32_t value)
     return out;
 }
 
-// A terminated copy, or NULL without memory.
+// Returns a new terminated copy, or nullptr when memory runs out.
 char *UnicodeCopy(const char *bytes, size_t length)
 {
     char *copy = static_cast<char *>(malloc(length + 1));
@@ -148,7 +151,8 @@ int UnicodeErrorOf(CodeSetReason reason)
     }
 }
 
-// A new string of text that is as it should be, or nullptr with the reason as a number of errno.
+// Returns a new string of the text if that is valid.  Otherwise, and when memory runs out, returns
+// nullptr, and *error is the number for errno.
 Unicode UnicodeConvertValid(const char *bytes, size_t size, StringEncoding encoding, int *error)
 {
     if (encoding == STRING_ENCODING_UTF_8 || encoding == STRING_ENCODING_ASCII) {
@@ -176,7 +180,7 @@ Unicode pelago::UnicodeAllocInternal(const void *buffer, size_t length, StringEn
     const char *bytes = static_cast<const char *>(buffer);
     char *string = nullptr;
     if (!strict) {
-        // What most text is: there is nothing to convert.
+        // Most text is valid UTF-8, which needs no conversion.
         if (encoding == STRING_ENCODING_UTF_8 && CodeSet_IsValidUtf8(bytes, length)) {
             return UnicodeCopy(bytes, length);
         }
@@ -349,7 +353,7 @@ bool Unicode_CopyBytes(void *destination, const char *string, size_t capacity, s
         }
         const ScopedFree<char> utf16(block);
         size_t kept = std::min(converted, (capacity - 2) & ~size_t{1});
-        // The first half of a pair is recognised by its upper byte.
+        // The upper byte shows the first half of a surrogate pair, whose second half was cut.
         if (kept > 0 && (block[kept - 1] & 0xFC) == 0xD8) { kept -= 2; }
         return UnicodeCopyOut(out, block, converted, kept, 2, lengthOut);
     }
@@ -396,7 +400,7 @@ size_t Unicode_LengthInBytes(const char *string) { return strlen(string); }
 size_t Unicode_BytesRequired(const char *string, StringEncoding encoding)
 {
     encoding = Unicode_ResolveEncoding(encoding);
-    size_t width = 7; // a shifted encoding with all its escapes
+    size_t width = 7; // of a character with the escape sequences of a shifting encoding
     switch (encoding) {
     case STRING_ENCODING_UTF_8: return strlen(string) + 1;
     case STRING_ENCODING_UTF_16LE:
@@ -410,8 +414,8 @@ size_t Unicode_BytesRequired(const char *string, StringEncoding encoding)
     case STRING_ENCODING_WINDOWS_1252: width = 1; break;
     default: break;
     }
-    // Every character counts as one or two bytes of UTF-8; what longer ones have beyond that counts
-    // again, so that this is never too little.
+    // Counts a non-ASCII byte and the one after it as a character.  The rest of a longer character
+    // counts again, so that the result is never too small.
     size_t characters = 0;
     while (*string != '\0') {
         characters++;

@@ -1,4 +1,4 @@
-// unicodeSimpleTypes.cpp -- encodings by name, and their names.
+// unicodeSimpleTypes.cpp -- from an encoding's name to its number, and back.
 #include "unicode.h"
 
 #include "../string/ascii.h"
@@ -24,15 +24,16 @@ constexpr int UNICODE_UNKNOWN_ENCODING = 2588;
 constexpr uint32_t UNICODE_NAME_BUCKETS = 128;
 constexpr int UNICODE_NAME_CACHE_FLAGS = HASH_ISTRING_KEY | HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY;
 
-HashTable *sNameCache; // from a name to its encoding, UNKNOWN when that is not converted
+HashTable *sNameCache; // from a name to its encoding, UNKNOWN if the library does not convert that
 
-// STRING_ENCODING_UNKNOWN until it is known.  Threads may look it up at once: they find the same.
+// STRING_ENCODING_UNKNOWN before the first look-up.  Threads may look it up at the same time, since
+// they find the same.
 std::atomic<StringEncoding> sCurrentEncoding{STRING_ENCODING_UNKNOWN};
 
-// Reads the digits that the whole text must consist of; nothing is 0.  False when there is more.
+// Reads a text that consists of digits alone; an empty one is 0.  False for any other text.
 bool UnicodeReadNumber(const char *text, int32_t *number)
 {
-    constexpr int32_t TOO_LARGE = 100'000'000; // for any code page: as good as all above it
+    constexpr int32_t TOO_LARGE = 100'000'000; // for a code page; stands for all larger numbers
     *number = 0;
     for (; AsciiIsDigit(*text); text++) {
         *number = std::min(*number * 10 + (*text - '0'), TOO_LARGE);
@@ -60,8 +61,8 @@ int UnicodeFindRow(const char *name)
     return EncodingFindNormalized(normalized.get());
 }
 
-// Finds the name in the table of encodings and keeps the answer, if it is one.  Out of line, so
-// that the cached path spills no registers.
+// Finds the name in the table of encodings, and caches the encoding of a name that is there.  Out
+// of line, so that the cached path spills no registers.
 [[gnu::noinline]] StringEncoding UnicodeFindAndKeep(const char *name, bool warns)
 {
     HashTable *cache =
