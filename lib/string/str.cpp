@@ -29,12 +29,12 @@ constexpr int SAFE_ASPRINTF_LINE = 657;
 
 using StrEngine = decltype(&bsd_vsnprintf);
 
-// Formats into a buffer; -1 when the output does not fit, or the engine fails, or there is no
-// buffer.
+// Formats into the buffer.  Returns -1 when the output does not fit, the engine fails, or there is
+// no buffer.
 template <StrEngine Engine>
 int StrFormat(char *buffer, size_t size, const char *format, va_list arguments)
 {
-    if (buffer == nullptr) { return -1; } // for which the engine would make a buffer of its own
+    if (buffer == nullptr) { return -1; } // the engine would make a buffer of its own
     const int length = Engine(&buffer, size, format, arguments);
     if (length >= 0 && static_cast<size_t>(length) < size) { return length; }
     if (size > 0) {
@@ -139,7 +139,7 @@ extern "C" char *Str_Strcat(char *destination, const char *source, size_t size)
 {
     const size_t used = strnlen(destination, size);
     const size_t length = strlen(source);
-    // Two strings that are in memory have no sum that overflows.
+    // The sum cannot overflow: both strings are in memory.
     if (used + length >= size) { StrTooSmall(STRCAT_LINE); }
     memcpy(destination + used, source, length + 1);
     return destination;

@@ -1,4 +1,5 @@
-// utf.cpp -- one loop for all conversions: each form reads one character, or writes one.
+// utf.cpp -- one loop for all conversions, in which one form reads a character and another writes
+// it.
 #include "utf.h"
 
 #include "ascii.h"
@@ -18,7 +19,7 @@ bool UtfIsHigh(uint32_t value) { return value >= HIGH_FIRST && value < LOW_FIRST
 bool UtfIsLow(uint32_t value) { return value >= LOW_FIRST && value <= LOW_LAST; }
 bool UtfIsContinuation(uint8_t byte) { return (byte & 0xC0) == 0x80; }
 
-// The length that a leading byte announces; 0 for a byte that cannot be one.
+// Returns the length that a leading byte announces; 0 for a byte that cannot lead.
 size_t Utf8Length(uint8_t lead)
 {
     if (lead < 0x80) { return 1; }
@@ -28,7 +29,8 @@ size_t Utf8Length(uint8_t lead)
     return lead <= 0xF4 ? 4 : 0;
 }
 
-// What the second byte must be beyond a continuation: not too long, no surrogate, not too large.
+// Returns whether the second byte, a continuation, may follow this leading byte: a sequence must
+// not be longer than needed, a surrogate, or above U+10FFFF.
 bool Utf8SecondFits(uint8_t lead, uint8_t second)
 {
     switch (lead) {
@@ -52,11 +54,11 @@ bool Utf8EndsLegally(const char *text, size_t length)
 
 struct Character {
     uint32_t value;
-    size_t units; // that it takes in the source
+    size_t units; // of the source
 };
 
-// A form reads the character at a place, which is before the end: Done, SourceCut or Illegal.  It
-// writes one of which it has told the size.
+// A form's Read() reads the character at a place before the end, and returns Done, SourceCut or
+// Illegal.  Write() writes one, in as many units as Size() returned for it.
 
 struct Utf8 {
     using Unit = uint8_t;
@@ -134,8 +136,8 @@ struct Utf32 {
     static void Write(uint32_t value, size_t, Unit *to) { to[0] = value; }
 };
 
-// What becomes of a value that is no character.
-enum class Fate { Stops, Kept, Replaced, ReplacedAndTold };
+// What happens to a value that is no character.
+enum class Fate { Stops, Kept, Replaced, ReplacedAndReported };
 
 struct Fates {
     Fate surrogate, tooLarge;
@@ -167,7 +169,7 @@ UtfResult UtfConvert(const typename From::Unit **source, const typename From::Un
         To::Write(character.value, size, *target);
         *target += size;
         *source += character.units;
-        if (fate == Fate::ReplacedAndTold) { atEnd = UtfResult::Illegal; }
+        if (fate == Fate::ReplacedAndReported) { atEnd = UtfResult::Illegal; }
     }
     return atEnd;
 }
@@ -188,7 +190,7 @@ UtfResult Utf32ToUtf8(const uint32_t **source, const uint32_t *sourceEnd, uint8_
                       uint8_t *targetEnd, bool lenient)
 {
     return UtfConvert<Utf32, Utf8>(source, sourceEnd, target, targetEnd,
-                                   {lenient ? Fate::Kept : Fate::Stops, Fate::ReplacedAndTold});
+                                   {lenient ? Fate::Kept : Fate::Stops, Fate::ReplacedAndReported});
 }
 
 UtfResult Utf16ToUtf32(const uint16_t **source, const uint16_t *sourceEnd, uint32_t **target,
@@ -207,7 +209,7 @@ UtfResult Utf16ToUtf8(const uint16_t **source, const uint16_t *sourceEnd, uint8_
                                    lenient ? LENIENT : STRICT);
 }
 
-// In UTF-8 no illegal value gets past the reader, in either mode.
+// Both modes are strict here, since reading UTF-8 stops at every illegal value.
 
 UtfResult Utf8ToUtf16(const uint8_t **source, const uint8_t *sourceEnd, uint16_t **target,
                       uint16_t *targetEnd, bool /*lenient*/)

@@ -9,15 +9,15 @@
 //
 //                   a surrogate on its own              a value above U+10FFFF
 //   Utf32ToUtf16    U+FFFD                              U+FFFD
-//   Utf32ToUtf8     encoded as it is, in three bytes    U+FFFD, in strict mode too, and the result
+//   Utf32ToUtf8     encoded in three bytes              U+FFFD, in strict mode too, and the result
 //                                                       is Illegal once the source is converted
-//   Utf16ToUtf32    kept as it is                       -
-//   Utf16ToUtf8     encoded as it is, in three bytes    -
+//   Utf16ToUtf32    copied                              -
+//   Utf16ToUtf8     encoded in three bytes              -
 //
-// Kept in UTF-16, two lone surrogates could meet and read as a pair; hence U+FFFD there.
+// Two lone surrogates that were copied to UTF-16 could form a pair there; hence U+FFFD.
 //
-// In UTF-8 both are sequences that Utf8SequenceIsLegal refuses, and such a sequence stops the
-// conversion in either mode: how far a damaged sequence reaches cannot be known.
+// In UTF-8 both are sequences that Utf8SequenceIsLegal refuses.  Such a sequence stops the
+// conversion in either mode, since nobody can know where a damaged sequence ends.
 #ifndef PELAGO_STRING_UTF_H
 #define PELAGO_STRING_UTF_H
 
@@ -26,12 +26,12 @@
 
 namespace pelago {
 
-// A character is looked at before room for it is sought.  A full target is told before the Illegal
-// of values that were replaced, so that whoever makes room and calls again loses nothing.
+// A character is checked before the room for it.  Values that were replaced make the result Illegal
+// only when the target is not full, so that a caller who makes room and calls again loses nothing.
 enum class UtfResult : int {
     Done = 0,
-    SourceCut = 1,  // the source ends inside a character: UTF-8 that is shorter than its leading
-                    // byte says, or a high surrogate at the very end
+    SourceCut = 1,  // the source ends inside a character: a UTF-8 sequence is shorter than its
+                    // leading byte announces, or a high surrogate is the last unit
     TargetFull = 2, // the character at *source does not fit
     Illegal = 3,    // the character at *source is illegal; with Utf32ToUtf8, *source may be at the
                     // end, with U+FFFD written for each value that is too large
@@ -50,8 +50,8 @@ UtfResult Utf8ToUtf16(const uint8_t **source, const uint8_t *sourceEnd, uint16_t
 UtfResult Utf8ToUtf32(const uint8_t **source, const uint8_t *sourceEnd, uint32_t **target,
                       uint32_t *targetEnd, bool lenient);
 
-// Whether these bytes are one whole character: a leading byte that announces that length (1 to 4),
-// continuation bytes after it, no longer than needed, no surrogate, nothing above U+10FFFF.
+// Returns whether the bytes are one whole character: a leading byte that announces this length (1
+// to 4), then continuation bytes; not longer than needed, no surrogate, not above U+10FFFF.
 bool Utf8SequenceIsLegal(const uint8_t *sequence, size_t length);
 
 // Return how many of the bytes to keep so that the text does not end inside a character.  Both
