@@ -13,10 +13,11 @@ using namespace pelago;
 namespace {
 
 constexpr char ICU_DATA_FILE[] = "icudt44l.dat"; // ICU 4.4's common data, little-endian
-// Where there is no location service.  It can never exist, so such a program goes without ICU.
+// The folder for a program without a location service.  It can never exist, so that such a program
+// does not use ICU.
 constexpr char DEFAULT_LIBRARY_DIRECTORY[] = "/dev/null/Non-existing DEFAULT_LIBDIRECTORY";
 
-bool sUseIcu; // written by the initialisation, before any conversion reads it
+bool sUseIcu; // set by the initialisation, before the first conversion reads it
 
 // Returns the path of the data file as a heap string, or nullptr when there can be none.
 char *CodeSetDataFile(const char *icuDataDir)

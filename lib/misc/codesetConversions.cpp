@@ -1,4 +1,4 @@
-// codesetConversions.cpp -- the family of conversions: through ICU, or without it.
+// codesetConversions.cpp -- the public conversions, each through ICU or without it.
 #include "codeset.h"
 
 #include "codesetInt.h"
@@ -16,10 +16,10 @@ namespace {
 
 constexpr char UTF8[] = "UTF-8", UTF16LE[] = "UTF-16LE", UTF16BE[] = "UTF-16BE";
 
-// What every buffer that is handed out ends with: a terminator in any of the Unicode forms.
+// Added to every buffer that a caller gets: it terminates text in any of the Unicode forms.
 constexpr char TERMINATOR[4] = {};
 
-// A buffer that is handed out when all that goes into it was done, and freed otherwise.
+// A buffer for a result.  It is freed unless HandOut() gives it to the caller.
 class CodeSetOutput {
 public:
     CodeSetOutput() { DynBuf_Init(&mDb); }
@@ -32,7 +32,7 @@ public:
     bool HandOut(char **bufOut, size_t *sizeOut)
     {
         if (!DynBuf_Append(&mDb, TERMINATOR, sizeof TERMINATOR)) { return false; }
-        // What was measured before it was converted has its size already.
+        // A text that was measured before its conversion got a block of the right size.
         const bool isTight = mDb.allocated - mDb.size <= CODESET_UTF_SLACK;
         if (!isTight && !DynBuf_Trim(&mDb)) { return false; }
         if (sizeOut != nullptr) { *sizeOut = mDb.size - sizeof TERMINATOR; }
@@ -46,7 +46,7 @@ private:
 
 using CodeSetDecoder = bool (*)(const char *buf, size_t size, DynBuf *db);
 
-// Between two encodings, of which decoder knows without ICU; appended to db.
+// Converts through ICU or, without it, by the decoder for these two encodings; appends to db.
 bool CodeSetDecodeDb(const char *codeIn, const char *bufIn, size_t sizeIn, const char *codeOut,
                      CodeSetDecoder decoder, DynBuf *db)
 {
@@ -57,7 +57,7 @@ bool CodeSetDecodeDb(const char *codeIn, const char *bufIn, size_t sizeIn, const
     return bufIn == nullptr || sizeIn == 0 || decoder(bufIn, sizeIn, db);
 }
 
-// The same into a new buffer.
+// Does the same into a new buffer.
 bool CodeSetDecode(const char *codeIn, const char *bufIn, size_t sizeIn, const char *codeOut,
                    CodeSetDecoder decoder, char **bufOut, size_t *sizeOut)
 {
@@ -66,7 +66,7 @@ bool CodeSetDecode(const char *codeIn, const char *bufIn, size_t sizeIn, const c
            output.HandOut(bufOut, sizeOut);
 }
 
-// UTF-8 is what the current code set is.
+// Copies text between UTF-8 and the current code set, which is UTF-8.
 bool CodeSetCopy(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOut)
 {
     if (sizeIn == SIZE_MAX) { return false; }
@@ -79,7 +79,7 @@ bool CodeSetCopy(const char *bufIn, size_t sizeIn, char **bufOut, size_t *sizeOu
     return true;
 }
 
-// Both converters, with the reason of a failure, and its place.
+// The next two append the converted text to db, and return the reason for a failure and its place.
 
 CodeSetFailure CodeSetConvertByIcu(const char *codeIn, const char *bufIn, size_t sizeIn,
                                    const char *codeOut, unsigned policy, DynBuf *db)

@@ -1,6 +1,6 @@
-// codesetFallback.cpp -- conversion without ICU, among the Unicode forms, ASCII and the current
-// code set.  Strict: what is malformed is never repaired, but for single bytes of what claims to be
-// ASCII.
+// codesetFallback.cpp -- conversion without ICU, between the Unicode forms, ASCII and the current
+// code set.  It refuses malformed text; but in text that should be ASCII, the policy decides about
+// single bytes that are not.
 #include "codesetInt.h"
 
 #include "../string/ascii.h"
@@ -21,7 +21,8 @@ namespace {
 constexpr char UTF8_REPLACEMENT[] = "\xef\xbf\xbd";
 constexpr char ASCII_SUBSTITUTE[] = "\x1a";
 
-// A copy with the bytes of each pair swapped; nullptr without memory.  The size is even.
+// Returns a copy with the bytes of each pair swapped, or nullptr when memory runs out.  The size
+// must be even.
 char *CodeSetSwapped(const char *buf, size_t size)
 {
     char *swapped = static_cast<char *>(malloc(size));
@@ -44,7 +45,7 @@ size_t CodeSetUtf16beValidSize(const char *buf, size_t size)
     return at;
 }
 
-// How many bytes come before what is malformed; all of them when nothing is.
+// Returns the number of bytes before the first malformed sequence, or size if there is none.
 size_t CodeSetFallbackValidSize(const char *buf, size_t size, StringEncoding encoding)
 {
     switch (encoding) {
@@ -53,7 +54,7 @@ size_t CodeSetFallbackValidSize(const char *buf, size_t size, StringEncoding enc
     case STRING_ENCODING_UTF_16BE: return CodeSetUtf16beValidSize(buf, size);
     case STRING_ENCODING_ASCII:
         return static_cast<size_t>(std::find_if_not(buf, buf + size, IsAscii) - buf);
-    default: return size; // nothing is known of it
+    default: return size; // only ICU could check it
     }
 }
 
@@ -63,7 +64,7 @@ bool CodeSetFallbackKnows(StringEncoding encoding)
            encoding == STRING_ENCODING_UTF_16BE || encoding == STRING_ENCODING_ASCII;
 }
 
-// How many bytes the character takes that the bytes begin with; a malformed one takes one.
+// Returns the length of the first character; 1 if it is malformed.
 size_t CodeSetUtf8Length(const char *bytes, size_t size)
 {
     for (size_t length = 1; length <= std::min<size_t>(size, 4); length++) {
@@ -72,8 +73,8 @@ size_t CodeSetUtf8Length(const char *bytes, size_t size)
     return 1;
 }
 
-// Copies what is ASCII.  Of the rest, character by character as length() measures them, nothing is
-// kept: the policy fails, or puts the substitute there, or goes on.
+// Appends the ASCII characters.  For each of the others, whose lengths length() returns, the policy
+// fails, appends the substitute, or appends nothing.
 template <typename Length>
 bool CodeSetKeepAscii(const char *buf, size_t size, unsigned policy, const char *substitute,
                       Length length, DynBuf *db)
@@ -86,7 +87,7 @@ bool CodeSetKeepAscii(const char *buf, size_t size, unsigned policy, const char 
         bool done = DynBuf_Append(db, run, static_cast<size_t>(buf - run));
         if (buf != end) {
             done = done && policy != CODESET_INVALID_FAIL;
-            if (policy & CODESET_INVALID_SUBSTITUTE) { // of numbers that are no policy, too
+            if (policy & CODESET_INVALID_SUBSTITUTE) { // also in numbers that are no policy
                 done = done && DynBuf_Append(db, substitute, strlen(substitute));
             }
             buf += length(buf, static_cast<size_t>(end - buf));
@@ -116,7 +117,7 @@ bool CodeSetFallbackIsValid(const char *buf, size_t size, StringEncoding encodin
     case STRING_ENCODING_UTF_16LE: return CodeSetUtf16IsValid(buf, size);
     case STRING_ENCODING_UTF_16BE: return CodeSetUtf16beValidSize(buf, size) == size;
     case STRING_ENCODING_ASCII: return std::all_of(buf, buf + size, IsAscii);
-    default: return false; // nothing is known of it
+    default: return false; // only ICU could check it
     }
 }
 
@@ -126,10 +127,10 @@ bool CodeSetFallbackConverts(StringEncoding encodingIn, StringEncoding encodingO
     if (encodingIn == STRING_ENCODING_UNKNOWN || encodingOut == STRING_ENCODING_UNKNOWN) {
         return false;
     }
-    if (encodingIn == encodingOut) { return true; } // what nothing is known of stays as it is
+    if (encodingIn == encodingOut) { return true; } // text in any encoding can be copied
     if (encodingOut == STRING_ENCODING_UTF_8) { return CodeSetFallbackKnows(encodingIn); }
     if (encodingIn != STRING_ENCODING_UTF_8) { return false; }
-    // Only a host whose own code set is ASCII gets text in it.
+    // Text becomes ASCII only on a host whose own code set is ASCII.
     return encodingOut == STRING_ENCODING_UTF_16LE ||
            (encodingOut == STRING_ENCODING_ASCII && current == STRING_ENCODING_ASCII);
 }

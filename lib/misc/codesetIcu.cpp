@@ -43,7 +43,7 @@ CodeSetReason CodeSetReasonOf(UErrorCode status)
     }
 }
 
-// Opening may warn, of a name that several converters share; only an error leaves none.
+// ICU may open a converter with a warning that several share the name; only an error opens none.
 CodeSetReason CodeSetOpen(const char *codeName, Converter *converter)
 {
     UErrorCode status = U_ZERO_ERROR;
@@ -96,14 +96,14 @@ bool CodeSetDouble(DynBuf *db)
            DynBuf_Enlarge(db, doubled);
 }
 
-// The most that one call of ICU takes of an input or a room.
+// Returns the end of what one call of ICU can take: its sizes have 32 bits.
 template <typename Char> Char *CodeSetLimit(Char *from, Char *end)
 {
     return from + std::min<size_t>(static_cast<size_t>(end - from), INT32_MAX);
 }
 
-// Converts into the free space of db, which grows, and leaves db's size to the caller.  *used is
-// what is in use of it, before and after.
+// Converts into db's free space, and enlarges db as needed.  *used is the number of bytes in use,
+// before and after; db->size is left to the caller.
 CodeSetReason CodeSetRun(const Converters &converters, const char *source, size_t size, DynBuf *db,
                          size_t *used)
 {
@@ -119,7 +119,7 @@ CodeSetReason CodeSetRun(const Converters &converters, const char *source, size_
                        sourceLimit, pivot, &pivotSource, &pivotTarget, pivot + PIVOT_UNITS,
                        /* reset */ false, /* flush */ sourceLimit == end ? 1 : 0, &status);
         *used = static_cast<size_t>(target - db->data);
-        // A success may come with a warning, when the room was filled exactly.
+        // A success has a warning when the result filled the room exactly.
         if (U_SUCCESS(status) && sourceLimit == end) { return CODESET_REASON_NONE; }
         if (U_SUCCESS(status)) { continue; }
         if (status != U_BUFFER_OVERFLOW_ERROR) { return CodeSetReasonOf(status); }
@@ -127,7 +127,7 @@ CodeSetReason CodeSetRun(const Converters &converters, const char *source, size_
     }
 }
 
-// Writes one character into nowhere; whether the encoding has it.
+// Returns whether the encoding has the character: converts it into a buffer that nobody reads.
 bool CodeSetHas(UConverter *to, UChar32 character)
 {
     UChar units[U16_MAX_LENGTH];
@@ -136,15 +136,15 @@ bool CodeSetHas(UConverter *to, UChar32 character)
     const UChar *unit = units;
     char bytes[UCNV_GET_MAX_BYTES_FOR_STRING(U16_MAX_LENGTH, 16)], *target = bytes;
     UErrorCode status = U_ZERO_ERROR;
-    // A half of a pair would wait for the other, which does not come.
+    // Half of a surrogate pair would wait for the other half, which does not come.
     ucnv_fromUnicode(to, &target, bytes + sizeof bytes, &unit, units + count, nullptr,
                      /* flush */ U_IS_SURROGATE(character), &status);
     return U_SUCCESS(status);
 }
 
-// Where the sequence begins that the converter has stopped on when it read from before to at. Bytes
-// that switch to another set of characters may come first; some converters do not keep the
-// sequence.
+// Returns the start of the sequence on which the converter stopped after it had read the bytes from
+// `before` to `at`.  Bytes that switch to another set of characters may precede the sequence.  Some
+// converters do not keep the sequence; then this is `before`.
 const char *CodeSetInvalidAt(const UConverter *from, const char *before, const char *at)
 {
     char bytes[INT8_MAX];
@@ -192,7 +192,7 @@ CodeSetFailure CodeSetIcuLocate(const char *codeIn, const char *bufIn, size_t si
         UErrorCode status = U_ZERO_ERROR;
         const UChar32 value =
             ucnv_getNextUChar(converters.from.get(), &at, CodeSetLimit(at, end), &status);
-        if (at != before) { character = before; } // else it is the second of the same bytes
+        if (at != before) { character = before; } // else the same bytes had a second character
         if (status == U_INDEX_OUTOFBOUNDS_ERROR && at == end) { return {CODESET_REASON_ICU, 0}; }
         if (status == U_INDEX_OUTOFBOUNDS_ERROR) { continue; }
         if (U_FAILURE(status)) {
@@ -230,7 +230,7 @@ bool CodeSetIcuIsValid(const char *buf, size_t size, const char *codeName)
     ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr,
                         &status);
     if (U_FAILURE(status)) { Panic(UTIL_VERIFY_REPORT, CODESET_MODULE, CALLBACK_LINE); }
-    // Measures without writing: there is no room for the first character of what is valid.
+    // Measures without writing: any valid text overflows a buffer of size 0.
     ucnv_toUChars(converter.get(), nullptr, 0, buf, static_cast<int32_t>(size), &status);
     return status == U_BUFFER_OVERFLOW_ERROR;
 }

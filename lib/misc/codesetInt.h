@@ -1,4 +1,4 @@
-// codesetInt.h -- what the library itself asks of the code-set layer, and its two ways to convert.
+// codesetInt.h -- the code-set layer's two ways to convert: through ICU, and without it.
 #ifndef PELAGO_MISC_CODESETINT_H
 #define PELAGO_MISC_CODESETINT_H
 
@@ -16,27 +16,28 @@ constexpr char CODESET_MODULE[] = "lib/misc/codeset";
 
 CodeSetReason CodeSetIcuConvertDb(const char *codeIn, const char *bufIn, size_t sizeIn,
                                   const char *codeOut, unsigned policy, DynBuf *db);
-// How many bytes come before what stopped a conversion, which may be of either reason.
+// Returns how many bytes come before the sequence that stops a conversion, and whether that is
+// invalid or lacking in the other encoding.
 CodeSetFailure CodeSetIcuLocate(const char *codeIn, const char *bufIn, size_t sizeIn,
                                 const char *codeOut);
 bool CodeSetIcuConverts(const char *codeIn, const char *codeOut);
 bool CodeSetIcuKnows(const char *codeName);
 bool CodeSetIcuIsValid(const char *buf, size_t size, const char *codeName);
 
-// ---- Without ICU, which only the Unicode forms, ASCII and the current code set can
+// ---- Without ICU, between the Unicode forms, ASCII and the current code set
 
-// By encodings, and for any current one.
+// `current` is the encoding of the current code set.
 bool CodeSetFallbackConverts(StringEncoding encodingIn, StringEncoding encodingOut,
                              StringEncoding current);
 bool CodeSetFallbackConvert(StringEncoding encodingIn, const char *bufIn, size_t sizeIn,
                             StringEncoding encodingOut, StringEncoding current, unsigned policy,
                             DynBuf *db);
-// Why that failed.
+// Returns why CodeSetFallbackConvert() failed with these arguments.
 CodeSetFailure CodeSetFallbackFailure(StringEncoding encodingIn, const char *bufIn, size_t sizeIn,
                                       StringEncoding encodingOut, StringEncoding current,
                                       unsigned policy);
 bool CodeSetFallbackIsValid(const char *buf, size_t size, StringEncoding encoding);
-// UTF-16BE to UTF-8; false for what is not well-formed, and when memory runs out.
+// Appends UTF-16BE as UTF-8; false when it is not well-formed, and when memory runs out.
 bool CodeSetUtf16beToUtf8Db(const char *buf, size_t size, DynBuf *db);
 
 } // namespace pelago

@@ -86,7 +86,7 @@ public:
         }
         Pass(size);
     }
-    // Copies the next SIZE bytes in advance; Pass() then says how many of them are kept.
+    // Copies the next SIZE bytes in advance; Pass() then keeps as many of them as it is called for.
     template <size_t SIZE> void CopyAhead() { memcpy(mOut, mIn, SIZE); }
     void Pass(size_t size)
     {
@@ -295,9 +295,9 @@ size_t EscapeDigits(const char *bytes, size_t size)
 
 constexpr size_t ESCAPE_OCTAL_DIGITS = 3;
 
-// Returns the number that sscanf("%3o") reads, after white space and a sign; nothing when there is
-// none.  sscanf() itself measures the whole rest of the string, which would make a text of numbers
-// take quadratic time.
+// Returns the number that sscanf("%3o") reads, after white space and a sign, or nullopt if there is
+// none.  sscanf() itself measures the whole rest of the string: a text of numbers would take
+// quadratic time.
 std::optional<unsigned> EscapeOctal(const char *text)
 {
     while (*text == ' ' || (*text >= '\t' && *text <= '\r')) {

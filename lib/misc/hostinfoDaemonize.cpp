@@ -115,8 +115,8 @@ extern "C" int Hostinfo_Execute(const char *path, char *const *args, bool wait, 
 }
 
 // ---- Daemons.  Three processes take part: the caller; the child in between, which only makes the
-// third and ends; and the daemon, which is then no child of the caller.  A pipe leads from the
-// daemon to the caller: it closes when the program is executed, or carries an error number.
+// third and ends; and the daemon, which is then no child of the caller.  A pipe from the daemon to
+// the caller closes when the program is executed, or carries an error number.
 //
 // A step that fails writes a Warning() and returns false with errno.
 
@@ -330,7 +330,7 @@ private:
     struct sigaction mAction;
 };
 
-// Opens the PID file without emptying it: while another daemon has it locked, it stays as it is.
+// Opens the PID file without emptying it: a file that another daemon has locked must not change.
 bool ClaimPidFile(Start *start, const HostText &pidPath)
 {
     constexpr int MODE = 0644;
@@ -391,7 +391,7 @@ bool AwaitChild(pid_t child)
 {
     int status = 0;
     while (waitpid(child, &status, 0) == -1) {
-        if (errno != EINTR) { return true; } // its status is lost; the pipe says how it went
+        if (errno != EINTR) { return true; } // its status is lost, but the pipe has the result
     }
     if (status == 0) { return true; }
     if (WIFSIGNALED(status)) {

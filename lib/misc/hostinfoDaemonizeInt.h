@@ -6,9 +6,9 @@
 
 namespace pelago {
 
-// For a child that is about to execute a program: stops the timers, gives signals their default
-// actions, closes every descriptor above 2 but those listed, and raises the limit of the address
-// space as far as it goes.  The list may be in any order, and contain closed descriptors.
+// For a child that is about to execute a program: stops the timers, restores the default actions of
+// signals, closes every descriptor above 2 that is not in the list, and raises the limit of the
+// address space to its maximum.  The list may be in any order, and contain closed descriptors.
 void HostinfoResetProcessState(const int *keepFds, size_t numKeepFds);
 
 } // namespace pelago

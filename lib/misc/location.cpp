@@ -32,8 +32,8 @@ struct LocationEntry {
 
 struct LocationConfig {
     const LocationProcessTag *processTags;
-    const char *rootEnvVar;   // nullptr: no variable gives the root
-    const char *lastUsedFile; // nullptr: no file gives the root
+    const char *rootEnvVar;   // nullptr: no variable contains the root
+    const char *lastUsedFile; // nullptr: no file contains the root
     const LocationEntry *entries;
 };
 
@@ -111,7 +111,7 @@ char *LocationGetRoot()
 {
     if (sUpCount != 0) { return LocationClimb(__func__); }
     if (geteuid() != getuid()) {
-        // Whoever started the process chose its environment.
+        // The caller of a set-user-ID program chooses its environment.
         Warning("%s: Cannot get location root of a setuid process.\n", __func__);
         return nullptr;
     }

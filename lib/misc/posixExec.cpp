@@ -40,7 +40,7 @@ int PosixExecuteListed(Execute execute, const char *path, const char *arg0, va_l
         errno = ENOMEM;
         return -1;
     }
-    *list = nullptr; // the list is terminated at every step, for whoever frees it
+    *list = nullptr; // the list is terminated at every step, so that it can be freed
     const ScopedTextList argv(list);
     const char *argument = arg0;
     for (size_t i = 0; i < count; i++, argument = va_arg(arguments, const char *)) {

@@ -103,7 +103,7 @@ inline Unicode PosixTryFromHost(const char *bytes)
     return Unicode_AllocIfValid(bytes, -1, STRING_ENCODING_DEFAULT);
 }
 
-// How the bytes that a call returns are converted: one of the two functions above.
+// The conversion of bytes that a call returns: one of the two functions above.
 using PosixConversion = Unicode (*)(const char *bytes);
 
 } // namespace pelago

@@ -40,10 +40,10 @@ char *UtilCopyField(CFDictionaryRef dictionary, CFStringRef key)
 
 struct UtilField {
     CFStringRef key;
-    char **out; // nullptr: not asked for
+    char **out; // nullptr: the caller does not want it
 };
 
-// Frees what was stored of these fields.
+// Frees the strings that were stored for these fields.
 void UtilTakeBack(const UtilField *field, const UtilField *end)
 {
     for (; field != end; field++) {
