@@ -1,12 +1,14 @@
-// The library's own sinks, in a program that has none.
+// The library's own sinks, in a program that has none; the tool is one.
 #include "diagnostics.h"
 
+#include "panic.h"
 #include "util.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <string>
 #include <unistd.h>
 
 namespace {
@@ -46,6 +48,23 @@ TEST(OwnSinks, LeaveErrnoAsItWas)
     clearerr(stderr);
     EXPECT_EQ(afterWarning, EDOM);
     EXPECT_EQ(afterLog, EDOM);
+}
+
+// A message may contain a path of any length.
+TEST(OwnSinks, CutNothing)
+{
+    const std::string text(200000, 'x');
+    for (const auto sink : {Warning, Log}) {
+        testing::internal::CaptureStderr();
+        sink("<%s>", text.c_str());
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "<" + text + ">");
+    }
+}
+
+TEST(OwnSinksDeathTest, PanicCutsNothingEither)
+{
+    const std::string text(200000, 'x');
+    EXPECT_PANIC(Panic("<%s>", text.c_str()), "<" + text + ">");
 }
 
 TEST(OwnSinksDeathTest, PanicEndsTheProcessWithStatus1)
