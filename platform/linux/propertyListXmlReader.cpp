@@ -33,6 +33,7 @@ bool TakePrefix(std::string_view *text, std::string_view prefix)
     return true;
 }
 
+// Changes case by itself: platform/ includes nothing of lib/, and tolower() goes by the locale.
 bool EqualsIgnoringCase(std::string_view text, std::string_view lowerCase)
 {
     return std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(),
