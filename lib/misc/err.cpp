@@ -51,14 +51,22 @@ HashTable *ErrTextCache()
 
 const void *ErrKey(int number) { return std::bit_cast<const void *>(intptr_t{number}); }
 
+// Removes an incomplete character at the end: a text that filled the C library's buffer may have
+// been cut inside one.  A single continuation byte stays: nothing before it was cut.
+void ErrCutIncompleteCharacter(char *text)
+{
+    const size_t length = strlen(text);
+    if (length == 1 && Utf8IsContinuation(static_cast<uint8_t>(text[0]))) { return; }
+    text[Utf8WholeLength(text, length)] = '\0';
+}
+
 ErrEntry *ErrNewEntry(int number)
 {
     char buffer[ERR_TEXT_SIZE];
     ErrFormatSystemText(number, buffer, sizeof buffer);
     void *block = Util_SafeMalloc(sizeof(ErrEntry));
     auto *entry = new (block) ErrEntry{number, Util_SafeStrdup(buffer)};
-    // A text that filled the C library's buffer may have been cut inside a character.
-    entry->text[Utf8WholeLength(entry->text, strlen(entry->text))] = '\0';
+    ErrCutIncompleteCharacter(entry->text);
     return entry;
 }
 

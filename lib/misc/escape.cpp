@@ -22,6 +22,7 @@ namespace {
 
 constexpr char ESCAPE_SOURCE_PATH[] = "lib/misc/escape";
 constexpr int ESCAPE_UNDO_CHECK = 253;
+constexpr int ESCAPE_ANSI_TO_UNIX_CHECK = 392;
 
 constexpr char ESCAPE_DIGITS[] = "0123456789ABCDEF";
 
@@ -314,6 +315,10 @@ std::optional<unsigned> EscapeOctal(const char *text)
     return isNegative ? -number : number;
 }
 
+// A flag with two values.  The report about any other value is part of the contract, and cannot be
+// reached.
+enum class EscapeLineEnd { UNIX, ANSI };
+
 } // namespace
 
 extern "C" {
@@ -377,10 +382,11 @@ bool Escape_UndoFixBuf(char escByte, const void *buf, size_t size, void *destina
     EscapeText text(buf, size, ESCAPE_NUL_ONLY);
     EscapeSearch search(text, {'\r'});
     while (EscapeCopyTo(&text, &search)) {
-        if (text.Left() >= 2 && text.In()[1] == '\n') {
-            text.Skip(1);
-        } else {
-            text.Copy(1);
+        const bool isAnsi = text.Left() >= 2 && text.In()[1] == '\n';
+        switch (isAnsi ? EscapeLineEnd::ANSI : EscapeLineEnd::UNIX) {
+        case EscapeLineEnd::ANSI: text.Skip(1); break;
+        case EscapeLineEnd::UNIX: text.Copy(1); break;
+        default: Panic(UTIL_NOT_IMPLEMENTED_REPORT, ESCAPE_SOURCE_PATH, ESCAPE_ANSI_TO_UNIX_CHECK);
         }
     }
     return text.Finish(sizeOut);

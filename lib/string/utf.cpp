@@ -17,7 +17,6 @@ constexpr size_t UTF8_LONGEST = 4; // bytes of a character
 
 bool UtfIsHigh(uint32_t value) { return value >= HIGH_FIRST && value < LOW_FIRST; }
 bool UtfIsLow(uint32_t value) { return value >= LOW_FIRST && value <= LOW_LAST; }
-bool UtfIsContinuation(uint8_t byte) { return (byte & 0xC0) == 0x80; }
 
 // Returns the length that a leading byte announces; 0 for a byte that cannot lead.
 size_t Utf8Length(uint8_t lead)
@@ -227,7 +226,7 @@ bool Utf8SequenceIsLegal(const uint8_t *sequence, size_t length)
 {
     if (length == 0 || Utf8Length(sequence[0]) != length) { return false; }
     for (size_t i = 1; i < length; i++) {
-        if (!UtfIsContinuation(sequence[i])) { return false; }
+        if (!Utf8IsContinuation(sequence[i])) { return false; }
     }
     return length == 1 || Utf8SecondFits(sequence[0], sequence[1]);
 }
@@ -236,12 +235,13 @@ size_t Utf8WholeLength(const char *text, size_t length)
 {
     if (length == 0) { return 0; }
     size_t start = length - 1;
-    while (start > 0 && UtfIsContinuation(static_cast<uint8_t>(text[start]))) {
+    while (start > 0 && Utf8IsContinuation(static_cast<uint8_t>(text[start]))) {
         start--;
     }
+    const auto lead = static_cast<uint8_t>(text[start]);
     if (IsAscii(text[start])) { return length; }
-    const int announced = std::countl_one(static_cast<uint8_t>(text[start]));
-    return length - start == static_cast<size_t>(announced) ? length : start;
+    if (Utf8IsContinuation(lead)) { return start; }
+    return length - start == static_cast<size_t>(std::countl_one(lead)) ? length : start;
 }
 
 size_t Utf8LegalLength(const char *text, size_t length)

@@ -50,6 +50,8 @@ UtfResult Utf8ToUtf16(const uint8_t **source, const uint8_t *sourceEnd, uint16_t
 UtfResult Utf8ToUtf32(const uint8_t **source, const uint8_t *sourceEnd, uint32_t **target,
                       uint32_t *targetEnd, bool lenient);
 
+constexpr bool Utf8IsContinuation(uint8_t byte) { return (byte & 0xC0) == 0x80; }
+
 // Returns whether the bytes are one whole character: a leading byte that announces this length (1
 // to 4), then continuation bytes; not longer than needed, no surrogate, not above U+10FFFF.
 bool Utf8SequenceIsLegal(const uint8_t *sequence, size_t length);
@@ -59,7 +61,7 @@ bool Utf8SequenceIsLegal(const uint8_t *sequence, size_t length);
 //
 //   Utf8WholeLength keeps all bytes, or drops the last sequence if it has fewer or more bytes than
 //   its leading byte announces: the number of its leading one bits, up to 8.  Continuation bytes
-//   after ASCII are kept, and so is one that is the whole text.
+//   after ASCII are kept; a text of nothing else is dropped.
 //
 //   Utf8LegalLength drops bytes until the text ends with a sequence that Utf8SequenceIsLegal
 //   accepts, or is empty.

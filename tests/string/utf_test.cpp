@@ -512,8 +512,8 @@ TEST(Utf8Cut, JudgesOtherBytesByTwoRules)
     struct {
         std::string text, whole, legal;
     } const rows[] = {
-        {"\x80", "\x80", ""},                            // no character was cut
-        {"\x80\x80", "", ""},                            // nor here, but it announces one byte
+        {"\x80", "", ""},                                // has no leading byte
+        {"\x80\x80", "", ""},                            // the same
         {"a\x80\xbf", "a\x80\xbf", "a"},                 // after ASCII
         {"a\xc3\xa9\x80", "a", "a\xc3\xa9"},             // a byte more than announced
         {"a\xc0\x80", "a\xc0\x80", "a"},                 // longer than needed
