@@ -1,9 +1,9 @@
 """doxygenFilter.py HEADER -- prints a public header with its comments in the form that Doxygen reads.
 
-The headers have plain C comments.  The first one is about the file; one behind code is about what
-stands before it; one that begins with "----" or that a blank line follows is about all that comes up
-to the next such one; any other is about the declaration below it.  Indented lines are examples, and
-stay as they are.  Every line keeps its number.  The aliases @heading and @program are the Doxyfile's.
+The headers have plain C comments.  The first one describes the file; one after code on its line describes that
+code; one that begins with "----" or that a blank line follows describes everything up
+to the next such one; any other describes the declaration below it.  Indented lines are examples, which
+do not change.  Every line keeps its number.  The Doxyfile defines the aliases @heading and @program.
 """
 
 import re
