@@ -1,4 +1,4 @@
-// cfArray.cpp -- arrays, mutable or not, that treat their values as the creator's call backs say.
+// cfArray.cpp -- arrays, mutable or not, that retain and compare values by the creator's callbacks.
 #include "cfTypes.h"
 
 using namespace pelago::platform;
@@ -50,7 +50,7 @@ void RequireRange(CFArrayRef array, CFRange range, const char *function)
     }
 }
 
-// Throws std::bad_alloc before anything was retained.  An array may be appended to itself.
+// Throws std::bad_alloc before it retains anything.  An array may be appended to itself.
 void Append(CFMutableArrayRef array, CFArrayRef other, CFRange range)
 {
     const size_t oldCount = array->mValues.size(), first = static_cast<size_t>(range.location);
@@ -128,7 +128,7 @@ extern "C" CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef array, CFRange range, 
     return kCFNotFound;
 }
 
-// The capacity is a hint, as it is in the SDK: the array grows as far as memory goes.
+// The capacity is a hint, as in the SDK: the array grows until memory runs out.
 extern "C" CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex,
                                                   const CFArrayCallBacks *callBacks)
 {

@@ -1,4 +1,4 @@
-// cfDictionary.cpp -- dictionaries as property lists have them: keys are strings.
+// cfDictionary.cpp -- dictionaries whose keys are strings, as in property lists.
 #include "cfTypes.h"
 
 using namespace pelago::platform;
@@ -55,7 +55,7 @@ extern "C" CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary)
     return static_cast<CFIndex>(dictionary->mEntries.size());
 }
 
-// A key that is no string is in no dictionary of ours.
+// A key that is not a string is never found.
 extern "C" const void *CFDictionaryGetValue(CFDictionaryRef dictionary, const void *key)
 {
     CFRequire(dictionary, CF_TYPE_DICTIONARY, __func__);

@@ -1,4 +1,4 @@
-// cfError.cpp -- why a call failed, as a number.
+// cfError.cpp -- the code of a call's failure.
 #include "cfTypes.h"
 
 using namespace pelago::platform;

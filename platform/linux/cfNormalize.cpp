@@ -1,7 +1,6 @@
 // cfNormalize.cpp -- Unicode's normalization forms.
-// What a character decomposes to, combines with and is sorted by is ICU's knowledge.  The passes
-// over the text are made here: ICU's own need quadratic time when very many marks follow each
-// other.
+// ICU supplies each character's decomposition, compositions and combining class.  The passes over
+// the text are ours, because ICU's own take quadratic time on a long sequence of marks.
 #include "cfTypes.h"
 
 #include <unicode/unorm2.h>
@@ -26,10 +25,10 @@ public:
         StopOn(error);
     }
 
-    // Zero for a starter, which keeps its place; the marks behind it are sorted by their classes.
+    // Zero for a starter, which keeps its place; the marks after it are sorted by their classes.
     uint8_t Class(UChar32 c) const { return unorm2_getCombiningClass(mData, c); }
 
-    // Below zero when the two do not combine.
+    // Returns a negative number when the two do not combine.
     UChar32 Composed(UChar32 one, UChar32 other) const
     {
         return unorm2_composePair(mData, one, other);
@@ -42,7 +41,7 @@ public:
         UErrorCode error = U_ZERO_ERROR;
         const int32_t count = unorm2_getDecomposition(mData, c, units, CAPACITY, &error);
         StopOn(error);
-        if (count < 0) { out->push_back(c); } // it stays as it is
+        if (count < 0) { out->push_back(c); } // it has no decomposition
         for (int32_t i = 0; i < count;) {
             U16_NEXT_UNSAFE(units, i, c);
             out->push_back(c);
@@ -52,7 +51,7 @@ public:
 private:
     static void StopOn(UErrorCode error)
     {
-        // ICU remembers this one, and gives it to all who ask again.
+        // ICU caches this failure, and every later call returns it.
         if (error == U_MEMORY_ALLOCATION_ERROR) { throw std::bad_alloc(); }
         if (U_FAILURE(error)) { CFStop("CFStringNormalize", u_errorName(error)); }
     }
@@ -86,12 +85,12 @@ void SortMarks(CodePoints *text, const Characters &characters)
     }
 }
 
-// The text is decomposed and its marks are sorted.
+// Requires text that is decomposed and whose marks are sorted.
 void Compose(CodePoints *text, const Characters &characters)
 {
     UChar32 *starter = nullptr;
-    UChar32 *out = text->data(); // what is composed never gets longer
-    uint8_t lastClass = 0;       // of what stands before out, if that is not the starter
+    UChar32 *out = text->data(); // composing never makes the text longer
+    uint8_t lastClass = 0;       // of the character before out, if that is not the starter
     for (const UChar32 c : *text) {
         const uint8_t itsClass = characters.Class(c);
         if (starter != nullptr && (starter + 1 == out || lastClass < itsClass)) {
@@ -144,6 +143,6 @@ extern "C" void CFStringNormalize(CFMutableStringRef string, CFStringNormalizati
         if (isComposed) { Compose(&text, characters); }
         Assign(string, text);
     } catch (const std::bad_alloc &) {
-        string->mIsLost = true; // there is no result to say so by: who asks for its text gets none
+        string->mIsLost = true; // no result reports the failure; CFStringGetCString() will fail
     }
 }

@@ -18,7 +18,7 @@ extern "C" CFTypeRef CFRetain(CFTypeRef object)
 {
     if (object == nullptr) { CFStop(__func__, "NULL where an object is expected"); }
     const CFObject *target = CFObjectOf(object);
-    // Whoever retains holds a reference already, so nothing needs to be ordered.
+    // The caller holds a reference already, so the increment needs no memory order.
     if (!target->mIsConstant) { target->mCount.fetch_add(1, std::memory_order_relaxed); }
     return object;
 }
@@ -28,7 +28,7 @@ extern "C" void CFRelease(CFTypeRef object)
     if (object == nullptr) { CFStop(__func__, "NULL where an object is expected"); }
     const CFObject *target = CFObjectOf(object);
     if (target->mIsConstant) { return; }
-    // The last holder must see everything that the others did to the object before they let go.
+    // The thread that destroys the object must see all that others did to it before their releases.
     if (target->mCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         target->mClass->destroy(target);
     }

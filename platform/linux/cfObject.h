@@ -1,5 +1,5 @@
 /*
- * cfObject.h -- what every object behind a CFTypeRef begins with.
+ * cfObject.h -- the base class of the objects that CFTypeRef points to.
  *
  * An object is created with a reference count of one, which belongs to its creator.  Constants are
  * immortal: retaining and releasing them does nothing.  Misuse that the SDK leaves undefined ends
@@ -18,7 +18,7 @@
 
 namespace pelago::platform {
 
-// The run-time numbers that CFGetTypeID answers.  Zero is no type.
+// The run-time numbers that CFGetTypeID returns.  Zero is no type.
 enum CFTypeNumber : CFTypeID {
     CF_TYPE_STRING = 1,
     CF_TYPE_ARRAY,
@@ -39,7 +39,7 @@ struct CFObject;
 struct CFClass {
     CFTypeID typeID;
     void (*destroy)(const CFObject *object);                   // nullptr: constants only
-    bool (*equal)(const CFObject *one, const CFObject *other); // both are of this class
+    bool (*equal)(const CFObject *one, const CFObject *other); // both must be of this class
 };
 
 struct CFObject {
@@ -54,7 +54,7 @@ struct CFObject {
     mutable std::atomic<uint32_t> mCount{1};
 };
 
-// Ends the process: "Core Foundation: ..." on stderr, then abort().
+// Ends the process: prints "Core Foundation: ..." to stderr, then calls abort().
 [[noreturn]] void CFStop(const char *function, const char *reason);
 
 inline const CFObject *CFObjectOf(CFTypeRef object)
@@ -62,7 +62,7 @@ inline const CFObject *CFObjectOf(CFTypeRef object)
     return static_cast<const CFObject *>(object);
 }
 
-// Ends the process unless the object is there and of that type.
+// Ends the process if the object is nullptr or of another type.
 inline void CFRequire(CFTypeRef object, CFTypeID typeID, const char *function)
 {
     if (object == nullptr) { CFStop(function, "NULL where an object is expected"); }
@@ -76,7 +76,7 @@ template <typename T> void CFDestroy(const CFObject *object)
     delete static_cast<const T *>(object);
 }
 
-// A new object, or nullptr when memory runs out.
+// Returns a new object, or nullptr when memory runs out.
 template <typename T, typename... Args> T *CFNew(Args &&...args) noexcept
 {
     try {
@@ -89,7 +89,7 @@ template <typename T, typename... Args> T *CFNew(Args &&...args) noexcept
 struct CFReleaser {
     template <typename T> void operator()(T *object) const { CFRelease(object); }
 };
-// One reference that is ours.  Ref is one of the SDK's ...Ref types.
+// Owns one reference, and releases it.  Ref is one of the SDK's ...Ref types.
 template <typename Ref> using CFOwned = std::unique_ptr<std::remove_pointer_t<Ref>, CFReleaser>;
 
 } // namespace pelago::platform

@@ -8,14 +8,14 @@ using namespace pelago::platform;
 
 namespace {
 
-// 0, or the code of the error.  May throw.
+// Returns 0, or the code of the error.  May throw.
 CFIndex ReadList(const OwnedFd &fd, CFIndex size, CFTypeRef *list, bool *isBinary)
 {
-    // One byte above the limit shows what is too large.
+    // One byte above the limit, by which a list that is too large is noticed.
     constexpr size_t LIMIT = PROPERTY_LIST_MAX_BYTES + 1;
     std::string bytes;
     const size_t wanted = size == 0 ? LIMIT : std::min(LIMIT, static_cast<size_t>(size));
-    // A stream that is not open has nothing to read from either.
+    // A stream that is not open fails here, too.
     if (HostReadRest(fd.Get(), wanted, &bytes) != 0) { return kCFPropertyListReadStreamError; }
     switch (PropertyListCopyObject(bytes, list, isBinary)) {
     case PropertyListFault::None: return 0;
@@ -41,7 +41,7 @@ extern "C" CFPropertyListRef CFPropertyListCreateWithStream(CFAllocatorRef, CFRe
     try {
         code = ReadList(stream->mFd, size, &list, &isBinary);
     } catch (const std::bad_alloc &) {
-        // It could not be read into memory.
+        // The code stays kCFPropertyListReadStreamError.
     }
     if (list == nullptr) {
         if (error != nullptr) { *error = CFErrorCreateWithCode(code); }

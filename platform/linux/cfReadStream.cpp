@@ -36,7 +36,7 @@ extern "C" Boolean CFReadStreamOpen(CFReadStreamRef stream)
     CFRequire(stream, CF_TYPE_READ_STREAM, __func__);
     if (stream->mWasOpened) { return false; }
     stream->mWasOpened = true;
-    // Not to wait for the other end when somebody put a pipe there.
+    // O_NONBLOCK: if the file is a pipe, open() must not wait for its other end.
     OwnedFd fd(open(stream->mPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status;
     if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)) { return false; }

@@ -20,7 +20,7 @@ double NearestReal(const __CFNumber &number)
     }
 }
 
-// Rounding to a real can make different integers equal, so the integer is compared as one.
+// Different integers can round to the same real, so this compares integers.
 bool IntegerEqualsReal(const __CFNumber &integer, double real)
 {
     if (real != std::trunc(real)) { return false; } // NaN too
@@ -79,7 +79,7 @@ constexpr CFClass UID_CLASS = {CF_TYPE_UID, CFDestroy<CFUid>, UidEqual};
 constinit const __CFBoolean sTrue(BOOLEAN_CLASS, true);
 constinit const __CFBoolean sFalse(BOOLEAN_CLASS, false);
 
-// Stores the nearest signed integer; true when it is the number itself.
+// Stores the nearest signed integer; returns whether it equals the number.
 bool GetSigned(const __CFNumber &number, int64_t *value)
 {
     if (number.mKind == __CFNumber::Kind::Signed) {

@@ -1,6 +1,6 @@
 // cfString.cpp -- strings, mutable or not, kept as UTF-8.
 // Core Foundation compares strings by their UTF-16 units.  Strict UTF-8 and UTF-16 map to each
-// other one to one, so comparing the bytes gives the same answer.
+// other one to one, so comparing the bytes has the same result.
 #include "cfTypes.h"
 
 #include <climits>
@@ -21,7 +21,7 @@ constexpr CFClass STRING_CLASS = {CF_TYPE_STRING, CFDestroy<__CFString>, StringE
 
 bool IsContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
-// The length in bytes of the sequence that begins at text[0], or 0 when it is not legal.
+// Returns the length in bytes of the sequence at the start of the text, or 0 when it is not legal.
 size_t Utf8SequenceLength(std::string_view text)
 {
     const auto at = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
@@ -32,7 +32,7 @@ size_t Utf8SequenceLength(std::string_view text)
     for (size_t i = 1; i < length; i++) {
         if (!IsContinuation(at(i))) { return 0; }
     }
-    // Four lead bytes restrict the byte after them: against overlong forms, surrogates and
+    // Four lead bytes restrict the byte after them, which excludes overlong forms, surrogates and
     // values above U+10FFFF.
     const unsigned char second = at(1);
     if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ||
@@ -42,7 +42,7 @@ size_t Utf8SequenceLength(std::string_view text)
     return length;
 }
 
-// Constants live until the process ends, whatever order its other objects die in.
+// Never destroyed: other objects' destructors may use constants while the process exits.
 struct ConstantPool {
     std::mutex mutex;
     std::unordered_map<std::string_view, const __CFString *> strings;

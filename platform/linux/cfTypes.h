@@ -1,8 +1,8 @@
 /*
- * cfTypes.h -- the classes behind Core Foundation's opaque types, and what only the platform layer
- * makes of them.  The names with two underscores are the SDK's own tags for these types.
+ * cfTypes.h -- the classes of Core Foundation's opaque types, and functions on them that only the
+ * platform layer calls.  The names with two underscores are the SDK's own tags for these types.
  *
- * The Create functions here follow the SDK's rules: the result is the caller's, nullptr means that
+ * The Create functions here follow the SDK's rules: the caller owns the result; nullptr means that
  * memory ran out or that the input is invalid.
  */
 #ifndef PELAGO_LINUX_CFTYPES_H
@@ -23,7 +23,7 @@ struct __CFString final : pelago::platform::CFObject {
     const bool mIsMutable;
     std::string mText;    // valid UTF-8 without NULs
     CFIndex mUnitCount;   // its length in UTF-16 units
-    bool mIsLost = false; // for want of memory it is not what it was to become
+    bool mIsLost = false; // memory ran out while it was normalized
 };
 
 struct __CFArray final : pelago::platform::CFObject {
@@ -32,28 +32,28 @@ struct __CFArray final : pelago::platform::CFObject {
     const void *Retained(const void *value) const;
     void Released(const void *value) const;
     bool AreEqual(const void *one, const void *other) const;
-    void Add(const void *value); // at the end; retained, unless std::bad_alloc is thrown
-    CFArrayCallBacks mCallBacks; // all null when the creator gave none
+    void Add(const void *value); // appends and retains it, or throws std::bad_alloc
+    CFArrayCallBacks mCallBacks; // all null when the creator passed none
     bool mIsMutable;
     std::vector<const void *> mValues;
 };
 
-// Keeps the order in which keys came in.
+// Keeps the order in which keys were added.
 struct __CFDictionary final : pelago::platform::CFObject {
     __CFDictionary();
     struct Entry {
         pelago::platform::CFOwned<CFStringRef> key;
         pelago::platform::CFOwned<CFTypeRef> value;
     };
-    // A key that is there already gets the new value.  After std::bad_alloc it can only be
-    // released.
+    // Replaces the value of a key that the dictionary has already.  After std::bad_alloc the
+    // dictionary can only be released.
     void Set(CFStringRef key, CFTypeRef value);
     const Entry *Find(std::string_view key) const;
     std::vector<Entry> mEntries;
-    std::unordered_map<std::string_view, size_t> mIndex; // the text is the key object's
+    std::unordered_map<std::string_view, size_t> mIndex; // views of the key objects' texts
 };
 
-// Only what does not fit a signed number is kept as an unsigned one.
+// A number is unsigned only if it does not fit a signed one.
 struct __CFNumber final : pelago::platform::CFObject {
     enum class Kind { Signed, Unsigned, Real };
     explicit __CFNumber(int64_t value);
@@ -82,7 +82,7 @@ struct __CFData final : pelago::platform::CFObject {
     std::vector<UInt8> mBytes;
 };
 
-// A file's; nothing else is made here.
+// The URL of a file; no others are made here.
 struct __CFURL final : pelago::platform::CFObject {
     explicit __CFURL(std::string path);
     const std::string mPath; // absolute
@@ -91,7 +91,7 @@ struct __CFURL final : pelago::platform::CFObject {
 struct __CFReadStream final : pelago::platform::CFObject {
     explicit __CFReadStream(std::string path);
     const std::string mPath;
-    bool mWasOpened = false; // once at most
+    bool mWasOpened = false; // a stream is opened at most once
     pelago::platform::OwnedFd mFd;
 };
 
@@ -102,23 +102,23 @@ struct __CFError final : pelago::platform::CFObject {
 
 namespace pelago::platform {
 
-// What archives in binary property lists refer to each other by.  The SDK has this type too, and
-// names it to nobody.
+// A reference between the objects of an archive in a binary property list.  The SDK has this type,
+// too, but declares it in no public header.
 struct CFUid final : CFObject {
     explicit CFUid(uint64_t value);
     uint64_t mValue;
 };
 
-// The length in UTF-16 units, when the text is strict UTF-8: no surrogates, no overlong forms,
-// nothing above U+10FFFF.  NULs count as text.
+// Returns the length in UTF-16 units, or nullopt unless the text is strict UTF-8: no surrogates, no
+// overlong forms, nothing above U+10FFFF.  NULs count as text.
 std::optional<CFIndex> CFUtf8UnitCount(std::string_view text);
 
-CFStringRef CFStringCreateWithText(std::string_view text); // nullptr for a NUL in the text too
+CFStringRef CFStringCreateWithText(std::string_view text); // nullptr also for a NUL in the text
 CFNumberRef CFNumberCreateUnsigned(uint64_t value);
 CFMutableDictionaryRef CFDictionaryCreateEmpty();
 CFErrorRef CFErrorCreateWithCode(CFIndex code);
 
-// The object that a Create function gave.
+// Returns the object that a Create function returned; throws std::bad_alloc for nullptr.
 template <typename Ref> Ref CFRequired(Ref object)
 {
     if (object == nullptr) { throw std::bad_alloc(); }

@@ -1,4 +1,4 @@
-// cfUrl.cpp -- URLs of files: the path, as the file system has it.
+// cfUrl.cpp -- URLs of files, each with the file's path.
 #include "cfTypes.h"
 
 #include <cstdlib>
@@ -20,12 +20,12 @@ struct Free {
     void operator()(char *block) const { free(block); }
 };
 
-// The path from the root; empty when the current folder has no path any more.
+// Returns the path from the root; empty when the current folder has no path any more.
 std::string AbsolutePath(std::string_view path)
 {
     if (path.starts_with('/')) { return std::string(path); }
     const std::unique_ptr<char, Free> folder(getcwd(nullptr, 0));
-    // Of a folder that the process cannot reach from its root, Linux gives no path either.
+    // For a folder that is not reachable from the process's root, Linux returns no absolute path.
     if (!folder || *folder != '/') { return std::string(); }
     return std::string(folder.get()).append("/").append(path);
 }

@@ -13,7 +13,7 @@ namespace pelago::platform {
 namespace {
 
 constexpr size_t READ_STEP = 16u << 10;
-// None of the kernel's files that are read here comes near: /proc/cpuinfo has 1.5 KiB a processor.
+// Far more than any of the kernel's files that are read: /proc/cpuinfo has 1.5 KiB a processor.
 constexpr size_t MAX_TEXT_SIZE = 16u << 20;
 constexpr std::string_view BLANKS = " \t";
 
@@ -74,7 +74,7 @@ std::string_view HostFieldOfLine(std::string_view line, std::string_view name)
     line.remove_prefix(name.size());
     const size_t colon = line.find_first_not_of(BLANKS);
     const bool hasColon = colon != line.npos && line[colon] == ':';
-    // A longer name.
+    // The line has a longer name.
     if (!hasColon && colon == 0) { return {}; }
     if (hasColon) { line.remove_prefix(colon + 1); }
     const size_t begin = line.find_first_not_of(BLANKS);

@@ -1,6 +1,6 @@
 /*
- * hostFile.h -- descriptors with an owner, and the files in which the kernel tells about the host.
- * Those that say so may throw std::bad_alloc.
+ * hostFile.h -- descriptors with an owner, and the files in which the kernel describes the host.
+ * "May throw" means std::bad_alloc; the other functions throw nothing.
  */
 #ifndef PELAGO_LINUX_HOSTFILE_H
 #define PELAGO_LINUX_HOSTFILE_H
@@ -12,7 +12,7 @@
 
 namespace pelago::platform {
 
-// A descriptor that is closed with its owner.
+// Owns a descriptor, and closes it.
 class OwnedFd {
 public:
     OwnedFd() = default;
@@ -28,17 +28,17 @@ private:
     int mFd = -1;
 };
 
-// The bytes until the end or until the buffer is full; -1 with errno.
+// Reads until the end or until the buffer is full.  Returns the number of bytes; -1 with errno.
 ssize_t HostReadAll(int fd, char *buffer, size_t size);
 
-// The same at the end of bytes, whatever size the file claims to have: 0 or an errno value.
-// May throw.
+// Appends up to maxSize bytes, whatever size the file reports.  Returns 0 or an errno value.  May
+// throw.
 int HostReadRest(int fd, size_t maxSize, std::string *bytes);
 
-// A file of /proc or /sys: 0 or an errno value.  May throw.
+// Reads a file of /proc or /sys.  Returns 0 or an errno value.  May throw.
 int HostReadText(const char *path, std::string *text);
 
-// What a line "name: value" or "name value" has behind the name; empty for other lines.
+// Returns the value of a line "name: value" or "name value"; empty for other lines.
 std::string_view HostFieldOfLine(std::string_view line, std::string_view name);
 
 // Calls visit(line) for each line, without its end.
@@ -51,7 +51,7 @@ template <typename Visit> void HostForEachLine(std::string_view text, const Visi
     }
 }
 
-// The value of the first line of that name; empty when there is none.
+// Returns the value of the first line that has the name and a value; empty when there is none.
 std::string_view HostField(std::string_view text, std::string_view name);
 
 } // namespace pelago::platform

@@ -17,14 +17,14 @@ namespace pelago::platform {
 namespace {
 
 constexpr mode_t NEW_FILE_MODE = 0644;
-// Whoever can open the file can lock it, and only root is to.
+// Only root may lock, and whoever can open the file can lock it.
 constexpr mode_t LOCK_FILE_MODE = 0600;
 constexpr mode_t PERMISSION_BITS = 07777;
 constexpr char RECORD_NAME[] = "user.pelago.service";
 constexpr size_t MAX_RECORD_SIZE = 128; // a process's mark has at most 69 bytes
 
 struct Ownership {
-    bool isThere; // a file that is replaced, and not made
+    bool isThere; // there is a file to replace
     uid_t user;
     gid_t group;
     mode_t mode;
@@ -46,7 +46,7 @@ std::string FolderOf(const std::string &path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// What the next file gets; nothing, with errno, when the present one cannot be asked.
+// Returns the new file's ownership; nullopt, with errno, when the old file's cannot be read.
 std::optional<Ownership> NextOwnership(const char *path)
 {
     struct stat status;
@@ -57,13 +57,13 @@ std::optional<Ownership> NextOwnership(const char *path)
     return Ownership{false, geteuid(), getegid(), NEW_FILE_MODE};
 }
 
-// A fresh file that only its owner can open yet.
+// Returns a new file that only its owner can open yet.
 OwnedFd MakeNewFile(const char *path)
 {
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     OwnedFd fd(open(path, FLAGS, S_IRUSR | S_IWUSR));
     if (fd.IsOpen() || errno != EEXIST) { return fd; }
-    // What lies there is left from a process that was killed.
+    // A file at this path was left by a process that was killed.
     if (unlink(path) != 0) { return fd; }
     return OwnedFd(open(path, FLAGS, S_IRUSR | S_IWUSR));
 }
@@ -75,7 +75,8 @@ std::string ReadRecord(int fd)
     return size > 0 ? std::string(record, static_cast<size_t>(size)) : std::string();
 }
 
-// Some file systems have no attributes, or no room for one; the record is worth no failed commit.
+// A failure is ignored: some file systems have no attributes, or no room for one, and a commit must
+// not fail for want of a record.
 void WriteRecord(int fd, const std::string &record)
 {
     if (!record.empty()) { fsetxattr(fd, RECORD_NAME, record.data(), record.size(), 0); }
@@ -98,7 +99,7 @@ int FillNewFile(OwnedFd *fd, const FileContent &content, const Ownership &owners
     return fd->Close() == 0 ? 0 : errno;
 }
 
-// Puts the content into newPath and renames it to path.
+// Writes the content to newPath and renames it to path.
 int WriteAndRename(const std::string &newPath, const std::string &path, const FileContent &content,
                    const Ownership &ownership, FileSignature *signature)
 {
@@ -115,7 +116,7 @@ int WriteAndRename(const std::string &newPath, const std::string &path, const Fi
     return error;
 }
 
-// Locks the file; EWOULDBLOCK when it is taken and wait is false.
+// Locks the file; EWOULDBLOCK when another process has locked it and wait is false.
 int LockDescriptor(int fd, bool wait)
 {
     while (flock(fd, LOCK_EX | (wait ? 0 : LOCK_NB)) != 0) {
@@ -124,7 +125,7 @@ int LockDescriptor(int fd, bool wait)
     return 0;
 }
 
-// Whether the path still leads to the file that fd has open.
+// Stores whether the path still leads to the file that fd has open.  Returns 0 or an errno value.
 int IsSameFile(int fd, const char *path, bool *isSame)
 {
     struct stat ours, present;
@@ -135,9 +136,9 @@ int IsSameFile(int fd, const char *path, bool *isSame)
     return 0;
 }
 
-// The holder's number is there for people, so failing to write it changes nothing.  A file that was
-// there, of a holder that was killed, may be longer; a fresh one is not cut, for that would have
-// the file system write it out when it is closed.
+// The holder's process id is only for people, so a failure to write it is ignored.  The file of a
+// holder that was killed may be longer, so it is truncated; a new file is not, because after a
+// truncation some file systems write the file to disk when it is closed.
 void WriteHolder(int fd)
 {
     char line[32];
@@ -163,9 +164,9 @@ FileSignature FileSignature::OfPath(const char *path)
 
 int LockFile::Lock(const std::string &path, bool wait)
 {
-    // Not to wait for the other end when somebody put a pipe there.
+    // O_NONBLOCK: if the file is a pipe, open() must not wait for its other end.
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-    mPath = path; // first: without memory for it no file is to be made
+    mPath = path; // first: if memory runs out here, no file is made
     for (;;) {
         OwnedFd fd(open(path.c_str(), FLAGS, LOCK_FILE_MODE));
         if (!fd.IsOpen() && errno != EROFS) { return errno; }
@@ -175,7 +176,7 @@ int LockFile::Lock(const std::string &path, bool wait)
             if (error == 0) { error = IsSameFile(fd.Get(), path.c_str(), &isOurs); }
             if (error != 0) { return error; }
         }
-        // Its last holder may have removed the file between our open and our lock: then once more.
+        // If the last holder removed the file between our open and our lock, try again.
         if (!isOurs) { continue; }
         if (fd.IsOpen()) { WriteHolder(fd.Get()); }
         mFd = std::move(fd);
@@ -186,7 +187,7 @@ int LockFile::Lock(const std::string &path, bool wait)
 
 void LockFile::Unlock()
 {
-    // Removed first: once it is closed the file may already be somebody else's.
+    // Removed before it is closed: after that the path may have another holder's file.
     if (mFd.IsOpen()) { unlink(mPath.c_str()); }
     mFd.Close();
     mIsLocked = false;
@@ -195,7 +196,7 @@ void LockFile::Unlock()
 int ReadWholeFile(const char *path, size_t maxSize, FileContent *content, FileSignature *signature)
 {
     *signature = FileSignature();
-    // Not to wait for the other end when somebody put a pipe there.
+    // O_NONBLOCK: if the file is a pipe, open() must not wait for its other end.
     const OwnedFd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd.IsOpen()) { return errno; }
     struct stat status;
@@ -218,13 +219,13 @@ int ReplaceFile(const std::string &path, const FileContent &content, const FileC
     const std::string newPath = path + "-new";
     const std::optional<Ownership> ownership = NextOwnership(path.c_str());
     if (!ownership) { return errno; }
-    // Opened before anything is changed, so that this at least cannot fail afterwards.
+    // Opened before anything is changed, so that opening cannot fail afterwards.
     const OwnedFd folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder.IsOpen()) { return errno; }
     const int error = WriteAndRename(newPath, path, content, *ownership, signature);
     if (error != 0 || fsync(folder.Get()) == 0) { return error; }
     const int syncError = errno;
-    // Callers take a failure for "nothing was changed".
+    // Callers expect that a failure has changed nothing.
     if (!ownership->isThere) {
         unlink(path.c_str());
         *signature = FileSignature();
