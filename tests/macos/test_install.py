@@ -132,7 +132,8 @@ class Installed(unittest.TestCase):
         made = Path(BUILD) / "docs/reference"
         files |= {f"share/man/man3/{path.name}" for path in (made / "man3").iterdir()}
         documents = {path.relative_to(made) for path in (made / "html").rglob("*") if path.is_file() and path.suffix != ".js"}
-        documents |= {"CHANGELOG.md", "README.md", "examples/greet.cpp", "examples/outside/CMakeLists.txt", "examples/outside/Makefile"}
+        documents |= {"CHANGELOG.md", "README.md", "docs/encodings.md", "examples/greet.cpp",
+                      "examples/outside/CMakeLists.txt", "examples/outside/Makefile"}
         documents |= {f"examples/library/{path.name}" for path in (ROOT / "examples/library").iterdir()}
         files |= {f"share/doc/pelago-foundation/{path}" for path in documents}
         modes = {str(path.relative_to(self.prefix)): path.stat().st_mode & 0o777

@@ -17,6 +17,13 @@ def run(*command, **options):
     return subprocess.run(command, capture_output=True, text=True, **options)
 
 
+def links(page):
+    """The files that the page links to, relative to its folder."""
+    link = r"\]\(([^)\s]+)\)" if page.suffix == ".md" else r'(?:href|src)="([^"]+)"'
+    targets = {target.partition("#")[0] for target in re.findall(link, page.read_text())}
+    return {target for target in targets if target and not re.match(r"[a-z]+:", target)}
+
+
 class Installed(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -96,6 +103,15 @@ class Installed(unittest.TestCase):
             if path.suffix in (".h", ".cmake", ".pc", ".service", ".sh"):
                 for tree in (str(ROOT), BUILD):
                     self.assertNotIn(tree, path.read_text(), path)
+
+    def test_links_of_installed_pages_lead_to_installed_files(self):
+        for pattern, count in (("*.md", 5), ("*.html", 500)):
+            found = [(page, target) for page in self.prefix.rglob(pattern) for target in links(page)]
+            self.assertGreater(len(found), count, pattern)
+            for page, target in found:
+                with self.subTest(page=page.relative_to(self.prefix), target=target):
+                    place = (page.parent / target).resolve()
+                    self.assertTrue(place.is_relative_to(self.prefix) and place.exists())
 
     def test_the_tool_is_a_link_into_its_bundle(self):
         tool = self.prefix / "sbin/pelagoShareTool"

@@ -1,0 +1,21 @@
+# pelago_documents(COMPONENT FOLDER NAME...) installs files and folders of the sources into FOLDER, under the same names.
+# In a page a link to a file that is not among them becomes text.
+function(pelago_documents component folder)
+    set(maker ${PROJECT_SOURCE_DIR}/packaging/installedPage.py)
+    foreach(name ${ARGN})
+        set(file ${PROJECT_SOURCE_DIR}/${name})
+        cmake_path(GET name PARENT_PATH place)
+        if(IS_DIRECTORY ${file})
+            install(DIRECTORY ${file} DESTINATION ${folder}/${place} COMPONENT ${component})
+            continue()
+        endif()
+        if(name MATCHES "\\.md$")
+            set(page ${CMAKE_CURRENT_BINARY_DIR}/pages/${component}/${name})
+            execute_process(COMMAND ${PYTHON3} ${maker} ${PROJECT_SOURCE_DIR} ${name} ${page} ${ARGN}
+                            COMMAND_ERROR_IS_FATAL ANY)
+            set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file} ${maker})
+            set(file ${page})
+        endif()
+        install(FILES ${file} DESTINATION ${folder}/${place} COMPONENT ${component})
+    endforeach()
+endfunction()
