@@ -1,4 +1,4 @@
-"""What is in the Debian packages; what they do to a host is test_hosts.py's."""
+"""The contents of the Debian packages; test_hosts.py tests what they do to a host."""
 
 import gzip
 import os
@@ -12,6 +12,16 @@ from pages import differing_lines
 
 ROOT = Path(__file__).resolve().parents[2]
 PACKAGES = Path(os.environ["PELAGO_PACKAGES"])
+# Reads the completion file $0 and completes "$1 $2" as the file has bash do it.
+COMPLETE = """
+. "$0"
+COMP_WORDS=("$@") COMP_CWORD=1
+way=$(complete -p "$1")
+case $way in
+    'complete -F '*) set -- $way; $3; printf '%s\\n' "${COMPREPLY[@]}" ;;
+    *) way=${way#complete }; eval "compgen ${way% "$1"}" -- "$2" ;;
+esac
+"""
 
 
 def output_of(*command):
@@ -39,7 +49,7 @@ class Packages(unittest.TestCase):
     def field(self, package, name):
         return output_of("dpkg-deb", "--field", self.files[package], name).strip()
 
-    def test_lintian_has_nothing_to_say(self):
+    def test_lintian_reports_nothing(self):
         done = subprocess.run(["lintian", "--allow-root", "--fail-on=error,warning", *self.files.values()],
                               capture_output=True, text=True, check=False)
         self.assertEqual((done.stdout, done.returncode), ("", 0), done.stderr)
@@ -54,7 +64,7 @@ class Packages(unittest.TestCase):
         self.assertIn("no-copyright-file", done.stdout)
         self.assertNotEqual(done.returncode, 0)
 
-    def test_each_says_what_it_needs(self):
+    def test_dependencies_are_exactly_what_is_needed(self):
         needs = self.field("pelago-share-tool", "Depends")
         self.assertEqual(set(re.findall(r"[\w.-]+(?= \(|,|$)", needs)), {"passwd", "samba", "libc6"})
         version = self.field("libpelago-foundation0", "Version")
@@ -80,7 +90,7 @@ class Packages(unittest.TestCase):
             self.assertGreaterEqual(said, size // 1024, name)
             self.assertLess(said, size // 1024 + 1024, name)
 
-    def test_holds_nothing_but_its_own_folders(self):
+    def test_tool_package_installs_only_into_its_folders(self):
         places = {str(path.relative_to(self.tool)) for path in self.tool.rglob("*")
                   if not path.is_dir() and "DEBIAN" not in path.parts}
         self.assertIn("usr/sbin/pelagoShareTool", places)
@@ -156,21 +166,29 @@ class Packages(unittest.TestCase):
         for program, count in ((tool, 1), (host, 0)):
             self.assertEqual(program.read_bytes().count(b"icudt72l/cnvalias.icu\0"), count, program)
 
-    def test_nothing_names_the_place_where_it_was_built(self):
+    def test_no_file_names_the_build_tree(self):
         for tree in self.trees.values():
             for path in tree.rglob("*"):
                 if path.is_file() and b"\0" not in (text := path.read_bytes()):
                     self.assertNotIn(str(ROOT).encode(), text, path)
 
-    def test_the_maintainer_scripts_are_sound(self):
+    def test_shellcheck_accepts_the_maintainer_scripts(self):
         scripts = [self.tool / "DEBIAN" / name for name in ("postinst", "prerm", "postrm")]
         output_of("shellcheck", *scripts)
 
-    def test_completion_is_installed_under_its_command_name(self):
-        path = self.tool / "usr/share/bash-completion/completions/pelago-share-sessions"
-        words = output_of("bash", "-euc", f". '{path}'; COMP_WORDS=(pelago-share-sessions --end-); COMP_CWORD=1; "
-                          "_pelago_share_sessions; echo ${COMPREPLY[@]}")
-        self.assertEqual(words, "--end-all\n")
+    def completions(self, command, word):
+        """What bash completes the word to, with the file that it finds by the command's name."""
+        file = self.tool / "usr/share/bash-completion/completions" / command
+        return output_of("bash", "-euc", COMPLETE, file, command, word).splitlines()
+
+    def test_completion_of_each_command_is_found_by_its_name(self):
+        commands = {path.name for path in (self.tool / "usr/sbin").iterdir()} - {"pelagoShareTool"}
+        completed = {"pelago-share-sessions": ("--end-", ["--end-all"]), "pelago-smb-service": ("st", ["status"]),
+                     "pelago-share-check": ("/us", ["/usr"])}
+        self.assertEqual(commands, set(completed))
+        for command, (word, words) in completed.items():
+            with self.subTest(command):
+                self.assertEqual(self.completions(command, word), words)
 
 
 if __name__ == "__main__":
