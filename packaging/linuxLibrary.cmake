@@ -1,6 +1,6 @@
-# The library as it is installed on Linux: all of its objects, and what they use of ICU and expat, made one object in which
-# only the public names are visible, as an archive and as a shared library.  So a program's own names, and those of
-# its C library, its ICU and its expat, mean to it what they meant before.
+# The library as it is installed on Linux, as an archive and as a shared library: its objects, and those of ICU and expat
+# that they need, are linked into one object in which only the public names are visible.  So no name of a program, of
+# its C library, its ICU or its expat collides with one of the library's.
 set(PELAGO_SOVERSION 0)
 find_program(PELAGO_LD ld.bfd REQUIRED)
 find_program(PELAGO_OBJCOPY objcopy REQUIRED)
@@ -14,7 +14,7 @@ add_custom_command(OUTPUT ${nameFiles}
     DEPENDS publicNames.py ${publicHeaders} VERBATIM)
 
 add_library(pelago_unused_icu OBJECT unusedIcu.c)
-# --force-group-allocation: else the linker of a program could take its copy of an inline function for ours.
+# --force-group-allocation: otherwise the linker could replace our copy of an inline function by the program's.
 set(whole ${CMAKE_CURRENT_BINARY_DIR}/whole.o)
 set(public ${CMAKE_CURRENT_BINARY_DIR}/public.o)
 set(archive ${CMAKE_CURRENT_BINARY_DIR}/libpelago_foundation.a)
@@ -34,8 +34,8 @@ add_custom_command(OUTPUT ${archive}
     DEPENDS ${public} VERBATIM)
 add_custom_target(pelago_installed_archive DEPENDS ${archive})
 
-# --dynamic-list: of all its own functions a program replaces the sinks alone.  --gc-sections: what only code calls
-# that was left out is not asked of the loader.
+# --dynamic-list: a program can replace no functions of the library but the sinks.  --gc-sections: symbols that only
+# omitted code calls are not required from the loader.
 add_library(pelago_foundation_shared SHARED ${public})
 set_source_files_properties(${public} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
 set_target_properties(pelago_foundation_shared PROPERTIES LINKER_LANGUAGE CXX OUTPUT_NAME pelago_foundation
@@ -50,8 +50,8 @@ install(FILES ${archive} DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT developme
 install(TARGETS pelago_foundation_shared LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         COMPONENT runtime NAMELINK_COMPONENT development)
 
-# ---- What its users link
-# The C++ runtime by its name: a program in C is linked by a compiler of C.
+# ---- The flags for programs on the library
+# The C++ runtime is named explicitly, because a compiler for C links programs in C.
 set(PELAGO_STATIC_NEEDS -lstdc++ -lm -pthread)
 list(JOIN PELAGO_STATIC_NEEDS " " PELAGO_STATIC_NEEDS_FLAGS)
 pelago_pkg_config(pelago-foundation pelago-foundation-linux.pc.in)

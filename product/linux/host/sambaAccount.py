@@ -1,22 +1,22 @@
-"""sambaAccount.py NAME -- makes one account in Samba's password database, whole from its first moment.
+"""sambaAccount.py NAME -- makes an account in Samba's password database, with its password, in one step.
 
-The password is read from standard input, to its end, and is UTF-8.  The user must exist on this host.
-Standard output: the account's SID.
+Reads the password, in UTF-8, from standard input to its end.  The user must exist on this host.
+Prints the account's SID to standard output.
 Exit status: 0 made; 3 Samba has an account of this name already; 1 failed, with the reason on standard
-error.  Unless the status is 0, what is left of the account, if anything, cannot log in.
+error.  Unless the status is 0, the account, or the part of it that was made, cannot log in.
 
 Samba's commands would make an account that may change its password.  Only these bindings, which come
-with Samba, can refuse it that.
+with Samba, make one that may not.
 """
 
 import sys
 
-# Python is started without its site module, which takes longer than all of this.
+# pelagoHost starts Python without its site module, which takes longer to load than this program runs.
 sys.path.insert(0, '/usr/lib/python3/dist-packages')
 from samba.samba3 import param, passdb  # noqa: E402
 
-ACB_NORMAL = 0x10  # a user who can log in; what is just created cannot yet
-NEVER = 2**63 - 1  # as the time from which the password may be changed: it may not be
+ACB_NORMAL = 0x10  # a user's account that can log in; create_user() makes one that cannot
+NEVER = 2**63 - 1  # the time from which the user may change the password
 EXISTS = 3
 
 
