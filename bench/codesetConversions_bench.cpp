@@ -1,5 +1,5 @@
-// Named encodings to UTF-8 and their validity, ours beside its peers.  Each call opens and closes
-// what it converts with, as the peers' own calls for a whole text do.
+// Converts named encodings to UTF-8 and validates them, and compares the library with its peers.
+// Each call opens and closes its converter, as the peers' own calls for a whole text do.
 #include "codeset.h"
 #include "workloads.h"
 
@@ -20,16 +20,16 @@ using namespace std::string_literals;
 
 namespace {
 
-// A letter's first byte, and its second one where it has two.
+// The first byte of each letter, and the second byte of letters that have two.
 struct Bytes {
     unsigned first, last;
 };
 
 struct Encoding {
     const char *name;
-    Bytes lead, trail;               // of what is not ASCII
-    unsigned percent;                // how many letters in a hundred are not
-    double toIconv64B, toIconv64KiB; // the most of its time
+    Bytes lead, trail;               // of the letters that are not ASCII
+    unsigned percent;                // of the text's letters that are not ASCII
+    double toIconv64B, toIconv64KiB; // the goals: our time divided by iconv's
 };
 constexpr Encoding ENCODINGS[] = {
     {"ISO-8859-1", {0xC0, 0xFF}, {}, 20, 1.05, 0.85},
@@ -66,7 +66,7 @@ char *Ours(const char *name, const std::string &in, size_t *size)
     return out;
 }
 
-// ---- The least that ICU is to be called for: two converters for one text
+// ---- The fewest calls of ICU that do the work: two converters for one text
 
 char *Icu(const char *name, const std::string &in, size_t *size)
 {
@@ -108,8 +108,8 @@ bool IcuIsValid(const char *name, const std::string &in)
 
 // ---- Others
 
-// The C library forgets an encoding that nothing is open for, and loads it anew; here it is spared
-// that.
+// Leaves a descriptor open: the C library unloads an encoding without one, and would have to load
+// it again at each run.
 bool KeepLoaded(const char *name)
 {
     return iconv_open("UTF-8", name) != reinterpret_cast<iconv_t>(-1);
@@ -184,7 +184,7 @@ void Size(const char *sizeName, size_t size, double toIcu, double Encoding::*toI
     }
 }
 
-// The folder whose file has ICU used.
+// Makes the library use ICU, with a folder that has the file for it; returns whether it does.
 bool UseIcu()
 {
     std::string folder = std::filesystem::temp_directory_path() / "codesetBenchXXXXXX";
@@ -192,7 +192,7 @@ bool UseIcu()
     std::ofstream(folder + "/icudt44l.dat") << "data";
     CodeSet_Init(folder.c_str());
     std::filesystem::remove_all(folder);
-    return CodeSet_Validate("EUC-JP"); // which only ICU knows
+    return CodeSet_Validate("EUC-JP"); // an encoding that only ICU knows
 }
 
 } // namespace

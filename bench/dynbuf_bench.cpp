@@ -1,4 +1,4 @@
-// Appending 16 bytes again and again, ours beside its peers.
+// Appends 16 bytes repeatedly, and compares DynBuf with its peers.
 #include "dynbuf.h"
 #include "workloads.h"
 
@@ -12,7 +12,7 @@ namespace {
 constexpr char PIECE[] = "0123456789abcdef";
 constexpr size_t PIECE_SIZE = 16;
 
-// The same growth, with nothing but realloc() and memcpy() to it.
+// The same growth as DynBuf's, with realloc() and memcpy() alone.
 size_t BareGrowth(size_t count)
 {
     char *data = nullptr;

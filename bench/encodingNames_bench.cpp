@@ -1,4 +1,4 @@
-// The look-up of an encoding's name beside ICU's own, and beside caseless tables of such names.
+// Looks encodings up by name, and compares that with ICU's own look-up and with caseless tables.
 #include "workloads.h"
 
 #include "unicode.h"
@@ -19,7 +19,7 @@
 
 namespace {
 
-// What programs, mails and web pages call encodings, and all of it known here and to ICU.
+// The encodings' names in programs, mails and web pages.  The library and ICU know all of them.
 const std::vector<const char *> NAMES{
     "utf-8",        "UTF-16",       "UTF-16LE",     "UTF-16BE",     "UTF-32",       "UTF-32LE",
     "UTF-32BE",     "US-ASCII",     "latin1",       "ISO-8859-1",   "ISO-8859-2",   "ISO-8859-3",
@@ -33,7 +33,7 @@ const std::vector<const char *> NAMES{
 
 // ---- Caseless tables ----
 
-// ICU's and GLib's users bring their own hash of such a name; this is the plain one.
+// The tables need a caseless hash function from their user; this is the plain one.
 size_t CaselessHash(const char *name)
 {
     size_t hash = 5381;
@@ -83,7 +83,7 @@ bool IconvOpens(const char *name)
     return true;
 }
 
-// The name of the converter that ICU opens by this one.
+// Returns the canonical name of the converter that ICU opens by this name.
 std::string IcuConverter(const char *name)
 {
     UErrorCode error = U_ZERO_ERROR;
@@ -94,7 +94,7 @@ std::string IcuConverter(const char *name)
     return result;
 }
 
-// Whether ICU knows all the names, and takes ours for each that is converted for the same.
+// Returns whether ICU knows every name, and opens the same converter by our preferred name for it.
 bool IcuAgrees()
 {
     for (const char *name : NAMES) {
@@ -110,7 +110,7 @@ bool IcuAgrees()
     return true;
 }
 
-// What is kept of these names, or of one.  The tables hold all of them, as ours does.
+// Looks up cached names: several, or one.  The tables hold all of the names, as our cache does.
 void AddKept(const char *title, std::vector<Goal> goals, const std::vector<const char *> &asked)
 {
     static AbslTable sAbsl;
@@ -141,7 +141,7 @@ void AddKept(const char *title, std::vector<Goal> goals, const std::vector<const
              same);
 }
 
-// All the names once, and with ours nothing is kept before.
+// Looks each name up once; our cache is empty before.
 void AddFirst()
 {
     const auto ours = [] {

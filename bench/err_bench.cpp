@@ -1,4 +1,4 @@
-// A cached error text beside what one would call instead.
+// Compares a cached error text with the calls that one would use instead.
 #include "workloads.h"
 
 #include "err.h"

@@ -1,5 +1,5 @@
-// Escaping and its reverse, ours beside its peers: letters, with one special byte in 16, each at
-// another place of its 16.
+// Escapes and unescapes, and compares the library with its peers.  The texts are letters with one
+// special byte in every 16, whose position in its 16 varies.
 #include "escape.h"
 #include "workloads.h"
 
@@ -34,7 +34,7 @@ std::string Taken(char *text)
     return taken;
 }
 
-// What g_uri_escape_string() escapes, and g_strescape().
+// The bytes that g_uri_escape_string() escapes, and those that g_strescape() does.
 struct ByteSets {
     int uri[256], backslash[256];
     ByteSets()
@@ -60,7 +60,7 @@ void Size(const std::string &name, size_t size, double sh, double uri, double ba
 
     const auto ourSh = [=] { return Escape_Sh(quotes->data(), quotes->size(), nullptr); };
     const auto glibSh = [=] { return g_shell_quote(quotes->c_str()); };
-    // The peer writes a quote in another way; a shell reads either back as the text.
+    // The peer escapes a quote differently; a shell reads both as the same text.
     gchar *word = g_shell_unquote(Taken(ourSh()).c_str(), nullptr);
     Workload(title("Escape_Sh"), {{"g_shell_quote", sh}}, Repeat([=] { free(ourSh()); }),
              {{"g_shell_quote", Repeat([=] { g_free(glibSh()); })}},
@@ -80,7 +80,7 @@ void Size(const std::string &name, size_t size, double sh, double uri, double ba
         return Escape_Do('\\', SETS.backslash, backslashes->data(), backslashes->size(), nullptr);
     };
     const auto glibHex = [=] { return g_strescape(backslashes->c_str(), nullptr); };
-    // The peer doubles a backslash; undone, both are the text.
+    // The peer doubles a backslash, so this compares the unescaped texts.
     const std::string hex = Taken(ourHex());
     Workload(title("Escape_Do, backslash"), {{"g_strescape", backslash}},
              Repeat([=] { free(ourHex()); }), {{"g_strescape", Repeat([=] { g_free(glibHex()); })}},

@@ -1,4 +1,4 @@
-// Comparing and copying memory, ours beside its peers.
+// Compares and copies memory, and compares the library with its peers.
 #include "util.h"
 #include "workloads.h"
 
@@ -15,13 +15,13 @@ namespace {
 using Bytes = std::shared_ptr<std::string>;
 Bytes Filled(size_t size) { return std::make_shared<std::string>(size, 'x'); }
 
-// One byte after the other, as it would be written without a thought of speed.
+// Compares byte by byte, the plainest way.
 size_t CountByBytes(const char *a, const char *b, size_t size)
 {
     size_t count = 0;
     for (size_t i = 0; i < size; i++) {
         count += a[i] != b[i];
-        asm volatile("" : "+r"(count)); // one byte after the other, whatever the compiler can do
+        asm volatile("" : "+r"(count)); // keeps the compiler from vectorising the loop
     }
     return count;
 }
@@ -38,7 +38,7 @@ void Compare(const char *name, size_t size, double goal)
         !ours() && peer() == 0);
 }
 
-// Equal blocks beside blocks whose first byte differs: the time tells nothing.
+// Compares equal blocks with blocks whose first byte differs: both must take the same time.
 void CompareSecrets(const char *name, size_t size)
 {
     const Bytes a = Filled(size), same = Filled(size), other = Filled(size);

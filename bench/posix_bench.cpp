@@ -1,4 +1,4 @@
-// Calls for text in UTF-8 beside the bare calls, and beside others that take a copy of the text.
+// Compares the calls for text in UTF-8 with the bare calls, and with others that copy the text.
 #include "workloads.h"
 
 #include "codeset.h"
@@ -54,7 +54,7 @@ void StatOfTheRoot()
         return stat(Opaque("/"), &status) == 0 ? status.st_ino : 0;
     };
     const auto standard = [] { return std::filesystem::status(Opaque("/")); };
-    // What any wrapper with a copy of the path does at least.
+    // The least work of any wrapper that copies the path.
     const auto copied = [] {
         struct stat status;
         char *path = strdup(Opaque("/"));
@@ -70,15 +70,15 @@ void StatOfTheRoot()
                  std::filesystem::is_directory(standard()));
 }
 
-// ---- With ICU and without: text that comes back is converted on either way
+// ---- With ICU and without: both ways convert the text that a call returns
 
-using Way = std::function<void()>;
+using Conversion = std::function<void()>; // switches ICU on or off
 
-// The call on that way, which another workload may have left.
-template <typename Call> std::function<void(size_t)> On(const Way &way, const Call &call)
+// Runs the call with this conversion, which another workload may have switched.
+template <typename Call> std::function<void(size_t)> On(const Conversion &use, const Call &call)
 {
     return [=](size_t count) {
-        way();
+        use();
         Repeat(call)(count);
     };
 }
@@ -87,7 +87,7 @@ template <typename Call> std::function<void(size_t)> On(const Way &way, const Ca
 
 constexpr char LAST[] = "PELAGO_LAST";
 
-// 79 variables whose names begin with one of these in turn, and then the one that is asked for.
+// 79 variables whose names begin with one of these in turn, followed by the one that is read.
 class Environment {
 public:
     explicit Environment(const std::vector<std::string> &beginnings)
@@ -109,34 +109,34 @@ private:
     std::vector<char *> mPointers;
 };
 
-// The C library looks at two bytes of a name before it looks at all of them.
+// The C library compares two bytes of a name first, and the rest only if they are equal.
 Environment sAlike({"PELAGO_VARIABLE_"});
 Environment sUnlike({"XDG_", "LC_", "SSH_", "GIT_", "SSL_", "DBUS_"});
 
 void GetenvOfTheLast(const char *name, std::vector<Goal> goals, Environment &environment,
-                     const Way &way)
+                     const Conversion &use)
 {
-    const Way there = [&environment, way] {
+    const Conversion ready = [&environment, use] {
         environment.Use();
-        way();
+        use();
     };
     const auto ours = [] { return Posix_Getenv(Opaque(LAST)); };
     const auto bare = [] { return getenv(Opaque(LAST)); };
     const auto glib = [] { return g_getenv(Opaque(LAST)); };
     const auto copied = [] { return std::string(getenv(Opaque(LAST))); };
-    there();
+    ready();
     const bool same = ours() == std::string_view(bare()) && ours() == ours() &&
                       glib() == std::string_view(bare()) && copied() == bare();
-    Workload(name, std::move(goals), On(there, ours),
-             {{"getenv", On(there, bare)},
-              {"g_getenv", On(there, glib)},
-              {"std::string of getenv", On(there, copied)}},
+    Workload(name, std::move(goals), On(ready, ours),
+             {{"getenv", On(ready, bare)},
+              {"g_getenv", On(ready, glib)},
+              {"std::string of getenv", On(ready, copied)}},
              same);
 }
 
 // ---- Paths
 
-void RealPathOfEight(const char *name, const std::string &folder, const Way &way)
+void RealPathOfEight(const char *name, const std::string &folder, const Conversion &use)
 {
     std::string path = folder;
     while (std::ranges::count(path, '/') < 8) {
@@ -146,13 +146,13 @@ void RealPathOfEight(const char *name, const std::string &folder, const Way &way
     const auto ours = [=] { return Taken(Posix_RealPath(path.c_str())); };
     const auto standard = [=] { return std::filesystem::canonical(path).string(); };
     const auto bare = [=] { return Taken(realpath(path.c_str(), nullptr)); };
-    way();
-    Workload(name, {{"std::filesystem::canonical", 1.0}}, On(way, ours),
+    use();
+    Workload(name, {{"std::filesystem::canonical", 1.0}}, On(use, ours),
              {{"std::filesystem::canonical", Repeat(standard)}, {"realpath", Repeat(bare), false}},
              ours() == standard() && ours() == bare());
 }
 
-void LinkOfTheProgram(const char *name, const Way &way)
+void LinkOfTheProgram(const char *name, const Conversion &use)
 {
     const auto ours = [] { return Taken(Posix_ReadLink(Opaque("/proc/self/exe"))); };
     const auto glib = [] {
@@ -166,8 +166,8 @@ void LinkOfTheProgram(const char *name, const Way &way)
         char target[2048];
         return std::string(target, readlink(Opaque("/proc/self/exe"), target, sizeof target));
     };
-    way();
-    Workload(name, {{"g_file_read_link", 1.05}}, On(way, ours),
+    use();
+    Workload(name, {{"g_file_read_link", 1.05}}, On(use, ours),
              {{"g_file_read_link", Repeat(glib)},
               {"std::filesystem::read_symlink", Repeat(standard)},
               {"readlink", Repeat(bare), false}},
@@ -180,10 +180,10 @@ int main(int argc, char **argv)
 {
     const BenchFolder folder;
     const std::string path = folder.Path();
-    std::ofstream(path + "/icudt44l.dat") << "data"; // whose presence chooses ICU
+    std::ofstream(path + "/icudt44l.dat") << "data"; // its presence makes the library use ICU
 
     StatOfTheRoot();
-    const Way withIcu = [=] { CodeSet_Init(path.c_str()); }, withoutIcu = CodeSet_DontUseIcu;
+    const Conversion withIcu = [=] { CodeSet_Init(path.c_str()); }, withoutIcu = CodeSet_DontUseIcu;
     GetenvOfTheLast("the last of 80 variables, without ICU", {{"getenv", 1.5}}, sAlike, withoutIcu);
     GetenvOfTheLast("the last of 80 variables, with ICU", {{"getenv", 3}}, sAlike, withIcu);
     GetenvOfTheLast("the last of 80 variables that begin otherwise, without ICU", {}, sUnlike,

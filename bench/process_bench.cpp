@@ -1,4 +1,4 @@
-// Starting programs from a host that allows a process a million descriptors.
+// Starts programs on a host that allows a process a million descriptors.
 #include "workloads.h"
 
 #include "hostinfo.h"
@@ -19,7 +19,7 @@
 
 using namespace pelago;
 
-static bool sLacksCloseRange; // as older kernels do
+static bool sLacksCloseRange; // as on older kernels
 
 constexpr int LIMIT = 1048576;
 
@@ -47,7 +47,7 @@ constexpr int KEPT[] = {15, 7, 11};
 
 bool IsKept(int fd) { return std::ranges::count(KEPT, fd) > 0; }
 
-// A child finds them open; here each run opens them again, the rivals' runs, too.
+// A child inherits open descriptors.  Here every run, of a rival as well, opens them again.
 void OpenAll()
 {
     for (int fd = FIRST; fd <= LAST; fd++) {
@@ -159,7 +159,7 @@ void Daemonize()
     if (!Hostinfo_Daemonize(ARGS[0], ARGS, 0, nullptr, nullptr, 0)) { exit(1); }
 }
 
-// The least that a daemon's start with a report can be.
+// The least work that starts a daemon and reports whether that succeeded.
 void DaemonizeBare()
 {
     int ends[2];
@@ -180,7 +180,7 @@ void DaemonizeBare()
     close(ends[0]);
 }
 
-// What a start takes until the program is executed; the program's own time is not counted.
+// The time until the program is executed; the program's own time is not counted.
 double DaemonAgainstABareOne()
 {
     std::vector<double> ratios;
@@ -198,7 +198,7 @@ double DaemonAgainstABareOne()
 
 int main(int argc, char **argv)
 {
-    prctl(PR_SET_CHILD_SUBREAPER, 1); // daemons are waited for
+    prctl(PR_SET_CHILD_SUBREAPER, 1); // so that this process can wait for daemons
     for (const int fd : KEPT) {
         dup2(STDIN_FILENO, fd);
     }

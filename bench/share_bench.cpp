@@ -1,10 +1,11 @@
-// share_bench.cpp -- how long a person waits for a share, beside the bare commands that make one.
+// share_bench.cpp -- how long a user waits for a share, compared with the bare commands that make
+// one.
 //
 // Runs as root on a machine of its own with a real disk at /Library, /etc and /var/lib/samba
 // (bench.sh sees to that), with the whole bundle, a real Samba and the switch.  Times are those of
 // the tool's caller: from just before the tool is started to its result, and from the closing of
-// its input to its end.  After each, and not timed, a client shows that what was made is served, or
-// that it is gone.
+// its input to its end.  After each, a client checks that the share is served, or that it is gone;
+// that is not timed.
 #include "programs.h"
 #include "workloads.h"
 
@@ -45,7 +46,7 @@ std::string Content(const fs::path &path)
     return content.str();
 }
 
-// What the programs say, which is shown when one of them fails.
+// The programs' output, which is shown when one of them fails.
 const fs::path LOG = "/tmp/share_bench.log";
 
 int Log()
@@ -74,7 +75,7 @@ struct Pipe {
     }
 };
 
-// Runs a program that reads this text, which a pipe can hold, from its standard input.
+// Runs a program with this text on its standard input.  The text must fit into a pipe's buffer.
 void Run(const Words &words, const std::string &input = "", int wantedStatus = 0)
 {
     const Pipe pipe;
@@ -116,7 +117,7 @@ void CheckGone(const std::string &user, const std::string &share)
 
 // ---- The two ways to a share
 
-// The tool, which shares for as long as its input is open.
+// A session of the tool, which shares the folder while its input is open.
 class Session {
 public:
     explicit Session(const std::string &user, fs::path folder = SMALL_FOLDER)
@@ -167,7 +168,7 @@ private:
     int mInput = -1, mOutput = -1;
 };
 
-// The commands that cannot be spared, one after the other.
+// The commands that any way of sharing must run, one after the other.
 class Bare {
 public:
     explicit Bare(const std::string &user) : mUser(user), mShare("Share of " + user) {}
@@ -201,8 +202,8 @@ private:
 
 constexpr useconds_t SETTLING_MICROSECONDS = 300000;
 
-// The switch, which runs meanwhile, makes it so.  It looks after every change, also after one that
-// changes nothing for it, and is not to do so while the time is taken.
+// Changes the preferences, after which the switch starts or stops smbd.  The switch also checks
+// after changes that do not concern it, so this waits until it will not run while time is measured.
 void SetService(bool isOn)
 {
     std::ofstream(PREFS) << "<plist version=\"1.0\"><dict><key>EnabledServices</key><array>"
@@ -370,7 +371,7 @@ Contest TenBareTogether()
 
 // ---- On a crowded host
 
-// The user database, plain and with many accounts more.
+// The user database, unchanged and with many more accounts.
 class Accounts {
 public:
     Accounts()

@@ -1,4 +1,4 @@
-// workloads.cpp -- runs ours and its rivals in turn, and prints what it took.
+// workloads.cpp -- runs ours and its rivals in turn, and prints the times.
 #include "workloads.h"
 
 #include <algorithm>
@@ -15,22 +15,22 @@ namespace {
 constexpr double BATCH_NANOSECONDS = 1e5, REPETITION_NANOSECONDS = 2e8;
 constexpr size_t FEWEST_ROUNDS = 3, MOST_ROUNDS = 400;
 
-// What a rival took, or ours: a median for each repetition.
+// The medians of each repetition, for ours or for a rival.
 struct Result {
     std::string name;
     bool counts;
-    std::vector<double> nanoseconds, ratios; // of ours to it
+    std::vector<double> nanoseconds, ratios; // ratios: our time divided by this one's
 };
 
 struct Registered {
     const char *name;
     std::vector<Goal> goals;
-    std::function<Contest()> make; // timed one by one, for so many rounds
-    size_t rounds;
+    std::function<Contest()> make;    // runs that are timed one by one
+    size_t rounds;                    // the number of these runs
     std::function<void(size_t)> ours; // timed in batches
     std::vector<Rival> rivals;
     Processors processors;
-    std::vector<Result> results; // ours is the first
+    std::vector<Result> results; // ours first
 };
 
 struct Mean {
@@ -70,11 +70,11 @@ struct Contender {
     std::function<void()> prepare;
     std::function<void(size_t)> run;
     size_t batch;
-    std::vector<double> nanoseconds; // for the work done once, by round
+    std::vector<double> nanoseconds; // of one run of the work, for each round
     std::function<void()> finish = {};
 };
 
-// How often the work is done in a batch, and what that takes.
+// Returns how often a batch does the work, and stores the batch's time.
 size_t BatchOf(const std::function<void(size_t)> &run, double *takes)
 {
     size_t batch = 1;
@@ -89,7 +89,7 @@ size_t BatchOf(const std::function<void(size_t)> &run, double *takes)
     return static_cast<size_t>(BATCH_NANOSECONDS / once) + 1;
 }
 
-// In an order that is another one each time, for what runs before it is part of a program's luck.
+// Shuffles the order each time, because the code that runs before a contender affects its time.
 void RunRounds(std::vector<Contender> *contenders, size_t rounds)
 {
     static std::minstd_rand random;
@@ -207,7 +207,7 @@ std::string Listed(const std::vector<double> &values)
     return "[" + list + "]";
 }
 
-// Members of a JSON list, in lines.
+// Prints the members of a JSON list, each on a line of its own.
 class Lines {
 public:
     ~Lines() { printf("%s]", mIsFirst ? "" : "\n"); }
@@ -281,7 +281,7 @@ void PrintAll(const char *program)
     printf("}\n");
 }
 
-// The text behind the option's "=", or nullptr.
+// Returns the value of the option, or nullptr if the argument is another one.
 const char *OptionValue(const char *argument, const char *option)
 {
     const size_t length = strlen(option);
@@ -328,7 +328,7 @@ int RunWorkloads(int argc, char **argv)
         } else if (const char *part = OptionValue(argv[i], "--filter=")) {
             KeepNamed(&sWorkloads, part);
             KeepNamed(&sFigures, part);
-            sMeans.clear(); // of some only, they would mean another thing
+            sMeans.clear(); // a mean of some workloads is not the mean that was registered
         } else {
             repetitions = 0;
         }
