@@ -1,4 +1,4 @@
-// Whatever the text, it is an address when it can be read as one, part by part.
+// Compares the library's checks of IP addresses with a plain reader, which reads them part by part.
 #include "util.h"
 
 #include <algorithm>
@@ -29,7 +29,7 @@ std::vector<std::string_view> Split(std::string_view text, std::string_view sepa
     return parts;
 }
 
-// A number that is all digits of the base, at most so many of them.
+// Returns whether the text is a number in the base, within both limits.
 bool IsNumber(std::string_view text, int base, size_t mostDigits, unsigned most)
 {
     unsigned number = 0;
@@ -49,8 +49,8 @@ bool IsIPv4(std::string_view text)
     return parts.size() == 4 && std::ranges::all_of(parts, IsByte);
 }
 
-// How many groups are in the text, or more than there may be when one of them is none.  An IPv4
-// address is two, at the end.
+// Returns the number of groups in the text, or more than an address has when one is not valid.  An
+// IPv4 address at the end counts as two.
 size_t CountGroups(std::string_view text, bool isEnd)
 {
     if (text.empty()) { return 0; }
@@ -68,7 +68,7 @@ bool IsIPv6(std::string_view text)
 {
     const size_t gap = text.find("::");
     if (gap == text.npos) { return CountGroups(text, true) == GROUPS; }
-    // the gap stands for one group at least
+    // The gap replaces at least one group.
     return CountGroups(text.substr(0, gap), false) + CountGroups(text.substr(gap + 2), true) <
            GROUPS;
 }

@@ -1,5 +1,5 @@
-// Any bytes between any two of the encodings that the library converts, on both ways: beside ICU's
-// two steps over the whole text, and beside the converters of lib/string.
+// Converts any bytes between any two of the library's encodings.  With ICU the result must be that
+// of ICU's own two steps over the whole text; without, that of the converters of lib/string.
 //
 // The first three bytes of the input choose the encodings and the policy; the rest is the text.
 #include "codeset.h"
@@ -25,7 +25,7 @@ using namespace pelago;
 
 namespace {
 
-using Result = std::optional<std::string>; // nothing: it failed
+using Result = std::optional<std::string>; // nullopt after a failure
 
 void Require(bool isSo)
 {
@@ -89,7 +89,7 @@ Result Convert(const char *codeIn, const std::string &in, const char *codeOut, u
         return CodeSet_GenericToGeneric(codeIn, in.data(), in.size(), codeOut, policy, out, size);
     });
 
-    // The other form agrees, and keeps what is there.
+    // The other form has the same result, and appends it.
     const std::string before = "before";
     DynBuf db;
     DynBuf_Init(&db);
@@ -102,7 +102,8 @@ Result Convert(const char *codeIn, const std::string &in, const char *codeOut, u
     return taken;
 }
 
-// The form that says why agrees, and what comes before the place is all right.
+// The form that reports the reason has the same result, and the text before the reported place
+// converts.
 void CheckFailure(const Encoding &from, const Encoding &to, const std::string &in, unsigned policy)
 {
     CodeSetFailure failure = {CODESET_REASON_ICU, SIZE_MAX};
@@ -180,7 +181,7 @@ void CheckThroughIcu(const Encoding &from, const Encoding &to, const std::string
     } else {
         Require(ours == (decoded ? IcuEncoded(*decoded, to.name, policy) : std::nullopt));
     }
-    // What was not repaired comes back, among the encodings that spell everything in one way.
+    // Without repairs the text converts back, in encodings with one spelling for each character.
     if (ours && policy == CODESET_INVALID_FAIL && IsUnicodeForm(from.value) &&
         IsUnicodeForm(to.value)) {
         Require(Convert(to.name, *ours, from.name, CODESET_INVALID_FAIL) == in);
@@ -236,7 +237,7 @@ Result AsciiToUtf8(const std::string &in, unsigned policy)
     return out;
 }
 
-// The text in UTF-8, which any that is repaired is not.
+// Returns the text in UTF-8; nullopt for invalid text, which only ASCII's conversion repairs.
 Result ToUtf8(StringEncoding from, const std::string &in, unsigned policy)
 {
     switch (from) {
@@ -276,7 +277,7 @@ void CheckWithoutIcu(const Encoding &from, const Encoding &to, const std::string
             (in.empty() || (isKnown && ToUtf8(from.value, in, CODESET_INVALID_FAIL).has_value())));
 }
 
-// ---- The forms that their names tell, which both ways agree on
+// ---- The functions with encodings in their names, the same with ICU and without
 
 void CheckNamed(const std::string &in)
 {

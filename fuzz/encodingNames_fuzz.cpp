@@ -1,6 +1,5 @@
-// Whatever names are asked for one after the other, the answers are those of a search from the
-// table's first row to its last, and of the names that were found before in any case of their
-// letters.
+// Looks up any names one after the other.  Each result is that of a linear search of the table, or
+// of an earlier name that was found and differs in case only.
 #include "unicode.h"
 
 #include "../tests/unicode/plainLookup.h"
@@ -30,7 +29,7 @@ std::string InLowerCase(std::string name)
     return name;
 }
 
-// The rows of the names that were found, by these in lower case.
+// The rows of the names that were found, by the names in lower case.
 using Kept = std::map<std::string, int>;
 
 int ExpectedRow(Kept *kept, const std::string &name)
@@ -49,7 +48,7 @@ void ExpectAnswer(Kept *kept, const std::string &name)
     Expect(encoding == PlainAnswer(row));
     Expect(sWarnings == warnings + (row == PLAIN_NO_ROW ? 1 : 0));
     if (encoding == STRING_ENCODING_UNKNOWN) { return; }
-    // ICU's name for it leads to an encoding of that name.
+    // The encoding's preferred name can be looked up, too.
     const std::string preferred = Unicode_EncodingEnumToName(encoding);
     const int again = ExpectedRow(kept, preferred);
     Expect(again != PLAIN_NO_ROW && UnicodeIANALookup(preferred.c_str()) == PlainAnswer(again));
@@ -61,7 +60,7 @@ extern "C" void Warning(const char *, ...) { sWarnings++; }
 extern "C" void Log(const char *, ...) {}
 extern "C" void Panic(const char *, ...) { abort(); }
 
-// The input is names, each ended by a line feed or a NUL.
+// The input is a list of names, each terminated by a line feed or a NUL.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     Kept kept;

@@ -1,4 +1,4 @@
-// What is escaped can be read back, whatever the bytes.
+// Escapes any bytes, and reads them back.
 #include "escape.h"
 
 #include "../lib/misc/scoped.h"
@@ -12,7 +12,7 @@ using namespace pelago;
 
 namespace {
 
-// Takes over a result of that size.
+// Frees the result and returns its text, which must be terminated.
 std::string Taken(char *text, size_t size)
 {
     const ScopedFree<char> block(text);
@@ -37,7 +37,8 @@ void ExpectHexUndone(char escByte, const std::string &in)
     char *text = Escape_Do(escByte, set, in.data(), in.size(), &size);
     const std::string escaped = Taken(text, size);
     text = Escape_Undo(escByte, escaped.data(), escaped.size(), &size);
-    // An escape that is a digit itself, and in the text that it makes, cannot be told from that.
+    // If the escape byte is a hexadecimal digit, it also occurs in escapes, and undoing is
+    // ambiguous.
     if (strchr("0123456789ABCDEF", escByte) == nullptr || escByte == '\0') {
         Expect(Taken(text, size) == in);
     } else {
@@ -47,7 +48,7 @@ void ExpectHexUndone(char escByte, const std::string &in)
     Expect(Taken(text, size).size() <= in.size());
 }
 
-// What a shell makes of words in single and double quotes.
+// Expects the text that Escape_Sh() returns to be one word, which a shell reads as the input.
 void ExpectOneWord(const std::string &in)
 {
     size_t size = 0;

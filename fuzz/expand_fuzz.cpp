@@ -1,5 +1,5 @@
-// What a text becomes, and what is told about it, is what a second reading of it gives, byte by
-// byte and with the user database asked otherwise.
+// Expands any text, and compares the result and the log with those of a second implementation,
+// which reads byte by byte and calls the user database differently.
 #include "util.h"
 
 #include "diagnostics.h"
@@ -28,10 +28,10 @@ void Expect(bool isSo)
     if (!isSo) { abort(); }
 }
 
-// ---- Where the text is expanded
+// ---- The environment
 
 struct Setting {
-    const char *home; // overridden, unless nullptr
+    const char *home; // overrides the home folder unless nullptr
     std::map<std::string, std::string> variables;
 };
 
@@ -55,7 +55,7 @@ void Use(const Setting &setting)
 {
     static const char *kept;
     Util_OverrideHomeDir(nullptr);
-    free(const_cast<char *>(kept)); // it would stay
+    free(const_cast<char *>(kept)); // the library does not free it
     kept = Util_OverrideHomeDir(setting.home);
     clearenv();
     for (const auto &[name, value] : setting.variables) {
@@ -63,7 +63,7 @@ void Use(const Setting &setting)
     }
 }
 
-// ---- The second reading
+// ---- The second implementation
 
 struct Reading {
     std::optional<std::string> text;
@@ -185,7 +185,7 @@ extern "C" void Log(const char *format, ...)
 extern "C" void Warning(const char *, ...) { abort(); }
 extern "C" void Panic(const char *, ...) { abort(); }
 
-// The input is the setting in a byte, and the text.
+// The first byte of the input chooses the setting; the rest is the text.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size == 0) { return 0; }

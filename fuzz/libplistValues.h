@@ -1,4 +1,4 @@
-// libplistValues.h -- whether libplist finds in a file the values that we found in it.
+// libplistValues.h -- returns whether libplist finds the same values in a file as we do.
 #ifndef PELAGO_FUZZ_LIBPLISTVALUES_H
 #define PELAGO_FUZZ_LIBPLISTVALUES_H
 
@@ -14,7 +14,7 @@ namespace pelago::platform {
 
 enum class LibplistSays { Same, Other, NotAList };
 
-// libplist's accessors give integers without their sign, and whole seconds in 32 bits for dates.
+// libplist's accessors return integers without their sign, and dates as whole seconds in 32 bits.
 inline bool IsSameScalar(plist_t node, CFTypeRef object)
 {
     uint64_t bits = 0, size = 0;

@@ -1,4 +1,4 @@
-// A kernel's release is read the same by a plain reader of ours.
+// Parses any text as a kernel's release, and compares the result with that of a plain reader.
 #include "../lib/misc/hostinfoInt.h"
 
 #include <algorithm>
@@ -27,7 +27,7 @@ public:
         }
     }
 
-    // The number here; false, where there is none, or one that no int can be.
+    // Reads a number; false if there is none, or one that no int can hold.
     bool Number(int *number)
     {
         SkipBlanks();
@@ -48,7 +48,7 @@ public:
 
     bool Point() { return mText[mAt] == '.' && ++mAt; }
 
-    // What is left, up to the next blank, and not too much of it.
+    // Returns the text up to the next blank, 255 bytes at most.
     std::string Word()
     {
         SkipBlanks();
@@ -71,7 +71,7 @@ void Expect(bool isTrue)
     if (!isTrue) { abort(); }
 }
 
-// The first number in the word, or 0.
+// Returns the first number in the word, or 0.
 int Extra(const std::string &word, bool *isTooLarge)
 {
     Reader reader(word.substr(std::min(word.find_first_of("0123456789"), word.size())));
@@ -85,7 +85,7 @@ int Extra(const std::string &word, bool *isTooLarge)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    // Up to the first NUL, and with one behind it.
+    // The input up to its first NUL, terminated.
     const std::string release = std::string(reinterpret_cast<const char *>(data), size).c_str();
     HostinfoOSVersion version = {};
     const bool succeeded = HostinfoParseRelease(release.c_str(), &version);
@@ -97,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                           reader.Number(&numbers[2]);
     bool isTooLarge = reader.mIsTooLarge;
     const int extra = areThree ? Extra(reader.Word(), &isTooLarge) : 0;
-    if (isTooLarge) { return 0; } // what becomes of it is up to the C library
+    if (isTooLarge) { return 0; } // the C library leaves the result undefined
     Expect(succeeded == isOne);
     if (isOne) {
         Expect(version.major == numbers[0] && version.minor == numbers[1] &&

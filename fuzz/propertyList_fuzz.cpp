@@ -1,5 +1,5 @@
-// Any bytes can be read without harm; what was read, written and read again is the same; and
-// libplist, a reader and writer of others, finds the same values in it.
+// Reads any bytes as a property list.  A list that was read, written and read again must be the
+// same, and libplist, another implementation, must find the same values in it.
 #include "../platform/linux/cfTypes.h"
 #include "../platform/linux/propertyList.h"
 #include "libplistValues.h"
@@ -32,9 +32,9 @@ CFOwned<CFDictionaryRef> Values(std::string_view bytes)
     return CFOwned<CFDictionaryRef>(static_cast<CFDictionaryRef>(object));
 }
 
-// The values as text, which has the sign of a zero and the type of a number: equality of objects
-// does not see them.  Empty when that is refused: a date or a text that XML does not have, or more
-// than a list may hold.
+// Returns the values as XML, which shows the sign of a zero and the type of a number; CFEqual()
+// compares neither.  Empty if they cannot be written: a date or a text that XML cannot represent,
+// or more than a list may hold.
 std::string AsXml(CFDictionaryRef values)
 {
     PropertyList other;
@@ -47,8 +47,7 @@ std::string AsXml(CFDictionaryRef values)
     return other.Write(&written) == Fault::None ? written : "";
 }
 
-// What a commit does: one key is set in a list that was read, and all others come back as they
-// were.
+// Sets one key in a list that was read, as a commit does; all others must stay the same.
 void ExpectTheOthersKept(PropertyList *list, CFDictionaryRef values)
 {
     CFStringRef key = CFSTR("set by a commit");
@@ -57,7 +56,7 @@ void ExpectTheOthersKept(PropertyList *list, CFDictionaryRef values)
     const Fault fault = list->Write(&bytes);
     if (fault == Fault::TooManyValues || fault == Fault::TooLarge) {
         return;
-    } // it was full already
+    } // the list was full before
     Require(fault == Fault::None);
     const CFOwned<CFDictionaryRef> changed = Values(bytes);
     const CFIndex added = CFDictionaryGetValue(values, key) == nullptr;
@@ -85,14 +84,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::string_view bytes(reinterpret_cast<const char *>(data), size);
     ReadAnyRoot(bytes);
     if (list.Read(bytes) != Fault::None) { return 0; }
-    // Whatever was read can be written: the format is kept.
+    // A list that was read can be written, in the same format.
     const std::string written = Written(list);
     const CFOwned<CFDictionaryRef> values = Values(bytes), copies = Values(written);
     Require(CFEqual(values.get(), copies.get()));
     const std::string text = AsXml(values.get());
     Require(text == AsXml(copies.get()));
     Require(list.IsBinary() || text == written);
-    // In XML libplist has its own ideas of what it reads; what we wrote is plain.
+    // libplist reads unusual XML differently, but not the plain XML that we write.
     if (list.IsBinary()) { Require(LibplistHasSame(bytes, values.get()) != LibplistSays::Other); }
     Require(LibplistHasSame(written, values.get()) == LibplistSays::Same);
     ExpectTheOthersKept(&list, values.get());

@@ -1,4 +1,4 @@
-// replay.cpp -- a main() for a fuzz target: gives it every file of the folders it is started with.
+// replay.cpp -- a main() that runs a fuzz target on every file of the folders in its arguments.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -21,5 +21,5 @@ int main(int argc, char **argv)
         }
     }
     printf("%d inputs\n", count);
-    return count > 0 ? 0 : 1; // a corpus that is not found is a failure
+    return count > 0 ? 0 : 1; // a corpus without files is a failure
 }

@@ -1,6 +1,5 @@
-// scriptArguments_fuzz.cpp -- names of users and shares, and password files, as the share scripts
-// take them: each is accepted or refused as plain rules say, and no message holds a control
-// character.
+// scriptArguments_fuzz.cpp -- the share scripts' checks of users' names, shares' names and password
+// files.  Each is accepted or refused by plain rules, and no message has a control character.
 #include "names.h"
 #include "password.h"
 #include "report.h"
@@ -17,9 +16,9 @@
 
 namespace {
 
-// ---- The rules, said another way than in the product
+// ---- The rules, written differently than in the product
 
-// The characters of text, each a code point; -1 for what is not UTF-8.
+// Returns the code points of the text; -1 for each byte that is not UTF-8.
 std::basic_string<int32_t> Characters(const std::string &text)
 {
     std::basic_string<int32_t> characters;
@@ -56,7 +55,7 @@ bool IsReserved(const std::string &name)
     for (const char c : name) {
         if (c != ' ') { plain += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
     }
-    // The Kelvin sign and the long s have ASCII small letters.
+    // The small letters of the Kelvin sign and the long s are ASCII.
     for (const auto &[from, to] : {std::pair("\xE2\x84\xAA", "k"), std::pair("\xC5\xBF", "s")}) {
         for (size_t at = plain.find(from); at != std::string::npos; at = plain.find(from)) {
             plain.replace(at, strlen(from), to);
@@ -83,7 +82,7 @@ bool IsShareName(const std::string &name)
     return name.find("  ") == std::string::npos && !IsReserved(name);
 }
 
-// Whether a file of these bytes holds a password, and which.
+// Returns whether a file with these bytes has a password, and stores it.
 bool HasPassword(const std::string &bytes, std::string *password)
 {
     *password = bytes.substr(0, bytes.size() - (!bytes.empty() && bytes.back() == '\n' ? 1 : 0));
@@ -93,7 +92,8 @@ bool HasPassword(const std::string &bytes, std::string *password)
 
 // ---- The product's answers
 
-// Whether the check accepts it; a refusal's reason must be fit for a terminal.
+// Returns whether the check accepts its argument; the reason of a refusal must have no control
+// characters.
 template <typename Check> bool Accepts(const Check &check)
 {
     try {

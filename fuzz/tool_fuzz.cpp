@@ -1,6 +1,6 @@
-// tool_fuzz.cpp -- the tool's own arguments, its standard input, and every step that may fail,
-// against a model of a session.  The preferences, the scripts and the caller's streams are this
-// file's.
+// tool_fuzz.cpp -- runs the tool with any arguments, any standard input and any steps that fail,
+// and compares it with a model of a session.  This file supplies the preferences, the scripts and
+// the caller's streams.
 #include "runScript.h"
 
 #include <SystemConfiguration/SystemConfiguration.h>
@@ -13,7 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
-int ToolMain(int argc, char **argv); // the tool's main(), compiled by another name
+int ToolMain(int argc, char **argv); // the tool's main(), compiled under another name
 
 namespace {
 
@@ -21,7 +21,7 @@ using Strings = std::vector<std::string>;
 
 enum class Services { Absent, On, Off, NoArray };
 
-// Each step that may fail, a bit each.
+// The steps that may fail, one bit each.
 enum Step : unsigned {
     NO_FILE = 1,
     CREATE = 2,
@@ -32,7 +32,7 @@ enum Step : unsigned {
     UNSET = 64
 };
 
-// What the input says is to happen.
+// The run that the input describes.
 struct Plan {
     Services services;
     unsigned failing; // Steps
@@ -42,7 +42,7 @@ struct Plan {
     bool Fails(Step step) const { return (failing & step) != 0; }
 };
 
-// What a run has done.
+// The effects of a run.
 struct Trace {
     std::string out;
     std::vector<Strings> scripts; // each one's name and arguments
@@ -106,7 +106,7 @@ extern "C" {
 int __wrap_access(const char *, int) { return sPlan.Fails(NO_FILE) ? -1 : 0; }
 SCPreferencesRef __wrap_SCPreferencesCreate(CFAllocatorRef, CFStringRef name, CFStringRef)
 {
-    // Any object that can be released will do.
+    // The tool only releases the session, so any object serves as one.
     return sPlan.Fails(CREATE)
                ? nullptr
                : reinterpret_cast<SCPreferencesRef>(const_cast<void *>(CFRetain(name)));
@@ -133,7 +133,7 @@ namespace {
 
 // ---- The model
 
-// A session from the first script on; the service is on by now.
+// Adds the effects of a session from the first script on, when the service is on.
 void ModelSession(bool wasOn, Trace *trace)
 {
     const Strings &word = sPlan.arguments;
@@ -201,7 +201,7 @@ Trace Model()
 
 // ---- A run
 
-// The caller's streams for as long as this lives; what the tool writes is then in Out().
+// Replaces the caller's streams during its lifetime; Out() returns the tool's output.
 class Streams {
 public:
     Streams() : mIn(stdin), mOut(stdout), mErr(stderr)
@@ -277,8 +277,8 @@ Strings Split(const std::string &bytes)
 
 } // namespace
 
-// The state of the service, what fails, four statuses, and the arguments, a NUL after each; the
-// last part is standard input.
+// The input: a byte for the service's state, one for the steps that fail, four for the statuses,
+// and then the arguments, each terminated by a NUL; the last part is standard input.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size < 6) { return 0; }

@@ -1,5 +1,5 @@
-// Any bytes in any of the encodings that the library converts, on both ways: what becomes a string
-// comes back, whole or cut, and what is promised of its size is kept.
+// Converts any bytes in any of the library's encodings to a string, with ICU and without.  The
+// string converts back, whole or cut, within the size that Unicode_BytesRequired() promises.
 //
 // The first byte of the input chooses the encoding, the second the room for a copy; the rest is the
 // text.
@@ -27,7 +27,7 @@ struct Free {
     void operator()(char *block) const { free(block); }
 };
 using Text = std::unique_ptr<char, Free>;
-using Result = std::optional<std::string>; // nothing: it failed
+using Result = std::optional<std::string>; // nullopt after a failure
 
 void Require(bool isSo)
 {
@@ -80,13 +80,14 @@ Result BytesOf(const std::string &string, StringEncoding encoding)
     return std::string(bytes.get(), size);
 }
 
-// Where a string may be cut for a result of at most that size.
+// Returns the size to which a copy of the bytes may be cut, limit at most: after a whole character
+// in UTF-8 and UTF-16LE.
 size_t Cut(const std::string &string, StringEncoding encoding, const std::string &bytes,
            size_t limit)
 {
     if (bytes.size() <= limit) { return bytes.size(); }
     if (encoding != STRING_ENCODING_UTF_8 && encoding != STRING_ENCODING_UTF_16LE) { return limit; }
-    // Character by character, as the lead bytes tell.
+    // The lead bytes give the characters' lengths.
     size_t kept = 0;
     for (size_t i = 0; i < string.size();) {
         const auto lead = static_cast<unsigned char>(string[i]);
@@ -117,11 +118,11 @@ void CheckCopy(const std::string &string, StringEncoding encoding, const Result 
         const bool hasTerminator = !bytes && capacity > 0 && encoding != STRING_ENCODING_ASCII;
         expected.assign(hasTerminator ? 1 : 0, '\0');
     }
-    expected.resize(capacity + 1, 'U'); // and nothing else is written
+    expected.resize(capacity + 1, 'U'); // the rest must be unchanged
     Require(memcmp(block.get(), expected.data(), expected.size()) == 0);
 }
 
-// What the string is in the encoding, and that again as a string.
+// Converts the string to the encoding and back.
 void CheckBytes(const std::string &string, StringEncoding encoding, size_t capacity)
 {
     const Result bytes = BytesOf(string, encoding);
@@ -131,14 +132,14 @@ void CheckBytes(const std::string &string, StringEncoding encoding, size_t capac
     const size_t required = Unicode_BytesRequired(string.c_str(), encoding);
     Require(bytes->size() + UnitOf(encoding) <= required);
 
-    // ICU writes a joiner at the end of ISCII as one byte, and reads that as half a character.
+    // ICU writes a joiner at the end of ISCII as one byte, but reads that byte as half a character.
     if (IsIscii(encoding)) { return; }
     const Text again(
         Unicode_AllocWithLength(bytes->data(), static_cast<ssize_t>(bytes->size()), encoding));
     Require(BytesOf(again.get(), encoding) == bytes);
 }
 
-// The string as ASCII with escapes, of both sorts, and read again.
+// Converts the string to ASCII with both kinds of escapes, and reads it back.
 void CheckEscapes(const std::string &string)
 {
     size_t size = 0;
@@ -175,12 +176,12 @@ void CheckEscaped(const std::string &in, StringEncoding encoding)
     Require(expected == escaped.get());
 }
 
-// On the way that is switched on, where everything that `isKnown` is converted.
+// Checks one input, with or without ICU.  isKnown: the encoding can be converted now.
 void Check(const std::string &in, StringEncoding encoding, size_t capacity, bool isKnown)
 {
     const auto size = static_cast<ssize_t>(in.size());
     const bool isValid = Unicode_IsBufferValid(in.data(), size, encoding);
-    if (!isKnown && !in.empty() && !isValid) { return; } // it would end the process
+    if (!isKnown && !in.empty() && !isValid) { return; } // converting would end the process
     const Text text(Unicode_AllocWithLength(in.data(), size, encoding));
     const std::string string = text.get();
     Require(Unicode_IsStringValidUtf8(string.c_str()));
@@ -188,7 +189,7 @@ void Check(const std::string &in, StringEncoding encoding, size_t capacity, bool
     CheckBytes(string, STRING_ENCODING_UTF_8, capacity);
     CheckBytes(string, STRING_ENCODING_UTF_16LE, capacity);
 
-    // Up to its terminator.
+    // The input up to its terminator.
     const size_t unit = UnitOf(encoding);
     std::string terminated = in.substr(0, in.size() - in.size() % unit) + std::string(unit, '\0');
     size_t length = 0;

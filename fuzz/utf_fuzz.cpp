@@ -1,7 +1,7 @@
-// utf_fuzz.cpp -- the conversions beside ICU's, on any input.
+// utf_fuzz.cpp -- compares the conversions with ICU's, on any input.
 //
-// The first byte of the input says how much room a conversion gets at a time.  The rest is read as
-// UTF-8, as UTF-16, and, three bytes a value, as UTF-32.
+// The first byte of the input chooses the room for one call of a conversion.  The rest is read as
+// UTF-8, as UTF-16, and, three bytes for each value, as UTF-32.
 #include "utf.h"
 
 #include <unicode/uchar.h>
@@ -49,7 +49,7 @@ Outcome<To> Step(Converter<From, To> converter, const From *source, size_t lengt
     return outcome;
 }
 
-// The whole at once, which must be the same as the pieces of little room, one after another.
+// Converts the text at once, and piece by piece with little room; the results must be the same.
 template <typename From, typename To>
 Outcome<To> Whole(Converter<From, To> converter, const std::vector<From> &source, bool lenient,
                   size_t room)
@@ -64,7 +64,7 @@ Outcome<To> Whole(Converter<From, To> converter, const std::vector<From> &source
         joined.read += piece.read;
         joined.written.insert(joined.written.end(), piece.written.begin(), piece.written.end());
     } while (joined.result == UtfResult::TargetFull);
-    // That a value was too large is told by the piece that held it only.
+    // Only the piece with a value that is too large reports Illegal.
     if (whole.read == source.size() && whole.result == UtfResult::Illegal) {
         joined.result = UtfResult::Illegal;
     }
@@ -95,7 +95,7 @@ void Append(std::vector<uint32_t> &text, UChar32 value)
     text.push_back(static_cast<uint32_t>(value));
 }
 
-// Reads the value at a place and moves the place on; negative: there is none.
+// Reads the value at a position and advances the position; negative for an invalid value.
 UChar32 Next(const std::vector<uint8_t> &text, size_t &at)
 {
     UChar32 value = 0;
@@ -135,7 +135,7 @@ Outcome<To> Expected(const std::vector<From> &source, bool lenient)
 {
     constexpr bool isUtf8 = sizeof(To) == 1, isUtf16 = sizeof(To) == 2;
     Outcome<To> outcome;
-    bool isTold = false;
+    bool isReported = false;
     while (outcome.read < source.size()) {
         size_t next = outcome.read;
         UChar32 value = Next(source, next);
@@ -148,15 +148,15 @@ Outcome<To> Expected(const std::vector<From> &source, bool lenient)
             outcome.result = UtfResult::Illegal;
             return outcome;
         }
-        isTold = isTold || (isTooLarge && isUtf8);
+        isReported = isReported || (isTooLarge && isUtf8);
         Append(outcome.written, isTooLarge || (isSurrogate && isUtf16) ? REPLACEMENT : value);
         outcome.read = next;
     }
-    outcome.result = isTold ? UtfResult::Illegal : UtfResult::Done;
+    outcome.result = isReported ? UtfResult::Illegal : UtfResult::Done;
     return outcome;
 }
 
-// ICU's own conversion of the whole, which has no word on where it stopped.
+// Compares with ICU's own conversion of the whole text, which does not report where it stopped.
 template <typename To, typename From, typename Call>
 void AgreesWithIcu(Call call, const std::vector<From> &source, const Outcome<To> &strict)
 {
@@ -173,7 +173,7 @@ void AgreesWithIcu(Call call, const std::vector<From> &source, const Outcome<To>
 
 // ---- Properties
 
-// Agrees in both modes, and what was converted as a whole in strict mode comes back as it was.
+// Compares both modes with ICU; a text that converts in strict mode must convert back.
 template <typename From, typename To>
 Outcome<To> Check(Converter<From, To> there, Converter<To, From> back,
                   const std::vector<From> &source, size_t room)
