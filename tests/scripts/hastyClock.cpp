@@ -1,10 +1,10 @@
-// hastyClock.cpp -- preloaded, lets a second pass between one look at the clock and the next: a
-// wait that ends by the clock ends after as many looks as it has seconds.
+// hastyClock.cpp -- preloaded, makes a second pass between one reading of the clock and the next.  A
+// wait of N seconds then ends after N readings.
 #include <sys/syscall.h>
 #include <time.h> // NOLINT(modernize-deprecated-headers): the C library's own declaration
 #include <unistd.h>
 
-// What measures time in the program under test asks here.
+// The program under test measures time by this function.
 extern "C" int clock_gettime(clockid_t clock, timespec *now)
 {
     static time_t sLooks;

@@ -64,7 +64,7 @@ def set_up():
 
 
 def command(*args, check=True, **kwargs):
-    """Runs a command of the host; its stdout and stderr together, as text."""
+    """Runs a command of the host, and returns its stdout and stderr together, as text."""
     done = subprocess.run(args, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, timeout=HANG, check=False, **kwargs)
     text = done.stdout.decode(errors='surrogateescape')
@@ -91,7 +91,7 @@ def answers():
 
 
 class Smbd:
-    """The server itself, in a process group of its own."""
+    """The smbd daemon, in a process group of its own."""
 
     def __init__(self):
         # pylint: disable=consider-using-with
@@ -113,19 +113,19 @@ def run_script(name, *args, run=run_command, **kwargs):
     return run([script_path(name), *args], **kwargs)
 
 
-# For what the tests preload or trace where everything is built with sanitizers.
+# For programs that the tests preload into or trace, when everything is built with sanitizers.
 SANITIZER = {'ASAN_OPTIONS': 'verify_asan_link_order=0:detect_leaks=0'}
 
 
 def in_haste():
-    """The environment of a script whose waits are over after a few looks."""
+    """Returns an environment in which a script's waits end after a few checks."""
     return dict(os.environ, LD_PRELOAD=os.environ['PELAGO_HASTY_CLOCK'], **SANITIZER)
 
 
 def run_failing(call, error, name, *args, path=None, ordinal=None):
-    """Runs a script's command with a call of its program that fails, of those on the path if one is
-    given; what the program starts is not touched."""
-    selection = ['-D'] + (['-P', path] if path else []) # traced by a stranger, it stays our child
+    """Runs a script's command with a system call that fails, only calls with the path if one is given.
+    Programs that it starts are not affected."""
+    selection = ['-D'] + (['-P', path] if path else []) # -D: the program, not strace, is our child
     done = straced.failing_at(call, ordinal, error, [PROGRAM, name, *args], *selection,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                               timeout=HANG, check=False, env=dict(os.environ, **SANITIZER))
@@ -144,7 +144,7 @@ def has_open(pid, path):
 # ---- The client
 
 def client(user, password, share, commands):
-    """One smbclient run; (status, output).  The password reaches it by a descriptor."""
+    """Runs smbclient once; returns (status, output).  It reads the password from a descriptor."""
     password = password if isinstance(password, bytes) else password.encode()
     reader, writer = os.pipe()
     try:
@@ -161,7 +161,7 @@ def client(user, password, share, commands):
 
 
 class ConnectedClient:
-    """A client that stays connected; ask() sends one command and returns what came back."""
+    """A client that stays connected; ask() sends one command and returns its output."""
 
     def __init__(self, user, password, share):
         reader, writer = os.pipe()
@@ -169,7 +169,7 @@ class ConnectedClient:
         os.close(writer)
         # pylint: disable=consider-using-with
         self.process = subprocess.Popen(
-            # It waits for the descriptor, not for its buffer: a line that is read ahead would wait.
+            # Unbuffered: select() sees the descriptor, not a line that is already in a buffer.
             ['stdbuf', '-i0', '-oL', 'smbclient', '-U', user, '//127.0.0.1/' + share], pass_fds=[reader],
             env=dict(os.environ, PASSWD_FD=str(reader)), stdin=subprocess.PIPE,
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
@@ -199,7 +199,7 @@ class ConnectedClient:
 
 
 def watch_for_a_hang(case):
-    """Fails the test when it waits for ever, on a client for example."""
+    """Fails the test if it would wait for ever, for a client for example."""
     def fail(*_):
         raise AssertionError('the test hangs')
     signal.signal(signal.SIGALRM, fail)
@@ -207,10 +207,10 @@ def watch_for_a_hang(case):
     case.addCleanup(signal.alarm, 0)
 
 
-# ---- What there is
+# ---- The host's state
 
 def snapshot():
-    """All that a script could have changed, as text, to compare."""
+    """Returns everything that a script could change, as text, to compare."""
     state = {path: read(path) for path in
              ('/etc/passwd', '/etc/group', '/etc/shadow', '/etc/gshadow')}
     state['registry'] = command('net', 'conf', 'list')
@@ -242,20 +242,20 @@ def share_exists(share):
 
 
 def wipe():
-    """Removes whatever a test has left, by other means than the scripts."""
+    """Removes what a test has left, without the scripts."""
     for entry in pwd.getpwall():
         if entry.pw_gecos == COMMENT:
             command('pdbedit', '-x', '-u', entry.pw_name, check=False)
             command('userdel', '-f', entry.pw_name, check=False)
     command('net', 'conf', 'drop')
-    # The folders themselves stay, for the switch watches them.
+    # The folders themselves stay, because the switch watches them.
     for path in glob.glob(STATE + '/*/*') + glob.glob(STATE + '/looked'):
         command('rm', '-rf', path)
 
 
 @contextlib.contextmanager
 def stand_in(program, text):
-    """Puts a shell script in a program's place for a while; there $real is the program."""
+    """Replaces a program by a shell script for a while; in the script $real is the program."""
     path = shutil.which(program, path=PROGRAM_PATH)
     real = path + '.real'
     os.rename(path, real)
@@ -267,7 +267,7 @@ def stand_in(program, text):
 
 
 class ScriptTest(scriptRunner.ScriptTest):
-    """Base of the tests: a running smbd, a folder of bob's, and the means to make things fail."""
+    """The tests' base class: a running smbd, a folder of bob's, and ways to make programs fail."""
 
     needs_smbd = True
     password = 'correct horse'
@@ -294,7 +294,7 @@ class ScriptTest(scriptRunner.ScriptTest):
         self.folder = self.make_folder(self.scratch + '/Documents')
 
     def make_folder(self, path, owner='bob', content=b'some text\n'):
-        """A folder that only its owner can look into, with one file f."""
+        """Makes a folder that only its owner can read, with one file f."""
         os.mkdir(path, 0o700)
         name = os.path.join(os.fsencode(path), b'f')
         write(name, content, 0o600)
@@ -304,17 +304,17 @@ class ScriptTest(scriptRunner.ScriptTest):
         return path
 
     def stand_in(self, program, text):
-        """The same until the test ends."""
+        """Does the same until the test ends."""
         self.enterContext(stand_in(program, text))
 
     def ask_files_only(self):
-        """Of two sources of users the C library takes the answer of the second where the first fails."""
+        """Leaves the C library one source of users: with two it ignores a failure of the first."""
         sources = read('/etc/nsswitch.conf')
         self.addCleanup(write, '/etc/nsswitch.conf', sources)
         write('/etc/nsswitch.conf', 'passwd: files\ngroup: files\n')
 
     def waiting(self):
-        """For a stand-in: shell text that waits until go() is called; started() says that it does."""
+        """Returns shell text for a stand-in that waits until go() is called; started() waits for the stand-in."""
         return 'touch {0}/started; while [ ! -e {0}/go ]; do sleep 0.01; done'.format(self.scratch)
 
     def started(self):
@@ -324,15 +324,15 @@ class ScriptTest(scriptRunner.ScriptTest):
         write(self.scratch + '/go', '')
 
     def stop_waiting_for(self):
-        """The next one waits again."""
+        """Makes the next stand-in wait again."""
         for name in ('/started', '/go'):
             os.unlink(self.scratch + name)
 
     def run_until_the_caller_has_gone(self, *args, before=':'):
-        """Runs a script whose caller is killed once the script has started a program that waits;
-        what the script says.  The caller runs a command of the shell before it."""
+        """Runs a script whose caller is killed once the script has started a program that waits, and returns
+        the script's output.  The caller first runs a command of the shell."""
         log = self.scratch + '/said'
-        # What comes after it keeps the shell from becoming the script.
+        # A command after the script keeps the shell from replacing itself by the script.
         with subprocess.Popen(['sh', '-c', '%s; "$@" 2>%s; :' % (before, log), 'sh',
                                script_path(args[0]), *args[1:]], stdin=subprocess.DEVNULL) as caller:
             wait_until(self.started, 'the step')

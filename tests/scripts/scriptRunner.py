@@ -1,4 +1,4 @@
-"""Runs a script as its caller does: as a child, with its standard output on its standard error."""
+"""Runs a script as the tool does: as a child, with its standard output on its standard error."""
 
 import base64
 import contextlib
@@ -8,8 +8,8 @@ import subprocess
 import sys
 import unittest
 
-SHARES = '/tmp/Pelago Test.app/Contents/Library/shares'  # the blank is there on purpose
-HANG = 40  # seconds after which something hangs; nothing is asserted about times below it
+SHARES = '/tmp/Pelago Test.app/Contents/Library/shares'  # a blank, because paths may have one
+HANG = 40  # seconds after which a program counts as hanging; no shorter time is asserted
 
 
 def write(path, content, mode=None):
@@ -46,7 +46,7 @@ def run_command(argv, **kwargs):
 
 
 class Session:
-    """Another process that runs scripts: a second tool, which can be killed."""
+    """Another process that runs scripts, as a second tool would, and can be killed."""
 
     def __init__(self):
         # pylint: disable=consider-using-with
@@ -76,7 +76,7 @@ class Session:
 
 
 class ScriptTest(unittest.TestCase):
-    """Base of the tests of either host's scripts."""
+    """The base class of the tests of both hosts' scripts."""
 
     def session(self):
         session = Session()

@@ -1,4 +1,4 @@
-"""addshare.sh: one folder, served to one user."""
+"""addshare.sh serves one folder to one user."""
 
 import os
 import shutil
@@ -87,7 +87,7 @@ class AddShare(ShareTest):
         subprocess.run(['smbpasswd', '-s', '-a', 'bob'], input=b'bobs\nbobs\n', check=True,
                        stdout=subprocess.DEVNULL)
         self.assert_done(self.add())
-        self.assert_served() # now Samba remembers bob's number as that of its own bob
+        self.assert_served() # now Samba caches bob's number as that of its own bob
         self.assert_done(run_script('rmshare', 'Docs', self.folder))
         command('pdbedit', '-x', '-u', 'bob')
         self.assert_done(self.add())
@@ -152,7 +152,7 @@ class AddShare(ShareTest):
                                     ('bob', sticky + '/bobs/link', ways[3])):
             self.make_link(link, target, whose)
             ways.append(link)
-        # What others write into it is in it.
+        # Others may write to the shared folder itself: that leads nowhere else.
         ways.append(self.make_folder(self.scratch + '/open'))
         os.chmod(ways[-1], 0o2775)
         for number, folder in enumerate(ways):
@@ -182,7 +182,7 @@ class AddShare(ShareTest):
             folders.append((folder, folder))
         os.symlink(folders[0][0], self.scratch + '/link')
         folders.append((self.scratch + '/link', folders[0][1]))
-        # Whose a link is matters where all may make one, and whose the folder is that holds it.
+        # Both the owner of a link in a folder with the sticky bit and the owner of the link's folder matter.
         os.mkdir(self.scratch + '/sticky')
         os.chmod(self.scratch + '/sticky', 0o1777)
         self.make_folder(self.scratch + '/anns', 'ann')
@@ -347,12 +347,12 @@ class AddShare(ShareTest):
     def test_requires_a_client_to_encrypt(self):
         self.assert_done(self.add())
         output = command('smbclient', '-U', 'alice%' + self.password, '--max-protocol=SMB2_10',
-                         '//127.0.0.1/Docs', '-c', 'ls', check=False) # which cannot encrypt
+                         '//127.0.0.1/Docs', '-c', 'ls', check=False) # a client that cannot encrypt
         self.assertIn('ACCESS_DENIED', output)
         self.assert_served()
 
     def with_settings(self, *settings):
-        """Has smb.conf say so in [global], until the test ends or says otherwise."""
+        """Adds the settings to [global] in smb.conf, until the test ends or calls this again."""
         self.addCleanup(write, '/etc/samba/smb.conf', sambahost.SMB_CONF)
         names = [setting.split(' = ')[0] for setting in settings]
         kept = [line for line in sambahost.SMB_CONF.splitlines() if line.strip().split(' = ')[0] not in names]
@@ -443,7 +443,7 @@ class AddShare(ShareTest):
         self.assert_refused(result, 'Samba did not take the share "Docs"')
         self.assertIn('cannot remove the share "Docs": broken', result.output)
         self.assertIn('the share "Docs" is left behind', result.output)
-        self.assert_not_served('NT_STATUS') # it leads nowhere
+        self.assert_not_served('NT_STATUS') # its link was removed
         with sambahost.stand_in('net', 'echo broken; exit 3'):
             result = self.add('Other')
         self.assert_refused(result, 'Samba did not take the share "Other": broken')

@@ -1,4 +1,4 @@
-"""adduser.sh: the user that a share is served to."""
+"""adduser.sh makes the user that a share is served to."""
 
 import base64
 import fcntl
@@ -63,7 +63,7 @@ REFUSED_USERS = {
 
 
 def heed_interrupts():
-    """Whoever runs the tests in the background has them ignore SIGINT."""
+    """Undoes that a shell makes tests in the background ignore SIGINT."""
     signal.signal(signal.SIGINT, signal.SIG_DFL)
 
 
@@ -106,7 +106,7 @@ class AddUser(sambahost.ScriptTest):
                     self.assertNotEqual(status, 0, output)
 
     def taken_by(self, program, password):
-        """What the program gets as its input while a user with that password is made and removed."""
+        """Makes and removes a user with that password, and returns the program's standard input."""
         taken = self.scratch + '/taken'
         write(self.password_file, password)
         with sambahost.stand_in(program, 'cat >%s; exec $real "$@" <%s' % (taken, taken)):
@@ -155,7 +155,7 @@ class AddUser(sambahost.ScriptTest):
                 self.assertEqual(result.output.count('others than its owner can read'), count)
 
     def test_reads_the_password_file_only_once(self):
-        # A pipe gives its content once.
+        # A pipe can be read only once.
         reader, writer = os.pipe()
         os.write(writer, b'correct horse\n')
         os.close(writer)
@@ -202,7 +202,7 @@ class AddUser(sambahost.ScriptTest):
                     self.assert_refused(self.add(user, user, self.password_file), reason)
 
     def test_keeps_the_password_of_an_existing_samba_account(self):
-        # The Unix user is gone, so that only Samba's own entry, in another case, stands in the way.
+        # The Unix user is gone; only Samba's own entry, in another case, has the name.
         command('useradd', '--badname', 'Zoe')
         subprocess.run(['smbpasswd', '-s', '-a', 'Zoe'], input=b'hers\nhers\n', check=True,
                        stdout=subprocess.DEVNULL)
@@ -220,7 +220,7 @@ class AddUser(sambahost.ScriptTest):
             self.assert_refused(self.add(), 'no session can begin, for the package is being removed')
 
     def test_does_not_take_a_reaper_for_its_caller(self):
-        # The reaper of orphans, such as a supervisor, stays; and so would what is made for it.
+        # A reaper of orphans, such as a supervisor, keeps running, and so would a session of which it were the caller.
         reaper = ('import ctypes,os,sys\n'
                   'ctypes.CDLL(None).prctl(36, 1)\n' # PR_SET_CHILD_SUBREAPER
                   'reader, writer = os.pipe()\n'
@@ -354,7 +354,7 @@ class AddUser(sambahost.ScriptTest):
     def test_clock_set_back_does_not_repeat_a_number(self):
         self.addCleanup(os.unlink, MEMORY)
         self.assert_done(self.add('warm', 'warm', self.password_file))
-        last = int(read(MEMORY)) + 1_000_000 # it would be given out in some days
+        last = int(read(MEMORY)) + 1_000_000 # a number that the clock alone would reach in some days
         write(MEMORY, '%d\n' % last)
         command('useradd', '--uid', str(last + 1), 'taken')
         self.addCleanup(command, 'userdel', 'taken')
@@ -425,7 +425,7 @@ class AddUser(sambahost.ScriptTest):
 
     def test_refuses_to_begin_when_its_caller_has_gone(self):
         log = self.scratch + '/said'
-        # The shell within waits for the one around it to end.
+        # The inner shell waits until the outer one has ended.
         command('sh', '-c', '(while [ -e /proc/$$ ]; do sleep 0.01; done; exec "$@") >%s 2>&1 &' % log,
                 'sh', script_path('adduser'), 'alice', 'alice', self.password_file)
         wait_until(lambda: b'\n' in read(log), 'the reason')
@@ -587,7 +587,7 @@ class AddUser(sambahost.ScriptTest):
                 self.assertEqual(done.returncode, 1)
 
     def executed(self, *argv, **kwargs):
-        """Runs this under a tracer: what it said, and all calls that executed something."""
+        """Runs the command under strace, and returns its output and all calls that executed a program."""
         log = self.scratch + '/calls'
         done = subprocess.run(
             ['strace', '-f', '-v', '-s', '100000', '-qq', '-e', 'trace=execve', '-o', log, *argv],

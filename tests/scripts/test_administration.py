@@ -1,4 +1,4 @@
-"""pelago-share-check and pelago-share-sessions: what an administrator asks, and what it does."""
+"""The administrator's commands pelago-share-check and pelago-share-sessions."""
 
 import os
 import subprocess

@@ -1,4 +1,4 @@
-"""What somebody could do against a share over the network, and what a host's own smb.conf could do to it.
+"""Attacks on a share over the network, and settings in a host's own smb.conf that could weaken it.
 Each attack has an innocent twin that must still work."""
 
 import contextlib
@@ -14,8 +14,8 @@ import sambahost
 from sambahost import HANG, client, command, read, run_script, user_exists, write
 
 CONF = '/etc/samba/smb.conf'
-THEIRS = 'theirs'  # the password of those who are not meant
-NEW = 'anotherHorse1' # a blank would end it in a chat
+THEIRS = 'theirs'  # the password of users who must not get in
+NEW = 'anotherHorse1' # without a blank, which would end it in a chat
 
 
 def uid_of(user):
@@ -23,19 +23,19 @@ def uid_of(user):
 
 
 def with_global(settings):
-    """The configuration of the host with these at the end of [global]."""
+    """Returns the host's smb.conf with these lines at the end of [global]."""
     return sambahost.SMB_CONF.replace('[Textual]', settings + '\n[Textual]')
 
 
 def run_client(args, given=''):
-    """A program of Samba's that connects; its status and output."""
+    """Runs a program of Samba's that connects, and returns its status and output."""
     done = subprocess.run(args, input=os.fsencode(given), stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           timeout=HANG, check=False)
     return done.returncode, done.stdout.decode(errors='replace')
 
 
 class HostTest(sambahost.ScriptTest):
-    """ann has an account on the host and at Samba, as bob and others have."""
+    """ann, like bob and others, has an account on the host and one of Samba's."""
 
     conf = sambahost.SMB_CONF
     known = ('ann', 'bob')
@@ -57,7 +57,7 @@ class HostTest(sambahost.ScriptTest):
         return run_script('addshare', 'alice', self.password_file, folder or self.folder, share, access)
 
     def registry_share(self, name, folder, *settings):
-        """A share of the host's own, without the program's settings."""
+        """Adds a share of the host's own, without the settings of addshare.sh."""
         text = '\n'.join(['[%s]' % name, 'path = ' + folder, *settings, ''])
         subprocess.run(['net', 'conf', 'import', '/dev/stdin', '--', name], input=text.encode(), check=True)
 
@@ -73,7 +73,7 @@ class HostTest(sambahost.ScriptTest):
 
 
 class Clients(HostTest):
-    """Those who can reach the host; the host also has shares without a list of users."""
+    """Attackers who can reach the host, which also has shares without a list of users."""
 
     known = ('ann', 'bob', 'root', 'nobody')
     conf = sambahost.SMB_CONF + '  read only = no\n'
@@ -101,7 +101,7 @@ class Clients(HostTest):
         return sorted(found)
 
     def test_read_only_is_read_only(self):
-        # Each on a file of its own, so that none is in the way of the next.
+        # Each attempt has a file of its own, so that none disturbs the next.
         requests = ['put "%s" new' % self.password_file, 'put "%s" f0' % self.password_file, 'mkdir sub',
                     'rename f1 g', 'rm f2', 'utimes f3 -1 -1 01:01:01-01:01:01 -1', 'deltree d1', 'rmdir d2',
                     'rename d3 d9', 'hardlink f4 h']
@@ -135,7 +135,7 @@ class Clients(HostTest):
 
     @contextlib.contextmanager
     def on_the_wire(self):
-        """A port of somebody's who passes on, and keeps, what client and server send."""
+        """Opens a port that forwards and records the traffic between client and server."""
         kept = bytearray()
         with socket.create_server(('127.0.0.1', 0)) as listener:
             thread = threading.Thread(target=self.pass_on_all, args=(listener, kept))
@@ -165,7 +165,7 @@ class Clients(HostTest):
             target.shutdown(socket.SHUT_WR)
 
     def fetch(self, share, *options, user='alice', password=None):
-        """Whether a client with these options gets the file f, and whether its content can be seen."""
+        """Returns whether a client with these options gets the file f, and whether the traffic shows its content."""
         got = self.scratch + '/fetched'
         with contextlib.suppress(FileNotFoundError):
             os.unlink(got)
@@ -184,14 +184,14 @@ class Clients(HostTest):
         plain = self.make_folder(self.scratch + '/Plain', 'ann', self.content)
         self.registry_share('Plain', plain)
         self.assertEqual(self.fetch('Docs'), (True, False))
-        # A client that does not want to be protected is protected or gets nothing.
+        # A client that asks for no encryption is encrypted or refused.
         for options in (['--client-protection=off'], ['--client-protection=sign'], ['-m', 'SMB3_00']):
             with self.subTest(options):
                 self.assertFalse(self.fetch('Docs', *options)[1])
         for protocol in ('SMB2_02', 'SMB2_10'):
             with self.subTest(protocol):
                 self.assertEqual(self.fetch('Docs', '-m', protocol), (False, False))
-        # The same on a share of the host's own, so that the content would have been seen.
+        # On a share of the host's own the content is visible, so the test would notice it.
         self.assertEqual(self.fetch('Plain', '--client-protection=off', user='ann', password=THEIRS),
                          (True, True))
 
@@ -222,7 +222,7 @@ class Clients(HostTest):
         database = '/var/lib/samba/private/passdb.tdb'
         self.assert_done(run_script('rmuser', 'alice'))
         kept = read(database)
-        # The other tests are about other things than numbers that come again.
+        # Only this test reuses numbers.
         self.addCleanup(command, 'net', 'cache', 'flush')
         for _ in range(2):
             self.add_both() # with the same SID each time
@@ -250,7 +250,7 @@ class PasswordOfTheUser(HostTest):
                                   'usermod --password "\\$$new" "$1" && echo done\n', 0o755)
 
     def change(self, user, old):
-        """Tries all ways to change the password; how many succeeded."""
+        """Tries all ways to change the password, and returns how many succeeded."""
         login, server = '%s%%%s' % (user, old), '127.0.0.1'
         given = '\n'.join([old, NEW, NEW, ''])
         done = [run_client(['smbpasswd', '-s', '-r', server, '-U', user], given)]
@@ -282,7 +282,7 @@ class PasswordOfTheUser(HostTest):
         self.assertEqual(self.shadow('ann')[0], '!')
         self.assertNotEqual(self.change('ann', THEIRS), [])
         self.assertEqual(client('ann', NEW, 'Textual', 'ls')[0], 0)
-        self.assertEqual(self.shadow('ann')[0], '$') # the attack would have led to a login on the host
+        self.assertEqual(self.shadow('ann')[0], '$') # the attack would have allowed a login on the host
         subprocess.run(['smbpasswd', '-s', '-a', 'ann'], input=(THEIRS + '\n' + THEIRS + '\n').encode(),
                        check=True, stdout=subprocess.DEVNULL)
         command('usermod', '--password', '!', 'ann')
@@ -315,10 +315,10 @@ class PasswordOfTheUser(HostTest):
 
 
 class SettingsThatWiden(HostTest):
-    """What [global] says is the default of every share; here it gives more than was asked for."""
+    """[global] has the defaults of all shares; here they allow more than the share is meant to."""
 
     marks = '/srv/marks'
-    # One that is not overridden shows, because all others are.
+    # A default that the share does not override is noticed, because all others are overridden.
     conf = with_global("""
   write list = alice, @nogroup
   admin users = alice, @nogroup
@@ -389,7 +389,7 @@ class SettingsThatWiden(HostTest):
 
 
 class SettingsThatSpoil(HostTest):
-    """[global] makes every share useless that does not say otherwise."""
+    """[global] makes every share useless that does not override its settings."""
 
     conf = with_global("""
   available = no
@@ -432,7 +432,7 @@ class SettingsThatSpoil(HostTest):
         self.assertNotIn('NT_STATUS', output)
         self.assertEqual(os.stat(self.folder + '/new').st_mode & 0o7777, 0o744)
         self.assert_only_alice()
-        self.assert_not_served('NT_STATUS', 'Textual') # which says nothing
+        self.assert_not_served('NT_STATUS', 'Textual') # a share without settings of its own
 
 
 OBSTACLES = [
@@ -457,7 +457,7 @@ OTHER_MAPS = ['root = administrator admin', 'ann = alice2', 'ann = malice, alic'
 
 
 class Obstacles(HostTest):
-    """A host that would not serve the share as promised is refused, with the reason."""
+    """addshare.sh refuses a host that would not serve the share as promised, and prints the reason."""
 
     def setUp(self):
         super().setUp()
@@ -469,7 +469,7 @@ class Obstacles(HostTest):
               '[global]\nadmin users = alice\n[Docs]\npath = /etc\nforce user = root\n')
 
     def add_for_a_moment(self):
-        """Tries to add the share; one that is wrongly made is not in the way of the next attempt."""
+        """Tries to add the share, and removes it if it was made by mistake."""
         result = self.add()
         if result.status == 0:
             run_script('rmshare', 'Docs', self.folder)

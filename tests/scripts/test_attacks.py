@@ -1,5 +1,5 @@
-"""What somebody on the host could do against the share scripts: by the folders and links that he owns, by
-names, by the environment, by what he holds.  Each attack has an innocent twin that must still work."""
+"""Attacks on the share scripts by another user of the host: with folders and links of that user's, names,
+the environment, and locks.  Each attack has an innocent twin that must still work."""
 
 import contextlib
 import ctypes
@@ -19,7 +19,7 @@ from sambahost import HANG, STATE, client, command, read, run_script, script_pat
 AT_FDCWD, RENAME_EXCHANGE = -100, 2
 NOLOGIN = 65534
 
-# Text of a folder that is not bob's.
+# The content of a file in a folder that is not bob's.
 SECRET = b'not for him\n'
 
 
@@ -29,7 +29,7 @@ def uid_of(user):
 
 @contextlib.contextmanager
 def acting_as(user, act):
-    """A process of the user's that calls act() over and over."""
+    """A process of the user's that calls act() repeatedly."""
     reader, writer = os.pipe()
     pid = os.fork()
     if pid == 0:
@@ -56,7 +56,7 @@ def acting_as(user, act):
 
 
 def attempt(user, act):
-    """The error with which the user fails to act, or None."""
+    """Returns the error with which act() fails for the user, or None."""
     pid = os.fork()
     if pid == 0:
         os.setgroups([])
@@ -91,7 +91,7 @@ class AttackTest(sambahost.ScriptTest):
         return path
 
     def start(self, user, argv):
-        """A process of the user's until the test ends."""
+        """Starts a process of the user's, which runs until the test ends."""
         # pylint: disable=consider-using-with
         process = subprocess.Popen(argv, cwd='/', preexec_fn=lambda: os.setuid(uid_of(user)))
         self.addCleanup(process.wait)
@@ -99,7 +99,7 @@ class AttackTest(sambahost.ScriptTest):
         return process
 
     def add_host_user(self, name, uid):
-        """A user that useradd may refuse, as another source of users may have."""
+        """Adds a user whose name useradd may refuse; another source of users may have such a name."""
         before = read('/etc/passwd')
         self.addCleanup(write, '/etc/passwd', before)
         write('/etc/passwd', before + ('%s:x:%d:%d::/nonexistent:/usr/sbin/nologin\n' %
@@ -107,7 +107,7 @@ class AttackTest(sambahost.ScriptTest):
 
 
 class OwnersOfFolders(AttackTest):
-    """bob owns a home that nobody else can enter; what his links lead to is not his."""
+    """bob owns a home that nobody else can enter; the targets of the links in it are not bob's."""
 
     def setUp(self):
         super().setUp()
@@ -117,7 +117,7 @@ class OwnersOfFolders(AttackTest):
         self.anns = self.make_folder(self.scratch + '/anns', 'ann', SECRET)
 
     def ways_to(self, prey):
-        """Paths through bob's home that lead to the folder."""
+        """Returns paths through bob's home that lead to the folder."""
         place = os.path.join(self.home, os.path.basename(prey) or 'root')
         os.mkdir(place)
         os.chown(place, uid_of('bob'), -1)
@@ -148,7 +148,7 @@ class OwnersOfFolders(AttackTest):
                 self.assert_served_once(way)
 
     def test_roots_links_are_followed(self):
-        # As where /home is itself a link.
+        # As on a host where /home is a link.
         homes = self.link(self.scratch, self.scratch + '/homes', 'root')
         odd = self.make_folder(self.scratch + '/  blänk\n 日本 ')
         self.link(odd, self.scratch + '/ \n', 'root')
@@ -194,7 +194,7 @@ class OwnersOfFolders(AttackTest):
                     self.assert_served_once(place)
 
     def test_refuses_mounts_inside_a_sticky_folder(self):
-        # A user's own mount claims any owner, and he can take it away and put a link there.
+        # A user's own mount may claim any owner, and the user can unmount it and put a link there.
         sticky = self.scratch + '/sticky'
         os.mkdir(sticky)
         os.chmod(sticky, 0o1777)
@@ -225,7 +225,7 @@ class OwnersOfFolders(AttackTest):
             bound.bind(self.scratch + '/socket')
         self.link('fifo', self.scratch + '/toFifo')
         self.link('circle', self.scratch + '/circle')
-        deep = '/'.join([self.scratch] + ['d' * 200] * 25) # longer than any path may be
+        deep = '/'.join([self.scratch] + ['d' * 200] * 25) # longer than PATH_MAX
         self.make_deep_folder('d' * 200, 25)
         ways = [(self.scratch + '/' + name + end, 'not a folder') for end in ('', '/', '/inner', '/..')
                 for name in ('fifo', 'file', 'socket', 'toFifo')]
@@ -294,7 +294,7 @@ class Names(AttackTest):
         return text.partition('\n[')[0]
 
     def variants(self, name):
-        """Spellings that Samba takes for the name."""
+        """Returns spellings that Samba takes for the name."""
         upper = name.upper()
         mixed = ''.join(c.upper() if i % 2 else c for i, c in enumerate(name))
         half = len(name) // 2
@@ -377,7 +377,7 @@ class Names(AttackTest):
 
 
 class Callers(AttackTest):
-    """The caller is root, but what surrounds him may be anybody's."""
+    """The caller is root, but its environment, folder and descriptors may be anybody's."""
 
     def up_and_down(self, **kwargs):
         self.add_both(**kwargs)
@@ -386,7 +386,7 @@ class Callers(AttackTest):
         self.assert_done(run_script('rmuser', 'alice', **kwargs))
 
     def hostile_environment(self, mark):
-        """Everything in it that is run or loaded writes the mark."""
+        """Makes a folder of programs and libraries that write the mark when they are run or loaded."""
         evil = self.scratch + '/evil'
         os.makedirs(evil + '/samba')
         for name in ('net', 'pdbedit', 'smbpasswd', 'useradd', 'userdel', 'testparm', 'python3', 'env.sh'):
@@ -411,7 +411,7 @@ class Callers(AttackTest):
             with self.subTest(environment), self.unchanged():
                 self.up_and_down(env=environment)
         self.assertFalse(os.path.exists(mark))
-        command(self.scratch + '/evil/net') # the trap itself works
+        command(self.scratch + '/evil/net') # checks that the trap works
         self.assertTrue(os.path.exists(mark))
 
     def test_works_from_a_deleted_working_directory(self):
@@ -446,7 +446,7 @@ class Callers(AttackTest):
 
 
 class OtherUsers(AttackTest):
-    """ann has an account on the host, and is not meant."""
+    """ann has an account on the host, and must not get in."""
 
     def test_she_reads_and_changes_nothing_of_the_state(self):
         self.add_both()
@@ -454,7 +454,7 @@ class OtherUsers(AttackTest):
         records = [STATE + '/lock', STATE + '/users/alice', share + '/record', '/var/lib/pelago/lastUserNumber']
         folders = [STATE, STATE + '/users', STATE + '/shares', share]
         acts = [lambda p=p, f=f: os.open(p, f) for p in records for f in (os.O_RDONLY, os.O_WRONLY)]
-        # A folder that can be opened could be locked, as the file is.
+        # A folder that others can open could be locked by them, just as a file.
         acts += [lambda p=p: os.open(p, os.O_RDONLY) for p in folders]
         acts += [lambda p=p: os.mkdir(p + '/x') for p in folders]
         acts += [lambda p=p: os.rename(p, p + 'x') for p in records + folders]
@@ -503,7 +503,7 @@ class OtherUsers(AttackTest):
     def test_refuses_anything_planted_at_the_state_path(self):
         command('rm', '-rf', STATE)
         trap = self.make_folder(self.scratch + '/trap', 'ann')
-        # /run is root's; only root can have put these there.
+        # /run belongs to root, so only root can have made these.
         self.assertEqual(attempt('ann', lambda: os.symlink(trap, STATE)), errno.EACCES)
         for make in (lambda: os.symlink(trap, STATE), lambda: write(STATE, ''),
                      lambda: self.make_folder(STATE, 'ann')):

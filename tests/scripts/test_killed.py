@@ -1,5 +1,5 @@
-"""What is left when a tool or a script is killed, and who clears it away: the switch within seconds,
-and without it the next script of any session."""
+"""Whatever a killed tool or script leaves is removed: by the switch within seconds,
+and without the switch by the next script of any session."""
 
 import os
 import plistlib
@@ -49,7 +49,7 @@ class KilledCase(sambahost.ScriptTest):
         switch.wait(HANG)
 
     def start_tool(self, user='alice', share='Docs'):
-        """A tool that shares the folder."""
+        """Starts a tool that shares the folder."""
         # pylint: disable=consider-using-with
         tool = subprocess.Popen([TOOL, self.folder, share, user, self.password_file, 'rw'],
                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
@@ -98,7 +98,7 @@ class WithTheSwitch(KilledCase):
         self.addCleanup(connected.close)
         self.kill(first)
         wait_until(lambda: not user_exists('alice') and not share_exists('Docs'), 'the clearing')
-        # Longer than it takes the switch to hold the service for nobody's.
+        # Longer than the switch needs to notice that a service has no owner.
         for _ in range(5):
             time.sleep(1)
             self.assertIn('blocks available', connected.ask('ls'))
@@ -138,7 +138,7 @@ class WithTheSwitch(KilledCase):
                     self.add_user(run=session.run)
                 arguments = {'adduser': ['alice', 'alice', self.password_file],
                              'addshare': ['alice', self.password_file, self.folder, 'Docs', 'rw']}
-                # Whose tool is killed while it runs, and who is then killed itself.
+                # The script is killed, and then its tool.
                 with sambahost.stand_in(program, 'case "$*" in *showshare*) exec $real "$@" ;; esac; '
                                                  '$real "$@"; kill -9 $PPID'):
                     result = session.run([script_path(script), *arguments[script]])
@@ -150,7 +150,7 @@ class WithTheSwitch(KilledCase):
     def test_boot_clears_the_user_before_smbd_starts(self):
         switch = self.start_switch()
         self.kill(self.start_tool())
-        # As a power cut leaves it: nothing has been cleared, and /run is empty.
+        # As after a power cut: nothing was removed, and /run is empty.
         switch.kill()
         switch.wait(HANG)
         self.assertTrue(user_exists('alice'))
@@ -203,9 +203,9 @@ class WithoutTheSwitch(KilledCase):
 
 
 class Sweep(KilledCase):
-    """A script is killed at one of its system calls, as it enters it."""
+    """A script is killed as it enters one of its system calls."""
 
-    # Every 41st by default, each time from another one on; all of them take half an hour.
+    # Every 41st call by default, from a random first one on; all of them take half an hour.
     STRIDE = int(os.environ.get('PELAGO_KILL_STRIDE', '41'))
 
     def setUp(self):
@@ -218,7 +218,7 @@ class Sweep(KilledCase):
                       'rmshare': ['Docs', self.folder], 'rmuser': ['alice']}
 
     def trace(self, script, *options):
-        """Runs the steps up to the script, and that under strace; the session and the result."""
+        """Runs the steps before the script, and the script under strace; returns the session and the result."""
         session = self.session()
         for step, arguments in self.steps.items():
             if step == script:
@@ -229,7 +229,7 @@ class Sweep(KilledCase):
                                      script_path(script), *self.steps[script]])
 
     def points(self, script):
-        """Each call of an undisturbed run: its name, and the how many-th of that name it is."""
+        """Returns each call of an undisturbed run: its name, and its number among the calls of that name."""
         session, result = self.trace(script)
         self.assert_done(result)
         wait_until(lambda: b'+++ exited' in sambahost.read(self.log), 'the end of the trace')

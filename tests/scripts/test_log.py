@@ -25,7 +25,7 @@ class Log(sambahost.ScriptTest):
         self.socket.settimeout(0.2)
 
     def lines(self):
-        """What our programs have logged: the texts, without priority, time, program and number."""
+        """Returns the messages of our programs, without priority, time, program and process id."""
         texts = []
         try:
             while True:

@@ -1,4 +1,4 @@
-"""rmshare.sh and rmuser.sh: what was made is taken away, and nothing else."""
+"""rmshare.sh and rmuser.sh remove what was made, and nothing else."""
 
 import fcntl
 import os
@@ -58,7 +58,7 @@ class Remove(sambahost.ScriptTest):
                 self.assert_done(self.remove_user())
 
     def test_an_open_connection_cannot_enter_again(self):
-        # It has left the share, so that there is nothing to cut, and yet smbd has it in mind.
+        # The client has left the share, so it is not disconnected, but smbd still knows the share.
         self.add_both()
         connected = self.connect()
         connected.ask('tdis')
@@ -243,7 +243,7 @@ class Remove(sambahost.ScriptTest):
                 session = self.session()
                 if script == 'rmuser':
                     self.add_user(run=session.run)
-                # Killed while the program works, which goes on; whoever clears waits for it.
+                # The script is killed while its program works; the program goes on, and the next clearing waits for it.
                 once = self.scratch + '/once-' + program
                 with sambahost.stand_in(program, '[ -e {0} ] || {{ touch {0}; kill -9 $PPID; sleep 0.5; }}\n'
                                                  'exec $real "$@"'.format(once)):
@@ -359,7 +359,7 @@ class Remove(sambahost.ScriptTest):
         os.makedirs(os.path.dirname(LOCK), exist_ok=True)
         with open(LOCK, 'w', encoding='utf-8') as lock:
             fcntl.flock(lock, fcntl.LOCK_EX)
-            self.assert_done(self.remove_user()) # run_script fails the test when it hangs
+            self.assert_done(self.remove_user()) # run_script fails the test if this hangs
         self.assertFalse(user_exists('alice'))
 
     def test_cleans_up_when_nobody_reads_what_it_says(self):

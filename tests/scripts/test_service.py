@@ -1,5 +1,5 @@
-"""pelago-smb-service: what the preferences say of the SMB service, in both formats of the file, and
-the service switched by hand."""
+"""pelago-smb-service prints the state of the SMB service from both formats of the preferences, and
+switches the service by hand."""
 
 import os
 import plistlib

@@ -1,4 +1,4 @@
-"""Several sessions beside each other, and after each other when one was killed."""
+"""Several sessions at once, and sessions after one that was killed."""
 
 import concurrent.futures
 import os
@@ -19,15 +19,15 @@ class Sessions(sambahost.ScriptTest):
         return session
 
     def left_behind(self, user='alice', share='Docs'):
-        """What a session leaves that is killed while it waits."""
+        """Makes what a session leaves that is killed while it waits."""
         self.start_session(user, share, self.folder).kill()
 
     def reboot(self):
-        """/run is empty after a reboot; users and the registry are as they were."""
+        """Leaves the host as after a reboot: /run is empty, users and the registry are unchanged."""
         command('rm', '-rf', sambahost.STATE)
 
     def test_two_at_once_serve_each_their_user(self):
-        hers, his = self.session(), self.session()
+        first, second = self.session(), self.session()
         other = self.make_folder(self.scratch + '/Other', content=b'other text\n')
 
         def run(session, user, share, folder):
@@ -35,15 +35,15 @@ class Sessions(sambahost.ScriptTest):
             self.add_share(share, user, folder, run=session.run)
 
         with concurrent.futures.ThreadPoolExecutor() as pool:
-            for future in [pool.submit(run, hers, 'alice', 'Hers', self.folder),
-                           pool.submit(run, his, 'carl', 'His', other)]:
+            for future in [pool.submit(run, first, 'alice', 'Hers', self.folder),
+                           pool.submit(run, second, 'carl', 'His', other)]:
                 future.result()
         self.assert_served('Hers', 'alice')
         self.assert_served('His', 'carl', content=b'other text\n')
         self.assert_not_served('ACCESS_DENIED', 'His', 'alice')
         self.assert_not_served('ACCESS_DENIED', 'Hers', 'carl')
-        self.assert_done(run_script('rmshare', 'Hers', self.folder, run=hers.run))
-        self.assert_done(run_script('rmuser', 'alice', run=hers.run))
+        self.assert_done(run_script('rmshare', 'Hers', self.folder, run=first.run))
+        self.assert_done(run_script('rmuser', 'alice', run=first.run))
         self.assert_served('His', 'carl', content=b'other text\n')
 
     def test_the_same_folder_can_be_shared_twice(self):
@@ -159,7 +159,7 @@ class Sessions(sambahost.ScriptTest):
         self.assert_served()
 
     def change_session(self, change):
-        """Changes the number, the start and the boot of the session in alice's record."""
+        """Changes the process id, the start time and the boot of the session in alice's record."""
         path = sambahost.STATE + '/users/alice'
         before, session = sambahost.read(path).split(b'session ')
         sambahost.write(path, before + b'session %s %s %s\n' % change(*session.split()))
@@ -188,7 +188,7 @@ class Sessions(sambahost.ScriptTest):
         self.add_user()
 
     def test_a_caller_may_have_any_name(self):
-        # The name stands in the middle of the line that the start time is read from.
+        # The program's name is in the middle of the line from which the start time is read.
         with open('/proc/self/comm', encoding='utf-8') as file:
             name = file.read().strip()
         self.addCleanup(sambahost.write, '/proc/self/comm', name)
@@ -238,7 +238,7 @@ class Sessions(sambahost.ScriptTest):
 
 
 class BeingCleared(sambahost.ScriptTest):
-    """What a killed session left, while another process, such as the switch, is clearing it away."""
+    """Another process, such as the switch, is removing what a killed session left."""
 
     NAPS = '-e', 'trace=nanosleep,clock_nanosleep', '-e', 'signal=none'
 
@@ -251,7 +251,7 @@ class BeingCleared(sambahost.ScriptTest):
         left.kill()
 
     def start_clearing(self, program, arguments):
-        """Clears in a process that stops where the program is first started with these arguments."""
+        """Starts the clearing in a process that stops when it first starts the program with these arguments."""
         self.stand_in(program, 'case "$*" in %s) [ -e %s/started ] || { %s; };; esac; exec $real "$@"'
                       % (arguments, self.scratch, self.waiting()))
         # pylint: disable=consider-using-with
@@ -273,7 +273,7 @@ class BeingCleared(sambahost.ScriptTest):
             script, user, self.password_file, self.folder, 'Docs', 'rw']
 
     def run_beside(self, script, user, end_clearing):
-        """Runs a script, which must wait; the clearing is ended once it does."""
+        """Runs a script, which must wait; once it does, the clearing is ended."""
         name, *arguments = self.arguments(script, user)
         sambahost.write(self.log, '')
         # With -D the script stays a child of this process, which is its session.  Its log is empty

@@ -1,4 +1,4 @@
-"""The service switch: smbd runs while the preferences say so, and dead sessions are cleared away."""
+"""The service switch runs smbd while the preferences enable it, and removes what dead sessions left."""
 
 import contextlib
 import fcntl
@@ -24,7 +24,7 @@ STOPPED = b'pelago-smb-switch: stopping smbd, for the preferences do not enable 
 
 
 def set_services(*services):
-    """Puts a new file in the old one's place, as the preferences are always written."""
+    """Replaces the file by rename, as the preferences are always written."""
     put(plistlib.dumps({'EnabledServices': list(services)}))
 
 
@@ -88,7 +88,7 @@ class Switch(unittest.TestCase):
         return done.stdout
 
     def end_of_loop(self):
-        """The loop has ended by itself; (status, stderr)."""
+        """Waits until the switch ends by itself; returns (status, stderr)."""
         output = self.loop.communicate(timeout=HANG)[1].decode()
         return self.loop.returncode, output
 
@@ -198,7 +198,7 @@ class Switch(unittest.TestCase):
         write(LOCK, '', 0o644)
         with open(LOCK, 'rb') as held:
             fcntl.flock(held, fcntl.LOCK_EX)
-            self.assert_once() # it fails the test when it hangs
+            self.assert_once() # fails the test if the switch hangs
         before = os.stat(LOCK)
         self.assertEqual((before.st_uid, before.st_mode & 0o7777), (0, 0o600))
         self.assert_once()
@@ -216,7 +216,7 @@ class Switch(unittest.TestCase):
         wait_until(answers, 'smbd to come up')
         os.unlink(FILE)
         wait_until(is_off, 'smbd to go')
-        write(FILE, plistlib.dumps({'EnabledServices': ['disk']})) # written in place
+        write(FILE, plistlib.dumps({'EnabledServices': ['disk']})) # not by rename
         wait_until(answers, 'smbd to come up')
         self.assertIsNone(self.loop.poll(), 'stopping smbd does not stop the loop')
 

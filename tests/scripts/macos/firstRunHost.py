@@ -1,6 +1,6 @@
-"""What firstRun.sh needs of a Mac beside what the share scripts do: a tool, and some more programs.
+"""Stand-ins for firstRun.sh in addition to those of the share scripts: the tool, and some more programs.
 
-Each point of its list can be bad: `bad` of the model holds the numbers.
+The model's `bad` has the numbers of the points of the script's list that are bad.
 """
 
 import os
@@ -26,7 +26,7 @@ PROGRAMS = {
 
 class FirstRunPrograms(machost.Programs):
 
-    # -- What others answer differently when a point is bad
+    # -- Programs whose output differs when a point is bad
 
     def osascript(self, args, stdin):
         user = args[4]
@@ -70,7 +70,7 @@ class FirstRunPrograms(machost.Programs):
         return answer.replace('dsAttrTypeNative:IsHidden', 'IsHidden') if 6 in self.mac.bad else answer
 
     def launchd(self):
-        """Runs the job every now and then, once somebody has asked for it."""
+        """Runs the job repeatedly, once it was started."""
         global clearing  # pylint: disable=global-statement
         if self.mac.asked_for_job and 25 not in self.mac.bad and (not clearing or clearing.poll() is not None):
             # pylint: disable=consider-using-with
@@ -84,7 +84,7 @@ class FirstRunPrograms(machost.Programs):
         return answer.replace('name:', 'called:') if args == ['-l'] and 7 in self.mac.bad else answer
 
     def spell_in_other_ways(self, path):
-        """A disk that compares names without case and normal form; a link is another name of its own."""
+        """Models a disk that ignores the case and the normal form of names; a link has a name of its own."""
         for other in (path.replace('Grösse', 'GRöSSE'), path.replace('ö', 'o\u0308')):
             os.mkdir(other) if 18 in self.mac.bad else os.symlink(path, other)
 
@@ -158,7 +158,7 @@ class FirstRunPrograms(machost.Programs):
         return 'user is %sa member of the group\n' % ('' if args[2] in self.mac.effective else 'not ')
 
     def smbutil(self, args, _):
-        """Who logs in sees the shares."""
+        """Lists the shares for a user who can log in."""
         if args[:2] == ['view', '-g']:
             raise Refusal('smbutil: server rejected the connection: Authentication error', 77)
         match = re.fullmatch('//([a-z]+):([^@]+)@127.0.0.1', args[1])
@@ -169,7 +169,7 @@ class FirstRunPrograms(machost.Programs):
         return 'Share  Type\n' + ''.join(name + '  Disk\n' for name in self.mac.records['SharePoints'])
 
     def touch(self, args, _):
-        """What is new gets what its folder passes on."""
+        """Makes files, which inherit access entries from their folder."""
         if args[0] != '--':
             raise Misuse
         for name in args[1:]:
@@ -212,7 +212,7 @@ class FirstRunPrograms(machost.Programs):
         return ''
 
     def prefs(self, args, _):
-        """What the tool asks of the preferences: "lock" with what it has read, "on" and "off"."""
+        """The tool's calls of the preferences: "lock" with the state that it has read, "on" and "off"."""
         if args[0] == 'lock':
             if len(args) > 1 and args[1] != str(self.mac.generation) and 15 not in self.mac.bad:
                 raise Refusal('stale')
@@ -238,7 +238,7 @@ def set_up():
     machost.PROGRAMS.update(PROGRAMS)
     machost.Programs = FirstRunPrograms
     host = machost.set_up()
-    host.pause = 0.05 # to look all the time would take a processor of its own
+    host.pause = 0.05 # checking without a pause would occupy a processor
     shutil.copy(machost.REPO + '/product/macos/firstRun.sh', FIRST_RUN)
     shutil.copy(HERE + '/firstRunTool.py', SHARES + '/pelagoShareTool')
     os.chmod(SHARES + '/pelagoShareTool', 0o755)
@@ -246,7 +246,7 @@ def set_up():
 
 
 def make_mac(host):
-    """A person's home, and what the model has to know more."""
+    """Adds a person's home, and more to the model."""
     host.mac.services, host.mac.generation = [], 1
     host.mac.bad, host.mac.policies, host.mac.effective = set(), set(), set()
     host.mac.slow_looks, host.mac.asked_for_job = 0, False

@@ -1,5 +1,5 @@
 #!/usr/bin/python3 -I
-"""The tool, for the test of firstRun.sh: the same order of things, and the same lines, on the modelled Mac."""
+"""Replaces the tool in the test of firstRun.sh: the same steps and the same lines, on the modelled Mac."""
 
 import os
 import subprocess
@@ -19,7 +19,7 @@ def script(name, *args):
 
 
 def restore(generation, switched_on):
-    """Whether the preferences could be locked again; they name who else has written them."""
+    """Returns whether the preferences could be locked again; they name the last process that wrote them."""
     if prefs('lock', generation) is None:
         print('1 - Unable to lock preferences.', flush=True)
         return False

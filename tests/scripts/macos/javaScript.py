@@ -1,4 +1,4 @@
-"""Runs what a script gives to `osascript -l JavaScript`, in osascript.js."""
+"""Runs the JavaScript that a script passes to `osascript -l JavaScript`, in osascript.js."""
 
 import base64
 import functools
@@ -10,21 +10,21 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 
 
 class Answer:
-    def __init__(self, told):
-        self.status, self.complaint, self.misuses = told['status'], told['complaint'], told['misuses']
-        self.passwords = [(one['user'], base64.b64decode(one['password'])) for one in told['passwords']]
+    def __init__(self, answer):
+        self.status, self.complaint, self.misuses = answer['status'], answer['complaint'], answer['misuses']
+        self.passwords = [(one['user'], base64.b64decode(one['password'])) for one in answer['passwords']]
 
 
 @functools.lru_cache(None)
 def interpreter():
-    """One for all programs: starting it takes longer than they do.  It ends with its standard input."""
+    """One process for all programs, because starting it takes longer than they do.  It ends with its standard input."""
     # pylint: disable=consider-using-with
     return subprocess.Popen(['node', HERE + '/osascript.js'], stdin=subprocess.PIPE,
                             stdout=subprocess.PIPE)
 
 
 def run(program, arguments, stdin, users, refusal=None):
-    """Not for two threads at once.  USERS are those of the local directory."""
+    """Runs the program; not for two threads at once.  USERS are those of the local directory."""
     request = {'program': program, 'arguments': arguments, 'users': list(users), 'refusal': refusal,
                'input': base64.b64encode(stdin).decode()}
     node = interpreter()

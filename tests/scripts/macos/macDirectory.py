@@ -1,4 +1,4 @@
-"""The stand-ins that answer from the Mac's directory: records, groups, passwords and shares."""
+"""The stand-ins that use the Mac's directory: records, groups, passwords and shares."""
 
 import os
 import re
@@ -10,7 +10,7 @@ NOT_FOUND = '<dscl_cmd> DS Error: -14136 (eDSRecordNotFound)'
 
 
 def without_escapes(part):
-    """dscl undoes them in each part of a path, and breaks down on what only looks like one."""
+    """Decodes percent escapes, as dscl does in each part of a path; dscl crashes on an invalid one."""
     if re.search('%(?![0-9A-Fa-f]{2})', part):
         raise Refusal('*** Terminating app due to uncaught exception', 134)
     return urllib.parse.unquote(part)
@@ -99,7 +99,7 @@ class DirectoryPrograms:
     # -- users and groups
 
     def dseditgroup(self, args, _):
-        """A member is noted twice, by name and by UUID."""
+        """A group lists a member twice, by name and by UUID."""
         if args[:2] != ['-o', 'edit'] or args[2] not in ('-a', '-d') or args[4:6] != ['-t', 'user'] \
                 or len(args) != 7:
             raise Misuse

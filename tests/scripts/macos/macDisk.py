@@ -1,6 +1,6 @@
-"""The stand-ins that answer from the Mac's disk: access entries, flags, owners.
+"""The stand-ins that use the Mac's disk: access entries, flags, owners.
 
-The files are this machine's; what it knows nothing of, access entries and flags, is the model's.
+The files are on this machine; the model has what Linux lacks, access entries and flags.
 """
 
 import os
@@ -26,7 +26,7 @@ os.lchown(sys.argv[2], int(sys.argv[1]), -1)
 if mode & 0o170000 == 0o100000:
     os.chmod(sys.argv[2], mode & 0o7777)
 """ % sys.executable
-# chmod, where a pipe has just come in the place of what it changes: it opens that.
+# chmod, after a pipe has just replaced its file: it opens the pipe.
 OPENING_CHMOD = '/tmp/openingChmod'
 OPENING_CHMOD_TEXT = '#!/bin/dash\nmkfifo "$2.pipe" && mv -f "$2.pipe" "$2" && exec cat "$2"\n'
 LOCKS = {'uchg', 'uappnd', 'schg', 'sappnd'}
@@ -34,7 +34,7 @@ FIND_WORDS = {'(', ')', '!', '-o', '-type', 'd', 'f', 'l', '-links', '1', '-user
 
 
 def everything_in(path):
-    """The path and all below it, links neither followed nor counted."""
+    """Returns the path and everything below it, except links."""
     yield path
     for folder, folders, files in os.walk(path):
         for name in folders + files:
@@ -47,7 +47,7 @@ def below(path, folders):
 
 
 def status_of(pid):
-    """Of a process that runs, else nothing."""
+    """Returns the fields of /proc/PID/status, or None unless the process runs."""
     try:
         with open('/proc/%d/status' % pid, encoding='utf-8', errors='replace') as file:
             lines = dict(line.split(':', 1) for line in file)
@@ -62,7 +62,7 @@ def ignores(pid, signal_number):
 
 
 def rank(entry):
-    """Where an entry stands in the order that chmod keeps: denials first, what was passed on last."""
+    """The entry's position in the order that chmod keeps: denials first, inherited entries last."""
     return 2 * entry[3] + (entry[1] == 'allow')
 
 
@@ -73,7 +73,7 @@ class DiskPrograms:
         return os.path.normpath(os.path.join(self.cwd, name))
 
     def check_change(self, path, name):
-        """What the kernel refuses even to root."""
+        """Refuses the changes that the kernel refuses even to root."""
         if below(path, self.mac.read_only):
             raise Refusal('%s: Read-only file system' % name)
         if self.mac.flags.get(path) or below(path, self.mac.private):
@@ -82,7 +82,7 @@ class DiskPrograms:
     # -- access entries
 
     def chmod(self, args, _):
-        """In the current folder only, and with -h not through a link."""
+        """Changes files in the current folder only; with -h it does not follow a link."""
         follows = args[:1] != ['-h']
         verb, text, name = args[0 if follows else 1:]
         if verb not in ('+a', '-a') or '/' in name:
@@ -99,7 +99,7 @@ class DiskPrograms:
         return ''
 
     def wait_for_writer(self, path):
-        """chmod opens what it changes, and a pipe without a writer keeps it waiting until it is ended."""
+        """chmod opens the file that it changes; at a pipe without a writer it waits until it is killed."""
         if not stat.S_ISFIFO(os.lstat(path).st_mode):
             return
         ignore = ['/usr/bin/env', '--ignore-signal=TERM'] if ignores(self.pid, signal.SIGTERM) else []
@@ -116,7 +116,7 @@ class DiskPrograms:
         raise Refusal('', 128 - status)
 
     def add_entry(self, entry, path, name):
-        """Into the entry of the same user and kind if there is one, else before its like."""
+        """Adds the rights to the entry of the same user and kind, or a new entry before others of its rank."""
         there = list(self.mac.entries.get(path, ()))
         if sorted(there, key=rank) != there:
             raise Refusal('chmod: The specified file %s does not have an ACL in canonical order' % name)
@@ -131,8 +131,8 @@ class DiskPrograms:
         self.mac.entries[path] = there
 
     def take_entry(self, entry, path, name):
-        """Rights are taken one by one, from what was passed on as well.  The list grows shorter while it
-        is walked along, so that the entry after one that goes is not looked at."""
+        """Removes the rights one by one, from inherited entries, too.  Removing an entry shortens the list during
+        the walk, so the walk skips the entry after it."""
         there = list(self.mac.entries.get(path, ()))
         index, found = 0, False
         while index < len(there):
@@ -150,7 +150,7 @@ class DiskPrograms:
             raise Refusal("chmod: No ACL present '%s'" % name)
 
     def ls(self, args, _):
-        """With -R what is in the folder, but not the folder itself."""
+        """With -R changes everything in the folder, but not the folder itself."""
         if len(args) != 3 or args[0] not in ('-lqed', '-lqeR') or args[1] != '--':
             raise Misuse
         if args[0] == '-lqeR' and args[2] != '.':
@@ -169,7 +169,7 @@ class DiskPrograms:
     # -- looking
 
     def stat(self, args, _):
-        """Links are not followed.  What is missing costs the status, and the rest is printed."""
+        """Does not follow links.  If a file is missing, prints the others and fails."""
         formats = {'%d:%i': '{0.st_dev}:{0.st_ino}', '%d:%i %p %u': '{0.st_dev}:{0.st_ino} {0.st_mode:o} {0.st_uid}'}
         if len(args) < 3 or args[0] != '-f' or args[1] not in formats:
             raise Misuse
@@ -195,7 +195,7 @@ class DiskPrograms:
     # -- find, and what it runs
 
     def find(self, args, _):
-        """What it finds is true; what it runs is done here.  Its status is not that of what it runs."""
+        """Finds real files, and runs its commands on the model.  Its status does not depend on the commands'."""
         if args[:3] != ['-P', '.', '-xdev']:
             raise Misuse
         tests, command, locked = list(args), None, '-flags' in args
@@ -255,7 +255,7 @@ class DiskPrograms:
             raise Misuse
 
     def run_shell(self, text, args, folder, path):
-        """For real, but that a file keeps the bits with which who runs it becomes its owner."""
+        """Changes the owner for real, but keeps the set-user-ID and set-group-ID bits."""
         has_pipe = path in self.mac.late_pipes
         text = text.replace('/usr/sbin/chown -h', ': ' if below(path, self.mac.owners_ignored) else KEEPING_CHOWN)
         text = text.replace('/bin/chmod -h', OPENING_CHMOD if has_pipe else '/bin/chmod.real')
@@ -274,14 +274,14 @@ class DiskPrograms:
             raise Refusal(os.fsdecode(out))
 
     def note_stuck(self, shell, path):
-        """Once its chmod is at the pipe."""
+        """Notes the process once its chmod waits at the pipe."""
         while shell.poll() is None and not stat.S_ISFIFO(os.lstat(path).st_mode):
             time.sleep(0.01)
         self.host.held_up.append(path)
         self.host.stuck[self.pid] = shell.pid
 
     def pgrep(self, args, _):
-        """Which program that one waits for: only one that is stuck is ever seen."""
+        """Prints the child of a process; the model knows only children that are stuck."""
         if len(args) != 2 or args[0] != '-P':
             raise Misuse
         stuck = self.host.stuck.get(int(args[1]))

@@ -1,9 +1,9 @@
-"""What there is on the Mac that the stand-ins answer for: records, passwords, shares, access entries.
+"""The state of the modelled Mac: records, passwords, shares, access entries.
 
-The model keeps to what is known of a Mac, and where that is uncertain takes the worse: a share lets
-guests in unless told not to, two records may have one number, a password for SMB exists only when it
-was set after it was asked for, setting an attribute can fail with status 0, and a user that was asked
-for in vain stays unknown for a while.
+The model follows what is known of a Mac, and assumes the worse case where that is uncertain: a share
+admits guests by default, two records may have one number, a password for SMB exists only when it
+was set after the request for one, setting an attribute can fail with status 0, and a user who was
+not found stays unknown for a while.
 """
 
 import os
@@ -11,7 +11,7 @@ import uuid
 
 from scriptRunner import write
 
-UNKNOWN_SECONDS = 0.25  # how long an answer that there is no such user is given again
+UNKNOWN_SECONDS = 0.25  # how long a failed look-up of a user is cached
 
 
 class Misuse(Exception):
@@ -27,13 +27,13 @@ class Refusal(Exception):
 
 
 class Connection:
-    """A client that is connected.  What it may it keeps, whatever becomes of its user and the share."""
+    """A connected client.  It keeps its rights when its user or the share is removed."""
 
     def __init__(self, mac, number):
         self.mac, self.number = mac, number
 
     def writes(self, path, content=b'written\n'):
-        """A file as a client makes it: its user's own, with what the folder passes on."""
+        """Makes a file as a client does: it belongs to the client's user and inherits the folder's entries."""
         write(path, content, 0o600)
         os.chown(path, self.number, -1)
         passed_on = [entry[:3] + (True,) for entry in self.mac.entries.get(os.path.dirname(path), ())
@@ -45,29 +45,29 @@ class Connection:
 class Mac:
     def __init__(self):
         self.records = {'Users': {}, 'Groups': {}, 'SharePoints': {}}
-        self.hash_types = {}   # user -> the types that are asked for
-        self.global_hash_types = []  # those of a user who has none of his own
+        self.hash_types = {}   # user -> the requested types
+        self.global_hash_types = []  # those of a user without own ones
         self.passwords = {}    # user -> bytes, as it was set last
-        self.password_refusals = []  # what becomes of each try to set one; see osascript.js
-        self.nt_hashes = {}    # user -> bytes, when it was set while SMB-NT was asked for
+        self.password_refusals = []  # the result of each attempt to set one; see osascript.js
+        self.nt_hashes = {}    # user -> bytes, if it was set while SMB-NT was requested
         self.network_users = {}
-        self.unknown = {}      # user -> until how long waited there is said to be no such user
+        self.unknown = {}      # user -> value of waited up to which the user is not found
         self.waited = 0        # seconds
-        self.remember_seconds = 0  # how long a user who was removed is still found
-        self.remembered = {}   # user -> number, and until how long waited it is still said
+        self.remember_seconds = 0  # how long a removed user is still found
+        self.remembered = {}   # user -> number, and value of waited up to which it is found
         self.running = set()   # the numbers of the users that processes run as
         self.entries = {}      # path -> [(UUID of the user, kind, rights, inherited)]
         self.flags = {}        # path -> the flags that lock it, such as "uchg"
-        self.read_only = set()       # folders that are mounted so
+        self.read_only = set()       # folders that are mounted read-only
         self.owners_ignored = set()  # folders on volumes whose owners are ignored
         self.private = set()   # folders that not even root may change or read without consent
         self.smb_after = 0     # how many connections are refused before the service is up
-        self.smb_serves = True # a connection alone does not say so
+        self.smb_serves = True # a connection alone does not show that
         self.ssh = False       # whether Remote Login is on
         self.nc_seconds = 0    # how long a refused connection takes
         self.clock = 1.8e9     # the time of day; only waiting takes time
-        self.swap = None       # called by find with each path, between its looking and its doing
-        self.late_pipes = set()  # where a pipe comes between the look of a shell that find runs and its chmod
+        self.swap = None       # find calls it with each path, between its check and its action
+        self.late_pipes = set()  # paths that a pipe replaces between a shell's check and its chmod
         self.zone = 2          # hours that the Mac's own clock is ahead
         self.sharing_has_r = True
         self.services = None   # EnabledServices in the preferences of the SMB service
@@ -94,7 +94,7 @@ class Mac:
         return self.records[kind][name].get(key, [''])[0]
 
     def user(self, name):
-        """The record of a user as the system's lookups find it, or nothing."""
+        """Returns a user's record as the system's look-ups find it, or None."""
         if self.unknown.get(name, 0) > self.waited:
             return None
         user = self.records['Users'].get(name, {})
@@ -123,7 +123,7 @@ class Mac:
     # -- clients
 
     def client_connects(self, user, password, share):
-        """A connection, or nothing for a client that is not let in."""
+        """Returns a connection, or None if the client is refused."""
         point = self.records['SharePoints'].get(share)
         access = self.records['Groups'].get('com.apple.access_smb')
         if not self.smb_serves or self.smb_after or not point or point['services'][0][2] != '1' \

@@ -1,11 +1,11 @@
-"""A Mac for the tests of its share scripts: stand-ins for its programs, which answer from a model of it.
+"""A Mac for the tests of its share scripts: stand-ins for its programs, which work on a model of it.
 
-The stand-ins lie at the programs' own paths, so this changes the machine: it runs in tools/sandbox.sh
-only.  Each call of one is answered here, in the process of the test, from the model.  A call that the
-real program would not understand is answered with status 64 and noted as a misuse, which fails the
-test whatever the script makes of the status.
+The stand-ins are at the programs' own paths, so this changes the machine: it runs in tools/sandbox.sh
+only.  The test's process computes the output of each call from the model.  A call that the
+real program would not understand gets status 64 and is noted as a misuse, which fails the
+test whatever the script does with the status.
 
-macModel.py is the model, macDirectory.py and macDisk.py hold the programs that work on it; the rest is here.
+macModel.py has the model, macDirectory.py and macDisk.py most of the programs; the others are here.
 """
 
 import contextlib
@@ -59,7 +59,7 @@ CHANGING = ('-create', '-delete', '-a', '-r', '-sethashtypes', 'edit', '+a', 'Ja
 # ---- The programs
 
 def process_facts(pid, environ=b'TZ=UTC0', zone=0):
-    """State and start of a process, the latter in words of the caller's language, at the caller's hour."""
+    """Returns the state and the start time of a process, the latter in the caller's language and time zone."""
     fields = read('/proc/%d/stat' % pid).rpartition(b')')[2].split()
     booted = int(re.search(rb'btime (\d+)', read('/proc/stat'))[1])
     seconds = booted + int(fields[19]) // os.sysconf('SC_CLK_TCK')
@@ -71,7 +71,7 @@ def process_facts(pid, environ=b'TZ=UTC0', zone=0):
 
 
 def process_mark(pid):
-    """As a script notes a process that runs."""
+    """Returns the mark by which a script identifies a running process."""
     return '%d %s\n' % (pid, ' '.join(process_facts(pid)[1].split()))
 
 
@@ -82,7 +82,7 @@ class Programs(DirectoryPrograms, DiskPrograms):
         self.mac, self.call, self.host = mac, call, host
         self.pid = call.pid
         self.cwd = cwd or call.cwd
-        self.real_cwd = '/proc/%d/cwd' % call.pid # whatever it is called by now
+        self.real_cwd = '/proc/%d/cwd' % call.pid # leads to the folder even if it was renamed
 
     # -- passwords
 
@@ -105,7 +105,7 @@ class Programs(DirectoryPrograms, DiskPrograms):
     # -- the service
 
     def nc(self, args, _):
-        """That something listens: nothing is said of what it serves."""
+        """Succeeds when something listens, which does not show what it serves."""
         if args[:-1] != ['-z', '-G', '1', '-w', '1', '127.0.0.1'] or args[-1] not in ('22', '445'):
             raise Misuse
         if args[-1] == '22':
@@ -126,13 +126,13 @@ class Programs(DirectoryPrograms, DiskPrograms):
             raise Misuse
         try:
             state, start = process_facts(int(args[1]), self.call.environ, self.mac.zone)
-        except (FileNotFoundError, ProcessLookupError) as error: # the latter when it ends meanwhile
+        except (FileNotFoundError, ProcessLookupError) as error: # the latter if it ends meanwhile
             raise Refusal('') from error
         return '%-4s %s    \n' % (state, start)
 
     @staticmethod
     def od(args, stdin):
-        """Wide gaps, and blanks to the end of the line: as od prints it there."""
+        """Prints wide gaps, and blanks up to the end of the line, as a Mac's od does."""
         if args != ['-An', '-v', '-to1']:
             raise Misuse
         lines = [stdin[start:start + 16] for start in range(0, len(stdin), 16)]
@@ -140,7 +140,7 @@ class Programs(DirectoryPrograms, DiskPrograms):
                        for line in lines)
 
     def sleep(self, args, _):
-        if args == ['1']: # one who watches, while another program runs
+        if args == ['1']: # a script that watches another program
             time.sleep(0.01)
             return ''
         if args != ['0.1']:
@@ -167,7 +167,7 @@ class Programs(DirectoryPrograms, DiskPrograms):
 class Call:
     def __init__(self, argv, environ, stdin, pid):
         self.path, self.args = argv[0], argv[1:]
-        self.pid = pid # it waits until it is answered
+        self.pid = pid # the stand-in waits for the answer
         try:
             self.cwd = os.readlink('/proc/%d/cwd' % pid)
         except FileNotFoundError as error:
@@ -191,12 +191,12 @@ def read_all(file, size):
 
 
 class Host:
-    """Answers the stand-ins, one at a time, and notes what they were asked."""
+    """Answers the stand-ins, one at a time, and records their calls."""
 
     def __init__(self):
         require_sandbox()
         self.lock = threading.Lock()
-        self.pause = 0.002  # seconds that a script really waits when it waits a tenth of one
+        self.pause = 0.002  # the real seconds of a script's wait of a tenth of a second
         self.wipe()
         self.listener = socket.socket(socket.AF_UNIX)
         with contextlib.suppress(FileNotFoundError):
@@ -206,13 +206,13 @@ class Host:
         threading.Thread(target=self.serve, daemon=True).start()
 
     def wipe(self):
-        """A new Mac without a trace of a session."""
+        """Makes a new Mac without a trace of a session."""
         self.mac = Mac()
         self.calls, self.misuses = [], []
         self.held_up = []   # the paths at which a program would have waited for ever
-        self.stuck = {}     # process that waits -> the program it has started, which waits for ever
+        self.stuck = {}     # waiting process -> the program it has started, which waits for ever
         self.fault = None   # (first call, last call, "refuse" | "after" | "lie"), counted from 1
-        self.hook = None    # called with each call, before or after it is answered
+        self.hook = None    # is called with each call, before or after the answer
         self.after_hook = None
         for folder in (STATE, LOCKS):
             shutil.rmtree(folder, ignore_errors=True)
@@ -237,12 +237,12 @@ class Host:
                     self.after_hook(call)
                 connection.sendall(struct.pack('=3I', status, len(out), len(err)) + out + err)
         except (BrokenPipeError, ConnectionResetError, ProcessLookupError):
-            pass  # killed while it waited for the answer
+            pass  # the stand-in was killed while it waited for the answer
         except Exception:  # pylint: disable=broad-except
             self.misuses.append(traceback.format_exc())
 
     def perform_in_turn(self, call):
-        """Who watches over another program does so at any time: such calls have no number."""
+        """Performs the call.  Calls that watch another program come at any time, so they get no number."""
         if call.name == 'pgrep' or call.args == ['1']:
             return self.perform(call, 0)
         if call.name == 'sleep':
@@ -264,7 +264,7 @@ class Host:
             out = getattr(Programs(self.mac, call, host=self), call.name)(call.args, call.stdin)
         except Refusal as refusal:
             return refusal.status, os.fsencode(refusal.out), os.fsencode(str(refusal) + '\n')
-        except ProcessLookupError: # killed while it worked
+        except ProcessLookupError: # the stand-in was killed meanwhile
             raise
         except Exception:  # pylint: disable=broad-except
             self.misuses.append('%r\n%s' % (call, traceback.format_exc()))
@@ -274,7 +274,7 @@ class Host:
         return 0, os.fsencode(out), b''
 
     def snapshot(self):
-        """All that a script could have changed, to compare."""
+        """Returns everything that a script could change, to compare."""
         with self.lock:
             model = copy.deepcopy({key: value for key, value in vars(self.mac).items()
                                    if key not in ('smb_after', 'clock', 'unknown', 'waited', 'remembered')})
@@ -297,8 +297,8 @@ class Host:
 
 
 def tree(top):
-    """Paths below a folder with their modes and contents.  What every script makes is left out, and
-    the note of the last number, which each user that is made changes."""
+    """Returns the paths below a folder with their modes and contents, except the folders that every script
+    makes, and the note of the last number, which each new user changes."""
     found = {}
     for folder, folders, files in os.walk(top):
         for name in folders + files:
@@ -314,7 +314,7 @@ STRIDE = os.environ.get('PELAGO_MAC_STRIDE')
 
 
 def sample(every, things, what):
-    """Every so many-th of them, each time from another one on; PELAGO_MAC_STRIDE says how many, 1 is all."""
+    """Returns every Nth thing, from a random first one on; N is every, or PELAGO_MAC_STRIDE, and 1 is all."""
     things = list(things)
     stride = int(STRIDE or every)
     taken = things[random.randrange(min(stride, len(things))):][::stride]
@@ -327,7 +327,7 @@ HOST = None
 
 
 def set_up():
-    """Puts the stand-ins in place of the programs, and the scripts in theirs; the host that answers."""
+    """Replaces the programs by stand-ins and installs the scripts; returns the host that answers the stand-ins."""
     global HOST  # pylint: disable=global-statement
     require_sandbox()
     if HOST:
@@ -353,7 +353,7 @@ def set_up():
 # ---- The tests' base
 
 class MacTest(scriptRunner.ScriptTest):
-    """A new Mac for each test, a private folder of bob's, and a password file."""
+    """The tests' base class: a new Mac for each test, a private folder of bob's, and a password file."""
 
     maxDiff = None
     shell = SHELL

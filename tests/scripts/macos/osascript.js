@@ -7,19 +7,19 @@
 //   answer   {status, complaint, misuses: [text], passwords: [{user, password: base64}]}
 //
 // The model knows only the classes, the methods and the constants that setting a password needs, each with
-// the number and the kinds of its arguments.  Whatever else a program asks for is a misuse: a Mac may know
-// it, or not.  Where a Mac's answer is uncertain the model takes the worse.
+// the number and the kinds of its arguments.  Any other call is a misuse: a Mac may know it, or not.  Where a
+// Mac's behaviour is uncertain the model assumes the worse.
 'use strict';
 const vm = require('vm');
 const readline = require('readline');
 
-const SECONDS = 10; // a program that runs longer has lost its way
+const SECONDS = 10; // a program that runs longer is taken to hang
 const FRAMEWORKS = ['Foundation', 'OpenDirectory'];
 const LOCAL_NODE = '/Local/Default', SEARCH_NODE = '/Search';
 const USERS = 'dsRecTypeStandard:Users';
 const UTF8 = 4, ASCII = 1; // the values of NSUTF8StringEncoding and NSASCIIStringEncoding
 
-// A misuse counts whatever the program makes of the exception.
+// A misuse counts even if the program catches the exception.
 let misuses = [];
 
 class Misuse extends Error {
@@ -29,15 +29,15 @@ class Misuse extends Error {
     }
 }
 
-// What stands for an object of macOS: its kind, what it holds, and the methods that programs may call.  A
-// method without arguments is called by naming it, as a property.
+// Models an object of macOS: its kind, its content, and the methods that programs may call.  A
+// method without arguments is called like a property, by its name.
 class Bridged {
     constructor(kind, value, methods = {}) {
         Object.assign(this, {kind, value, methods});
     }
 }
 
-const bridgedOf = new WeakMap(); // what is seen by programs -> Bridged
+const bridgedOf = new WeakMap(); // the object that programs see -> Bridged
 
 function show(bridged) {
     const seen = new Proxy({}, {
@@ -56,7 +56,7 @@ function show(bridged) {
 const nil = () => show(new Bridged('nil'));
 const nsString = (text) => show(new Bridged('NSString', text));
 
-// Where a method puts its NSError: element 0 of what Ref() has made.
+// A method stores its NSError in element 0 of the object that Ref() returns.
 class Reference {}
 
 function kindOf(value) {
@@ -80,7 +80,7 @@ function method(name, kinds, action) {
     };
 }
 
-// A text, or nil where the bytes are none in that encoding.
+// Returns a text, or nil if the bytes are not valid in that encoding.
 function decode(bytes, encoding) {
     if (encoding === UTF8) {
         try {
@@ -93,12 +93,12 @@ function decode(bytes, encoding) {
     return bytes.every((byte) => byte < 128) ? nsString(bytes.toString('latin1')) : nil();
 }
 
-// What a program may name after "$.", and the function $ itself, which makes nil.
+// The names that a program may use after "$.", and the function $ itself, which makes nil.
 class Mac {
     constructor(request) {
         this.request = request;
         this.input = Buffer.from(request.input, 'base64');
-        this.imported = ['Foundation']; // which is there from the beginning
+        this.imported = ['Foundation']; // imported by default
         this.passwords = [];
     }
 
@@ -137,7 +137,7 @@ class Mac {
         }));
     }
 
-    // The node that searches all directories is for finding.  Nil counts as a password without characters.
+    // The node that searches all directories can only find.  Nil counts as an empty password.
     changePassword(node, user, password, error) {
         const refusal = node === SEARCH_NODE ? 'error' : this.request.refusal;
         if (refusal === 'exception') { throw new Error('The operation could not be completed.'); }
@@ -212,7 +212,7 @@ class Mac {
     }
 }
 
-// The program's function run gets the arguments.  Without one there is nothing more to do.
+// If the program has a function run, calls it with the arguments.
 function perform(request) {
     const mac = new Mac(request), options = {filename: 'program', timeout: SECONDS * 1000};
     misuses = [];

@@ -1,10 +1,10 @@
 /*
- * standIn.c -- takes the place of a macOS program: tells the test how it was called, and then does
- * what the test says.  Compiled, because one run of the scripts starts dozens of them.
+ * standIn.c -- replaces a macOS program: sends its call to the test, and then prints and returns what
+ * the test answers.  Compiled, because one run of the scripts starts dozens of them.
  *
- * To the socket go the sizes of three blocks, four bytes each, and the blocks: arguments, environment
- * (both NUL-terminated strings) and standard input.  Back come an exit status and two sizes, and what
- * is to be written to stdout and stderr.
+ * It sends the sizes of three blocks, four bytes each, and the blocks: arguments, environment
+ * (both NUL-terminated strings) and standard input.  It receives an exit status, two sizes, and the
+ * texts for stdout and stderr.
  */
 #include <stdint.h>
 #include <stdlib.h>

@@ -1,7 +1,7 @@
-"""The macOS share scripts, against stand-ins of the programs that they call.
+"""The macOS share scripts, with stand-ins for the programs that they call.
 
-What is proved is what the scripts ask of a Mac, in which order, and what they make of the answers.
-That a real Mac answers like this is not.
+This proves which calls the scripts make, in which order, and how they handle the answers.
+It does not prove that a real Mac answers so.
 """
 
 import os
@@ -11,7 +11,7 @@ import unittest
 import machost
 from machost import INHERIT, PASSWORD, READ, WRITE, MacTest, read, write
 
-SECRET = 'sEcReT-kept'  # looked for in everything that other processes can see
+SECRET = 'sEcReT-kept'  # the tests search everything that other processes can see for it
 
 PASSWORDS = {
     'OneByte': b'x', 'BlanksAtTheEnds': b'  a b  ', 'OnlyBlanks': b'   ', 'Quotes': b'a"b\'c`d`',
@@ -66,7 +66,7 @@ FOLDERS = {
     'Unicode': '日本 ünï u\u0308 😀'.encode(), 'Longest': b'x' * 255,
 }
 
-# What the scripts may start besides the stand-ins, with options that every system has.
+# The programs that the scripts may start in addition to the stand-ins, with options that every system has.
 TEXT_PROGRAMS = {
     'awk': r'(-v \S+=\S* )*[^-]', 'cat': r'/', 'dash': r'/tmp/Pelago Test\.app/',
     'env': r'-i PELAGO_STARTED_ANEW=\d+ PATH=/usr/bin:/bin:/usr/sbin:/sbin LC_ALL=C TZ=UTC0 /bin/dash /',
@@ -237,7 +237,7 @@ class AddUser(MacTest):
         self.assert_unchanged(before)
 
     def test_reads_the_password_file_only_once(self):
-        # A pipe gives its content once.
+        # A pipe can be read only once.
         reader, writer = os.pipe()
         os.write(writer, b'only once\n')
         os.close(writer)
@@ -631,7 +631,7 @@ class AddShare(MacTest):
         self.assert_done(self.add_share())
 
     def test_refuses_a_share_with_an_unexpected_path(self):
-        """The directory would show the folder in another way than it was given."""
+        """Folders that the directory would spell differently than they were given."""
         before = host.snapshot()
 
         def misspell(call):

@@ -1,7 +1,7 @@
 """The macOS share scripts against the owner of the folder, other users, and the share's client.
 
-Against stand-ins of the programs that they call, like test_macos.py.  Each attack has its innocent twin,
-which must still work.
+They run with stand-ins for the programs that they call, as in test_macos.py.  Each attack has an innocent
+twin, which must still work.
 """
 
 import ctypes
@@ -25,7 +25,7 @@ def setUpModule():
 
 
 def exchange(one, other):
-    """Each gets the other's name, at once."""
+    """Exchanges the names of two files in one step."""
     libc = ctypes.CDLL(None, use_errno=True)
     if libc.renameat2(AT_FDCWD, os.fsencode(one), AT_FDCWD, os.fsencode(other), RENAME_EXCHANGE):
         raise OSError(ctypes.get_errno(), one)
@@ -104,7 +104,7 @@ class LinksOnTheWay(AttackTest):
         self.assert_shared(self.home + '/../carol/Documents', self.hers_inside)
 
     def test_roots_links_are_followed(self):
-        """As /tmp and /var are links on a Mac."""
+        """Such as /tmp and /var, which are links on a Mac."""
         private = self.make(self.scratch + '/private', 0)
         self.make(private + '/var', 0)
         folder = self.make_folder(private + '/var/é a  b\n')
@@ -116,7 +116,7 @@ class LinksOnTheWay(AttackTest):
         self.assert_shared(self.scratch + '/ l\n', folder)
 
     def test_roots_link_in_a_folder_of_the_owners(self):
-        """He could have put it there, in an image of a disk that he mounts."""
+        """bob could have made the link, in an image of a disk that bob mounts."""
         self.link(self.hers_inside, self.make(self.home + '/image', 0) + '/link', 0)
         self.assert_attack_fails(self.home + '/image/link')
         self.link(self.folder, self.home + '/image/his', 0)
@@ -208,7 +208,7 @@ class SwapsMeanwhile(AttackTest):
         self.assertEqual([path for path in host.mac.entries if path.startswith(self.hers)], [])
 
     def test_at_each_step_and_back_at_the_next(self):
-        """All that lies between two programs that a script starts happens to the other folder."""
+        """Whatever a script does between two of its programs happens to the other folder."""
         calls, swapped = self.count_calls(), [0]
         sampled = machost.sample(4, range(1, calls + 1), 'steps')
         for place, target in ((self.folder, self.hers_inside), (self.above, self.hers)):
@@ -227,7 +227,7 @@ class SwapsMeanwhile(AttackTest):
         self.assertGreater(swapped[0], 10 * (len(sampled) - 5))
 
     def swap_after(self, number, place, other, back, swapped):
-        """When that call was answered, until the next one is, or just was."""
+        """Swaps after the call of that number, and back before or after the next one, or never."""
         def swap():
             exchange(place, other)
             swapped[0] += 1
@@ -359,7 +359,7 @@ class FilesThatCannotBeChanged(AttackTest):
         return self.folder + name
 
     def end(self, reason=None):
-        """Removes share and user, as the tool does.  With a reason the former fails."""
+        """Removes share and user, as the tool does.  With a reason, removing the share must fail."""
         result = self.run_script('rmshare', 'Docs', self.folder, run=self.owner.run)
         if reason:
             self.assert_refused(result, reason)
@@ -512,7 +512,7 @@ class Clients(AttackTest):
             self.assertEqual((found.st_uid, found.st_mode & 0o7777), (501, mode), name)
 
     def test_succeeds_although_the_service_refuses_clients(self):
-        """A connection is all that addshare.sh sees."""
+        """addshare.sh sees only that a connection succeeds."""
         host.mac.smb_serves = False
         self.assert_done(self.add_share())
         self.assertIsNone(host.mac.client_connects('alice', PASSWORD.encode(), 'Docs'))

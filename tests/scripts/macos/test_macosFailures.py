@@ -1,6 +1,6 @@
-"""The macOS share scripts when things fail: every call of theirs, signals, and other sessions.
+"""The macOS share scripts when each of their calls fails, under signals, and among other sessions.
 
-Against stand-ins of the programs that they call, like test_macos.py.
+They run with stand-ins for the programs that they call, as in test_macos.py.
 """
 
 import os
@@ -24,15 +24,16 @@ def setUpModule():
 
 
 class EveryStep(MacTest):
-    """Each call that a script makes fails once: not at all done, done and then reported as failed."""
+    """Each call that a script makes fails once: without effect, or with its effect and a failure reported."""
 
     def new_mac(self):
         super().new_mac()
         host.mac.add('Groups', machost.ACCESS_GROUP, PrimaryGroupID='399')
-        self.share = 1 if machost.STRIDE == '1' else 2 * int(machost.STRIDE or 3) # of the failures, at least
+        # At least one in this number of all failures is tried.
+        self.share = 1 if machost.STRIDE == '1' else 2 * int(machost.STRIDE or 3)
 
     def fail_each(self, run, modes=('refuse', 'after')):
-        """Counts the failures; each leaves no trace, and is followed by a success."""
+        """Makes each call fail in turn, and counts the failures; each leaves no trace, and the next run succeeds."""
         before, saved = host.snapshot(), host.save()
         host.restore(saved) # the same for this run as for all that follow: a lock costs a call
         self.assert_done(run())
@@ -47,7 +48,7 @@ class EveryStep(MacTest):
                     host.fault = (number, number, mode)
                     result = run()
                     host.fault = None
-                    if result.status == 0: # it was a question, and no answer is an answer
+                    if result.status == 0: # it was a query, whose failure the script treats as an answer
                         self.assertFalse(call.changes and 'NFSHomeDirectory' not in call.args)
                         self.assertEqual(host.snapshot()[1].keys(), after)
                         continue
@@ -79,8 +80,8 @@ class EveryStep(MacTest):
         for run, calls, state, expected in ((self.add_user, user_calls, saved, before),
                                             (self.add_share, share_calls, with_user_saved, with_user)):
             for number, call in enumerate(calls, 1):
-                # Nothing tells what became of a password, and chmod (which find runs) is not
-                # known to lie.
+                # No program shows whether a password was set, and chmod (which find runs) is not
+                # known to report a false success.
                 if not call.changes or call.name in ('osascript', 'chmod', 'find'):
                     continue
                 with self.subTest(repr(call)):
@@ -149,7 +150,7 @@ class EveryStep(MacTest):
 class Interrupted(MacTest):
 
     def interrupt_at(self, number, script, args, send):
-        """Stops the script in its NUMBERth call, after that was done, and sends it a signal."""
+        """Stops the script in its NUMBERth call, after the call had its effect, and sends the script a signal."""
         reached, go = threading.Event(), threading.Event()
 
         def stop(_):
@@ -157,7 +158,7 @@ class Interrupted(MacTest):
                 reached.set()
                 go.wait(HANG)
         host.after_hook = stop
-        # Whoever runs the tests in the background has them ignore SIGINT.
+        # A shell makes tests in the background ignore SIGINT.
         process = self.start(script, *args, start_new_session=True, preexec_fn=lambda: signal.signal(
             signal.SIGINT, signal.SIG_DFL))
         self.assertTrue(reached.wait(HANG), 'the call')
@@ -167,7 +168,7 @@ class Interrupted(MacTest):
         return process.wait(HANG)
 
     def points(self, script, args):
-        """The numbers of the calls that change something."""
+        """Returns the numbers of the calls that change something."""
         saved = host.save()
         host.restore(saved)
         self.assert_done(self.run_script(script, *args))
@@ -194,7 +195,7 @@ class Interrupted(MacTest):
                 self.assert_done(self.add_user())
 
     def test_group_signal_ends_find_before_the_undo(self):
-        """As from a terminal.  A shell has what it starts in the background ignore SIGINT."""
+        """Sends the signal as a terminal does.  A shell makes programs in the background ignore SIGINT."""
         self.assert_done(self.add_user())
         before = host.snapshot()
         for kind in (signal.SIGINT, signal.SIGTERM):
@@ -420,7 +421,7 @@ class Clearing(MacTest):
         self.assertEqual(os.listdir(machost.STATE + '/users'), [])
 
     def replace_user(self):
-        """Somebody deletes our alice by hand and makes another."""
+        """Deletes our alice by hand and makes another."""
         host.mac.records['Users'].pop('alice')
         host.mac.records['Groups'].pop('alice')
         host.mac.add('Users', 'alice', UniqueID='502', RealName='The new alice')
@@ -540,13 +541,13 @@ class OneAtATime(MacTest):
         self.assertEqual(os.listdir(machost.LOCKS), ['lock.8'])
 
     def test_yields_to_a_higher_lock_made_meanwhile(self):
-        """The script has looked, and before it makes its lock two others come and one goes."""
+        """Between the script's check and its lock, two other scripts begin and one ends."""
         os.makedirs(machost.LOCKS)
         write(machost.LOCKS + '/lock.1', '%d Thu Jan 1 00:00:00 1970\n' % os.getpid())
         living = machost.process_mark(os.getpid())
 
         def overtake(call):
-            # The last question before the lock is made is whether the holder still runs.
+            # The last query before the lock is made is whether the holder still runs.
             if call.args[:2] == ['-p', str(os.getpid())] and os.path.exists(machost.LOCKS + '/lock.1') \
                     and any(name.startswith('wait') for name in os.listdir(machost.LOCKS)):
                 os.unlink(machost.LOCKS + '/lock.1')

@@ -1,5 +1,4 @@
-"""firstRun.sh on the modelled Mac: a Mac that is as expected, one that is not in a single point, and one
-where it is interrupted."""
+"""firstRun.sh on a modelled Mac that is as expected, on one that differs in a single point, and interrupted."""
 
 import os
 import re
@@ -14,7 +13,7 @@ from firstRunHost import FIRST_RUN, HOME, TOP
 from machost import HANG, REPO, MacTest, read
 
 POINTS = [number for number in range(1, 26) if number != 12]
-OPEN = [9, 24, 25]  # where more is left than a script can look at
+OPEN = [9, 24, 25]  # points that a script cannot check completely
 SHARE, USER = 'Pelago test', 'pelagofirst'
 PROMPT = re.compile(r'(?:\] |press Enter\. )\Z')
 
@@ -44,7 +43,7 @@ class FirstRun(MacTest):
                                 stderr=subprocess.STDOUT, env=environ, **kwargs)
 
     def answer(self, process, reply):
-        """Answers each question with what reply makes of it, and returns the status."""
+        """Answers each question with reply(), and returns the status."""
         since = ''
         while True:
             chunk = os.read(process.stdout.fileno(), 4096).decode()
@@ -60,7 +59,7 @@ class FirstRun(MacTest):
             return process.wait(HANG)
 
     def person(self, said):
-        """What a Mac that is as expected has a person answer."""
+        """A person's answers on a Mac that is as expected."""
         if 'Stay connected' in said:
             for name in ('from the client', 'locked'):
                 host.mac.client_writes(USER, self.shared_folder() + '/' + name)
@@ -92,7 +91,7 @@ class FirstRun(MacTest):
         self.assertEqual([name for name in os.listdir('/tmp') if name.startswith('pelagofirst.')], [])
 
     def before(self):
-        """All that is to be put back; what the model notes of files goes with them."""
+        """Returns everything that must be restored; the model's entries for files are removed with the files."""
         model, files = host.snapshot()
         for key in ('generation', 'effective', 'slow_looks', 'asked_for_job', 'bad', 'sharing_has_r'):
             del model[key]
@@ -214,7 +213,7 @@ class Interrupted(FirstRun):
 
         def reply(said):
             if words in said:
-                os.killpg(process.pid, kind) # as a terminal does: all that runs there gets it
+                os.killpg(process.pid, kind) # as a terminal does: to all processes of the group
             return self.person(said)
         return self.answer(process, reply)
 
@@ -249,7 +248,7 @@ class Interrupted(FirstRun):
 
 
 class TheList(unittest.TestCase):
-    """Of the README, which the script follows."""
+    """The list of points in the README, which the script follows."""
 
     def points(self):
         text = read(REPO + '/product/macos/README.md').decode()

@@ -1,7 +1,7 @@
-"""The job of launchd that clears away what a killed session left, on the modelled Mac.
+"""The job of launchd that removes what a killed session left, on the modelled Mac.
 
-What launchd does is taken from the job's own property list: the program, with its arguments, in an
-environment with little in it.
+The test does what launchd would do by the job's own property list: it runs the program with its arguments,
+in an environment with few variables.
 """
 
 import os
@@ -35,7 +35,7 @@ def job():
 class TheJob(unittest.TestCase):
 
     def test_is_a_property_list(self):
-        # Two readers: each takes what the other refuses.
+        # Two readers, because each accepts files that the other refuses.
         done = subprocess.run(['plistutil', '-i', JOB, '-f', 'bin'], capture_output=True, check=True)
         self.assertTrue(done.stdout.startswith(b'bplist'), done)
         self.assertEqual(plistlib.loads(done.stdout), job())
@@ -122,7 +122,7 @@ class Clearing(MacTest):
                 self.assert_unchanged(before)
 
     def kill_at(self, number):
-        """SIGKILL to all that the job has started, right after its call of this number was answered."""
+        """Sends SIGKILL to all processes of the job right after its call of this number was answered."""
         def strike(call):
             if len(host.calls) == number:
                 os.killpg(os.getpgid(call.pid), signal.SIGKILL)
@@ -165,7 +165,7 @@ class Clearing(MacTest):
 
 
 class TheService(MacTest):
-    """Whose "disk" is, nothing on a Mac says: it stays, and somebody is asked to look."""
+    """A Mac does not record who added "disk": it stays, and a message asks somebody to check."""
 
     def after_a_kill(self, services, others=False):
         host.mac.services = services

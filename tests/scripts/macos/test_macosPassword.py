@@ -1,6 +1,6 @@
-"""The password on a Mac: the JavaScript of adduser.sh is run, on a model of the bridge to macOS.
+"""The password on a Mac: runs the JavaScript of adduser.sh on a model of the bridge to macOS.
 
-The model (osascript.js) knows the calls that it may use, exactly; what else it tries fails the test.
+The model (osascript.js) accepts exactly the calls that the program may use; any other fails the test.
 """
 
 import os
@@ -30,7 +30,7 @@ class Refused(MacTest):
 
     def test_refused_password_leaves_no_user(self):
         before = host.snapshot()
-        for number in range(2): # it is set twice, and only the second makes what SMB needs
+        for number in range(2): # it is set twice, and only the second time makes the hash for SMB
             for refusal, reason in REFUSALS.items():
                 with self.subTest(refusal, number=number):
                     host.mac.password_refusals = [None] * number + [refusal]
@@ -59,7 +59,7 @@ class ThePipe(MacTest):
 
 
 class TheProgram(MacTest):
-    """The JavaScript itself, with what adduser.sh would not hand over."""
+    """The JavaScript itself, with input that adduser.sh would not pass to it."""
 
     def new_mac(self):
         super().new_mac()
@@ -100,7 +100,7 @@ class TheProgram(MacTest):
 
 
 class TheModel(unittest.TestCase):
-    """What the model refuses, so that a slip in the program does not pass."""
+    """The model refuses wrong calls, so that a mistake in the program is noticed."""
 
     BEGINNING = 'ObjC.import("OpenDirectory"); const error = Ref(); '
     LOCAL = '$.ODNode.nodeWithSessionNameError($.ODSession.defaultSession, "/Local/Default", error)'

@@ -1,6 +1,6 @@
 """The macOS share scripts among other names, in odd environments, and without a caller.
 
-Against stand-ins of the programs that they call, like test_macos.py.
+They run with stand-ins for the programs that they call, as in test_macos.py.
 """
 
 import os
@@ -67,7 +67,7 @@ class Names(MacTest):
         self.assert_unchanged(before)
 
     def test_other_spellings_name_the_same_share(self):
-        """As on a disk that ignores case, and how a letter is composed."""
+        """As on a disk that ignores case and composition of letters."""
         before = host.snapshot()
         for share, spelt in (('Docs', 'dOCS'), ('Caf\u00e9', 'CAFE\u0301')):
             with self.subTest(share):
@@ -208,7 +208,7 @@ class TheSystem(MacTest):
 
 
 class Callers(MacTest):
-    """That die, or have an environment of their own."""
+    """Callers that die, or have an odd environment."""
 
     def wait_for(self, condition):
         end = time.monotonic() + HANG
@@ -240,7 +240,7 @@ class Callers(MacTest):
                 self.wait_for(lambda before=before: host.snapshot() == before)
 
     def test_that_die_before_a_script_begins_leave_nothing(self):
-        """Its parent is then process 1, which never ends."""
+        """The script's parent is then process 1, which never ends."""
         wait = '(while kill -0 $$ 2>/dev/null; do :; done; exec "$@") &'
         self.assert_done(self.add_user('carol'))
         for script, args in (('adduser', ['alice', 'alice', self.password_file]),

@@ -1,6 +1,6 @@
-"""The macOS share scripts with text programs that lack GNU's inventions, as those of a Mac do.
+"""The macOS share scripts with text programs that lack GNU's extensions, as those of a Mac do.
 
-All tests of test_macos.py once more with PELAGO_MAC_STRIDE=1; else those in which text is taken apart.
+Runs all tests of test_macos.py again with PELAGO_MAC_STRIDE=1; otherwise those that parse text.
 """
 
 import os
@@ -12,7 +12,7 @@ import test_macos
 import textTools
 from machost import MacTest
 
-# The whole way, and each expression of sed, grep and awk with what it has to take, and to refuse.
+# A whole session, and each expression of sed, grep and awk with input that it must accept and refuse.
 PLAIN = [
     'WholeSession.test_everything_is_as_it_was_afterwards', 'WholeSession.test_only_what_every_system_has_is_started',
     'WholeSession.test_hostile_arguments_arrive_element_by_element',
@@ -44,7 +44,7 @@ def load_tests(_, own, __):
 
 
 class TheTools(MacTest):
-    """That they are others than this machine's."""
+    """The text programs are not this machine's."""
 
     def run_tool(self, *argv, text='', **kwargs):
         return subprocess.run(argv, input=text, capture_output=True, text=True, check=False, **kwargs)

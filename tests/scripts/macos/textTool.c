@@ -1,9 +1,9 @@
 /*
- * textTool.c -- takes the place of a text program, under whose name it is installed, and runs another
- * that lacks GNU's inventions.
+ * textTool.c -- replaces a text program, under whose name it is installed, and runs another one
+ * without GNU's extensions.
  *
- * The C library's regular expressions have them all the same, so the expressions are looked at first.  One
- * that means something else on a Mac is handed to the stand-in of machost.py, which knows no such program,
+ * The C library's regular expressions still have these extensions, so the expressions are checked first.  One
+ * that has another meaning on a Mac is passed to the stand-in of machost.py, which knows no such program,
  * and so fails the test.
  */
 #include <stdio.h>
@@ -11,7 +11,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#define TOOLS "/tmp/textTools/" /* where the other programs lie */
+#define TOOLS "/tmp/textTools/" /* the folder of the other programs */
 
 static int Is(const char *text, const char *other) { return strcmp(text, other) == 0; }
 

@@ -1,5 +1,5 @@
-"""Puts text programs in place that lack GNU's inventions: awk from the source that a Mac's is made of, and
-busybox for the rest, each as textTool.c lets it."""
+"""Installs text programs without GNU's extensions: awk from the source of a Mac's awk, and
+busybox for the others, each started by textTool.c."""
 
 import os
 import shutil
@@ -12,7 +12,7 @@ BUSYBOX = ('cat', 'grep', 'head', 'ln', 'mkdir', 'rm', 'rmdir', 'sed', 'sort', '
 
 
 def install():
-    """After machost.set_up()."""
+    """Installs the programs; call it after machost.set_up()."""
     os.mkdir(TOOLS)
     shutil.copy('/usr/bin/original-awk', TOOLS + '/awk')
     for name in BUSYBOX:
