@@ -1,5 +1,4 @@
-// icuInUse.cpp -- tells whether conversions go through ICU in a program that starts as the tool
-// does.
+// icuInUse.cpp -- starts like the tool, and prints a text that only ICU converts, or "without ICU".
 #include "codeset.h"
 #include "location.h"
 #include "unicode.h"

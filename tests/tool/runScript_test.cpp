@@ -13,9 +13,9 @@
 #include <sys/wait.h>
 
 constexpr pid_t SCRIPTED_CHILD = 4711;
-// What waitpid() says of a child that only the test has; nothing: there are real children.
+// The status that waitpid() returns for a child that does not exist; nullopt: children are real.
 static std::optional<int> sScriptedStatus;
-static int sInterruptions; // how often it is interrupted before
+static int sInterruptions; // how often waitpid() is interrupted first
 
 extern "C" {
 pid_t __real_fork();
@@ -30,7 +30,7 @@ pid_t __wrap_waitpid(pid_t child, int *status, int options)
     }
     if (sInterruptions > 0) {
         sInterruptions--;
-        *status = 0; // as if it were a success
+        *status = 0; // a caller that ignores EINTR would take this for success
         errno = EINTR;
         return -1;
     }
@@ -73,9 +73,9 @@ TEST_F(RunScriptTest, TakesASignalForAFailure)
     EXPECT_EQ(Run(Script("kill -TERM $$")), 1);
 }
 
-// Every status that there can be: the code where the low seven bits are 0, else a failure,
-// whichever signal it was and whether or not there is a core dump.
-TEST_F(RunScriptTest, MakesOneNumberOfEveryStatus)
+// Tries every possible status: the exit code if the low seven bits are 0, else 1, for every signal,
+// with a core dump or without.
+TEST_F(RunScriptTest, ReturnsExitCodeOrOneForEveryStatus)
 {
     const char *const argv[] = {"/bin/true", nullptr};
     for (int status = 0; status <= 0xffff; status++) {
@@ -105,7 +105,7 @@ TEST_F(RunScriptTest, WaitsForAScriptThatIsStoppedMeanwhile)
     EXPECT_EQ(Run(path), 7);
 }
 
-// The program that became the tool may have had children: they are its children now.
+// A process keeps its children when it executes the tool, so they are the tool's children then.
 TEST_F(RunScriptTest, TakesNoOtherChildsStatus)
 {
     const pid_t other = fork();
@@ -118,7 +118,7 @@ TEST_F(RunScriptTest, TakesNoOtherChildsStatus)
     EXPECT_EQ(WEXITSTATUS(status), 5);
 }
 
-// Runs what cannot be run, which is to be told of with the number that the kernel gave.
+// Expects a message with the kernel's error number for a script that cannot be run.
 void ExpectNotRun(const char *const argv[], int error)
 {
     testing::internal::CaptureStderr();
@@ -127,7 +127,7 @@ void ExpectNotRun(const char *const argv[], int error)
               "execv() failed with error " + std::to_string(error) + "\n");
 }
 
-TEST_F(RunScriptTest, TellsWhyAScriptCannotBeRun)
+TEST_F(RunScriptTest, ReportsWhyAScriptCannotBeRun)
 {
     const std::string script = Script("exit 0");
     const auto path = [this](const char *name) { return mFolder.Path() + "/" + name; };
@@ -143,7 +143,7 @@ TEST_F(RunScriptTest, TellsWhyAScriptCannotBeRun)
     std::ofstream(path("noInterpreter")) << "#!/nonexistent\n";
     chmod(path("noInterpreter").c_str(), 0700);
     expectNotRun(path("noInterpreter"), ENOENT);
-    // A shell would run it all the same; the runner executes the file and nothing else.
+    // A shell would run a file without "#!"; RunScript only executes the file.
     std::ofstream(path("noFormat")) << "exit 0\n";
     chmod(path("noFormat").c_str(), 0700);
     expectNotRun(path("noFormat"), ENOEXEC);
@@ -151,7 +151,7 @@ TEST_F(RunScriptTest, TellsWhyAScriptCannotBeRun)
     expectNotRun(script, EACCES);
 }
 
-TEST_F(RunScriptTest, TellsWhenItsArgumentsAreTooMany)
+TEST_F(RunScriptTest, ReportsTooManyArguments)
 {
     const std::string script = Script("exit 0"), word(100000, 'w');
     std::vector<const char *> argv(1000, word.c_str());
@@ -167,8 +167,8 @@ TEST_F(RunScriptTest, DoesNotSearchThePath)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "execv() failed with error 2\n");
 }
 
-// The status that RunScript gives nobody, who may have no child.  Root would be exempt from the
-// limit.
+// Returns RunScript's status in a process that may have no child.  It changes to "nobody", because
+// the limit does not apply to root.
 int RunWhereThereCanBeNoChild()
 {
     rlimit none;
@@ -219,8 +219,8 @@ TEST_F(RunScriptTest, PassesOnEnvironmentAndDescriptors)
     unsetenv("PELAGO_TEST_VARIABLE");
 }
 
-// A shell would change what is blocked; this program looks at once.
-TEST_F(RunScriptTest, LeavesTheSignalsAsTheyAre)
+// The script is /bin/cat, because a shell would change the blocked signals.
+TEST_F(RunScriptTest, ScriptInheritsTheSignals)
 {
     const auto signals = [](const std::string &status) {
         const size_t at = status.find("SigBlk:");
@@ -248,7 +248,7 @@ TEST_F(RunScriptTest, DoesNotTakeALostResultForSuccess)
     const std::string path = Script("exit 0");
     EXPECT_EXIT(
         {
-            signal(SIGCHLD, SIG_IGN); // the kernel reaps the child, and its result is gone
+            signal(SIGCHLD, SIG_IGN); // the kernel reaps the child, so its status is lost
             _exit(Run(path) + 40);
         },
         testing::ExitedWithCode(41), "");

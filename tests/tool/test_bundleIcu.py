@@ -1,4 +1,4 @@
-"""The bundle, as it is built, switches ICU on; without its data file the same program goes without."""
+"""A program in the built bundle uses ICU; without ICU's data file the same program does not."""
 
 import os
 import shutil
@@ -22,14 +22,14 @@ class Bundle(unittest.TestCase):
         self.assertEqual(done.stderr, b"")
         return done.stdout.decode()
 
-    def test_icu_is_used_where_its_data_file_is(self):
+    def test_icu_is_used_with_its_data_file(self):
         self.assertEqual(self.answer(), "\u3042\n")
 
-    def test_it_is_not_when_the_file_is_gone(self):
+    def test_icu_is_not_used_without_the_file(self):
         (self.library / "icu/icudt44l.dat").unlink()
         self.assertEqual(self.answer(), "without ICU\n")
 
-    def test_nor_when_a_folder_has_its_name(self):
+    def test_icu_is_not_used_with_a_folder_instead(self):
         (self.library / "icu/icudt44l.dat").unlink()
         (self.library / "icu/icudt44l.dat").mkdir()
         self.assertEqual(self.answer(), "without ICU\n")

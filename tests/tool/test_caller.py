@@ -1,4 +1,4 @@
-"""Callers that hand over less than the tool would like, or go away: the clean-up happens anyway."""
+"""Callers that close streams, set limits or die: the tool cleans up in every case."""
 
 import os
 import plistlib
@@ -38,8 +38,8 @@ class InheritedState(ToolCase):
                           ENABLING + "Failed to create user alice\n" + DISABLING, 1))
 
     def test_stderr_closed(self):
-        # Nothing may be written to a file that happened to get its number, and nothing of the
-        # scripts' may get into the protocol.
+        # No other file may get the number of standard error and be written to, and no output of a
+        # script may get into the protocol.
         self.script_does("adduser", "echo noise && echo more >&2 || exit 9")
         self.assertRun(self.run_tool(stderr=None, preexec_fn=lambda: os.close(2)), SHARED + DELETED, None, 0)
         self.assertRestored()
@@ -135,12 +135,12 @@ class InheritedState(ToolCase):
         self.assertEqual(self.called(), list(SCRIPTS), "the user goes all the same")
 
 
-# Notes the world that it is started in, below the folder that $NOTES names.
+# Writes the environment of its own process to files in the folder $NOTES.
 OBSERVER = """#!/bin/sh
 cat "/proc/$$/environ" >"$NOTES/environment"
 readlink "/proc/$$/cwd" "/proc/$$/root" >"$NOTES/folders"
 cat "/proc/$$/limits" "/proc/$$/oom_score_adj" "/proc/$$/personality" "/proc/$$/timerslack_ns" >"$NOTES/limits"
-# Without what is each process's own, what it has used, and what a shell blocks for a moment.
+# Without the fields that differ in each process, its use of memory and time, and what a shell blocks for a moment.
 sed -E '/^(Name|Pid|Tgid|Ngid|PPid|NStgid|NSpid|NSpgid|NSsid|State|FDSize|SigQ|SigPnd|ShdPnd|SigBlk|Vm|Rss|Hugetlb|Threads|.*ctxt_switches)/d' \
     "/proc/$$/status" >"$NOTES/status"
 cut -d ' ' -f 5-8,18,19,40,41 "/proc/$$/stat" >"$NOTES/session" # group, session, terminal, its group, priorities
@@ -154,7 +154,7 @@ print([signal.getitimer(timer) != (0, 0) for timer in (signal.ITIMER_REAL, signa
 
 
 def unusual_world():
-    """A world that a process would hardly come to by itself."""
+    """Changes this process's limits, signals and priority to unusual values."""
     os.umask(0o127)
     os.nice(3)
     resource.setrlimit(resource.RLIMIT_NOFILE, (200, 300))
@@ -168,9 +168,9 @@ def unusual_world():
 
 
 class ScriptsWorld(ToolCase):
-    """A script finds the world that the tool was started in, as if the caller had started it."""
+    """A script inherits everything from the tool's caller, as if the caller had started it."""
 
-    # Variables that a careful program might drop, and one that is no text.
+    # Variables that a careful program might drop, and one whose value is not text.
     VARIABLES = {"PATH": "/usr/bin:/bin:/nonexistent", "LC_ALL": "tr_TR.UTF-8", "LANG": "xx", "TZ": "Asia/Kathmandu",
                  "LD_LIBRARY_PATH": "/nonexistent", "LD_BIND_NOT": "1", "TMPDIR": "/nonexistent", "IFS": ":", "HOME": "",
                  "TARVEX_LOCATION_ROOT_FULLPATH": "/nonexistent", "": "no name", "ODD": os.fsdecode(b"\xff\n=")}
@@ -187,7 +187,7 @@ class ScriptsWorld(ToolCase):
                       "stdin": subprocess.DEVNULL, "stderr": self.err}
 
     def seen(self, observer, **options):
-        """What the observer notes, which runs in the course of that."""
+        """Runs the tool with the observer in a script's place, and returns what the observer wrote."""
         notes = STATE / "notes"
         notes.mkdir()
         observer.write_text(OBSERVER)
@@ -197,11 +197,11 @@ class ScriptsWorld(ToolCase):
         shutil.rmtree(notes)
         return seen
 
-    def test_is_the_tool_s(self):
+    def test_scripts_inherit_what_the_tool_inherited(self):
         tool, self.tool = self.tool, STATE / "observer"
-        expected = self.seen(self.tool, stdout=self.err)  # as a script's: the caller has the tool's alone
+        expected = self.seen(self.tool, stdout=self.err)  # as a script's standard output
         self.tool = tool
-        # Only a dead caller's pipes and a limit on files are ignored, so that the clean-up goes on.
+        # The tool ignores only SIGPIPE and SIGXFSZ, so that it can clean up.
         ignored = 1 << signal.SIGPIPE - 1 | 1 << signal.SIGXFSZ - 1
         expected["status"] = re.sub(r"(?<=SigIgn:\t)\w+", lambda found: f"{int(found[0], 16) | ignored:016x}",
                                     expected["status"])
@@ -249,7 +249,7 @@ class DeadCaller(ToolCase):
 
 
 class ExampleCaller:
-    """What each of the example callers does."""
+    """The example callers, in C++ and in Python."""
 
     def run_example(self, *command, **options):
         done = subprocess.run([*self.CALLER, self.tool, *ARGUMENTS, *command],
@@ -293,7 +293,7 @@ class ExampleCaller:
         self.assertEqual(status, 1)
         self.assertFalse(os.path.exists("/tmp/toolhost/ran"))
 
-    def test_wants_all_its_arguments(self):
+    def test_requires_all_its_arguments(self):
         done = subprocess.run([*self.CALLER, self.tool, *ARGUMENTS], capture_output=True)
         self.assertEqual((done.returncode, self.called()), (2, []))
 
@@ -302,7 +302,7 @@ class ExampleCaller:
         self.assertEqual(done.returncode, 1)
         self.assertIn("/nonexistent: No such file or directory\n", done.stdout + done.stderr)
 
-    def test_reads_on_where_nobody_reads_what_it_shows(self):
+    def test_keeps_reading_when_its_own_output_fails(self):
         with open("/dev/full", "wb") as full:
             done = subprocess.run([*self.CALLER, self.tool, *ARGUMENTS, "sh", "-c", "exit 7"], stdout=full, timeout=30)
         self.assertEqual((done.returncode, self.called()), (7, list(SCRIPTS)))
@@ -319,13 +319,13 @@ class ExampleCaller:
                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
         self.addCleanup(self.end, caller)
         self.wait_until(lambda: "addshare" in self.called(), "the share")
-        time.sleep(0.05)  # well inside the wait, mostly; any moment must do
+        time.sleep(0.05)  # mostly while the tool waits; any moment must work
         caller.kill()
         self.wait_until(lambda: "rmuser" in self.called(), "the clean-up")
         self.assertEqual(self.called(), list(SCRIPTS))
         self.wait_until(lambda: not os.path.exists(f"{PREFS}-lock"), "the lock given back")
         self.assertEqual(self.services(), [])
-        os.killpg(caller.pid, signal.SIGKILL)  # the command that it ran
+        os.killpg(caller.pid, signal.SIGKILL)  # the command that the caller ran
 
 
 class CallerInCpp(ExampleCaller, ToolCase):

@@ -1,4 +1,4 @@
-"""The demo holds, tells when a step does not, and leaves nothing behind, also when it is interrupted."""
+"""The demo's steps succeed; it names a step that fails; it leaves nothing, even when it is interrupted."""
 
 import os
 import shutil
@@ -14,7 +14,7 @@ COMMAND = [ROOT / "tools/sandbox.sh", ROOT / "demo.sh", "--session"]
 
 
 def host_state():
-    """What a demo on this machine could have left."""
+    """Returns everything that a demo could leave on this machine."""
     with open("/proc/self/mounts") as mounts:
         return (sorted(mounts), Path("/etc/passwd").read_bytes(), os.path.exists("/Library"),
                 sorted(os.listdir("/run")), sorted(os.listdir("/etc/samba")))
@@ -22,7 +22,7 @@ def host_state():
 
 class Demo(unittest.TestCase):
     def setUp(self):
-        # A folder of our own for temporary files shows what is left in it.
+        # A new folder for temporary files, in which anything that is left is found.
         self.scratch = tempfile.mkdtemp()
         self.addCleanup(shutil.rmtree, self.scratch)
         self.before = host_state()
@@ -35,7 +35,7 @@ class Demo(unittest.TestCase):
         self.assertEqual(host_state(), self.before)
         self.assertEqual(os.listdir(self.scratch), [])
 
-    def test_every_step_holds(self):
+    def test_every_step_succeeds(self):
         process = self.start()
         transcript = process.communicate(timeout=120)[0]
         self.assertEqual(process.returncode, 0, transcript)
@@ -50,8 +50,8 @@ class Demo(unittest.TestCase):
             self.assertIn(line, transcript)
         self.assertNothingLeft()
 
-    def test_a_step_that_does_not_hold_is_told(self):
-        # An account whose password is not the caller's.
+    def test_names_a_step_that_fails(self):
+        # Makes an account with another password than the caller's.
         broken = "sed -i 's/plaintext_passwd = password/plaintext_passwd = \"other\"/' " \
                  "\"$PELAGO_BUILD/Pelago.app/Contents/Library/host/sambaAccount.py\" && exec \"$1/demo.sh\" --session"
         process = self.start([ROOT / "tools/sandbox.sh", "sh", "-c", broken, "sh", ROOT])
@@ -60,7 +60,7 @@ class Demo(unittest.TestCase):
         self.assertIn("FAILED  alice fetches letter.txt", transcript)
         self.assertNothingLeft()
 
-    def test_interrupted(self):
+    def test_an_interrupted_demo_leaves_nothing(self):
         for number, place in ((signal.SIGINT, "sharing result"), (signal.SIGTERM, "A machine of its own"),
                               (signal.SIGHUP, "sharing result")):
             with self.subTest(number):
@@ -68,7 +68,7 @@ class Demo(unittest.TestCase):
                 for line in process.stdout:
                     if place in line:
                         break
-                # Ctrl-C reaches the whole group, kill the demo alone.
+                # Ctrl-C reaches the whole process group; kill reaches the demo alone.
                 (os.killpg if number == signal.SIGINT else os.kill)(process.pid, number)
                 process.communicate(timeout=60)
                 self.assertEqual(process.returncode, 128 + number)

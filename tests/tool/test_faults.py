@@ -1,4 +1,4 @@
-"""System calls that fail under the tool, and what it says of each, word for word."""
+"""System calls of the tool that fail, and its exact message for each."""
 
 import plistlib
 import subprocess
@@ -37,16 +37,16 @@ class Failing(ToolCase):
                        ENABLING + SHARING + DISABLING, 3)
 
     def test_interrupted_dup2_keeps_script_output_on_stderr(self):
-        for name in SCRIPTS:  # which change no streams of their own
+        for name in SCRIPTS:  # scripts that change no streams
             (SHARES / f"{name}.sh").write_text("#!/bin/sh\necho noise\n")
-        said = STATE / "said"  # the children's calls that use it are theirs, before they are scripts
+        said = STATE / "said"  # only the children use this path, and only before they become scripts
         with said.open("w") as err:
             done = straced.failing_at("dup2", 1, "EINTR", [self.tool, *ARGUMENTS], "-f", "-P", said, text=True,
                                       stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=err)
         self.assertRun((done.stdout, said.read_text().count("noise\n"), done.returncode), SHARED + DELETED, 4, 0)
 
     def test_no_lock(self):
-        PREFS.with_name(f"{PREFS.name}-lock").mkdir()  # which cannot be opened as a file
+        PREFS.with_name(f"{PREFS.name}-lock").mkdir()  # a folder cannot be opened as the lock file
         refused = ("1 - Unable to lock preferences. Are you running as root?\n", "", 1)
         self.assertRun(self.run_tool(), *refused)
         PREFS.with_name(f"{PREFS.name}-lock").rmdir()

@@ -1,4 +1,4 @@
-"""Bytes that are no text, wherever somebody other than root can put them: they end no session."""
+"""Bytes that are not text, wherever users other than root can put them, end no session."""
 
 import os
 import shutil
@@ -15,7 +15,7 @@ class BytesThatAreNoText(ToolCase):
         super().setUp()
         self.write_prefs(["disk"])
 
-    def test_are_handed_on_in_any_argument(self):
+    def test_any_argument_is_passed_on_unchanged(self):
         for place in range(len(ARGUMENTS)):
             with self.subTest(place):
                 arguments = [os.fsencode(argument) for argument in ARGUMENTS]
@@ -26,21 +26,21 @@ class BytesThatAreNoText(ToolCase):
                 words = [word for call in self.calls()[-len(SCRIPTS):] for word in call.argv]
                 self.assertIn(os.fsdecode(NO_TEXT), words)
 
-    def test_do_nothing_in_the_environment(self):
+    def test_variables_that_are_not_text_are_harmless(self):
         names = (b"HOME", b"USER", b"LOGNAME", b"PATH", b"TMPDIR", b"LANG", b"LC_ALL", b"CFFIXED_USER_HOME",
                  b"TARVEX_LOCATION_ROOT_FULLPATH", b"ICU_DATA", NO_TEXT)
         environment = {name: NO_TEXT for name in names} | {b"PATH": b"/usr/bin:/bin:" + NO_TEXT}
         out, _, status = self.run_tool(env=environment)
         self.assertEqual((out, status), (SHARED + DELETED, 0))
 
-    def test_do_nothing_in_the_working_folder(self):
+    def test_working_folder_that_is_not_text_is_harmless(self):
         folder = b"/tmp/" + NO_TEXT
         os.mkdir(folder)
         self.addCleanup(os.rmdir, folder)
         out, _, status = self.run_tool(cwd=folder)
         self.assertEqual((out, status), (SHARED + DELETED, 0))
 
-    def test_do_nothing_in_a_link_to_the_tool(self):
+    def test_link_that_is_not_text_is_harmless(self):
         link = b"/tmp/" + NO_TEXT
         os.symlink(self.tool, link)
         self.addCleanup(os.unlink, link)
@@ -48,7 +48,7 @@ class BytesThatAreNoText(ToolCase):
         self.assertEqual((done.stdout.decode(), done.returncode), (SHARED + DELETED, 0))
 
     def test_tool_in_nontext_path_panics_before_any_change(self):
-        """ICU's data is not found there, so nothing repairs them."""
+        """ICU's data is not found at such a path, so the tool has no ICU that would replace the bytes."""
         folder = b"/opt/" + NO_TEXT
         shutil.copytree(os.fsencode(BUNDLE), folder + b"/Pelago.app")
         self.addCleanup(shutil.rmtree, folder)

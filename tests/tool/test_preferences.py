@@ -1,4 +1,4 @@
-"""The tool on preferences of every kind, and several tools on the same ones."""
+"""The tool on preferences of every kind, and several tools on the same file."""
 
 import os
 import plistlib
@@ -47,7 +47,7 @@ def multiplying_binary(levels=7, width=14):
 
 
 class DamagedFiles(ToolCase):
-    """A file that holds something, but nothing that can be kept, is never overwritten."""
+    """A file whose content the tool could not write back is never overwritten."""
 
     DAMAGED = {
         "junk": b"\x00\x01junk" * 100,
@@ -71,7 +71,7 @@ class DamagedFiles(ToolCase):
         "multiplies itself deeply": multiplying_binary(60, 14),
     }
 
-    def test_each(self):
+    def test_each_damaged_file_is_left_alone(self):
         for name, content in self.DAMAGED.items():
             with self.subTest(name):
                 PREFS.write_bytes(content)
@@ -134,7 +134,7 @@ class UsualFiles(ToolCase):
 
 
 class AfterAKill(ToolCase):
-    """What a tool that is killed had switched on is off for the next one; what others switched on is not."""
+    """The next tool switches off what a killed tool had switched on, but not what others had."""
 
     def killed_while_sharing(self):
         process = self.start()
@@ -211,7 +211,7 @@ class SeveralTools(ToolCase):
                 outcomes = [self.finish(tool) for tool in tools]
                 for out, err, status in outcomes:
                     self.assertEqual((out, status), (SHARED + DELETED, 0), err)
-                # Whoever found the service off switched it on and off again, which leaves a list.
+                # The tool that found the service off switched it on and off again, which leaves an empty array.
                 self.assertEqual(self.services(), services or [])
 
     def test_the_second_leaves_the_switch_to_the_first(self):

@@ -1,4 +1,4 @@
-"""The whole product for real: the tool, its scripts, the service switch, Samba and a client."""
+"""The whole product: the tool, its scripts, the service switch, a real Samba and a client."""
 
 import os
 import shutil
@@ -80,7 +80,7 @@ class RealCase(ToolCase):
 
 
 class Sharing(RealCase):
-    def test_from_nothing_to_a_share_and_back(self):
+    def test_a_session_serves_its_client_and_leaves_nothing(self):
         before = self.prefs()
         self.assertRefused(self.fetch(), "NT_STATUS_CONNECTION_REFUSED")
         process = self.share()
@@ -188,7 +188,7 @@ class Secrecy(RealCase):
             ["strace", "-f", "-v", "-s", "100000", "-e", "trace=execve", "-o", log, self.tool, self.folder, "Docs",
              "alice", self.password_file, "rw"], stdin=subprocess.DEVNULL, capture_output=True, text=True,
             env=os.environ | {name: "exported" for name in ("password", "passwordOctal", "pw", "line")}
-            | {"ASAN_OPTIONS": "detect_leaks=0"})  # which a tool under strace cannot
+            | {"ASAN_OPTIONS": "detect_leaks=0"})  # the leak checker cannot run under strace
         self.assertEqual(out.returncode, 0, out.stderr)
         trace = log.read_text(errors="replace")
         for program in ("useradd", "sambaAccount.py", "net", "userdel"):

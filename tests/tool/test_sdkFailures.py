@@ -1,4 +1,4 @@
-"""What the tool does when an SDK call fails that a real system hardly ever lets fail.
+"""The tool when an SDK call fails that rarely fails on a real system.
 
 The tool's own objects are linked with calls that fail when they are told to and note each call.
 """
@@ -62,9 +62,9 @@ class NothingFails(ScriptedCase):
 
 
 class BeforeAnythingElse(ScriptedCase):
-    """The arguments are counted before the library is asked for anything, and it is ready before the tool looks."""
+    """The tool first counts its arguments, then initialises the library, then opens the preferences."""
 
-    def test_a_wrong_call_asks_for_nothing(self):
+    def test_usage_error_makes_no_sdk_call(self):
         for count in (0, 4, 6):
             with self.subTest(count):
                 environment = os.environ | {"PELAGO_SDK_LOG": str(STATE / "log")}
@@ -131,7 +131,7 @@ class AfterTheShare(ScriptedCase):
         self.assertCalls(ENABLE + LOCK + calls + UNLOCK + RELEASE)
 
     def test_second_lock(self):
-        # As when the session is refused as stale: nothing is restored and the user stays.
+        # As for a session that is refused as stale: nothing is restored and the user stays.
         self.assertEqual(self.run_failing("SCPreferencesLock:2"), (
             SHARED + DELETED, ENABLING + SHARING + WAITING + CLOSED
             + "Unable to lock preferences to restore original state\n", 1))
@@ -139,7 +139,7 @@ class AfterTheShare(ScriptedCase):
         self.assertEqual(self.services(), ["disk"])
         self.assertCalls(ENABLE + ["SCPreferencesLock fails"] + RELEASE)
 
-    def test_second_lock_releases_before_it_tells(self):
+    def test_second_lock_releases_before_the_message(self):
         err = self.run_tool(env=os.environ | {"PELAGO_SDK_FAIL": "SCPreferencesLock:2",
                                               "PELAGO_SDK_LOG": "/dev/stderr"})[1]
         self.assertTrue(err.endswith("SCPreferencesLock fails\nCFRelease of the session\n"
@@ -165,7 +165,7 @@ class AfterTheShare(ScriptedCase):
         self.fails("SCPreferencesCommitChanges:2", "error while committing preference change to disk",
                    COPY + SET + ["SCPreferencesCommitChanges fails"] + ARRAY_RELEASE)
 
-    def test_last_unlock_is_nobody_s_business(self):
+    def test_failure_of_the_last_unlock_is_ignored(self):
         self.assertEqual(self.run_failing("SCPreferencesUnlock:2")[2], 0)
 
     def test_disabling_outdoes_a_failed_share(self):

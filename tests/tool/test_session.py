@@ -1,4 +1,4 @@
-"""The whole run of the tool, path by path, on recording scripts and the real preferences."""
+"""Runs of the tool on each path through it, with recording scripts and real preferences."""
 
 import datetime
 import fcntl
@@ -92,14 +92,14 @@ class WholeSession(ToolCase):
         shutil.move(BUNDLE, elsewhere)
         link = STATE / "link"
         link.symlink_to(elsewhere / "Contents/Library/shares/pelagoShareTool")
-        self.tool = link  # the real path counts, not the one it was started by
+        self.tool = link  # the tool finds its bundle by the real path
         self.assertEqual(self.run_tool()[2], 0)
         self.assertEqual([call.argv[0] for call in self.calls()],
                          [f"{elsewhere}/Contents/Library/shares/{name}.sh" for name in SCRIPTS])
         shutil.rmtree(elsewhere)
 
     def replace_the_bundle(self):
-        """Puts a newer file in the place of each, as a package manager does."""
+        """Replaces each file by a newer one, as a package manager does."""
         for path in [path for path in BUNDLE.rglob("*") if path.is_file()]:
             newer = path.with_name(f"{path.name}.dpkg-new")
             shutil.copy(path, newer)
@@ -168,7 +168,7 @@ class WholeSession(ToolCase):
                           zip((BUNDLE, BUNDLE, elsewhere, elsewhere), SCRIPTS)])
 
     def test_a_bundle_that_only_moves_meanwhile_is_gone(self):
-        # As for any path: the tool was started by this one, and it leads nowhere now.
+        # The tool was started by this path, which leads to nothing now.
         process = self.start()
         self.wait_until_shared(process)
         self.move_the_bundle(BUNDLE.with_name("moved.app"))
@@ -228,7 +228,7 @@ class Waiting(ToolCase):
         self.assertEqual(process.wait(timeout=20), 0)
 
     def hand_over(self, process, data):
-        """Writes a part of a line, and returns when the tool has read it."""
+        """Writes a part of a line, and waits until the tool has read it."""
         process.stdin.write(data)
         process.stdin.flush()
         self.wait_until(lambda: fcntl.ioctl(process.stdin, termios.FIONREAD, bytes(4)) == bytes(4), "a read")
@@ -440,7 +440,7 @@ class FailedRemoval(ToolCase):
                 self.assertEqual(self.services(), [])
 
     def test_failed_exec_repeats_unflushed_output_on_stderr(self):
-        # Its child ends with the ordinary exit, on standard error: the caller's stream stays clean.
+        # The child flushes its copy of the tool's output at exit, to standard error and not to the caller.
         (SHARES / "rmuser.sh").unlink()
         self.assertRun(self.run_tool(), SHARED + DELETED,
                        ENABLING + SHARING + WAITING + CLOSED + DISABLING
@@ -448,7 +448,7 @@ class FailedRemoval(ToolCase):
 
 
 class MissingLocation(ToolCase):
-    """A product file without a path ends the tool at once; the number tells which."""
+    """If a product file has no path the tool ends at once; the report's number names the file."""
 
     def report(self, check):
         return f"Panic: NOT_IMPLEMENTED apps/pelagoShareTool/pelagoShareTool:{check}\n"

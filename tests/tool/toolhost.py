@@ -1,7 +1,7 @@
-"""A product bundle with recording scripts in place of the real ones, and the tool in it.
+"""A product bundle with the tool, and with recording scripts instead of the real ones.
 
-Everything happens at the tool's own absolute paths, so these tests run as root on a machine of their
-own (tools/sandbox.sh).
+The tests use the tool's own absolute paths, so they run as root on a throw-away machine
+(tools/sandbox.sh).
 """
 
 import errno
@@ -21,12 +21,12 @@ from throwAway import require_sandbox  # noqa: E402
 
 require_sandbox()
 PREFS = Path("/Library/Preferences/SystemConfiguration/com.apple.smb.server.plist")
-BUNDLE = Path("/opt/the product's own/Pelago.app")  # a blank and a quote, as a user may have them
+BUNDLE = Path("/opt/the product's own/Pelago.app")  # a blank and a quote, because paths may have them
 SHARES = BUNDLE / "Contents/Library/shares"
 STATE = Path("/tmp/toolhost")
 SCRIPTS = ("adduser", "addshare", "rmshare", "rmuser")
 
-# Notes its argument vector and what it saw of the world, then does what the test wants of it.
+# Records its arguments, streams and preferences, then runs the test's commands.
 SCRIPT = """#!/bin/sh
 name=${0##*/}; name=${name%.sh}
 call=$(ls /tmp/toolhost/calls | wc -l)
@@ -55,7 +55,7 @@ DELETED = "0 is the delete share result (0=success, nonzero=failure).\n"
 
 
 def vector(name):
-    """What a script is to be started with, element by element."""
+    """Returns the argument vector that a script must be started with."""
     path = str(SHARES / f"{name}.sh")
     return [path] + {
         "adduser": [USER, USER, PASSWORD_FILE],
@@ -66,7 +66,7 @@ def vector(name):
 
 
 class Call:
-    """One run of a script: its name, vector, and the world as it was."""
+    """One run of a script: its name, its arguments, and what it recorded."""
 
     def __init__(self, path):
         number, self.name = path.name.split("-")
@@ -80,7 +80,7 @@ class Call:
 
 
 class ToolCase(unittest.TestCase):
-    """Sets up the bundle and an SMB service that is off."""
+    """Installs the bundle, and preferences in which the SMB service is off."""
 
     maxDiff = None
     OTHER_KEYS = {"NetBIOSName": "HOST", "MaxClients": 100, "AllowGuestAccess": False}
@@ -105,7 +105,7 @@ class ToolCase(unittest.TestCase):
         shutil.copy(program, self.tool)
 
     def write_prefs(self, services=None, **kept):
-        """Writes preferences with the given services; without, the key is absent."""
+        """Writes preferences with the given services; for None the key is absent."""
         content = dict(kept or self.OTHER_KEYS)
         if services is not None:
             content["EnabledServices"] = services
@@ -118,7 +118,7 @@ class ToolCase(unittest.TestCase):
         return self.prefs().get("EnabledServices")
 
     def script_does(self, name, body):
-        """What the script does after it has noted its call, in shell."""
+        """Sets the shell commands that the script runs after it has recorded its call."""
         (STATE / f"{name}.do").write_text(body)
 
     def calls(self):
@@ -147,7 +147,7 @@ class ToolCase(unittest.TestCase):
                 stream.close()
 
     def finish(self, process, data=b"", timeout=30):
-        """Gives the tool its standard input, ends that, and returns (stdout, stderr, status)."""
+        """Writes the tool's standard input, closes it, and returns (stdout, stderr, status)."""
         out, err = process.communicate(data, timeout=timeout)
         return tuple(None if text is None else os.fsdecode(text) for text in (out, err)) + (process.returncode,)
 
@@ -172,13 +172,13 @@ class ToolCase(unittest.TestCase):
 
 
 def host_number(name):
-    """What an error's number is on the host that the tool was built for: this one, unless a table is named."""
+    """Returns an error's number on the host that the tool was built for: this one, unless a table is named."""
     table = os.environ.get("PELAGO_HOST_NUMBERS")
     return json.loads(Path(table).read_text())[name] if table else getattr(errno, name)
 
 
 def lock_preferences():
-    """Holds the preferences' lock as another process would; close the file to give it back."""
+    """Takes the preferences' lock as another process would; closing the file releases it."""
     file = open(f"{PREFS}-lock", "w")
     fcntl.flock(file, fcntl.LOCK_EX)
     return file
