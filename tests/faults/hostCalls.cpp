@@ -1,12 +1,12 @@
-// hostCalls.cpp -- makes one of the host's calls that take or give text, through the library or
-// without it.
+// hostCalls.cpp -- makes one of the host's calls that take or return text, through the library or
+// directly.
 //
 // hostCalls                    the names, one a line
 // hostCalls NAME wrapped|bare  makes that call in a folder of its own; prints its result, its
 //                              errno, and how many descriptors it left open
 //
-// Before and after the call it asks for access to "/begin" and "/end", so that a trace shows what
-// lies between.
+// Calls access() for "/begin" before the call and for "/end" after it, which mark the call's own
+// system calls in a trace.
 #include "posixCalls.h"
 
 #include <dirent.h>
@@ -27,7 +27,7 @@ CallOutcome Team(const group *team)
     return {team == nullptr ? "NULL" : team->gr_name, error};
 }
 
-// A call that fills the caller's record; found is how its result reads.
+// A call that fills the caller's record; found formats its result.
 template <typename Record, typename Key>
 CallOutcome Filled(int (*call)(Key, Record *, char *, size_t, Record **), Key key,
                    CallOutcome (*found)(const Record *))
@@ -46,14 +46,14 @@ CallOutcome Groups(int (*call)(const char *, gid_t, gid_t *, int *))
     return {std::to_string(result) + " of " + std::to_string(count), errno};
 }
 
-// Its name is another one each time.
+// The file's name differs at each run, so it is not printed.
 CallOutcome Made(char *name)
 {
     const CallOutcome outcome = Taken(name);
     return {outcome.result == "NULL" ? "NULL" : "a name", outcome.error};
 }
 
-// A name that was made is a success, whatever becomes of the file.
+// Success if a name was made, even if the file is missing.
 char *QuietMkTemp()
 {
     const int before = errno;

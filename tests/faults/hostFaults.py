@@ -1,7 +1,7 @@
-"""Every system call under every wrapper of the library fails in turn, with each error that it can give.
+"""Makes every system call of every wrapper of the library fail in turn, with each error that it can return.
 
-The library's wrapper and the C library's own call meet the same fault, and must give the same result and the same
-errno, and leave no descriptor open.  STEP=N takes every N-th fault only.  Needs HOST_CALLS, the program that makes
+The library's wrapper and the C library's own call meet the same fault, and must have the same result and the same
+errno, and leave no descriptor open.  STEP=N tries every N-th fault only.  Needs HOST_CALLS, the program that makes
 the calls.  Status 1 when a wrapper differs from its call.
 """
 
@@ -13,20 +13,20 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../
 import straced  # noqa: E402
 
 PROGRAM, STEP = os.environ["HOST_CALLS"], int(os.environ.get("STEP", 1))
-# The library's text takes memory, and the allocator wants a random number for its first block.
+# The library allocates text, and the allocator reads a random number before its first block.
 MEMORY = {"brk", "mmap", "munmap", "mprotect", "getrandom"}
-SAME = {"creat": "openat"}  # one call of the C library, made as the other
+SAME = {"creat": "openat"}  # the C library makes one call by the other
 
 
 def made(name, way, strace=()):
-    """What the call gives, in words; a program that dies gives its status."""
+    """Returns the program's output for the call, or its status if it dies."""
     done = subprocess.run([*strace, PROGRAM, name, way], stdin=subprocess.DEVNULL, capture_output=True, text=True,
                           timeout=20)
     return done.stdout or f"status {done.returncode}"
 
 
 def points_of(name, way):
-    """The system calls that the call makes, those for memory left out."""
+    """Returns the system calls that the call makes, except those for memory."""
     made(name, way, straced.tracing())
     points = straced.read_log()
     begin, end = (next(i for i, point in enumerate(points) if f'"/{mark}"' in point.line) for mark in ("begin", "end"))
@@ -38,7 +38,7 @@ def kinds(points):
 
 
 def faults():
-    """(name, the wrapper's point, the bare call's point, error) for all of them."""
+    """Yields (name, the wrapper's point, the bare call's point, error) for every fault."""
     for name in subprocess.run([PROGRAM], capture_output=True, text=True, check=True).stdout.split():
         ours, theirs = points_of(name, "wrapped"), points_of(name, "bare")
         if kinds(ours) != kinds(theirs):

@@ -1,5 +1,5 @@
-// libraryDriver.cpp -- the library's functions from four threads for a long time: every result is
-// checked, and what the process holds stays the same.
+// libraryDriver.cpp -- calls the library's functions from four threads for a long time, checks
+// every result, and checks that the process does not grow.
 //
 // libraryDriver SECONDS  prints what was done, and how much memory the process had at the half and
 // at the end. Exit status: 0 when every result was right and memory did not grow in the second
@@ -38,12 +38,12 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr int THREADS = 4;
 constexpr uintptr_t SHARED_KEYS = 4096;
-constexpr long GROWTH_IN_PAGES = 2048; // 8 MiB, which a sanitizer's own records may come to
+constexpr long GROWTH_IN_PAGES = 2048; // 8 MiB, the most that a sanitizer's own records take
 
 HashTable *sShared;                           // of all threads
-StringEncoding sFound[STRING_ENCODING_COUNT]; // what each encoding's name is found to be
+StringEncoding sFound[STRING_ENCODING_COUNT]; // the result of looking up each encoding's name
 std::atomic<uint64_t> sDone;
-std::mutex sExpansion; // Util_ExpandString() is for one thread at a time
+std::mutex sExpansion; // Util_ExpandString() may run in one thread at a time
 
 #define MUST(condition)                                                                            \
     do {                                                                                           \
@@ -53,7 +53,7 @@ std::mutex sExpansion; // Util_ExpandString() is for one thread at a time
         }                                                                                          \
     } while (false)
 
-// Text of up to 200 characters, most of them more than a byte in UTF-8.
+// Returns text of up to 200 characters, most of them longer than a byte in UTF-8.
 std::string RandomText(Random &random)
 {
     static const char *const CHARACTERS[] = {"a", "%", "\\", ",",  "'", " ",
@@ -119,14 +119,14 @@ void Escape(Random &random)
     free(back);
 }
 
-// Which of two encodings a shared name means, the first look-up has decided: main() makes it.
+// The first look-up of a name that two encodings share decides which one it means; main() makes it.
 void Names(Random &random)
 {
     const auto encoding = static_cast<StringEncoding>(random() % STRING_ENCODING_COUNT);
     MUST(UnicodeIANALookup(Unicode_EncodingEnumToName(encoding)) == sFound[encoding]);
 }
 
-// All threads enter the same keys; who looks one up finds the one value that it may have.
+// All threads enter the same keys, each with the one value that every look-up must find.
 void Share(Random &random)
 {
     const uintptr_t key = 1 + random() % SHARED_KEYS;

@@ -8,19 +8,19 @@ or preferences, hangs, or leaves a process or a file.
 import os
 import sys
 
-from toolfaults import Host, Unexplained, Way, claim
+from toolfaults import Host, Unexplained, Scenario, claim
 
 
 def main():
     host, count = Host(), int(os.environ["COUNT"])
-    for way in (Way("off"), Way("on", services=["disk", "print"])):
-        host.prepare(way)
-        first = host.run_way(way)
-        claim((first.status, first.left, first.services) == (0, [], way.services), f"the first run: {first}")
+    for scenario in (Scenario("off"), Scenario("on", services=["disk", "print"])):
+        host.prepare(scenario)
+        first = host.run_scenario(scenario)
+        claim((first.status, first.left, first.services) == (0, [], scenario.services), f"the first run: {first}")
         for number in range(count // 2):
-            run = host.run_way(way)
+            run = host.run_scenario(scenario)
             claim(run == first, f"run {number} differs: {run}, not {first}")
-        print(f"{way.name}: {count // 2} runs as the first", flush=True)
+        print(f"{scenario.name}: {count // 2} runs as the first", flush=True)
 
 
 try:

@@ -17,13 +17,13 @@
 
 namespace {
 
-constexpr size_t ROOM = 512; // 309 digits, a point, 40 more, and a width
+constexpr size_t ROOM = 512; // more than 309 digits, a point and 40 digits
 
 struct Directive {
     char format[32];
     int width;
     int precision;
-    bool isWhole; // "%.0f", which rounds halves away from zero here, and to even in the C library
+    bool isWhole; // "%.0f": the library rounds halves away from zero, the C library to even
 };
 
 __attribute__((noinline)) int Ours(char *room, const char *format, ...)
@@ -58,7 +58,7 @@ Directive RandomDirective(std::mt19937_64 &random)
     Directive directive = {"%", static_cast<int>(bits >> 8 & 63),
                            static_cast<int>((bits >> 16) % 41), false};
     char *end = directive.format + 1;
-    // The C library's "#" with "g" loses zeros where rounding adds a digit.
+    // The C library's "#" with "g" loses zeros if rounding adds a digit.
     for (const char flag : {'-', '+', ' ', '0', '#'}) {
         const bool isSet = (bits >> (24 + flag % 16) & 3) == 0;
         if (isSet && !(flag == '#' && isGeneral)) { *end++ = flag; }
@@ -73,7 +73,7 @@ bool IsEqual(const Directive &directive, double value)
 {
     char ours[ROOM], exact[ROOM];
     const int length = Ours(ours, directive.format, directive.width, directive.precision, value);
-    // Zero has no sign here, nor has what is not a number; std::round() is exact.
+    // The library writes zero and NaN without a sign; std::round() is exact.
     double same = directive.isWhole ? std::round(value) : value;
     if (same == 0 || std::isnan(same)) { same = std::fabs(same); }
     const int expected =

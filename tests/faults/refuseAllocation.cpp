@@ -1,7 +1,7 @@
-// refuseAllocation.cpp -- preloaded, refuses a program its memory.
+// refuseAllocation.cpp -- preloaded, makes a program's allocations fail.
 //   REFUSE_AT=N     the N-th allocation fails; N+ and all after it
-//   REFUSE_PROOF=F  a file that then gets a line: the program or library that had asked
-// What the program starts gets none of this.
+//   REFUSE_PROOF=F  a file to which the name of the program or library is then appended
+// Programs that the program starts are not affected.
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -16,7 +16,7 @@ void *__libc_calloc(size_t count, size_t size);
 void *__libc_realloc(void *block, size_t size);
 }
 
-static long sRemaining; // allocations until one fails; 0 when none does
+static long sRemaining; // allocations up to the one that fails; 0 if none does
 static bool sIsLasting;
 static const char *sProof;
 
@@ -37,7 +37,7 @@ static void Prove(const void *caller)
     dladdr(caller, &info);
     const char *name = info.dli_fname != nullptr ? info.dli_fname : "unknown";
     const int fd = open(sProof, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    // What cannot be proved counts as not having happened.
+    // Without the line the test takes it that no allocation was refused.
     if (write(fd, name, strlen(name)) > 0 && write(fd, "\n", 1) > 0) { close(fd); }
 }
 
@@ -65,7 +65,7 @@ extern "C" void *realloc(void *block, size_t size)
     return IsRefused(__builtin_return_address(0)) ? nullptr : __libc_realloc(block, size);
 }
 
-// The C library's own of these would count as requests of the C library.
+// The C library's own versions would count as allocations of the C library.
 
 static char *CopyText(const char *text, size_t length, const void *caller)
 {

@@ -1,5 +1,5 @@
 // shortTransfer read|write ORDINAL COMMAND... -- runs the command, whose ORDINAL-th such call
-// transfers one byte and no more, as a signal, a pipe or a full disk may have it. Exit status: the
+// transfers only one byte, as after a signal, on a pipe or on a full disk.  Exit status: the
 // command's, or 128 and the signal that ended it; 125 when there was no such call.
 #include <cstdint>
 #include <cstdio>
@@ -24,7 +24,7 @@ static void AskKernel(int request, pid_t child, long value, const char *what)
     if (ptrace(static_cast<__ptrace_request>(request), child, 0, value) == -1) { Fail(what); }
 }
 
-// Runs the child up to where it enters or leaves its next call; false when it has ended.
+// Runs the child until it enters or leaves its next system call; false if it has ended.
 static bool GoToNextStop(pid_t child, int *status)
 {
     for (int signal = 0;;) {
@@ -32,12 +32,12 @@ static bool GoToNextStop(pid_t child, int *status)
         if (waitpid(child, status, 0) == -1) { Fail("shortTransfer: wait"); }
         if (!WIFSTOPPED(*status)) { return false; }
         if (WSTOPSIG(*status) == (SIGTRAP | 0x80)) { return true; }
-        // The trap tells of execve; every other signal is the child's own.
+        // SIGTRAP reports execve; every other signal is passed to the child.
         signal = WSTOPSIG(*status) == SIGTRAP ? 0 : WSTOPSIG(*status);
     }
 }
 
-// Stops the child as it enters the call; false when it has ended before.
+// Stops the child as it enters the call; false if it ended before.
 static bool GoToCall(pid_t child, uint64_t call, long ordinal, int *status)
 {
     while (GoToNextStop(child, status)) {

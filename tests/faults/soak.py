@@ -1,9 +1,9 @@
-"""Many sessions on a real Samba, and what is left of them: nothing.
+"""Runs many sessions on a real Samba, and checks that nothing is left of them.
 
-SESSIONS of them (1000) one after the other, the first half on a service that each switches on and off, the second on
-one that is on; then, for MINUTES (10), two at a time with a user and a share of their own each, on a service
-that is on (of two that had to switch it on, the one that did switches it off under the other).  Every
-tenth has a client that fetches the file.  At the start and the end of each part everything is counted
+SESSIONS (1000) run one after the other, the first half on a service that each switches on and off, the second on
+one that is on; then, for MINUTES (10), two at a time, each with its own user and share, on a service
+that is on (otherwise the one that switched it on would switch it off during the other's session).  Every
+tenth has a client that fetches the file.  At the start and the end of each part the test counts everything
 that a session could leave: users, shares, passwords, files, processes and their descriptors, the sizes
 of Samba's databases, and the memory of smbd and of the switch.  Only logs may grow.
 
@@ -35,15 +35,15 @@ ERRORS = Path("/tmp/soak.err")
 CONTENT = b"the content\n" * 1000
 PASSWORD = "correct horse"
 FETCH_EVERY = 10
-WARM_UP = 10  # sessions after which caches and databases have their size
-MEMORY_KIB = 512  # that a process may have more at the end: less than a KiB for each of 1,000 sessions
-DATABASE_BYTES = 131072  # that a database may have more: they grow in steps, and their free space is used again
-QUIET_LOOKS = 10  # in a row that find the same processes
+WARM_UP = 10  # sessions after which caches and databases have their final size
+MEMORY_KIB = 512  # the most that a process may grow: less than a KiB for each of 1,000 sessions
+DATABASE_BYTES = 131072  # the most that a database may grow: databases grow in steps, and reuse free space
+QUIET_LOOKS = 10  # checks in a row that find the same processes
 ACCOUNTS = ("/etc/passwd", "/etc/group", "/etc/shadow", "/etc/gshadow", "/etc/subuid", "/etc/subgid")
-# Where a session, Samba or the switch might leave a file.
+# Folders in which a session, Samba or the switch might leave a file.
 FOLDERS = ("/etc", "/run", "/tmp", "/srv", "/home", "/Library", "/opt/Pelago.app", "/var/lib/samba", "/var/cache/samba",
            "/var/tmp", "/var/mail")
-# What the first session makes for all others, and what Samba and the user programs keep.
+# Files that the first session makes for all others, and that Samba and the user programs keep.
 FURNITURE = re.compile(r"/run/pelago(/lock|/accounts\.lock|/looked|/shares|/users)?$|/run/samba/|/var/(lib|cache)/samba/|/tmp/soak\.err$"
                        r"|/etc/(passwd|group|shadow|gshadow|subuid|subgid)-$")
 
@@ -55,7 +55,7 @@ class Failed(Exception):
 # ---- The machine
 
 class Machine:
-    """The bundle in its place, the switch at work, and a folder to share."""
+    """Installs the bundle, starts the switch, and makes a folder to share."""
 
     def __init__(self):
         sambahost.set_up()
@@ -93,7 +93,7 @@ def fetch(user, share):
 
 
 def session(user, share, has_client):
-    """A whole session, from start to end."""
+    """Runs a whole session."""
     command = [TOOL, PLACE / "folder", share, user, PLACE / "password", "rw"]
     with ERRORS.open("ab") as errors, subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                                        stderr=errors) as tool:
@@ -119,21 +119,21 @@ class Tally:
         self.failures = []
 
     def run(self, user, share):
-        """One more session; every tenth, and so the first, has a client."""
+        """Runs one more session; every tenth, beginning with the first, has a client."""
         has_client = self.sessions % FETCH_EVERY == 0
         self.sessions += 1
         self.fetches += has_client
         try:
             session(user, share, has_client)
-        except Exception as error:  # whatever it is, it is a session that failed
+        except Exception as error:  # any exception is a failed session
             self.failures.append(str(error))
         return not self.failures
 
 
-# ---- What there is
+# ---- The state of the machine
 
 def processes():
-    """Every process here, as (number, name)."""
+    """Returns every process, as (process id, name)."""
     for number in filter(str.isdigit, os.listdir("/proc")):
         with contextlib.suppress(FileNotFoundError, ProcessLookupError):
             yield int(number), Path(f"/proc/{number}/comm").read_text().strip()
@@ -144,7 +144,7 @@ def process_names():
 
 
 def settle():
-    """What serves a client, or has been told to end, takes a moment."""
+    """Waits until no process starts or ends: one that serves a client or is ending takes a moment."""
     seen = process_names()
     deadline, quiet = time.monotonic() + sambahost.HANG, 0
     while quiet < QUIET_LOOKS and time.monotonic() < deadline:
@@ -155,8 +155,8 @@ def settle():
 
 
 def files():
-    """Every file.  Samba's message files have the numbers of their processes; those of a past smbd the next
-    one clears away, a quarter of an hour after its start, and do not count."""
+    """Returns every file.  Samba's message files are named by process id; those of an ended smbd do not count,
+    since the next smbd removes them a quarter of an hour after its start."""
     found = set()
     for folder in FOLDERS:
         for place, folders, names in os.walk(folder):
@@ -166,7 +166,7 @@ def files():
 
 
 class Footprint:
-    """All that a session could leave behind, at a moment when none runs."""
+    """Returns everything that a session could leave; call it while no session runs."""
 
     def __init__(self):
         settle()
@@ -191,7 +191,7 @@ class Footprint:
         return int(re.search(r"RssAnon:\s+(\d+)", Path(f"/proc/{number}/status").read_text())[1])
 
     def left_since(self, before):
-        """What there is more than before, each in a line."""
+        """Returns a line for everything that there is more of than before."""
         for what, content in self.exact.items():
             if content != before.exact[what]:
                 yield f"{what}: {before.exact[what]!r} has become {content!r}"
@@ -222,7 +222,7 @@ class Part:
         self.seconds = 0
 
     def run(self, sessions):
-        """sessions runs them all, and calls back once they are warm."""
+        """sessions runs all sessions, and calls back after the warm-up."""
         def warm():
             self.before = Footprint()
         start = time.monotonic()

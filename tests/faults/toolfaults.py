@@ -1,15 +1,15 @@
-"""Every fault at every place of the tool, one at a time, and what became of it.
+"""Provokes every fault at every place of the tool, one at a time, and judges the outcome.
 
-A run of the tool on each way through it is recorded.  Then, in turn, each system call of that run fails
-with each error that it can give, or the tool is killed in it, or, where bytes are moved, moves only
-one; and each allocation is refused, alone and with all after it.  The preferences are real, the scripts
+A run of the tool in each scenario is recorded.  Then, in turn, each system call of that run fails
+with each error that it can return, or the tool is killed in it, or a read or write transfers only one
+byte; and each allocation is refused, alone and with all after it.  The preferences are real, the scripts
 only note that they were called.  After each run the preferences must be whole, standard output and exit
-status among those that README.md tells of, and true; nothing may hang or be left; and the next run must
-succeed.  Whatever is not so is unexplained, and told with its PLACE.
+status must be true and among those that README.md lists; nothing may hang or be left; and the next run must
+succeed.  Any other outcome is unexplained, and is printed with its PLACE.
 
-SAMPLE=N takes every N-th fault only and the few of a rare kind, PLACE=PLACE one, and shows it.  Needs
-PELAGO_TOOL, SHORT_TRANSFER and REFUSE_ALLOCATION: the programs, and LOADED_TOOL: the tool that loads the C
-library, whose allocator another one can take the place of.  Status 1 when anything is unexplained.
+SAMPLE=N tries every N-th fault only and those of rare kinds, PLACE=PLACE one, and shows it.  Needs
+the programs PELAGO_TOOL, SHORT_TRANSFER and REFUSE_ALLOCATION, and LOADED_TOOL, the tool linked with the shared
+C library, whose allocator can be replaced.  Status 1 when anything is unexplained.
 """
 
 import contextlib
@@ -38,7 +38,7 @@ NEW = PREFS.with_name(f"{PREFS.name}-new")
 CALLED, STDERR, PROOF = STATE / "called", STATE / "stderr", STATE / "proof"
 STUB = "#!/bin/sh\necho {name} >>%s\necho noise\n{does}\nexit {status}\n" % CALLED
 
-# ---- What the tool may say
+# ---- The tool's possible output
 
 USAGE = "2 - usage error. pelagoShareTool <folderPath> <shareName> <username> <pathPasswordFile\n"
 REFUSALS = {f"1 - {reason}\n" for reason in (
@@ -53,7 +53,7 @@ NOT_PUT_BACK = ("Unable to lock preferences to restore original state\n", "Unabl
 
 
 def statuses_with(out):
-    """The exit statuses that may stand beside this standard output; none when it may not be."""
+    """Returns the exit statuses that are allowed with this standard output; none if the output itself is wrong."""
     if out == USAGE:
         return {2}
     if out in REFUSALS or out == NO_USER:
@@ -64,42 +64,42 @@ def statuses_with(out):
 
 
 def may_have_been_called(names):
-    """In this order, and nothing without what it undoes or stands on; any of them may not have started."""
+    """Returns whether the scripts may have been called: in this order, each only after those that it needs."""
     in_order = [name for name in SCRIPTS if name in names] == names
     return in_order and (not names or names[0] == "adduser") and ("rmshare" not in names or "addshare" in names)
 
 
-# ---- Ways through the tool
+# ---- Scenarios
 
 @dataclass
-class Way:
+class Scenario:
     name: str
     services: list | None = field(default_factory=lambda: ["print"])  # None: there is no such key
-    statuses: dict = field(default_factory=dict)  # of scripts that fail
+    statuses: dict = field(default_factory=dict)  # exit statuses of the scripts that fail
     arguments: tuple = ARGUMENTS
     data: bytes = b""
     has_prefs: bool = True
-    is_locked: bool = False  # by another, until the tool waits for it
-    is_written: bool = False  # by another, while the share is there, so that the tool reads the file again
+    is_locked: bool = False  # by another process, until the tool waits for the lock
+    is_written: bool = False  # by another process during the share, so that the tool reads the file again
 
 
-WAYS = (
-    Way("off"),
-    Way("absent", services=None),
-    Way("on", services=["disk", "print"]),
-    Way("line", data=b"enough\n"),
-    Way("locked", is_locked=True),
-    Way("written", is_written=True),
-    Way("noUser", statuses={"adduser": 4}),
-    Way("noShare", statuses={"addshare": 3}),
-    Way("shareStays", statuses={"rmshare": 5}),
-    Way("userStays", statuses={"rmuser": 6}),
-    Way("noUserOn", services=["disk"], statuses={"adduser": 4}),
-    Way("usage", arguments=ARGUMENTS[:3]),
-    Way("noPrefs", services=None, has_prefs=False),
-    Way("noArray", services="disk"),
+SCENARIOS = (
+    Scenario("off"),
+    Scenario("absent", services=None),
+    Scenario("on", services=["disk", "print"]),
+    Scenario("line", data=b"enough\n"),
+    Scenario("locked", is_locked=True),
+    Scenario("written", is_written=True),
+    Scenario("noUser", statuses={"adduser": 4}),
+    Scenario("noShare", statuses={"addshare": 3}),
+    Scenario("shareStays", statuses={"rmshare": 5}),
+    Scenario("userStays", statuses={"rmuser": 6}),
+    Scenario("noUserOn", services=["disk"], statuses={"adduser": 4}),
+    Scenario("usage", arguments=ARGUMENTS[:3]),
+    Scenario("noPrefs", services=None, has_prefs=False),
+    Scenario("noArray", services="disk"),
 )
-FIRST_OF_MAIN = ("fcntl", 1)  # before it the program is being loaded, on every way alike
+FIRST_OF_MAIN = ("fcntl", 1)  # the calls before it load the program, alike in every scenario
 
 
 @dataclass
@@ -109,7 +109,7 @@ class Run:
     status: int
     services: object
     called: list
-    left: list  # files beside the preferences
+    left: list  # other files in the folder of the preferences
 
     def same_as(self, other):
         return replace(self, err="", left=[]) == replace(other, err="", left=[])
@@ -131,7 +131,7 @@ def with_disk(services):
 
 @contextlib.contextmanager
 def locked_until_somebody_waits():
-    """The preferences' lock in another's hands, who gives it back, as the tool would, when the tool waits."""
+    """Another process has the preferences' lock, and releases it, as a tool does, when the tool waits for it."""
     lock, over = lock_preferences(), threading.Event()
     node = f":{os.fstat(lock.fileno()).st_ino} "
 
@@ -155,7 +155,7 @@ def processes():
 
 
 class Host(ToolCase):
-    """The bundle and its preferences; runs the tool, and tells what it has done."""
+    """The bundle and its preferences; runs the tool, and returns what it did."""
 
     def __init__(self):
         super().__init__()
@@ -164,48 +164,48 @@ class Host(ToolCase):
         if loaded := os.environ.get("LOADED_TOOL"):
             self.loaded_tool = shutil.copy(loaded, SHARES / "loadedTool")
 
-    def prepare(self, way):
+    def prepare(self, scenario):
         for path in (*PREFS.parent.iterdir(), CALLED, PROOF):
             path.unlink(missing_ok=True)
-        if way.has_prefs:
-            self.write_prefs(way.services)
-        self.write_scripts(way)
+        if scenario.has_prefs:
+            self.write_prefs(scenario.services)
+        self.write_scripts(scenario)
 
     @staticmethod
-    def write_scripts(way):
+    def write_scripts(scenario):
         for name in SCRIPTS:
-            does = f"touch {PREFS}" if way.is_written and name == "addshare" else ""
-            text = STUB.format(name=name, does=does, status=way.statuses.get(name, 0))
+            does = f"touch {PREFS}" if scenario.is_written and name == "addshare" else ""
+            text = STUB.format(name=name, does=does, status=scenario.statuses.get(name, 0))
             (SHARES / f"{name}.sh").write_text(text)
 
-    def run_way(self, way, before=(), env=None):
-        """One run on the way, with before as its command's beginning."""
+    def run_scenario(self, scenario, before=(), env=None):
+        """Runs the tool in the scenario; before are words in front of the tool's command."""
         CALLED.unlink(missing_ok=True)
-        with (locked_until_somebody_waits() if way.is_locked else contextlib.nullcontext()), STDERR.open("w") as err:
+        with (locked_until_somebody_waits() if scenario.is_locked else contextlib.nullcontext()), STDERR.open("w") as err:
             program = self.loaded_tool if "LD_PRELOAD" in (env or {}) else self.tool
-            tool = subprocess.Popen([*before, program, *way.arguments], env=os.environ | (env or {}), stderr=err,
+            tool = subprocess.Popen([*before, program, *scenario.arguments], env=os.environ | (env or {}), stderr=err,
                                     stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True)
             try:
-                out = tool.communicate(way.data, timeout=HANG_SECONDS)[0].decode()
+                out = tool.communicate(scenario.data, timeout=HANG_SECONDS)[0].decode()
             except subprocess.TimeoutExpired:
                 os.killpg(tool.pid, signal.SIGKILL)
                 tool.communicate()
                 raise Unexplained("it hangs")
             self.wait_for_the_children()
-        return Run(out, STDERR.read_text(errors="replace"), tool.returncode, *self.found(way))
+        return Run(out, STDERR.read_text(errors="replace"), tool.returncode, *self.found(scenario))
 
     def wait_for_the_children(self):
-        """Those of a tool that was killed may end after it."""
+        """Waits for the children of a killed tool, which may end after it."""
         deadline = time.monotonic() + HANG_SECONDS
         while left := processes() - self.processes:
             claim(time.monotonic() < deadline, f"processes are left: {left}")
             time.sleep(0.001)
 
-    def found(self, way):
+    def found(self, scenario):
         left = sorted(path.name for path in PREFS.parent.iterdir() if path != PREFS)
         called = CALLED.read_text().split() if CALLED.exists() else []
         if not PREFS.exists():
-            claim(not way.has_prefs, "the preferences are gone")
+            claim(not scenario.has_prefs, "the preferences are gone")
             return None, called, left
         try:
             content = plistlib.loads(PREFS.read_bytes())
@@ -217,16 +217,16 @@ class Host(ToolCase):
         return services, called, left
 
     def claim_the_next_succeeds(self, found):
-        """A run without faults, on whatever the last one left."""
-        way = Way("next", services=found)
-        self.write_scripts(way)
+        """Runs the tool without faults, on the state that the last run left."""
+        scenario = Scenario("next", services=found)
+        self.write_scripts(scenario)
         if not PREFS.exists() or not isinstance(found, list | None):
             self.write_prefs()
             found = None
-        # What a dead run had switched on, the next one takes for off, and leaves so.
+        # The next run takes a service that a dead run had switched on for off, and leaves it off.
         if found and "user.pelago.service" in os.listxattr(PREFS):
             found = [service for service in found if service != "disk"]
-        run = self.run_way(way)
+        run = self.run_scenario(scenario)
         on = found is not None and "disk" in found
         claim((run.out, run.status, run.called) == (SHARED + DELETED, 0, list(SCRIPTS)),
               f"the next run fails: {run.status}, {run.out!r}, {run.err!r}")
@@ -237,25 +237,25 @@ class Host(ToolCase):
 # ---- Faults
 
 class Fault:
-    """One thing that goes wrong in one run; name is its place's."""
+    """One fault in one run; name is the name of its place."""
 
     KIND = ""
-    before = ()  # what the command begins with
+    before = ()  # words in front of the tool's command
     env = None
 
     def happened(self, run):
-        """The proof."""
+        """Returns whether the fault happened."""
         raise NotImplementedError
 
-    def judge(self, way, plain, run):
-        """Returns the class of an outcome that is explained; fails on any other."""
-        return judge_failure(self, way, plain, run)
+    def judge(self, scenario, plain, run):
+        """Returns the class of an explained outcome; raises Unexplained for any other."""
+        return judge_failure(self, scenario, plain, run)
 
-    # What a failure may have left, and what must not even show.
+    # The files that a failure may leave, and whether it must have no visible effect.
     may_leave = frozenset()
     must_not_show = False
     is_before_main = False
-    is_rare = False  # there are few, and a sample has those of the first way
+    is_rare = False  # a sample includes the rare faults of the first scenario
 
 
 class Error(Fault):
@@ -268,22 +268,22 @@ class Error(Fault):
         self.is_rare = error == "EINTR" and not is_before_main
         self.loses_a_line = point.line.startswith("write(1,")
         on_stream = point.line.startswith(("write(2,", "read(0,"))
-        # Streams are the C library's, which does not try again; but then nothing interrupts them here.
+        # The C library's streams do not retry after EINTR, but no signal interrupts them in this tool.
         self.must_not_show = on_stream or error == "EINTR" and not (self.loses_a_line or is_before_main)
         if point.name in ("flock", "newfstatat"):
-            self.may_leave = frozenset({LOCK.name})  # it could be another's by now
+            self.may_leave = frozenset({LOCK.name})  # another process could have it by now
         if point.name == "unlink":
             self.may_leave = frozenset({LOCK.name, NEW.name})
 
     def happened(self, run):
         return straced.was_injected()
 
-    def judge(self, way, plain, run):
-        return judge_lost_line(plain, run) if self.loses_a_line else super().judge(way, plain, run)
+    def judge(self, scenario, plain, run):
+        return judge_lost_line(plain, run) if self.loses_a_line else super().judge(scenario, plain, run)
 
 
 class ChildError(Fault):
-    """In a child, before it is the script: the call is told from others by a path that it names or uses."""
+    """A fault in a child before it becomes the script; a path that the call names or uses identifies it."""
 
     KIND = "calls that failed"
     is_rare = True
@@ -320,12 +320,12 @@ class Refusal(Fault):
     def happened(self, run):
         return PROOF.exists()
 
-    def judge(self, way, plain, run):
+    def judge(self, scenario, plain, run):
         if run.status >= 0:
-            return super().judge(way, plain, run)
-        # A constant of Core Foundation's is never NULL, and has no other way to say so.
+            return super().judge(scenario, plain, run)
+        # A constant of Core Foundation's cannot be NULL, so the process ends.
         claim(re.search("Core Foundation: .*: out of memory\n$", run.err), "it crashed")
-        return judge_death(way, plain, run, "ended by Core Foundation")
+        return judge_death(scenario, plain, run, "ended by Core Foundation")
 
 
 class Kill(Fault):
@@ -339,37 +339,37 @@ class Kill(Fault):
     def happened(self, run):
         return run.status == -signal.SIGKILL
 
-    def judge(self, way, plain, run):
+    def judge(self, scenario, plain, run):
         if self.is_before_main:
-            claim((run.out, run.called, run.services) == ("", [], way.services), "something was done")
+            claim((run.out, run.called, run.services) == ("", [], scenario.services), "something was done")
             return "killed before its own code"
-        return judge_death(way, plain, run, "killed")
+        return judge_death(scenario, plain, run, "killed")
 
 
 def judge_lost_line(plain, run):
-    """A caller who died takes nothing but his own line with him."""
+    """A failed write to the caller must lose one line at most, and change nothing else."""
     lines = plain.out.splitlines(keepends=True)
     claim(all(line in lines for line in run.out.splitlines(keepends=True)), "standard output holds something else")
     claim(replace(run, out="").same_as(replace(plain, out="")), "more than a line is lost")
     return "a line on standard output lost, all else done"
 
 
-def judge_death(way, plain, run, how):
+def judge_death(scenario, plain, run, how):
     claim(plain.out.startswith(run.out) and run.out[-1:] in ("", "\n"), "standard output holds something else")
     claim(plain.called[:len(run.called)] == run.called, f"it called {run.called}")
-    old = way.services
+    old = scenario.services
     claim(run.services in (old, with_disk(old), old or []), f"the services are {run.services}")
     state = "old" if run.services == old else "with the service on" if "disk" in run.services else "put back"
     return f"{how}, the preferences {state}"
 
 
-def judge_failure(fault, way, plain, run):
+def judge_failure(fault, scenario, plain, run):
     claim(may_have_been_called(run.called), f"it called {run.called}")
     if run.same_as(plain):
         claim(set(run.left) <= fault.may_leave, f"left behind: {run.left}")
         return "as if nothing had happened"
     claim(not fault.must_not_show, "it shows")
-    old = way.services
+    old = scenario.services
     if fault.is_before_main and (run.status == 127 or run.status < 0):
         claim((run.out, run.called, run.services) == ("", [], old), "something was done")
         return "not started by the loader"
@@ -384,12 +384,12 @@ def judge_failure(fault, way, plain, run):
         return "refused, nothing changed"
 
     def lives_on(made, removed):
-        is_removed = removed in run.called and way.statuses.get(removed, 0) == 0
-        return made in run.called and way.statuses.get(made, 0) == 0 and not is_removed
+        is_removed = removed in run.called and scenario.statuses.get(removed, 0) == 0
+        return made in run.called and scenario.statuses.get(made, 0) == 0 and not is_removed
     claim(run.services in (old, with_disk(old), old or []), f"the services are {run.services}")
     is_on = run.services == with_disk(old) != old
-    if way.is_written and is_on and (run.out, run.status, run.called) == (plain.out, 0, plain.called):
-        # The SDK answers NULL for preferences that it cannot read as for a key that is not there.
+    if scenario.is_written and is_on and (run.out, run.status, run.called) == (plain.out, 0, plain.called):
+        # The SDK returns NULL for preferences that it cannot read, as for a missing key.
         claim(run.err.endswith("Disabling Windows File Sharing.\nnoise\n"), "another step failed")
         return "preferences unreadable at the end: the service stays on, and the status is 0"
     if lives_on("addshare", "rmshare"):
@@ -405,25 +405,25 @@ def judge_failure(fault, way, plain, run):
 
 # ---- The programme
 
-def record(host, way):
-    """The plain run on the way, and its calls, each with whether it is before the program's own code."""
-    host.prepare(way)
-    plain = host.run_way(way)
-    host.prepare(way)
-    traced = host.run_way(way, straced.tracing())
+def record(host, scenario):
+    """Returns an undisturbed run of the scenario and its calls, each with whether it precedes the program's own code."""
+    host.prepare(scenario)
+    plain = host.run_scenario(scenario)
+    host.prepare(scenario)
+    traced = host.run_scenario(scenario, straced.tracing())
     claim(traced.same_as(plain), "the recorded run differs")
     points = straced.read_log()
     first = next(i for i, point in enumerate(points) if point[:2] == FIRST_OF_MAIN)
     return plain, [(point, i < first) for i, point in enumerate(points)]
 
 
-def count_allocations(host, way):
-    """Each is refused until there is none that could be: up to there they are counted."""
+def count_allocations(host, scenario):
+    """Returns the number of allocations, found by refusing one of each number."""
     low, high = 1, 2
 
     def is_there(number):
-        host.prepare(way)
-        host.run_way(way, env=Refusal(str(number)).env)
+        host.prepare(scenario)
+        host.run_scenario(scenario, env=Refusal(str(number)).env)
         return PROOF.exists()
     while is_there(high):
         low, high = high, 2 * high
@@ -433,30 +433,30 @@ def count_allocations(host, way):
     return low
 
 
-def faults_of(host, way, points):
-    """All that can go wrong on the way.  Before their own code all ways are alike, so one stands for them."""
-    own = [(point, early) for point, early in points if not early or way is WAYS[0]]
+def faults_of(host, scenario, points):
+    """Yields all faults of the scenario.  Those before the program's own code are tried in the first scenario only."""
+    own = [(point, early) for point, early in points if not early or scenario is SCENARIOS[0]]
     for point, early in own:
         yield Kill(point, early)
         yield from (Error(point, error, early) for error in point.errors)
         if point.name in ("read", "write") and (point.result or 0) > 1:
             yield Short(point)
-    for name in SCRIPTS if way is WAYS[0] else ():
+    for name in SCRIPTS if scenario is SCENARIOS[0] else ():
         yield from (ChildError("execve", SHARES / f"{name}.sh", error) for error in straced.ERRORS["execve"])
-    if way is WAYS[0]:
+    if scenario is SCENARIOS[0]:
         yield from (ChildError("dup2", STDERR, error) for error in straced.ERRORS["dup2"])
-    for number in range(1, count_allocations(host, way) + 1):
+    for number in range(1, count_allocations(host, scenario) + 1):
         yield Refusal(f"{number}")
         yield Refusal(f"{number}+")
 
 
-def strike(host, way, plain, fault):
-    """One fault, and the run after it; returns the outcome's class and the run."""
-    host.prepare(way)
-    run = host.run_way(way, fault.before, fault.env)
+def strike(host, scenario, plain, fault):
+    """Runs the tool with the fault, and once more without; returns the outcome's class and the run."""
+    host.prepare(scenario)
+    run = host.run_scenario(scenario, fault.before, fault.env)
     claim(fault.happened(run), "it was never reached")
     try:
-        outcome = fault.judge(way, plain, run)
+        outcome = fault.judge(scenario, plain, run)
         host.claim_the_next_succeeds(run.services)
     except Unexplained as error:
         raise Unexplained(f"{error}; {run}")
@@ -464,18 +464,18 @@ def strike(host, way, plain, fault):
 
 
 class Report:
-    """What was tried, and what became of it."""
+    """Counts the faults and their outcomes."""
 
     def __init__(self):
         self.kinds, self.outcomes, self.unexplained = Counter(), defaultdict(Counter), []
 
-    def add(self, host, way, plain, fault):
+    def add(self, host, scenario, plain, fault):
         self.kinds[fault.KIND] += 1
         try:
-            self.outcomes[fault.KIND][strike(host, way, plain, fault)[0]] += 1
+            self.outcomes[fault.KIND][strike(host, scenario, plain, fault)[0]] += 1
         except Unexplained as error:
-            self.unexplained.append((f"{way.name}:{fault.name}", str(error)))
-            print(f"  UNEXPLAINED {way.name}:{fault.name}: {error}", flush=True)
+            self.unexplained.append((f"{scenario.name}:{fault.name}", str(error)))
+            print(f"  UNEXPLAINED {scenario.name}:{fault.name}: {error}", flush=True)
 
     def show(self):
         print("\nTool: runs by what went wrong, and what became of them")
@@ -493,26 +493,26 @@ def main():
     host, report = Host(), Report()
     if place:
         return show_place(host, *place.partition(":")[::2])
-    for way in WAYS:
-        plain, points = record(host, way)
-        faults = list(faults_of(host, way, points))
-        claim(len(faults) > 20, f"{way.name}: no places were found")
-        chosen = [fault for i, fault in enumerate(faults) if i % step == 0 or fault.is_rare and way is WAYS[0]]
-        print(f"{way.name}: {len(points)} calls, {len(chosen)} of {len(faults)} faults", flush=True)
+    for scenario in SCENARIOS:
+        plain, points = record(host, scenario)
+        faults = list(faults_of(host, scenario, points))
+        claim(len(faults) > 20, f"{scenario.name}: no places were found")
+        chosen = [fault for i, fault in enumerate(faults) if i % step == 0 or fault.is_rare and scenario is SCENARIOS[0]]
+        print(f"{scenario.name}: {len(points)} calls, {len(chosen)} of {len(faults)} faults", flush=True)
         for fault in chosen:
-            report.add(host, way, plain, fault)
+            report.add(host, scenario, plain, fault)
     report.show()
     return 1 if report.unexplained else 0
 
 
-def show_place(host, way, place):
-    way = next((one for one in WAYS if one.name == way), None)
-    plain, points = record(host, way) if way else (None, [])
-    fault = next((one for one in faults_of(host, way, points) if one.name == place), None) if way else None
+def show_place(host, scenario, place):
+    scenario = next((one for one in SCENARIOS if one.name == scenario), None)
+    plain, points = record(host, scenario) if scenario else (None, [])
+    fault = next((one for one in faults_of(host, scenario, points) if one.name == place), None) if scenario else None
     if fault is None:
         sys.exit("toolfaults: there is no such place")
     print(f"undisturbed: {plain}")
-    outcome, run = strike(host, way, plain, fault)
+    outcome, run = strike(host, scenario, plain, fault)
     print(f"disturbed:   {run}\noutcome:     {outcome}")
     return 0
 

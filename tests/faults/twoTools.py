@@ -1,8 +1,8 @@
-"""Two tools at once, one of them killed at each of its system calls: the other one never notices.
+"""Runs two tools at once and kills one at each of its system calls: the other one must not be affected.
 
-The other one is, in turn, started together with the one that is killed, and has its share out meanwhile. It must
-end as if it were alone; the preferences must be whole; nothing may hang or be left, and a run after them must
-succeed.  STEP=N takes every N-th call only.  Needs PELAGO_TOOL.  Status 1 when anything is unexplained.
+The other one starts together with the one that is killed, or has made its share before.  It must
+end as if it were alone; the preferences must be whole; nothing may hang or be left, and the next run must
+succeed.  STEP=N tries every N-th call only.  Needs PELAGO_TOOL.  Status 1 when anything is unexplained.
 """
 
 import os
@@ -10,10 +10,10 @@ import subprocess
 import sys
 from collections import Counter
 
-from toolfaults import HANG_SECONDS, Host, Unexplained, Way, claim, record, straced, with_disk
+from toolfaults import HANG_SECONDS, Host, Unexplained, Scenario, claim, record, straced, with_disk
 from toolhost import ARGUMENTS, DELETED, SHARED
 
-WAYS = (Way("off"), Way("absent", services=None), Way("on", services=["disk", "print"]))
+SCENARIOS = (Scenario("off"), Scenario("absent", services=None), Scenario("on", services=["disk", "print"]))
 
 
 class Other:
@@ -41,7 +41,7 @@ class Other:
 
 
 def run_and_kill(host, point):
-    """A tool that is killed in the call; returns its status.  Beside another one it may not come to that call."""
+    """Runs a tool that is killed in the call; returns its status.  With another tool it may not reach that call."""
     strace = straced.injecting(point.name, f"signal=KILL:when={point.ordinal}")
     try:
         return subprocess.run([*strace, host.tool, *ARGUMENTS], stdin=subprocess.DEVNULL, capture_output=True,
@@ -50,9 +50,9 @@ def run_and_kill(host, point):
         raise Unexplained("the one to be killed hangs")
 
 
-def kill_one(host, way, point, is_shared_before):
-    """Kills a tool at the call, beside another one; returns what became of the service."""
-    host.prepare(way)
+def kill_one(host, scenario, point, is_shared_before):
+    """Kills a tool at the call while another one runs; returns the state of the service."""
+    host.prepare(scenario)
     other = Other(host)
     try:
         if is_shared_before:
@@ -62,8 +62,8 @@ def kill_one(host, way, point, is_shared_before):
     finally:
         other.end()
     host.wait_for_the_children()
-    services = host.found(way)[0]
-    claim(services in (way.services, with_disk(way.services), way.services or []), f"the services are {services}")
+    services = host.found(scenario)[0]
+    claim(services in (scenario.services, with_disk(scenario.services), scenario.services or []), f"the services are {services}")
     host.claim_the_next_succeeds(services)
     is_on = services is not None and "disk" in services
     return f"{'killed' if status == -9 else 'lived on'}, the service {'on' if is_on else 'off'} after both"
@@ -71,18 +71,18 @@ def kill_one(host, way, point, is_shared_before):
 
 def main():
     host, step, unexplained = Host(), int(os.environ.get("STEP", 1)), 0
-    for way in WAYS:
+    for scenario in SCENARIOS:
         outcomes = Counter()
-        points = [point for point, is_early in record(host, way)[1] if not is_early][::step]
+        points = [point for point, is_early in record(host, scenario)[1] if not is_early][::step]
         claim(len(points) > 2, "there are no calls")
         for is_shared_before in (False, True):
             for point in points:
                 try:
-                    outcomes[kill_one(host, way, point, is_shared_before)] += 1
+                    outcomes[kill_one(host, scenario, point, is_shared_before)] += 1
                 except Unexplained as error:
                     unexplained += 1
-                    print(f"  UNEXPLAINED {way.name}:{point.name}/{point.ordinal}/{is_shared_before}: {error}")
-        print(f"{way.name}: {2 * len(points)} pairs")
+                    print(f"  UNEXPLAINED {scenario.name}:{point.name}/{point.ordinal}/{is_shared_before}: {error}")
+        print(f"{scenario.name}: {2 * len(points)} pairs")
         for outcome, number in outcomes.most_common():
             print(f"{number:15} {outcome}")
     return 1 if unexplained else 0
