@@ -1,9 +1,9 @@
-"""A bare Debian of its own: files in two layers, processes, network, and systemd as process 1 or none.
+"""A bare Debian host with its own files in two layers, processes and network, with systemd as process 1 or without.
 
-The lower layer is the root that makeRoot.sh made, which nobody writes to.  The upper one lasts as long as
-the object, so that a host that is crashed and started again has its disk, and nothing else, as it was.
-It runs in tools/sandbox.sh only, which keeps root inside from the clock and the modules of the machine that
-the tests run on; the kernel's settings are read-only here.
+The lower layer is the root that makeRoot.sh made; nothing writes to it.  The upper layer lasts as long as
+the object, so that a host that crashed and was started again keeps its disk and nothing else.
+It runs in tools/sandbox.sh only, which protects the clock and the kernel's modules of the machine that
+runs the tests from root in the host; the kernel's settings are read-only here.
 """
 
 import contextlib
@@ -18,10 +18,10 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
 from throwAway import require_sandbox  # noqa: E402
 
-ROOT = "/bareRoot"  # where tools/sandbox.sh shows the root
-HANG = 120 # seconds: what takes longer hangs
+ROOT = "/bareRoot"  # where tools/sandbox.sh mounts the root
+HANG = 120 # seconds after which a command counts as hanging
 
-# In namespaces of its own already.  $LOWER names the lower layers, $1 is a folder with room for the upper layer, the rest process 1.
+# Runs in new namespaces.  $LOWER names the lower layers, $1 is a folder for the upper layer, the others are process 1.
 MAKE_ROOT = r"""
 set -eu
 new=$1/new; shift
@@ -56,14 +56,14 @@ umount -l /old
 rmdir /old
 exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 container=bare "$@"
 """
-# A process 1 that does nothing but reap orphans.
+# A process 1 that only reaps orphans.
 IDLE = ("sh", "-c", "while :; do sleep 1000 & wait; done")
 
 
 class Host:
-    """A host that was switched on; use it in a with statement.
+    """A host that is switched on; use it in a with statement.
 
-    Its disk begins as another's was that keep_disk() has kept, or as the bare root.
+    Its disk begins as the one that keep_disk() kept of another host, or as the bare root.
     """
 
     def __init__(self, systemd, disk=None):
@@ -94,7 +94,7 @@ class Host:
         shutil.rmtree(self.folder)
 
     def start(self):
-        """Switches the host on, and returns when it is up."""
+        """Switches the host on, and waits until it is up."""
         self.cgroup.mkdir(exist_ok=True)
         self.pid = None
         self.console = open(self.folder / "console", "ab")
@@ -112,19 +112,19 @@ class Host:
             self.pid = int(Path(f"/proc/{self.outer.pid}/task/{self.outer.pid}/children").read_text())
             words = Path(f"/proc/{self.pid}/cmdline").read_bytes().split(b"\0")[:-1]
             if tuple(map(os.fsdecode, words)) != self.process_one:
-                return False # it is still being made
+                return False # MAKE_ROOT still runs
             return not self.systemd or self.run("systemctl", "is-system-running").stdout in ("running\n", "degraded\n")
         return False
 
     def crash(self):
-        """As when the power fails: all processes end at once, and what is in memory is lost."""
+        """Ends all processes at once, as a power cut does; memory is lost."""
         self.outer.kill() # process 1 dies with it, and with process 1 the others
         self.outer.wait(HANG)
         self.wait_until(lambda: self.pid is None or not os.path.exists(f"/proc/{self.pid}"), "the host to be off")
         self.console.close()
 
     def keep_disk(self, folder):
-        """Crashes the host and moves what it has written to the folder, which must not be there yet."""
+        """Crashes the host and moves its upper layer to the folder, which must not exist yet."""
         self.crash()
         (self.folder / "upper").rename(folder)
 
@@ -133,18 +133,18 @@ class Host:
             os.rmdir(folder)
 
     def inside(self, *command):
-        # It ends with nsenter, which stays outside.
+        # The command ends when nsenter, which stays outside, is killed.
         return ["nsenter", f"--target={self.pid}", "--mount", "--uts", "--ipc", "--net", "--pid", "--cgroup", "--root",
                 "--wd", "setpriv", "--pdeathsig=KILL", "env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C.UTF-8",
                 "DEBIAN_FRONTEND=noninteractive", *map(str, command)]
 
     def run(self, *command, **options):
-        """Runs a command as root on the host, and gives what subprocess.run gives."""
+        """Runs a command as root on the host, and returns the result of subprocess.run."""
         options = {"stdin": subprocess.DEVNULL} | options if "input" not in options else options
         return subprocess.run(self.inside(*command), capture_output=True, text=True, timeout=HANG, check=False, **options)
 
     def must(self, *command, **options):
-        """The same for one that must succeed; its standard output."""
+        """Runs a command that must succeed, and returns its standard output."""
         done = self.run(*command, **options)
         if done.returncode != 0:
             raise AssertionError(f"{command} ended with {done.returncode}: {done.stdout}{done.stderr}")
@@ -159,7 +159,7 @@ class Host:
         return subprocess.Popen(self.inside(*command), text=True, **pipes | options)
 
     def copy(self, file, to):
-        """Puts a copy of a file of ours at this path of the host."""
+        """Copies a file of this machine to a path of the host."""
         with open(file, "rb") as source:
             done = subprocess.run(self.inside("sh", "-c", 'cat >"$1"', "copy", to), stdin=source, timeout=HANG, check=False)
         if done.returncode != 0:

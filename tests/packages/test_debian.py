@@ -12,7 +12,7 @@ from pages import differing_lines
 
 ROOT = Path(__file__).resolve().parents[2]
 PACKAGES = Path(os.environ["PELAGO_PACKAGES"])
-# Reads the completion file $0 and completes "$1 $2" as the file has bash do it.
+# Sources the completion file $0 and completes "$1 $2" by it.
 COMPLETE = """
 . "$0"
 COMP_WORDS=("$@") COMP_CWORD=1
@@ -134,7 +134,7 @@ class Packages(unittest.TestCase):
 
     def test_copyright_includes_licences_of_icu_and_expat(self):
         ours = "All rights reserved by the owners of pelagoShareTool; no licence has been\n granted yet."
-        # Each of them has ICU and expat inside.
+        # Each package contains ICU and expat.
         for tree, inside in ((self.tool, "shares/pelagoShareTool"), (self.library, "libpelago_foundation.a"),
                              (self.runtime, "libpelago_foundation.so.*")):
             text, = (path.read_text() for path in tree.rglob("copyright"))
@@ -177,7 +177,7 @@ class Packages(unittest.TestCase):
         output_of("shellcheck", *scripts)
 
     def completions(self, command, word):
-        """What bash completes the word to, with the file that it finds by the command's name."""
+        """Returns what the command's own completion file completes the word to."""
         file = self.tool / "usr/share/bash-completion/completions" / command
         return output_of("bash", "-euc", COMPLETE, file, command, word).splitlines()
 

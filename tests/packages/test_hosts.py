@@ -1,4 +1,4 @@
-"""The package on bare Debian hosts: installed, used, upgraded and removed under way, and gone without a trace."""
+"""The package on bare Debian hosts: installed, used, upgraded and removed during a session, and purged."""
 
 import contextlib
 import os
@@ -26,7 +26,7 @@ def packed(name):
 
 
 def newer(folder):
-    """The tool's package once more, with a higher version."""
+    """Builds the tool's package again, with a higher version."""
     tree, package = folder / "tree", folder / "newer.deb"
     subprocess.run(["dpkg-deb", "--raw-extract", packed("pelago-share-tool"), tree], check=True)
     control = tree / "DEBIAN/control"
@@ -42,7 +42,7 @@ class ConnectedClient:
         self.process = host.start_command("stdbuf", "-i0", "-oL", "smbclient", "-A", "/root/alice", "//127.0.0.1/Docs")
 
     def reads(self):
-        """Whether it can list the share."""
+        """Returns whether the client can list the share."""
         with contextlib.suppress(BrokenPipeError):
             self.process.stdin.write("ls\n!echo the end\n")
             self.process.stdin.flush()
@@ -64,7 +64,7 @@ def install(host, package=None):
 
 
 def prepare(host):
-    """Two folders, the passwords, and a share of somebody else's."""
+    """Makes two folders, the passwords, and a share of another user's."""
     host.shell(r"""
         sed -i 's/map to guest = .*/map to guest = never/; /^\[global\]/a registry shares = yes' /etc/samba/smb.conf
         useradd owner
@@ -109,7 +109,7 @@ class PackageCase(unittest.TestCase):
     # ---- A session
 
     def session(self):
-        """Starts the tool and returns it when the share is open."""
+        """Starts the tool, waits for the share, and returns the process."""
         tool = self.host.start_command("pelagoShareTool", "/srv/docs", "Docs", "alice", "/root/password", "rw")
         self.addCleanup(lambda: (tool.kill(), tool.communicate()))
         line = tool.stdout.readline()
@@ -135,7 +135,7 @@ class PackageCase(unittest.TestCase):
         self.assertEqual(self.get(user, share), CONTENT)
 
     def left(self):
-        """What there is of the session: its user, its share, the service in the preferences, its processes."""
+        """Returns what is left of the session: its user, its share, the service in the preferences, its processes."""
         host = self.host
         users = host.run("sh", "-c", "getent passwd alice; getent group alice; pdbedit -L -u alice 2>/dev/null").stdout
         shares = host.run("net", "conf", "listshares").stdout
@@ -146,7 +146,7 @@ class PackageCase(unittest.TestCase):
 
 
 class TheHost(PackageCase):
-    """What the other tests rely on."""
+    """The properties of the host that the other tests rely on."""
 
     def test_it_cannot_change_the_machine(self):
         self.start()
@@ -166,7 +166,7 @@ class TheHost(PackageCase):
 
 
 class Fresh(PackageCase):
-    """On a host that has never had the package."""
+    """Tests on a host that has never had the package."""
 
     def test_check_names_missing_settings_until_all_are_there(self):
         self.start()
@@ -226,7 +226,7 @@ class Fresh(PackageCase):
 
 
 class Prepared(PackageCase):
-    """On a host that has the package, with the switch as it was installed, disabled."""
+    """Tests on a host with the package, whose switch is still disabled."""
 
     @classmethod
     def setUpClass(cls):
@@ -241,7 +241,7 @@ class Prepared(PackageCase):
 
     def test_the_first_session_works(self):
         self.assertEqual(self.is_("enabled", SWITCH), "disabled")
-        self.assertServed("bob", "Others") # smbd is Debian's still
+        self.assertServed("bob", "Others") # smbd still runs as Debian's unit
         self.enable_switch()
         self.assertIn("smbd.service was enabled and running", self.host.must("journalctl", "--unit", SWITCH))
         self.waitForSmbd("inactive")
@@ -266,7 +266,7 @@ class Prepared(PackageCase):
         tool = self.session()
         client = self.connected()
         with tempfile.TemporaryDirectory() as folder:
-            self.assertNotIn("pelago-share-check", install(self.host, newer(Path(folder)))) # it is known already
+            self.assertNotIn("pelago-share-check", install(self.host, newer(Path(folder)))) # the hint is for a first installation only
         self.assertIn("+newer", self.host.must("dpkg-query", "-W", "pelago-share-tool"))
         self.assertEqual((self.is_("enabled", SWITCH), self.is_("active", SWITCH)), ("enabled", "active"))
         self.assertTrue(client.reads(), client.shown)
@@ -342,7 +342,7 @@ class Prepared(PackageCase):
         self.assertNotIn("Docs", self.left())
 
     def moment(self, unit, what):
-        """When that was, counted from the start of the host."""
+        """Returns the time of the event, counted from the start of the host."""
         value = int(self.host.must("systemctl", "show", "--value", f"--property={what}TimestampMonotonic", unit))
         self.assertGreater(value, 0, unit)
         return value
@@ -351,7 +351,7 @@ class Prepared(PackageCase):
         self.enable_switch()
         tool = self.session()
         client = self.connected()
-        tool.kill() # and the tool with it
+        tool.kill() # nsenter; the tool is killed with it
         self.host.wait_until(lambda: self.left() == "", "the switch to clear away")
         self.assertFalse(client.reads())
         self.waitForSmbd("inactive")

@@ -1,4 +1,4 @@
-"""The library installed into an empty folder, and a program outside the tree built on it."""
+"""Everything installed into an empty folder, and a program outside the tree built on the library."""
 
 import getpass
 import os
@@ -18,7 +18,7 @@ def run(*command, **options):
 
 
 def links(page):
-    """The files that the page links to, relative to its folder."""
+    """Returns the files that the page links to, relative to its folder."""
     link = r"\]\(([^)\s]+)\)" if page.suffix == ".md" else r'(?:href|src)="([^"]+)"'
     targets = {target.partition("#")[0] for target in re.findall(link, page.read_text())}
     return {target for target in targets if target and not re.match(r"[a-z]+:", target)}
@@ -30,7 +30,7 @@ class Installed(unittest.TestCase):
         cls.folder = Path(tempfile.mkdtemp()).resolve()
         cls.addClassCleanup(shutil.rmtree, cls.folder)
         cls.prefix = cls.folder / "prefix"
-        # As an earlier build, of other sources, may leave one.
+        # An earlier build, of other sources, may have left such a file.
         leftover = Path(BUILD) / "Pelago.app/Contents/Library/shares/leftover.sh"
         leftover.touch()
         cls.addClassCleanup(leftover.unlink)
@@ -136,7 +136,7 @@ class Installed(unittest.TestCase):
             for owner in ("Unicode, Inc.", "Expat maintainers"):
                 self.assertIn(owner, text, package)
 
-    def test_the_readme_shows_that_program(self):
+    def test_the_readme_shows_the_program_greet(self):
         self.assertIn("```cpp\n" + (ROOT / "examples/greet.cpp").read_text() + "```\n", (ROOT / "README.md").read_text())
 
     def test_installs_all_public_headers_and_both_manuals(self):

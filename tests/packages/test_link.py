@@ -1,5 +1,5 @@
-"""Programs outside the tree on the installed library: linked in each way, by each compiler, from C and C++, with
-names of their own that the library has inside."""
+"""Programs outside the tree on the installed library: static and shared, by each compiler, in C and C++, with
+names of their own that the library also uses inside."""
 
 import itertools
 import os
@@ -41,7 +41,7 @@ class Install(unittest.TestCase):
         cls.installed = cls.folder / "installed"
         for component in ("development", "runtime"):
             must("cmake", "--install", BUILD, "--prefix", cls.installed, "--component", component)
-        # From a place that nothing in it knows.
+        # The installation is moved, so that no file in it may name its first place.
         cls.prefix = cls.folder / "moved"
         cls.installed.rename(cls.prefix)
         cls.archive, = cls.prefix.rglob("libpelago_foundation.a")
@@ -57,25 +57,25 @@ class Install(unittest.TestCase):
     def flags(self, *options):
         return must("pkg-config", *options, env=self.environment).split()
 
-    def link(self, compiler, source, module, *options, static=False, more=(), behind=()):
-        """The program, built by the compiler with pkg-config's flags."""
+    def link(self, compiler, source, module, *options, static=False, more=(), after=()):
+        """Builds the program by the compiler with pkg-config's flags, and returns its path."""
         program = self.folder / "-".join(re.sub(r"\W", "", str(word)) for word in (compiler, source, module, static, *options))
         libraries = self.flags(*(["--static"] if static else []), "--libs", module)
         must(*compiler.split(), *WARNINGS, *options, *(["-static"] if static else []), "-I", self.folder,
-             *self.flags("--cflags", module), PROGRAMS / source, *more, *libraries, *behind, "-o", program)
+             *self.flags("--cflags", module), PROGRAMS / source, *more, *libraries, *after, "-o", program)
         return program
 
     def says(self, program, *arguments):
-        """The status, and what is written to standard output and then to standard error."""
+        """Returns the status, the standard output and the standard error."""
         environment = self.environment | ({"LD_LIBRARY_PATH": str(self.shared.parent)} if "shared" in program.name else {})
         done = run(program, *arguments, env=environment)
         return f"{done.returncode}\n{done.stdout}{done.stderr}"
 
 
 class Everywhere(Install):
-    """Each program, by each compiler, static and shared."""
+    """Each program, built by each compiler, static and shared."""
 
-    # source: what compiles it, and all that it says
+    # source: its compilers, and its status and output
     CASES = {
         "plain.c": (C, rf"1\n{re.escape(WARNED)}Panic: {TOO_SMALL}"),
         "ownClasses.cpp": (CXX, "0\nok\n"),
@@ -97,7 +97,7 @@ class Everywhere(Install):
         except AssertionError as failure:
             return str(failure)
 
-    def test_it_is_what_it_is_for_everybody(self):
+    def test_every_compiler_and_library_gives_the_same_output(self):
         rows = [(source, *way) for source, (compilers, _) in self.CASES.items()
                 for way in itertools.product(compilers, MODULES, ("-O0", "-O2"))]
         self.assertGreater(len(rows), 80)
@@ -112,7 +112,7 @@ class Everywhere(Install):
             program = self.link(compilers[0], source, SHARED, "-fvisibility=hidden")
             self.assertRegex(self.says(program), rf"\A{said}\Z")
 
-    def test_another_linker_will_do(self):
+    def test_programs_can_be_linked_with_lld(self):
         for source in ("plain.c", "ownClasses.cpp"):
             compilers, said = self.CASES[source]
             for module in MODULES:
@@ -121,9 +121,9 @@ class Everywhere(Install):
 
 
 class Static(Install):
-    """With nothing left to load."""
+    """Programs linked with -static."""
 
-    def test_a_program_has_all_that_it_needs(self):
+    def test_static_program_needs_no_shared_library(self):
         for source in ("plain.c", "convert.c", "ownCalls.c", "sinks.c"):
             compilers, said = Everywhere.CASES[source]
             for compiler in compilers:
@@ -136,17 +136,17 @@ class Static(Install):
         self.assertEqual(self.says(program, PROGRAMS / "version.plist"), "0\nPelago 1.2 <3A4> & more\n")
 
 
-class BesideTheHostsIcu(Install):
-    def test_each_uses_its_own(self):
+class WithTheHostsIcu(Install):
+    def test_program_and_library_each_use_their_own(self):
         for module, libraries in itertools.product(MODULES, (["-licuuc"], ["-l:libicuuc.a", "-l:libicudata.a", "-lstdc++", "-lm"])):
             for before, after in ((libraries, []), ([], libraries)):
                 program = self.link("gcc -std=c11", "otherIcu.c", module, f"-DORDER_{len(before)}_{len(libraries)}",
-                                    more=[*before], behind=after)
+                                    more=[*before], after=after)
                 self.assertEqual(self.says(program, self.icu), "0\nok\n")
 
 
 class CMake(Install):
-    """A project of C alone, and one of C++."""
+    """Projects with CMake, one in C alone and one in C++."""
 
     PROJECT = """cmake_minimum_required(VERSION 3.25)
 project(outside LANGUAGES {language})
@@ -166,13 +166,13 @@ endforeach()
         must("cmake", "--build", project / "build")
         return project / "build"
 
-    def test_of_c_and_of_cxx(self):
+    def test_projects_in_c_and_cxx_are_built(self):
         spaced = self.folder / "a prefix"
         spaced.symlink_to(self.prefix)
         for language, source in (("C", "plain.c"), ("CXX", "ownClasses.cpp")):
             build = self.build(language, source, spaced)
             for kind in ("foundation", "foundation_shared"):
-                # CMake has written down where the shared library is.
+                # CMake has written the shared library's folder into the program.
                 said = run(build / f"with_{kind}")
                 self.assertRegex(f"{said.returncode}\n{said.stdout}{said.stderr}", rf"\A{Everywhere.CASES[source][1]}\Z")
             self.assertIn("libpelago_foundation.so.0", must("readelf", "-d", build / "with_foundation_shared"))
@@ -180,15 +180,15 @@ endforeach()
 
 
 class Names(Install):
-    """All that a linker sees is listed, and a new name or a lost one is a change of the list."""
+    """exports.txt lists all names that a linker sees, so a new or a missing name changes that list."""
 
-    def test_of_the_archive(self):
+    def test_archive_exports_the_listed_names(self):
         listed = re.findall(r"^\S+ (\w) (\S+)$", must("nm", "-g", "--defined-only", self.archive), re.M)
         self.assertEqual(sorted(name for _, name in listed), EXPORTS)
         self.assertEqual({name for kind, name in listed if kind != "T"}, {"Pelago_Log", "Pelago_Panic", "Pelago_Warning"})
         self.assertEqual({kind for kind, _ in listed}, {"T", "W"})
 
-    def test_of_the_shared_library(self):
+    def test_shared_library_exports_the_listed_names(self):
         listed = re.findall(r"^\S+ [TWDBRVu] (\S+)@@PELAGO_0$", must("nm", "-D", "--defined-only", self.shared), re.M)
         self.assertEqual(sorted(listed), EXPORTS)
         everything = must("nm", "-D", "--defined-only", self.shared).splitlines()
@@ -216,7 +216,7 @@ class Names(Install):
 
 
 class NamesOfHeaders(unittest.TestCase):
-    """Which names a header declares."""
+    """publicNames.py lists the names that a header declares."""
 
     HEADER = """#include <stdio.h>
 typedef int Number;
@@ -230,7 +230,7 @@ static inline int NotOne(struct Pair *p) { if (p) { return p->b(); } else { retu
 const struct Pair *Fourth(Callback back, int (*other)(Number)) __asm__("x");
 """
 
-    def test_are_its_functions_and_variables(self):
+    def test_lists_functions_and_variables(self):
         with tempfile.TemporaryDirectory() as folder:
             header = Path(folder, "header.h")
             header.write_text(self.HEADER)
@@ -239,7 +239,7 @@ const struct Pair *Fourth(Callback back, int (*other)(Number)) __asm__("x");
 
 
 class Headers(Install):
-    def test_each_alone_gives_no_warning(self):
+    def test_each_header_alone_causes_no_warning(self):
         strict = ("-Wold-style-cast", "-Wconversion", "-Wuseless-cast") # the last of g++ alone
         ways = [(compiler, strict[:2] if "++" in compiler else ()) for compiler in (*C, *CXX)] + [("g++ -std=c++17", strict)]
         for (compiler, warnings), header in itertools.product(ways, self.headers):

@@ -1,4 +1,4 @@
-"""Where the root of the bare hosts cannot be fetched, that is said, and in CI it is a failure."""
+"""makeRoot.sh reports that the hosts' root cannot be fetched, and fails in CI."""
 
 import os
 import subprocess
@@ -14,7 +14,7 @@ class MakeRoot(unittest.TestCase):
         self.folder = Path(self.enterContext(tempfile.TemporaryDirectory()))
 
     def make(self, place, **environment):
-        """Runs the script on a machine whose apt names this place; (status, stderr)."""
+        """Runs the script on a machine whose apt uses this server; returns (status, stderr)."""
         programs = self.folder / "programs"
         programs.mkdir(exist_ok=True)
         (programs / "apt-get").write_text(f'#!/bin/sh\n. /etc/os-release\necho "{place}"\n')
@@ -24,14 +24,14 @@ class MakeRoot(unittest.TestCase):
         self.assertFalse((self.folder / "made/root").exists())
         return done.returncode, done.stderr
 
-    def test_a_place_that_does_not_answer(self):
+    def test_a_server_that_does_not_answer(self):
         place = "deb http://127.0.0.1:9/ $VERSION_CODENAME main"
         status, reason = self.make(place)
         self.assertEqual(status, 77, reason)
         self.assertIn("NOT RUN", reason)
         self.assertEqual(self.make(place, CI="true")[0], 1)
 
-    def test_no_place(self):
+    def test_apt_without_a_server(self):
         for place in ("", "deb http://127.0.0.1:9/ another main"):
             status, reason = self.make(place)
             self.assertEqual(status, 1)

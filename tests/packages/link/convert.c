@@ -1,4 +1,4 @@
-/* Text goes through ICU's tables. */
+/* Converts text by ICU's tables. */
 #include "expect.h"
 
 #include <pelago/codeset.h>

@@ -1,4 +1,4 @@
-/* Enumerators of the sinks' short names, before every header. */
+/* Defines enumerators with the sinks' short names before it includes a header. */
 enum { Debug, Log, Warning, Panic };
 #include "allHeaders.h"
 #include "expect.h"

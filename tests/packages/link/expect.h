@@ -1,4 +1,4 @@
-/* expect.h -- what the programs here check: a failure names its line and ends the program with
+/* expect.h -- checks for the programs here: a failure prints its line and ends the program with
  * status 9. */
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-/* The short names are asked for when another header of the library has come already. */
+/* Requests the short names after it has included another header of the library. */
 #include <pelago/dynbuf.h>
 
 #include "sinks.c"

@@ -1,4 +1,4 @@
-/* Calls of the C library stay what they are, and the library brings none of another system's. */
+/* The library neither replaces calls of the C library nor adds calls of other systems. */
 #define _GNU_SOURCE
 #include "expect.h"
 

@@ -1,4 +1,4 @@
-// A program that takes two of the three, under their long names.
+// A program that defines two of the three sinks, under their long names.
 #include "expect.h"
 
 #include <pelago/diagnostics.h>

@@ -1,5 +1,5 @@
-/* A program with functions of its own under names that the library's insides have, or ICU, or the
- * system's. */
+/* A program that defines functions under names that the library uses inside, or ICU, or the
+ * system. */
 #include "expect.h"
 
 #include <pelago/hostinfo.h>

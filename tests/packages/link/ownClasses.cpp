@@ -1,4 +1,4 @@
-// A program in C++ whose names are those that the library has inside.
+// A program in C++ that defines names that the library uses inside.
 #include "expect.h"
 
 #include <pelago/hostinfo.h>

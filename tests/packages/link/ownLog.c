@@ -1,4 +1,4 @@
-/* The short names of the sinks are the program's own, and take other arguments here. */
+/* A program that uses the sinks' short names for functions of its own, with other arguments. */
 #include "expect.h"
 
 #include "allHeaders.h"

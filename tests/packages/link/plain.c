@@ -1,4 +1,4 @@
-/* A program without a sink: the library's own take its messages. */
+/* A program that defines no sink: the library's own print its messages. */
 #include "expect.h"
 
 #include <pelago/dynbuf.h>

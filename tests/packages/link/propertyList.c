@@ -1,4 +1,4 @@
-/* A property list is read, and given back. */
+/* Reads a property list and prints its values. */
 #include "expect.h"
 
 #include <pelago/util.h>

@@ -1,4 +1,4 @@
-/* A program that takes the library's messages under the short names. */
+/* A program that defines the sinks under their short names. */
 #define PELAGO_SHORT_SINKS
 #include "allHeaders.h"
 #include "expect.h"
