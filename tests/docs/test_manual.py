@@ -1,4 +1,4 @@
-"""The manual pages are well-formed, and say what the sources say."""
+"""The manual pages are well-formed, and agree with the sources."""
 
 import os
 import re
@@ -18,12 +18,12 @@ def mandoc(*arguments, page):
 
 
 def rendered(page):
-    """The lines that a reader sees on a screen that is wide enough for each of them."""
+    """Returns the lines of the page on a screen wide enough for each of them."""
     return re.sub(".\b", "", mandoc("-T", "utf8", "-O", "width=300", page=page).stdout).splitlines()
 
 
-def told_lines():
-    """The lines in the subsection about standard output: what stands at the left of each text."""
+def documented_lines():
+    """Returns the lines of output that the subsection about standard output lists."""
     page = rendered(TOOL)
     start = page.index("   Standard output")
     end = page.index("   Standard input")
@@ -37,7 +37,7 @@ def literals(code):
 
 
 def written_lines():
-    """Each text that the tool writes to standard output, as a pattern with its values left open."""
+    """Returns each text that the tool writes to standard output, as a pattern for any values."""
     patterns = []
     for source in TOOL_SOURCES:
         for call in re.findall(r"(?<![a-z])(?:puts|printf)\((.*?)\);", source.read_text(), re.S):
@@ -60,17 +60,18 @@ class Pages(unittest.TestCase):
 
 
 class Tool(unittest.TestCase):
-    def test_the_sources_write_what_this_test_can_read(self):
+    def test_finds_all_lines_that_the_sources_write(self):
         self.assertEqual(len(written_lines()), 10)
 
-    def test_each_line_that_is_written_is_told_of(self):
-        told = told_lines()
+    def test_each_written_line_is_documented_once(self):
+        documented = documented_lines()
         for pattern in written_lines():
-            self.assertEqual(sum(re.fullmatch(pattern, line) is not None for line in told), 1, f"{pattern} in {told}")
+            matches = [line for line in documented if re.fullmatch(pattern, line)]
+            self.assertEqual(len(matches), 1, f"{pattern} in {documented}")
 
-    def test_each_line_that_is_told_of_is_written(self):
+    def test_each_documented_line_is_written(self):
         patterns = written_lines()
-        for line in told_lines():
+        for line in documented_lines():
             self.assertTrue(any(re.fullmatch(pattern, line) for pattern in patterns), line)
 
     def test_manual_page_names_each_file_the_tool_uses(self):

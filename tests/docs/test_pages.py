@@ -1,4 +1,4 @@
-"""There is a manual page for every name that a public header declares, it is sound, and man finds it."""
+"""Every name that a public header declares has a manual page, without warnings, which man finds."""
 
 import os
 import re
@@ -25,13 +25,13 @@ def run(*command, **options):
 
 
 def code_of(header):
-    """The header without its comments, and without what is declared for its own use only."""
+    """Returns the header without its comments, and without declarations for its own use."""
     code = re.sub(r"/\*(?:(?!\*/).)*not for callers\. \*/\n[^{;]*", "", header, flags=re.S)
     return re.sub(r"/\*.*?\*/", "", code, flags=re.S)
 
 
 def declared(header):
-    """Functions, types, macros and constants, read without Doxygen."""
+    """Returns the names of functions, types, macros and constants, read without Doxygen."""
     code = code_of(header)
     functions = set(re.findall(r"^\w[\w *]*?\b(\w+)\((?![(*])", code, re.M)) - {"__attribute__"}
     types = set(re.findall(r"^typedef [^;{]*?(?:\(\*)?\b(\w+)\)?(?:\([^;]*\))?;", code, re.M))
@@ -47,7 +47,7 @@ def words(text):
 
 
 def shown(page):
-    """The page as a reader sees it, on a screen that is wide enough for each of its lines."""
+    """Returns the rendered page, on a screen wide enough for each of its lines."""
     return re.sub(".\b", "", run("mandoc", "-T", "utf8", "-O", "width=300", page).stdout)
 
 
@@ -88,7 +88,7 @@ class Names(unittest.TestCase):
 
 class Roff(unittest.TestCase):
     def warnings(self, *pages):
-        """What mandoc and groff have to say of the pages."""
+        """Returns the warnings of mandoc and groff."""
         said = run("mandoc", "-T", "lint", "-W", "warning", *pages)
         return said.stdout + said.stderr + run("groff", "-k", "-mandoc", "-ww", "-T", "utf8", "-z", *pages).stderr
 
@@ -133,7 +133,7 @@ class Headers(unittest.TestCase):
 
     @staticmethod
     def for_callers(header):
-        """The comments but for those inside of functions and on guards and internal names."""
+        """Yields the comments, except those inside functions and on guards and internal names."""
         for found in re.finditer(r"/\*.*?\*/", header, re.S):
             before = header[header.rfind("\n", 0, found.start()) + 1:found.start()]
             macro = re.match(r"\n(?:#ifdef \w+\n)?#define (\w+)", header[found.end():])

@@ -1,4 +1,4 @@
-"""The reference is made without a warning, and has everything that the public headers have."""
+"""The reference is made without a warning, and contains everything in the public headers."""
 
 import os
 import re
@@ -19,12 +19,12 @@ def make(folder, headers=ROOT / "lib/public"):
 
 
 def words(text):
-    """The text without blanks, and without dashes, of which the reference makes items and longer ones."""
+    """Returns the text without blanks and dashes; the reference turns dashes into list items or longer dashes."""
     return re.sub(r"[\s\u2013\u2014-]+", "", text)
 
 
 def comments(header):
-    """The comments of a header but for those that only a reader of its source is to see."""
+    """Returns the comments of a header, except those for readers of its source."""
     for before, comment in re.findall(r"^(.*?)/\*(.*?)\*/", header.read_text(), re.M | re.S):
         line = before.rpartition("\n")[2]
         if not line.startswith("#endif") and (line == "" or not line.isspace()):
@@ -78,7 +78,7 @@ class Reference(unittest.TestCase):
                 self.assertIn(words(about), page, f"{header.name}: {comment}")
 
     def changed(self, folder, old, new):
-        """Makes the reference of one header in which the old text is the new one."""
+        """Makes the reference of one header in which the old text is replaced by the new one."""
         headers = Path(folder, "headers")
         headers.mkdir()
         source = (ROOT / "lib/public/err.h").read_text()

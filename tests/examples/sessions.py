@@ -1,4 +1,4 @@
-"""The session in a shell that ends each example of the library, and what comes of it."""
+"""Runs the shell session in the last comment of each example of the library."""
 
 import contextlib
 import os
@@ -14,7 +14,7 @@ MARK = "---- the next command\n"
 
 
 def session(source):
-    """The commands in the last comment, each with the lines that it prints."""
+    """Returns the commands in the last comment, each with the lines that it prints."""
     comment = re.search(r"/\* In a shell.*?:\n(.*)\*/\n$", source, re.S)
     if comment is None:
         return []
@@ -29,7 +29,7 @@ def session(source):
 
 
 def on_a_terminal(*command, **options):
-    """What the command shows where its standard output and error are one terminal, as a reader has it."""
+    """Runs the command with a terminal as standard output and error, and returns its output."""
     shown, terminal = os.openpty()
     tty.setraw(terminal)
     with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=terminal, stderr=terminal, **options) as started:
@@ -43,7 +43,7 @@ def on_a_terminal(*command, **options):
 
 
 def printed(programs, commands):
-    """What the commands print in one shell, in a folder of its own with the programs."""
+    """Returns the output of each command, run in one shell, in a new folder with the programs."""
     script = "".join(f"printf '%s' '{MARK}'\n{command}\n" for command, _ in commands)
     with tempfile.TemporaryDirectory() as folder:
         for program in programs.iterdir():

@@ -1,4 +1,4 @@
-"""Each example of the library prints what its last comment says; the README's survives any folder."""
+"""Each example of the library prints the lines in its last comment; the README's example works in any folder."""
 
 import getpass
 import os
@@ -31,7 +31,7 @@ class Sessions(unittest.TestCase):
 
 
 class Greeting(unittest.TestCase):
-    """The README's example where the folder's name is UTF-8, and where it is not."""
+    """The README's example in a folder whose name is UTF-8, and in one whose name is not."""
 
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())

@@ -1,4 +1,4 @@
-/* useIcu.c -- has ICU used by a program that does not ask for it: from the folder that
+/* useIcu.c -- makes a program use ICU that does not initialise it, with the folder that
  * PELAGO_TEST_ICU names. */
 #include <pelago/unicode.h>
 
