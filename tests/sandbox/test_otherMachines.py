@@ -1,5 +1,5 @@
-"""The machines that tools/otherMachines.sh makes are what they say, for the suite and for the throw-away machines that
-it makes in turn, and this one stays as it is.  The suite is a stand-in of ctest."""
+"""The machines that tools/otherMachines.sh makes differ as documented, as do the throw-away machines made on them,
+and this machine does not change.  A stand-in for ctest replaces the suite."""
 
 import os
 import subprocess
@@ -14,7 +14,7 @@ SANDBOX = ROOT / "tools/sandbox.sh"
 
 class OtherMachines(unittest.TestCase):
     def run_on(self, machine, suite, *arguments, **programs):
-        """The finished script, whose ctest is this one; it finds these programs before the machine's."""
+        """Runs the script with this ctest and with these programs before the machine's own."""
         with tempfile.TemporaryDirectory() as folder:
             for name, text in {"ctest": suite, **programs}.items():
                 Path(folder, name).write_text("#!/bin/sh -eu\n" + text)
@@ -24,7 +24,7 @@ class OtherMachines(unittest.TestCase):
                                   text=True, timeout=120, env=environment)
 
     def assertThere(self, machine, command, expected):
-        """What the command prints there, and on a throw-away machine of that machine's."""
+        """Returns the command's output on that machine, and on a throw-away machine made there."""
         done = self.run_on(machine, f"{command}\n{SANDBOX} sh -euc '{command}'\n")
         self.assertEqual((done.returncode, done.stdout), (0, f"\n== {machine} ==\n" + 2 * f"{expected}\n"), done.stderr)
 

@@ -1,4 +1,4 @@
-"""What runs in tools/sandbox.sh leaves nothing on this machine, and finds one there that works.
+"""Commands in tools/sandbox.sh leave nothing on this machine, and find a working one inside.
 
 Each test tries to leave something, in a way that harms nobody should it succeed, and looks here afterwards.
 """
@@ -27,7 +27,7 @@ def inside(*command, **options):
 
 class Case(unittest.TestCase):
     def output_of(self, *command):
-        """What the command prints inside, where it must succeed."""
+        """Runs a command inside, which must succeed, and returns its output."""
         done = inside(*command)
         self.assertEqual(done.returncode, 0, done.stderr)
         return done.stdout
@@ -69,7 +69,7 @@ class Leaks(Case):
 import ctypes, os
 libc = ctypes.CDLL(None, use_errno=True)
 print(libc.mq_open(b"/{UNIQUE}", os.O_RDWR | os.O_CREAT%s, 0o600, None) >= 0)"""
-        # Made twice, each time for the first time.
+        # Made twice: the second sandbox must not see the first one's queue.
         for _ in range(2):
             self.assertEqual(self.python(script % " | os.O_EXCL"), "True\n")
         here = subprocess.run(["python3", "-c", script.replace(" | os.O_CREAT", "") % ""], capture_output=True, text=True)
@@ -82,11 +82,11 @@ print(libc.mq_open(b"/{UNIQUE}", os.O_RDWR | os.O_CREAT%s, 0o600, None) >= 0)"""
         self.assertEqual(socket.gethostname(), before)
 
     def test_the_kernels_settings_can_be_read_only(self):
-        # What is a process's own may be written to.
+        # A process's own settings are writable.
         find = "find /proc /sys -path '/proc/[0-9]*' -prune -o -type f -perm /222 %s -print 2>/dev/null || :"
         self.assertEqual(self.shell(find % "-writable"), "")
         self.assertIn("/proc/sys/vm/swappiness\n", self.shell(find % ""))
-        # As it is, should it be written to.
+        # Writes the present value, so that nothing changes if the write succeeds.
         for path in ("/proc/sys/vm/swappiness", "/proc/sys/kernel/domainname", "/sys/kernel/mm/ksm/run"):
             with self.subTest(path):
                 self.assertTrue(os.path.exists(path))
@@ -96,7 +96,7 @@ print(libc.mq_open(b"/{UNIQUE}", os.O_RDWR | os.O_CREAT%s, 0o600, None) >= 0)"""
         self.assertEqual(self.shell("echo 7 >/proc/self/oom_score_adj; cat /proc/self/oom_score_adj"), "7\n")
 
     def test_the_clock_and_the_log(self):
-        # The time that it is, and the level that is set: nothing changes should it be let.
+        # Sets the present time and level, so that nothing changes if that succeeds.
         answers = self.python("""
 import ctypes, errno, time
 libc = ctypes.CDLL(None, use_errno=True)
@@ -189,7 +189,7 @@ echo err >/dev/stderr
 
 class Making(Case):
     def test_discards_changes_to_a_project_below_tmp(self):
-        # /tmp is not shown as it is, so a project there is mounted by itself.
+        # The sandbox has its own /tmp, so a project there is mounted separately.
         with tempfile.TemporaryDirectory(dir="/tmp") as folder:
             project = Path(folder, "a,b:c d\\e")
             shutil.copytree(ROOT / "tools", project / "tools")
@@ -209,7 +209,7 @@ class Making(Case):
                      "--bind -o ro */proc/sys "):
             with self.subTest(part), tempfile.TemporaryDirectory() as folder:
                 stub = Path(folder, "mount")
-                # The part is a pattern of the shell's, in which only blanks need a quote.
+                # The part is a pattern of the shell, in which only blanks need quotes.
                 pattern = part.replace(" ", "' '")
                 stub.write_text(f'#!/bin/sh\ncase "$*" in {pattern}*) exit 1 ;; esac\nexec {mount} "$@"\n')
                 stub.chmod(0o755)
@@ -221,7 +221,7 @@ class Making(Case):
             self.assertEqual(inside("sh", "-c", f"exit {status}").returncode, status)
 
     def test_no_other_machine_is_changed(self):
-        # Without its mark a machine that is thrown away is like any other.
+        # Without its mark a throw-away machine is like any other.
         tests = ROOT / "tests"
         for command in ([ROOT / "demo.sh", "--session"],
                         ["python3", tests / "tool/test_session.py"], ["python3", tests / "scripts/test_adduser.py"],

@@ -1,4 +1,4 @@
-"""The data packages that the build makes, beside those of ICU's own icupkg."""
+"""The data packages that the build makes, compared with those of ICU's own icupkg."""
 
 import os
 import re

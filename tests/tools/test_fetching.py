@@ -1,5 +1,5 @@
-"""Where what builds for macOS cannot be had, that is said: status 75, which test.sh takes for "not run", and for
-a failure where CI is true.  A file that is not what it has to be is not used."""
+"""If the compiler or ICU's source cannot be fetched, the build for macOS ends with status 75 and says so: test.sh
+takes that for "not run", and in CI for a failure.  A wrong file is not used."""
 
 import os
 import shutil
@@ -31,7 +31,7 @@ class Case(unittest.TestCase):
             esac""")
 
     def run_script(self, *command, **environment):
-        """(status, what was said); the stand-ins are found before this machine's programs."""
+        """Runs a command with the stand-ins before this machine's programs; returns (status, output)."""
         done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False,
                               env=os.environ | {"PATH": f"{self.programs}:{os.environ['PATH']}", "CI": "false"} | environment)
         return done.returncode, done.stdout
@@ -43,16 +43,16 @@ class Source(Case):
         self.fetched = self.folder / "fetched"
 
     def fetch(self, wanted, **environment):
-        """Runs the script, which must end with this status and without the source; what it said."""
+        """Runs the script, which must end with this status and without the source; returns its output."""
         status, said = self.run_script(ROOT / "tools/fetch-icu.sh", self.fetched, **environment)
         self.assertEqual(status, wanted, said)
         return said
 
-    def test_a_place_that_does_not_answer(self):
+    def test_a_server_that_does_not_answer(self):
         self.stand_in_for_apt(NOWHERE)
         self.assertIn("the place that apt has packages from does not answer", self.fetch(75))
 
-    def test_no_place(self):
+    def test_apt_without_a_server(self):
         for place in ("", "deb-src http://127.0.0.1:9/ another main"):
             self.stand_in_for_apt(place)
             self.assertIn("apt has no packages of bookworm", self.fetch(75))
@@ -63,7 +63,7 @@ class Source(Case):
             (self.programs / name).symlink_to(shutil.which(name))
         self.assertIn("there is no apt", self.fetch(75, PATH=str(self.programs)))
 
-    def test_a_place_without_it(self):
+    def test_a_server_without_the_source(self):
         self.stand_in_for_apt(NOWHERE, update="exit 0")
         self.assertIn("apt did not give ICU's source", self.fetch(75))
 
@@ -86,7 +86,7 @@ class Source(Case):
 
 
 class Build(Case):
-    """The scripts in a tree of their own."""
+    """The scripts in a copy of the tree."""
 
     def copy(self, *names):
         for name in names:

@@ -1,4 +1,4 @@
-"""What the mutations are, on small sources, and how tools/mutate.py draws them and goes on where it was ended."""
+"""The mutations on small sources, and how tools/mutate.py draws them and continues an interrupted run."""
 
 import os
 import sys
@@ -15,7 +15,7 @@ from mutations import CPP, SHELL, Mutation, mutations  # noqa: E402
 
 
 def mutants(name, text, kind):
-    """The texts that the changes of a kind make of it."""
+    """Returns the texts that the changes of a kind make of the text."""
     return [text[:made.start] + made.replacement + text[made.end:] for made in mutations(name, text) if made.kind == kind]
 
 
@@ -27,7 +27,7 @@ class Cpp(unittest.TestCase):
     maxDiff = None
 
     def assertMutants(self, kind, line, *expected):
-        """Of a function of that line alone."""
+        """Returns the changed lines of a function that has only that line."""
         self.assertEqual(sorted(mutants("x.cpp", in_function(line), kind)), sorted(map(in_function, expected)))
 
     def test_operators(self):
@@ -159,7 +159,7 @@ class Shell(unittest.TestCase):
 
 
 class FakeTree:
-    """Every third change does not compile, and every fifth survives."""
+    """A run in which every third change does not compile, and every fifth survives."""
 
     def __init__(self):
         self.asked = []
@@ -205,7 +205,7 @@ class Driver(unittest.TestCase):
             self.assertEqual((run.tried(), asked), (20, list(range(30))))
             self.assertEqual(dict(run.states), {"not built": 10, "survived": 4, "noticed": 16})
 
-    def test_goes_on_where_it_was_ended(self):
+    def test_continues_an_interrupted_run(self):
         self.run_with(10)
         run, asked = self.run_with(20)
         self.assertEqual((run.tried(), asked), (20, list(range(15, 30))))
@@ -215,14 +215,14 @@ class Driver(unittest.TestCase):
         self.run_with(20)
         self.assertEqual(self.run_with(20, again=True)[1], [5, 10, 20, 25])
 
-    def test_an_answered_survivor_is_no_news(self):
+    def test_omits_survivors_that_have_a_reason(self):
         place = self.places(6)[5]
         _, text, change = place.line_and_change()
         run = mutate.Run([place], 1, mutate.Journal(self.page, False), [(self.PATH, text, change, "why")])
         run.work(FakeTree())
         self.assertEqual((dict(run.states), run.survivors), ({"answered": 1}, []))
 
-    def test_who_judges_what(self):
+    def test_finds_the_tests_that_judge_a_file(self):
         self.page.write_text("util|util_test|lib/misc/util lib/public/util\nsession|tool bundle|apps/\nall||lib/\n")
         judges = mutate.read_judges(self.page)
         self.assertEqual([judge.test for judge in mutate.judges_of("lib/misc/utilPath.cpp", judges)], ["util", "all"])
@@ -234,19 +234,20 @@ class Driver(unittest.TestCase):
         paths = [path for path in mutate.sources([]) if any(mutations(path, (mutate.ROOT / path).read_text()))]
         for path in paths:
             names = {judge.test for judge in mutate.judges_of(path, judges)}
-            self.assertTrue(names - {"noMemory"}, f"no test judges {path}")  # it asks one question of all
+            self.assertTrue(names - {"noMemory"}, f"no test judges {path}")  # noMemory checks only lost memory
         for judge in judges:
             for file in judge.files:
                 self.assertTrue(any(path.startswith(file) for path in paths), f"{judge.test} judges {file}, which is not there")
 
-    def test_the_product_is_what_is_changed(self):
+    def test_changes_the_product_only(self):
         paths = mutate.sources([])
         for path in ("apps/pelagoShareTool/runScript.cpp", "lib/misc/posixInt.h", "platform/linux/dyld.cpp",
                      "product/macos/shares/common.sh", "product/linux/host/main.cpp", "lib/public/dynbuf.h"):
             self.assertIn(path, paths)
         self.assertNotIn("lib/public/posix.h", paths)
+        self.assertEqual({path.partition("/")[0] for path in paths}, {"apps", "lib", "platform", "product"})
 
-    def test_parts_of_it_can_be_chosen(self):
+    def test_changes_chosen_files_only(self):
         chosen = mutate.sources([mutate.ROOT / "apps", mutate.ROOT / "lib/misc/err.cpp"])
         self.assertIn("apps/pelagoShareTool/runScript.cpp", chosen)
         self.assertEqual([path for path in chosen if not path.startswith("apps/")], ["lib/misc/err.cpp"])

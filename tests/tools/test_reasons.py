@@ -1,4 +1,4 @@
-"""The lines that the pages of reasons answer for are in the sources."""
+"""The lines in the tables of reasons are in the sources."""
 
 import sys
 import unittest
