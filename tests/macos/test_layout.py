@@ -1,4 +1,4 @@
-"""What dyld and the kernel of a Mac ask of a program's file, which the runner does not.
+"""Checks the rules of a Mac's dyld and kernel for a program's file that the runner does not check.
 
 The rules are checked on the tool and on the whole library, and each on a copy that breaks it.
 """
@@ -147,7 +147,7 @@ def names_of_libraries_are_whole(file):
 
 
 def add(offset, number, layout="<I"):
-    """Changes a number in the file."""
+    """Returns a copy of the file with one number changed."""
     def change(content):
         struct.pack_into(layout, content, offset, struct.unpack_from(layout, content, offset)[0] + number)
     return change
@@ -155,7 +155,7 @@ def add(offset, number, layout="<I"):
 
 class Layout(unittest.TestCase):
     def assert_rule(self, rule, *breaks):
-        """The rule holds for each program, and for none in which one of the numbers is another."""
+        """Asserts that the rule holds for each program, and fails when one of the numbers is changed."""
         for path in PROGRAMS:
             content = path.read_bytes()
             with self.subTest(path.name):

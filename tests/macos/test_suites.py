@@ -1,4 +1,4 @@
-"""The suites as they are run for macOS on this host: each one is, or notRun.txt says why not."""
+"""Each suite runs for macOS on this host, or notRun.txt has the reason why not."""
 
 import os
 import re
@@ -12,12 +12,12 @@ CASE = r"\b(?:TEST|TEST_F|TEST_P|TYPED_TEST)\((\w+),\s*(\w+)\)"
 
 
 def sources():
-    """The suites that there are: {name: source}."""
+    """Returns all suites, as {name: source}."""
     return {path.name.removesuffix("_test.cpp"): path for path in TESTS.glob("*/*_test.cpp")}
 
 
 def rows():
-    """(what, why) of each row of the table."""
+    """Returns (suite or case, reason) of each row of the table."""
     lines = [line for line in TABLE.read_text().splitlines() if line and not line.startswith("#")]
     return [tuple((line.split(maxsplit=1) + [""])[:2]) for line in lines]
 

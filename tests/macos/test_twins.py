@@ -1,4 +1,4 @@
-"""What the library gives for the same inputs when it is built for macOS and for this host.
+"""Compares the library's results for the same inputs in its builds for macOS and for this host.
 
 Each area has its inputs made from a number, by the program that is built for both (tests/macos/twins).  Blocks
 of them are compared by digest; of the first block that differs the first difference is shown.  How many inputs
@@ -42,7 +42,7 @@ def first_difference(area, block):
     raise AssertionError(f"{area}: block {block} differs, and no input of it")
 
 
-# The rows of docs/porting.md that the library shows, by their beginnings: here, and on macOS.
+# The rows of docs/porting.md that show in the library's results, by their beginnings: on Linux, and on macOS.
 DIFFERENCES = {
     "`PATH_MAX`": ("4096", "1024"),
     "Numbers in messages": ("11", "35"),
@@ -61,7 +61,7 @@ class Twins(unittest.TestCase):
         self.assertEqual(lines(HERE, "areas"), lines(THERE, "areas"))
         self.assertGreater(len(lines(HERE, "areas")), 15)
 
-    def test_they_give_the_same(self):
+    def test_both_builds_have_the_same_results(self):
         blocks = max(1, INPUTS // BLOCK)
         for area in lines(HERE, "areas"):
             with self.subTest(area=area):
@@ -72,7 +72,7 @@ class Twins(unittest.TestCase):
                     if digests[0] != digests[1]:
                         self.fail(f"{area}, block {block}: {first_difference(area, block)}")
 
-    def test_each_known_difference_is_one(self):
+    def test_each_documented_difference_shows(self):
         porting = (ROOT / "docs/porting.md").read_text()
         here, there = (dict(line.split(": ", 1) for line in lines(program, "differences")) for program in (HERE, THERE))
         self.assertEqual({name: (here[name], there.get(name)) for name in here}, DIFFERENCES)
@@ -80,8 +80,7 @@ class Twins(unittest.TestCase):
             self.assertIn(f"\n| {name}", porting)
             self.assertNotEqual(*both, name)
 
-    def test_a_difference_shows(self):
-        """Another number is another input, and its digest is another one."""
+    def test_a_different_input_changes_the_digest(self):
         for area in lines(HERE, "areas"):
             first, second = lines(HERE, area, SEED, 2, 50)
             self.assertNotEqual(first, second, area)

@@ -1,4 +1,4 @@
-// The library with nothing left out: calls of it that the target lacks do not link.
+// Links the whole library, which fails if the library makes a call that the target lacks.
 #include "../platform/sdkTypes.h"
 
 int main() { return 0; }

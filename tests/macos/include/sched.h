@@ -1,4 +1,4 @@
-/* sched.h -- and namespaces of its own, for a test that changes what the host reads. */
+/* sched.h -- adds unshare(), for a test that replaces files that the host reads. */
 #ifndef PELAGO_TESTS_MACOS_SCHED_H
 #define PELAGO_TESTS_MACOS_SCHED_H
 

@@ -1,4 +1,4 @@
-/* stdlib.h -- and clearenv(). */
+/* stdlib.h -- adds clearenv(). */
 #ifndef PELAGO_TESTS_MACOS_STDLIB_H
 #define PELAGO_TESTS_MACOS_STDLIB_H
 

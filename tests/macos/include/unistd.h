@@ -1,4 +1,4 @@
-/* unistd.h -- and the environment, which macOS declares nowhere. */
+/* unistd.h -- adds environ, which macOS declares nowhere. */
 #ifndef PELAGO_TESTS_MACOS_UNISTD_H
 #define PELAGO_TESTS_MACOS_UNISTD_H
 

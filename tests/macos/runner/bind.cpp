@@ -14,7 +14,7 @@ constexpr std::string_view REAL = "___real_", WRAP = "___wrap_";
 // before it.
 std::string_view Plain(std::string_view symbol) { return symbol.substr(0, symbol.find('$')); }
 
-// The row that a program compiled today means by a plain name.
+// Returns the row that a program compiled today means by a plain name.
 void *FindVariant(const std::string &plain)
 {
     for (const char *variant : {"$INODE64", "$DARWIN_EXTSN", ""}) {
@@ -30,7 +30,7 @@ void *Find(const Image &image, std::string_view symbol)
     }
     const auto wrap = image.symbols.find(std::string(WRAP) + std::string(Plain(symbol).substr(1)));
     if (wrap != image.symbols.end()) { return wrap->second; }
-    // A weak definition of the image's own, of which there is one.
+    // A weak symbol that the image itself defines.
     const auto own = image.symbols.find(symbol);
     return own != image.symbols.end() ? own->second : FindRow(symbol);
 }

@@ -24,7 +24,7 @@ inline int Fail(long long darwin)
     return -1;
 }
 
-// Hands what the host's errno becomes on to the image's.
+// Translates the host's errno and stores it as the image's.
 class HandOnErrno {
 public:
     HandOnErrno() { errno = 0; }
@@ -47,8 +47,8 @@ using Pairs = std::span<const Pair>;
         static_cast<int>(name), DARWIN_##name                                                      \
     }
 
-// The host's for Darwin's; Refuse()s what is not listed, with the name of the call and of what it
-// is.
+// Returns the host's number for Darwin's; Refuse()s one that is not listed, with the names of the
+// call and of the kind of number.
 int HostOption(const char *call, const char *what, Pairs pairs, long long darwin);
 
 // The same for flags, each of which is one bit or more.

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::string_view PAGE_ZERO = "__PAGEZERO"; // which only keeps addresses free
+constexpr std::string_view PAGE_ZERO = "__PAGEZERO"; // a segment that only reserves addresses
 
 std::string FixedName(const char (&name)[16]) { return {name, strnlen(name, sizeof name)}; }
 
@@ -43,7 +43,7 @@ void EachCommand(const std::vector<std::byte> &file, const Visit &visit)
     }
 }
 
-// The addresses that the segments take, from the first to the end of the last.
+// The range of addresses from the first segment to the end of the last.
 struct Extent {
     uint64_t first = UINT64_MAX, end = 0;
 };
@@ -84,7 +84,7 @@ void MapSegment(Image &image, size_t offset)
 {
     const auto &segment = Read<macho::SegmentCommand>(image.file, offset);
     auto *start = reinterpret_cast<std::byte *>(segment.vmaddr + image.slide);
-    // Its place in the list counts: the bind opcodes name segments by number.
+    // Segments are kept in this order: the bind opcodes name segments by number.
     image.segments.push_back(
         {FixedName(segment.segname), start, segment.vmsize, HostProtection(segment.initprot)});
     if (FixedName(segment.segname) == PAGE_ZERO) { return; }
@@ -111,7 +111,7 @@ void ReadSymbols(Image &image, const macho::SymbolCommand &table)
     }
 }
 
-// What is done elsewhere, or only by dyld and the kernel of a Mac.
+// Load commands that are handled elsewhere, or only by dyld and the kernel of a Mac.
 bool IsNothingToDo(uint32_t command)
 {
     for (const auto known :

@@ -59,7 +59,7 @@ public:
         mOffset = offset;
     }
 
-    void Move(uint64_t distance) { mOffset += distance; } // which may be a negative one
+    void Move(uint64_t distance) { mOffset += distance; } // a negative distance wraps around
 
     uint64_t &Pointer() const
     {
@@ -76,7 +76,7 @@ private:
     uint64_t mOffset = 0;
 };
 
-// Handles one pointer, and steps over it and what is to be skipped.
+// Handles one pointer, and moves past it and the bytes to skip.
 template <typename Change> void Repeat(Place &place, uint64_t times, uint64_t skip, Change change)
 {
     for (uint64_t i = 0; i < times; i++) {
@@ -158,7 +158,7 @@ private:
     bool SetSomething(long long opcode, uint64_t immediate)
     {
         switch (opcode) {
-        // Which library a symbol is from is checked in what the linker wrote, not here.
+        // test_macho.py checks which library a symbol is from; the runner does not.
         case DARWIN_BIND_OPCODE_SET_DYLIB_ORDINAL_IMM:
         case DARWIN_BIND_OPCODE_SET_DYLIB_SPECIAL_IMM: return true;
         case DARWIN_BIND_OPCODE_SET_DYLIB_ORDINAL_ULEB: mOpcodes.Uleb(); return true;

@@ -1,5 +1,5 @@
-// layout.h -- holds a structure of the runner's to Darwin's, as the cross compiler's headers have
-// it.
+// layout.h -- asserts that a structure of the runner's has the layout that Darwin's has in the
+// cross compiler's headers.
 #pragma once
 
 #include "darwinNumbers.h"

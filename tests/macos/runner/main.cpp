@@ -3,8 +3,8 @@
 //    machoRunner PROGRAM [ARG...]     runs it, with the arguments
 //    machoRunner --wrap PROGRAM OUT   makes OUT, an executable of this host that runs it
 //
-// The processor's code runs as it is; imports are bound to this host's functions (rows.h).  What a
-// program asks for and the runner does not know ends it with status 126 and a line that names it.
+// The machine code runs unchanged; imports are bound to this host's functions (rows.h).  An unknown
+// import or request ends the program with status 126 and a line that names it.
 #include "bind.h"
 #include "image.h"
 #include "refuse.h"
@@ -17,7 +17,7 @@ namespace {
 
 [[noreturn]] void Run(std::vector<std::byte> file, int argc, char **argv)
 {
-    // Never taken down: initialisers that run at the end still use it.
+    // Never destroyed: functions that run at exit still use it.
     auto &image = *new Image(MapImage(std::move(file)));
     RebaseImage(image);
     BindImports(image);

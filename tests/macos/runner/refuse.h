@@ -1,4 +1,4 @@
-// refuse.h -- how the runner ends when a program asks for what it does not know.
+// refuse.h -- ends the runner when a program makes an unknown request.
 #pragma once
 
 // Writes one line on standard error and ends the process with status 126: a guess would hide a

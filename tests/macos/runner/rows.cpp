@@ -30,7 +30,7 @@ Table AllRows()
 void *FindRow(std::string_view name)
 {
     static const Table table = AllRows();
-    // "dyld_stub_binder" is the one that has none.
+    // Only "dyld_stub_binder" has no underscore.
     const auto found = table.find(name.starts_with('_') ? name.substr(1) : name);
     return found == table.end() ? nullptr : found->second;
 }

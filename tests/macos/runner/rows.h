@@ -2,11 +2,11 @@
 //
 // There is a file of rows for each area, calls/*.cpp.  A row is of one of these kinds:
 //    ALIKE(call)        this host's function has the same arguments, results and effects
-//    WITH_ERRNO(call)   it is alike, but its errno has to become Darwin's
-//    WITH_RESULT(call)  it returns an error's number, which has to become Darwin's
-//    TRANSLATED(call, ours)  a function of the runner's own, for what differs
-//    REFUSED(call)      ends the process when it is called: a program has it and does not come
-//    there
+//    WITH_ERRNO(call)   it is alike, but its errno is translated to Darwin's
+//    WITH_RESULT(call)  it returns an error's number, which is translated to Darwin's
+//    TRANSLATED(call, ours)  a function of the runner's own replaces the call
+//    REFUSED(call)      ends the process when it is called: programs import it but do not call
+//    it
 // The name is the image's, without the underscore that Darwin puts before each.
 #pragma once
 
@@ -38,7 +38,7 @@ Rows FoundationRows(); // Core Foundation, SystemConfiguration
 Rows NetworkRows();    // addresses
 Rows SuiteRows();      // what only GoogleTest and the suites call
 
-// The row's address, or nullptr; the name is as the image has it, with its underscore.
+// Returns the row's address, or nullptr; the name is the image's, with its underscore.
 void *FindRow(std::string_view name);
 
 // A function's type without "noexcept", which this host's C library has and Darwin's has not.
@@ -67,7 +67,7 @@ template <auto Call, typename... Arguments> struct ResultCall<Call, int (*)(Argu
     static int Run(Arguments... arguments) { return DarwinErrno(Call(arguments...)); }
 };
 
-// A text that a template can have.
+// A text that can be a template's argument.
 template <size_t Size> struct CallName {
     constexpr CallName(const char (&name)[Size]) { std::copy_n(name, Size, text); }
     char text[Size];

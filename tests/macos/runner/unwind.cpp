@@ -1,6 +1,6 @@
 // unwind.cpp -- lets exceptions through the image's frames.
-// Darwin's compact unwind says in 32 bits how a function's frame is undone.  The C++ runtime of
-// this host reads .eh_frame, so each entry becomes one of that kind, with the same meaning.
+// Darwin's compact unwind encodes in 32 bits how to unwind a function's frame.  The C++ runtime of
+// this host reads .eh_frame, so each entry is translated to one of that kind.
 #include "image.h"
 #include "refuse.h"
 
@@ -49,7 +49,7 @@ public:
     void Pad()
     {
         while (mBytes.size() % 8 != 0) {
-            mBytes.push_back(std::byte{0}); // which is an instruction that does nothing
+            mBytes.push_back(std::byte{0}); // an instruction that does nothing
         }
     }
     std::vector<std::byte> &Content() { return mBytes; }
@@ -91,7 +91,7 @@ void DefineCfa(Bytes &out, uint8_t reg, uint64_t offset)
     out.PutUleb(offset);
 }
 
-// The register lies this many words below the frame's address.
+// The register is saved this many words below the frame's address.
 void SavedAt(Bytes &out, uint8_t reg, uint64_t words)
 {
     out.Put<uint8_t>(OFFSET | reg);
@@ -113,7 +113,7 @@ void WriteFrameWithPointer(Bytes &out, uint32_t encoding)
     }
 }
 
-// Of six registers those that are saved, in their order, are one number: each digit counts the
+// One number encodes which of six registers are saved, and in which order: each digit counts the
 // registers not used before.
 std::vector<uint8_t> Permuted(uint32_t count, uint32_t permutation)
 {
@@ -122,7 +122,7 @@ std::vector<uint8_t> Permuted(uint32_t count, uint32_t permutation)
     std::vector<uint8_t> registers;
     for (uint32_t i = 0; i < count; i++) {
         uint32_t weight = 1;
-        const uint32_t last = count == 6 ? 5 : count; // the sixth has no digit, there is one left
+        const uint32_t last = count == 6 ? 5 : count; // the sixth is the one left, without a digit
         for (uint32_t j = i + 1; j < last; j++) {
             weight *= 6 - j;
         }
@@ -194,7 +194,7 @@ private:
     size_t BeginPart(size_t toCommon)
     {
         const size_t start = mOut.Size();
-        mOut.Put<uint32_t>(0); // its length, when it is known
+        mOut.Put<uint32_t>(0); // the length, which End() fills in
         mOut.Put(static_cast<uint32_t>(toCommon));
         return start;
     }
@@ -228,7 +228,7 @@ public:
         return functions;
     }
 
-    // The function that the C++ runtime asks about a frame; nullptr when there is none.
+    // Returns the personality function, which the C++ runtime calls for a frame, or nullptr.
     const void *Personality(uint32_t encoding) const
     {
         const uint32_t number = Part(encoding, DARWIN_UNWIND_PERSONALITY_MASK);
@@ -352,7 +352,7 @@ std::span<const std::byte> CommonInstructions(const std::byte *common)
     return {at + size, end};
 }
 
-// A function whose frame compact unwind cannot say has an entry in the image's own __eh_frame.
+// A function whose frame compact unwind cannot encode has an entry in the image's own __eh_frame.
 void CopyInstructions(Bytes &out, const Image &image, uint32_t offset)
 {
     const Section *section = image.FindSection("__eh_frame");
@@ -389,7 +389,7 @@ void RegisterUnwinding(const Image &image)
     const UnwindInfo info(image, *section);
     FrameWriter writer;
     for (const Function &function : info.Functions()) {
-        if (function.encoding == 0) { continue; } // nothing is thrown through it
+        if (function.encoding == 0) { continue; } // no exception passes through it
         writer.Begin(function, info.Personality(function.encoding));
         WriteInstructions(writer.Instructions(), image, function);
         writer.End();

@@ -11,11 +11,11 @@ std::vector<std::byte> ReadProgram(const char *path);
 // Makes an executable of the runner and the program.
 void WrapProgram(const char *program, const char *out);
 
-// The program that was put into the running executable, if it is one of these.
+// Returns the program that was appended to the running executable, if there is one.
 std::optional<std::vector<std::byte>> WrappedProgram();
 
-// A program that the runner was given by name: what is asked for the executable's path gets this
-// one's.
+// The program that the runner was started with by name; calls that return the executable's path
+// return this one's.
 void SetStartedProgram(const char *path);
 // nullptr: it is the running executable.
 const char *StartedProgram();

@@ -1,4 +1,4 @@
-// differences.cpp -- what the two hosts are known to differ in, as docs/porting.md lists it.
+// differences.cpp -- the known differences of the two hosts, which docs/porting.md lists.
 #include "twins.h"
 
 #include "err.h"

@@ -33,7 +33,7 @@ const std::vector<Encoding> &Supported()
     return encodings;
 }
 
-// The folder of a data file that says that ICU is used.
+// A folder with the data file whose presence makes the library use ICU.
 struct IcuFolder {
     std::string path = std::filesystem::temp_directory_path() / "twinsXXXXXX";
     IcuFolder()
@@ -65,7 +65,7 @@ std::string Converted(const std::string &from, const std::string &text, const st
     return converted;
 }
 
-// Text in the encoding, of which some is damaged.
+// Returns text in the encoding, some of it damaged.
 std::string Encoded(Numbers &numbers, const std::string &encoding)
 {
     if (numbers.OneIn(4)) { return numbers.AnyBytes(numbers.Below(24)); }
@@ -78,31 +78,31 @@ std::string Encoded(Numbers &numbers, const std::string &encoding)
     return text;
 }
 
-void Convert(Numbers &numbers, Answer *answer)
+void Convert(Numbers &numbers, Trial *trial)
 {
     const std::string from = numbers.Of(Supported()).name, to = numbers.Of(Supported()).name;
     const std::string text = Encoded(numbers, from);
     const unsigned policy = numbers.Below(3);
-    answer->Ask(from + " " + to + " " + std::to_string(policy));
-    answer->Ask(text);
+    trial->AddInput(from + " " + to + " " + std::to_string(policy));
+    trial->AddInput(text);
     char *out = nullptr;
     size_t size = 0;
-    answer->Came(CodeSet_GenericToGeneric(from.c_str(), text.data(), text.size(), to.c_str(),
-                                          policy, &out, &size));
-    answer->Took(out, size);
-    answer->Came(CodeSet_IsValidBuffer(text.data(), text.size(), from.c_str()));
-    answer->Came(CodeSet_CanConvert(from.c_str(), to.c_str()));
+    trial->AddResult(CodeSet_GenericToGeneric(from.c_str(), text.data(), text.size(), to.c_str(),
+                                              policy, &out, &size));
+    trial->TakeResult(out, size);
+    trial->AddResult(CodeSet_IsValidBuffer(text.data(), text.size(), from.c_str()));
+    trial->AddResult(CodeSet_CanConvert(from.c_str(), to.c_str()));
     CodeSetFailure failure;
     if (CodeSet_Convert(from.c_str(), text.data(), text.size(), to.c_str(), policy, &out, &size,
                         &failure)) {
         free(out);
     }
-    answer->Came(failure.reason);
-    answer->Came(static_cast<long long>(failure.offset));
+    trial->AddResult(failure.reason);
+    trial->AddResult(static_cast<long long>(failure.offset));
 }
 
 template <typename From, typename To>
-void Utf(Numbers &numbers, Answer *answer,
+void Utf(Numbers &numbers, Trial *trial,
          UtfResult (*convert)(const From **, const From *, To **, To *, bool))
 {
     std::vector<From> source(numbers.Below(12));
@@ -117,83 +117,83 @@ void Utf(Numbers &numbers, Answer *answer,
     std::vector<To> target(numbers.Below(30));
     const bool isLenient = numbers.OneIn(2);
     for (const From unit : source) {
-        answer->Ask(std::to_string(unit));
+        trial->AddInput(std::to_string(unit));
     }
     const From *at = source.data();
     To *out = target.data();
     const UtfResult result = convert(&at, at + source.size(), &out, out + target.size(), isLenient);
-    answer->Came(static_cast<int>(result));
-    answer->Came(at - source.data());
+    trial->AddResult(static_cast<int>(result));
+    trial->AddResult(at - source.data());
     for (const To *unit = target.data(); unit < out; unit++) {
-        answer->Came(static_cast<long long>(*unit));
+        trial->AddResult(static_cast<long long>(*unit));
     }
 }
 
 } // namespace
 
-void Conversions(Numbers &numbers, Answer *answer)
+void Conversions(Numbers &numbers, Trial *trial)
 {
     ThroughIcu();
-    Convert(numbers, answer);
+    Convert(numbers, trial);
 }
 
-void ConversionsWithoutIcu(Numbers &numbers, Answer *answer)
+void ConversionsWithoutIcu(Numbers &numbers, Trial *trial)
 {
     CodeSet_DontUseIcu();
-    Convert(numbers, answer);
+    Convert(numbers, trial);
 }
 
-void UnicodeStrings(Numbers &numbers, Answer *answer)
+void UnicodeStrings(Numbers &numbers, Trial *trial)
 {
     ThroughIcu();
     const Encoding &from = numbers.Of(Supported()), &to = numbers.Of(Supported());
     const std::string text = Encoded(numbers, from.name);
     const auto size = static_cast<ssize_t>(text.size());
-    answer->Ask(from.name + " " + to.name);
-    answer->Ask(text);
-    answer->Came(Unicode_IsBufferValid(text.data(), size, from.value));
-    answer->Took(Unicode_EscapeBuffer(text.data(), size, from.value));
-    answer->Took(Unicode_AllocIfValid(text.data(), size, from.value));
+    trial->AddInput(from.name + " " + to.name);
+    trial->AddInput(text);
+    trial->AddResult(Unicode_IsBufferValid(text.data(), size, from.value));
+    trial->TakeResult(Unicode_EscapeBuffer(text.data(), size, from.value));
+    trial->TakeResult(Unicode_AllocIfValid(text.data(), size, from.value));
     char *string = Unicode_AllocWithLength(text.data(), size, from.value);
-    answer->Came(string);
-    answer->Came(static_cast<long long>(Unicode_BytesRequired(string, to.value)));
-    answer->Came(Unicode_CanGetBytesWithEncoding(string, to.value));
+    trial->AddResult(string);
+    trial->AddResult(static_cast<long long>(Unicode_BytesRequired(string, to.value)));
+    trial->AddResult(Unicode_CanGetBytesWithEncoding(string, to.value));
     size_t length = 0;
     char *bytes = Unicode_GetAllocBytesWithLength(string, to.value, -1, &length);
-    answer->Took(bytes, length);
+    trial->TakeResult(bytes, length);
     std::string copy(numbers.Below(40), '\0');
     length = 0;
-    answer->Came(Unicode_CopyBytes(copy.data(), string, copy.size(), &length, to.value));
-    answer->Came(copy.substr(0, length));
+    trial->AddResult(Unicode_CopyBytes(copy.data(), string, copy.size(), &length, to.value));
+    trial->AddResult(copy.substr(0, length));
     free(string);
 }
 
-void UtfConverters(Numbers &numbers, Answer *answer)
+void UtfConverters(Numbers &numbers, Trial *trial)
 {
     switch (numbers.Below(6)) {
-    case 0: return Utf(numbers, answer, Utf32ToUtf16);
-    case 1: return Utf(numbers, answer, Utf32ToUtf8);
-    case 2: return Utf(numbers, answer, Utf16ToUtf32);
-    case 3: return Utf(numbers, answer, Utf16ToUtf8);
-    case 4: return Utf(numbers, answer, Utf8ToUtf16);
-    default: return Utf(numbers, answer, Utf8ToUtf32);
+    case 0: return Utf(numbers, trial, Utf32ToUtf16);
+    case 1: return Utf(numbers, trial, Utf32ToUtf8);
+    case 2: return Utf(numbers, trial, Utf16ToUtf32);
+    case 3: return Utf(numbers, trial, Utf16ToUtf8);
+    case 4: return Utf(numbers, trial, Utf8ToUtf16);
+    default: return Utf(numbers, trial, Utf8ToUtf32);
     }
 }
 
-void Normalization(Numbers &numbers, Answer *answer)
+void Normalization(Numbers &numbers, Trial *trial)
 {
     const std::string text = numbers.OneIn(5) ? Encoded(numbers, "UTF-8").c_str()
                                               : AnyText(numbers, numbers.Below(12)).c_str();
-    answer->Ask(text);
+    trial->AddInput(text);
     const auto convert =
         numbers.OneIn(2) ? CodeSet_Utf8FormDToUtf8FormC : CodeSet_Utf8FormCToUtf8FormD;
     char *out = nullptr;
     size_t size = 0;
-    answer->Came(convert(text.c_str(), text.size(), &out, &size));
-    answer->Took(out, size);
+    trial->AddResult(convert(text.c_str(), text.size(), &out, &size));
+    trial->TakeResult(out, size);
 }
 
-void EncodingNames(Numbers &numbers, Answer *answer)
+void EncodingNames(Numbers &numbers, Trial *trial)
 {
     static const std::vector<std::string> NAMES = [] {
         std::vector<std::string> all = {"latin1", "windows-949", "Windows-1252", "8859_1", "x"};
@@ -202,7 +202,7 @@ void EncodingNames(Numbers &numbers, Answer *answer)
 #undef ADD
         return all;
     }();
-    Unicode_Shutdown(); // a name's answer may hang on those before it
+    Unicode_Shutdown(); // the result for a name may depend on earlier names
     std::string name = numbers.Of(NAMES);
     for (unsigned i = numbers.Below(4); i > 0 && !name.empty(); i--) {
         const size_t at = numbers.Below(name.size());
@@ -213,9 +213,11 @@ void EncodingNames(Numbers &numbers, Answer *answer)
         default: name[at] = static_cast<char>(tolower(static_cast<unsigned char>(name[at])));
         }
     }
-    answer->Ask(name);
+    trial->AddInput(name);
     const StringEncoding encoding = UnicodeIANALookup(name.c_str());
-    answer->Came(encoding);
-    answer->Came(Unicode_FindEncoding(name.c_str()));
-    if (Unicode_IsEncodingValid(encoding)) { answer->Came(Unicode_EncodingEnumToName(encoding)); }
+    trial->AddResult(encoding);
+    trial->AddResult(Unicode_FindEncoding(name.c_str()));
+    if (Unicode_IsEncodingValid(encoding)) {
+        trial->AddResult(Unicode_EncodingEnumToName(encoding));
+    }
 }

@@ -1,4 +1,5 @@
-// formats.cpp -- every directive of the formatting engine, alone, by position, and in any bytes.
+// formats.cpp -- every directive of the formatting engine: alone, by position, and in random
+// formats.
 #include "twins.h"
 
 #include "bsd_vsnprintf.h"
@@ -17,8 +18,8 @@ struct Convention {
     const char *point;
 };
 
-// The whole output, and what of it fits.
-__attribute__((noinline)) void Format(Answer *answer, const Convention &convention, size_t size,
+// Records the whole output, and the part that fits into a buffer.
+__attribute__((noinline)) void Format(Trial *trial, const Convention &convention, size_t size,
                                       const char *format, ...)
 {
     va_list arguments, again;
@@ -27,11 +28,11 @@ __attribute__((noinline)) void Format(Answer *answer, const Convention &conventi
     char *grown = nullptr;
     const int length = bsd_vsnprintf_core(&grown, convention.grouping.c_str(), convention.separator,
                                           convention.point, 0, format, arguments);
-    answer->Came(length);
-    answer->Took(grown, length < 0 ? 0 : static_cast<size_t>(length));
+    trial->AddResult(length);
+    trial->TakeResult(grown, length < 0 ? 0 : static_cast<size_t>(length));
     std::string buffer(size, '\0');
-    answer->Came(Str_Vsnprintf(buffer.data(), size, format, again));
-    answer->Came(length < 0 ? "" : buffer.c_str());
+    trial->AddResult(Str_Vsnprintf(buffer.data(), size, format, again));
+    trial->AddResult(length < 0 ? "" : buffer.c_str());
     va_end(again);
     va_end(arguments);
 }
@@ -51,9 +52,9 @@ std::string Flags(Numbers &numbers)
     return numbers.OneIn(3) ? "" : numbers.Bytes(numbers.Below(5), "-+ #0'");
 }
 
-// With its width and precision in the format or before the value.
+// Formats with width and precision in the format or as arguments.
 template <typename Value>
-void FormatOne(Numbers &numbers, Answer *answer, const std::string &conversion, Value value,
+void FormatOne(Numbers &numbers, Trial *trial, const std::string &conversion, Value value,
                int mostPrecision)
 {
     const Convention convention = AnyConvention(numbers);
@@ -63,8 +64,8 @@ void FormatOne(Numbers &numbers, Answer *answer, const std::string &conversion, 
     const std::string start = "<%" + Flags(numbers), end = conversion + ">";
     std::string format;
     const auto tried = [&](auto... values) {
-        answer->Ask(format + " " + std::to_string(width) + " " + std::to_string(precision));
-        Format(answer, convention, size, format.c_str(), values...);
+        trial->AddInput(format + " " + std::to_string(width) + " " + std::to_string(precision));
+        Format(trial, convention, size, format.c_str(), values...);
     };
     switch (numbers.Below(4)) {
     case 0: format = start + end; return tried(value);
@@ -81,9 +82,9 @@ double Number(Numbers &numbers)
 {
     switch (numbers.Below(5)) {
     case 0: return static_cast<double>(static_cast<int64_t>(numbers.Integer()));
-    case 1: // of few digits
+    case 1: // few digits
         return static_cast<double>(numbers.Below(10'000'000)) / std::pow(10, numbers.Below(8));
-    case 2: // half-way
+    case 2: // half-way between two decimals
         return (numbers.Below(2000) + 0.5) * std::ldexp(1, -static_cast<int>(numbers.Below(12)));
     case 3: {
         static constexpr double SPECIAL[] = {0.0, -0.0, INFINITY, -INFINITY, NAN, 5e-324, 1e308};
@@ -98,13 +99,13 @@ double Number(Numbers &numbers)
     }
 }
 
-// Enough floating values for all registers, and more words than a format asks for.
+// Enough floating values for all registers, and more words than any format uses.
 constexpr size_t MOST_WORDS = 64;
 template <size_t... Index>
-void FormatAll(Answer *answer, const Convention &convention, const std::string &format,
+void FormatAll(Trial *trial, const Convention &convention, const std::string &format,
                const uint64_t (&words)[MOST_WORDS], std::index_sequence<Index...> /* each */)
 {
-    Format(answer, convention, 40, format.c_str(), 0.5, 1.25, 1e100, -3.0, 4e-7, 5.5, 6.0, 7.125,
+    Format(trial, convention, 40, format.c_str(), 0.5, 1.25, 1e100, -3.0, 4e-7, 5.5, 6.0, 7.125,
            words[Index]...);
 }
 
@@ -120,55 +121,55 @@ void ShortenNumbers(std::string *format, size_t most)
 
 } // namespace
 
-void Integers(Numbers &numbers, Answer *answer)
+void Integers(Numbers &numbers, Trial *trial)
 {
     static const char *const SIZES[] = {"",  "hh", "h", "l", "ll",  "q",  "L",
                                         "j", "t",  "z", "Z", "I64", "I32"};
     const std::string size = numbers.OneIn(3) ? "" : numbers.Of(SIZES);
     const std::string letter(1, "diuoxXDOUpc%"[numbers.Below(12)]);
     const uint64_t value = numbers.Integer();
-    answer->Ask(std::to_string(value));
-    FormatOne(numbers, answer, letter == "c" ? letter : size + letter, value, 40);
+    trial->AddInput(std::to_string(value));
+    FormatOne(numbers, trial, letter == "c" ? letter : size + letter, value, 40);
 }
 
-void Floats(Numbers &numbers, Answer *answer)
+void Floats(Numbers &numbers, Trial *trial)
 {
     const std::string letter(1, "eEfFgGa"[numbers.Below(7)]);
     const double value = Number(numbers);
     const int most = numbers.OneIn(30) ? 700 : 30;
     uint64_t bits;
     memcpy(&bits, &value, sizeof bits);
-    answer->Ask(std::to_string(bits));
+    trial->AddInput(std::to_string(bits));
     if (numbers.OneIn(6)) {
-        FormatOne(numbers, answer, "L" + letter, static_cast<long double>(value), most);
+        FormatOne(numbers, trial, "L" + letter, static_cast<long double>(value), most);
     } else {
-        FormatOne(numbers, answer, letter, value, most);
+        FormatOne(numbers, trial, letter, value, most);
     }
 }
 
-void Texts(Numbers &numbers, Answer *answer)
+void Texts(Numbers &numbers, Trial *trial)
 {
     const std::string text = numbers.OneIn(2) ? AnyText(numbers, numbers.Below(20))
                                               : numbers.AnyBytes(numbers.Below(40));
-    answer->Ask(text);
+    trial->AddInput(text);
     if (numbers.OneIn(2)) {
         const char *given = numbers.OneIn(50) ? nullptr : text.c_str();
-        return FormatOne(numbers, answer, "s", given, 24);
+        return FormatOne(numbers, trial, "s", given, 24);
     }
     std::wstring wide;
     for (unsigned i = numbers.Below(12); i > 0; i--) {
         wide += static_cast<wchar_t>(1 + (numbers.Next() >> (40 + numbers.Below(24))));
-        answer->Ask(std::to_string(wide.back()));
+        trial->AddInput(std::to_string(wide.back()));
     }
     if (numbers.OneIn(3)) { // what the "C" locale makes of 0x80 to 0xFF is the C library's
         const wint_t letter = numbers.OneIn(2) ? numbers.Below(0x80) : 0x100 + numbers.Below(9999);
-        answer->Ask(std::to_string(letter));
-        return FormatOne(numbers, answer, numbers.OneIn(2) ? "lc" : "C", letter, 24);
+        trial->AddInput(std::to_string(letter));
+        return FormatOne(numbers, trial, numbers.OneIn(2) ? "lc" : "C", letter, 24);
     }
-    FormatOne(numbers, answer, numbers.OneIn(2) ? "ls" : "S", wide.c_str(), 24);
+    FormatOne(numbers, trial, numbers.OneIn(2) ? "ls" : "S", wide.c_str(), 24);
 }
 
-void Positions(Numbers &numbers, Answer *answer)
+void Positions(Numbers &numbers, Trial *trial)
 {
     static const char *const CONVERSIONS[] = {
         "%1$d",     "%2$llx",  "%3$.3f",   "%4$s",   "%1$-*5$d|", "%3$*5$.*6$e",
@@ -187,20 +188,20 @@ void Positions(Numbers &numbers, Answer *answer)
     const int precision = static_cast<int>(numbers.Below(20)) - 2;
     const wint_t letter = 0x20 + numbers.Below(0x5F);
     const size_t last = numbers.Integer();
-    answer->Ask(format + " " + std::to_string(first) + " " + std::to_string(second) + " " +
-                std::to_string(last));
+    trial->AddInput(format + " " + std::to_string(first) + " " + std::to_string(second) + " " +
+                    std::to_string(last));
     const Convention convention = AnyConvention(numbers);
     if (areAllNamed) {
-        Format(answer, convention, 50, format.c_str(), first, second, third, "some text", width,
+        Format(trial, convention, 50, format.c_str(), first, second, third, "some text", width,
                precision, letter, L"wide \x20AC", last);
     } else {
-        Format(answer, convention, 50, format.c_str(), first, first, width, first, first, first,
+        Format(trial, convention, 50, format.c_str(), first, first, width, first, first, first,
                first, first, last);
     }
 }
 
-// Those that name no pointer, and whose positions are few.
-void AnyFormats(Numbers &numbers, Answer *answer)
+// Random formats without pointers and with few positions.
+void AnyFormats(Numbers &numbers, Trial *trial)
 {
     const bool hasPositions = numbers.OneIn(3);
     const std::string choices = hasPositions ? "%%%%%%diuoxX123456789$$$$-+ #0'.*hlLqjtzZIc"
@@ -211,7 +212,6 @@ void AnyFormats(Numbers &numbers, Answer *answer)
     for (uint64_t &word : words) {
         word = numbers.Below(40);
     }
-    answer->Ask(format);
-    FormatAll(answer, AnyConvention(numbers), format, words,
-              std::make_index_sequence<MOST_WORDS>());
+    trial->AddInput(format);
+    FormatAll(trial, AnyConvention(numbers), format, words, std::make_index_sequence<MOST_WORDS>());
 }

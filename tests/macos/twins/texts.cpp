@@ -17,31 +17,31 @@ std::string EscapedText(Numbers &numbers)
                             : numbers.Bytes(size, "%%\\\\019aAfFgG'\",,$*.[]^\r\n\r\nx x");
 }
 
-void EscapeInto(Numbers &numbers, Answer *answer, const std::string &text, char escape)
+void EscapeInto(Numbers &numbers, Trial *trial, const std::string &text, char escape)
 {
     char block[24];
     memset(block, 'z', sizeof block);
     const size_t room = numbers.Below(sizeof block + 1);
-    answer->Came(Escape_UndoFixBuf(escape, text.data(), text.size(), block, room));
-    answer->Came(std::string(block, sizeof block));
+    trial->AddResult(Escape_UndoFixBuf(escape, text.data(), text.size(), block, room));
+    trial->AddResult(std::string(block, sizeof block));
 }
 
-// The bytes that a search found, from there on.
+// Returns the text from the found place on.
 std::string From(const char *found) { return found == nullptr ? "(none)" : found; }
 
-void Change(Numbers &numbers, Answer *answer, HashTable *table, const void *key)
+void Change(Numbers &numbers, Trial *trial, HashTable *table, const void *key)
 {
     auto *value = reinterpret_cast<void *>(uintptr_t{numbers.Below(5)});
     void *out = nullptr;
     switch (numbers.Below(6)) {
-    case 0: answer->Came(HashTable_Lookup(table, key, &out)); break;
-    case 1: answer->Came(HashTable_Insert(table, key, value)); break;
-    case 2: answer->Came(HashTable_ReplaceOrInsert(table, key, value)); break;
-    case 3: answer->Came(HashTable_ReplaceIfEqual(table, key, nullptr, value)); break;
-    case 4: answer->Came(HashTable_Remove(table, key, &out)); break;
+    case 0: trial->AddResult(HashTable_Lookup(table, key, &out)); break;
+    case 1: trial->AddResult(HashTable_Insert(table, key, value)); break;
+    case 2: trial->AddResult(HashTable_ReplaceOrInsert(table, key, value)); break;
+    case 3: trial->AddResult(HashTable_ReplaceIfEqual(table, key, nullptr, value)); break;
+    case 4: trial->AddResult(HashTable_Remove(table, key, &out)); break;
     default: out = HashTable_LookupOrInsert(table, key, value);
     }
-    answer->Came(static_cast<long long>(reinterpret_cast<uintptr_t>(out)));
+    trial->AddResult(static_cast<long long>(reinterpret_cast<uintptr_t>(out)));
 }
 
 std::string PathOf(Numbers &numbers)
@@ -58,7 +58,7 @@ std::string PathOf(Numbers &numbers)
 
 } // namespace
 
-void Escapes(Numbers &numbers, Answer *answer)
+void Escapes(Numbers &numbers, Trial *trial)
 {
     const std::string text = EscapedText(numbers);
     const char escape = "%\\a0"[numbers.Below(4)];
@@ -70,26 +70,26 @@ void Escapes(Numbers &numbers, Answer *answer)
             each = numbers.OneIn(3);
         }
     }
-    answer->Ask(text);
-    answer->Ask(std::string(1, escape));
+    trial->AddInput(text);
+    trial->AddInput(std::string(1, escape));
     size_t size = 0;
-    const auto took = [&](char *block) { answer->Took(block, size); };
+    const auto took = [&](char *block) { trial->TakeResult(block, size); };
     took(Escape_DoString("\\x", set, text.data(), text.size(), &size));
     took(Escape_Do(escape, set, text.data(), text.size(), &size));
     took(Escape_Undo(escape, text.data(), text.size(), &size));
     took(Escape_AnsiToUnix(text.data(), text.size(), &size));
     took(Escape_Sh(text.data(), text.size(), &size));
     took(Escape_BRE(text.data(), text.size(), &size));
-    answer->Took(Escape_Comma(text.c_str()));
-    answer->Came(From(Escape_Strchr(escape, text.c_str(), "%\\a,"[numbers.Below(4)])));
-    answer->Took(Escape_Unescape(escape, text.c_str()));
-    EscapeInto(numbers, answer, text, escape);
+    trial->TakeResult(Escape_Comma(text.c_str()));
+    trial->AddResult(From(Escape_Strchr(escape, text.c_str(), "%\\a,"[numbers.Below(4)])));
+    trial->TakeResult(Escape_Unescape(escape, text.c_str()));
+    EscapeInto(numbers, trial, text, escape);
     std::string changed = text.c_str();
-    answer->Came(Escape_UnescapeCString(changed.data()));
-    answer->Came(changed);
+    trial->AddResult(Escape_UnescapeCString(changed.data()));
+    trial->AddResult(changed);
 }
 
-void Tables(Numbers &numbers, Answer *answer)
+void Tables(Numbers &numbers, Trial *trial)
 {
     static constexpr int KINDS[] = {HASH_STRING_KEY, HASH_ISTRING_KEY, HASH_INT_KEY};
     const int kind = numbers.Of(KINDS);
@@ -98,54 +98,55 @@ void Tables(Numbers &numbers, Answer *answer)
     std::vector<std::string> keys;
     for (unsigned i = 1 + numbers.Below(20); i > 0; i--) {
         keys.push_back(numbers.Bytes(numbers.Below(9), "abABzZ\xC3\xA9[@0"));
-        answer->Ask(keys.back());
+        trial->AddInput(keys.back());
     }
     for (unsigned i = numbers.Below(60); i > 0; i--) {
         const void *key = kind == HASH_INT_KEY
                               ? reinterpret_cast<void *>(uintptr_t{numbers.Below(90)} << 20)
                               : numbers.Of(keys).c_str();
-        Change(numbers, answer, table, key);
+        Change(numbers, trial, table, key);
     }
     const void **order = nullptr;
     size_t size = 0;
     HashTable_KeyArray(table, &order, &size);
     for (size_t i = 0; i < size; i++) {
-        answer->Came(kind == HASH_INT_KEY ? std::to_string(reinterpret_cast<uintptr_t>(order[i]))
-                                          : static_cast<const char *>(order[i]));
+        trial->AddResult(kind == HASH_INT_KEY
+                             ? std::to_string(reinterpret_cast<uintptr_t>(order[i]))
+                             : static_cast<const char *>(order[i]));
     }
     free(order);
-    answer->Came(static_cast<long long>(HashTable_GetNumElements(table)));
+    trial->AddResult(static_cast<long long>(HashTable_GetNumElements(table)));
     HashTable_Free(table);
 }
 
-void Strings(Numbers &numbers, Answer *answer)
+void Strings(Numbers &numbers, Trial *trial)
 {
     const std::string first = numbers.OneIn(3) ? AnyText(numbers, numbers.Below(20))
                                                : numbers.Bytes(numbers.Below(40), "aAbBzZ@[`{\xE9");
     const std::string second = numbers.Bytes(numbers.Below(4), "aAbBzZ@[");
     const size_t n = numbers.Below(50);
-    answer->Ask(first);
-    answer->Ask(second + " " + std::to_string(n));
+    trial->AddInput(first);
+    trial->AddInput(second + " " + std::to_string(n));
     char buffer[256] = "";
-    answer->Came(Str_Strcpy(buffer, first.c_str(), sizeof buffer));
-    answer->Came(Str_Strcat(buffer, second.c_str(), sizeof buffer));
-    answer->Came(Str_Strncat(buffer, sizeof buffer, first.c_str(), n));
-    answer->Came(Str_ToUpper(buffer));
-    answer->Came(Str_ToLower(buffer));
-    answer->Came(Str_Strncpy(buffer, sizeof buffer, first.c_str(), n));
-    answer->Came(static_cast<long long>(Str_Strlen(first.c_str(), n)));
-    answer->Came(From(Str_Strnstr(first.c_str(), second.c_str(), n)));
-    answer->Came(Util_IsEqualIgnoreCase(first.c_str(), second.c_str()));
-    answer->Came(Util_StrDiffers(first.c_str(), second.c_str()));
+    trial->AddResult(Str_Strcpy(buffer, first.c_str(), sizeof buffer));
+    trial->AddResult(Str_Strcat(buffer, second.c_str(), sizeof buffer));
+    trial->AddResult(Str_Strncat(buffer, sizeof buffer, first.c_str(), n));
+    trial->AddResult(Str_ToUpper(buffer));
+    trial->AddResult(Str_ToLower(buffer));
+    trial->AddResult(Str_Strncpy(buffer, sizeof buffer, first.c_str(), n));
+    trial->AddResult(static_cast<long long>(Str_Strlen(first.c_str(), n)));
+    trial->AddResult(From(Str_Strnstr(first.c_str(), second.c_str(), n)));
+    trial->AddResult(Util_IsEqualIgnoreCase(first.c_str(), second.c_str()));
+    trial->AddResult(Util_StrDiffers(first.c_str(), second.c_str()));
     size_t count = 0;
     std::string other = first;
     if (!other.empty() && numbers.OneIn(2)) { other[numbers.Below(other.size())] ^= 0x20; }
-    answer->Came(Util_CountMemDiff(first.data(), other.data(), first.size(), &count));
-    answer->Came(static_cast<long long>(count));
-    answer->Came(Util_MemDiffers(first.data(), other.data(), first.size()));
+    trial->AddResult(Util_CountMemDiff(first.data(), other.data(), first.size(), &count));
+    trial->AddResult(static_cast<long long>(count));
+    trial->AddResult(Util_MemDiffers(first.data(), other.data(), first.size()));
 }
 
-void Addresses(Numbers &numbers, Answer *answer)
+void Addresses(Numbers &numbers, Trial *trial)
 {
     std::string text;
     for (unsigned i = numbers.Below(10); i > 0; i--) {
@@ -156,21 +157,21 @@ void Addresses(Numbers &numbers, Answer *answer)
         default: text += numbers.OneIn(2) ? "::" : numbers.OneIn(2) ? ":" : ".";
         }
     }
-    answer->Ask(text);
-    answer->Came(Util_IsIPv4Address(text.c_str()));
-    answer->Came(Util_IsIPv6Address(text.c_str()));
-    answer->Came(Util_IsIPAddress(text.c_str()));
+    trial->AddInput(text);
+    trial->AddResult(Util_IsIPv4Address(text.c_str()));
+    trial->AddResult(Util_IsIPv6Address(text.c_str()));
+    trial->AddResult(Util_IsIPAddress(text.c_str()));
 }
 
-void Paths(Numbers &numbers, Answer *answer)
+void Paths(Numbers &numbers, Trial *trial)
 {
     const std::string path = PathOf(numbers);
-    answer->Ask(path);
-    answer->Came(Util_IsAbsolutePath(path.c_str()));
-    answer->Took(Util_CanonicalPath(path.c_str()));
+    trial->AddInput(path);
+    trial->AddResult(Util_IsAbsolutePath(path.c_str()));
+    trial->TakeResult(Util_CanonicalPath(path.c_str()));
 }
 
-void Expansion(Numbers &numbers, Answer *answer)
+void Expansion(Numbers &numbers, Trial *trial)
 {
     static const char *const PIECES[] = {"$A",   "${A}",  "$EMPTY", "$HOME", "~",       "~/",
                                          "/",    "$",     "$$",     "$_N9",  "$USER",   "~root/",
@@ -184,18 +185,18 @@ void Expansion(Numbers &numbers, Answer *answer)
         } else {
             const char *value = numbers.Of(VALUES);
             setenv(name, value, 1);
-            answer->Ask(std::string(name) + "=" + value);
+            trial->AddInput(std::string(name) + "=" + value);
         }
     }
     const char *home = numbers.OneIn(3) ? "/over" : nullptr;
     static const char *kept;
     Util_OverrideHomeDir(nullptr);
-    free(const_cast<char *>(kept)); // it would stay
+    free(const_cast<char *>(kept)); // the library does not free it
     kept = Util_OverrideHomeDir(home);
     std::string text;
     for (unsigned i = numbers.Below(8); i > 0; i--) {
         text += numbers.Of(PIECES);
     }
-    answer->Ask(text);
-    answer->Took(Util_ExpandString(text.c_str()));
+    trial->AddInput(text);
+    trial->TakeResult(Util_ExpandString(text.c_str()));
 }

@@ -1,4 +1,4 @@
-// twins.cpp -- the library's results on generated inputs, to be compared between two hosts.
+// twins.cpp -- prints the library's results for generated inputs, to compare two hosts.
 //    twins AREA SEED BLOCKS SIZE       writes a digest of each block; a block has SIZE inputs
 //    twins AREA SEED BLOCK SIZE show   writes each input of one block and its result, a line each
 //    twins areas                       lists the areas
@@ -15,7 +15,7 @@ namespace {
 
 struct Area {
     const char *name;
-    void (*answer)(Numbers &numbers, Answer *answer);
+    void (*run)(Numbers &numbers, Trial *trial);
 };
 constexpr Area AREAS[] = {
     {"integers", Integers},
@@ -46,13 +46,13 @@ void LogMore(const char *format, va_list arguments)
     sLogged += text;
 }
 
-Answer AnswerOf(const Area &area, uint64_t seed, uint64_t number)
+Trial TrialOf(const Area &area, uint64_t seed, uint64_t number)
 {
     Numbers numbers(Numbers(seed).Next() + number);
-    Answer answer;
-    area.answer(numbers, &answer);
-    answer.Came(Logged());
-    return answer;
+    Trial trial;
+    area.run(numbers, &trial);
+    trial.AddResult(Logged());
+    return trial;
 }
 
 uint64_t Digest(uint64_t digest, const std::string &text)
@@ -68,8 +68,8 @@ void WriteDigests(const Area &area, uint64_t seed, uint64_t blocks, uint64_t siz
     for (uint64_t block = 0; block < blocks; block++) {
         uint64_t digest = 0xCBF29CE484222325;
         for (uint64_t i = 0; i < size; i++) {
-            const Answer answer = AnswerOf(area, seed, block * size + i);
-            digest = Digest(Digest(digest, answer.asked), answer.came);
+            const Trial trial = TrialOf(area, seed, block * size + i);
+            digest = Digest(Digest(digest, trial.input), trial.result);
         }
         printf("%016llx\n", static_cast<unsigned long long>(digest));
     }
@@ -89,10 +89,10 @@ void WriteEscaped(const std::string &text)
 void Show(const Area &area, uint64_t seed, uint64_t block, uint64_t size)
 {
     for (uint64_t i = 0; i < size; i++) {
-        const Answer answer = AnswerOf(area, seed, block * size + i);
-        WriteEscaped(answer.asked);
+        const Trial trial = TrialOf(area, seed, block * size + i);
+        WriteEscaped(trial.input);
         fputs("  gives  ", stdout);
-        WriteEscaped(answer.came);
+        WriteEscaped(trial.result);
         putchar('\n');
     }
 }

@@ -1,6 +1,6 @@
-// twins.h -- what the library gives for inputs made from a number, so that its builds for two hosts
-// can be compared.  An area makes the input of a number and answers with what was asked and what
-// came.
+// twins.h -- the library's results for generated inputs, by which its builds for two hosts are
+// compared.  Each area makes an input from random numbers, calls the library with it, and records
+// input and results as a trial.
 #ifndef PELAGO_TESTS_MACOS_TWINS_H
 #define PELAGO_TESTS_MACOS_TWINS_H
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-// The same numbers on every host, whatever its library has.
+// Random numbers that are the same on every host, whatever its C++ library has.
 class Numbers {
 public:
     explicit Numbers(uint64_t seed) : mState(seed) {}
@@ -23,7 +23,7 @@ public:
     }
     unsigned Below(size_t bound) { return static_cast<unsigned>(Next() % bound); }
     bool OneIn(unsigned chances) { return Below(chances) == 0; }
-    // Small, near a power of two, or anything.
+    // A small number, one near a power of two, or any.
     uint64_t Integer()
     {
         switch (Below(4)) {
@@ -38,7 +38,7 @@ public:
     {
         return choices[Below(choices.size())];
     }
-    // So many of these bytes.
+    // A text of that size, made of these bytes.
     std::string Bytes(size_t size, const std::string &choices)
     {
         std::string text;
@@ -60,19 +60,19 @@ private:
     uint64_t mState;
 };
 
-struct Answer {
-    std::string asked, came;
-    void Ask(const std::string &text) { Add(&asked, text.data(), text.size()); }
-    void Came(const std::string &text) { Add(&came, text.data(), text.size()); }
-    void Came(long long number) { Came(std::to_string(number)); }
-    // A block that is freed, or none.
-    void Took(char *block, size_t size)
+struct Trial {
+    std::string input, result;
+    void AddInput(const std::string &text) { Add(&input, text.data(), text.size()); }
+    void AddResult(const std::string &text) { Add(&result, text.data(), text.size()); }
+    void AddResult(long long number) { AddResult(std::to_string(number)); }
+    // Adds the block's bytes and frees it; nullptr is "(none)".
+    void TakeResult(char *block, size_t size)
     {
-        if (block == nullptr) { return Came("(none)"); }
-        Add(&came, block, size);
+        if (block == nullptr) { return AddResult("(none)"); }
+        Add(&result, block, size);
         free(block);
     }
-    void Took(char *text) { Took(text, text == nullptr ? 0 : strlen(text)); }
+    void TakeResult(char *text) { TakeResult(text, text == nullptr ? 0 : strlen(text)); }
 
 private:
     static void Add(std::string *to, const char *bytes, size_t size)
@@ -81,31 +81,31 @@ private:
     }
 };
 
-// Text of whole characters, in UTF-8, from all planes and from where things happen.
+// Returns text of whole characters in UTF-8, from all planes, with many at the limits of ranges.
 std::string AnyText(Numbers &numbers, size_t characters);
 
-// What the library has logged, warned of and printed since the last call.
+// Returns the library's messages since the last call.
 std::string Logged();
 
-// What the hosts are known to differ in, a line each.
+// Writes each known difference of the hosts, one a line.
 void WriteDifferences();
 
-void Integers(Numbers &numbers, Answer *answer);
-void Floats(Numbers &numbers, Answer *answer);
-void Texts(Numbers &numbers, Answer *answer);
-void Positions(Numbers &numbers, Answer *answer);
-void AnyFormats(Numbers &numbers, Answer *answer);
-void Conversions(Numbers &numbers, Answer *answer);
-void ConversionsWithoutIcu(Numbers &numbers, Answer *answer);
-void UnicodeStrings(Numbers &numbers, Answer *answer);
-void UtfConverters(Numbers &numbers, Answer *answer);
-void Normalization(Numbers &numbers, Answer *answer);
-void EncodingNames(Numbers &numbers, Answer *answer);
-void Escapes(Numbers &numbers, Answer *answer);
-void Tables(Numbers &numbers, Answer *answer);
-void Strings(Numbers &numbers, Answer *answer);
-void Addresses(Numbers &numbers, Answer *answer);
-void Paths(Numbers &numbers, Answer *answer);
-void Expansion(Numbers &numbers, Answer *answer);
+void Integers(Numbers &numbers, Trial *trial);
+void Floats(Numbers &numbers, Trial *trial);
+void Texts(Numbers &numbers, Trial *trial);
+void Positions(Numbers &numbers, Trial *trial);
+void AnyFormats(Numbers &numbers, Trial *trial);
+void Conversions(Numbers &numbers, Trial *trial);
+void ConversionsWithoutIcu(Numbers &numbers, Trial *trial);
+void UnicodeStrings(Numbers &numbers, Trial *trial);
+void UtfConverters(Numbers &numbers, Trial *trial);
+void Normalization(Numbers &numbers, Trial *trial);
+void EncodingNames(Numbers &numbers, Trial *trial);
+void Escapes(Numbers &numbers, Trial *trial);
+void Tables(Numbers &numbers, Trial *trial);
+void Strings(Numbers &numbers, Trial *trial);
+void Addresses(Numbers &numbers, Trial *trial);
+void Paths(Numbers &numbers, Trial *trial);
+void Expansion(Numbers &numbers, Trial *trial);
 
 #endif // PELAGO_TESTS_MACOS_TWINS_H

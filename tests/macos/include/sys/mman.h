@@ -1,4 +1,4 @@
-/* mman.h -- and files without a name. */
+/* mman.h -- adds memfd_create(). */
 #ifndef PELAGO_TESTS_MACOS_SYS_MMAN_H
 #define PELAGO_TESTS_MACOS_SYS_MMAN_H
 

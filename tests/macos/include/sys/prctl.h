@@ -1,4 +1,4 @@
-/* prctl.h -- being the parent of those who have lost theirs. */
+/* prctl.h -- makes a process the parent of its orphaned descendants. */
 #ifndef PELAGO_TESTS_MACOS_SYS_PRCTL_H
 #define PELAGO_TESTS_MACOS_SYS_PRCTL_H
 

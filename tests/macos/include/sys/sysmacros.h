@@ -1,4 +1,4 @@
-/* sysmacros.h -- device numbers, which macOS makes in another header. */
+/* sysmacros.h -- device numbers, which macOS declares in another header. */
 #ifndef PELAGO_TESTS_MACOS_SYS_SYSMACROS_H
 #define PELAGO_TESTS_MACOS_SYS_SYSMACROS_H
 

@@ -22,7 +22,7 @@
 
 namespace {
 
-// Beside the ways of access, which are the same three numbers.
+// The flags besides the access modes, which are the same three numbers on both hosts.
 constexpr Pair OPEN_FLAGS[] = {PAIR(O_APPEND),    PAIR(O_CLOEXEC),  PAIR(O_CREAT),
                                PAIR(O_DIRECTORY), PAIR(O_EXCL),     PAIR(O_NOCTTY),
                                PAIR(O_NOFOLLOW),  PAIR(O_NONBLOCK), PAIR(O_TRUNC)};
@@ -111,8 +111,7 @@ int Mprotect(void *address, size_t size, int protection)
     return mprotect(address, size, HostFlags("mprotect", PROTECTIONS, protection));
 }
 
-// What the kernel says of each file that is opened by a program of 64 bits; Darwin has no such
-// flag.
+// The kernel sets this flag on each file that a 64-bit program opens; Darwin has no such flag.
 constexpr int LARGE_FILE = 0x8000;
 
 int LockFile(int fd, int command, DarwinFlock &darwin)
@@ -213,13 +212,13 @@ int Statfs(const char *path, DarwinStatfs *to)
     to->f_ffree = host.f_ffree;
     memcpy(to->f_fsid, &host.f_fsid, sizeof to->f_fsid);
     to->f_type = static_cast<uint32_t>(host.f_type);
-    // Only what matters to a program: may it be written to?
+    // Programs only check whether the file system is writable.
     to->f_flags = static_cast<uint32_t>(
         DarwinFlags("statfs", MOUNTS, static_cast<int>(host.f_flags) & ST_RDONLY));
     return 0;
 }
 
-// A path is shorter there.
+// Darwin's longest path is shorter.
 char *RealPath(const char *path, char *to)
 {
     const HandOnErrno handOn;
@@ -236,7 +235,7 @@ char *RealPath(const char *path, char *to)
     return to;
 }
 
-// Every X at the end is replaced there, the last six here.
+// Darwin replaces every X at the end, this host the last six.
 int Mkstemp(char *path)
 {
     constexpr char LETTERS[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
@@ -281,13 +280,13 @@ int Utimes(const char *path, const DarwinTimeval *times)
 
 long Pathconf(const char *path, int name)
 {
-    constexpr int LAST_NAME = 100; // Darwin has none above
+    constexpr int LAST_NAME = 100; // Darwin has no higher one
     if (name > LAST_NAME) { return Fail(DARWIN_EINVAL); }
     const HandOnErrno handOn;
     return pathconf(path, HostOption("pathconf", "name", PATH_LIMITS, name));
 }
 
-// What readdir() returns is the folder's, until the next.
+// The folder owns the entry that readdir() returns, until the next call.
 struct Folder {
     DIR *host;
     DarwinDirent entry;

@@ -1,4 +1,4 @@
-// inLocale.h -- a locale for a moment.
+// inLocale.h -- sets a thread's locale for the duration of a call.
 #pragma once
 
 #include <clocale>
@@ -6,7 +6,7 @@
 // NULL is the "C" locale on Darwin.
 locale_t HostLocale(locale_t darwin);
 
-// Has the calling thread use a locale, for calls that have no variant with one.
+// Sets the calling thread's locale, for calls that have no variant with a locale argument.
 class InLocale {
 public:
     explicit InLocale(locale_t locale) : mBefore(uselocale(HostLocale(locale))) {}

@@ -23,7 +23,8 @@ static_assert(sizeof(vm_statistics) == DARWIN_SIZEOF_vm_statistics);
 static_assert(sizeof(mach_zone_name_t) == DARWIN_SIZEOF_mach_zone_name_t);
 static_assert(sizeof(mach_zone_info_t) == DARWIN_SIZEOF_mach_zone_info_t);
 
-// Darwin's kernel needs none to tell, so the process may have as many as it may.
+// Makes the call with the soft limit of descriptors raised: Darwin's kernel lists descriptors
+// without opening one, and this host's does not.
 template <typename Call> auto WithMoreDescriptors(Call call)
 {
     rlimit before, more;
@@ -35,7 +36,7 @@ template <typename Call> auto WithMoreDescriptors(Call call)
     return result;
 }
 
-// The descriptors that are open, but for the one that lists them.
+// Returns the open descriptors, except the one that lists them.
 std::vector<int> OpenDescriptors()
 {
     std::vector<int> open;
@@ -58,8 +59,8 @@ uint32_t DescriptorType(int fd)
     return S_ISFIFO(status.st_mode) ? DARWIN_PROX_FDTYPE_PIPE : DARWIN_PROX_FDTYPE_VNODE;
 }
 
-// Without a list the answer is its size by the table of descriptors, and room for 20 more; with
-// one, what fits of it.
+// Without a list, returns the size for the table of descriptors and 20 more; with one, fills it as
+// far as it goes.
 int ProcPidinfo(int pid, int flavor, uint64_t argument, void *buffer, int size)
 {
     constexpr int ROOM = 20;

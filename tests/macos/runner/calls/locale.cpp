@@ -118,14 +118,14 @@ int SscanfIn(const char *text, locale_t locale, const char *format, ...)
     return count;
 }
 
-// One byte in the "C" locale has 256 values there, 128 here.
+// A byte in the "C" locale has 256 values on Darwin, 128 on this host.
 size_t WideToBytes(char *to, wchar_t c, mbstate_t *state)
 {
     if (to != nullptr && MB_CUR_MAX == 1 && c >= 0 && c <= 0xFF) {
         *to = static_cast<char>(c);
         return 1;
     }
-    if (to != nullptr && (c < 0 || c > 0x10FFFF)) { // which this host's UTF-8 may convert
+    if (to != nullptr && (c < 0 || c > 0x10FFFF)) { // this host's UTF-8 may convert these
         Fail(DARWIN_EILSEQ);
         return static_cast<size_t>(-1);
     }
@@ -138,7 +138,7 @@ size_t WideToBytesIn(char *to, wchar_t c, mbstate_t *state, locale_t locale)
 }
 static_assert(DARWIN_SIZEOF_mbstate_t >= static_cast<long long>(sizeof(mbstate_t)));
 
-// Which of its types this host's header gives depends on the compiler.
+// This host's header chooses the type by the compiler.
 const wchar_t *FindWide(const wchar_t *text, wchar_t c, size_t size)
 {
     return wmemchr(text, c, size);

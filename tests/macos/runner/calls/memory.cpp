@@ -53,7 +53,7 @@ uint32_t WideRuneType(wint_t c)
     return static_cast<uint32_t>(type);
 }
 
-// The table of the "C" locale, which programs read by themselves.
+// The table of the "C" locale, which programs read directly.
 DarwinRuneLocale MakeRunes()
 {
     DarwinRuneLocale runes{};

@@ -8,7 +8,7 @@ namespace {
 
 constexpr Pair FAMILIES[] = {{AF_INET, DARWIN_AF_INET}, {AF_INET6, DARWIN_AF_INET6}};
 
-// A family that is not known fails there, too.
+// An unknown family fails on Darwin, too.
 int InetPton(int family, const char *text, void *address)
 {
     for (const Pair &pair : FAMILIES) {

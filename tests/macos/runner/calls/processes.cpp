@@ -26,7 +26,7 @@ const Pair CONFIGURATION[] = {
 #include "sysconf.inc"
 };
 
-// A child that ended by a signal says which.
+// Translates the signal's number in a child's status.
 int DarwinStatus(int host)
 {
     if (WIFSIGNALED(host)) { return (host & ~0x7F) | DarwinSignal(WTERMSIG(host)); }
@@ -103,7 +103,7 @@ int SetAction(int darwin, const DarwinSigaction *wanted, DarwinSigaction *before
 {
     if (!IsSignal(darwin)) { return Fail(DARWIN_EINVAL); }
     const int signal = HostSignal(darwin);
-    if (signal == -1) { // one that this host lacks, and nobody sends: its action is only remembered
+    if (signal == -1) { // this host lacks it, so nobody sends it: its action is only remembered
         static DarwinSigaction sActions[DARWIN_NSIG];
         if (before != nullptr) { *before = sActions[darwin]; }
         if (wanted != nullptr) {
@@ -128,7 +128,7 @@ int SetAction(int darwin, const DarwinSigaction *wanted, DarwinSigaction *before
     if (before != nullptr) {
         const Handler handler = old.sa_handler == CallHandler ? oldHandler : old.sa_handler;
         constexpr int RESTORER =
-            0x04000000; // the C library's own flag, for the way back from a handler
+            0x04000000; // the C library's own flag, for the return from a handler
         *before = {reinterpret_cast<void *>(handler), DarwinSet(old.sa_mask) | oldLacking,
                    DarwinFlags("sigaction", ACTION_FLAGS, old.sa_flags & ~RESTORER)};
     }

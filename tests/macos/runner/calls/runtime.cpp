@@ -15,8 +15,7 @@ extern "C" int __cxa_atexit(void (*)(void *), void *, void *);
 
 namespace {
 
-uint64_t sStackGuard =
-    0x5AFE57ACC0DE00FF; // any number does, for the image checks it against itself
+uint64_t sStackGuard = 0x5AFE57ACC0DE00FF; // any number: the image only compares it with itself
 
 [[noreturn]] void StackIsSmashed() { Refuse("the stack was overwritten"); }
 [[noreturn]] void BindLazily() { Refuse("dyld_stub_binder: all is bound at the start"); }
@@ -41,7 +40,7 @@ int ExecutablePath(char *buffer, uint32_t *size)
     return 0;
 }
 
-// Which release it runs on: the runtime asks for "is it at least this one".  It is the one built
+// Returns whether the release is at least this one.  It is the release that the image was built
 // for.
 struct BuildVersion {
     uint32_t platform;
@@ -56,7 +55,7 @@ bool IsVersionAtLeast(uint32_t count, const BuildVersion *versions)
     return true;
 }
 
-// The C++ runtime asks whether its predecessor is loaded as well, which it never is.
+// The C++ runtime checks whether its predecessor is loaded as well, which it never is.
 void *Dlopen(const char *path, int mode)
 {
     const bool isQuestion = (mode & DARWIN_RTLD_NOLOAD) != 0;

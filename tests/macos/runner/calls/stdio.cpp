@@ -11,7 +11,7 @@ FILE *sIn = stdin;
 FILE *sOut = stdout;
 FILE *sErr = stderr;
 
-// The formats that both hosts' printf() know mean the same; the errors are to be Darwin's.
+// The formats that both hosts' printf() know have the same meaning; errors are translated.
 int Printf(const char *format, ...)
 {
     const HandOnErrno handOn;

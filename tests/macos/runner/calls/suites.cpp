@@ -1,4 +1,4 @@
-// suites.cpp -- what only GoogleTest, the C++ library and the suites call, and not the product.
+// suites.cpp -- calls of GoogleTest, the C++ library and the suites that the product does not make.
 #include "../darwinTypes.h"
 #include "../refuse.h"
 #include "../rows.h"
@@ -85,7 +85,7 @@ uint32_t Operation(const char *call, uint32_t operation)
     return operation;
 }
 
-// Of 8 bytes the lower 4 are enough: whoever waits looks again.
+// The lower 4 of 8 bytes are enough, because the waiting thread checks the value again.
 int WaitForWord(uint32_t operation, void *word, uint64_t value, uint32_t microseconds)
 {
     Operation("__ulock_wait", operation);
@@ -113,7 +113,7 @@ int Threads(uint32_t /* task */, uint32_t **list, uint32_t *count)
         if (entry->d_name[0] != '.') { ++*count; }
     }
     closedir(folder);
-    // What vm_deallocate() takes back.
+    // Released by vm_deallocate().
     *list = static_cast<uint32_t *>(mmap(nullptr, *count * sizeof **list, PROT_READ | PROT_WRITE,
                                          MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     return 0;
@@ -174,7 +174,7 @@ int CopyFile(int from, int to, const void * /* state */, uint32_t flags)
     return static_cast<int>(size);
 }
 
-char sCopyState; // there is nothing in it
+char sCopyState; // a copy has no state
 void *NewCopyState() { return &sCopyState; }
 int FreeCopyState(void * /* state */) { return 0; }
 

@@ -29,8 +29,8 @@ template <typename Host, long long Size, long long Signature> struct Signed {
 };
 #define SIGNED(type, mark) Signed<type, DARWIN_SIZEOF_##type, mark>
 
-// Attributes and conditions have signatures of their own there, which no header has and no
-// program writes.
+// Darwin's attributes and conditions have signatures that no header declares and no program
+// writes.
 constexpr long long OWN_MARK = 0x6D6163686F;
 using Mutex = SIGNED(pthread_mutex_t, DARWIN__PTHREAD_MUTEX_SIG_init);
 using Rwlock = SIGNED(pthread_rwlock_t, DARWIN__PTHREAD_RWLOCK_SIG_init);
@@ -55,7 +55,7 @@ int OnSigned(Object *object, Arguments... arguments)
     return object->IsValid() ? DarwinErrno(Call(&object->host, arguments...)) : INVALID;
 }
 
-// The same, after which the object is none any more.
+// The same, for a call that destroys the object.
 template <auto Call, typename Object> int Destroy(Object *object)
 {
     const int error = OnSigned<Call>(object);
@@ -110,7 +110,7 @@ int CreateThread(pthread_t *thread, const ThreadAttributes *attributes, void *(*
         pthread_create(thread, attributes == nullptr ? nullptr : &attributes->host, run, argument));
 }
 
-// Made at its first use, for it is larger here.
+// Allocated at its first use, because it is larger on this host.
 pthread_cond_t *HostCondition(Condition *condition)
 {
     pthread_cond_t *made = condition->host.load();
@@ -164,7 +164,7 @@ int InitRwlock(Rwlock *lock, const void *attributes)
     return DarwinErrno(pthread_rwlock_init(&lock->host, nullptr));
 }
 
-// Keys are 8 bytes there.
+// Darwin's keys have 8 bytes.
 int CreateKey(uint64_t *key, void (*destroy)(void *))
 {
     static_assert(DARWIN_SIZEOF_pthread_key_t == sizeof *key);
@@ -183,7 +183,7 @@ int SetSpecific(uint64_t key, const void *value)
     return DarwinErrno(pthread_setspecific(static_cast<pthread_key_t>(key), value));
 }
 
-// A number of its own for each thread, as the kernel has it.
+// Returns the kernel's number of the thread.
 uint32_t ThreadNumber(pthread_t thread)
 {
     if (pthread_equal(thread, pthread_self()) == 0) {

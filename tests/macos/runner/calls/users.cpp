@@ -39,7 +39,7 @@ int FindInto(Key key, DarwinPasswd *to, char *buffer, size_t size, DarwinPasswd 
     return DarwinErrno(error);
 }
 
-// Groups are int there, and the result is 0 where it is the count here.
+// Darwin's groups are int, and success is 0, not the count.
 int Getgrouplist(const char *user, int group, int *groups, int *count)
 {
     const HandOnErrno handOn;
