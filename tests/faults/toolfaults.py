@@ -376,7 +376,7 @@ def judge_failure(fault, scenario, plain, run):
     if "Panic: " in run.err:
         claim(run.status == 1, "an internal error without its status")
         claim(run.out in ("", SHARED) or statuses_with(run.out), "standard output holds something else")
-        return "internal error, told by its status"
+        return "internal error, shown by its status"
     claim(run.status in statuses_with(run.out), "this output with this status")
     claim(set(run.left) <= fault.may_leave, f"left behind: {run.left}")
     if run.out == USAGE or run.out in REFUSALS:
@@ -396,10 +396,10 @@ def judge_failure(fault, scenario, plain, run):
         claim(run.status != 0, "the share stays, and the status is 0")
     if is_on or lives_on("adduser", "rmuser"):
         claim(run.status == 1, f"something stays, and the status is {run.status}")
-        return "failed, something stays, told by its status"
+        return "failed, something stays, shown by its status"
     claim(run.status != 0, "it differs, and the status is 0")
     if REMOVED.fullmatch(run.out) and run.status == 1:
-        claim(any(text in run.err for text in NOT_PUT_BACK) or not run.out.endswith(DELETED), "no reason is told")
+        claim(any(text in run.err for text in NOT_PUT_BACK) or not run.out.endswith(DELETED), "no reason is printed")
     return "failed, all put back"
 
 

@@ -1,5 +1,5 @@
-"""The tool and the library as they were linked for macOS: what they are, what they ask of the system, and what
-lies beside them.
+"""The tool and the library as they were linked for macOS: their file formats, the calls that they import, and the
+other files of the bundle.
 
 imports.txt is all that the tool may import, as "library symbol".  A new line in it is a decision: the
 call must be there in macOS 10.15, and platform/ must supply it on Linux.

@@ -1,6 +1,6 @@
 """The tool when an SDK call fails that rarely fails on a real system.
 
-The tool's own objects are linked with calls that fail when they are told to and note each call.
+The tool's own objects are linked with stand-ins that fail on request and record each call.
 """
 
 import os
