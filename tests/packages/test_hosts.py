@@ -183,13 +183,17 @@ class Fresh(PackageCase):
         third = self.host.run("pelago-share-check")
         self.assertEqual(third.returncode, 0, third.stdout + third.stderr)
 
-    def test_a_purge_leaves_nothing(self):
+    def test_removal_keeps_its_state_and_purge_leaves_nothing(self):
         self.start()
         before = files(self.host)
         install(self.host)
         prepare(self.host)
         self.enable_switch()
         self.end(self.session())
+        self.host.must("apt-get", "remove", "-y", "pelago-share-tool")
+        kept = {path for path in files(self.host) if not path.startswith("/usr/")} - before
+        self.assertLessEqual({PREFERENCES, "/var/lib/pelago/made"}, kept)
+        self.assertNotIn("/run/pelago", kept)
         self.host.must("apt-get", "purge", "-y", "pelago-share-tool")
         self.assertEqual(files(self.host), before)
         self.assertEqual(self.host.must("dpkg", "--audit"), "")

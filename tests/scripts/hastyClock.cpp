@@ -1,4 +1,4 @@
-// hastyClock.cpp -- preloaded, makes a second pass between one reading of the clock and the next.  A
+// hastyClock.cpp -- preloaded, makes a second pass between one reading of the clock and the next. A
 // wait of N seconds then ends after N readings.
 #include <sys/syscall.h>
 #include <time.h> // NOLINT(modernize-deprecated-headers): the C library's own declaration
