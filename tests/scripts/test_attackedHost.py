@@ -178,7 +178,7 @@ class Clients(HostTest):
 
     content = b'a line that is on no other wire\n' * 3
 
-    def test_nobody_reads_the_wire(self):
+    def test_traffic_does_not_show_the_content(self):
         folder = self.make_folder(self.scratch + '/Wire', content=self.content)
         self.assert_done(self.add(folder=folder))
         plain = self.make_folder(self.scratch + '/Plain', 'ann', self.content)
@@ -195,7 +195,7 @@ class Clients(HostTest):
         self.assertEqual(self.fetch('Plain', '--client-protection=off', user='ann', password=THEIRS),
                          (True, True))
 
-    def test_the_number_of_a_former_user_is_nobodys(self):
+    def test_number_of_a_former_user_is_not_reused(self):
         os.chmod(self.scratch, 0o777)
         place = os.path.basename(self.scratch) + '\\'
         numbers = []
@@ -264,7 +264,7 @@ class PasswordOfTheUser(HostTest):
     def shadow(self, user):
         return re.search(r'^%s:([^:]*):' % user, read('/etc/shadow').decode(), re.MULTILINE).group(1)
 
-    def test_she_cannot_change_it(self):
+    def test_user_cannot_change_the_password(self):
         odd = b'corr\xffect \xe9'
         for password in (self.password.encode(), odd):
             with self.subTest(password):
@@ -277,7 +277,7 @@ class PasswordOfTheUser(HostTest):
                 self.assert_done(run_script('rmshare', 'Docs', self.folder))
                 self.assert_done(run_script('rmuser', 'alice'))
 
-    def test_others_change_theirs(self):
+    def test_other_users_can_change_their_passwords(self):
         self.add_user()
         self.assertEqual(self.shadow('ann')[0], '!')
         self.assertNotEqual(self.change('ann', THEIRS), [])
@@ -358,7 +358,7 @@ class SettingsThatWiden(HostTest):
         return client('alice', self.password, share,
                       'mkdir sub; put "%s" new; put "%s" magic' % (self.password_file, self.script))[1]
 
-    def test_the_share_is_what_was_asked_for(self):
+    def test_share_overrides_the_defaults_of_the_host(self):
         os.symlink('/etc/shadow', self.folder + '/outside')
         self.add_user()
         self.assert_done(self.add('ro'))
@@ -377,7 +377,7 @@ class SettingsThatWiden(HostTest):
         self.assert_only_alice()
         self.assertEqual([mark for mark in os.listdir(self.marks) if not mark.endswith('.IPC_')], [])
 
-    def test_without_our_settings_it_would_not_be(self):
+    def test_share_without_our_settings_is_open(self):
         plain = self.make_folder(self.scratch + '/Plain')
         self.registry_share('Plain', plain, 'guest only = no', 'administrative share = no')
         self.add_user()
@@ -475,14 +475,14 @@ class Obstacles(HostTest):
             run_script('rmshare', 'Docs', self.folder)
         return result
 
-    def test_a_host_that_would_not_serve_it(self):
+    def test_refuses_a_host_that_would_not_serve_it(self):
         with self.unchanged():
             for setting, reason in OBSTACLES:
                 with self.subTest(setting):
                     write(CONF, with_global(setting))
                     self.assert_refused(self.add_for_a_moment(), reason)
 
-    def test_a_map_that_makes_another_of_her(self):
+    def test_refuses_a_map_to_another_user(self):
         write(CONF, with_global('username map = /etc/samba/map'))
         with self.unchanged():
             for text in MAPS:

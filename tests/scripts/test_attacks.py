@@ -135,7 +135,7 @@ class OwnersOfFolders(AttackTest):
                 place + '/relative', place + '/above/' + os.path.basename(prey),
                 inner + '/../Documents', inner + '/' + up, inner + '/../second/.']
 
-    def test_a_link_in_his_home_lends_nobodys_rights(self):
+    def test_link_in_a_home_gives_no_rights(self):
         with self.unchanged():
             for prey in ('/', self.roots, self.anns):
                 for way in self.ways_to(prey):
@@ -275,7 +275,7 @@ class OwnersOfFolders(AttackTest):
         self.swap(real, trap)
         self.assert_served()
 
-    def test_he_cannot_stop_the_script(self):
+    def test_folder_owner_cannot_stop_the_script(self):
         def stop_all_of_his():
             with contextlib.suppress(ProcessLookupError):
                 os.kill(-1, signal.SIGSTOP)
@@ -448,7 +448,7 @@ class Callers(AttackTest):
 class OtherUsers(AttackTest):
     """ann has an account on the host, and must not get in."""
 
-    def test_she_reads_and_changes_nothing_of_the_state(self):
+    def test_other_users_cannot_read_or_change_the_state(self):
         self.add_both()
         share = os.path.join(STATE, 'shares', os.listdir(STATE + '/shares')[0])
         records = [STATE + '/lock', STATE + '/users/alice', share + '/record', '/var/lib/pelago/lastUserNumber']
@@ -473,7 +473,7 @@ class OtherUsers(AttackTest):
             self.assertEqual((status.st_uid, status.st_mode & 0o7777), (0, 0o600), path)
         self.assert_served()
 
-    def test_the_lock_does_lock(self):
+    def test_script_waits_for_the_lock(self):
         self.add_user()
         with open(STATE + '/lock', 'rb') as lock:
             fcntl.flock(lock, fcntl.LOCK_EX)
@@ -483,7 +483,7 @@ class OtherUsers(AttackTest):
                 fcntl.flock(lock, fcntl.LOCK_UN)
                 self.assertEqual(script.wait(HANG), 0)
 
-    def test_she_is_not_in_the_way(self):
+    def test_other_users_cannot_block_a_session(self):
         os.chmod(self.scratch, 0o1777)
         for name in ('smbd', 'pelagoShareTool', 'pelagoHost', 'alice'):
             write(self.scratch + '/' + name, read('/bin/sleep'), 0o755)

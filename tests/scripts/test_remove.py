@@ -302,7 +302,7 @@ class Remove(sambahost.ScriptTest):
         self.assert_refused(self.remove_share('Other'), 'not valid UTF-8')
         self.assert_served()
 
-    def test_tells_a_real_error_of_the_removal(self):
+    def test_reports_an_error_of_the_removal(self):
         self.add_both()
         text = ('case "$*" in *delshare*) echo why it failed >&2; exit 255 ;; esac\n'
                 'exec $real "$@"')
@@ -313,7 +313,7 @@ class Remove(sambahost.ScriptTest):
         self.assertTrue(share_exists('Docs'))
         self.assert_done(self.remove_share())
 
-    def test_tells_when_clients_could_not_be_cut_off(self):
+    def test_reports_clients_that_stay_connected(self):
         self.add_both()
         self.stand_in('smbcontrol', 'case "$*" in *close-share*) exit 1 ;; esac; exec $real "$@"')
         self.assert_refused(self.remove_share(), 'cannot cut off')
@@ -338,7 +338,7 @@ class Remove(sambahost.ScriptTest):
             self.assert_done(self.remove_share(share))
             self.assertEqual(sambahost.read(log), calls)
 
-    def test_tells_when_it_cannot_remove_its_own_folder(self):
+    def test_reports_its_own_folder_when_it_stays(self):
         self.add_both()
         connected = self.connect()
         result = run_failing('rmdir', 'EBUSY', 'rmshare', 'Docs', self.folder)

@@ -55,24 +55,24 @@ class Status(Case):
         self.assertEqual(FILE.read_bytes() if FILE.exists() else None, contents)
         self.assertFalse(Path(f"{FILE}-lock").exists())
 
-    def test_what_the_services_say(self):
+    def test_status_follows_the_array_of_services(self):
         for form in (xml, binary):
             for services, status in ((["disk"], WANTED), (["print", "disk"], WANTED), ([], NOT_WANTED), (["print"], NOT_WANTED),
                                      (["Disk"], NOT_WANTED), (["disks"], NOT_WANTED), ([b"disk", 1, ["disk"]], NOT_WANTED)):
                 self.check(form({"EnabledServices": services, "MaxClients": 100}), status)
 
-    def test_what_says_nothing(self):
+    def test_status_is_off_without_the_array(self):
         self.check(None, NOT_WANTED)
         self.check(b"", NOT_WANTED)
         self.check(xml({}), NOT_WANTED)
         self.check(xml({"enabledservices": ["disk"]}), NOT_WANTED)
 
-    def test_a_missing_folder_says_nothing(self):
+    def test_status_is_off_without_the_folder(self):
         self.check(None, NOT_WANTED)
         FILE.parent.rmdir()
         self.assertEqual(self.done("status"), NOT_WANTED)
 
-    def test_what_cannot_be_understood(self):
+    def test_status_is_unknown_for_unreadable_content(self):
         for value in ("disk", {"disk": True}, True, 1):
             self.check(xml({"EnabledServices": value}), UNKNOWN, "EnabledServices is not an array")
         self.check(xml(["disk"]), UNKNOWN, "its root is not a dictionary")
@@ -87,7 +87,7 @@ class Status(Case):
         self.addCleanup(FILE.rmdir)
         self.assertIn("Invalid argument", service("status").stderr)
 
-    def test_it_takes_one_verb(self):
+    def test_requires_exactly_one_verb(self):
         for arguments in ((), ("maybe",), ("on", "on")):
             run = service(*arguments)
             self.assertEqual((run.returncode, run.stdout), (1, ""))

@@ -317,14 +317,14 @@ class BeingCleared(sambahost.ScriptTest):
         self.add_share('Hers', 'dora')
         self.assert_served('Hers', 'dora')
 
-    def test_is_not_waited_for_for_ever(self):
+    def test_share_is_not_waited_for_indefinitely(self):
         self.clear_share()
         self.assert_refused(run_script(*self.arguments('addshare', 'carl'), env=sambahost.in_haste()),
                             'the share "Docs" is still being cleared away')
         self.assert_refused(run_script('rmshare', 'Docs', self.folder),
                             'the share "Docs" is still being cleared away')
 
-    def test_a_user_is_not_waited_for_for_ever(self):
+    def test_user_is_not_waited_for_indefinitely(self):
         self.clear_user()
         self.assert_refused(run_script(*self.arguments('adduser'), env=sambahost.in_haste()),
                             'the user alice is still being cleared away')

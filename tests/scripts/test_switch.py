@@ -186,7 +186,7 @@ class Switch(unittest.TestCase):
         self.assertGreater(looked_at, 0)
         self.assertTrue(sambahost.succeeds('flock', '-w', '20', LOCK, 'true'))
 
-    def test_there_is_one_only(self):
+    def test_second_switch_is_refused(self):
         self.start_loop()
         set_services('disk')
         wait_until(answers, 'the loop to be under way')

@@ -75,7 +75,7 @@ class AttackTest(MacTest):
 
 class LinksOnTheWay(AttackTest):
 
-    def test_the_owner_leads_to_anothers_folder(self):
+    def test_refuses_a_link_to_anothers_folder(self):
         for number, (target, reason) in enumerate((
                 (self.hers_inside, 'can change the way there'), ('../carol/Documents', 'can change the way there'),
                 ('/root', 'a link leads to it'))):
@@ -84,7 +84,7 @@ class LinksOnTheWay(AttackTest):
                 self.assert_attack_fails(link, reason)
                 self.assert_attack_fails(link + '/', reason)
 
-    def test_the_owner_leads_to_his_own_folder(self):
+    def test_shares_an_owners_link_to_its_folder(self):
         for target in (self.folder, 'Documents', './/../bob/Documents/.'):
             with self.subTest(target):
                 link = self.link(target, self.home + '/Mine')
@@ -207,7 +207,7 @@ class SwapsMeanwhile(AttackTest):
     def assert_hers_untouched(self):
         self.assertEqual([path for path in host.mac.entries if path.startswith(self.hers)], [])
 
-    def test_at_each_step_and_back_at_the_next(self):
+    def test_swapping_at_each_step_wins_nothing(self):
         """Whatever a script does between two of its programs happens to the other folder."""
         calls, swapped = self.count_calls(), [0]
         sampled = machost.sample(4, range(1, calls + 1), 'steps')
@@ -241,7 +241,7 @@ class SwapsMeanwhile(AttackTest):
                 swap()
         host.hook, host.after_hook = before, after
 
-    def test_in_a_loop(self):
+    def test_swapping_in_a_loop_wins_nothing(self):
         link, stop = self.link(self.hers_inside, self.home + '/link'), threading.Event()
 
         def flip():

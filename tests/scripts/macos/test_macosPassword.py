@@ -109,7 +109,7 @@ class TheModel(unittest.TestCase):
     def answer_to(self, program):
         return javaScript.run(program, ['alice'], b'p\xc3\xa4ss', ['alice'])
 
-    def test_slips_are_misuses(self):
+    def test_mistakes_are_misuses(self):
         for program in (
                 'ObjC.import("OpenDirectry")', '$.NSHost', '$.ODNode', '$.NSUTF16StringEncoding', '$(1)',
                 self.BEGINNING + self.LOCAL.replace('NameError', 'NameErrors'),

@@ -37,14 +37,14 @@ class Names(MacTest):
                 self.assert_unchanged(before)
         self.assert_done(self.add_user('develop'))
 
-    def test_that_are_full_names_are_refused(self):
+    def test_full_names_are_refused(self):
         host.mac.add('Users', 'asmith', UniqueID='502', RealName='Alice')
         before = host.snapshot()
         self.assert_refused(self.add_user(), 'alice is the full name of a user')
         self.assert_unchanged(before)
         self.assert_done(self.add_user('alicia'))
 
-    def test_of_shares_that_macos_itself_serves_are_refused(self):
+    def test_names_that_macos_itself_serves_are_refused(self):
         os.makedirs('/Volumes/Macintosh HD', exist_ok=True)
         self.assert_done(self.add_user())
         before = host.snapshot()
@@ -57,7 +57,7 @@ class Names(MacTest):
             self.assert_done(self.add_share(share))
             self.assert_done(self.run_script('rmshare', share, self.folder))
 
-    def test_with_a_percent_sign_are_not_another_share(self):
+    def test_percent_sign_does_not_name_another_share(self):
         self.assert_done(self.add_user())
         host.mac.add('SharePoints', 'xA', directory_path=self.folder, smb_name='xA')
         before = host.snapshot()
@@ -89,23 +89,23 @@ class Numbers(MacTest):
         self.assert_done(self.run_script('rmuser', user))
         return number
 
-    def test_go_round(self):
+    def test_numbers_are_given_in_turn(self):
         self.assertEqual([self.number(user) for user in ('alice', 'alice', 'carol')], ['499', '498', '497'])
         write(machost.STATE + '/lastNumber', '402\n')
         self.assertEqual([self.number('alice') for _ in range(3)], ['401', '499', '498'])
 
-    def test_of_processes_that_run_are_left_out(self):
+    def test_numbers_of_running_processes_are_skipped(self):
         host.mac.running.update(('499', '497'))
         self.assertEqual([self.number('alice') for _ in range(2)], ['498', '496'])
 
-    def test_begin_again_when_the_note_is_damaged(self):
+    def test_damaged_note_restarts_the_numbers(self):
         self.number('alice')
         for note in ('', 'rubbish\n', '0\n', '70000\n', '-1\n'):
             with self.subTest(note):
                 write(machost.STATE + '/lastNumber', note)
                 self.assertEqual(self.number('alice'), '499')
 
-    def test_the_last_one_left_is_found(self):
+    def test_finds_the_only_free_number(self):
         for number in range(401, 500):
             if number != 450:
                 host.mac.add('Users', 'user%d' % number, UniqueID=str(number))
@@ -128,7 +128,7 @@ class TheSystem(MacTest):
         self.assert_refused(self.add_user(), 'macOS does not know the user alice within 10 s')
         self.assert_unchanged(before)
 
-    def test_that_remembers_a_removed_user_is_waited_for(self):
+    def test_waits_while_macos_caches_a_removed_user(self):
         before = host.snapshot()
         for seconds, reason in ((2, None), (10 ** 6, 'the user alice exists already, in another directory')):
             host.mac.remember_seconds = seconds
@@ -179,7 +179,7 @@ class TheSystem(MacTest):
         self.assert_done(self.add_user())
         self.assertIn('alice', host.mac.nt_hashes)
 
-    def test_with_remote_login_for_everybody_is_warned_of(self):
+    def test_warns_of_remote_login_for_everybody(self):
         host.mac.ssh = True
         self.assertIn('Remote Login is open to all users of this Mac', self.add_user().output)
         host.mac.add('Groups', 'com.apple.access_ssh', PrimaryGroupID='398')
@@ -216,7 +216,7 @@ class Callers(MacTest):
             self.assertLess(time.monotonic(), end)
             time.sleep(0.05)
 
-    def test_that_die_while_a_script_works_leave_nothing(self):
+    def test_callers_that_die_meanwhile_leave_nothing(self):
         for script, args in (('adduser', ['alice', 'alice', self.password_file]),
                              ('addshare', ['alice', self.password_file, self.folder, 'Docs', 'rw'])):
             with self.subTest(script):
@@ -239,7 +239,7 @@ class Callers(MacTest):
                 self.wait_for(lambda killed=killed: killed)
                 self.wait_for(lambda before=before: host.snapshot() == before)
 
-    def test_that_die_before_a_script_begins_leave_nothing(self):
+    def test_callers_that_die_before_leave_nothing(self):
         """The script's parent is then process 1, which never ends."""
         wait = '(while kill -0 $$ 2>/dev/null; do :; done; exec "$@") &'
         self.assert_done(self.add_user('carol'))
@@ -287,7 +287,7 @@ class Callers(MacTest):
             self.assertLessEqual(names, {'PATH', 'LC_ALL', 'TZ', 'PWD', 'OLDPWD', 'SHLVL', '_',
                                          'PELAGO_STARTED_ANEW'}, call)
 
-    def test_that_travel_keep_their_session(self):
+    def test_session_survives_a_change_of_time_zone(self):
         for zone in ('Europe/Berlin', 'Asia/Tokyo'):
             environ = dict(os.environ, TZ=zone, LANG='de_DE.UTF-8')
             host.mac.zone = len(zone)

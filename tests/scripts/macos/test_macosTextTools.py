@@ -60,12 +60,12 @@ class TheTools(MacTest):
             with self.subTest(argv):
                 self.assert_misused(*argv)
 
-    def test_other_expressions_are_not(self):
+    def test_other_expressions_are_no_misuses(self):
         self.assertEqual(self.run_tool('sed', '-n', r's/^[[:blank:]]*\(x\.\)/<\1>/p', text='\t x.y\n').stdout,
                          '<x.>y\n')
         self.assertEqual(self.run_tool('grep', '-ixF', '-e', r'\w', text='\\W\n').stdout, '\\W\n')
 
-    def test_they_are_not_gnus(self):
+    def test_tools_are_not_gnus(self):
         self.assertIn('busybox', self.run_tool('sed', '--version').stdout.lower() +
                       self.run_tool('grep', '--help').stderr.lower())
         self.assertIn('awk version 20', self.run_tool('awk', '--version').stdout)
