@@ -1,6 +1,6 @@
 /*
- * standIn.c -- replaces a macOS program: sends its call to the test, and then prints and returns what
- * the test answers.  Compiled, because one run of the scripts starts dozens of them.
+ * standIn.c -- replaces a macOS program: sends its call to the test, and then prints and returns
+ * what the test answers.  Compiled, because one run of the scripts starts dozens of them.
  *
  * It sends the sizes of three blocks, four bytes each, and the blocks: arguments, environment
  * (both NUL-terminated strings) and standard input.  It receives an exit status, two sizes, and the
@@ -17,7 +17,10 @@ extern char **environ;
 
 enum { LOST = 70, CHUNK = 1 << 16 }; /* LOST: the status when the test does not answer */
 
-typedef struct { char *bytes; size_t size; } Block;
+typedef struct {
+    char *bytes;
+    size_t size;
+} Block;
 
 static void BlockAdd(Block *block, const void *bytes, size_t size)
 {
@@ -30,7 +33,9 @@ static void BlockAdd(Block *block, const void *bytes, size_t size)
 static Block BlockOfStrings(char **strings)
 {
     Block block = {NULL, 0};
-    for (; *strings != NULL; strings++) { BlockAdd(&block, *strings, strlen(*strings) + 1); }
+    for (; *strings != NULL; strings++) {
+        BlockAdd(&block, *strings, strlen(*strings) + 1);
+    }
     return block;
 }
 
@@ -73,7 +78,8 @@ static void Forward(int from, int to, uint32_t size)
     char *text = malloc(size + 1);
     if (text == NULL) { exit(LOST); }
     ReceiveAll(from, text, size);
-    if (size > 0 && write(to, text, size) < 0) { /* see above */ }
+    if (size > 0 && write(to, text, size) < 0) { /* see above */
+    }
     free(text);
 }
 
@@ -81,13 +87,17 @@ int main(int argc, char **argv)
 {
     struct sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = "/tmp/machost.socket"};
     int test = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (argc < 1 || connect(test, (struct sockaddr *)&address, sizeof address) != 0) { return LOST; }
+    if (argc < 1 || connect(test, (struct sockaddr *)&address, sizeof address) != 0) {
+        return LOST;
+    }
     Block blocks[] = {BlockOfStrings(argv), BlockOfStrings(environ), BlockOfInput()};
     for (int i = 0; i < 3; i++) {
         uint32_t size = (uint32_t)blocks[i].size;
         SendAll(test, &size, sizeof size);
     }
-    for (int i = 0; i < 3; i++) { SendAll(test, blocks[i].bytes, blocks[i].size); }
+    for (int i = 0; i < 3; i++) {
+        SendAll(test, blocks[i].bytes, blocks[i].size);
+    }
     uint32_t answer[3];
     ReceiveAll(test, answer, sizeof answer);
     Forward(test, STDOUT_FILENO, answer[1]);

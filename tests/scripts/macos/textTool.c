@@ -2,9 +2,9 @@
  * textTool.c -- replaces a text program, under whose name it is installed, and runs another one
  * without GNU's extensions.
  *
- * The C library's regular expressions still have these extensions, so the expressions are checked first.  One
- * that has another meaning on a Mac is passed to the stand-in of machost.py, which knows no such program,
- * and so fails the test.
+ * The C library's regular expressions still have these extensions, so the expressions are checked
+ * first.  One that has another meaning on a Mac is passed to the stand-in of machost.py, which
+ * knows no such program, and so fails the test.
  */
 #include <stdio.h>
 #include <stdlib.h>
@@ -35,7 +35,9 @@ static int TakesText(const char *name, char **argv)
 static int CountBytes(void)
 {
     long count = 0;
-    while (getchar() != EOF) { count++; }
+    while (getchar() != EOF) {
+        count++;
+    }
     printf("%8ld\n", count);
     return 0;
 }
@@ -46,7 +48,9 @@ static char **WithOptions(char **argv)
     char *options = getenv("GREP_OPTIONS");
     if (options == NULL) { return argv; }
     int count = 0;
-    while (argv[count] != NULL) { count++; }
+    while (argv[count] != NULL) {
+        count++;
+    }
     char **longer = calloc((size_t)count + 2, sizeof *longer);
     if (longer == NULL) { exit(2); }
     longer[0] = argv[0];
@@ -62,9 +66,14 @@ int main(int argc, char **argv)
     const char *name = slash == NULL ? argv[0] : slash + 1;
     int hasExpressions = (Is(name, "grep") || Is(name, "sed")) && !TakesText(name, argv);
     for (int i = 1; hasExpressions && argv[i] != NULL; i++) {
-        if (!IsPortable(argv[i])) { execv("/tmp/standIn", argv); return 2; }
+        if (!IsPortable(argv[i])) {
+            execv("/tmp/standIn", argv);
+            return 2;
+        }
     }
-    if (Is(name, "wc") && argv[1] != NULL && Is(argv[1], "-c") && argv[2] == NULL) { return CountBytes(); }
+    if (Is(name, "wc") && argv[1] != NULL && Is(argv[1], "-c") && argv[2] == NULL) {
+        return CountBytes();
+    }
     if (Is(name, "grep")) { argv = WithOptions(argv); }
     char path[64];
     snprintf(path, sizeof path, TOOLS "%s", name);
