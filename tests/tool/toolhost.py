@@ -146,7 +146,7 @@ class ToolCase(unittest.TestCase):
             if stream is not None:
                 stream.close()
 
-    def finish(self, process, data=b"", timeout=30):
+    def finish(self, process, data=b"", timeout=120):
         """Writes the tool's standard input, closes it, and returns (stdout, stderr, status)."""
         out, err = process.communicate(data, timeout=timeout)
         return tuple(None if text is None else os.fsdecode(text) for text in (out, err)) + (process.returncode,)
