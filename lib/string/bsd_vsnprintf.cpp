@@ -62,11 +62,24 @@ const char *Read(const char *text, FormatDirective *directive, FormatCall *call)
     }
 }
 
+// Prints the string with that index.  False when the whole call must fail.
+bool PrintString(int64_t index, FormatCall *call)
+{
+    if (!call->arguments.UsePositions()) { return false; }
+    const char *string = call->arguments.Take<const char *>(index);
+    if (string == nullptr) { string = "(null)"; }
+    return call->output.Write(string, strlen(string));
+}
+
 // Prints a directive, from the place after its "%".  Returns the place after its letter, or nullptr
 // when the whole call must fail.
 [[gnu::noinline]] const char *PrintDirective(const char *text, FormatCall *call)
 {
-    if (*text <= '9' || *text == 'x' || *text == 'X') { // a flag, a width, or hexadecimal
+    if (const int64_t index = FormatPositionOfString(text)) {
+        return PrintString(index, call) ? text + FORMAT_POSITION_OF_STRING_LENGTH : nullptr;
+    }
+    // A flag, a width, or hexadecimal.
+    if ((*text <= '9' && *text != '.') || *text == 'x' || *text == 'X') {
         const FormatShortDirective brief = FormatReadShort(text);
         if (brief.IsInteger() && FormatShortInteger(brief, call)) { return brief.letter + 1; }
     }
@@ -151,17 +164,26 @@ bool Print(const char *text, FormatCall *call)
     return true;
 }
 
-int FormatInto(char **bufp, FormatConventions *conventions, size_t size, const char *format,
-               va_list arguments)
+// Formats into a new block, and stores it in *bufp.
+[[gnu::noinline]] int FormatIntoBlock(char **bufp, FormatConventions conventions,
+                                      const char *format, va_list arguments)
 {
-    const bool isOurs = *bufp == nullptr;
-    FormatCall call = {isOurs ? FormatOutput(strlen(format)) : FormatOutput(*bufp, size),
-                       {format, arguments},
-                       *conventions};
+    FormatCall call = {FormatOutput(strlen(format)), {format, arguments}, conventions};
     if (!call.output.IsOpen() || !Print(format, &call)) { return -1; }
+    call.output.Terminate();
+    *bufp = call.output.Release();
+    return static_cast<int>(call.output.Length());
+}
+
+// Compiled into its callers: a short text takes little longer than a call.
+[[gnu::always_inline]] inline int FormatInto(char **bufp, FormatConventions conventions,
+                                             size_t size, const char *format, va_list arguments)
+{
+    if (*bufp == nullptr) { return FormatIntoBlock(bufp, conventions, format, arguments); }
+    FormatCall call = {FormatOutput(*bufp, size), {format, arguments}, conventions};
+    if (!Print(format, &call)) { return -1; }
     // A size of 0 sets no limit, and leaves no room for the NUL.
-    if (isOurs || size > 0) { call.output.Terminate(); }
-    if (isOurs) { *bufp = call.output.Release(); }
+    if (size > 0) { call.output.Terminate(); }
     return static_cast<int>(call.output.Length());
 }
 
@@ -171,14 +193,12 @@ extern "C" int bsd_vsnprintf_core(char **bufp, const char *grouping, char separa
                                   const char *decimalPoint, size_t size, const char *format,
                                   va_list arguments)
 {
-    FormatConventions conventions(decimalPoint, separator, grouping);
-    return FormatInto(bufp, &conventions, size, format, arguments);
+    return FormatInto(bufp, {decimalPoint, separator, grouping}, size, format, arguments);
 }
 
 extern "C" int bsd_vsnprintf(char **bufp, size_t size, const char *format, va_list arguments)
 {
-    FormatConventions ofTheLocale;
-    return FormatInto(bufp, &ofTheLocale, size, format, arguments);
+    return FormatInto(bufp, {}, size, format, arguments);
 }
 
 extern "C" int bsd_vsnprintf_c_locale(char **bufp, size_t size, const char *format,

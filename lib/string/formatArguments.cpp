@@ -81,18 +81,16 @@ void Note(FormatType type, int64_t index, TypeTable *table)
     table->count = std::max(table->count, at + 1);
 }
 
-FormatValue NextValue(FormatType type, FormatArguments::List &list)
+void TakeNext(FormatType type, FormatArguments::List &list, FormatValue *value)
 {
-    FormatValue value;
-    memset(&value, 0, sizeof value); // a format may name an argument again as something longer
+    memset(value, 0, sizeof *value); // a format may name an argument again as something longer
     switch (type) {
-    case FORMAT_TYPE_64_BITS: value.as64Bits = va_arg(list, long); break;
-    case FORMAT_TYPE_POINTER: value.asPointer = va_arg(list, void *); break;
-    case FORMAT_TYPE_DOUBLE: value.asDouble = va_arg(list, double); break;
-    case FORMAT_TYPE_LONG_DOUBLE: value.asLongDouble = va_arg(list, long double); break;
-    default: value.asInt = va_arg(list, int); break;
+    case FORMAT_TYPE_64_BITS: value->as64Bits = va_arg(list, long); break;
+    case FORMAT_TYPE_POINTER: value->asPointer = va_arg(list, void *); break;
+    case FORMAT_TYPE_DOUBLE: value->asDouble = va_arg(list, double); break;
+    case FORMAT_TYPE_LONG_DOUBLE: value->asLongDouble = va_arg(list, long double); break;
+    default: value->asInt = va_arg(list, int); break;
     }
-    return value;
 }
 
 } // namespace
@@ -102,6 +100,11 @@ bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **tab
     TypeTable found;
     for (const char *text = format; *text != '\0';) {
         if (*text++ != '%') { continue; }
+        if (const int64_t index = FormatPositionOfString(text)) {
+            Note(FORMAT_TYPE_POINTER, index, &found);
+            text += FORMAT_POSITION_OF_STRING_LENGTH;
+            continue;
+        }
         FormatDirective directive;
         text = FormatRead(text, &directive);
         while (FormatIsAtStar(directive)) {
@@ -115,7 +118,7 @@ bool bsd_find_arguments(const char *format, va_list arguments, FormatValue **tab
         if (*table == nullptr) { return false; }
     }
     for (size_t i = 1; i < found.count; i++) {
-        (*table)[i] = NextValue(found.types[i], arguments);
+        TakeNext(found.types[i], arguments, &(*table)[i]);
     }
     return true;
 }

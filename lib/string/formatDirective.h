@@ -55,6 +55,15 @@ inline bool FormatIsAtStar(const FormatDirective &directive)
 // star or the conversion's letter.  Returns the place after that.
 const char *FormatRead(const char *text, FormatDirective *directive);
 
+// Returns the position in "1$s" to "9$s", which most directives with a position are, read from the
+// place after the "%"; 0 for any other.
+inline int64_t FormatPositionOfString(const char *text)
+{
+    const bool isOne = text[0] >= '1' && text[0] <= '9' && text[1] == '$' && text[2] == 's';
+    return isOne ? text[0] - '0' : 0;
+}
+constexpr size_t FORMAT_POSITION_OF_STRING_LENGTH = 3;
+
 // The argument of the star where the reader stopped.
 void FormatSetStar(int value, FormatDirective *directive);
 
