@@ -56,7 +56,8 @@ template <typename Part> void FormatStoreParts(char *to, uint64_t characters, si
 // returns the end.  The number zero keeps one digit.
 inline char *FormatWriteFirst(char *to, uint64_t numbers, uint64_t characters)
 {
-    const size_t zeroes = numbers == 0 ? 7 : static_cast<size_t>(__builtin_ctzll(numbers) / 8);
+    constexpr uint64_t LAST = uint64_t{1} << 56; // a bit of the last digit, which is always kept
+    const size_t zeroes = static_cast<size_t>(__builtin_ctzll(numbers | LAST) / 8);
     const size_t count = 8 - zeroes;
     characters >>= 8 * zeroes;
     if (count >= 4) {
@@ -102,10 +103,12 @@ inline size_t FormatHexadecimalLength(uint64_t value)
 inline char *FormatWriteDecimal(char *to, uint64_t value)
 {
     constexpr uint64_t EIGHT = 100000000;
-    const uint64_t numbers = FormatEightDecimal(value % EIGHT);
-    const uint64_t characters = numbers + FORMAT_EIGHT_ZEROES;
-    if (value < EIGHT) { return FormatWriteFirst(to, numbers, characters); }
-    return FormatWriteEight(FormatWriteDecimal(to, value / EIGHT), characters);
+    if (value < EIGHT) {
+        const uint64_t numbers = FormatEightDecimal(value);
+        return FormatWriteFirst(to, numbers, numbers + FORMAT_EIGHT_ZEROES);
+    }
+    to = FormatWriteDecimal(to, value / EIGHT);
+    return FormatWriteEight(to, FormatEightDecimal(value % EIGHT) + FORMAT_EIGHT_ZEROES);
 }
 
 inline char *FormatWriteHexadecimal(char *to, uint64_t value, const char *digits)
