@@ -3,6 +3,7 @@
 
 #include "diagnostics.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -144,21 +145,28 @@ void Util_Free(void *block) { free(block); }
 
 bool Util_CountMemDiff(const void *a, const void *b, size_t size, size_t *count)
 {
-    constexpr size_t STEPS = UINT8_MAX; // as many as a lane of 8 bits can count
+    constexpr size_t STEP = 4 * LANES, MOST_STEPS = UINT8_MAX / 4; // that a lane of 8 bits counts
     const auto *left = static_cast<const uint8_t *>(a), *right = static_cast<const uint8_t *>(b);
-    size_t different = 0, i = 0;
-    while (size - i >= LANES) {
+    // A comparison gives -1 in the lanes where it holds.
+    const auto equalAt = [left, right](size_t at) {
+        return reinterpret_cast<Lanes>(UtilLoad<Lanes>(left + at) == UtilLoad<Lanes>(right + at));
+    };
+    size_t equal = 0, i = 0;
+    while (size - i >= STEP) {
         Lanes lanes = {};
-        const size_t end =
-            i + (size - i < STEPS * LANES ? (size - i) & ~(LANES - 1) : STEPS * LANES);
-        for (; i < end; i += LANES) {
-            // A comparison gives -1 in the lanes where it holds.
-            lanes -=
-                reinterpret_cast<Lanes>(UtilLoad<Lanes>(left + i) != UtilLoad<Lanes>(right + i));
+        const size_t end = i + std::min((size - i) / STEP, MOST_STEPS) * STEP;
+        for (; i < end; i += STEP) {
+            lanes -= (equalAt(i) + equalAt(i + LANES)) +
+                     (equalAt(i + 2 * LANES) + equalAt(i + 3 * LANES));
         }
-        different += UtilSum(lanes);
+        equal += UtilSum(lanes);
     }
-    different += UtilCountBytes(left + i, right + i, size - i);
+    Lanes lanes = {};
+    for (; size - i >= LANES; i += LANES) {
+        lanes -= equalAt(i);
+    }
+    equal += UtilSum(lanes);
+    const size_t different = i - equal + UtilCountBytes(left + i, right + i, size - i);
     if (count != nullptr) { *count = different; }
     return different != 0;
 }
