@@ -33,8 +33,9 @@ char *EcvtRoom(size_t size)
     return sRoom;
 }
 
-// Handles zeros, infinities, NaNs and counts below 1, whose digits need no computation.  Returns
-// whether the value was one of these; *text is then the result, NULL when memory ran out.
+// Handles zeros, infinities, NaNs and counts below 1, whose digits need no computation; *sign is
+// the value's before the call.  Returns whether the value was one of these; *text is then the
+// result, NULL when memory ran out.
 bool EcvtIsSpecial(double value, int count, int positionOfZero, int *position, int *sign,
                    char **text)
 {
@@ -45,7 +46,6 @@ bool EcvtIsSpecial(double value, int count, int positionOfZero, int *position, i
         *text = sNothing;
         return true;
     }
-    *sign = std::signbit(value);
     if (!std::isfinite(value)) {
         *text = std::isnan(value) ? sNotANumber : sInfinity;
         return true;
@@ -135,11 +135,12 @@ char *EcvtWrite(uint64_t scaled, int power, int *position)
     return start;
 }
 
-// As ecvt and fcvt, without the sign; NULL for what is not ordinary.
+// As ecvt and fcvt, without the sign; NULL for what is not ordinary, such as a zero, an infinity, a
+// NaN and a count below 1.
 
 char *EcvtOrdinary(double value, int count, int *position)
 {
-    if (count > MOST_COUNT) { return nullptr; }
+    if (count <= 0 || count > MOST_COUNT) { return nullptr; }
     // The position of the value's first bit is within one of that of its first digit: 1233 / 4096
     // is the logarithm of 2.
     int power = count - 1 - ((EcvtExponent(value) + MANTISSA_BITS) * 1233 >> 12);
@@ -155,17 +156,18 @@ char *EcvtOrdinary(double value, int count, int *position)
 char *FcvtOrdinary(double value, int count, int *position)
 {
     uint64_t scaled = 0;
-    return EcvtScale(value, count, &scaled) ? EcvtWrite(scaled, count, position) : nullptr;
+    if (count <= 0 || !EcvtScale(value, count, &scaled)) { return nullptr; }
+    return EcvtWrite(scaled, count, position);
 }
 
 } // namespace
 
 extern "C" char *ecvt(double value, int count, int *position, int *sign) noexcept
 {
-    char *text = nullptr;
-    if (EcvtIsSpecial(value, count, 1, position, sign, &text)) { return text; }
-    text = EcvtOrdinary(value, count, position);
+    *sign = std::signbit(value);
+    char *text = EcvtOrdinary(value, count, position);
     if (text != nullptr) { return text; }
+    if (EcvtIsSpecial(value, count, 1, position, sign, &text)) { return text; }
 
     const size_t length = static_cast<size_t>(count), size = length + SCIENTIFIC_EXTRA;
     text = EcvtRoom(size);
@@ -190,10 +192,10 @@ extern "C" char *ecvt(double value, int count, int *position, int *sign) noexcep
 
 extern "C" char *fcvt(double value, int count, int *position, int *sign) noexcept
 {
-    char *text = nullptr;
-    if (EcvtIsSpecial(value, count, 0, position, sign, &text)) { return text; }
-    text = FcvtOrdinary(value, count, position);
+    *sign = std::signbit(value);
+    char *text = FcvtOrdinary(value, count, position);
     if (text != nullptr) { return text; }
+    if (EcvtIsSpecial(value, count, 0, position, sign, &text)) { return text; }
 
     const size_t size = static_cast<size_t>(count) + FIXED_EXTRA;
     text = EcvtRoom(size);
