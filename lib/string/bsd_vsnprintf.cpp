@@ -165,10 +165,10 @@ bool Print(const char *text, FormatCall *call)
 }
 
 // Formats into a new block, and stores it in *bufp.
-[[gnu::noinline]] int FormatIntoBlock(char **bufp, FormatConventions conventions,
-                                      const char *format, va_list arguments)
+int FormatIntoBlock(char **bufp, FormatConventions *conventions, const char *format,
+                    va_list arguments)
 {
-    FormatCall call = {FormatOutput(strlen(format)), {format, arguments}, conventions};
+    FormatCall call = {FormatOutput(strlen(format)), {format, arguments}, *conventions};
     if (!call.output.IsOpen() || !Print(format, &call)) { return -1; }
     call.output.Terminate();
     *bufp = call.output.Release();
@@ -176,11 +176,11 @@ bool Print(const char *text, FormatCall *call)
 }
 
 // Compiled into its callers: a short text takes little longer than a call.
-[[gnu::always_inline]] inline int FormatInto(char **bufp, FormatConventions conventions,
+[[gnu::always_inline]] inline int FormatInto(char **bufp, FormatConventions *conventions,
                                              size_t size, const char *format, va_list arguments)
 {
     if (*bufp == nullptr) { return FormatIntoBlock(bufp, conventions, format, arguments); }
-    FormatCall call = {FormatOutput(*bufp, size), {format, arguments}, conventions};
+    FormatCall call = {FormatOutput(*bufp, size), {format, arguments}, *conventions};
     if (!Print(format, &call)) { return -1; }
     // A size of 0 sets no limit, and leaves no room for the NUL.
     if (size > 0) { call.output.Terminate(); }
@@ -193,12 +193,14 @@ extern "C" int bsd_vsnprintf_core(char **bufp, const char *grouping, char separa
                                   const char *decimalPoint, size_t size, const char *format,
                                   va_list arguments)
 {
-    return FormatInto(bufp, {decimalPoint, separator, grouping}, size, format, arguments);
+    FormatConventions conventions(decimalPoint, separator, grouping);
+    return FormatInto(bufp, &conventions, size, format, arguments);
 }
 
 extern "C" int bsd_vsnprintf(char **bufp, size_t size, const char *format, va_list arguments)
 {
-    return FormatInto(bufp, {}, size, format, arguments);
+    FormatConventions ofTheLocale;
+    return FormatInto(bufp, &ofTheLocale, size, format, arguments);
 }
 
 extern "C" int bsd_vsnprintf_c_locale(char **bufp, size_t size, const char *format,

@@ -15,7 +15,7 @@ namespace pelago {
 struct FormatCall {
     FormatOutput output;
     FormatArguments arguments;
-    FormatConventions conventions;
+    FormatConventions &conventions;
 };
 
 // Each takes the directive's argument and prints it.  False when the whole call must fail.
