@@ -102,11 +102,13 @@ bool PrintString(int64_t index, FormatCall *call)
 // Prints text up to the next "%", as far as there is room, and returns the place after that.
 inline const char *PrintText(const char *text, FormatCursor *cursor)
 {
-    for (char letter = *text; letter != '%' && letter != '\0'; letter = *++text) {
-        if (cursor->at == cursor->end) { break; }
-        *cursor->at++ = letter;
+    const size_t room = cursor->Room();
+    size_t length = 0;
+    for (; length < room && text[length] != '%' && text[length] != '\0'; length++) {
+        cursor->at[length] = text[length];
     }
-    return text;
+    cursor->at += length;
+    return text + length;
 }
 
 // Prints "%d" or "%u", also with a size, if there is room for any integer.  Returns the place after
@@ -131,7 +133,7 @@ bool Print(const char *text, FormatCall *call)
 {
     FormatCursor cursor = call->output.Cursor();
     for (;;) {
-        text = PrintText(text, &cursor);
+        if (*text != '%' && *text != '\0') { text = PrintText(text, &cursor); }
         if (*text == '\0') { break; }
         const bool isDirective = *text == '%';
         if (isDirective && text[1] == 's') {
