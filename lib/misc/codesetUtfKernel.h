@@ -254,8 +254,9 @@ template <typename Vector> struct Kernel {
         return at > 0 && IsAscii(load(size - WIDTH)) ? size : at;
     }
 
-    // Calls looker.Look(vector, the one before it) wherever these are not both ASCII, with zeros
-    // before the text and after it: a character that is cut short shows in the next vector.  After
+    // Calls looker.Look(vector, the one before it, all the bits near it) wherever these bits are
+    // not all ASCII, with zeros before the text and after it: a character that is cut short shows
+    // in the next vector.  The bits near a vector are at least its own and those before it.  After
     // a last vector without such zeros it calls looker.End(the text's end).  Count() is called
     // after four vectors at most.
     template <typename V, typename Looker>
@@ -266,16 +267,17 @@ template <typename Vector> struct Kernel {
             const V first = V(Vector::Load(bytes)), second = V(Vector::Load(bytes + WIDTH)),
                     third = V(Vector::Load(bytes + 2 * WIDTH)),
                     fourth = V(Vector::Load(bytes + 3 * WIDTH));
-            if (IsAscii(last | first | second | third | fourth)) { continue; }
-            looker.Look(first, last);
-            looker.Look(second, first);
-            looker.Look(third, second);
-            looker.Look(fourth, third);
+            const V all = last | first | second | third | fourth;
+            if (IsAscii(all)) { continue; }
+            looker.Look(first, last, all);
+            looker.Look(second, first, all);
+            looker.Look(third, second, all);
+            looker.Look(fourth, third, all);
             looker.Count();
             last = fourth;
         }
         const auto step = [&](V now) {
-            looker.Look(now, last);
+            looker.Look(now, last, now | last);
             last = now;
         };
         for (; size >= WIDTH; bytes += WIDTH, size -= WIDTH) {
@@ -327,7 +329,7 @@ template <typename Vector> struct Kernel {
     struct Utf8Check {
         Bytes faults = {};
         bool isCut = false;
-        void Look(Bytes now, Bytes before) { faults |= Faults(now, before); }
+        void Look(Bytes now, Bytes before, Bytes) { faults |= Faults(now, before); }
         void End(const char *end)
         {
             isCut =
@@ -339,9 +341,9 @@ template <typename Vector> struct Kernel {
 
     struct Utf8Measure : Utf8Check {
         Counter tails, fours;
-        void Look(Bytes now, Bytes before)
+        void Look(Bytes now, Bytes before, Bytes all)
         {
-            Utf8Check::Look(now, before);
+            Utf8Check::Look(now, before, all);
             tails.Add(Bytes(SignedBytes(now) < SignedBytes(Bytes{} + 0xC0)));
             fours.Add(Vector::AtLeast(now, 0xF0));
         }
@@ -438,13 +440,11 @@ template <typename Vector> struct Kernel {
         Units faults = {};
         bool isCut = false;
         Counter more; // counts each byte beyond a unit's first twice
-        void Look(Units now, Units before)
+        void Look(Units now, Units before, Units all)
         {
             more.Add(Bytes(Vector::AtLeast(now, 0x80)));
-            if (Vector::HasNone(now | before, 0xF800)) { return; }
-            const Units isSurrogate = IsSurrogate(now);
-            more.Add(Bytes(Vector::AtLeast(now, 0x800) & ~isSurrogate));
-            if (Vector::IsZero(isSurrogate | IsSurrogate(before))) { return; }
+            if (Vector::HasNone(all, 0xF800)) { return; }
+            more.Add(Bytes(Vector::AtLeast(now, 0x800) & ~IsSurrogate(now)));
             const Units previous = Units(Vector::template Previous<2>(Bytes(now), Bytes(before)));
             faults |= IsHigh(previous) ^ IsLow(now);
         }
