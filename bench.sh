@@ -35,6 +35,7 @@ measure() {
         */session_bench)
             PELAGO_TOOL="$build/Pelago.app/Contents/Library/shares/pelagoShareTool" \
                 PELAGO_NOTHING="$build/bench/nothing" \
+                PELAGO_LEAST_SESSION="$build/bench/leastSession" \
                 PELAGO_SHARED_ICU="$build/bench/startSharedIcu" \
                 PELAGO_SHARED_RUNTIME="$build/bench/startSharedRuntime" \
                 PELAGO_SHARED_C="$build/bench/startSharedC" \

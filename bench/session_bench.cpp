@@ -87,18 +87,29 @@ long RunSession(const fs::path &tool)
 
 constexpr char BARE[] = "the four scripts and two durable writes, bare";
 constexpr char BARE_AND_NOTHING[] = "the same, and a dynamic program that does nothing";
+// What the tool's own code and size add to the work that a session prescribes.
+constexpr char LEAST[] = "the least program that does the same";
 
 Contest WholeSession()
 {
-    const fs::path tool = Install("PELAGO_TOOL"), nothing = Install("PELAGO_NOTHING");
+    const fs::path tool = Install("PELAGO_TOOL"), nothing = Install("PELAGO_NOTHING"),
+                   least = Install("PELAGO_LEAST_SESSION");
     return {WritePrefs,
             [=] { RunSession(tool); },
             {{BARE, [](size_t) { ScriptsAndCommits(); }},
-             {BARE_AND_NOTHING, [=](size_t) {
+             {BARE_AND_NOTHING,
+              [=](size_t) {
                   ScriptsAndCommits();
                   const char *const argv[] = {nothing.c_str(), nullptr};
                   Run(argv, 2);
-              }}}};
+              }},
+             {LEAST,
+              [=](size_t) {
+                  const char *const argv[] = {least.c_str(), SHARES.c_str(), PREFS.c_str(),
+                                              PREFS_FOLDER.c_str(), nullptr};
+                  Run(argv, 0);
+              },
+              false, WritePrefs}}};
 }
 
 Contest UsageError()
