@@ -83,24 +83,26 @@ constexpr const CodeSetUtfKernel *KERNELS[] = {&CodeSetUtf::AVX2, &CodeSetUtf::S
 // A bit for each kind of registers that the system keeps for a thread.
 [[gnu::target("xsave")]] uint64_t CodeSetUtfKeptRegisters() { return _xgetbv(0); }
 
-// The first of KERNELS that this processor can run.  It is asked by hand, since the compiler's own
-// __builtin_cpu_supports() does not link for macOS.
+// Returns the index of the first of KERNELS that this processor can run.  Asks the processor
+// itself, since the compiler's own __builtin_cpu_supports() does not link for macOS.
 size_t CodeSetUtfFirst()
 {
     enum { AVX2, SSE42, PLAIN };
-    unsigned a = 0, b = 0, c = 0, d = 0;
+    unsigned a, b, c, d;
     constexpr unsigned NEEDED = bit_SSE4_2 | bit_POPCNT;
-    if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & NEEDED) != NEEDED) { return PLAIN; }
+    __cpuid(1, a, b, c, d);
+    if ((c & NEEDED) != NEEDED) { return PLAIN; }
 
     constexpr uint64_t KEPT_FOR_AVX = 0x06;
     const uint64_t kept = (c & bit_OSXSAVE) != 0 ? CodeSetUtfKeptRegisters() : 0;
     if ((kept & KEPT_FOR_AVX) != KEPT_FOR_AVX) { return SSE42; }
-    const bool hasAvx2 = __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & bit_AVX2) != 0;
-    return hasAvx2 ? AVX2 : SSE42;
+    // The question about kept registers has number 13, so a processor that knows it knows this one.
+    __cpuid_count(7, 0, a, b, c, d);
+    return (b & bit_AVX2) != 0 ? AVX2 : SSE42;
 }
 
-// Under a hypervisor asking the processor takes longer than many a conversion, so it is asked once;
-// threads that ask at the same time get the same answer.
+// Under a hypervisor a question to the processor takes 5 us or more, so they are few and asked
+// once; threads that ask at the same time get the same answers.
 const CodeSetUtfKernel &CodeSetUtfBest()
 {
     static std::atomic<const CodeSetUtfKernel *> sBest;
