@@ -8,6 +8,7 @@
 #include <cstring>
 #include <glib.h>
 #include <iconv.h>
+#include <immintrin.h>
 #include <memory>
 #include <random>
 #include <string>
@@ -143,6 +144,69 @@ bool IsPreflighted(const std::string &text)
     return error == U_BUFFER_OVERFLOW_ERROR;
 }
 
+// ---- Limits: parts of the work that no vectorised rival can do without, in vectors of 32 bytes
+
+bool HasLimits() { return __builtin_cpu_supports("avx2") != 0; }
+
+#pragma GCC push_options
+#pragma GCC target("avx2")
+
+__m256i VectorAt(const char *bytes)
+{
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(bytes));
+}
+
+// What the best known method takes to find the faults of whole vectors: three look-ups for each two
+// neighbours, and the leading bytes before them.  The tables are any; the choice of the
+// instructions, ASCII, and the text's end are left out.
+constexpr char LOOK_UPS[] = "three look-ups a vector, bare";
+bool LookUp(const std::string &text)
+{
+    const __m256i table = _mm256_set1_epi64x(0x0102040810204080), low = _mm256_set1_epi8(0x0F),
+                  three = _mm256_set1_epi8(0x60), four = _mm256_set1_epi8(0x70);
+    const auto entryOf = [=](__m256i index) {
+        return _mm256_shuffle_epi8(table, _mm256_and_si256(index, low));
+    };
+    __m256i before = {}, faults = {};
+    for (size_t at = 0; at + sizeof before <= text.size(); at += sizeof before) {
+        const __m256i now = VectorAt(text.data() + at),
+                      between = _mm256_permute2x128_si256(before, now, 0x21),
+                      first = _mm256_alignr_epi8(now, between, 15),
+                      second = _mm256_alignr_epi8(now, between, 14),
+                      third = _mm256_alignr_epi8(now, between, 13);
+        const __m256i pairs =
+            _mm256_and_si256(_mm256_and_si256(entryOf(_mm256_srli_epi16(first, 4)), entryOf(first)),
+                             entryOf(_mm256_srli_epi16(now, 4)));
+        const __m256i later =
+            _mm256_or_si256(_mm256_subs_epu8(second, three), _mm256_subs_epu8(third, four));
+        faults = _mm256_or_si256(faults, _mm256_xor_si256(pairs, later));
+        before = now;
+    }
+    return _mm256_testz_si256(faults, faults) != 0;
+}
+
+// All of the text is read, and a block of the result's size is taken, filled and released.
+constexpr char READ_AND_FILL[] = "the text read and a block filled";
+bool ReadAndFill(const std::string &text, size_t resultSize)
+{
+    __m256i all = {};
+    for (size_t at = 0; at + sizeof all <= text.size(); at += sizeof all) {
+        all = _mm256_or_si256(all, VectorAt(text.data() + at));
+    }
+    auto *block = Opaque(static_cast<char *>(malloc(resultSize + 4)));
+    memset(block, 0, resultSize + 4);
+    free(Opaque(block));
+    return _mm256_testz_si256(all, all) != 0;
+}
+
+#pragma GCC pop_options
+
+// A limit is no rival, and needs the instructions.
+void AddLimit(std::vector<Rival> &rivals, const char *name, std::function<void(size_t)> run)
+{
+    if (HasLimits()) { rivals.push_back({name, std::move(run), false}); }
+}
+
 using Text = std::shared_ptr<const std::string>;
 
 template <typename F> bool Gives(F make, const std::string &expected)
@@ -158,67 +222,85 @@ template <typename F> std::function<void(size_t)> Discarded(F make)
     return Repeat([make] { free(make().data); });
 }
 
-void Row(const Size &size, size_t i)
+// Returns the title of a row, which is kept for good.
+const char *Title(const char *work, const Size &size, size_t mix)
 {
-    static std::vector<std::unique_ptr<std::string>> names;
-    const auto title = [&](const char *what) {
-        names.push_back(std::make_unique<std::string>(what + std::string(", ") + size.name + " " +
-                                                      MIXES[i].name));
-        return names.back()->c_str();
-    };
-    const Text utf8 = std::make_shared<const std::string>(Utf8Of(MIXES[i], size.bytes));
-    const Block converted = GlibToUtf16(*utf8);
-    const Text utf16 = std::make_shared<const std::string>(converted.data, converted.size);
-    free(converted.data);
+    static std::vector<std::unique_ptr<std::string>> titles;
+    titles.push_back(std::make_unique<std::string>(work + std::string(", ") + size.name + " " +
+                                                   MIXES[mix].name));
+    return titles.back()->c_str();
+}
 
-    const auto ourCheck = [=] { return CodeSetUtf8IsValid(utf8->data(), utf8->size()); };
-    const auto glibCheck = [=] {
+void Validity(const Size &size, size_t mix, const Text &utf8)
+{
+    const auto ours = [=] { return CodeSetUtf8IsValid(utf8->data(), utf8->size()); };
+    const auto glib = [=] {
         return g_utf8_validate(utf8->data(), static_cast<gssize>(utf8->size()), nullptr);
     };
-    const auto icuCheck = [=] { return IsPreflighted(*utf8); };
+    const auto icu = [=] { return IsPreflighted(*utf8); };
     // The least that shows a text to be ASCII: all of it is read.
     static constexpr char READING[] = "memchr, which only reads";
     const auto reading = [=] { return memchr(utf8->data(), 0xFF, utf8->size()); };
     const Goal goal =
-        size.validity[i] > 0 ? Goal{"g_utf8_validate", size.validity[i]} : Goal{READING, 1.1};
-    Workload(title("validity"), {goal}, Repeat(ourCheck),
-             {{"g_utf8_validate", Repeat(glibCheck)},
-              {"u_strFromUTF8, no output", Repeat(icuCheck)},
-              {READING, Repeat(reading), false}},
-             ourCheck() && glibCheck() && icuCheck() && reading() == nullptr);
+        size.validity[mix] > 0 ? Goal{"g_utf8_validate", size.validity[mix]} : Goal{READING, 1.1};
+    std::vector<Rival> rivals = {{"g_utf8_validate", Repeat(glib)},
+                                 {"u_strFromUTF8, no output", Repeat(icu)},
+                                 {READING, Repeat(reading), false}};
+    AddLimit(rivals, LOOK_UPS, Repeat([=] { return LookUp(*utf8); }));
+    Workload(Title("validity", size, mix), {goal}, Repeat(ours), rivals,
+             ours() && glib() && icu() && reading() == nullptr);
+}
 
-    const auto ourUtf16 = [=] { return Ours(CodeSetUtf8ToUtf16Db, *utf8); };
-    const auto icuUtf16 = [=] {
+void ToUtf16(const Size &size, size_t mix, const Text &utf8, const Text &utf16)
+{
+    const auto ours = [=] { return Ours(CodeSetUtf8ToUtf16Db, *utf8); };
+    const auto icu = [=] {
         return Filled(2 * utf8->size(), [&](char *to) { return IcuToUtf16(*utf8, to); });
     };
-    const auto iconvUtf16 = [=] {
+    const auto iconv = [=] {
         return Filled(2 * utf8->size(), [&](char *to) {
             return Iconv("UTF-16LE", "UTF-8", *utf8, to, 2 * utf8->size());
         });
     };
-    const auto glibUtf16 = [=] { return GlibToUtf16(*utf8); };
-    Workload(title("UTF-8 to UTF-16"), {{"u_strFromUTF8", size.toUtf16[i]}}, Discarded(ourUtf16),
-             {{"u_strFromUTF8", Discarded(icuUtf16)},
-              {"g_utf8_to_utf16", Discarded(glibUtf16)},
-              {"iconv", Discarded(iconvUtf16)}},
-             Gives(ourUtf16, *utf16) && Gives(icuUtf16, *utf16) && Gives(iconvUtf16, *utf16));
+    std::vector<Rival> rivals = {{"u_strFromUTF8", Discarded(icu)},
+                                 {"g_utf8_to_utf16", Discarded([=] { return GlibToUtf16(*utf8); })},
+                                 {"iconv", Discarded(iconv)}};
+    AddLimit(rivals, READ_AND_FILL, Repeat([=] { return ReadAndFill(*utf8, utf16->size()); }));
+    Workload(Title("UTF-8 to UTF-16", size, mix), {{"u_strFromUTF8", size.toUtf16[mix]}},
+             Discarded(ours), rivals,
+             Gives(ours, *utf16) && Gives(icu, *utf16) && Gives(iconv, *utf16));
+}
 
-    const auto ourUtf8 = [=] { return Ours(CodeSetUtf16ToUtf8Db, *utf16); };
-    const auto icuUtf8 = [=] {
+void ToUtf8(const Size &size, size_t mix, const Text &utf8, const Text &utf16)
+{
+    const auto ours = [=] { return Ours(CodeSetUtf16ToUtf8Db, *utf16); };
+    const auto icu = [=] {
         return Filled(utf16->size() / 2 * 3, [&](char *to) { return IcuToUtf8(*utf16, to); });
     };
-    const auto iconvUtf8 = [=] {
+    const auto iconv = [=] {
         return Filled(utf16->size() / 2 * 3, [&](char *to) {
             return Iconv("UTF-8", "UTF-16LE", *utf16, to, utf16->size() / 2 * 3);
         });
     };
-    const auto glibUtf8 = [=] { return GlibToUtf8(*utf16); };
-    Workload(title("UTF-16 to UTF-8"), {{"u_strToUTF8", size.toUtf8[i]}}, Discarded(ourUtf8),
-             {{"u_strToUTF8", Discarded(icuUtf8)},
-              {"g_utf16_to_utf8", Discarded(glibUtf8)},
-              {"iconv", Discarded(iconvUtf8)}},
-             Gives(ourUtf8, *utf8) && Gives(icuUtf8, *utf8) && Gives(glibUtf8, *utf8) &&
-                 Gives(iconvUtf8, *utf8));
+    const auto glib = [=] { return GlibToUtf8(*utf16); };
+    std::vector<Rival> rivals = {{"u_strToUTF8", Discarded(icu)},
+                                 {"g_utf16_to_utf8", Discarded(glib)},
+                                 {"iconv", Discarded(iconv)}};
+    AddLimit(rivals, READ_AND_FILL, Repeat([=] { return ReadAndFill(*utf16, utf8->size()); }));
+    Workload(Title("UTF-16 to UTF-8", size, mix), {{"u_strToUTF8", size.toUtf8[mix]}},
+             Discarded(ours), rivals,
+             Gives(ours, *utf8) && Gives(icu, *utf8) && Gives(glib, *utf8) && Gives(iconv, *utf8));
+}
+
+void Rows(const Size &size, size_t mix)
+{
+    const Text utf8 = std::make_shared<const std::string>(Utf8Of(MIXES[mix], size.bytes));
+    const Block converted = GlibToUtf16(*utf8);
+    const Text utf16 = std::make_shared<const std::string>(converted.data, converted.size);
+    free(converted.data);
+    Validity(size, mix, utf8);
+    ToUtf16(size, mix, utf8, utf16);
+    ToUtf8(size, mix, utf8, utf16);
 }
 
 } // namespace
@@ -227,7 +309,7 @@ int main(int argc, char **argv)
 {
     for (const Size &size : SIZES) {
         for (size_t i = 0; i < std::size(MIXES); i++) {
-            Row(size, i);
+            Rows(size, i);
         }
     }
     return RunWorkloads(argc, argv);
