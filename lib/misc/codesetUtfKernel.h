@@ -254,34 +254,39 @@ template <typename Vector> struct Kernel {
         return at > 0 && IsAscii(load(size - WIDTH)) ? size : at;
     }
 
-    // Calls looker.Look(vector, the one before it, all the bits near it) wherever these bits are
-    // not all ASCII, with zeros before the text and after it: a character that is cut short shows
-    // in the next vector.  The bits near a vector are at least its own and those before it.  After
-    // a last vector without such zeros it calls looker.End(the text's end).  Count() is called
-    // after four vectors at most.
+    // Calls looker.Look(vector, the one before it) wherever these are not both ASCII, with zeros
+    // before the text and after it: a character that is cut short shows in the next vector.  Where
+    // looker.IsSimple(the bits of several vectors), it calls looker.LookSimply(vector) instead.
+    // After a last vector without such zeros it calls looker.End(the text's end).  Count() is
+    // called after four vectors at most.
     template <typename V, typename Looker>
     static void LookThrough(const char *bytes, size_t size, Looker &looker)
     {
+        const auto load = [](const char *from) { return V(Vector::Load(from)); };
         V last = {};
-        for (; size >= 4 * WIDTH; bytes += 4 * WIDTH, size -= 4 * WIDTH) {
-            const V first = V(Vector::Load(bytes)), second = V(Vector::Load(bytes + WIDTH)),
-                    third = V(Vector::Load(bytes + 2 * WIDTH)),
-                    fourth = V(Vector::Load(bytes + 3 * WIDTH));
-            const V all = last | first | second | third | fourth;
-            if (IsAscii(all)) { continue; }
-            looker.Look(first, last, all);
-            looker.Look(second, first, all);
-            looker.Look(third, second, all);
-            looker.Look(fourth, third, all);
-            looker.Count();
-            last = fourth;
-        }
         const auto step = [&](V now) {
-            looker.Look(now, last, now | last);
+            looker.Look(now, last);
             last = now;
         };
+        for (; size >= 4 * WIDTH; bytes += 4 * WIDTH, size -= 4 * WIDTH) {
+            const V all = last | load(bytes) | load(bytes + WIDTH) | load(bytes + 2 * WIDTH) |
+                          load(bytes + 3 * WIDTH);
+            if (IsAscii(all)) { continue; }
+            // Loops, since four vectors in a row need more registers than there are.
+            if (looker.IsSimple(all)) {
+                for (size_t at = 0; at < 4 * WIDTH; at += WIDTH) {
+                    looker.LookSimply(load(bytes + at));
+                }
+                last = load(bytes + 3 * WIDTH);
+            } else {
+                for (size_t at = 0; at < 4 * WIDTH; at += WIDTH) {
+                    step(load(bytes + at));
+                }
+            }
+            looker.Count();
+        }
         for (; size >= WIDTH; bytes += WIDTH, size -= WIDTH) {
-            step(V(Vector::Load(bytes)));
+            step(load(bytes));
         }
         if (size > 0) {
             step(V(Vector::LoadPart(bytes, size)));
@@ -329,7 +334,9 @@ template <typename Vector> struct Kernel {
     struct Utf8Check {
         Bytes faults = {};
         bool isCut = false;
-        void Look(Bytes now, Bytes before, Bytes) { faults |= Faults(now, before); }
+        static bool IsSimple(Bytes bytes) { return IsAscii(bytes); }
+        void LookSimply(Bytes) {}
+        void Look(Bytes now, Bytes before) { faults |= Faults(now, before); }
         void End(const char *end)
         {
             isCut =
@@ -341,9 +348,9 @@ template <typename Vector> struct Kernel {
 
     struct Utf8Measure : Utf8Check {
         Counter tails, fours;
-        void Look(Bytes now, Bytes before, Bytes all)
+        void Look(Bytes now, Bytes before)
         {
-            Utf8Check::Look(now, before, all);
+            Utf8Check::Look(now, before);
             tails.Add(Bytes(SignedBytes(now) < SignedBytes(Bytes{} + 0xC0)));
             fours.Add(Vector::AtLeast(now, 0xF0));
         }
@@ -440,10 +447,11 @@ template <typename Vector> struct Kernel {
         Units faults = {};
         bool isCut = false;
         Counter more; // counts each byte beyond a unit's first twice
-        void Look(Units now, Units before, Units all)
+        static bool IsSimple(Units units) { return Vector::HasNone(units, 0xF800); }
+        void LookSimply(Units now) { more.Add(Bytes(Vector::AtLeast(now, 0x80))); }
+        void Look(Units now, Units before)
         {
-            more.Add(Bytes(Vector::AtLeast(now, 0x80)));
-            if (Vector::HasNone(all, 0xF800)) { return; }
+            LookSimply(now);
             more.Add(Bytes(Vector::AtLeast(now, 0x800) & ~IsSurrogate(now)));
             const Units previous = Units(Vector::template Previous<2>(Bytes(now), Bytes(before)));
             faults |= IsHigh(previous) ^ IsLow(now);
