@@ -149,7 +149,7 @@ bool IsPreflighted(const std::string &text)
 bool HasLimits() { return __builtin_cpu_supports("avx2") != 0; }
 
 #pragma GCC push_options
-#pragma GCC target("avx2")
+#pragma GCC target("avx2,popcnt")
 
 __m256i VectorAt(const char *bytes)
 {
@@ -197,6 +197,32 @@ bool ReadAndFill(const std::string &text, size_t resultSize)
     memset(block, 0, resultSize + 4);
     free(Opaque(block));
     return _mm256_testz_si256(all, all) != 0;
+}
+
+// What the best known method takes to write UTF-8 of units that have different numbers of bytes:
+// for each eight units, or four where some have three bytes, two comparisons, a look-up of a
+// shuffle and a store, into a block as large as the result can be.  The table is any; units are not
+// spread to bytes, and the text is neither measured nor checked.
+constexpr char SQUEEZE[] = "a shuffle looked up for each 8 or 4 units";
+template <size_t UNITS> bool Squeeze(const std::string &text)
+{
+    alignas(16) static constexpr char ROWS[256][16] = {};
+    auto *block = Opaque(static_cast<char *>(malloc(text.size() / 2 * 3 + sizeof(__m128i))));
+    char *to = block;
+    const __m128i two = _mm_set1_epi16(0x80), three = _mm_set1_epi16(0x800);
+    for (size_t at = 0; at + 2 * UNITS <= text.size(); at += 2 * UNITS) {
+        const __m128i units =
+            UNITS == 8 ? _mm_loadu_si128(reinterpret_cast<const __m128i *>(text.data() + at))
+                       : _mm_loadu_si64(text.data() + at);
+        const __m128i isTwo = _mm_cmpeq_epi16(_mm_max_epu16(units, two), units),
+                      isThree = _mm_cmpeq_epi16(_mm_max_epu16(units, three), units);
+        const int sizes = _mm_movemask_epi8(_mm_packs_epi16(isTwo, isThree));
+        const auto *row = reinterpret_cast<const __m128i *>(ROWS[sizes & 0xFF]);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(to), _mm_shuffle_epi8(units, *row));
+        to += UNITS + static_cast<size_t>(__builtin_popcount(static_cast<unsigned>(sizes)));
+    }
+    free(Opaque(block));
+    return to != block;
 }
 
 #pragma GCC pop_options
@@ -287,6 +313,11 @@ void ToUtf8(const Size &size, size_t mix, const Text &utf8, const Text &utf16)
                                  {"g_utf16_to_utf8", Discarded(glib)},
                                  {"iconv", Discarded(iconv)}};
     AddLimit(rivals, READ_AND_FILL, Repeat([=] { return ReadAndFill(*utf16, utf8->size()); }));
+    const bool hasThree = MIXES[mix].three + MIXES[mix].four > 0;
+    if (hasThree || MIXES[mix].two > 0) {
+        AddLimit(rivals, SQUEEZE,
+                 Repeat([=] { return hasThree ? Squeeze<4>(*utf16) : Squeeze<8>(*utf16); }));
+    }
     Workload(Title("UTF-16 to UTF-8", size, mix), {{"u_strToUTF8", size.toUtf8[mix]}},
              Discarded(ours), rivals,
              Gives(ours, *utf8) && Gives(icu, *utf8) && Gives(glib, *utf8) && Gives(iconv, *utf8));
