@@ -193,7 +193,8 @@ bool ReadAndFill(const std::string &text, size_t resultSize)
     for (size_t at = 0; at + sizeof all <= text.size(); at += sizeof all) {
         all = _mm256_or_si256(all, VectorAt(text.data() + at));
     }
-    auto *block = Opaque(static_cast<char *>(malloc(resultSize + 4)));
+    // As large as ours: where malloc() finds the one also depends on what it keeps of the other.
+    auto *block = Opaque(static_cast<char *>(malloc(resultSize + CODESET_UTF_SLACK)));
     memset(block, 0, resultSize + 4);
     free(Opaque(block));
     return _mm256_testz_si256(all, all) != 0;
@@ -201,14 +202,14 @@ bool ReadAndFill(const std::string &text, size_t resultSize)
 
 // What the best known method takes to write UTF-8 of units that have different numbers of bytes:
 // for each eight units, or four where some have three bytes, two comparisons, a look-up of a
-// shuffle and a store, into a block as large as the result can be.  The table is any; units are not
-// spread to bytes, and the text is neither measured nor checked.
+// shuffle and a store.  The table is any; units are not spread to bytes, the text is neither
+// measured nor checked, and the room is there: taking the most that a result can need would change
+// how malloc() serves the rivals.
 constexpr char SQUEEZE[] = "a shuffle looked up for each 8 or 4 units";
-template <size_t UNITS> bool Squeeze(const std::string &text)
+template <size_t UNITS> size_t Squeeze(const std::string &text, char *room)
 {
     alignas(16) static constexpr char ROWS[256][16] = {};
-    auto *block = Opaque(static_cast<char *>(malloc(text.size() / 2 * 3 + sizeof(__m128i))));
-    char *to = block;
+    char *to = room;
     const __m128i two = _mm_set1_epi16(0x80), three = _mm_set1_epi16(0x800);
     for (size_t at = 0; at + 2 * UNITS <= text.size(); at += 2 * UNITS) {
         const __m128i units =
@@ -221,8 +222,7 @@ template <size_t UNITS> bool Squeeze(const std::string &text)
         _mm_storeu_si128(reinterpret_cast<__m128i *>(to), _mm_shuffle_epi8(units, *row));
         to += UNITS + static_cast<size_t>(__builtin_popcount(static_cast<unsigned>(sizes)));
     }
-    free(Opaque(block));
-    return to != block;
+    return static_cast<size_t>(to - room);
 }
 
 #pragma GCC pop_options
@@ -315,8 +315,12 @@ void ToUtf8(const Size &size, size_t mix, const Text &utf8, const Text &utf16)
     AddLimit(rivals, READ_AND_FILL, Repeat([=] { return ReadAndFill(*utf16, utf8->size()); }));
     const bool hasThree = MIXES[mix].three + MIXES[mix].four > 0;
     if (hasThree || MIXES[mix].two > 0) {
-        AddLimit(rivals, SQUEEZE,
-                 Repeat([=] { return hasThree ? Squeeze<4>(*utf16) : Squeeze<8>(*utf16); }));
+        const auto room =
+            std::make_shared<std::vector<char>>(utf16->size() / 2 * 3 + sizeof(__m128i));
+        AddLimit(rivals, SQUEEZE, Repeat([=] {
+                     return hasThree ? Squeeze<4>(*utf16, room->data())
+                                     : Squeeze<8>(*utf16, room->data());
+                 }));
     }
     Workload(Title("UTF-16 to UTF-8", size, mix), {{"u_strToUTF8", size.toUtf8[mix]}},
              Discarded(ours), rivals,
