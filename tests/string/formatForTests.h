@@ -7,8 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+#include <vector>
 
 using Engine = decltype(&bsd_vsnprintf);
 
@@ -54,6 +57,39 @@ template <typename... Values> std::string Format(const char *format, Values... v
     EXPECT_EQ(fixed[grown.size() + 1], '#') << format << " writes behind its buffer";
     EXPECT_EQ(fixed.substr(0, length), grown) << format;
     return grown;
+}
+
+// What the C library prints, which is the same for what both know.
+template <typename Value> std::string Libc(const std::string &format, Value value)
+{
+    char buffer[20000];
+    const int length = snprintf(buffer, sizeof buffer, format.c_str(), value);
+    return std::string(buffer, length);
+}
+
+inline std::vector<std::string> AllFlags(const char *flags)
+{
+    std::vector<std::string> all;
+    const size_t count = strlen(flags);
+    for (size_t set = 0; set < (size_t{1} << count); set++) {
+        std::string chosen;
+        for (size_t i = 0; i < count; i++) {
+            if (set & (size_t{1} << i)) { chosen += flags[i]; }
+        }
+        all.push_back(chosen);
+    }
+    return all;
+}
+
+// One buffer, one comparison: what is called millions of times.
+template <typename Value> void ExpectAsLibc(const std::string &format, Value value)
+{
+    char ours[2000], libc[2000];
+    const int length = FormatInto(bsd_vsnprintf, ours, sizeof ours, format.c_str(), value);
+    const int wanted = snprintf(libc, sizeof libc, format.c_str(), value);
+    if (length != wanted || strcmp(ours, libc) != 0) {
+        ADD_FAILURE() << format << " gives " << ours << " instead of " << libc;
+    }
 }
 
 #endif // PELAGO_TESTS_STRING_FORMATFORTESTS_H
