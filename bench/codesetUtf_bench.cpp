@@ -1,7 +1,7 @@
 // UTF-8 and UTF-16 in bulk, ours compared with its peers, on four mixes of letters in four sizes.
 #include "workloads.h"
 
-#include "../lib/misc/codesetUtf.h"
+#include "codesetUtf.h"
 
 #include <cstdint>
 #include <cstdlib>

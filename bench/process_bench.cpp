@@ -3,7 +3,7 @@
 
 #include "hostinfo.h"
 
-#include "../lib/misc/hostinfoDaemonizeInt.h"
+#include "hostinfoDaemonizeInt.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // Escapes any bytes, and reads them back.
 #include "escape.h"
 
-#include "../lib/misc/scoped.h"
+#include "scoped.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // Parses any text as a kernel's release, and compares the result with that of a plain reader.
-#include "../lib/misc/hostinfoInt.h"
+#include "hostinfoInt.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "err.h"
 
-#include "../../lib/misc/errInt.h"
 #include "allocations.h"
+#include "errInt.h"
 #include "panic.h"
 #include "together.h"
 

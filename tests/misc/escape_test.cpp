@@ -1,7 +1,7 @@
 #include "escape.h"
 
-#include "../../lib/misc/scoped.h"
 #include "allocations.h"
+#include "scoped.h"
 #include "scopedForTests.h"
 
 #include <algorithm>

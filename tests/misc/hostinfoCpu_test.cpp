@@ -1,7 +1,7 @@
 #include "hostinfo.h"
 
-#include "../../lib/misc/hostinfoInt.h"
 #include "allocations.h"
+#include "hostinfoInt.h"
 #include "scopedForTests.h"
 
 #include <gmock/gmock.h>

@@ -2,7 +2,7 @@
 #ifndef PELAGO_TESTS_MISC_HOSTINFOOSHOST_H
 #define PELAGO_TESTS_MISC_HOSTINFOOSHOST_H
 
-#include "../../lib/misc/hostinfoInt.h"
+#include "hostinfoInt.h"
 
 #include <gtest/gtest.h>
 

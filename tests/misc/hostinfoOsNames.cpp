@@ -1,7 +1,7 @@
 // The operating system's names, and the line of its data.
 #include "hostinfo.h"
 
-#include "../../lib/misc/hostinfoInt.h"
+#include "hostinfoInt.h"
 #include "hostinfoOsHost.h"
 #include "inChild.h"
 #include "panic.h"

@@ -1,8 +1,8 @@
 // The kernel's version, its bitness and the host's name.
 #include "hostinfo.h"
 
-#include "../../lib/misc/hostinfoInt.h"
 #include "allocations.h"
+#include "hostinfoInt.h"
 #include "hostinfoOsHost.h"
 #include "inChild.h"
 #include "panic.h"

@@ -2,7 +2,7 @@
 // another user.
 #include "hostinfo.h"
 
-#include "../../lib/misc/hostinfoInt.h"
+#include "hostinfoInt.h"
 #include "inChild.h"
 #include "scopedForTests.h"
 

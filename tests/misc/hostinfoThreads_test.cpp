@@ -1,7 +1,7 @@
 // What is found out once, by several threads at the same time.
 #include "hostinfo.h"
 
-#include "../../lib/misc/hostinfoInt.h"
+#include "hostinfoInt.h"
 #include "inChild.h"
 #include "scopedForTests.h"
 #include "together.h"

@@ -3,7 +3,7 @@
 
 #include "hostinfo.h"
 
-#include "../../lib/misc/hostinfoInt.h"
+#include "hostinfoInt.h"
 
 #include <cstring>
 #include <string_view>

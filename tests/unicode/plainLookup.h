@@ -3,7 +3,7 @@
 #ifndef PELAGO_TESTS_UNICODE_PLAINLOOKUP_H
 #define PELAGO_TESTS_UNICODE_PLAINLOOKUP_H
 
-#include "../../lib/unicode/encodingRows.h"
+#include "encodingRows.h"
 
 #include <iterator>
 #include <string>
