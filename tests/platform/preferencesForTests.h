@@ -113,6 +113,20 @@ protected:
     CFOwned<CFStringRef> mID{CFStringCreateWithText(mPath)};
 };
 
+// Whether the check holds for a user that is not root.
+inline bool HoldsForNobody(const std::function<bool()> &check, bool alsoReally)
+{
+    constexpr uid_t NOBODY = 65534;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int changed = alsoReally ? setresuid(NOBODY, NOBODY, NOBODY) : seteuid(NOBODY);
+        _exit(changed == 0 && check() ? 0 : 1);
+    }
+    int status = 1;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    return status == 0;
+}
+
 #define EXPECT_SC_ERROR(call, error)                                                               \
     do {                                                                                           \
         EXPECT_FALSE(call);                                                                        \
