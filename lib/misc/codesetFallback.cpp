@@ -3,7 +3,7 @@
 // single bytes that are not.
 #include "codesetInt.h"
 
-#include "../string/ascii.h"
+#include "ascii.h"
 #include "codeset.h"
 #include "codesetUtf.h"
 #include "scoped.h"

@@ -1,7 +1,7 @@
 // codesetUtf.cpp -- the kernel for processors without vectors to speak of, and the choice of one.
 #include "codesetUtf.h"
 
-#include "../string/utf.h"
+#include "utf.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,11 +1,11 @@
 // err.cpp -- the C library's error numbers as text, each looked up once.
 #include "err.h"
 
-#include "../string/utf.h"
 #include "errInt.h"
 #include "hashTable.h"
 #include "scoped.h"
 #include "str.h"
+#include "utf.h"
 #include "util.h"
 
 #include <bit>

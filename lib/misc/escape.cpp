@@ -2,7 +2,7 @@
 // Every builder repeats two steps: copy the input up to the next special byte, append its escape.
 #include "escape.h"
 
-#include "../string/ascii.h"
+#include "ascii.h"
 #include "diagnostics.h"
 #include "dynbuf.h"
 #include "scoped.h"

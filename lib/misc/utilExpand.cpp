@@ -1,7 +1,7 @@
 // utilExpand.cpp -- home directories and variables in file names.
 #include "util.h"
 
-#include "../string/ascii.h"
+#include "ascii.h"
 #include "diagnostics.h"
 #include "posix.h"
 #include "scoped.h"

@@ -4,7 +4,7 @@
 // and, since they contain no pointers, no relocations.
 #include "encodingIndex.h"
 
-#include "../string/ascii.h"
+#include "ascii.h"
 #include "encodingRows.h"
 #include "unicode.h"
 #include "util.h"

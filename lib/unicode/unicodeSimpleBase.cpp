@@ -1,13 +1,13 @@
 // unicodeSimpleBase.cpp -- strings from bytes in any encoding, and bytes from strings.
 #include "unicode.h"
 
-#include "../string/ascii.h"
-#include "../string/utf.h"
+#include "ascii.h"
 #include "codeset.h"
 #include "diagnostics.h"
 #include "escape.h"
 #include "scoped.h"
 #include "unicodeInt.h"
+#include "utf.h"
 #include "util.h"
 
 #include <algorithm>

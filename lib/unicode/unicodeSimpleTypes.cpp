@@ -1,7 +1,7 @@
 // unicodeSimpleTypes.cpp -- from an encoding's name to its number, and back.
 #include "unicode.h"
 
-#include "../string/ascii.h"
+#include "ascii.h"
 #include "codeset.h"
 #include "diagnostics.h"
 #include "encodingIndex.h"
