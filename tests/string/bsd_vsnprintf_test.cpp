@@ -265,6 +265,9 @@ TEST(FormatPositions, TakeArgumentsByNumber)
 {
     EXPECT_EQ(Format("%2$s %1$s", "a", "b"), "b a");
     EXPECT_EQ(Format("%1$s%1$s%2$d%1$s", "x", 5), "xx5x");
+    EXPECT_EQ(Format("<%1$s|%2$5s>", nullptr, nullptr), "<(null)|(null)>");
+    EXPECT_EQ(Format("%9$s", 1, 2, 3, 4, 5, 6, 7, 8, "i"), "i");
+    EXPECT_EQ(Format("%10$s", 1, 2, 3, 4, 5, 6, 7, 8, 9, "j"), "j");
     EXPECT_EQ(Format("%3$.2f %1$d %2$s %4$c", 1, "two", 3.0, '4'), "3.00 1 two 4");
     EXPECT_EQ(Format("%2$05d|%1$-5s|", "ab", 42), "00042|ab   |");
 }

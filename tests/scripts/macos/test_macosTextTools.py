@@ -1,6 +1,6 @@
 """The macOS share scripts with text programs that lack GNU's extensions, as those of a Mac do.
 
-Runs all tests of test_macos.py again with PELAGO_MAC_STRIDE=1; otherwise those that parse text.
+Runs all tests of test_macos.py and test_macosAddShare.py again with PELAGO_MAC_STRIDE=1; otherwise those that parse text.
 """
 
 import os
@@ -9,6 +9,7 @@ import unittest
 
 import machost
 import test_macos
+import test_macosAddShare
 import textTools
 from machost import MacTest
 
@@ -19,9 +20,11 @@ PLAIN = [
     'AddUser.test_hands_over_every_password_as_it_is', 'AddUser.test_refuses_passwords_that_cannot_be_kept',
     'AddUser.test_refuses_users_and_groups_that_are_not_ours',
     'AddUser.test_takes_a_number_free_of_users_and_groups', 'AddUser.test_refuses_when_no_number_is_free',
-    'AddUser.test_fails_when_another_program_takes_the_number',
+    'AddUser.test_fails_when_another_program_takes_the_number', 'Removing.test_refuses_what_is_not_ours',
+]
+PLAIN_SHARES = [
     'AddShare.test_takes_any_name_that_smb_can_spell', 'AddShare.test_refuses_folders_that_cannot_be_shared',
-    'AddShare.test_refuses_a_share_that_exists', 'Removing.test_refuses_what_is_not_ours',
+    'AddShare.test_refuses_a_share_that_exists',
 ]
 
 host = None
@@ -36,10 +39,11 @@ def setUpModule():
 def load_tests(_, own, __):
     suite = unittest.TestSuite([own])
     if machost.STRIDE == '1':
-        suite.addTests(unittest.defaultTestLoader.loadTestsFromModule(test_macos))
+        suite.addTests(unittest.defaultTestLoader.loadTestsFromModule(module) for module in (test_macos, test_macosAddShare))
         return suite
-    print('some tests of test_macos.py; PELAGO_MAC_STRIDE=1 takes all', flush=True)
+    print('some tests of test_macos.py and test_macosAddShare.py; PELAGO_MAC_STRIDE=1 takes all', flush=True)
     suite.addTests(unittest.defaultTestLoader.loadTestsFromNames(PLAIN, test_macos))
+    suite.addTests(unittest.defaultTestLoader.loadTestsFromNames(PLAIN_SHARES, test_macosAddShare))
     return suite
 
 
