@@ -50,11 +50,30 @@ struct HostinfoProduct {
 
 // ---- Detailed data
 
-struct HostinfoField {
-    const char *name, *value;
+constexpr size_t FIELD_SIZE = 1024;
+
+struct HostinfoDetailedDataField {
+    const char *name;
+    char value[FIELD_SIZE];
 };
 
-constexpr size_t FIELD_SIZE = 1024, DETAILED_DATA_SIZE = 10240; // with their NULs
+HostinfoDetailedDataField sFields[] = {
+    {"architecture", "X86"}, {"bitness", ""},       {"buildNumber", ""},
+    {"distroName", ""},      {"distroVersion", ""}, {"familyName", ""},
+    {"kernelVersion", ""},   {"prettyName", ""}, // never set: macOS has no such name
+    {nullptr, ""},
+};
+enum HostinfoFieldIndex {
+    BITNESS = 1,
+    BUILD_NUMBER,
+    DISTRO_NAME,
+    DISTRO_VERSION,
+    FAMILY_NAME,
+    KERNEL_VERSION
+};
+
+constexpr size_t DETAILED_DATA_SIZE = 10240;
+static_assert(std::size(sFields) * FIELD_SIZE <= DETAILED_DATA_SIZE, "all fields fit");
 
 char sDetailedData[DETAILED_DATA_SIZE];
 
@@ -219,6 +238,23 @@ bool HostinfoMacOS(const utsname &kernel, int bitness,
 
 // ---- The detailed data
 
+void HostinfoSetField(HostinfoFieldIndex row, const char *value)
+{
+    Str_Snprintf(sFields[row].value, FIELD_SIZE, "%s", value); // a value that is too long is cut
+}
+
+void HostinfoSetFields(const utsname &kernel, int bitness,
+                       const std::optional<HostinfoProduct> &product)
+{
+    HostinfoSetField(FAMILY_NAME, kernel.sysname);
+    HostinfoSetField(KERNEL_VERSION, kernel.release);
+    HostinfoSetField(BITNESS, bitness == 64 ? "64" : "32");
+    // Without a product these become empty, whatever an earlier look-up found.
+    HostinfoSetField(DISTRO_NAME, product ? product->name.get() : "");
+    HostinfoSetField(DISTRO_VERSION, product ? product->version.get() : "");
+    HostinfoSetField(BUILD_NUMBER, product ? product->build.get() : "");
+}
+
 // Puts a backslash before each quote and backslash, and drops white space at the end.
 void HostinfoQuote(const char *value, char (&quoted)[2 * FIELD_SIZE + 1])
 {
@@ -234,26 +270,14 @@ void HostinfoQuote(const char *value, char (&quoted)[2 * FIELD_SIZE + 1])
     quoted[length] = '\0';
 }
 
-void HostinfoOSDetailedData(const utsname &kernel, int bitness,
-                            const std::optional<HostinfoProduct> &product)
+void HostinfoOSDetailedData()
 {
-    const HostinfoField fields[] = {
-        {"architecture", "X86"},
-        {"bitness", bitness == 64 ? "64" : "32"},
-        {"buildNumber", product ? product->build.get() : ""},
-        {"distroName", product ? product->name.get() : ""},
-        {"distroVersion", product ? product->version.get() : ""},
-        {"familyName", kernel.sysname},
-        {"kernelVersion", kernel.release},
-    };
-    static_assert(std::size(fields) * FIELD_SIZE <= DETAILED_DATA_SIZE, "all fields fit");
     char line[DETAILED_DATA_SIZE] = "";
-    for (const auto &[name, whole] : fields) {
-        char value[FIELD_SIZE], quoted[2 * FIELD_SIZE + 1], field[FIELD_SIZE];
-        Str_Snprintf(value, sizeof value, "%s", whole); // a value that is too long is cut
-        if (*value == '\0') { continue; }
-        HostinfoQuote(value, quoted);
-        if (Str_Snprintf(field, sizeof field, "%s='%s'", name, quoted) < 0) {
+    for (const HostinfoDetailedDataField *row = sFields; row->name != nullptr; row++) {
+        if (row->value[0] == '\0') { continue; }
+        char quoted[2 * FIELD_SIZE + 1], field[FIELD_SIZE];
+        HostinfoQuote(row->value, quoted);
+        if (Str_Snprintf(field, sizeof field, "%s='%s'", row->name, quoted) < 0) {
             Warning("%s: Error: detailed data field too large\n", __func__);
             line[0] = '\0';
             break;
@@ -292,8 +316,9 @@ bool pelago::HostinfoOSData()
     }
     const int bitness = Hostinfo_GetSystemBitness();
     const std::optional<HostinfoProduct> product = HostinfoFindProduct();
+    HostinfoSetFields(kernel, bitness, product);
     const bool hasNames = HostinfoMacOS(kernel, bitness, product);
-    HostinfoOSDetailedData(kernel, bitness, product);
+    HostinfoOSDetailedData();
     return hasNames;
 }
 
