@@ -1,5 +1,5 @@
-// pelagoShareTool.cpp -- shares one folder over SMB for one user, for as long as the caller keeps
-// our standard input open, and puts everything back.
+// pelagoShareTool.cpp -- shares one folder over SMB for one user until the caller writes a line to
+// our standard input or closes it, and then restores the previous state.
 //
 // Standard output is the caller's protocol: it is parsed byte by byte, so every text that goes
 // there stays as it is.  Standard error is for people.
@@ -26,9 +26,9 @@ namespace {
 #define SAMBA_PREFS_FILE "/Library/Preferences/SystemConfiguration/com.apple.smb.server.plist"
 
 constexpr int EXIT_USAGE = 2;
-constexpr int LINE_SIZE = 80; // bytes of the caller's line that are looked at, with a NUL
+constexpr int LINE_SIZE = 80; // bytes of the caller's line that are read, and a NUL
 
-// The reports of a product file that has no path carry these; they belong to the message.
+// Parts of the fatal report when a product file has no path: the module and the numbers.
 constexpr char SOURCE_PATH[] = "apps/pelagoShareTool/pelagoShareTool";
 constexpr int ADD_USER_CHECK = 305;
 constexpr int RM_USER_CHECK = 340;
@@ -40,10 +40,10 @@ struct Request {
     const char *shareName;
     const char *username;
     const char *pathPasswordFile;
-    const char *access; // the add-share script's business
+    const char *access; // passed to the add-share script unchecked
 };
 
-// The library's own guards are its own business.
+// The library has such guards in its internal headers, which a program does not include.
 struct FreeBlock {
     void operator()(char *block) const { free(block); }
 };
@@ -55,7 +55,7 @@ struct ReleaseObject {
 template <typename Ref>
 using ScopedRef = std::unique_ptr<std::remove_pointer_t<Ref>, ReleaseObject>;
 
-// Makes this process one that a caller's state cannot lead astray.
+// Replaces the state that a caller may have left and that would break this process.
 void SettleProcess()
 {
     // A descriptor that the caller closed would be given to the preferences file, and our messages
@@ -67,8 +67,8 @@ void SettleProcess()
     }
     // With SIGCHLD ignored a script's result would be lost.
     signal(SIGCHLD, SIG_DFL);
-    // A caller that died is the reason to clean up, not to be killed at the first message; and a
-    // limit on the size of files is to fail a commit, not to kill us in it.
+    // After the caller's death this process must clean up, and not be killed at its next message.
+    // A limit on the size of files must make a commit fail, and not kill this process in it.
     signal(SIGPIPE, SIG_IGN);
     signal(SIGXFSZ, SIG_IGN);
 }
@@ -82,7 +82,7 @@ CFPropertyListRef GetEnabledServices(SCPreferencesRef prefs)
     return SCPreferencesGetValue(prefs, CFSTR("EnabledServices"));
 }
 
-// Whether the SMB service is on; nothing, after a message, when the preferences do not tell.
+// Returns whether the SMB service is on; nullopt, after a message, when the value is not an array.
 std::optional<bool> IsFileSharingEnabled(SCPreferencesRef prefs)
 {
     const CFPropertyListRef services = GetEnabledServices(prefs);
@@ -95,8 +95,8 @@ std::optional<bool> IsFileSharingEnabled(SCPreferencesRef prefs)
     return CFArrayContainsValue(array, FullRange(array), CFSTR("disk"));
 }
 
-// Stores services and writes the preferences.  What fails is told in the name of caller; setFailure
-// is its text for a value that cannot be stored.
+// Stores services and writes the preferences.  Returns false after a message that begins with
+// `caller`; `setFailure` is the message for a value that cannot be stored.
 bool CommitServices(SCPreferencesRef prefs, CFArrayRef services, const char *caller,
                     const char *setFailure)
 {
@@ -111,8 +111,8 @@ bool CommitServices(SCPreferencesRef prefs, CFArrayRef services, const char *cal
     return true;
 }
 
-// The services that are to be changed, nullptr when there are none; nothing, after a message in the
-// name of caller, when what is there is something else.
+// Returns the enabled services, nullptr when there are none; nullopt, after a message that begins
+// with `caller`, when the value is not an array.
 std::optional<CFArrayRef> GetServicesToChange(SCPreferencesRef prefs, const char *caller)
 {
     const CFPropertyListRef present = GetEnabledServices(prefs);
@@ -153,12 +153,12 @@ bool DisableFileSharing(SCPreferencesRef prefs)
         fprintf(stderr, "%s: failed to create mutable copy of ENABLED_SERVICES\n", __func__);
         return false;
     }
-    CFArrayRemoveValueAtIndex(services.get(), disk); // one: a second "disk" is somebody else's
+    CFArrayRemoveValueAtIndex(services.get(), disk); // a second "disk" has another owner
     return CommitServices(prefs, services.get(), __func__, "error while disabling file sharing");
 }
 
-// Finds out whether the SMB service is on, and switches it on when it is not.  Returns whether it
-// was on before; nothing, after a line to the caller, when it cannot be had.
+// Switches the SMB service on unless it is on already.  Returns whether it was on before; nullopt,
+// after a line to the caller, on failure.
 std::optional<bool> EnsureFileSharing(SCPreferencesRef prefs)
 {
     const std::optional<bool> wasEnabled = IsFileSharingEnabled(prefs);
@@ -173,7 +173,8 @@ std::optional<bool> EnsureFileSharing(SCPreferencesRef prefs)
     return wasEnabled;
 }
 
-// The path of a product file; ends the process, with check in the report, when it has none.
+// Returns the path of a product file.  Ends the process when it has none; `check` is the number in
+// the report.
 ScopedPath GetProductFile(const char *key, int check)
 {
     ScopedPath path(Location_Get(key));
@@ -242,9 +243,10 @@ bool RemoveUser(const Request &request)
     return false;
 }
 
-// Creates user and share, waits for the caller, and undoes it all, the service switch included.
-// The preferences are unlocked meanwhile; only after a share was served they are locked again, and
-// after a failure the commit takes the lock for itself.  Returns the exit status.
+// Creates the user and the share, waits for the caller, then removes both, and switches the service
+// off if it was off before.  The preferences are unlocked meanwhile.  After a share was served they
+// are locked again; when that fails, the user and the service stay as they are.  When there was no
+// share, the commit takes the lock for itself.  Returns the exit status.
 int ServeShare(const Request &request, ScopedRef<SCPreferencesRef> prefs, bool sharingWasEnabled)
 {
     int status = EXIT_FAILURE;
@@ -264,7 +266,7 @@ int ServeShare(const Request &request, ScopedRef<SCPreferencesRef> prefs, bool s
         status = EXIT_FAILURE;
     }
     if (userCreated && !RemoveUser(request)) { status = EXIT_FAILURE; }
-    SCPreferencesUnlock(prefs.get()); // where the lock is not held this says so, and does nothing
+    SCPreferencesUnlock(prefs.get()); // fails without effect when the lock is not held
     return status;
 }
 

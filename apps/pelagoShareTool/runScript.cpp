@@ -13,9 +13,9 @@ namespace {
 {
     // A script that kept our standard output would write into the caller's protocol.
     while (dup2(STDERR_FILENO, STDOUT_FILENO) == -1 && errno == EINTR) {}
-    execv(argv[0], const_cast<char *const *>(argv)); // execv takes its vector as it is
+    execv(argv[0], const_cast<char *const *>(argv)); // execv() does not change the vector
     fprintf(stderr, "execv() failed with error %d\n", errno);
-    // Not _exit(): what the tool had not flushed yet is shown on standard error, too.
+    // Not _exit(): exit() also writes the output that the tool has buffered, to standard error.
     exit(1);
 }
 
@@ -29,7 +29,7 @@ int RunScript(const char *const argv[])
         return 1;
     }
     if (child == 0) { BecomeScript(argv); }
-    int status = 1 << 8; // a wait that fails must not read as a script's success
+    int status = 1 << 8; // exit code 1: a wait that fails must not look like a script's success
     while (waitpid(child, &status, 0) == -1 && errno == EINTR) {}
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }

@@ -4,12 +4,12 @@
 
 /*
  * Runs the program argv[0], an absolute path, with the NULL-terminated vector argv, and waits for
- * it without a time limit.  What it writes to its standard output goes to our standard error, so
- * that it never gets into the caller's protocol; it inherits everything else, ignored signals
- * included.
+ * it without a time limit.  The program's standard output is our standard error, so that its text
+ * never gets into the caller's protocol.  It inherits everything else, ignored signals included.
  *
- * Returns its exit code, 0 to 255; 1 when it could not be run, which is told of on standard error,
- * when a signal ended it, or when its result was lost because the process ignores SIGCHLD.
+ * Returns the program's exit code, 0 to 255.  Returns 1 also when the program could not be run,
+ * after a message on standard error; when a signal ended it; and when its result was lost because
+ * this process ignores SIGCHLD.
  */
 int RunScript(const char *const argv[]);
 

@@ -1,4 +1,4 @@
-// codeset.cpp -- the code-set layer: whether ICU is used.
+// codeset.cpp -- decides whether the code-set layer uses ICU.
 #include "codeset.h"
 
 #include "scoped.h"

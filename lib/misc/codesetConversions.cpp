@@ -16,7 +16,7 @@ namespace {
 
 constexpr char UTF8[] = "UTF-8", UTF16LE[] = "UTF-16LE", UTF16BE[] = "UTF-16BE";
 
-// Added to every buffer that a caller gets: it terminates text in any of the Unicode forms.
+// Added to every converted text: it terminates text in any of the Unicode forms.
 constexpr char TERMINATOR[4] = {};
 
 // A buffer for a result.  It is freed unless HandOut() gives it to the caller.

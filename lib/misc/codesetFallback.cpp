@@ -1,6 +1,6 @@
 // codesetFallback.cpp -- conversion without ICU, between the Unicode forms, ASCII and the current
-// code set.  It refuses malformed text; but in text that should be ASCII, the policy decides about
-// single bytes that are not.
+// code set.  It refuses malformed text.  But in a conversion between ASCII and UTF-8 the policy
+// decides about each byte or character that is not ASCII.
 #include "codesetInt.h"
 
 #include "ascii.h"
@@ -87,7 +87,7 @@ bool CodeSetKeepAscii(const char *buf, size_t size, unsigned policy, const char 
         bool done = DynBuf_Append(db, run, static_cast<size_t>(buf - run));
         if (buf != end) {
             done = done && policy != CODESET_INVALID_FAIL;
-            if (policy & CODESET_INVALID_SUBSTITUTE) { // also in numbers that are no policy
+            if (policy & CODESET_INVALID_SUBSTITUTE) { // also for a number that is no policy
                 done = done && DynBuf_Append(db, substitute, strlen(substitute));
             }
             buf += length(buf, static_cast<size_t>(end - buf));

@@ -16,7 +16,7 @@ namespace pelago {
 
 namespace {
 
-// The checks that end the process.
+// The numbers of the checks that end the process.
 constexpr int POLICY_LINE = 988;
 constexpr int SIZE_LINE = 1700;
 constexpr int OPEN_LINE = 1723;
@@ -43,7 +43,8 @@ CodeSetReason CodeSetReasonOf(UErrorCode status)
     }
 }
 
-// ICU may open a converter with a warning that several share the name; only an error opens none.
+// Opens a converter.  With some names ICU opens one and stores a warning (several converters share
+// the name); after an error there is no converter.
 CodeSetReason CodeSetOpen(const char *codeName, Converter *converter)
 {
     UErrorCode status = U_ZERO_ERROR;
@@ -119,7 +120,7 @@ CodeSetReason CodeSetRun(const Converters &converters, const char *source, size_
                        sourceLimit, pivot, &pivotSource, &pivotTarget, pivot + PIVOT_UNITS,
                        /* reset */ false, /* flush */ sourceLimit == end ? 1 : 0, &status);
         *used = static_cast<size_t>(target - db->data);
-        // A success has a warning when the result filled the room exactly.
+        // U_SUCCESS() includes the warning that the result filled the room exactly.
         if (U_SUCCESS(status) && sourceLimit == end) { return CODESET_REASON_NONE; }
         if (U_SUCCESS(status)) { continue; }
         if (status != U_BUFFER_OVERFLOW_ERROR) { return CodeSetReasonOf(status); }
@@ -192,7 +193,7 @@ CodeSetFailure CodeSetIcuLocate(const char *codeIn, const char *bufIn, size_t si
         UErrorCode status = U_ZERO_ERROR;
         const UChar32 value =
             ucnv_getNextUChar(converters.from.get(), &at, CodeSetLimit(at, end), &status);
-        if (at != before) { character = before; } // else the same bytes had a second character
+        if (at != before) { character = before; } // else it is from the same bytes as the last one
         if (status == U_INDEX_OUTOFBOUNDS_ERROR && at == end) { return {CODESET_REASON_ICU, 0}; }
         if (status == U_INDEX_OUTOFBOUNDS_ERROR) { continue; }
         if (U_FAILURE(status)) {

@@ -16,8 +16,8 @@ constexpr char CODESET_MODULE[] = "lib/misc/codeset";
 
 CodeSetReason CodeSetIcuConvertDb(const char *codeIn, const char *bufIn, size_t sizeIn,
                                   const char *codeOut, unsigned policy, DynBuf *db);
-// Returns how many bytes come before the sequence that stops a conversion, and whether that is
-// invalid or lacking in the other encoding.
+// Returns the offset of the sequence that stops a conversion, and whether the sequence is invalid
+// or its character is lacking in codeOut.
 CodeSetFailure CodeSetIcuLocate(const char *codeIn, const char *bufIn, size_t sizeIn,
                                 const char *codeOut);
 bool CodeSetIcuConverts(const char *codeIn, const char *codeOut);

@@ -1,4 +1,4 @@
-// codesetUtf.cpp -- the kernel for processors without vectors to speak of, and the choice of one.
+// codesetUtf.cpp -- the plain kernel, for processors without SSE4.2, and the choice of a kernel.
 #include "codesetUtf.h"
 
 #include "utf.h"
@@ -19,13 +19,14 @@ namespace {
 template <typename From, typename To>
 using PlainConverter = UtfResult (*)(const From **, const From *, To **, To *, bool);
 
-// Converts what lies at any address by way of aligned copies; without `to` it only measures.
-// Returns how many bytes come before what is not well-formed: size when all is.
+// Converts a text at any address through aligned copies of its pieces, and stores the result's
+// size.  Only measures the result when `to` is null.  Returns the offset of the first byte that is
+// not well-formed, or size.
 template <typename From, typename To>
 size_t PlainConvert(PlainConverter<From, To> converter, const char *bytes, size_t size, char *to,
                     size_t *sizeOut)
 {
-    constexpr size_t PIECE = 256, UNITS_MOST = 3; // a unit becomes so many at most
+    constexpr size_t PIECE = 256, UNITS_MOST = 3; // the most units that one unit is converted to
     size_t written = 0, at = 0;
     while (at < size) {
         From source[PIECE];
@@ -35,7 +36,8 @@ size_t PlainConvert(PlainConverter<From, To> converter, const char *bytes, size_
         const From *from = source;
         To *end = target;
         converter(&from, source + count, &end, target + UNITS_MOST * PIECE, false);
-        // What stopped it is the next piece's first, and wrong when that is stopped at once.
+        // A character that the piece's end has cut begins the next piece.  A piece that the
+        // converter refuses at its first unit is not well-formed there.
         if (from == source) { break; }
 
         const size_t bytesMade = static_cast<size_t>(end - target) * sizeof(To);
@@ -80,11 +82,11 @@ void PlainUtf16ToUtf8(const char *bytes, size_t size, char *to)
 constexpr const CodeSetUtfKernel *KERNELS[] = {&CodeSetUtf::AVX2, &CodeSetUtf::SSE42,
                                                &CodeSetUtf::PLAIN};
 
-// A bit for each kind of registers that the system keeps for a thread.
+// Returns a bit for each kind of registers that the system saves for a thread (XCR0).
 [[gnu::target("xsave")]] uint64_t CodeSetUtfKeptRegisters() { return _xgetbv(0); }
 
-// Returns the index of the first of KERNELS that this processor can run.  Asks the processor
-// itself, since the compiler's own __builtin_cpu_supports() does not link for macOS.
+// Returns the index of the first of KERNELS that this processor can run.  Executes CPUID, since the
+// compiler's __builtin_cpu_supports() does not link for macOS.
 size_t CodeSetUtfFirst()
 {
     enum { AVX2, SSE42, PLAIN };
@@ -96,13 +98,13 @@ size_t CodeSetUtfFirst()
     constexpr uint64_t KEPT_FOR_AVX = 0x06;
     const uint64_t kept = (c & bit_OSXSAVE) != 0 ? CodeSetUtfKeptRegisters() : 0;
     if ((kept & KEPT_FOR_AVX) != KEPT_FOR_AVX) { return SSE42; }
-    // The question about kept registers has number 13, so a processor that knows it knows this one.
+    // Leaf 7 exists, since a processor that saves registers by XSAVE has leaves up to 13 at least.
     __cpuid_count(7, 0, a, b, c, d);
     return (b & bit_AVX2) != 0 ? AVX2 : SSE42;
 }
 
-// Under a hypervisor a question to the processor takes 5 us or more, so they are few and asked
-// once; threads that ask at the same time get the same answers.
+// Under a hypervisor each CPUID takes 5 us or more, so the choice executes few of them, and is made
+// once.  Threads that choose at the same time make the same choice.
 const CodeSetUtfKernel &CodeSetUtfBest()
 {
     static std::atomic<const CodeSetUtfKernel *> sBest;
@@ -114,7 +116,7 @@ const CodeSetUtfKernel &CodeSetUtfBest()
     return *best;
 }
 
-// A text of one narrow vector has no use for a wide one, which takes longer to set up.
+// A text that fits a narrow vector gains nothing from wide ones, which take longer to set up.
 const CodeSetUtfKernel &CodeSetUtfBestFor(size_t size)
 {
     constexpr size_t NARROW = 16;

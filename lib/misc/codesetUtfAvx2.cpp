@@ -29,7 +29,7 @@ struct Avx2 : SqueezeByTable<Avx2, Avx2Units> {
     }
     static bool IsZero(Units units) { return _mm256_testz_si256(Bits(units), Bits(units)) != 0; }
 
-    // The vector that begins so many bytes before this one.
+    // Returns the vector that begins COUNT bytes before `now`; `before` is the vector before `now`.
     template <int COUNT> static Bytes Previous(Bytes now, Bytes before)
     {
         const __m256i between = _mm256_permute2x128_si256(Bits(before), Bits(now), 0x21);
@@ -40,7 +40,7 @@ struct Avx2 : SqueezeByTable<Avx2, Avx2Units> {
         const __m128i half = LoadRow(row);
         return Bytes(_mm256_shuffle_epi8(_mm256_broadcastsi128_si256(half), Bits(indexes)));
     }
-    static Bytes Less(Bytes bytes, uint8_t amount) // and at least 0
+    static Bytes Less(Bytes bytes, uint8_t amount) // 0 where the amount is larger
     {
         return Bytes(_mm256_subs_epu8(Bits(bytes), _mm256_set1_epi8(static_cast<char>(amount))));
     }
@@ -78,7 +78,7 @@ struct Avx2 : SqueezeByTable<Avx2, Avx2Units> {
     {
         return Units(_mm256_unpackhi_epi8(Bits(bytes), _mm256_setzero_si256()));
     }
-    // One unit of each in turn.
+    // The units of a and b in turn.
     static Units JoinLow(Units a, Units b)
     {
         return Units(_mm256_unpacklo_epi16(Bits(a), Bits(b)));
@@ -88,10 +88,10 @@ struct Avx2 : SqueezeByTable<Avx2, Avx2Units> {
         return Units(_mm256_unpackhi_epi16(Bits(a), Bits(b)));
     }
 
-    // Each unit, from -128 to 127, as a byte; those of a half twice.
+    // Returns each unit, which must be from -128 to 127, as a byte; each half's bytes come twice.
     static Bytes Narrow(Units units) { return Bytes(_mm256_packs_epi16(Bits(units), Bits(units))); }
 
-    // ASCII in the other form.
+    // Store ASCII in the other encoding form.
     static void StoreNarrow(char *to, Units first, Units second)
     {
         const __m256i halves = _mm256_packus_epi16(Bits(first), Bits(second));
@@ -112,7 +112,7 @@ struct Avx2 : SqueezeByTable<Avx2, Avx2Units> {
         f(_mm256_castsi256_si128(Bits(units)));
         f(_mm256_extracti128_si256(Bits(units), 1));
     }
-    // In the order of the bytes that the two were widened or joined from.
+    // Calls f for 16 bytes at a time, in the order of the bytes before they were widened or joined.
     template <typename F> static void ForEachOfBoth(Units low, Units high, F f)
     {
         f(_mm256_castsi256_si128(Bits(low)));

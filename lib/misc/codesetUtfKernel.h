@@ -1,13 +1,12 @@
-// codesetUtfKernel.h -- UTF-8 and UTF-16 a vector at a time, for whatever vector there is.
+// codesetUtfKernel.h -- checks and converts UTF-8 and UTF-16 a vector at a time, for any vector.
 //
-// There is no branch on single characters: what a character would be is worked out at every
-// position at once, from the bytes before it, and what is none is squeezed out, by an instruction
-// where there is one for it and else by a shuffle that a table holds.  So a text costs the same
-// whatever it mixes.  A text is read in whole vectors and one padded with zeros, which is no
-// character's continuation and thereby shows a sequence that is cut short.
+// There is no branch on single characters: all positions of a vector are converted at once, and a
+// shuffle from a table then squeezes out the bytes that are not part of the result.  So the time
+// hardly depends on the mix of characters.  A text is read in whole vectors and a last one that is
+// padded with zeros.  A zero continues no character, so it shows a sequence that is cut short.
 //
-// This is compiled once for each set of instructions, and so must define nothing that another
-// source file could be linked with: all of it is internal.
+// This file is compiled once for each set of instructions.  All of it has internal linkage, so that
+// the linker cannot replace code for one set by code for another.
 #ifndef PELAGO_MISC_CODESETUTFKERNEL_H
 #define PELAGO_MISC_CODESETUTFKERNEL_H
 
@@ -25,7 +24,7 @@ namespace {
 
 using Row = uint8_t[16];
 
-// A set of the values of four bits.
+// Returns a set of values of four bits: a bit for each value from first to last.
 inline constexpr uint16_t Nibbles(unsigned first, unsigned last)
 {
     return static_cast<uint16_t>((2U << last) - (1U << first));
@@ -33,7 +32,8 @@ inline constexpr uint16_t Nibbles(unsigned first, unsigned last)
 inline constexpr uint16_t ANY = Nibbles(0x0, 0xF), ASCII = Nibbles(0x0, 0x7),
                           TAIL = Nibbles(0x8, 0xB), LEAD = Nibbles(0xC, 0xF);
 
-// What two neighbours must not be, by the halves of the first byte and the high half of the second.
+// A malformed pair of neighbouring bytes: sets of values for the two halves of the first byte and
+// for the high half of the second.
 struct Fault {
     uint16_t firstHigh, firstLow, secondHigh;
 };
@@ -48,7 +48,8 @@ inline constexpr Fault FAULTS[8] = {
     {Nibbles(0xE, 0xE), Nibbles(0xD, 0xD), Nibbles(0xA, 0xB)}, // a surrogate
     {TAIL, ANY, TAIL},                                         // a third byte, or a fourth
 };
-// The last of them is a fault unless there is a leading byte two or three before, and vice versa.
+// The last of FAULTS is one unless a leading byte stands two or three places before.  Where such a
+// leading byte stands, the absence of that pair is a fault.
 inline constexpr uint8_t LATER_TAIL = 1U << 7;
 
 struct FaultTables {
@@ -69,8 +70,8 @@ struct FaultTables {
 };
 alignas(16) inline constexpr FaultTables FAULT_TABLES;
 
-// Shuffles that move what is wanted of a vector to its front: of eight units of two bytes those
-// that have a bit,
+// Shuffles that move to the front of a vector those of its eight units of two bytes whose bit is
+// set.
 struct UnitSqueezes {
     Row rows[256] = {};
     constexpr UnitSqueezes()
@@ -87,7 +88,8 @@ struct UnitSqueezes {
 };
 alignas(16) inline constexpr UnitSqueezes UNIT_SQUEEZES;
 
-// of eight pairs of bytes the second byte, and the first where there is a bit,
+// Shuffles that move to the front the second byte of each of eight pairs, and the first byte of a
+// pair whose bit is set.
 struct PairSqueezes {
     Row rows[256] = {};
     constexpr PairSqueezes()
@@ -103,10 +105,11 @@ struct PairSqueezes {
 };
 alignas(16) inline constexpr PairSqueezes PAIR_SQUEEZES;
 
-// and of four groups of four the last bytes: one, and another for each of a group's two bits.
+// Shuffles that move to the front the last bytes of each of four groups of four bytes, as many as
+// GroupSize() returns for the group's two bits.
 struct GroupSqueezes {
     Row rows[256] = {};
-    uint8_t size[256] = {}; // how many bytes that makes
+    uint8_t size[256] = {}; // the number of bytes that are moved
     constexpr GroupSqueezes()
     {
         for (unsigned sizes = 0; sizes < 256; sizes++) {
@@ -125,7 +128,7 @@ struct GroupSqueezes {
     }
 };
 alignas(16) inline constexpr GroupSqueezes GROUP_SQUEEZES;
-inline constexpr uint32_t NO_GROUPS = 0x55555555;
+inline constexpr uint32_t NO_GROUPS = 0x55555555; // bit 0 alone for each group: all are padding
 
 // ---- Loading
 
@@ -136,7 +139,7 @@ template <typename T> T LoadAs(const char *from)
     return value;
 }
 
-// So many bytes, fewer than 16, and zeros after them; nothing beyond them is read.
+// Returns `size` bytes, which are fewer than 16, and zeros after them.  Reads nothing beyond them.
 inline __m128i LoadPart16(const char *from, size_t size)
 {
     const auto byteAt = [from](size_t i) {
@@ -175,11 +178,12 @@ inline unsigned CountBits(uint64_t bits)
     return static_cast<unsigned>(__builtin_popcountll(bits));
 }
 
-// ---- Squeezing by tables, for sets of instructions that have none for it
+// ---- Squeezing by tables
 
 // Vector supplies ForEach() and ForEachOfBoth(), which call a function for each 16 bytes in turn.
+// Each function here writes its result at `to`, in whole vectors, and returns the result's end.
 template <typename Vector, typename Units> struct SqueezeByTable {
-    // The units that have a bit.
+    // Writes the units whose bit in `wanted` is set.
     static char *PutUnits(Units low, Units high, uint32_t wanted, char *to)
     {
         Vector::ForEachOfBoth(low, high, [&](__m128i eight) {
@@ -191,7 +195,7 @@ template <typename Vector, typename Units> struct SqueezeByTable {
         return to;
     }
 
-    // The second byte of each pair, and the first one where isTwo is set.
+    // Writes the second byte of each pair, and before it the first one where isTwo is set.
     static char *PutPairs(Units pairs, Units isTwo, char *to)
     {
         uint32_t bits = Vector::SignBits(Vector::Narrow(isTwo));
@@ -204,9 +208,9 @@ template <typename Vector, typename Units> struct SqueezeByTable {
         return to;
     }
 
-    // The last bytes of each group of four, whose first two are in lows and last two in highs.
-    // sizes has the two bits of GroupSqueezes for each group; padding has both bits of those to
-    // leave out.
+    // Writes the last bytes of each group of four, whose first two are in lows and last two in
+    // highs.  sizes has the two bits of GroupSqueezes for each group.  padding has both bits set
+    // for each group that is left out.
     static char *PutGroups(Units lows, Units highs, uint32_t sizes, uint32_t padding, char *to)
     {
         uint32_t bits = (sizes & ~padding) | (NO_GROUPS & padding);
@@ -238,7 +242,8 @@ template <typename Vector> struct Kernel {
 
     // ---- A text in parts
 
-    // How many bytes at the text's start are known to be ASCII: all, or whole vectors.
+    // Returns a number of bytes at the text's start that are ASCII: size if all are, or else some
+    // whole vectors, after which there may be more ASCII.
     template <typename V> static size_t SkipAscii(const char *bytes, size_t size)
     {
         const auto load = [bytes](size_t at) { return V(Vector::Load(bytes + at)); };
@@ -254,11 +259,12 @@ template <typename Vector> struct Kernel {
         return at > 0 && IsAscii(load(size - WIDTH)) ? size : at;
     }
 
-    // Calls looker.Look(vector, the one before it) wherever these are not both ASCII, with zeros
-    // before the text and after it: a character that is cut short shows in the next vector.  Where
-    // looker.IsSimple(the bits of several vectors), it calls looker.LookSimply(vector) instead.
-    // After a last vector without such zeros it calls looker.End(the text's end).  Count() is
-    // called after four vectors at most.
+    // Calls looker.Look(vector, the vector before it) for the text's vectors, but skips four
+    // vectors that are ASCII after an ASCII one.  The first vector comes after zeros.  A character
+    // that is cut short shows in the next vector, so zeros follow the text; after a last vector
+    // without such zeros looker.End(the text's end) is called.  For four vectors whose combined
+    // bits looker.IsSimple() accepts, looker.LookSimply(vector) is called instead.  looker.Count()
+    // is called after four vectors at most.
     template <typename V, typename Looker>
     static void LookThrough(const char *bytes, size_t size, Looker &looker)
     {
@@ -296,7 +302,7 @@ template <typename Vector> struct Kernel {
         looker.Count();
     }
 
-    // Adds up how often masks were set, byte by byte: for 255 masks at most before a Flush().
+    // Counts the set bytes of all masks.  Flush() must be called after 255 masks at most.
     struct Counter {
         Bytes pending = {};
         Sums sums = {};
@@ -318,14 +324,15 @@ template <typename Vector> struct Kernel {
 
     // ---- UTF-8
 
-    // A byte that is not zero where this vector, after that one, is not well-formed.
+    // Returns a vector with a byte that is not zero if `now`, after `before`, is not well-formed.
     static Bytes Faults(Bytes now, Bytes before)
     {
         const Bytes first = Vector::template Previous<1>(now, before);
         const Bytes pairs = Vector::Lookup(FAULT_TABLES.firstHigh, first >> 4) &
                             Vector::Lookup(FAULT_TABLES.firstLow, first & 0xF) &
                             Vector::Lookup(FAULT_TABLES.secondHigh, now >> 4);
-        // The top bit is set by a leading byte of three two places before, or of four three places.
+        // The top bit is set where the byte two places before leads three bytes or four, or the
+        // byte three places before leads four.
         const Bytes later = Vector::Less(Vector::template Previous<2>(now, before), 0xE0 - 0x80) |
                             Vector::Less(Vector::template Previous<3>(now, before), 0xF0 - 0x80);
         return pairs ^ (later & LATER_TAIL);
@@ -382,8 +389,9 @@ template <typename Vector> struct Kernel {
         return measure.IsRight();
     }
 
-    // The units of one vector of a valid text, as far as the bits of its bytes are kept.  A unit
-    // comes out where its last byte is; of a pair of surrogates the high one at the third byte.
+    // Writes the units of one vector of a valid text: those that end at a byte whose bit in `kept`
+    // is set.  A unit ends at the last byte of its character; of a pair of surrogates the high one
+    // ends at the third byte.
     [[gnu::always_inline]] static char *WriteUnits(Bytes now, Bytes before, Mask kept, char *to)
     {
         const Bytes second = Vector::template Previous<1>(now, before),
@@ -406,7 +414,7 @@ template <typename Vector> struct Kernel {
               back = unitsOf(Vector::WidenHigh(low), Vector::WidenHigh(middle),
                              Vector::WidenHigh(high));
         if (!IsAscii(isHigh | isLow)) {
-            // D7C0 is D800 less the 10000 that a pair's value does not hold.
+            // D7C0 is D800 less 10000 >> 10: a pair encodes its character's value less 10000.
             const auto paired = [](Units unit, Units lead, Units leadOfLow) {
                 const Units highSurrogate = 0xD7C0 + ((lead & 7) << 8) + ((unit & 0xFFF) >> 4);
                 const Units leading =
@@ -446,7 +454,7 @@ template <typename Vector> struct Kernel {
     struct Utf16Measure {
         Units faults = {};
         bool isCut = false;
-        Counter more; // counts each byte beyond a unit's first twice
+        Counter more; // counts two for each byte beyond the first that a unit is converted to
         static bool IsSimple(Units units) { return Vector::HasNone(units, 0xF800); }
         void LookSimply(Units now) { more.Add(Bytes(Vector::AtLeast(now, 0x80))); }
         void Look(Units now, Units before)
@@ -470,15 +478,15 @@ template <typename Vector> struct Kernel {
         return measure.IsRight();
     }
 
-    // The bytes of one vector of a valid text without characters of three bytes or four.
+    // Writes the bytes of one vector of a valid text without characters of three bytes or four.
     [[gnu::always_inline]] static char *WritePairs(Units now, char *to)
     {
         const Units isTwo = Vector::AtLeast(now, 0x80), both = now << 8 | now >> 6;
         return Vector::PutPairs(Vector::Choose(isTwo, (both & 0x3F1F) | 0x80C0, both), isTwo, to);
     }
 
-    // Of the bytes of surrogates, the last two of a group: a low one needs two bits of the high
-    // one.
+    // Returns the last two bytes of each surrogate's group, and `otherwise` for other units.  The
+    // bytes of a low surrogate contain two bits of the high one before it.
     static Units SurrogateBytes(Units now, Units before, Units otherwise)
     {
         const Units value = (now & 0x3FF) + 0x40,
@@ -488,14 +496,14 @@ template <typename Vector> struct Kernel {
         return Vector::Choose(IsHigh(now), ofHigh, Vector::Choose(IsLow(now), ofLow, otherwise));
     }
 
-    // The bytes of one vector of a valid text.  Each unit has some: a surrogate two of its pair's
-    // four.
+    // Writes the bytes of one vector of a valid text.  Each unit becomes a group of bytes; the
+    // group of a surrogate has two of its pair's four bytes.
     [[gnu::always_inline]] static char *WriteBytes(Units now, Units before, Mask padding, char *to)
     {
         const Units isTwo = Vector::AtLeast(now, 0x80), isLong = Vector::AtLeast(now, 0x800),
                     isSurrogate = IsSurrogate(now), isThree = isLong & ~isSurrogate;
-        // Of a group's four bytes the first is never used, the second leads three, and the others
-        // are a lead of two or a tail, and a tail or ASCII.
+        // The first of a group's four bytes is never used.  The second is the lead of three bytes,
+        // the third a lead of two or a tail, and the fourth a tail or ASCII.
         const Units both = now << 8 | (now >> 6 & 0x3F);
         const Units marks = 0x80C0 ^ (isLong & 0x0040);
         Units highs = Vector::Choose(isTwo, (both & 0x3F3F) | marks, both);
@@ -505,7 +513,7 @@ template <typename Vector> struct Kernel {
         return Vector::PutGroups(lows, highs, sizes, padding, to);
     }
 
-    // The bytes of two vectors of a valid text, after the vector before.
+    // Writes the bytes of two vectors of a valid text; `before` is the vector before them.
     [[gnu::always_inline]] static char *WriteTwo(Units first, Units second, Units before, char *to)
     {
         if (IsAscii(first | second)) {

@@ -24,7 +24,7 @@ struct Sse42 : SqueezeByTable<Sse42, Sse42Units> {
     }
     static bool IsZero(Units units) { return _mm_testz_si128(Bits(units), Bits(units)) != 0; }
 
-    // The vector that begins so many bytes before this one.
+    // Returns the vector that begins COUNT bytes before `now`; `before` is the vector before `now`.
     template <int COUNT> static Bytes Previous(Bytes now, Bytes before)
     {
         return Bytes(_mm_alignr_epi8(Bits(now), Bits(before), 16 - COUNT));
@@ -33,7 +33,7 @@ struct Sse42 : SqueezeByTable<Sse42, Sse42Units> {
     {
         return Bytes(_mm_shuffle_epi8(LoadRow(row), Bits(indexes)));
     }
-    static Bytes Less(Bytes bytes, uint8_t amount) // and at least 0
+    static Bytes Less(Bytes bytes, uint8_t amount) // 0 where the amount is larger
     {
         return Bytes(_mm_subs_epu8(Bits(bytes), _mm_set1_epi8(static_cast<char>(amount))));
     }
@@ -71,14 +71,14 @@ struct Sse42 : SqueezeByTable<Sse42, Sse42Units> {
     {
         return Units(_mm_unpackhi_epi8(Bits(bytes), _mm_setzero_si128()));
     }
-    // One unit of each in turn.
+    // The units of a and b in turn.
     static Units JoinLow(Units a, Units b) { return Units(_mm_unpacklo_epi16(Bits(a), Bits(b))); }
     static Units JoinHigh(Units a, Units b) { return Units(_mm_unpackhi_epi16(Bits(a), Bits(b))); }
 
-    // Each unit, from -128 to 127, as a byte; those of a half twice.
+    // Returns each unit, which must be from -128 to 127, as a byte; each half's bytes come twice.
     static Bytes Narrow(Units units) { return Bytes(_mm_packs_epi16(Bits(units), Bits(units))); }
 
-    // ASCII in the other form.
+    // Store ASCII in the other encoding form.
     static void StoreNarrow(char *to, Units first, Units second)
     {
         Store16(to, _mm_packus_epi16(Bits(first), Bits(second)));
@@ -90,7 +90,7 @@ struct Sse42 : SqueezeByTable<Sse42, Sse42Units> {
     }
 
     template <typename F> static void ForEach(Units units, F f) { f(Bits(units)); }
-    // In the order of the bytes that the two were widened or joined from.
+    // Calls f for 16 bytes at a time, in the order of the bytes before they were widened or joined.
     template <typename F> static void ForEachOfBoth(Units low, Units high, F f)
     {
         f(Bits(low));

@@ -60,7 +60,7 @@ struct HashTable {
     bool copyKey;
     HashTableFreeEntryFn freeEntryFn;
     HashTableBucket *buckets;
-    char apart[CACHE_LINE]; // keeps the members that lookups read off the line of numElements
+    char apart[CACHE_LINE]; // numElements is on another line than the members that lookups read
     std::atomic<uint64_t> numElements;
 };
 
@@ -387,7 +387,7 @@ extern "C" HashTable *HashTable_Alloc(uint32_t numBuckets, int flags,
                                       HashTableFreeEntryFn freeEntryFn)
 {
     if (!std::has_single_bit(numBuckets)) {
-        Panic("%s only takes powers of 2 \n", "HashTable_Alloc"); // the blank belongs to it
+        Panic("%s only takes powers of 2 \n", "HashTable_Alloc"); // the report ends with a blank
     }
     const uint32_t keyType = static_cast<uint32_t>(flags & KEY_TYPE_MASK);
     const bool copyKey = (flags & HASH_FLAG_COPYKEY) != 0 && keyType != HASH_INT_KEY;
@@ -407,7 +407,7 @@ extern "C" HashTable *HashTable_Alloc(uint32_t numBuckets, int flags,
 extern "C" HashTable *HashTable_AllocOnce(HashTable **shared, uint32_t numBuckets, int flags,
                                           HashTableFreeEntryFn freeEntryFn)
 {
-    // The caller's pointer is one of C's; the compilers' builtins make atomic accesses to such.
+    // The caller's pointer is not a std::atomic, but the compilers' builtins access it atomically.
     HashTable *winner = __atomic_load_n(shared, __ATOMIC_ACQUIRE);
     if (winner != nullptr) { return winner; }
     HashTable *fresh = HashTable_Alloc(numBuckets, flags, freeEntryFn);
@@ -496,7 +496,7 @@ extern "C" bool HashTable_ReplaceOrInsert(HashTable *table, const void *key, voi
 
     if (table->freeEntryFn == nullptr) {
         entry->clientData.store(value, std::memory_order_release);
-    } else if (table->atomic) { // each old value comes out of just one thread's exchange
+    } else if (table->atomic) { // exchange() returns each old value to one thread only
         HashTableDrop(table, entry->clientData.exchange(value, std::memory_order_acq_rel));
     } else {
         HashTableDrop(table, entry->clientData.load(std::memory_order_relaxed));

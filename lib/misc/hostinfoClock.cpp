@@ -90,7 +90,7 @@ extern "C" bool Hostinfo_RateConversion(uint64_t fromHz, uint64_t toHz,
 
     auto mult = static_cast<uint64_t>(llround(ldexp(fraction, MULT_BITS)));
     auto shift = static_cast<uint32_t>(MULT_BITS - exponent);
-    if (mult > UINT32_MAX) { // rounded up to 2^32: half of that with one bit of shift less
+    if (mult > UINT32_MAX) { // rounded up to 2^32: halves it, and shifts by one bit less
         if (shift == 0) { return false; }
         mult /= 2;
         shift--;

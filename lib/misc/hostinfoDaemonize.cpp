@@ -57,8 +57,8 @@ int LastDescriptor()
     return maximum < 0 || maximum > INT_MAX ? INT_MAX : static_cast<int>(maximum - 1);
 }
 
-// Nothing may be allocated after fork(), so instead of sorting keepFds it searches for the next
-// descriptor to keep each time.
+// Nothing may be allocated after fork(), so this does not sort a copy of keepFds, but searches the
+// list for each next descriptor to keep.
 void CloseDescriptorsBut(const int *keepFds, size_t numKeepFds)
 {
     const int64_t last = LastDescriptor();
@@ -129,8 +129,8 @@ constexpr int EXECV_CHECK = 3265;
 class ScopedDescriptor {
 public:
     ScopedDescriptor() = default;
-    // Moves a descriptor with a number from 0 to 2, which it gets where the caller has closed
-    // these: the daemon's are replaced by /dev/null.
+    // Moves a descriptor from the numbers 0 to 2, which are free if the caller has closed them: in
+    // the daemon /dev/null replaces these three.
     explicit ScopedDescriptor(int fd) : mFd(fd)
     {
         if (fd < 0 || fd >= FIRST_OWN_FD) { return; }
@@ -172,8 +172,9 @@ struct Start {
 
 // ---- In the child in between, and in the daemon
 
-// A write to a pipe without a reader, or beyond the limit on a file's size, must fail and not kill
-// the process before it can report.  Programs start with the default again.
+// Ignored, these signals make a write to a pipe without a reader, or beyond the limit on a file's
+// size, fail instead of killing the process before it can report.  The program starts with the
+// default actions.
 void SetWriteSignals(void (*action)(int))
 {
     for (const int number : {SIGPIPE, SIGXFSZ}) {

@@ -75,7 +75,7 @@ enum HostinfoFieldIndex {
 constexpr size_t DETAILED_DATA_SIZE = 10240;
 static_assert(std::size(sFields) * FIELD_SIZE <= DETAILED_DATA_SIZE, "all fields fit");
 
-char sDetailedData[DETAILED_DATA_SIZE];
+char sDetailedData[DETAILED_DATA_SIZE]; // written at each look-up, without a lock
 
 } // namespace
 

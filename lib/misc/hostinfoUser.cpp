@@ -1,5 +1,5 @@
-// hostinfoUser.cpp -- the name of this process's user.  Apart from the rest of the process, so that
-// a program without it can be linked statically: the user database is modules that are loaded.
+// hostinfoUser.cpp -- the name of this process's user.  In a source of its own, so that a program
+// that does not call it can be linked statically: the C library loads modules for user names.
 #include "hostinfoInt.h"
 
 #include <cstdlib>
@@ -8,8 +8,8 @@
 
 using namespace pelago;
 
-// Calls the C library itself: Posix_GetpwuidR() would end the process for a user whose full name is
-// not valid text, which does not matter here.
+// Calls the C library directly: Posix_GetpwuidR() would end the process for a user whose full name
+// is not valid text, and the full name is not used here.
 extern "C" char *Hostinfo_GetUser()
 {
     constexpr size_t ENTRY_SIZE = 1024;

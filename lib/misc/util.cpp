@@ -1,4 +1,4 @@
-// util.cpp -- allocation that cannot fail, and comparison in constant time.
+// util.cpp -- allocators that end the process when they fail, and comparison in constant time.
 #include "util.h"
 
 #include "diagnostics.h"
@@ -10,8 +10,8 @@
 
 namespace {
 
-// The two forms of every allocator differ in how they report a failure: the plain form without a
-// site, the At form with a bug number, a path and a line.  `site` below is one of the two.
+// Every allocator has two forms, which differ in the report of a failure: the plain form reports no
+// site, the At form a bug number, a path and a line.  `site` below is empty or has these three.
 [[noreturn]] void UtilFail() { Util_AllocFailure(); }
 [[noreturn]] void UtilFail(int bugNumber, const char *path, int line)
 {
@@ -68,7 +68,7 @@ template <typename Vector> Vector UtilLoad(const uint8_t *bytes)
     return vector;
 }
 
-// The sum of 16 bytes: pairs of bytes, then all pairs at once by a multiplication.
+// Returns the sum of 16 bytes: adds pairs of bytes, then all pairs by one multiplication.
 size_t UtilSum(Lanes lanes)
 {
     constexpr uint64_t EVEN = 0x00ff00ff00ff00ff, ONES = 0x0001000100010001;
@@ -145,7 +145,8 @@ void Util_Free(void *block) { free(block); }
 
 bool Util_CountMemDiff(const void *a, const void *b, size_t size, size_t *count)
 {
-    constexpr size_t STEP = 4 * LANES, MOST_STEPS = UINT8_MAX / 4; // that a lane of 8 bits counts
+    // MOST_STEPS: a step adds up to 4 to each lane of 8 bits.
+    constexpr size_t STEP = 4 * LANES, MOST_STEPS = UINT8_MAX / 4;
     const auto *left = static_cast<const uint8_t *>(a), *right = static_cast<const uint8_t *>(b);
     // A comparison gives -1 in the lanes where it holds.
     const auto equalAt = [left, right](size_t at) {
@@ -197,7 +198,7 @@ bool Util_CountStrDiff(const char *a, const char *b, size_t *count)
     size_t different = 0;
     for (bool more = true; more; a++) {
         different += *a != *b;
-        // Moves on unless it is at the NUL; a branch would show by its time where the NUL is.
+        // Advances b unless it is at its NUL; a branch would reveal by its time where the NUL is.
         b += (static_cast<uint8_t>(*b) + 0xffu) >> 8;
         more = *a != '\0';
     }

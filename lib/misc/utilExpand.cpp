@@ -49,7 +49,7 @@ void UtilCopyName(const UtilChunk &chunk, char *name)
     name[chunk.size - 1] = '\0';
 }
 
-// Closes the user database at the end of the block.  Copy text of the C library's record first.
+// Closes the user database at the end of the block.  The text of a record must be copied before.
 struct UtilUserDatabase {
     ~UtilUserDatabase() { Posix_Endpwent(); }
 };
@@ -71,7 +71,7 @@ const char *UtilUsersHome(const char *user)
     return nullptr;
 }
 
-// Returns the same for the user of this process.
+// Returns the home of this process's user, or nullptr after a Log that says why there is none.
 const char *UtilOwnHome()
 {
     // The user who starts a set-user-ID program must not choose where its files are.
@@ -98,7 +98,7 @@ bool UtilExpandTilde(UtilChunk *chunk, char *user)
 
 // ---- Variables
 
-// Returns whether the name equals the one in capitals but for the case of ASCII letters.  Not
+// Returns whether the name equals `capitals`, ignoring the case of its ASCII letters.  Not
 // strcasecmp(): in a Turkish locale "i" is not the small letter of "I".
 bool UtilIsNamed(const char *name, const char *capitals)
 {

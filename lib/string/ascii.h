@@ -1,4 +1,4 @@
-// ascii.h -- what is known of ASCII, whatever the locale is.
+// ascii.h -- tests and conversions of ASCII characters, independent of the locale.
 #ifndef PELAGO_STRING_ASCII_H
 #define PELAGO_STRING_ASCII_H
 
@@ -10,7 +10,7 @@ constexpr bool AsciiIsUpper(char byte) { return byte >= 'A' && byte <= 'Z'; }
 constexpr bool AsciiIsLower(char byte) { return byte >= 'a' && byte <= 'z'; }
 constexpr bool AsciiIsDigit(char byte) { return byte >= '0' && byte <= '9'; }
 
-// A byte that is no letter of the other case is returned unchanged.
+// Return a letter in the named case, and any byte that is no ASCII letter unchanged.
 constexpr char AsciiToLower(char byte)
 {
     return AsciiIsUpper(byte) ? static_cast<char>(byte - 'A' + 'a') : byte;

@@ -78,7 +78,7 @@ bool PrintString(int64_t index, FormatCall *call)
     if (const int64_t index = FormatPositionOfString(text)) {
         return PrintString(index, call) ? text + FORMAT_POSITION_OF_STRING_LENGTH : nullptr;
     }
-    // A flag, a width, or hexadecimal.
+    // Begins with a flag or a width, or is hexadecimal: may be a short directive.
     if ((*text <= '9' && *text != '.') || *text == 'x' || *text == 'X') {
         const FormatShortDirective brief = FormatReadShort(text);
         if (brief.IsInteger() && FormatShortInteger(brief, call)) { return brief.letter + 1; }
@@ -89,7 +89,8 @@ bool PrintString(int64_t index, FormatCall *call)
     return Convert(directive, call) ? text : nullptr;
 }
 
-// Prints text up to the next "%", also where there is no room for it.
+// Prints text up to the next "%".  Where there is no room, enlarges the block or drops text.
+// Returns the place after the text, or nullptr when the whole call must fail.
 [[gnu::noinline]] const char *PrintRest(const char *text, FormatOutput *output)
 {
     const char *end = text;
@@ -111,8 +112,8 @@ inline const char *PrintText(const char *text, FormatCursor *cursor)
     return text + length;
 }
 
-// Prints "%d" or "%u", also with a size, if there is room for any integer.  Returns the place after
-// it, or nullptr, with nothing done, for any other directive.
+// Prints "%d" or "%u", also with the size "l" or "z".  Returns the place after the directive.  Does
+// nothing and returns nullptr for any other directive, and when an integer might not fit.
 inline const char *PrintDecimal(const char *text, FormatArguments *arguments, FormatCursor *cursor)
 {
     const char *letter = text;

@@ -12,8 +12,8 @@ namespace pelago {
 constexpr char FORMAT_ENDLESS_GROUP = 127;
 constexpr char FORMAT_NO_GROUPING[] = {FORMAT_ENDLESS_GROUP, '\0'};
 
-// Asks the current locale only when a number needs it; for the point by nl_langinfo(), which is
-// faster than localeconv().
+// Looks up the current locale's conventions only when a number needs them.  Reads the point with
+// nl_langinfo(), which is faster than localeconv().
 class FormatConventions {
 public:
     FormatConventions() = default; // the current locale's
@@ -35,7 +35,7 @@ public:
         }
         return mGrouping;
     }
-    // Only after Grouping().
+    // Must be called after Grouping(), which looks the separator up.
     char Separator() const { return mSeparator; }
 
 private:

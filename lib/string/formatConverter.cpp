@@ -9,8 +9,8 @@ namespace pelago {
 
 namespace {
 
-// The C library has one place for the digits that it returns.  (A std::mutex can throw, and would
-// bring half of the C++ library into every program for it.)
+// ecvt() and fcvt() return their digits in one buffer, which all threads share.  (A std::mutex can
+// throw, and would add half of the C++ library to every program.)
 pthread_mutex_t sConverterLock = PTHREAD_MUTEX_INITIALIZER;
 
 } // namespace

@@ -4,9 +4,9 @@
 
 namespace pelago {
 
-// A double in decimal: text's digits up to end, the decimal point before the one at the index
-// point, which may lie outside of them.  text is a block, which the caller frees; NULL when there
-// was no memory.
+// A double in decimal.  The digits reach from text to end.  The decimal point is before the digit
+// with the index `point`, which may lie outside of the digits.  text is a block, which the caller
+// frees; NULL when there was no memory.
 struct FormatDecimal {
     char *text = nullptr;
     const char *end = nullptr;
@@ -19,8 +19,8 @@ enum FormatMode : int {
     FORMAT_FRACTION = 3,    // digits after the point
 };
 
-// The digits of a value, without the zeros at their end but for the first digit; a value that is
-// not finite is spelt out.  Correctly rounded, and to any number of digits.
+// Returns the digits of a value, correctly rounded to any number of digits.  Zeros at the end are
+// left out, except for a first digit.  A value that is not finite is spelt out.
 FormatDecimal bsd_cvt(FormatMode mode, int digits, double value);
 
 } // namespace pelago

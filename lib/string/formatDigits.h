@@ -22,9 +22,10 @@ constexpr uint64_t FORMAT_EIGHT_ZEROES = 0x3030303030303030;
 inline uint64_t FormatEightDecimal(uint64_t value)
 {
     const uint64_t halves = value / 10000 | value % 10000 << 32;
-    const uint64_t hundreds = (halves * 10486 >> 20) & 0x0000007F0000007F; // by 100, below 10000
+    // x * 10486 >> 20 is x / 100 for each x below 10000; x * 103 >> 10 is x / 10 below 100.
+    const uint64_t hundreds = (halves * 10486 >> 20) & 0x0000007F0000007F;
     const uint64_t quarters = hundreds | (halves - 100 * hundreds) << 16;
-    const uint64_t tens = (quarters * 103 >> 10) & 0x000F000F000F000F; // by 10, below 100
+    const uint64_t tens = (quarters * 103 >> 10) & 0x000F000F000F000F;
     return tens | (quarters - 10 * tens) << 8;
 }
 
@@ -88,7 +89,7 @@ constexpr auto FORMAT_POWERS_OF_TEN = [] {
 
 inline size_t FormatDecimalLength(uint64_t value)
 {
-    // 1233 / 4096 is the logarithm of 2.
+    // 1233 / 4096 is nearly the decimal logarithm of 2.
     const size_t least = static_cast<size_t>(std::bit_width(value | 1)) * 1233 >> 12;
     return least + (value >= FORMAT_POWERS_OF_TEN[least] || least == 0);
 }

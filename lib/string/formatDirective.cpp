@@ -31,7 +31,7 @@ int64_t ReadNumber(const char **text)
     return number;
 }
 
-// Reads "n$" after a star, and returns n.  Anything else stays unread, for 0.
+// Reads "n$" after a star, and returns n.  Returns 0 for anything else, which stays unread.
 int64_t ReadPosition(const char **text)
 {
     const char *end = *text;
@@ -53,14 +53,14 @@ const char *ReadWidth(const char *text, FormatDirective *directive)
     return text + 1;
 }
 
-// "h" and "l" come once or twice: each pair is the other size.
+// Adds a letter "h" or "l": the first one sets `once`, and the second replaces it by `twice`.
 void SetSize(unsigned once, unsigned twice, unsigned *flags)
 {
     *flags ^= once;
     if (!(*flags & once)) { *flags |= twice; }
 }
 
-// Reads what follows "I": "64" is long long, "32" is int, and anything else size_t.
+// Reads the size after "I": "64" is long long, "32" is int, and without a number it is size_t.
 const char *ReadSizeInBits(const char *text, unsigned *flags)
 {
     if (text[0] == '3' && text[1] == '2') { return text + 2; }

@@ -51,12 +51,12 @@ inline bool FormatIsAtStar(const FormatDirective &directive)
            directive.conversion == FORMAT_PRECISION_STAR;
 }
 
-// Reads on in a directive, whose parts come in any order, up to the first that takes an argument: a
-// star or the conversion's letter.  Returns the place after that.
+// Continues to read a directive, whose parts come in any order, up to the next part that takes an
+// argument: a star or the conversion's letter.  Returns the place after that part.
 const char *FormatRead(const char *text, FormatDirective *directive);
 
-// Returns the position in "1$s" to "9$s", which most directives with a position are, read from the
-// place after the "%"; 0 for any other.
+// Returns the position if the text after a "%" begins with "1$s" to "9$s", the most frequent
+// directives with a position; 0 for any other text.
 inline int64_t FormatPositionOfString(const char *text)
 {
     const bool isOne = text[0] >= '1' && text[0] <= '9' && text[1] == '$' && text[2] == 's';
@@ -64,7 +64,7 @@ inline int64_t FormatPositionOfString(const char *text)
 }
 constexpr size_t FORMAT_POSITION_OF_STRING_LENGTH = 3;
 
-// The argument of the star where the reader stopped.
+// Stores the argument of the star at which the reader stopped.
 void FormatSetStar(int value, FormatDirective *directive);
 
 } // namespace pelago

@@ -147,7 +147,8 @@ bool FormatFloating(const FormatDirective &directive, FormatCall *call)
     if (letter == 'e') { digits = precision + 1; }
     if (letter == 'g' && precision == 0) { digits = precision = 1; }
     if (letter == 'f' && precision == 0) {
-        // Halves away from zero.  The digit after the point is a zero, and goes with the others.
+        // Rounds halves away from zero.  The one digit after the point is then a zero, which
+        // bsd_cvt() leaves out.
         value = round(value);
         digits = 1;
     }

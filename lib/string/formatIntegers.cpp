@@ -102,7 +102,7 @@ bool PrintGrouped(const FormatDirective &directive, const Integer &integer, Form
                        body, /* zeroesAllowed */ directive.precision < 0);
 }
 
-// Writes an integer, padded to its width, where there is room for it.  Returns where it ends.
+// Writes an integer, padded to its width, at a place that must have room for it.  Returns the end.
 char *WriteShort(const FormatShortDirective &directive, bool isNegative, uint64_t magnitude,
                  char *at)
 {

@@ -14,7 +14,7 @@ struct Block {
     uint64_t words[2];
 };
 
-// Copies text of one to two words' length by its first and its last word, which may overlap.
+// Copies text as long as one word to two words: its first and its last word, which may overlap.
 template <typename Word> char *CopyTwo(char *to, const char *from, size_t length)
 {
     Word first, last;

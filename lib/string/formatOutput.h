@@ -39,8 +39,8 @@ struct FormatCursor {
 // A buffer of the caller's, or a block of the heap that grows.
 class FormatOutput {
 public:
-    // The caller's buffer.  Its room is counted in 32 bits on purpose: a size of 0, like any whose
-    // last place lies 2 to 4 GiB away, sets no limit but that of all output.
+    // The caller's buffer.  Its room is counted in 32 bits on purpose: a size of 0, like one from
+    // 2 to 4 GiB, only limits the output to INT_MAX bytes, as all output is.
     FormatOutput(char *buffer, size_t size)
         : mStart(buffer), mCursor{buffer, End(static_cast<uint32_t>(size - 1))}
     {}
@@ -58,11 +58,12 @@ public:
     // Returns the length of the whole output so far, including the part that was dropped.
     size_t Length() const { return static_cast<size_t>(mCursor.at - mStart) + mDropped; }
 
-    // Makes room for length more bytes in a block of the engine's own.  False when memory runs out,
-    // or when the output would be longer than INT_MAX.
+    // Makes room for length more bytes if the output is a block.  Returns false when memory runs
+    // out, or when the output would be longer than INT_MAX.
     bool Begin(size_t length) { return length <= mCursor.Room() || MakeRoom(length); }
     FormatCursor Cursor() const { return mCursor; }
-    // Takes the cursor back after length bytes were written to it, as far as there was room.
+    // Ends the writing of length bytes through a copy of the cursor, which dropped the bytes that
+    // had no room.
     void Finish(const FormatCursor &cursor, size_t length)
     {
         mDropped += length - static_cast<size_t>(cursor.at - mCursor.at);
@@ -83,7 +84,7 @@ public:
 
 private:
     bool MakeRoom(size_t length);
-    // Returns the end of that much room, but of no more than an output may be long.
+    // Returns the end of that much room, or of INT_MAX bytes if that is less.
     char *End(size_t room) const { return mStart + std::min<size_t>(room, INT_MAX); }
 
     char *mStart;

@@ -14,7 +14,7 @@ namespace pelago {
 namespace {
 
 constexpr char MODULE_PATH[] = "lib/string/bsd_vsnprintf"; // the engine's, in reports
-constexpr int WCSCONV_LINE = 414; // the check of the UTF converter's answer
+constexpr int WCSCONV_LINE = 414; // the number of the check of the converter's result
 
 static_assert(sizeof(wchar_t) == sizeof(uint32_t));
 

@@ -16,7 +16,7 @@ namespace {
 constexpr char MODULE_PATH[] = "lib/string/str";
 constexpr char TOO_SMALL_REPORT[] = "%s:%d Buffer too small\n";
 
-// The checks that end the process.
+// The numbers of the checks that end the process.
 constexpr int SPRINTF_C_LOCALE_LINE = 177;
 constexpr int SPRINTF_LINE = 214;
 constexpr int STRCPY_LINE = 284;

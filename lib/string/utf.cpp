@@ -22,7 +22,7 @@ bool UtfIsLow(uint32_t value) { return value >= LOW_FIRST && value <= LOW_LAST; 
 size_t Utf8Length(uint8_t lead)
 {
     if (lead < 0x80) { return 1; }
-    if (lead < 0xC2) { return 0; } // a continuation, or the start of what is longer than needed
+    if (lead < 0xC2) { return 0; } // a continuation, or the start of an overlong sequence
     if (lead < 0xE0) { return 2; }
     if (lead < 0xF0) { return 3; }
     return lead <= 0xF4 ? 4 : 0;

@@ -1,20 +1,20 @@
 // utf.h -- conversion between UTF-8, UTF-16 and UTF-32 in the machine's byte order.
 //
-// All converters have one shape.  *source and *target are moved on, a whole character at a time, up
-// to sourceEnd and targetEnd, and are left at the first unit that was not converted or written;
-// nothing of a character is written unless all of it fits.  NUL is a character like any other, and
-// nothing is terminated.  Source and target may not overlap.  Everything here is reentrant.
+// All converters work alike.  *source and *target advance a whole character at a time, up to
+// sourceEnd and targetEnd, and end at the first unit that was not converted or written.  A
+// character is written only if all of it fits.  NUL is a character like any other, and no
+// terminator is written.  Source and target may not overlap.  All functions are reentrant.
 //
-// An illegal value stops the conversion in strict mode.  What lenient mode makes of it:
+// An illegal value stops the conversion in strict mode.  Lenient mode converts it to:
 //
-//                   a surrogate on its own              a value above U+10FFFF
+//                   a lone surrogate                    a value above U+10FFFF
 //   Utf32ToUtf16    U+FFFD                              U+FFFD
 //   Utf32ToUtf8     encoded in three bytes              U+FFFD, in strict mode too, and the result
 //                                                       is Illegal once the source is converted
 //   Utf16ToUtf32    copied                              -
 //   Utf16ToUtf8     encoded in three bytes              -
 //
-// Two lone surrogates that were copied to UTF-16 could form a pair there; hence U+FFFD.
+// Utf32ToUtf16 does not copy lone surrogates, since two of them could form a pair in UTF-16.
 //
 // In UTF-8 both are sequences that Utf8SequenceIsLegal refuses.  Such a sequence stops the
 // conversion in either mode, since nobody can know where a damaged sequence ends.

@@ -82,8 +82,8 @@ public:
         return slot.textAt == 0 ? ENCODING_NO_ROW : slot.row;
     }
 
-    // Returns where this index keeps its copy of a text, which must be in it; Text() returns the
-    // copy.
+    // Returns the place of this index's copy of the text, which the index must contain.  Text()
+    // returns the copy at a place.
     constexpr uint16_t TextAt(const char *text) const { return mSlots[FindSlot(text)].textAt; }
     const char *Text(uint16_t textAt) const { return &mTexts[textAt]; }
 
@@ -154,7 +154,7 @@ constexpr auto CODE_PAGES = [] {
     return pages;
 }();
 
-constexpr auto ANSWERS = [] { // by row
+constexpr auto ANSWERS = [] { // by row: the encoding that a look-up returns
     std::array<StringEncoding, ENCODING_NUM_ROWS> answers{};
     std::ranges::transform(ENCODING_ROWS, answers.begin(), [](const EncodingRow &row) {
         return row.isSupported ? row.encoding : STRING_ENCODING_UNKNOWN;

@@ -1,4 +1,4 @@
-// encodingIndex.h -- looks up encodings.  A row is its index in the table.
+// encodingIndex.h -- looks up encodings.  A row is an index into ENCODING_ROWS.
 #ifndef PELAGO_UNICODE_ENCODINGINDEX_H
 #define PELAGO_UNICODE_ENCODINGINDEX_H
 

@@ -1,8 +1,8 @@
 // encodingRows.h -- the table of encodings and their names.
 //
 // A row contains a character set's name and aliases in the order of IANA's registry, then the names
-// and aliases of ICU's converters for it.  A name that several rows share belongs to the first of
-// them; the rows are ordered so that it is the right one.
+// and aliases of ICU's converters for it.  A look-up of a name that several rows share finds the
+// first of them, so the rows are ordered by this.
 #ifndef PELAGO_UNICODE_ENCODINGROWS_H
 #define PELAGO_UNICODE_ENCODINGROWS_H
 
@@ -19,7 +19,7 @@ struct EncodingRow {
     int32_t codePage; // Windows' number; -1: none
     StringEncoding encoding;
     bool isSupported;                           // whether a look-up by name returns the encoding
-    int32_t preferredIndex;                     // in names, of the one for ICU
+    int32_t preferredIndex;                     // the index in names of ICU's name
     const char *names[ENCODING_MOST_NAMES + 1]; // terminated by nullptr
 };
 

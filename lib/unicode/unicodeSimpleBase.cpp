@@ -22,7 +22,7 @@ namespace {
 
 constexpr char MODULE_PATH[] = "lib/unicode/unicodeSimpleBase";
 
-// The checks that end the process.
+// The numbers of the checks that end the process.
 constexpr int COPY_UTF16_LINE = 554;
 constexpr int GET_UTF16_LINE = 741;
 constexpr int ESCAPED_ASCII_LINE = 815;
@@ -66,8 +66,8 @@ size_t UnicodeLength(const void *buffer, ssize_t length, StringEncoding encoding
     return length < 0 ? UnicodeTerminatedLength(buffer, encoding) : static_cast<size_t>(length);
 }
 
-// Returns the number of the list's entries: count or, if that is negative, those up to and with the
-// null at its end.
+// Returns the number of the list's entries: count or, if that is negative, the number of entries up
+// to the null at the list's end, the null included.
 template <typename Item> size_t UnicodeListLength(Item *const *list, ssize_t count)
 {
     if (count >= 0) { return static_cast<size_t>(count); }
@@ -118,7 +118,7 @@ uint32_t UnicodeReadDigits(const char *digits, int count)
 }
 
 // Writes the character as UTF-16, or U+FFFD for a value above U+10FFFF.  Returns the place after
-// it.
+// the written units.
 uint16_t *UnicodeWriteUtf16(uint16_t *out, uint32_t value)
 {
     if (value > 0x10FFFF) { value = 0xFFFD; }
@@ -353,7 +353,7 @@ bool Unicode_CopyBytes(void *destination, const char *string, size_t capacity, s
         }
         const ScopedFree<char> utf16(block);
         size_t kept = std::min(converted, (capacity - 2) & ~size_t{1});
-        // The upper byte shows the first half of a surrogate pair, whose second half was cut.
+        // A high surrogate at the end is dropped, since its low surrogate was cut off.
         if (kept > 0 && (block[kept - 1] & 0xFC) == 0xD8) { kept -= 2; }
         return UnicodeCopyOut(out, block, converted, kept, 2, lengthOut);
     }
@@ -414,8 +414,8 @@ size_t Unicode_BytesRequired(const char *string, StringEncoding encoding)
     case STRING_ENCODING_WINDOWS_1252: width = 1; break;
     default: break;
     }
-    // Counts a non-ASCII byte and the one after it as a character.  The rest of a longer character
-    // counts again, so that the result is never too small.
+    // Counts a non-ASCII byte and the byte after it as one character.  The other bytes of a longer
+    // character are counted again, so the result may be too large but never too small.
     size_t characters = 0;
     while (*string != '\0') {
         characters++;

@@ -24,7 +24,7 @@ constexpr int UNICODE_UNKNOWN_ENCODING = 2588;
 constexpr uint32_t UNICODE_NAME_BUCKETS = 128;
 constexpr int UNICODE_NAME_CACHE_FLAGS = HASH_ISTRING_KEY | HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY;
 
-HashTable *sNameCache; // from a name to its encoding, UNKNOWN if the library does not convert that
+HashTable *sNameCache; // name -> encoding, which is UNKNOWN if the library does not convert it
 
 // STRING_ENCODING_UNKNOWN before the first look-up.  Threads may look it up at the same time, since
 // they find the same.

@@ -1,4 +1,4 @@
-// cfError.cpp -- the code of a call's failure.
+// cfError.cpp -- errors: objects that contain the code of a call's failure.
 #include "cfTypes.h"
 
 using namespace pelago::platform;

@@ -11,7 +11,7 @@ namespace {
 // Returns 0, or the code of the error.  May throw.
 CFIndex ReadList(const OwnedFd &fd, CFIndex size, CFTypeRef *list, bool *isBinary)
 {
-    // One byte above the limit, by which a list that is too large is noticed.
+    // Reads one byte above the limit, so that a list that is too large is refused.
     constexpr size_t LIMIT = PROPERTY_LIST_MAX_BYTES + 1;
     std::string bytes;
     const size_t wanted = size == 0 ? LIMIT : std::min(LIMIT, static_cast<size_t>(size));

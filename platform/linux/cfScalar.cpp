@@ -79,7 +79,8 @@ constexpr CFClass UID_CLASS = {CF_TYPE_UID, CFDestroy<CFUid>, UidEqual};
 constinit const __CFBoolean sTrue(BOOLEAN_CLASS, true);
 constinit const __CFBoolean sFalse(BOOLEAN_CLASS, false);
 
-// Stores the nearest signed integer; returns whether it equals the number.
+// Stores the number without its fraction, limited to the range of a signed integer; 0 for NaN.
+// Returns whether the result equals the number.
 bool GetSigned(const __CFNumber &number, int64_t *value)
 {
     if (number.mKind == __CFNumber::Kind::Signed) {

@@ -126,7 +126,7 @@ extern "C" CFIndex CFStringGetLength(CFStringRef string)
 
 extern "C" CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding)
 {
-    constexpr CFIndex BYTES_PER_UNIT = 3; // a pair of units needs four bytes, so less
+    constexpr CFIndex BYTES_PER_UNIT = 3; // the most; a surrogate pair needs four bytes, so less
     if (encoding != kCFStringEncodingUTF8 || length < 0 || length > LONG_MAX / BYTES_PER_UNIT) {
         return kCFNotFound;
     }

@@ -1,4 +1,4 @@
-// cfUrl.cpp -- URLs of files, each with the file's path.
+// cfUrl.cpp -- URLs of files, stored as the files' paths.
 #include "cfTypes.h"
 
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// propertyList.cpp -- a dictionary that is read from a file and written back.  Both forms are read
-// into the same objects.
+// propertyList.cpp -- a dictionary that is read from a file and written back.  The XML form and the
+// binary form are read into objects of the same classes.
 #include "propertyList.h"
 
 #include "cfTypes.h"
@@ -22,8 +22,8 @@ Fault ReadContent(std::string_view bytes, PropertyListContent *content)
                                : PropertyListReadXml(bytes, content);
 }
 
-// Copies a value, all of whose parts its owner may change.  Refuses types that no property list can
-// hold, and too deep a nesting, which includes an array that contains itself.
+// Copies a value with all its parts, since the owner may change any of them later.  Refuses types
+// that no property list can hold, and too deep a nesting, which an array that contains itself has.
 class Copier {
 public:
     Fault Copy(CFTypeRef object, Object *copy)

@@ -1,9 +1,9 @@
 /*
- * propertyList.h -- property lists in memory: those with a dictionary at the root to change, and
- * any to read.
+ * propertyList.h -- property lists in memory.  Those with a dictionary at the root can be changed;
+ * those with any other root can only be read.
  *
- * Values that nobody sets keep their type, their content and their place when the list is written.
- * A file that holds anything that could not be kept is refused, and so is never overwritten.
+ * Values that are not set keep their type, their content and their place when the list is written.
+ * A file with a value that could not be kept is refused, and so is never overwritten.
  * Sizes are in bytes.  Every function here may throw std::bad_alloc; the list stays releasable.
  */
 #ifndef PELAGO_LINUX_PROPERTYLIST_H
@@ -68,7 +68,7 @@ private:
 };
 
 // Reads a property list with any kind of root.  Stores a new object, which the caller releases, and
-// the format; nothing after a fault.
+// whether the format is binary.  After a fault neither is stored.
 PropertyListFault PropertyListCopyObject(std::string_view bytes, CFTypeRef *object, bool *isBinary);
 
 } // namespace pelago::platform

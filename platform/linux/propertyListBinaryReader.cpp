@@ -1,6 +1,6 @@
 // propertyListBinaryReader.cpp -- reads the binary form: a table of objects that refer to each
-// other.  An object with many references is read once and shared.  It is counted at each reference,
-// which bounds the time to visit all values.
+// other.  An object with many references is read once and shared.  Its values are counted at each
+// reference, which limits the time to visit all values of the list.
 #include "propertyListForms.h"
 
 #include "cfTypes.h"
@@ -127,8 +127,8 @@ private:
         __CFArray *array; // nullptr: it is a dictionary
         __CFDictionary *dictionary;
         std::string_view references;
-        size_t next;     // of its references: a dictionary's keys and values in turn
-        CFStringRef key; // the one that waits for its value
+        size_t next;     // index of the next reference; a dictionary's keys and values in turn
+        CFStringRef key; // the key whose value comes next; nullptr: a key comes next
     };
 
     bool Refuse(Fault fault)

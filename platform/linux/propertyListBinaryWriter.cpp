@@ -1,5 +1,5 @@
 // propertyListBinaryWriter.cpp -- writes the binary form: a table of objects that refer to each
-// other. An object that is in several places is written once.
+// other.  An object with several references is written once.
 #include "propertyListForms.h"
 
 #include "cfTypes.h"
@@ -13,7 +13,7 @@ namespace pelago::platform {
 
 namespace {
 
-// The fewest of 1, 2, 4 and 8 bytes that the value fits into, as a power of two.
+// Returns the power of two of the fewest bytes that the value fits into: 0 to 3 for 1, 2, 4 and 8.
 unsigned WidthPower(uint64_t value)
 {
     if (value <= UINT8_MAX) { return 0; }

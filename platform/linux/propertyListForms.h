@@ -1,10 +1,10 @@
 /*
  * propertyListForms.h -- the two forms of a property list: text, which is XML, and binary.
  *
- * A reader checks a file while it makes objects of it, and returns a fault when it cannot.  Of the
- * objects only the root may be changed.  The file must have PROPERTY_LIST_MAX_BYTES bytes at most.
- * A writer's objects must be of property list types, and nested little deeper than
- * PROPERTY_LIST_MAX_DEPTH.  All of these may throw std::bad_alloc.
+ * A reader checks a file while it makes objects of it, and returns a fault for a file that it
+ * refuses.  Only the root object may be changed.  The file must have PROPERTY_LIST_MAX_BYTES bytes
+ * at most.  A writer's objects must be of property list types, and nested at most one level deeper
+ * than PROPERTY_LIST_MAX_DEPTH.  All functions here may throw std::bad_alloc.
  */
 #ifndef PELAGO_LINUX_PROPERTYLISTFORMS_H
 #define PELAGO_LINUX_PROPERTYLISTFORMS_H
@@ -36,7 +36,8 @@ constexpr std::chrono::sys_days PROPERTY_LIST_EPOCH{std::chrono::year{2001} / 1 
 
 struct PropertyListContent {
     CFOwned<CFTypeRef> root;
-    // Whether a dictionary of a binary file has a key twice.  Its last value was taken.
+    // Whether a dictionary of a binary file has a key twice.  The last value was taken, as always
+    // in XML.
     bool hasKeyTwice = false;
 };
 

@@ -1,6 +1,6 @@
-// propertyListXmlReader.cpp -- reads the XML form.  expat parses XML; this checks the elements of a
-// property list.  Attributes of <plist> are ignored.  Attributes of other elements, a DTD inside
-// the file, entities, and processing instructions are refused.
+// propertyListXmlReader.cpp -- reads the XML form.  expat parses XML; this source checks the
+// elements of a property list.  Attributes of <plist> are ignored.  Attributes of other elements, a
+// DTD inside the file, entities that XML does not define, and processing instructions are refused.
 #include "propertyListForms.h"
 
 #include "cfTypes.h"
@@ -33,7 +33,8 @@ bool TakePrefix(std::string_view *text, std::string_view prefix)
     return true;
 }
 
-// Changes case by itself: platform/ includes nothing of lib/, and tolower() goes by the locale.
+// Does not use lib/'s functions, since platform/ includes nothing of lib/, nor tolower(), which
+// depends on the locale.
 bool EqualsIgnoringCase(std::string_view text, std::string_view lowerCase)
 {
     return std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(),
@@ -45,7 +46,8 @@ bool EqualsIgnoringCase(std::string_view text, std::string_view lowerCase)
 
 // ---- Values from the texts of elements; nullptr for a text that is no such value.
 
-// Reads a text that is a number and nothing else, whatever the locale.
+// Stores the number.  Returns false unless the text is a number and nothing else.  Does not depend
+// on the locale.
 template <typename Number, typename... Base>
 bool IsNumber(std::string_view text, Number *value, Base... base)
 {
@@ -107,7 +109,7 @@ Object Date(std::string_view text)
     return Object(new __CFDate(static_cast<double>((at - PROPERTY_LIST_EPOCH).count())));
 }
 
-// Base64, with blanks anywhere.
+// Reads Base64, which may have blanks anywhere.
 Object Data(std::string_view text)
 {
     constexpr std::string_view DIGITS =
@@ -154,9 +156,9 @@ public:
             XML_ParserCreate("UTF-8"), XML_ParserFree);
         if (!parser) { return Fault::NoMemory; }
         mParser = parser.get();
-        // The salt of expat's hash tables is an address, which a file's author does not know. expat
-        // would ask the C library for random bytes, which ends the process where the kernel has
-        // none.
+        // The salt of expat's hash tables is an address, which a file's author does not know.
+        // Without it expat would call the C library for random bytes, which ends the process when
+        // the kernel supplies none.
         XML_SetHashSalt(mParser, reinterpret_cast<uintptr_t>(mParser));
         SetHandlers();
         // The length fits: a file has PROPERTY_LIST_MAX_BYTES at most.
@@ -223,7 +225,7 @@ private:
             mParser, [](void *self, const char *, const char *, const char *, int hasSubset) {
                 if (hasSubset) { Handle(self, Refused); }
             });
-        // An entity that an external DTD might declare; expat itself refuses all others.
+        // Refuses an entity that an external DTD might declare; expat itself refuses unknown ones.
         XML_SetSkippedEntityHandler(mParser,
                                     [](void *self, const char *, int) { Handle(self, Refused); });
         XML_SetProcessingInstructionHandler(
@@ -332,7 +334,7 @@ PropertyListFault PropertyListReadXml(std::string_view text, PropertyListContent
 {
     constexpr std::string_view UTF8_MARK = "\xEF\xBB\xBF";
     TakePrefix(&text, UTF8_MARK);
-    // Files do begin with blanks, which XML does not allow before its declaration.
+    // Some files begin with blanks, which XML does not allow before its declaration.
     text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
     return XmlReader().Read(text, &content->root);
 }

@@ -1,5 +1,5 @@
-// propertyListXmlWriter.cpp -- writes the XML form as the SDK does, but for very deep lists: their
-// indentation would make them grow with the square of their depth.
+// propertyListXmlWriter.cpp -- writes the XML form as the SDK does, but with limited indentation: a
+// list with full indentation grows with the square of its depth.
 #include "propertyListForms.h"
 
 #include "cfTypes.h"
@@ -57,7 +57,7 @@ private:
         return true;
     }
 
-    // A carriage return needs its reference: readers make a bare one a newline.
+    // A carriage return is written as a reference, since readers turn a bare one into a newline.
     bool WriteText(const char *name, std::string_view text)
     {
         std::string escaped;
@@ -100,7 +100,7 @@ private:
         return WriteLine("</array>");
     }
 
-    // The XML form has no type for these; this is the dictionary that the SDK makes of them.
+    // The XML form has no type for UIDs; the SDK writes this dictionary for one.
     bool WriteUid(uint64_t value)
     {
         WriteLine("<dict>");
@@ -130,11 +130,11 @@ private:
         return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
     }
 
-    // Whole seconds, downwards: the XML form has no smaller ones.
+    // Writes whole seconds, rounded down, since the XML form has no fractions of them.
     bool WriteDate(double at)
     {
         using namespace std::chrono;
-        constexpr double MAX_SECONDS = 3e11; // some 9,500 years: what is left fits every type here
+        constexpr double MAX_SECONDS = 3e11; // about 9,500 years; less fits every type used here
         if (!(std::fabs(at) < MAX_SECONDS)) { return false; }
         const sys_seconds time =
             PROPERTY_LIST_EPOCH + seconds{static_cast<int64_t>(std::floor(at))};
