@@ -25,6 +25,6 @@ def installed_link(found):
 
 
 # A target with a colon is an address; one with a number sign at its start is a place in the page itself.
-page = re.sub(r"\[([^][]*)\]\(([^)#:\s][^):\s]*)\)", installed_link, Path(SOURCE, PAGE).read_text())
+page = re.sub(r"\[([^][]+)\]\(([^)#:\s][^):\s]*)\)", installed_link, Path(SOURCE, PAGE).read_text(encoding="utf-8"))
 Path(OUTPUT).parent.mkdir(parents=True, exist_ok=True)
-Path(OUTPUT).write_text(page)
+Path(OUTPUT).write_text(page, encoding="utf-8")

@@ -98,9 +98,8 @@ size_t CodeSetUtfFirst()
     constexpr uint64_t KEPT_FOR_AVX = 0x06;
     const uint64_t kept = (c & bit_OSXSAVE) != 0 ? CodeSetUtfKeptRegisters() : 0;
     if ((kept & KEPT_FOR_AVX) != KEPT_FOR_AVX) { return SSE42; }
-    // Leaf 7 exists, since a processor that saves registers by XSAVE has leaves up to 13 at least.
-    __cpuid_count(7, 0, a, b, c, d);
-    return (b & bit_AVX2) != 0 ? AVX2 : SSE42;
+    const bool hasAvx2 = __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & bit_AVX2) != 0;
+    return hasAvx2 ? AVX2 : SSE42;
 }
 
 // Under a hypervisor each CPUID takes 5 us or more, so the choice executes few of them, and is made

@@ -52,7 +52,8 @@ HashTable *ErrTextCache()
 const void *ErrKey(int number) { return std::bit_cast<const void *>(intptr_t{number}); }
 
 // Removes an incomplete character at the end: a text that filled the C library's buffer may have
-// been cut inside one.  A single continuation byte stays: nothing before it was cut.
+// been cut inside one.  A single continuation byte stays: nothing before it was cut.  FF, which is
+// in no text of a C library, counts as a byte that begins a character of eight.
 void ErrCutIncompleteCharacter(char *text)
 {
     const size_t length = strlen(text);

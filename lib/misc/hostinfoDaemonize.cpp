@@ -277,7 +277,6 @@ void UnblockSignals()
 {
     start->fromDaemon.Close(); // keepFds may contain its number
     HostinfoResetProcessState(start->keptFds.get(), start->numKeptFds);
-    start->keptFds.reset();
     UnblockSignals();
     SetWriteSignals(SIG_IGN);
     if (!start->Has(DAEMONIZE_KEEP_SESSION_AND_STDIO) && setsid() == -1) {

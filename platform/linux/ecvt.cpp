@@ -156,7 +156,7 @@ char *EcvtOrdinary(double value, int count, int *position)
 char *FcvtOrdinary(double value, int count, int *position)
 {
     uint64_t scaled = 0;
-    if (count <= 0 || !EcvtScale(value, count, &scaled)) { return nullptr; }
+    if (count <= 0 || count > MOST_POWER || !EcvtScale(value, count, &scaled)) { return nullptr; }
     return EcvtWrite(scaled, count, position);
 }
 

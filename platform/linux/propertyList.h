@@ -3,7 +3,8 @@
  * those with any other root can only be read.
  *
  * Values that are not set keep their type, their content and their place when the list is written.
- * A file with a value that could not be kept is refused, and so is never overwritten.
+ * A file with a value that could not be kept is refused, and so is never overwritten; but of an XML
+ * dictionary's key that comes twice, only the last value is kept.
  * Sizes are in bytes.  Every function here may throw std::bad_alloc; the list stays releasable.
  */
 #ifndef PELAGO_LINUX_PROPERTYLIST_H

@@ -308,7 +308,7 @@ TEST(UtilMemDiff, SeesEverySinglePosition)
 TEST(UtilMemDiff, CountsInBlocksOfAnySize)
 {
     std::mt19937 random(1);
-    for (size_t size : {1000u, 4079u, 4080u, 4081u, 4096u, 8160u, 65536u, 100003u}) {
+    for (size_t size : {1000u, 4031u, 4032u, 4033u, 4095u, 4096u, 8064u, 65536u, 100003u}) {
         std::vector<uint8_t> a(size), sparse(size), opposite(size);
         for (size_t i = 0; i < size; i++) {
             a[i] = static_cast<uint8_t>(random());

@@ -104,6 +104,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"EcvtNan", ecvt, NOT_A_NUMBER, 6, {"nan", 0, 0}},
                     Row{"EcvtMinusNan", ecvt, -NOT_A_NUMBER, 6, {"nan", 0, 1}},
                     Row{"Fcvt", fcvt, INFINITE, 6, {"inf", 0, 0}},
+                    Row{"FcvtMostDigits", fcvt, INFINITE, INT_MAX, {"inf", 0, 0}},
                     Row{"FcvtMinus", fcvt, -INFINITE, 6, {"inf", 0, 1}},
                     Row{"FcvtNan", fcvt, NOT_A_NUMBER, 6, {"nan", 0, 0}},
                     Row{"FcvtMinusNan", fcvt, -NOT_A_NUMBER, 6, {"nan", 0, 1}}),

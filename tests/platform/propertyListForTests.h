@@ -14,7 +14,6 @@
 using namespace pelago::platform;
 
 // How GoogleTest shows a fault.
-inline void PrintTo(PropertyListFault fault, std::ostream *out);
 inline void PrintTo(PropertyListFault fault, std::ostream *out)
 {
     *out << PropertyListFaultText(fault);

@@ -34,6 +34,8 @@ TEST(FormatBuffer, IsUnlimitedAndUnterminatedWithSizeZero)
     char buffer[8] = "#######";
     EXPECT_EQ(FormatInto(bsd_vsnprintf, buffer, 0, "%s", "abc"), 3);
     EXPECT_STREQ(buffer, "abc####");
+    EXPECT_EQ(FormatInto(bsd_vsnprintf, buffer, 0, "de%sg", "f"), 4);
+    EXPECT_STREQ(buffer, "defg###");
 }
 
 TEST(FormatBuffer, CountsItsRoomIn32Bits)

@@ -27,7 +27,7 @@ class Cpp(unittest.TestCase):
     maxDiff = None
 
     def assertMutants(self, kind, line, *expected):
-        """Returns the changed lines of a function that has only that line."""
+        """Checks the changed lines of a function that has only that line."""
         self.assertEqual(sorted(mutants("x.cpp", in_function(line), kind)), sorted(map(in_function, expected)))
 
     def test_operators(self):
@@ -234,7 +234,7 @@ class Driver(unittest.TestCase):
         paths = [path for path in mutate.sources([]) if any(mutations(path, (mutate.ROOT / path).read_text()))]
         for path in paths:
             names = {judge.test for judge in mutate.judges_of(path, judges)}
-            self.assertTrue(names - {"noMemory"}, f"no test judges {path}")  # noMemory checks only lost memory
+            self.assertTrue(names - {"noMemory"}, f"no test judges {path}")  # noMemory only tries the code without memory
         for judge in judges:
             for file in judge.files:
                 self.assertTrue(any(path.startswith(file) for path in paths), f"{judge.test} judges {file}, which is not there")

@@ -1,9 +1,9 @@
-"""sambaAccount.py NAME -- makes an account in Samba's password database, with its password, in one step.
+"""sambaAccount.py NAME -- makes an account in Samba's password database, and then sets its password and enables it.
 
 Reads the password, in UTF-8, from standard input to its end.  The user must exist on this host.
 Prints the account's SID to standard output.
 Exit status: 0 made; 3 Samba has an account of this name already; 1 failed, with the reason on standard
-error.  Unless the status is 0, the account, or the part of it that was made, cannot log in.
+error.  After status 1 nobody can log in with the account, if it was made at all.
 
 Samba's commands would make an account that may change its password.  Only these bindings, which come
 with Samba, make one that may not.
