@@ -1,7 +1,4 @@
-"""The macOS share scripts when each of their calls fails, under signals, and among other sessions.
-
-They run with stand-ins for the programs that they call, as in test_macos.py.
-"""
+"""The macOS share scripts, on stand-ins, when each of their calls fails, under signals, and among other sessions."""
 
 import os
 import shutil
