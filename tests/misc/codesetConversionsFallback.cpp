@@ -93,7 +93,7 @@ TEST_F(WithoutIcu, TheLowestBitOfAnyPolicySubstitutes)
     EXPECT_EQ(Convert("ASCII", "a\xff", "UTF-8", UINT_MAX), "a" + REPLACED);
 }
 
-// What hosts get whose current code set is another.
+// Returns what a host gets whose current code set is another one.
 Result WhereCurrentIs(StringEncoding current, StringEncoding out, const std::string &in,
                       unsigned policy)
 {

@@ -1,5 +1,5 @@
-// codesetConversionsForTests.h -- conversions on both ways, watched, and the calls that fail on
-// demand.
+// codesetConversionsForTests.h -- conversions with and without ICU, with checks of their input and
+// output, and the calls that fail on demand.
 #ifndef PELAGO_TESTS_MISC_CODESETCONVERSIONSFORTESTS_H
 #define PELAGO_TESTS_MISC_CODESETCONVERSIONSFORTESTS_H
 
@@ -27,7 +27,7 @@ inline bool sCopyFault, sCStringFault;
 inline std::atomic<int> sConvertCalls, sWarnings;
 inline std::atomic<ptrdiff_t> sPivotUnits;
 
-// ---- The two ways, switched as programs switch them
+// ---- With and without ICU, switched as programs switch it
 
 class IcuFolder {
 public:
@@ -88,16 +88,16 @@ inline std::string Times(size_t count, const std::string &text)
 inline const std::string TEXT_8 = "A\u00e9\u4e2d\U0001F600\0z"s;
 inline const std::u16string TEXT_16 = u"A\u00e9\u4e2d\U0001F600\0z"s;
 
-// ---- One conversion, watched
+// ---- One conversion, with its checks
 
-using Result = std::optional<std::string>; // nothing: it failed
+using Result = std::optional<std::string>; // nullopt: it failed
 inline const Result FAILED = std::nullopt;
 
 using Operation =
     std::function<bool(const char *bufIn, size_t sizeIn, char **out, size_t *sizeOut)>;
 
-// The input at an odd address, in a block that ends where it ends: a sanitizer sees what is read
-// behind it.
+// The input at an odd address, in a block that ends with the input, so that a sanitizer detects a
+// read after its end.
 class OddlyPlaced {
 public:
     explicit OddlyPlaced(const std::string &bytes) : mBlock(bytes.size() + 1)
@@ -110,7 +110,7 @@ private:
     std::vector<char> mBlock;
 };
 
-// What is handed out, after a look at the zero bytes behind it.
+// Returns the output of the operation, after a check of the zero bytes that follow it.
 inline Result Out(const Operation &operation, const std::string &in, size_t zeros = 4)
 {
     OddlyPlaced input(in);
@@ -133,7 +133,7 @@ inline Result Out(const Operation &operation, const std::string &in, size_t zero
 
 using DbOperation = std::function<bool(const char *bufIn, size_t sizeIn, DynBuf *db)>;
 
-// What is appended, to that many bytes that are there.
+// Returns what the operation appends to a buffer that already holds that many bytes.
 inline Result Appended(const DbOperation &operation, const std::string &in, size_t there = 5)
 {
     OddlyPlaced input(in);
@@ -165,7 +165,7 @@ inline DbOperation GenericDb(const char *codeIn, const char *codeOut, unsigned p
     };
 }
 
-// Both forms of the generic conversion, which agree.
+// Converts with both forms of the generic conversion, whose results must agree.
 inline Result Convert(const char *codeIn, const std::string &in, const char *codeOut,
                       unsigned policy = 0)
 {
@@ -174,7 +174,7 @@ inline Result Convert(const char *codeIn, const std::string &in, const char *cod
     return appended;
 }
 
-// The bytes as the encoding's, in a block that ends where they end.
+// Returns whether the bytes are valid in the encoding.  They are in a block that ends with them.
 inline bool IsValid(const char *codeName, const std::string &bytes)
 {
     return CodeSet_IsValidBuffer(OddlyPlaced(bytes).Data(), bytes.size(), codeName);

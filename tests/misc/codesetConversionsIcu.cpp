@@ -173,7 +173,7 @@ TEST_F(WithIcu, NoConverterStaysOpenWhateverHappens)
         [] { EXPECT_FALSE(CodeSet_IsValidBuffer("\x81", 1, "GBK")); },
     };
     for (const auto &deed : deeds) {
-        deed(); // loads what ICU keeps
+        deed(); // makes ICU load the data that it keeps
         const ptrdiff_t live = Allocations::Live();
         deed();
         EXPECT_EQ(Allocations::Live(), live) << &deed - deeds;

@@ -93,7 +93,7 @@ TEST_F(WithoutIcu, WhatIsNotConvertedIsNotJudged)
     }
 }
 
-// A buffer of that size, which takes no memory: zeros, but for the first byte.
+// A buffer of that size that takes no memory: all bytes but the first are zero.
 class Huge {
 public:
     explicit Huge(size_t size)

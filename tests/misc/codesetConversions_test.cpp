@@ -1,4 +1,4 @@
-// Conversions on both ways, through ICU and without it.
+// Conversions with ICU and without it.
 #include "codesetConversionsForTests.h"
 
 #include "allocations.h"
@@ -15,7 +15,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <unicode/ucnv.h>
 
-// ICU's functions have its version in their names.
+// The names of ICU's functions contain ICU's version.
 #define NAME_OF_WRAP(call) __wrap_##call
 #define NAME_OF_REAL(call) __real_##call
 #define WRAP(call)         NAME_OF_WRAP(call)
@@ -82,7 +82,7 @@ namespace {
 INSTANTIATE_TEST_SUITE_P(, BothWays, testing::Values(Way::Icu, Way::Fallback),
                          [](const auto &row) { return NameOf(row.param); });
 
-// ---- The operations between two forms that their names tell
+// ---- The operations whose names give both forms
 
 struct NamedCase {
     const char *name;
@@ -214,7 +214,7 @@ TEST_P(BothWays, CopiesFailWhenTheTerminatorOverflowsTheSize)
     }
 }
 
-// ---- Any encoding to any other: what both ways have in common
+// ---- Any encoding to any other: the cases with the same results with and without ICU
 
 const GenericCase COMMON_CASES[] = {
     {"BadAscii", "ASCII", "A\xff"s + "B", "UTF-8", {FAILED, "A" + REPLACED + "B", "AB"}},
@@ -264,7 +264,7 @@ TEST_P(BothWays, AnAbsentInputSucceedsWhateverElseIsAsked)
 
 TEST_P(BothWays, AnAbsentInputAllocatesNothing)
 {
-    UnicodeIANALookup("UTF-8"); // keeps the name
+    UnicodeIANALookup("UTF-8"); // caches the name
     Unicode_GetCurrentEncoding();
     DynBuf db;
     DynBuf_Init(&db);

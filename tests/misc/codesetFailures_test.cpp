@@ -1,4 +1,4 @@
-// Why and where conversions fail, and the questions that tell beforehand.
+// Why and where conversions fail, and the functions that check before a conversion.
 #include "codeset.h"
 
 #include "allocations.h"
@@ -16,13 +16,13 @@
 
 #include <unicode/ucnv.h>
 
-// ---- In the place of calls: warnings are counted, and ICU passes over inputs that are too long
+// ---- Wrapped calls: they count warnings, and skip inputs that are too long for ICU at once
 
 namespace {
 
 int sWarnings;
 
-// What ICU is given of a huge input, which it does not look at.
+// The pieces of a huge input that ICU receives.  The wrapped calls do not read the input.
 struct Piece {
     size_t input, room;
     bool isLast;
@@ -76,7 +76,7 @@ UChar32 WRAP(ucnv_getNextUChar)(UConverter *from, const char **source, const cha
         *status = U_TRUNCATED_CHAR_FOUND;
         return 0;
     }
-    *source = sourceLimit - 1; // all the rest is one character
+    *source = sourceLimit - 1; // all bytes but the last are one character
     return 'x';
 }
 
@@ -138,8 +138,8 @@ const Told NO_FAILURE = {CODESET_REASON_NONE, 0}, UNKNOWN = {CODESET_REASON_UNKN
 Told Invalid(size_t offset) { return {CODESET_REASON_INVALID, offset}; }
 Told Lacking(size_t offset) { return {CODESET_REASON_LACKING, offset}; }
 
-// The reason and the offset that CodeSet_Convert() gives.  Its result and its output must be those
-// of the generic conversion.
+// Returns the reason and the offset that CodeSet_Convert() reports.  Its result and its output must
+// be those of the generic conversion.
 Told Tell(const char *codeIn, const std::string &in, const char *codeOut,
           unsigned policy = CODESET_INVALID_FAIL)
 {
@@ -237,13 +237,13 @@ const FailureCase THROUGH_ICU[] = {
     {"UTF-8", "a\u00e9\u4e2d!", "ISO-8859-1", Lacking(3)},
     {"UTF-8", "\u4e2d\U0001F600", "GBK", Lacking(3)},
     {"UTF-16LE", Le(u"ab\U0001F600"), "windows-1252", Lacking(4)},
-    {"UTF-8", "a\u00e9\x80\u4e2d", "ISO-8859-1", Invalid(3)}, // which comes first
+    {"UTF-8", "a\u00e9\x80\u4e2d", "ISO-8859-1", Invalid(3)}, // the invalid byte comes first
     {"UTF-8", "a\u4e2d\x80", "ISO-8859-1", Lacking(1)},
     {"Shift_JIS", "\x83\x41\x83\x31", "UTF-8", Invalid(2)},
     {"GBK", "text\x81", "UTF-8", Invalid(4)},
     {"UTF-32LE", "a\0\0\0\0\0\x11\0"s, "UTF-8", Invalid(4)},
     {"UTF-32LE", "a\0\0\0b\0"s, "UTF-8", Invalid(4)},
-    {"UTF-16", Le(u"\ufeffa\xdc00"), "UTF-8", Invalid(4)}, // the mark counts
+    {"UTF-16", Le(u"\ufeffa\xdc00"), "UTF-8", Invalid(4)}, // the offset includes the mark
     {"ISO-2022-JP", "\x1b$B\x46\x7c\x1b(B\x80", "UTF-8", Invalid(8)},
     {"Big5-HKSCS", "\x88\x62\xff", "UTF-8", Invalid(2)}, // one sequence of two characters
     {"BOCU-1", "\x80$\xdc\xff", "UTF-8", Invalid(1)},    // of which ICU keeps no bytes
@@ -280,7 +280,7 @@ TEST_F(WithoutIcu, AFailureTellsWhyAndWhere)
 TEST_P(BothWays, ALackOfMemoryIsReportedAsSuch)
 {
     const std::string in = Le(u"text");
-    EXPECT_EQ(Tell("UTF-16LE", in, "UTF-8"), NO_FAILURE); // what is kept is kept now
+    EXPECT_EQ(Tell("UTF-16LE", in, "UTF-8"), NO_FAILURE); // fills the caches
     char *out = nullptr;
     CodeSetFailure failure = {};
     {
@@ -303,7 +303,7 @@ TEST_F(WithIcu, AnOverflowingSizeIsReportedAsTooLong)
     }
 }
 
-// ICU makes what it knows of normal forms when it is first asked, so each case has a process.
+// ICU loads its data of normal forms on first use, so each case runs in a process of its own.
 TEST(NormalForms, FailWithoutMemoryForIcusNormalisationData)
 {
     size_t refused = 0;
@@ -328,7 +328,7 @@ TEST(NormalForms, FailWithoutMemoryForIcusNormalisationData)
 
 // ---- Inputs longer than ICU takes at once
 
-// That many zero bytes, which take no memory.
+// That many zero bytes; they take no memory.
 class Zeros {
 public:
     explicit Zeros(size_t size)
@@ -379,9 +379,9 @@ TEST_F(WithIcu, AHugeRoomIsFilledInPieces)
                                            {6, room - ICU_MOST, true}}));
 }
 
-// ---- The questions that tell beforehand
+// ---- The functions that check before a conversion
 
-// Their names as ICU knows them; those that the library does not support are last.
+// The names of encodings as ICU knows them; those that the library does not support are last.
 const char *const NAMES[] = {"UTF-8",    "UTF-16LE",    "UTF-16BE", "UTF-16",
                              "UTF-32LE", "ASCII",       "GBK",      "windows-1252",
                              "latin1",   "no encoding", "EUC-JP"};

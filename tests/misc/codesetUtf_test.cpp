@@ -27,7 +27,7 @@ namespace {
 using Units = std::vector<uint16_t>;
 using MaybeText = std::optional<std::string>;
 
-// ---- What must come out
+// ---- The expected results
 
 std::string BytesOf(const Units &units)
 {
@@ -118,8 +118,9 @@ std::string Text(std::initializer_list<int> bytes)
     return text;
 }
 
-// Texts of one size of character, of two that take turns, and of all; each longer than 600 bytes
-// in UTF-8 and in UTF-16, which is more than twice what a kernel looks at in one step.
+// Returns texts whose characters have one size, alternate between two sizes, or have all sizes.
+// Each is longer than 600 bytes in UTF-8 and in UTF-16, which is more than twice what a kernel
+// reads in one step.
 std::vector<std::string> Mixes()
 {
     const std::vector<std::vector<uint32_t>> patterns = {
@@ -139,7 +140,7 @@ std::vector<std::string> Mixes()
         }
         mixes.push_back(text);
     }
-    // ASCII for several vectors, and then not; and the other way round.
+    // ASCII for several vectors, followed by other characters; and the reverse.
     mixes.push_back(mixes[0].substr(0, 150) + mixes[3]);
     mixes.push_back(mixes[1].substr(0, 150) + mixes[0]);
     return mixes;
@@ -147,7 +148,7 @@ std::vector<std::string> Mixes()
 
 // ---- The choice
 
-// What the kernel lets programs use.
+// Returns the processor's features that the kernel lets programs use.
 std::set<std::string> ProcessorFeatures()
 {
     std::ifstream file("/proc/cpuinfo");
@@ -187,7 +188,7 @@ protected:
     using Measure = bool (*)(const char *, size_t, size_t *);
     using Convert = void (*)(const char *, size_t, char *);
 
-    // To offset bytes before the end of what can be written, the slack not counted.
+    // The output ends offset bytes before the end of the writable memory, not counting the slack.
     MaybeText Make(Measure measure, Convert convert, const char *bytes, size_t size,
                    size_t offset = 0) const
     {
@@ -207,7 +208,7 @@ protected:
         return Make(mKernel.measureUtf16, mKernel.utf16ToUtf8, bytes, size, offset);
     }
 
-    // The text lies at the end of what can be read.
+    // The text ends where the readable memory ends.
     void CheckUtf8(const std::string &text) const
     {
         const char *at = mFrom.AtEnd(text);
@@ -239,7 +240,8 @@ TEST_P(CodeSetUtfEach, JudgesEveryOneAndTwoBytes)
     }
 }
 
-// What the rest is after the first character; nullptr: there is none that is whole.
+// Returns the start of the rest after the first character; nullptr when the bytes do not begin with
+// a whole character.
 const uint8_t *AfterFirst(const uint8_t *at, const uint8_t *end)
 {
     for (size_t size = 1; size <= static_cast<size_t>(end - at); size++) {
@@ -262,7 +264,8 @@ TEST_P(CodeSetUtfEach, JudgesEveryThreeBytes)
     }
 }
 
-// Behind so much ASCII that the four lie at every place of a vector, and across two.
+// ASCII precedes the four bytes, of such lengths that they lie at every place of a vector and
+// across two vectors.
 TEST_P(CodeSetUtfEach, JudgesFourBytesOfEveryKind)
 {
     const std::string kinds =

@@ -46,7 +46,7 @@ TEST(CodeSetInit, TakesAFolderOfThatNameForMissing)
     EXPECT_FALSE(CodeSet_IsIcuInUse());
 }
 
-// ICU opens the file by its path, whatever it is behind that; only a folder it cannot be.
+// ICU opens the data file by its path, so the path may lead to any kind of file but a folder.
 TEST(CodeSetInit, TakesAnyOtherKindOfFile)
 {
     for (const char *target : {"/dev/null", "real.dat"}) {
@@ -87,7 +87,8 @@ TEST(CodeSetInit, SwitchesIcuOffWhenLocationFindsNoRoot)
 
 TEST(CodeSetInit, UsesIcuOnlyWhenLocationFindsARoot)
 {
-    // This program is not one of the product's, and the machine has no product: no root.
+    // This program is not one of the product's, and the product is not on this machine: there is no
+    // root.
     ASSERT_EQ(unsetenv("TARVEX_LOCATION_ROOT_FULLPATH"), 0);
     testing::internal::CaptureStderr();
     EXPECT_TRUE(CodeSet_Init(nullptr));

@@ -1,6 +1,6 @@
-// Runs under valgrind, which follows the bytes that are marked as undefined and counts an error
-// for every branch that one of them decides and every address that one of them is part of.  What
-// has no such branch and address takes its time whatever the bytes are.
+// Runs under valgrind, which tracks the bytes that are marked as undefined.  It counts an error for
+// every branch that depends on one of them, and for every address computed from one.  Code without
+// such a branch or address takes the same time for all values of the bytes.
 #include "util.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,8 @@ namespace {
 
 bool IsWatched() { return RUNNING_ON_VALGRIND != 0; }
 
-// How many errors work() makes.  Its result is undefined as well, and not looked at here.
+// Returns how many errors work() causes.  The result of work() is undefined as well, so it is not
+// read here.
 unsigned Errors(const std::function<bool()> &work)
 {
     if (!IsWatched()) { ADD_FAILURE() << "this is to run under valgrind"; }
@@ -31,12 +32,12 @@ std::vector<char> Secret(size_t size)
     return bytes;
 }
 
-// A string of which is known where it ends, and nothing else.
+// A string of which valgrind knows the end and nothing else.
 std::vector<char> SecretText(size_t length)
 {
     std::vector<char> text(length, '@');
     text.push_back('\0');
-    std::vector<unsigned char> unknown(length, 0xbf); // each bit but one, which says "no NUL"
+    std::vector<unsigned char> unknown(length, 0xbf); // all bits but one, which says "no NUL"
     unknown.push_back(0);
     EXPECT_EQ(VALGRIND_SET_VBITS(text.data(), unknown.data(), length + 1), IsWatched() ? 1u : 0u);
     return text;
@@ -78,8 +79,8 @@ TEST_P(ConstantTime, IsWhatCountingInBlocksTakes)
     EXPECT_EQ(Errors([&] { return Util_CountMemDiff(a.data(), b.data(), a.size(), &count); }), 0u);
 }
 
-// How far to walk is read from the bytes themselves, so the length of either string is no secret to
-// the machine; all else about them is.
+// The functions find the end of each string in its bytes, so the length of either string is no
+// secret to the machine; everything else about them is.
 TEST_P(ConstantTime, IsWhatStringsOfKnownLengthsTake)
 {
     for (size_t length : {size_t{0}, GetParam() / 2, GetParam(), 2 * GetParam()}) {

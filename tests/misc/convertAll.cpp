@@ -1,7 +1,7 @@
-// Converts, through ICU, many short texts from one encoding to another:
+// Converts many short texts from one encoding to another with ICU:
 //    convertAll CODE_IN CODE_OUT <texts >results
-// A text, and a result, is its size in four bytes, the lowest first, and its bytes; a size of -1 is
-// a failure.
+// Each text and each result is its size in four bytes, the lowest first, and then its bytes.  The
+// size -1 is a failure.
 #include "codeset.h"
 
 #include "scopedForTests.h"

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-static size_t sPretendedLength; // what strlen() says, unless 0
+static size_t sPretendedLength; // what strlen() returns, unless 0
 
 extern "C" {
 size_t __real_strlen(const char *string);
@@ -18,8 +18,9 @@ size_t __wrap_strlen(const char *string)
 
 namespace {
 
-// A block by number: one that is gone can still be told from another.  The compiler is not to know
-// that the number is a pointer, for it warns of using one after realloc() even if that failed.
+// Returns a block's address as a number, which can still be compared after the block is freed.  The
+// compiler must not know that the number is a pointer: it warns about using one after realloc(),
+// even if realloc() failed.
 uintptr_t At(const void *block)
 {
     const volatile uintptr_t number = reinterpret_cast<uintptr_t>(block);
@@ -180,7 +181,7 @@ TEST_P(DynBufGrowth, TakesOneStepOrTheMinimum)
     ASSERT_TRUE(DynBuf_Enlarge(&mBuf, minimum));
     EXPECT_EQ(mBuf.allocated, grown);
     EXPECT_EQ(Allocations::LastSize(), grown);
-    memset(mBuf.data, 'a', grown); // a sanitizer watches what is behind it
+    memset(mBuf.data, 'a', grown); // a sanitizer watches the bytes after it
 }
 INSTANTIATE_TEST_SUITE_P(
     Steps, DynBufGrowth,
@@ -193,7 +194,8 @@ INSTANTIATE_TEST_SUITE_P(
                     GrowthCase{"MinimumBeyondAStep", 300000, 600000, 600000}),
     [](const auto &row) { return row.param.name; });
 
-// More than one step of growth, too, and from any size: there is room for all of it.
+// The buffer has room for all the bytes, from any size, and also when it must grow by more than one
+// step.
 TEST_F(DynBufTest, HasRoomForWhatIsAppended)
 {
     constexpr size_t SIZES[] = {1,    2,    127,    128,    129,    200,    300,    1000,
@@ -321,7 +323,7 @@ TEST_F(DynBufTest, IsCopiedWithItsAllocation)
 {
     ASSERT_TRUE(DynBuf_Append(&mBuf, "abc", 3));
     DynBuf copy;
-    memset(&copy, 0xee, sizeof copy); // what was there before is not looked at
+    memset(&copy, 0xee, sizeof copy); // the call must not read the old contents
     ASSERT_TRUE(DynBuf_Copy(&mBuf, &copy));
     EXPECT_NE(copy.data, mBuf.data);
     EXPECT_EQ(copy.allocated, 128u);

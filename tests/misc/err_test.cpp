@@ -17,7 +17,7 @@
 
 using namespace pelago;
 
-// What the system says for every number, when it is not asked itself.
+// The system's text for every number; nullopt: the system's own function is called.
 static std::optional<std::string> sSystemText;
 static int sSystemResult;
 static std::atomic<int> sSystemCalls;
@@ -27,7 +27,7 @@ int __real___xpg_strerror_r(int number, char *buffer, size_t size);
 int __wrap___xpg_strerror_r(int number, char *buffer, size_t size)
 {
     sSystemCalls++;
-    errno = EIO; // nobody is to see this
+    errno = EIO; // no caller may see this
     if (!sSystemText) { return __real___xpg_strerror_r(number, buffer, size); }
     const size_t length = std::min(size - 1, sSystemText->size());
     memcpy(buffer, sSystemText->data(), length);
@@ -53,7 +53,7 @@ protected:
         Err_Shutdown();
         EXPECT_EQ(Allocations::Live(), mBefore) << "Err_Shutdown leaves nothing";
     }
-    // The text that is made of this one.
+    // Returns the library's text for this system text.
     static std::string Made(const std::string &systemText)
     {
         Err_Shutdown();
@@ -90,7 +90,7 @@ TEST_F(Err, AllocatesNothingForATextThatIsThere)
     EXPECT_EQ(Allocations::Calls(), before);
 }
 
-// There are some hundred numbers: none is looked for behind many others.
+// There are some hundred numbers, so that with this many buckets no chain is long.
 TEST_F(Err, HasABucketForEachOf2048Numbers)
 {
     constexpr size_t BUCKETS = 2048 * 2 * sizeof(void *); // each of them a head and a filter
@@ -100,7 +100,7 @@ TEST_F(Err, HasABucketForEachOf2048Numbers)
 
 TEST_F(Err, LeavesErrnoAlone)
 {
-    for (int call = 0; call < 2; call++) { // made, and there
+    for (int call = 0; call < 2; call++) { // the first makes the text, the second finds it
         errno = ENOSPC;
         const char *text = Err_NumberToText(ENOENT);
         EXPECT_EQ(errno, ENOSPC);
@@ -139,7 +139,7 @@ TEST_F(Err, TellsTheCurrentError)
 TEST_F(Err, NumbersWhatItDoesNotKnow)
 {
     sSystemText =
-        "no idea what that is"; // the hosts differ in their words, and are not asked twice
+        "no idea what that is"; // the words depend on the host; the library does not call it again
     sSystemResult = EINVAL;
     EXPECT_STREQ(Err_NumberToText(9999), "Unknown error 9999");
     EXPECT_STREQ(Err_NumberToText(-1), "Unknown error -1");
@@ -188,7 +188,8 @@ TEST_F(Err, KeepsWholeCharactersAtTheEnd)
     }
 }
 
-// What announces five bytes or six is no character today, but as long as it says.
+// A byte that announces five or six bytes begins no character today, but the sequence counts as
+// that long.
 TEST_F(Err, KeepsSequencesOfAnyAnnouncedLengthWhole)
 {
     for (const std::string text : {"a\xF8\x88\x80\x80\x80", "a\xFC\x84\x80\x80\x80\x80"}) {
@@ -265,7 +266,7 @@ TEST_F(Err, NumbersATextThatDoesNotFit)
 
 TEST_F(Err, ReturnsTheTextOfAFasterThread)
 {
-    Err_NumberToText(1); // both caches are there
+    Err_NumberToText(1); // makes both caches
     const ptrdiff_t before = Allocations::Live();
     const char *others = nullptr;
     Allocations::Meanwhile([&] { std::thread([&] { others = Err_NumberToText(ENOENT); }).join(); });
@@ -275,7 +276,7 @@ TEST_F(Err, ReturnsTheTextOfAFasterThread)
     EXPECT_EQ(Err_TextToNumber(text), ENOENT);
 }
 
-// Does this in the thread's call of the allocator after so many.
+// Runs the deed in the thread's call of the allocator that follows this number of calls.
 void MeanwhileAfter(int calls, std::function<void()> deed)
 {
     if (calls == 0) { return Allocations::Meanwhile(std::move(deed)); }
@@ -284,9 +285,9 @@ void MeanwhileAfter(int calls, std::function<void()> deed)
 
 TEST_F(Err, FindsATextBeforeItsMakerCachesIt)
 {
-    Err_NumberToText(1); // both caches are there
+    Err_NumberToText(1); // makes both caches
     int number = 0;
-    MeanwhileAfter(3, [&] { // behind the entry, its text, and the entry of the first cache
+    MeanwhileAfter(3, [&] { // after the entry, its text, and the entry of the first cache
         std::thread([&] { number = Err_TextToNumber(Err_NumberToText(ENOENT)); }).join();
     });
     Err_NumberToText(ENOENT);

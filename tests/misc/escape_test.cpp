@@ -21,7 +21,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// A set of bytes as the functions take it; what stands for "in it" may be any number but 0.
+// A set of bytes as the functions take it; the value of a member may be any number but 0.
 struct ByteSet {
     int in[256] = {};
     explicit ByteSet(const std::string &bytes)
@@ -34,10 +34,11 @@ struct ByteSet {
 };
 const ByteSet PERCENT("%"), NONE("");
 
-// Every builder has one shape here: from bytes to a block and its size.
+// All builders have one signature here: from bytes to a block and its size.
 using Builder = std::function<char *(const std::string &in, size_t *size)>;
 
-// The result, after a look at its NUL and at its size without being asked for it.
+// Returns the result, after checking its NUL, and that the builder also works without a pointer to
+// the size.
 std::string Built(const Builder &build, const std::string &in)
 {
     size_t size = SIZE_MAX;
@@ -50,7 +51,7 @@ std::string Built(const Builder &build, const std::string &in)
     return std::string(block.get(), size);
 }
 
-// The input in a block of exactly its size, so that a sanitizer sees what is read behind it.
+// The input in a block of exactly its size, so that a sanitizer detects reads after its end.
 template <typename F> auto Tight(const std::string &in, F f)
 {
     const std::vector<char> bytes(in.begin(), in.end());
@@ -88,7 +89,7 @@ char *Bre(const std::string &in, size_t *size)
 {
     return Tight(in, [&](auto *p, size_t n) { return Escape_BRE(p, n, size); });
 }
-// Those of strings tell no size.
+// Builders of strings do not return a size.
 Builder OfString(const std::function<char *(const char *)> &f)
 {
     return [=](const std::string &in, size_t *size) {
@@ -178,7 +179,7 @@ INSTANTIATE_TEST_SUITE_P(Unescape, EscapeBuilder,
                                          Case{"Letters", UNESCAPE, "\\n\\0", "n0"}),
                          CaseName);
 
-// What the builders do, told in the plainest way.
+// What the builders do, as plain code.
 std::string Replaced(const std::string &in, const std::string &wanted,
                      const std::function<std::string(char)> &replacement)
 {
@@ -197,7 +198,7 @@ std::string Hex(const std::string &escape, char byte)
 }
 std::string WithBackslash(char byte) { return {'\\', byte}; }
 
-// Its states, byte by byte.
+// What Undo() does, as a state machine that reads one byte at a time.
 std::string Undone(char escByte, const std::string &in)
 {
     std::string out;
@@ -240,7 +241,7 @@ std::string Unescaped(const std::string &in)
     return out;
 }
 
-// A builder, the same told plainly, and bytes that are worth mixing for it.
+// A builder, the same function as plain code, and the bytes to mix into its inputs.
 struct Law {
     const char *name;
     Builder build;
@@ -296,7 +297,7 @@ TEST_P(EscapeLaw, HoldsForInputsOfAnyLength)
     const auto &[name, build, plain, alphabet] = GetParam();
     std::mt19937 random(1);
     for (size_t length = 0; length < 300; length++) {
-        for (unsigned density : {0u, 1u, 16u, 40u}) { // one special byte in so many
+        for (unsigned density : {0u, 1u, 16u, 40u}) { // one byte in this many is special
             std::string in;
             for (size_t i = 0; i < length; i++) {
                 const bool isLetter = density == 0 || random() % density != 0;
@@ -478,7 +479,7 @@ TEST(EscapeBre, MatchesExactlyTheOriginalTextInGrep)
     }
     std::ofstream(file) << lines << "ab\naab\na\\b\\b\n";
     for (int byte = 1; byte < 256; byte++) {
-        if (byte == '\n') { continue; } // ends a line, and a pattern
+        if (byte == '\n') { continue; } // a newline ends a line, and a pattern
         const std::string line = "a"s + static_cast<char>(byte) + "b";
         EXPECT_EQ(OutputOf("LC_ALL=C grep -ax -e " + Built(Sh, Built(Bre, line)) + " " + file),
                   line + "\n" + (byte == 'a' ? line + "\n" : ""));
@@ -488,7 +489,7 @@ TEST(EscapeBre, MatchesExactlyTheOriginalTextInGrep)
 struct StrchrCase {
     const char *name, *string;
     char wanted;
-    int at; // -1: nowhere
+    int at; // -1: not found
 };
 class EscapeStrchr : public testing::TestWithParam<StrchrCase> {};
 TEST_P(EscapeStrchr, FindsWhatIsNotEscaped)
@@ -514,7 +515,7 @@ struct CStringCase {
     std::string in, out;
 };
 class EscapeUnescapeCString : public testing::TestWithParam<CStringCase> {};
-// The bytes that are left up to the NUL at the end.
+// Returns the unescaped bytes, up to the NUL at the end.
 std::string CString(const std::string &in, size_t outSize)
 {
     std::vector<char> bytes(in.c_str(), in.c_str() + in.size() + 1);
@@ -550,7 +551,8 @@ INSTANTIATE_TEST_SUITE_P(
         CStringCase{"SignAlone", "\\-x", "\\-x"}, CStringCase{"ZeroByte", "a\\000b", "a\0b"s}),
     [](const auto &row) { return row.param.name; });
 
-// The rule told plainly, over every string of up to five of the bytes that matter to it.
+// Compares the function with the rule as plain code, for every string of up to five of the bytes
+// that the rule is about.
 TEST(EscapeUnescapeCString, TakesTheThreeBytesOfWhatScanfReads)
 {
     const std::string alphabet = "\\n017 -";

@@ -1,4 +1,4 @@
-// Programs that are run and, if so wished, waited for.
+// Running programs, with and without waiting for them.
 #include "hostinfo.h"
 
 #include "startedPrograms.h"
@@ -8,7 +8,7 @@
 #include <sys/time.h>
 
 static int sForkError;
-static std::vector<int> sWaitErrors; // of the next calls, the last one first
+static std::vector<int> sWaitErrors; // for the next calls, the last call's first
 
 extern "C" {
 pid_t __real_fork();

@@ -1,4 +1,4 @@
-// expandOnce TEXT -- writes what the text becomes to standard output.
+// expandOnce TEXT -- prints the expanded text.
 #include "util.h"
 
 #include <cstdio>

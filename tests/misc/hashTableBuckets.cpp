@@ -1,4 +1,4 @@
-// Which bucket a key is in, and what its case is to that.
+// Which bucket a key is in, and how the key's case affects that.
 #include "hashTable.h"
 
 #include "hashTableForTests.h"
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-// What tolower() is said to make of '_', unless that is '_'.
+// What the wrapped tolower() returns for '_'; '_' means the real result.
 static int sLowerUnderscore = '_';
 static bool sLoweredASignedByte;
 
@@ -26,7 +26,7 @@ int __wrap_tolower(int byte)
 
 namespace {
 
-// ---- Which bucket: the plain form of what the library computes in larger steps ----
+// ---- Which bucket: the library's computation, one byte and one fold at a time ----
 
 uint32_t PlainStringHash(const std::string &key)
 {
@@ -54,7 +54,7 @@ TEST(PlainHash, GivesTheKnownBucket)
     EXPECT_EQ(PlainFold(3104, 7), 56u);
 }
 
-// The order of a walk over these keys, entered in turn, when their hashes are these.
+// Returns the order of a walk over these keys, inserted in this order, with these hashes.
 template <typename Key>
 std::vector<Key> WalkOrder(const std::vector<Key> &keys, const std::vector<uint32_t> &hashes,
                            uint32_t numBits)
@@ -146,7 +146,8 @@ TEST_P(HashTableBuckets, AreThePlainOnesForCaselessStrings)
 
 INSTANTIATE_TEST_SUITE_P(NumBits, HashTableBuckets, testing::Range(1U, 21U));
 
-// The number of the key's bucket: how many come before it in a table with a key in each of the 128.
+// Returns the number of the key's bucket: how many keys precede it in a table with a key in each of
+// the 128 buckets.
 size_t BucketOf128(int keyType, const char *key)
 {
     const ScopedTable table = MakeTable(128, keyType | HASH_FLAG_COPYKEY);

@@ -1,4 +1,4 @@
-// hashTableForTests.h -- a hash table, looked into.
+// hashTableForTests.h -- makes a hash table, and looks up its values.
 #ifndef PELAGO_TESTS_MISC_HASHTABLEFORTESTS_H
 #define PELAGO_TESTS_MISC_HASHTABLEFORTESTS_H
 
@@ -40,7 +40,7 @@ inline std::vector<std::string> StringKeys(const ScopedTable &table)
     return all;
 }
 
-// The value under the key, or a number that no test stores.
+// Returns the value of the key, or a number that no test stores.
 constexpr uintptr_t ABSENT = 987654321;
 inline uintptr_t At(const ScopedTable &table, const void *key)
 {

@@ -45,15 +45,15 @@ size_t CountByWalking(const ScopedTable &table)
     return count;
 }
 
-// ---- Another thread comes between the look at the chain and the entry's publication ----
+// ---- Another thread runs between the search of the chain and the entry's publication ----
 
-// Has another thread do this while the next block is allocated, which is just then.
+// Runs the deed in another thread while the next block is allocated, which happens just then.
 template <typename Deed> void Meanwhile(Deed deed)
 {
     Allocations::Meanwhile([deed] { std::thread(deed).join(); });
 }
 
-// A table of one bucket, however it is made.
+// Makes a table of one bucket with either function.
 HashTable *Made(bool once)
 {
     HashTable *shared = nullptr;
@@ -63,7 +63,7 @@ HashTable *Made(bool once)
 
 class HashTableOvertaken : public testing::TestWithParam<bool> {
 protected:
-    // Another thread enters the key under test meanwhile.
+    // Has another thread insert the key under test meanwhile.
     void EnterMeanwhile(const char *key, uintptr_t value)
     {
         Meanwhile(
@@ -133,7 +133,7 @@ TEST(HashTableAllocOnce, GivesTheTableOfWhoWasFaster)
     HashTable_Free(shared);
 }
 
-// ---- Many at once ----
+// ---- Many threads at once ----
 
 TEST(HashTableAllocOnce, GivesAllThreadsOneTable)
 {
@@ -174,7 +174,8 @@ TEST(HashTableThreads, EveryKeyHasOneInserter)
     EXPECT_EQ(Allocations::Live(), before) << "the losers' blocks included";
 }
 
-// Whatever the count has lost in the race, and with it the arrays.
+// In the race the table's count may lose increments, and the arrays then lack keys.  The walk still
+// visits every key once.
 TEST(HashTableThreads, WalksEveryKeyOnceAfterConcurrentInserts)
 {
     constexpr uintptr_t KEYS = 50000; // for each thread
@@ -254,7 +255,7 @@ TEST(HashTableThreads, EveryReplacedValueIsDroppedOnce)
         }
         stored += sum;
     });
-    table.reset(); // drops the last ones
+    table.reset(); // drops the last values
     EXPECT_EQ(sDroppedSum, stored);
 }
 
@@ -299,7 +300,7 @@ TEST(HashTableThreads, FoundValuesPointToCompleteData)
             }
             void *value = nullptr;
             while (!HashTable_Lookup(table.get(), IntKey(key), &value)) {
-                std::this_thread::yield(); // not there yet
+                std::this_thread::yield(); // not stored yet
             }
             const Pair pair = *static_cast<Pair *>(value);
             wrong += pair.number != key || pair.doubled != 2 * key;
@@ -310,7 +311,8 @@ TEST(HashTableThreads, FoundValuesPointToCompleteData)
     EXPECT_EQ(found, (THREADS - 1) * KEYS);
 }
 
-// What a value points to is read by way of each operation that gives values.
+// The operations that return values.  The data that a value points to must be readable through each
+// of them.
 struct ValueFinder {
     const char *name;
     void *(*find)(HashTable *table, const void *key);
@@ -382,7 +384,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, HashTableValueFound,
                                          ValueFinder{"array", FindInArray},
                                          ValueFinder{"walk", FindByWalking}));
 
-// A number on the heap, of which only the thread that made it knew before it was stored.
+// Frees a number on the heap that only its own thread knew before storing it.
 std::atomic<uintptr_t> sDroppedNumbers;
 void DropNumber(void *value)
 {
@@ -415,7 +417,7 @@ TEST(HashTableThreads, AConcurrentWalkSeesExistingKeysOnce)
 {
     constexpr uintptr_t KEYS = 3000;
     const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));
-    std::atomic<uintptr_t> entered{0}; // keys below this are there
+    std::atomic<uintptr_t> entered{0}; // keys below this are in the table
     Together(THREADS, [&](int thread) {
         if (thread == 0) {
             for (uintptr_t key = 0; key < KEYS; key++) {
@@ -447,7 +449,7 @@ TEST(HashTableThreads, AnArrayIsFullWhileKeysAreEntered)
     const ScopedTable table(HashTable_Alloc(16, INTEGERS, nullptr));
     std::atomic<bool> isDone{false};
     Together(THREADS, [&](int thread) {
-        if (thread < 2) { // these race, and the count may suffer
+        if (thread < 2) { // these race, so the count may be wrong
             for (uintptr_t key = 1; key <= KEYS; key++) {
                 HashTable_Insert(table.get(), IntKey(2 * key + thread), Value(key));
             }

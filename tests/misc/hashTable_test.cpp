@@ -314,7 +314,7 @@ TEST(HashTable, KeepsTheCallersKeysOtherwise)
 
 TEST(HashTable, ReadsNoKeyPastItsEnd)
 {
-    // On the heap, so that a sanitizer sees what is read.
+    // The key is on the heap, so that a sanitizer sees what is read.
     const ScopedTable table = MakeTable(2, HASH_STRING_KEY | HASH_FLAG_COPYKEY);
     for (size_t length = 0; length < 40; length++) {
         const auto key = std::make_unique<char[]>(length + 1);
@@ -405,7 +405,7 @@ TEST(HashTable, GivesNoArraysWhenEmpty)
     EXPECT_EQ(Allocations::Live(), before);
 }
 
-// The keys 0 to 9 with ten times their number as values, in a table of four buckets.
+// Makes a table of four buckets with the keys 0 to 9; each value is ten times its key.
 ScopedTable TableOfTen()
 {
     ScopedTable table = MakeTable(4, HASH_INT_KEY);

@@ -16,7 +16,7 @@
 #include <fstream>
 #include <thread>
 
-// The program's own path, for one test: nullptr for the real one, "" for none.
+// The program's own path in one test: nullptr for the real path, "" for none.
 static const char *sModulePath;
 static bool sRealPathFails;
 
@@ -32,7 +32,7 @@ char *__real_Posix_RealPath(const char *path);
 char *__wrap_Posix_RealPath(const char *path)
 {
     if (sModulePath != nullptr && !sRealPathFails) {
-        return strdup(path); // a place that need not exist
+        return strdup(path); // this path need not exist
     }
     return sRealPathFails ? nullptr : __real_Posix_RealPath(path);
 }
@@ -101,8 +101,8 @@ INSTANTIATE_TEST_SUITE_P(
                     KeyCase{"shareRmShareFile", "/Contents/Library/shares/rmshare.sh"}),
     [](const auto &row) { return row.param.key; });
 
-// What is nearly a key is none, and none of them is worth a message, whether or not there is a
-// root.
+// Names that are almost keys are not keys.  None of them causes a message, whether or not there is
+// a root.
 constexpr const char *NO_KEYS[] = {
     "noSuchFile", "",        "ShareToolFile", "shareToolfile",  "shareToolFil", "shareToolFile2",
     "icuDi",      "icuDir/", "rootDi",        "rootDirectory",  " rootDir",     "rootDir ",
@@ -183,8 +183,7 @@ TEST_F(Location, ComparesTheWholeTag)
     }
 }
 
-// What changes between two calls, such as a bundle that a folder's name no longer leads to, is
-// seen.
+// A change between two calls is seen: a folder's name, for example, may no longer lead to a bundle.
 TEST_F(Location, FindsTheRootAnewEachTime)
 {
     const Outcome outcome = InChild([] {
@@ -217,7 +216,7 @@ TEST_F(Location, FindsTheRootAfterItWasNotThere)
     EXPECT_EQ(outcome.result, "(none)/now");
 }
 
-// A root is bytes: it is no format, may be long, and need not be text.
+// A root is bytes: it is no format string, may be long, and need not be text.
 struct RootCase {
     const char *name;
     std::string root;
@@ -241,7 +240,7 @@ TEST_P(LocationRoot, IsTakenByteByByte)
     });
     EXPECT_EQ(fromEnvironment.result, expected);
     EXPECT_EQ(climbed.errors + fromEnvironment.errors, "");
-    if (root.size() > 1023) { return; } // more is none, in the last-used file
+    if (root.size() > 1023) { return; } // the last-used file takes at most that many bytes
     WriteLastUsed(root);
     const Outcome lastUsed = InChild([] { return Take(Location_Get("icuDir")); });
     EXPECT_EQ(lastUsed.result, expected);
@@ -402,7 +401,7 @@ ptrdiff_t DescriptorsOfTheLastUsedFile()
 {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
     return std::count_if(begin(descriptors), end(descriptors), [](const auto &descriptor) {
-        std::error_code gone; // the one that reads the folder
+        std::error_code gone; // the iterator's own descriptor
         return std::filesystem::read_symlink(descriptor, gone) == Location_GetLastUsedFile();
     });
 }
@@ -416,7 +415,7 @@ TEST_F(Location, PassesTheLastUsedFileToNoChild)
         std::string root;
         std::thread reader([&] { root = Take(Location_Get("rootDir")); });
         while (DescriptorsOfTheLastUsedFile() < 2) {
-            std::this_thread::yield(); // until it is open there, and waits for its content
+            std::this_thread::yield(); // until the file is open there, and the reader waits
         }
         const int status = system("ls -l /proc/self/fd | grep -q lastLocationUsed");
         EXPECT_EQ(write(writer, "/r", 2), 2);
@@ -436,7 +435,7 @@ TEST_F(Location, SaysThatTheProductWasNeverRun)
 
 TEST_F(Location, TreatsReadFailuresAsOpenFailures)
 {
-    std::filesystem::create_directories(Location_GetLastUsedFile()); // a folder opens, but no more
+    std::filesystem::create_directories(Location_GetLastUsedFile()); // opens, but cannot be read
     const Outcome outcome = InChild([] {
         const int before = LowestFreeDescriptor();
         const std::string root = Take(Location_Get("rootDir"));
@@ -447,7 +446,7 @@ TEST_F(Location, TreatsReadFailuresAsOpenFailures)
               std::string("Log: LocationLastUsed: Failed opening lastLocationUsed.\n") + NEVER_RUN);
 }
 
-// An administrator may keep it elsewhere.
+// An administrator may keep the last-used file elsewhere.
 TEST_F(Location, FollowsLinksToTheLastUsedFile)
 {
     const TemporaryFolder folder;
@@ -476,7 +475,7 @@ TEST_F(Location, LogsThatTheLastRootCannotBeCopied)
                   NEVER_RUN);
 }
 
-// Who started a set-user-ID program may be anybody, and it may be anybody's.
+// Any user may have started a set-user-ID program, and any user may own it.
 struct UserCase {
     const char *name;
     uid_t real, effective;
@@ -510,7 +509,7 @@ INSTANTIATE_TEST_SUITE_P(Users, LocationSetUserId,
                                          UserCase{"OfTheNext", 1000, 1001}),
                          [](const auto &row) { return row.param.name; });
 
-// The twins of these: it is the two user IDs that count, whoever that is, and not the group's.
+// The twins of these cases: only the two user IDs count, for any user, and the group's IDs do not.
 TEST_F(Location, TrustsWhoeverStartedAProgramOfHisOwn)
 {
     WriteLastUsed("/lastUsed");

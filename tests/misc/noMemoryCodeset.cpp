@@ -1,4 +1,4 @@
-// What the conversions do without memory, through ICU and without it.
+// Conversions without memory, with ICU and without it.
 #include "noMemory.h"
 
 #include "codeset.h"
@@ -22,12 +22,12 @@ void Use(Way way)
     CodeSet_Init(folder.Path().c_str());
 }
 
-// What ICU keeps once it has been used is no loss.
+// The caches that ICU fills on first use are no leak.
 class UsedIcu : public testing::Environment {
     void SetUp() override
     {
         Use(Way::Icu);
-        EXPECT_TRUE(CodeSet_Validate("UTF-16LE")); // which reads its table of names
+        EXPECT_TRUE(CodeSet_Validate("UTF-16LE")); // reads ICU's table of names
         char *composed = nullptr;
         EXPECT_TRUE(CodeSet_Utf8FormDToUtf8FormC("e", 1, &composed, nullptr));
         free(composed);
@@ -37,7 +37,7 @@ class UsedIcu : public testing::Environment {
 };
 const testing::Environment *const USED_ICU = testing::AddGlobalTestEnvironment(new UsedIcu);
 
-// Does it on that way, where the names have been looked up before.
+// Runs the deed with or without ICU, after the names of the encodings have been looked up.
 template <typename Deed> bool On(Way way, Deed deed)
 {
     Use(way);
@@ -52,7 +52,7 @@ template <typename Deed> bool On(Way way, Deed deed)
 
 const std::string LONG(5000, 'x'), LONG_BE = Times(5000, "\0x"s), LONG_LE = Times(5000, "x\0"s);
 
-// For what hands out a block.
+// For functions that return a block.
 template <typename Convert> bool HandsOut(Way way, const std::string &expected, Convert convert)
 {
     return On(way, [&] {
@@ -67,7 +67,7 @@ template <typename Convert> bool HandsOut(Way way, const std::string &expected, 
     });
 }
 
-// For what appends to a buffer.
+// For functions that append to a buffer.
 template <typename Convert> bool Appends(Way way, const std::string &expected, Convert convert)
 {
     return On(way, [&] {
@@ -81,7 +81,7 @@ template <typename Convert> bool Appends(Way way, const std::string &expected, C
     });
 }
 
-// A function that converts `in` and hands out what is expected, on either way.
+// Tests a function that converts `in` and returns `expected`, with ICU and without it.
 #define HANDS_OUT(function, in, expected)                                                          \
     RUNS_OUT(function, FAILS)                                                                      \
     {                                                                                              \
@@ -103,7 +103,7 @@ HANDS_OUT(CodeSet_Utf16leToCurrent, LONG_LE, LONG)
 HANDS_OUT(CodeSet_Utf16beToCurrent, LONG_BE, LONG)
 HANDS_OUT(CodeSet_Utf8ToCurrent, LONG, LONG)
 HANDS_OUT(CodeSet_CurrentToUtf8, LONG, LONG)
-// The normal forms also need what the host's strings are made of, which is got with new.
+// The normal forms also need the host's strings, which are allocated with new.
 #define NORMALIZES(function, in, expected)                                                         \
     RUNS_OUT(function, FAILS)                                                                      \
     {                                                                                              \
@@ -147,7 +147,7 @@ RUNS_OUT_WHEN(CodeSet_GenericToGeneric, WithoutIcu, FAILS)
     });
 }
 
-// The terminator is the first that does not fit into the block.
+// The terminator is the first byte that does not fit into the block.
 RUNS_OUT_WHEN(CodeSet_GenericToGeneric, ForTheTerminator, FAILS)
 {
     static const std::string TEXT(DYNBUF_FIRST_ALLOCATION - 1, 'x');
@@ -156,7 +156,7 @@ RUNS_OUT_WHEN(CodeSet_GenericToGeneric, ForTheTerminator, FAILS)
     });
 }
 
-// The failure says that it was memory.
+// The failure reports a lack of memory.
 bool ConvertsOrTells(Way way, const char *codeIn, const std::string &in)
 {
     return HandsOut(way, LONG, [&](char **out, size_t *size) {
@@ -206,7 +206,7 @@ RUNS_OUT_WHEN(CodeSet_GenericToGenericDb, WithoutIcuInOneEncoding, FAILS)
     });
 }
 
-// What was appended before the block that is refused goes, too.
+// The bytes appended before the refused block are removed, too.
 RUNS_OUT_WHEN(CodeSet_GenericToGenericDb, WithoutIcuFromAscii, FAILS)
 {
     static const std::string TEXT = "a\xff" + LONG;

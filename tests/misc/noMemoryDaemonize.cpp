@@ -1,4 +1,4 @@
-// Starting programs without memory: what is missing is told before there is a second process.
+// Starting programs without memory: the lack is reported before a second process exists.
 #include "noMemory.h"
 
 #include "hostinfo.h"
@@ -10,7 +10,7 @@
 
 namespace {
 
-// The names of encodings that a conversion looks up, found before and forgotten afterwards.
+// Looks up the names of the encodings that a conversion uses, and forgets them afterwards.
 struct KnownNames {
     KnownNames() { free(Unicode_GetAllocBytes("a", STRING_ENCODING_DEFAULT)); }
     ~KnownNames() { Unicode_Shutdown(); }
@@ -35,7 +35,7 @@ bool Daemonizes(const char *pidPath)
     return started;
 }
 
-// The list of descriptors, the path, the list of arguments, each argument.
+// The allocations: the list of descriptors, the path, the list of arguments, each argument.
 RUNS_OUT(Hostinfo_Daemonize, Says("Hostinfo_Daemonize: Couldn't allocate memory, error 12.\n"),
          PANICS, PANICS, PANICS, PANICS)
 {
@@ -45,7 +45,7 @@ RUNS_OUT(Hostinfo_Daemonize, Says("Hostinfo_Daemonize: Couldn't allocate memory,
 RUNS_OUT_WHEN(Hostinfo_Daemonize, WithAPidFile, PANICS,
               Says("Hostinfo_Daemonize: Couldn't allocate memory, error 12.\n"), PANICS)
 {
-    static std::optional<TemporaryFolder> sFolder; // goes away at exit(), too
+    static std::optional<TemporaryFolder> sFolder; // removed at exit(), too
     sFolder.emplace();
     const std::string path = sFolder->Path() + "/pid";
     const bool started = Daemonizes(path.c_str());

@@ -1,4 +1,4 @@
-// What the expansion of file names, and what reads property lists, does without memory.
+// The expansion of file names, and the functions that read property lists, without memory.
 #include "noMemory.h"
 
 #include "unicode.h"
@@ -17,7 +17,7 @@ const Ending NO_EXPANSION =
 const Ending NO_VALUE =
     Says("Util_ExpandString: Cannot allocate memory to expand $ in \"~/$NAME\".\n");
 
-// its copy of the text, the home, the value, the result
+// The allocations: the copy of the text, the home, the value, the result.
 RUNS_OUT(Util_ExpandString, NO_EXPANSION, NO_EXPANSION, NO_VALUE, NO_EXPANSION)
 {
     EXPECT_EQ(setenv("CFFIXED_USER_HOME", "/home", 1), 0);
@@ -32,7 +32,7 @@ RUNS_OUT(Util_OverrideHomeDir, PANICS)
     return Gives("/over", const_cast<char *>(kept));
 }
 
-// on the way to the system; what becomes of the system's answer, the case of Posix_RealPath() shows
+// The allocation before the system call; the case of Posix_RealPath() covers the system's answer.
 RUNS_OUT(Util_CanonicalPath, PANICS)
 {
     errno = 0;
@@ -74,7 +74,7 @@ RUNS_OUT(Util_CFStringToUtf8, NO_TEXT)
     return Gives("text", Scarcely([=] { return Util_CFStringToUtf8(string); }));
 }
 
-// What is read from a property list of this content.
+// Returns what the function reads from a property list with this content.
 template <typename Read> CFDictionaryRef Dictionary(const std::string &content, Read read)
 {
     const TemporaryFolder folder;
@@ -83,13 +83,13 @@ template <typename Read> CFDictionaryRef Dictionary(const std::string &content, 
     return read(path.c_str());
 }
 
-// Core Foundation, which reads a file that is there, has an allocator of its own.
+// Core Foundation uses an allocator of its own when it reads a file that exists.
 NEEDS_NO_MEMORY(Util_ReadPlistDictionary)
 {
     return Scarcely([] { return Util_ReadPlistDictionary("/no/such/list"); }) == nullptr;
 }
 
-// Read before anything is counted.
+// Read before the tests count blocks.
 const CFDictionaryRef PRODUCT =
     Dictionary("<dict><key>ProductName</key><string>Pelago</string>"
                "<key>ProductVersion</key><string>15.0</string>"

@@ -1,4 +1,4 @@
-// What hash tables do without memory.
+// Hash tables without memory.
 #include "noMemory.h"
 
 #include "scopedTable.h"
@@ -7,7 +7,7 @@ namespace {
 
 int sValues[3];
 
-// A table with copies of its keys, "one" among them, whose value is sValues[1].
+// Returns a table with copies of its keys, which holds the key "one" with the value sValues[1].
 ScopedTable TableOfOne()
 {
     ScopedTable table(HashTable_Alloc(16, HASH_STRING_KEY | HASH_FLAG_COPYKEY, nullptr));

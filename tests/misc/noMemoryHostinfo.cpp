@@ -1,4 +1,4 @@
-// What host information does without memory.
+// Host information without memory.
 #include "noMemory.h"
 
 #include "hostinfo.h"
@@ -12,7 +12,7 @@
 
 using namespace pelago;
 
-// The texts that not every machine has.
+// Replaces the call for the texts that some machines lack.
 extern "C" {
 int __real_sysctlbyname(const char *name, void *value, size_t *size, void *fresh, size_t of);
 int __wrap_sysctlbyname(const char *name, void *value, size_t *size, void *fresh, size_t of)
@@ -29,14 +29,15 @@ int __wrap_sysctlbyname(const char *name, void *value, size_t *size, void *fresh
 
 namespace {
 
-// What is found out once and kept; how that goes without memory is for tests of its own.
+// Looks up the cached values; other tests cover these lookups without memory.
 const bool sIsKept = [] {
     HostinfoOSVersionInit();
     HostinfoKeepNames("full", "short");
     return Hostinfo_HostNameCached() != nullptr;
 }();
 
-// For what writes to standard error: whether it is that, and nothing of it is left there.
+// For functions that write to standard error: returns whether the output begins with this text, and
+// leaves none of the output there.
 template <typename Call> bool Tells(const std::string &begin, Call call)
 {
     testing::internal::CaptureStderr();
@@ -199,7 +200,7 @@ NEEDS_NO_MEMORY(Hostinfo_GetMemoryInfoInPages)
 
 NEEDS_NO_MEMORY(Hostinfo_GetKernelZoneElemSize)
 {
-    // An ordinary user is warned.
+    // The function warns an ordinary user.
     const std::string told =
         geteuid() == 0 ? "" : "Hostinfo_GetKernelZoneElemSize: mach_zone_info failed";
     return Tells(told, [] { Hostinfo_GetKernelZoneElemSize("no such zone"); });

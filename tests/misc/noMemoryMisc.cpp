@@ -1,4 +1,4 @@
-// What lib/misc and lib/unicode do without memory.
+// The functions of lib/misc and lib/unicode without memory.
 #include "noMemory.h"
 
 #include "codeset.h"
@@ -23,7 +23,7 @@ namespace {
 
 // ---- Safe allocation
 
-// For an allocator: the block is ours, and can be written to.
+// Returns whether the allocator returns a block; the caller owns the block and can write to it.
 bool Allocates(size_t size, const std::function<void *()> &allocate)
 {
     void *block = Scarcely(allocate);
@@ -133,7 +133,7 @@ NEEDS_NO_MEMORY(Util_StrDiffers)
 
 const std::string WORD(DYNBUF_FIRST_ALLOCATION, 'w'); // fills a buffer's first block
 
-// A buffer that is full, and what must be left of it.
+// A full buffer, and the state that it must keep.
 class FullBuffer {
 public:
     FullBuffer()
@@ -149,7 +149,7 @@ public:
     operator DynBuf *() { return &mBuf; }
     DynBuf *operator->() { return &mBuf; }
 
-    // After a failure the buffer is as it was; what is in it stays whatever happens.
+    // After a failure the buffer must be unchanged; its contents must stay in any case.
     bool Settle(bool succeeded)
     {
         if (!succeeded) {
@@ -204,14 +204,14 @@ RUNS_OUT(DynBuf_Copy, FAILS)
 {
     FullBuffer buf;
     DynBuf copy;
-    memset(&copy, 0xee, sizeof copy); // what was there is not looked at
+    memset(&copy, 0xee, sizeof copy); // the call must not read the old contents
     const bool succeeded = Scarcely([&] { return DynBuf_Copy(buf, &copy); });
     EXPECT_EQ(copy.data != nullptr, succeeded);
     EXPECT_EQ(copy.size, succeeded ? DYNBUF_FIRST_ALLOCATION : 0u);
     EXPECT_EQ(copy.allocated, copy.size);
     EXPECT_EQ(std::string_view(copy.data, copy.size), WORD.substr(0, copy.size));
     DynBuf_Destroy(&copy);
-    buf.Settle(false); // as it was, whatever became of the copy
+    buf.Settle(false); // unchanged, whether or not the copy succeeded
     return succeeded;
 }
 
@@ -310,7 +310,7 @@ RUNS_OUT(Err_CurrentText, PANICS)
     return text == strerror(ENOENT);
 }
 
-// makes the cache that it looks into
+// The call makes the cache that it searches.
 RUNS_OUT(Err_TextToNumber, PANICS)
 {
     const int number = Scarcely([] { return Err_TextToNumber("text"); });
@@ -428,7 +428,7 @@ std::string Above(std::string path, int levels)
     return path;
 }
 
-// A root with ICU's data file where the product has it.
+// A root with ICU's data file in the product's place.
 class Root {
 public:
     Root()
@@ -460,7 +460,7 @@ RUNS_OUT(Location_Get, NO_ROOT, FAILS)
 
 RUNS_OUT_WHEN(Location_Get, FromItsOwnPath, PANICS, PANICS, Unconverted(OwnPath()), FAILS)
 {
-    Unicode_GetCurrentEncoding(); // both are kept once they have been looked up
+    Unicode_GetCurrentEncoding(); // both are cached once they have been looked up
     UnicodeIANALookup("UTF-8");
     if (!sAttempt.isSecond) { Location_Init("shareTool"); }
     const bool succeeded =
@@ -492,7 +492,7 @@ NEEDS_NO_MEMORY(Location_GetDefaultRoot)
 
 // ---- Text
 
-// Going without ICU is what an initialisation does that finds no memory.
+// Returns whether ICU is in use after the initialisation, which without memory goes on without ICU.
 bool UsesIcu(const std::function<void(const Root &root)> &init)
 {
     const Root root;
@@ -518,7 +518,7 @@ NEEDS_NO_MEMORY(CodeSet_DontUseIcu)
     return !CodeSet_IsIcuInUse();
 }
 
-// The first call decides, so with memory again it stays without ICU.
+// The first call decides, so ICU stays unused when there is memory again.
 RUNS_OUT(Unicode_Init, NO_ROOT, FAILS)
 {
     return UsesIcu([](const Root &) { Unicode_Init(); }) || sAttempt.isSecond;

@@ -1,4 +1,4 @@
-// What the wrappers of the C library's calls for text do without memory.
+// The wrappers of the C library's calls for text, without memory.
 #include "noMemory.h"
 
 #include "posixCalls.h"
@@ -13,10 +13,10 @@
 #include <utility>
 #include <vector>
 
-// Standard error is for what the process ends with, so messages go here.
+// Standard error carries the process's last message, so perror()'s messages go here.
 static std::string sMessage;
 extern "C" void __wrap_perror(const char *message) { sMessage = message; }
-// One template always gives the same name; no file is made.
+// This template always produces the same name; no file is made.
 static constexpr char TEMPLATE[] = "/tmp/XXXXXX";
 extern "C" {
 int __real_mkstemp(char *name);
@@ -30,7 +30,7 @@ int __wrap_mkstemp(char *name)
 
 namespace {
 
-// The names of encodings that conversions look up, found before and forgotten afterwards.
+// Looks up the names of the encodings that conversions use, and forgets them afterwards.
 bool WithNames(const std::function<bool()> &attempt)
 {
     EXPECT_EQ(Unicode_GetCurrentEncoding(), STRING_ENCODING_UTF_8);
@@ -40,7 +40,7 @@ bool WithNames(const std::function<bool()> &attempt)
     return succeeded;
 }
 
-// The call is made, and says that there is no such file.
+// Returns whether the call is made, and fails because there is no such file.
 template <typename Call> bool Misses(Call call)
 {
     errno = 0;
@@ -57,7 +57,7 @@ NEEDS_NO_MEMORY(Posix_Unsupported)
     return Scarcely([] { return Posix_Unsupported(MISSING); }) == -1;
 }
 
-// ---- Paths that are returned
+// ---- Returned paths
 
 RUNS_OUT(Posix_RealPath, PANICS, Unconverted("/dev/null"))
 {
@@ -135,7 +135,8 @@ RUNS_OUT(Posix_Perror, PANICS)
 
 // ---- The environment
 
-// Posix_Getenv() keeps six blocks, which here take the place of these: nothing is lost in all.
+// Posix_Getenv() keeps six blocks, which here replace these six, so that the number of blocks stays
+// the same.
 void *sPlaces[6] = {malloc(1), malloc(1), malloc(1), malloc(1), malloc(1), malloc(1)};
 
 RUNS_OUT(Posix_Getenv, PANICS, Unconverted("value"))
@@ -185,9 +186,9 @@ NEEDS_NO_MEMORY(Posix_Putenv)
     return Scarcely([] { return Posix_Putenv(entry); }) == 0 && getenv("PELAGO_PUT") == entry + 11;
 }
 
-// ---- All others: those that have a row in posixCalls.h and no case above
+// ---- All other wrappers: those with a row in posixCalls.h and no case above
 
-// Makes the call with texts that it fails with; returns whether it failed as the bare call does.
+// Makes the call with texts that it fails for; returns whether it failed as the bare call does.
 bool FailsAsTheBareCall(const Wrapper &wrapper)
 {
     const WorkingFolder folder;

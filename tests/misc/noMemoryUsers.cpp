@@ -1,4 +1,4 @@
-// What the user and group database does without memory.
+// The user and group database without memory.
 #include "noMemory.h"
 
 #include "posix.h"
@@ -10,11 +10,12 @@
 
 namespace {
 
-// Both have a number too, zero, and are there on every machine.
+// Both exist on every machine, and both also have a number, zero.
 const passwd ROOT = *getpwuid(0);
 const group ROOTS = *getgrgid(0);
 
-// A name that is spelt in UTF-8, and then texts that are converted from it.
+// How attempts end while the name is converted to the host's encoding, which is UTF-8, and then
+// while each of these texts is converted from it.
 std::vector<Ending> Named() { return {PANICS}; }
 std::vector<Ending> Converting(const std::vector<const char *> &texts)
 {
@@ -47,7 +48,7 @@ std::vector<Ending> PasswdR()
     return Converting({ROOT.pw_name, ROOT.pw_passwd, ROOT.pw_gecos, ROOT.pw_dir, ROOT.pw_shell});
 }
 
-// Where the names of encodings have been looked up before.
+// Makes an attempt after the names of the encodings have been looked up.
 template <typename Attempt> bool Attempts(Attempt attempt)
 {
     Unicode_GetCurrentEncoding();
@@ -57,7 +58,7 @@ template <typename Attempt> bool Attempts(Attempt attempt)
     return succeeded;
 }
 
-// The strings of a record that the library keeps.
+// Frees the strings of the record that the library keeps.
 void Release(char *&text) { free(std::exchange(text, nullptr)); }
 void Release(passwd *record)
 {
@@ -77,7 +78,7 @@ void Release(group *record)
     free(std::exchange(record->gr_mem, nullptr));
 }
 
-// For what returns the library's record.
+// For functions that return the library's record.
 template <typename Find> bool Keeps(Find find)
 {
     return Attempts([&] {
@@ -88,7 +89,7 @@ template <typename Find> bool Keeps(Find find)
     });
 }
 
-// For what fills the caller's record.
+// For functions that fill the caller's record.
 template <typename Record, typename Find> bool Fills(Find find)
 {
     return Attempts([&] {

@@ -1,4 +1,5 @@
-// Every function of the public headers without memory, and that none of them is left out.
+// Every function of the public headers without memory, and a check that no function is missing
+// here.
 #include "noMemory.h"
 
 #include "panic.h"
@@ -50,14 +51,14 @@ enum Outcome { SUCCEEDED = 40, SUCCEEDED_ALL_THE_SAME, FAILED, FAILED_ALL_THE_SA
     const bool succeeded = row.attempt();
     const bool showed = sAttempt.showed;
     if (!succeeded) {
-        alarm(STUCK_SECONDS); // a lock that was not given back would keep it for ever
+        alarm(STUCK_SECONDS); // a lock that was not released would keep it for ever
         sAttempt = {.isSecond = true};
         EXPECT_TRUE(row.attempt()) << "now that there is memory again";
     }
     EXPECT_EQ(Allocations::Live(), live) << "blocks that were lost, or freed twice";
     const Outcome outcome = succeeded ? (showed ? SUCCEEDED_ALL_THE_SAME : SUCCEEDED)
                                       : (showed ? FAILED : FAILED_ALL_THE_SAME);
-    fflush(stdout); // what the expectations say
+    fflush(stdout); // prints the failed expectations
     _exit(testing::Test::HasFailure() ? WRONG : outcome);
 }
 
@@ -106,7 +107,7 @@ void ExpectEnding(const Ending &ending, size_t refused, const Observed &observed
 
 class NoMemory : public testing::TestWithParam<NoMemoryCase> {
 protected:
-    // The host's converter of floating numbers keeps the block that it once has: that is no loss.
+    // The host's converter of floating numbers keeps a block from its first use: that is no leak.
     static void SetUpTestSuite()
     {
         char buffer[16];
@@ -122,7 +123,7 @@ TEST_P(NoMemory, EndsAsToldWhicheverBlockIsRefused)
             SCOPED_TRACE("after " + std::to_string(granted) + ", refused " +
                          (refused == 1 ? "one" : "all that follow"));
             const Observed observed = Attempt(row, granted, refused);
-            if (HasExited(observed, SUCCEEDED)) { // it needs no more blocks than were granted
+            if (HasExited(observed, SUCCEEDED)) { // it needs no further blocks
                 EXPECT_EQ(observed.said, "");
                 EXPECT_GE(granted, row.endings.size()) << "it does not get to all of its endings";
                 break;
@@ -136,9 +137,9 @@ TEST_P(NoMemory, EndsAsToldWhicheverBlockIsRefused)
 INSTANTIATE_TEST_SUITE_P(Each, NoMemory, testing::ValuesIn(Cases()),
                          [](const auto &row) { return row.param.function + row.param.variant; });
 
-// These are how a process ends that has no memory, and return in no case.
+// These functions end a process without memory, and never return.
 const std::set<std::string> ENDS{"Util_AllocFailure", "Util_AllocFailureAt"};
-// These are this program's own.
+// These are this program's own functions.
 const std::set<std::string> SINKS{"Pelago_Warning", "Pelago_Log", "Pelago_Panic"};
 
 TEST(NoMemoryDeathTest, IsReportedWithoutAny)
@@ -149,8 +150,8 @@ TEST(NoMemoryDeathTest, IsReportedWithoutAny)
                  "Unrecoverable memory allocation failure at lib/x:7\n");
 }
 
-// All that the public headers declare as Module_Verb or as UnicodeVerb; each declaration begins its
-// line.
+// Returns all functions that the public headers declare as Module_Verb or as UnicodeVerb; each
+// declaration begins its line.
 std::set<std::string> PublicFunctions()
 {
     const std::regex declaration(R"(^[A-Za-z][\w ]*[ *]+((?:[A-Za-z]+_|Unicode)\w+)\()");

@@ -1,4 +1,4 @@
-// The library's own sinks, in a program that has none; the tool is one.
+// The library's own sinks, in a program that defines none, such as the tool.
 #include "diagnostics.h"
 
 #include "panic.h"

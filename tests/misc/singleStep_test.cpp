@@ -1,4 +1,4 @@
-// What holds between any two instructions, and how many there are.
+// What holds between any two instructions, and how many instructions there are.
 #include "hashTable.h"
 #include "util.h"
 
@@ -15,7 +15,8 @@
 #include <set>
 #include <string>
 
-// What another thread enters meanwhile needs a block, while ours may be in the allocator.
+// The other thread's deed needs a block when it inserts a key.  This thread may be inside the
+// allocator then, so the deed gets this block.
 static bool sIsInDeed;
 alignas(std::max_align_t) static char sDeedsBlock[64];
 
@@ -41,7 +42,7 @@ constexpr uintptr_t FIRST = 1, OURS = 100, OTHERS = 10000;
 void *Value(uintptr_t number) { return reinterpret_cast<void *>(number); }
 const void *const KEY = Value(7);
 
-std::atomic<uintptr_t> sDropped; // the sum
+std::atomic<uintptr_t> sDropped; // the sum of all dropped values
 void Drop(void *value) { sDropped += reinterpret_cast<uintptr_t>(value); }
 
 bool Replace(HashTable *table, uintptr_t value)
@@ -55,7 +56,8 @@ bool Exchange(HashTable *table, uintptr_t value)
 
 using Way = bool (*)(HashTable *table, uintptr_t value);
 
-// What two replacements say, one of them between any two instructions of the other.
+// Checks the results of two replacements, with the second between any two instructions of the
+// first.
 void AtEveryInstruction(Way ours, Way others, const std::function<void(bool, bool)> &check)
 {
     for (size_t place = 1;; place++) {
@@ -119,7 +121,7 @@ TEST(AtomicExchange, DoesNotOverwriteWhatAnotherHasStoredMeanwhile)
     EXPECT_EQ(results, (std::set<bool>{false, true})) << "the other came before and after";
 }
 
-// ---- Another thread looks, or enters a key, while ours enters one
+// ---- Another thread looks up or inserts a key while this thread inserts one
 
 size_t CountByWalking(const HashTable *table)
 {
@@ -130,7 +132,8 @@ size_t CountByWalking(const HashTable *table)
     return count;
 }
 
-// Enters the key into an empty table of one bucket, with the deed between any two instructions.
+// Inserts the key into an empty table of one bucket, and runs the deed between any two
+// instructions.
 template <typename Check>
 void WhileAKeyIsEntered(const std::function<void(HashTable *)> &deed, const Check &check)
 {

@@ -1,4 +1,4 @@
-// What a sink may do: these call the library for each message that they get.
+// What a sink may do: these sinks call the library for each message that they receive.
 #include "diagnostics.h"
 
 #include "err.h"
@@ -24,10 +24,10 @@ using testing::HasSubstr;
 constexpr char ANSWER[] = "No such file or directory 1.50 ISO-8859-1 /";
 constexpr int DEEPEST_CALL = 3;
 
-std::string sMessages; // each behind the number of the sink's calls that it came in
+std::string sMessages; // each after the depth of the sink's calls that it came in
 int sDepth;
 
-// What the library gives, asked from inside a message of its own.
+// Returns results of the library, called from inside one of its own messages.
 std::string AskTheLibrary()
 {
     const int saved = errno;
@@ -39,7 +39,7 @@ std::string AskTheLibrary()
     std::string all = std::string(text) + " " + folder;
     free(folder);
     free(text);
-    UnicodeIANALookup("an encoding in a sink"); // which warns in turn
+    UnicodeIANALookup("an encoding in a sink"); // warns in turn
     Location_Init("a program in a sink");
     free(Util_ExpandString("$PELAGO_NOT_SET"));
     errno = saved;
@@ -89,7 +89,7 @@ void __wrap_Pelago_Log(const char *format, ...)
 
 namespace {
 
-// How many messages came in a first, a second and a third call of a sink.
+// Returns how many messages came in a first, a second and a third nested call of a sink.
 std::string Counts()
 {
     size_t counts[DEEPEST_CALL] = {};
@@ -130,7 +130,7 @@ TEST_F(Sinks, MayCallTheLibraryForALog)
     EXPECT_EQ(Counts(), "1 3 9");
 }
 
-// Where the initialisation has its lock.
+// The initialisation holds its lock while the sink runs.
 TEST_F(Sinks, MayCallTheLibraryDuringInitialisation)
 {
     const Outcome outcome = InChild([] {

@@ -40,7 +40,7 @@ std::string Converted(const char *from, const char *to, std::string_view in,
     return converted;
 }
 
-// Every byte, and every pair of bytes.
+// Returns every byte, and every pair of bytes.
 std::string Bytes()
 {
     std::string bytes;
@@ -54,7 +54,7 @@ std::string Bytes()
     return bytes;
 }
 
-// Every character of the planes that encodings have characters of.
+// Returns every character of the planes with characters that encodings have.
 std::string Text()
 {
     std::string text;

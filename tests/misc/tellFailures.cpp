@@ -1,7 +1,7 @@
-// Converts many short texts from one encoding to another, and tells why and where that failed:
+// Converts many short texts from one encoding to another, and prints why and where each failed:
 //    tellFailures icu|alone CODE_IN CODE_OUT <texts >failures
-// A text is its size in four bytes, the lowest first, and its bytes.  A failure is a line: the
-// reason's number, and the offset.
+// Each text is its size in four bytes, the lowest first, and then its bytes.  Each failure is a
+// line with the reason's number and the offset.
 #include "codeset.h"
 
 #include "scopedForTests.h"

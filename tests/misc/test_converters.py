@@ -1,4 +1,4 @@
-"""The data that the tool has of ICU's is enough: each converter does with it what it does with all of it."""
+"""The part of ICU's data that the tool contains is enough: each converter works as with all of the data."""
 
 import os
 import subprocess
@@ -22,7 +22,7 @@ class Converters(unittest.TestCase):
         self.assertEqual((reduced[0], whole[0]), ("data of converters", "all data"))
         self.assertGreater(len(whole), 200)
         self.assertEqual(reduced[1:], whole[1:])
-        # What is compared says something: converters differ.
+        # The comparison is meaningful: converters differ from one another.
         self.assertGreater(len({line.split()[4] for line in whole[1:]}), 150)
 
 

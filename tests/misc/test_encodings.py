@@ -17,7 +17,7 @@ SUPPORTED = re.findall(r'"([^"]+)", true', (ROOT / "tests/unicode/encodingList.h
 
 
 class Codec:
-    """One of Python's, under its name; decode and encode give None for what it refuses."""
+    """One of Python's codecs by name; decode and encode return None for input that the codec refuses."""
 
     def __init__(self, name):
         self.name = name
@@ -49,7 +49,7 @@ class Marked(Codec):
 
 
 class Unclosed(Codec):
-    """HZ, left among its letters of two bytes at the end of a text."""
+    """HZ that does not return to ASCII at the end of a text."""
 
     def encode(self, text):
         encoded = super().encode(text)
@@ -57,7 +57,7 @@ class Unclosed(Codec):
 
 
 class Cesu8:
-    """Each UTF-16 unit, of a pair of surrogates too, as UTF-8 writes characters."""
+    """Writes each UTF-16 unit, also each half of a surrogate pair, as UTF-8 writes a character."""
 
     name = "our own"
 
@@ -76,8 +76,8 @@ class Cesu8:
 
 
 class Iscii:
-    """ISCII of one script.  All scripts have Devanagari's letters, 0x80 further on for each, as far as
-    they have them at all."""
+    """ISCII of one script.  Each script has the letters of Devanagari at 0x80 times the script's number further
+    on, as far as it has them."""
 
     name = "our own"
     DEVANAGARI = dict(zip(
@@ -163,7 +163,7 @@ class Scsu:
 
 
 class Bocu1:
-    """One character: its distance from U+0040 in digits of 243 values."""
+    """Encodes one character as its distance from U+0040, in digits of 243 values."""
 
     name = "our own"
     TRAILS = [*range(0x01, 0x07), *range(0x10, 0x1A), *range(0x1C, 0x20), *range(0x21, 0x100)]
@@ -172,7 +172,7 @@ class Bocu1:
         code = ord(text)
         if code <= 0x20:
             return bytes([code])
-        # Of how many trail bytes, from which distance, with the leading byte of that distance on.
+        # Each row: the number of trail bytes, the first distance, and the leading byte of that distance.
         ranges = ((0, -64, 0x50), (1, 64, 0xD0), (2, 64 + 43 * 243, 0xFB), (3, 64 + 43 * 243 + 3 * 243 ** 2, 0xFE))
         below = ((1, -64 - 43 * 243, 0x25), (2, -64 - 43 * 243 - 3 * 243 ** 2, 0x22))
         distance = code - 0x40
@@ -215,8 +215,8 @@ def peer_of(name):
 
 
 def inputs(name):
-    """What is decoded: every byte, and where letters have several every pair of them.  In the sets that
-    hold ASCII a pair begins with a byte that is not."""
+    """Returns the inputs to decode: every byte and, where letters have several bytes, every pair.  In the
+    sets that hold ASCII, a pair begins with a byte that is not ASCII."""
     if name in ("ISO-2022-JP", "csISO2022JP"):
         return BYTES + [b"\x1b$B" + pair + b"\x1b(B" for pair in PAIRS if max(pair) < 0x7F and min(pair) > 0x20]
     if name == "HZ-GB-2312":
@@ -243,14 +243,14 @@ def convert_all(code_in, code_out, texts):
 
 
 def count(ours, theirs):
-    """How many only we convert, only the peer does, and are different."""
+    """Returns how many inputs only the library converts, only the peer converts, and both convert differently."""
     pairs = [(our, their) for our, their in zip(ours, theirs) if our != their]
     return [sum(their is None for _, their in pairs), sum(our is None for our, _ in pairs),
             sum(our is not None and their is not None for our, their in pairs)]
 
 
 def measure(name):
-    """The row of encodings.md: decoded (three counts), encoded (three counts), dropped, not back."""
+    """Returns the row of encodings.md: decoded (three counts), encoded (three counts), dropped, not back."""
     peer = peer_of(name)
     texts = inputs(name)
     decoded = convert_all(name, "UTF-8", texts)
@@ -262,7 +262,7 @@ def measure(name):
     dropped = [text == b"" for text in encoded]
     ours, kept = [text for text, drop in zip(encoded, dropped) if not drop], \
         [text for text, drop in zip(TEXTS, dropped) if not drop]
-    if name in ("SCSU", "UTF-7"):  # which write a character in several ways
+    if name in ("SCSU", "UTF-7"):  # these write a character in several ways
         row += count([None if text is None else peer.decode(text) for text in ours], kept)
     else:
         row += count(ours, [peer.encode(text) for text in kept])

@@ -1,4 +1,4 @@
-"""Where conversions stop, beside where Python's codecs do: at the first byte of what is damaged, or of the
+"""Where conversions stop, compared with Python's codecs: at the first byte of a damaged character, or of a
 character that the other encoding lacks."""
 
 import os
@@ -13,14 +13,14 @@ TEXTS = 3000
 
 
 def failures(way, code_in, code_out, texts):
-    """What the library tells of each text."""
+    """Returns the library's reason and offset for each text."""
     data = b"".join(struct.pack("<i", len(text)) + text for text in texts)
     done = subprocess.run([TELL_FAILURES, way, code_in, code_out], input=data, capture_output=True, check=True)
     return [tuple(map(int, line.split())) for line in done.stdout.splitlines()]
 
 
 def decoded(codec, data):
-    """What Python's decoder tells."""
+    """Returns the reason and the offset of Python's decoder."""
     try:
         data.decode(codec)
     except UnicodeDecodeError as error:
@@ -29,7 +29,7 @@ def decoded(codec, data):
 
 
 def encoded(codec, text):
-    """What Python's encoder tells, in bytes of UTF-8."""
+    """Returns the reason of Python's encoder, and the offset in bytes of UTF-8."""
     try:
         text.encode(codec)
     except UnicodeEncodeError as error:
@@ -38,7 +38,7 @@ def encoded(codec, text):
 
 
 class Texts:
-    """Texts of characters of all widths, and what damages them."""
+    """Makes texts of characters of all widths, whole and damaged."""
 
     def __init__(self, seed, alphabet):
         self.random = random.Random(seed)
@@ -48,7 +48,7 @@ class Texts:
         return "".join(self.random.choices(self.alphabet, k=self.random.randrange(1, 12)))
 
     def damaged(self, codec, bad_bytes):
-        """A text that had a byte replaced, put in or taken out, or its end cut off, in most cases."""
+        """Returns a text, in most cases with bytes replaced, inserted or removed, or with its end cut off."""
         data = bytearray(self.whole().encode(codec))
         for _ in range(self.random.randrange(3)):
             at = self.random.randrange(len(data) + 1)
@@ -89,7 +89,7 @@ class Decoding(unittest.TestCase):
             self.compare("alone", code, code, [texts.damaged(code, range(256)) for _ in range(TEXTS)], out)
 
     def test_a_damaged_text_of_another_encoding_does_too(self):
-        # Bytes that begin nothing, in either implementation.
+        # Bytes that begin no character in either implementation.
         for code, codec, alphabet in (("Shift_JIS", "shift_jis", "ab\u5c71\u7530\uff71"), ("EUC-JP", "euc_jp", "ab\u5c71\u7530"),
                                       ("EUC-KR", "euc_kr", "ab\ud55c\uae00")):
             texts = Texts(code, alphabet)

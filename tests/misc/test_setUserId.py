@@ -1,4 +1,4 @@
-"""Whose home a "~" is in a set-user-ID program, on a machine of its own."""
+"""Which user's home "~" is in a set-user-ID program. Runs on a machine of its own."""
 
 import os
 import pwd

@@ -16,11 +16,11 @@
 #include <unistd.h>
 #include <vector>
 
-// ---- In the place of the user database and of Log
+// ---- The user database and Log, replaced
 
 namespace {
 
-// The record of every user, whose strings are gone once the database is closed.
+// The record of every user.  Its strings become invalid when the database is closed.
 struct UserDatabase {
     bool hasRecord = true, hasName = true, hasHome = true;
     std::string name = "ann", home = "/home/ann";
@@ -43,7 +43,7 @@ struct UserDatabase {
     }
 };
 UserDatabase sUsers;
-constexpr uid_t REAL_USER = 4000000001; // whoever the effective one is
+constexpr uid_t REAL_USER = 4000000001; // for any effective user
 bool sIsSetUserId;
 std::string sLogged;
 
@@ -86,7 +86,7 @@ std::string Expand(const std::string &text) { return Take(Util_ExpandString(text
 
 void Set(const char *name, const char *value) { ASSERT_EQ(setenv(name, value, 1), 0); }
 
-// A home that is overridden until the end of the block.
+// Overrides the home directory until the end of the block.
 class HomeOverride {
 public:
     explicit HomeOverride(const char *directory) : mKept(Util_OverrideHomeDir(directory)) {}
@@ -103,7 +103,7 @@ private:
     const char *mKept;
 };
 
-// Nothing is in the environment but HOME, A and what a test puts there.
+// The environment holds only HOME, A and what a test adds.
 class UtilExpand : public testing::Test {
 protected:
     void SetUp() override
@@ -123,7 +123,7 @@ private:
 };
 using UtilExpandDeathTest = UtilExpand;
 
-// ---- What is expanded, and to what
+// ---- The expansions
 
 struct ExpandCase {
     const char *name, *in, *out;
@@ -280,7 +280,7 @@ TEST_F(UtilExpand, CallsAUserWithoutNameUnknown)
     EXPECT_EQ(sLogged, "");
 }
 
-// In a Turkish locale the C library's small I is another letter.
+// In a Turkish locale the C library's lower case of I is another letter.
 TEST_F(UtilExpand, KnowsPidInAnyCaseWhateverTheLocale)
 {
     const TemporaryFolder folder;
@@ -472,7 +472,7 @@ TEST_F(UtilExpandDeathTest, HasToHaveTheOverriddenHome)
         "Unrecoverable memory allocation failure\n");
 }
 
-// ---- How many pieces
+// ---- The number of pieces
 
 struct PiecesCase {
     const char *name;

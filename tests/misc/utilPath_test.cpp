@@ -107,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(IPv4, UtilIsAddress,
                                          AddressCase{"Name", "localhost", NEITHER}),
                          [](const auto &row) { return row.param.name; });
 
-const std::string LONGEST = "0000:0000:0000:0000:0000:ffff:255.255.255.255"; // of 45 bytes
+const std::string LONGEST = "0000:0000:0000:0000:0000:ffff:255.255.255.255"; // 45 bytes
 
 INSTANTIATE_TEST_SUITE_P(
     IPv6, UtilIsAddress,

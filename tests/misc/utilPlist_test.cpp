@@ -15,12 +15,12 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-// ---- In the place of the calls that fail on demand
+// ---- The calls that fail on demand
 
 namespace {
 
 bool sUrlFault, sStreamFault, sOpenFault, sHasNoDirectText, sTextFault, sIsTooLong;
-CFTypeRef sUrl, sStream, sList; // what was made last
+CFTypeRef sUrl, sStream, sList; // the objects made last
 std::vector<CFTypeRef> sClosed, sReleased;
 bool sIsParsed;
 std::vector<std::string> sKeys; // that were looked up
@@ -72,7 +72,7 @@ CFPropertyListRef __wrap_CFPropertyListCreateWithStream(CFAllocatorRef allocator
     sIsParsed = true;
     EXPECT_EQ(options, static_cast<CFOptionFlags>(kCFPropertyListImmutable));
     sList = __real_CFPropertyListCreateWithStream(allocator, stream, size, options, format, error);
-    std::erase(sReleased, sList); // references of the reader's own
+    std::erase(sReleased, sList); // forgets the reader's own releases
     return sList;
 }
 void __real_CFRelease(CFTypeRef);
@@ -133,8 +133,8 @@ protected:
     }
 };
 
-// At the end of the block all strings that were made in it have been freed.  Not around files: what
-// reads these frees texts that are not of our allocator.
+// Checks at the end of the block that all strings made in it have been freed.  Not for use around
+// files: their reader frees texts that our allocator did not allocate.
 class NothingIsLeft {
 public:
     NothingIsLeft() = default;
@@ -168,7 +168,7 @@ protected:
 };
 TEST_P(UtilCFString, IsCopiedDirectly)
 {
-    sTextFault = sIsTooLong = true; // of calls that are not made then
+    sTextFault = sIsTooLong = true; // these calls are not made then
     EXPECT_EQ(Converted(), GetParam().text);
     EXPECT_EQ(sLogged, "");
 }
@@ -194,7 +194,7 @@ TEST_F(UtilPlist, AllocatesThreeBytesPerUnitToConvert)
     EXPECT_EQ(sizes, std::vector<size_t>{4 * 3 + 1});
 }
 
-// The text is not had, which is told once.
+// Expects no text, and one message about it.
 void ExpectNoText(CFStringRef string)
 {
     const NothingIsLeft strings;
@@ -252,7 +252,7 @@ protected:
     const TemporaryFolder &Folder() const { return mFolder; }
     void TearDown() override
     {
-        // Whatever was made is gone, but for what was returned.
+        // All objects that were made are released, except the returned one.
         if (sUrl != nullptr) { EXPECT_EQ(Count(sReleased, sUrl), 1); }
         if (sStream != nullptr) {
             EXPECT_EQ(Count(sClosed, sStream), 1);
@@ -466,7 +466,7 @@ TEST_F(UtilPlist, ClearsValuesAfterAnUnrequestedOneOnFailure)
 struct IncompleteCase {
     const char *name;
     std::string content;
-    size_t stored; // how many were there before the one that fails
+    size_t stored; // how many values are stored before the one that fails
 };
 class UtilPlistIncomplete : public UtilPlist, public testing::WithParamInterface<IncompleteCase> {};
 TEST_P(UtilPlistIncomplete, ClearsStoredValuesAndLeavesTheRest)

@@ -26,7 +26,7 @@ constexpr char REPORT[] = "Unrecoverable memory allocation failure\n";
 constexpr char REPORT_AT[] = "Unrecoverable memory allocation failure at lib/x:7\n";
 const size_t HUGE_SIZE = SIZE_MAX / 2;
 
-// Each allocator in its two forms, asked for something and for nothing.
+// Each allocator in its two forms, called for some bytes and for none.
 struct AllocatorCase {
     const char *name;
     std::function<void *()> some, someAt, none, noneAt;
@@ -99,7 +99,7 @@ TEST(UtilDeathTest, TellsTheBugNumberUnlessThereIsNone)
                  "Unrecoverable memory allocation failure at lib/x:-1.  Bug number: -2147483648\n");
 }
 
-// The program's last words may be of what the block holds.
+// At exit the program may still read the old block: a failed resize must not free it.
 ptrdiff_t sLiveBefore;
 template <typename Resize> void FailToResize(Resize resize)
 {
@@ -209,7 +209,7 @@ INSTANTIATE_TEST_SUITE_P(Bytes, UtilSafeStrndup,
 
 TEST(UtilSafeStrndup, ReadsNothingBeyondTheLimit)
 {
-    char *bytes = static_cast<char *>(malloc(3)); // a sanitizer watches what is behind it
+    char *bytes = static_cast<char *>(malloc(3)); // a sanitizer watches the bytes after it
     memcpy(bytes, "abc", 3);
     EXPECT_EQ(Take(Util_SafeStrndup(bytes, 3)), "abc");
     free(bytes);
@@ -217,7 +217,7 @@ TEST(UtilSafeStrndup, ReadsNothingBeyondTheLimit)
 
 TEST(UtilSafeStrndupDeathTest, EndsTheProcessWhenTheLengthOverflows)
 {
-    sMemchrFindsNothing = true; // as in a memory that is full of text
+    sMemchrFindsNothing = true; // as in a memory without a NUL
     EXPECT_PANIC(Take(Util_SafeStrndup("abc", SIZE_MAX)), REPORT);
     EXPECT_PANIC(Take(Util_SafeStrndupAt("abc", SIZE_MAX, -1, "lib/x", 7)), REPORT_AT);
     sMemchrFindsNothing = false;
@@ -279,7 +279,7 @@ TEST(UtilFree, Frees)
     EXPECT_EQ(Allocations::Live(), live);
 }
 
-// The comparisons, of blocks whose ends a sanitizer watches.
+// Compares blocks; a sanitizer watches their ends.
 void ExpectDifferences(const std::vector<uint8_t> &a, const std::vector<uint8_t> &b)
 {
     size_t different = 0, counted = SIZE_MAX;
@@ -370,7 +370,7 @@ INSTANTIATE_TEST_SUITE_P(Strings, UtilStrDiff,
 
 TEST(UtilStrDiff, ReadsTheSecondStringToItsNulOnly)
 {
-    char *b = static_cast<char *>(malloc(2)); // a sanitizer watches what is behind it
+    char *b = static_cast<char *>(malloc(2)); // a sanitizer watches the bytes after it
     memcpy(b, "a", 2);
     size_t count = 0;
     EXPECT_TRUE(Util_CountStrDiff("aaaaaaaaaaaaaaaaaaaaaaaa", b, &count));
