@@ -1,5 +1,5 @@
-// The wrappers where the host's encoding is ASCII: what each call is given, and that none is made
-// for text that cannot be spelt.
+// The wrappers where the host's encoding is ASCII: which texts each call receives, and that no call
+// is made with a text that ASCII lacks.
 #include "posixCalls.h"
 
 #include "allocations.h"
@@ -13,13 +13,13 @@
 
 extern "C" const char *CodeSet_GetCurrentCodeSet() { return "US-ASCII"; }
 
-constexpr int FROM_CALL = 88, FROM_CONVERSION = 99; // errno as these leave it
+constexpr int FROM_CALL = 88, FROM_CONVERSION = 99; // errno after each of these
 
-// What was converted, and the calls: how many, errno before the last, and the texts they were
-// given.  The first calls come before main().
+// The converted texts, and the wrapped calls: their number, errno before the last one, and the
+// texts that they received.  The first calls come before main().
 static constinit std::vector<std::string> sConverted, sGiven;
 static int sCalls, sErrorBefore, sOpenMode;
-static const char *sResolved; // where realpath() was to put its path
+static const char *sResolved; // the buffer that realpath() received
 
 static void Note(std::vector<std::string> &texts, const char *text)
 {
@@ -40,7 +40,7 @@ template <typename... Texts> static void Count(Texts... texts)
     errno = FROM_CALL;
 }
 
-// In the place of the call: it is counted, and fails.
+// Replaces the call: counts it, and fails.
 #define PELAGO_COUNT_OF(call, failure, parameters, ...)                                            \
     extern "C" long __wrap_##call parameters                                                       \
     {                                                                                              \
@@ -74,7 +74,7 @@ PELAGO_COUNT(utime, -1)
 PELAGO_COUNT(utimes, -1)
 PELAGO_COUNT(pathconf, -1)
 PELAGO_COUNT_OF(realpath, 0, (const char *text, char *resolved), (sResolved = resolved, text))
-// The same where buffers are checked.
+// The same call where the compiler checks the sizes of buffers.
 PELAGO_COUNT_OF(__realpath_chk, 0, (const char *text, char *resolved), (sResolved = resolved, text))
 PELAGO_COUNT(readlink, -1)
 PELAGO_COUNT(mkstemp, -1)
@@ -95,12 +95,12 @@ int __wrap_open(const char *path, int flags, ...)
     Count(path);
     va_list arguments;
     va_start(arguments, flags);
-    sOpenMode = va_arg(arguments, int); // there is always one when a wrapper calls
+    sOpenMode = va_arg(arguments, int); // a wrapper always passes a mode
     va_end(arguments);
     return -1;
 }
 
-// Conversions are free to change errno.
+// A conversion may change errno.
 char *__real_Unicode_GetAllocBytes(const char *string, StringEncoding encoding);
 char *__wrap_Unicode_GetAllocBytes(const char *string, StringEncoding encoding)
 {
@@ -139,7 +139,7 @@ protected:
     {
         return std::find(names.begin(), names.end(), GetParam().name) != names.end();
     }
-    // As many texts as it takes.
+    // As many texts as the wrapper takes.
     const std::vector<const char *> mSpelt = [] {
         std::vector<const char *> texts = {"first", "second", "third", "fourth", "fifth"};
         texts.resize(GetParam().bad.size());
@@ -160,7 +160,7 @@ TEST_P(EachWrapper, ConvertsItsTextsOnceAndInTheirOrder)
     EXPECT_THAT(sConverted, testing::ElementsAreArray(mSpelt));
 }
 
-// With arguments that are listed one by one there is no error before the call.
+// With arguments that are passed one by one, errno is 0 before the call.
 TEST_P(EachWrapper, PassesErrnoInAndTheCallsErrnoOut)
 {
     const CallOutcome outcome = Make(mSpelt);
@@ -178,7 +178,7 @@ TEST_P(EachWrapper, HandsOnNull)
         std::vector<std::string> given(mSpelt.begin(), mSpelt.end());
         if (i == 0 || !hasLists) {
             given[i] = "NULL";
-        } else { // it ends its list: of the second and the third text, or of the two behind them
+        } else { // NULL ends a list: that of the 2nd and 3rd text, or that of the next two
             given.erase(given.begin() + i, given.begin() + (i + 1) / 2 * 2 + 1);
         }
         Make(texts);
@@ -222,7 +222,7 @@ TEST(PosixOpen, PassesTheModeOnlyWhenCreating)
 #endif
 }
 
-// Without a place the C library makes a block of its own, which somebody would have to free.
+// Without a buffer, the C library allocates a block that the wrapper would have to free.
 TEST(PosixRealPath, HasAPlaceForThePath)
 {
     for (const auto call : {Posix_RealPath, Posix_TryRealPath}) {
@@ -250,12 +250,12 @@ TEST(PosixUnsupported, DoesNotLookAtItsText)
     EXPECT_EQ(errno, ENOSYS);
 }
 
-// Its string is not converted.
+// The string for Posix_Putenv() is not converted.
 TEST(PosixPutenv, TakesWhatCannotBeSpelt)
 {
     static char entry[] = "PELAGO_PUT=caf\xC3\xA9";
     EXPECT_EQ(Posix_Putenv(entry), 0);
-    entry[11] = 'C'; // it is the environment's now
+    entry[11] = 'C'; // the string is in the environment now
     bool isThere = false;
     for (char **variable = environ; *variable != nullptr; variable++) {
         isThere = isThere || *variable == entry;
@@ -263,7 +263,7 @@ TEST(PosixPutenv, TakesWhatCannotBeSpelt)
     EXPECT_TRUE(isThere);
 }
 
-// What tells complete.sh that all tests have run: GoogleTest's own call asks a stand-in.
+// Reports to complete.sh that all tests have run: GoogleTest's own call reaches a stand-in.
 class AllHaveRun : public testing::Environment {
     void TearDown() override
     {

@@ -1,5 +1,5 @@
-// posixCalls.h -- the wrappers that answer with a failure, each beside the call that it makes: for
-// what holds for all of them.
+// posixCalls.h -- the wrappers that report failure by their result, each with the call that it
+// makes, for the tests that apply to all of them.
 #ifndef PELAGO_TESTS_MISC_POSIXCALLS_H
 #define PELAGO_TESTS_MISC_POSIXCALLS_H
 
@@ -29,11 +29,11 @@
 
 constexpr int ALONE = 77; // no call sets errno to this
 
-// ---- What a call gave
+// ---- The outcome of a call
 
 struct CallOutcome {
     std::string result;
-    int error; // errno thereafter
+    int error; // errno afterwards
     bool operator==(const CallOutcome &) const = default;
 };
 inline void PrintTo(const CallOutcome &outcome, std::ostream *out)
@@ -41,7 +41,7 @@ inline void PrintTo(const CallOutcome &outcome, std::ostream *out)
     *out << outcome.result << ", errno " << outcome.error;
 }
 
-// What comes open is closed again.
+// Closes a descriptor that the call returned.
 inline CallOutcome Number(long number) { return {std::to_string(number), errno}; }
 inline CallOutcome Descriptor(int descriptor)
 {
@@ -81,15 +81,15 @@ inline CallOutcome Taken(char *text)
 
 // ---- The bare calls
 
-// The call itself.  A compiler that does not know which one it is lets NULL pass.
+// Returns the call itself.  A compiler that does not know which call it is lets NULL pass.
 template <typename Call> Call *Bare(Call *call)
 {
     Call *volatile opaque = call;
     return opaque;
 }
 
-// A stream to reopen.  When that fails it is closed, but nobody releases its block, so those are
-// remembered to the end.
+// Returns a stream to reopen.  A failed reopening closes the stream, but the block of the stream is
+// never freed, so the blocks are kept reachable until the end.
 inline FILE *Scratch()
 {
     static auto *const streams = new std::vector<FILE *>;
@@ -116,20 +116,20 @@ inline char *BareMkTemp(const char *pathTemplate)
 // ---- The wrappers
 
 using Texts = const char *const *;
-// The elements are not written to.
+// The calls do not write to the elements.
 inline char *Element(const char *text) { return const_cast<char *>(text); }
 
 struct Wrapper {
-    const char *name; // the wrapper's without "Posix_"; a further row of it adds "_" and a name
+    const char *name; // without "Posix_"; a wrapper's further rows add "_" and a name
     CallOutcome (*wrapped)(Texts text);
     CallOutcome (*bare)(Texts text);
-    std::vector<const char *> bad = {};  // texts that it fails with
-    int error = 0;                       // and how; 0 is not at all, or without an error
-    unsigned nullable = 1;               // which texts the bare call takes NULL for, a bit each
-    std::vector<const char *> good = {}; // texts that it succeeds with, in the folder made below
-    std::string result = "0";            // and what it gives then
-    bool (*effect)() = nullptr;          // and whether that is so
-    bool isQuiet = true;                 // whether the call leaves errno alone then
+    std::vector<const char *> bad = {};  // texts that the call fails for
+    int error = 0;                       // the error then; 0: it does not fail, or sets no errno
+    unsigned nullable = 1;               // a bit for each text that may be NULL in the bare call
+    std::vector<const char *> good = {}; // texts that it succeeds for, in a WorkingFolder
+    std::string result = "0";            // its result then
+    bool (*effect)() = nullptr;          // returns whether the call took effect
+    bool isQuiet = true;                 // whether the call then leaves errno alone
 };
 inline void PrintTo(const Wrapper &wrapper, std::ostream *out) { *out << wrapper.name; }
 
@@ -137,7 +137,7 @@ inline void PrintTo(const Wrapper &wrapper, std::ostream *out) { *out << wrapper
     .wrapped = [](Texts text) { return outcome(wrapper(__VA_ARGS__)); },                           \
     .bare = [](Texts text) { return outcome(Bare(call)(__VA_ARGS__)); }
 
-// Names of more than ASCII.
+// Names with characters beyond ASCII.
 inline constexpr char FILE_NAME[] = "file \xC3\xA9";
 inline constexpr char FOLDER_NAME[] = "folder \xE2\x82\xAC";
 inline constexpr char FULL_NAME[] = "full \xC3\xB1"; // a folder, with a file of the file's name
@@ -146,7 +146,7 @@ inline constexpr char NEW_NAME[] = "new \xC3\xBC\xF0\x9F\x90\xA7";
 inline constexpr char VARIABLE[] = "PELAGO_\xC3\xA4";
 inline constexpr char MISSING[] = "missing/\xC3\xA9";
 
-// The working folder of a test: with a file of two lines, two folders, and a link to the file.
+// The working folder of a test.  It holds a file of two lines, two folders, and a link to the file.
 class WorkingFolder {
 public:
     WorkingFolder()
@@ -199,7 +199,7 @@ inline std::string ValueOf(const char *name)
 
 inline const utimbuf OLD_TIMES = {1000, 2000};
 inline const timeval OLD_TIMEVALS[2] = {{1000, 250000}, {2000, 500000}};
-// These, with so many nanoseconds.
+// Returns whether the file has the times 1000 and 2000 seconds, plus these nanoseconds.
 inline bool HasOldTimes(long ofAccess, long ofChange)
 {
     const struct stat status = StatusOf(FILE_NAME);
@@ -207,7 +207,7 @@ inline bool HasOldTimes(long ofAccess, long ofChange)
            status.st_mtim.tv_sec == 2000 && status.st_mtim.tv_nsec == ofChange;
 }
 
-// By name, in the order of the header.
+// Returns all rows, in the order of the header.
 inline std::vector<Wrapper> Wrappers()
 {
     namespace fs = std::filesystem;
@@ -553,7 +553,7 @@ inline std::vector<Wrapper> Wrappers()
     };
 }
 
-// What the wrapper is to give for its good texts when errno is ALONE.
+// Returns the expected outcome of the wrapper for its good texts when errno is ALONE.
 inline CallOutcome SuccessOf(const Wrapper &wrapper)
 {
     errno = ALONE;

@@ -1,5 +1,5 @@
-// Posix_Getenv() while other threads change what they share, between any two steps of it: its
-// source is a part of this program, compiled to call back from every branch.
+// Posix_Getenv() while other threads change the shared data between any two of its steps.  Its
+// source is compiled into this program, and calls back at every branch.
 #include "posix.h"
 
 #include "allocations.h"
@@ -18,7 +18,8 @@
 
 namespace {
 
-// Done once by this thread: after so many steps, or when it is about to ask the environment.
+// Each runs once in this thread: tDeed after tSteps steps, tBeforeGetenv just before the thread
+// reads the environment.
 thread_local std::function<void()> tDeed, tBeforeGetenv;
 thread_local size_t tSteps;
 
@@ -29,7 +30,7 @@ extern "C" void __sanitizer_cov_trace_pc()
     if (tDeed && tSteps-- == 0) { std::exchange(tDeed, nullptr)(); }
 }
 
-// In the place of the environment, which must not change while threads ask: the value of every
+// Replaces the environment, which must not change while threads read it: the value of every
 // variable whose name begins with PREFIX.
 static std::atomic<const char *> sValue;
 static constexpr char PREFIX[] = "PELAGO_STEPS";
@@ -42,16 +43,17 @@ char *__wrap_getenv(const char *name)
         return __real_getenv(name);
     }
     if (tBeforeGetenv) { std::exchange(tBeforeGetenv, nullptr)(); }
-    return const_cast<char *>(sValue.load()); // not written to
+    return const_cast<char *>(sValue.load()); // callers do not write to it
 }
 }
 
 namespace {
 
-// An entry with its key, a record, and for its value and the one before two blocks each.
+// The blocks that are kept after a change: an entry with its key, a record, and two blocks each for
+// the current value and the one before.
 constexpr ptrdiff_t KEPT_AFTER_A_CHANGE = 6;
 
-// A variable that nobody has asked for before.
+// A variable that no thread has read before.
 class Variable {
 public:
     const char *Ask(const char *value) const
@@ -59,7 +61,7 @@ public:
         sValue = value;
         return Posix_Getenv(mName.c_str());
     }
-    // The same, and the deed is done after so many steps; nullptr when there are not so many.
+    // The same, with the deed after this many steps; nullptr when there are fewer steps.
     const char *AskAndMeanwhile(const char *value, size_t steps, std::function<void()> deed) const
     {
         tSteps = steps;
@@ -73,7 +75,7 @@ private:
     const std::string mName = PREFIX + std::to_string(sMade++);
 };
 
-// Tries after no step, after one, and so on, as long as there are steps.
+// Makes an attempt after no step, after one step, and so on, until there are no more steps.
 void AfterEverySteps(const std::function<bool(size_t steps)> &attempt)
 {
     size_t steps = 0;
@@ -83,7 +85,7 @@ void AfterEverySteps(const std::function<bool(size_t steps)> &attempt)
     EXPECT_GT(steps, 20u) << "there are hundreds, if anything calls back";
 }
 
-// How many values the variable had before.
+// The parameter is the number of values that the variable had before.
 class PosixGetenvBetweenSteps : public testing::TestWithParam<int> {};
 
 TEST_P(PosixGetenvBetweenSteps, WhatIsReceivedStaysReadableThroughOneChange)
@@ -102,7 +104,7 @@ TEST_P(PosixGetenvBetweenSteps, WhatIsReceivedStaysReadableThroughOneChange)
         });
         if (mine == nullptr) { return false; }
 
-        // Who comes first has been overtaken once, and nobody twice.
+        // The thread that came first has been overtaken once, and none twice.
         EXPECT_THAT(mine,
                     testing::AnyOf(testing::StrEq("my value"), testing::StrEq("their value")));
         EXPECT_STREQ(theirs, "their value");
@@ -115,7 +117,8 @@ TEST_P(PosixGetenvBetweenSteps, WhatIsReceivedStaysReadableThroughOneChange)
 INSTANTIATE_TEST_SUITE_P(AfterValues, PosixGetenvBetweenSteps, testing::Values(0, 1, 2, 3),
                          [](const auto &row) { return std::to_string(row.param); });
 
-// A third thread stops between looking at a value and comparing it, and meanwhile that is replaced.
+// A third thread stops between reading a value and comparing it, and meanwhile the value is
+// replaced.
 TEST(PosixGetenvSteps, FreeNothingThatAReaderLooksAt)
 {
     AfterEverySteps([](size_t steps) {

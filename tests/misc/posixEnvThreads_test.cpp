@@ -1,5 +1,5 @@
-// Posix_Getenv() in many threads.  The environment itself must not change meanwhile, so one that
-// may stands in its place.
+// Posix_Getenv() in many threads.  The environment itself must not change meanwhile, so a
+// replacement that may change is used.
 #include "posix.h"
 
 #include "allocations.h"
@@ -26,7 +26,7 @@ namespace {
 
 constexpr int THREADS = 4;
 
-// Values that the variables may have.
+// Returns the values that the variables may have.
 const auto &Values()
 {
     static const auto values = [] {
@@ -39,13 +39,13 @@ const auto &Values()
     return values;
 }
 
-// The value's number of every variable whose name begins with PREFIX.
+// The number of the current value, for every variable whose name begins with PREFIX.
 std::atomic<size_t> sNow;
 constexpr char PREFIX[] = "PELAGO_";
 void Change(size_t number) { sNow = number; }
 
 std::atomic<int> sInserted, sRefused;
-// Done once by this thread, before it goes on: when it is about to insert, or to compare a kept
+// Each runs once in this thread: just before the thread inserts, or just before it compares a kept
 // value with the environment's.
 thread_local std::function<void()> tBeforeInsert, tBeforeCompare;
 
@@ -61,7 +61,7 @@ char *__real_getenv(const char *name);
 char *__wrap_getenv(const char *name)
 {
     if (strncmp(name, PREFIX, strlen(PREFIX)) != 0) { return __real_getenv(name); }
-    return const_cast<char *>(Values()[sNow].c_str()); // not written to
+    return const_cast<char *>(Values()[sNow].c_str()); // callers do not write to it
 }
 bool __real_HashTable_Insert(HashTable *table, const void *key, void *value);
 bool __wrap_HashTable_Insert(HashTable *table, const void *key, void *value)
@@ -81,11 +81,12 @@ int __wrap_strcmp(const char *a, const char *b)
 
 namespace {
 
-// The blocks that a name keeps: an entry with its key, a record and, for its value and the one
-// before, two each.
+// The blocks that are kept for a name: an entry with its key, a record, and two blocks each for the
+// current value and the one before.
 constexpr ptrdiff_t KEPT = 4, A_VALUE = 2, KEPT_AFTER_A_CHANGE = KEPT + A_VALUE;
 
-// Another thread asks for the variable when it has this value, and ends; its result.
+// Reads the variable with this value in another thread, which then ends.  Returns the thread's
+// result.
 const char *AskElsewhere(const std::string &name, size_t value)
 {
     const char *result = nullptr;
@@ -94,11 +95,12 @@ const char *AskElsewhere(const std::string &name, size_t value)
     return result;
 }
 
-// What a thread that asks may have for itself: the name in the host's bytes, the environment's
-// value in two forms at most, what is to show it, and what comes with an attempt that is in vain.
+// The blocks that a reading thread may own: the name in the host's encoding, the environment's
+// value in at most two forms, the record of the new value, and the blocks of an attempt that
+// failed.
 constexpr ptrdiff_t OWN_BLOCKS = 8;
 
-// Every test has a name of its own, which has never been asked for.
+// Every test uses a variable of its own, which has never been read.
 class PosixGetenvOvertaken : public testing::Test {
 protected:
     void SetUp() override
@@ -120,7 +122,7 @@ private:
 };
 using PosixGetenvThreads = PosixGetenvOvertaken;
 
-// ---- Another thread comes between
+// ---- Another thread runs in between
 
 TEST_F(PosixGetenvOvertaken, GivesTheValueOfWhoInsertedFirst)
 {
@@ -173,7 +175,8 @@ TEST_F(PosixGetenvOvertaken, ChangesWhatAnotherThreadHasJustChanged)
     EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
 }
 
-// So many changes by another thread, while this one looks at the value from before them.
+// The parameter is the number of changes by another thread, while this thread looks at the value
+// from before them.
 class PosixGetenvWhileItLooks : public PosixGetenvOvertaken,
                                 public testing::WithParamInterface<size_t> {};
 
@@ -200,7 +203,8 @@ TEST_P(PosixGetenvWhileItLooks, TheValueStaysReadable)
 INSTANTIATE_TEST_SUITE_P(Changes, PosixGetenvWhileItLooks, testing::Values(1, 2, 3, 10),
                          [](const auto &row) { return std::to_string(row.param); });
 
-// Of all the values that come and go while a thread looks, only the one that it looks at waits.
+// While a thread looks at one value, other values come and go.  Only the value that it looks at
+// stays allocated.
 TEST_F(PosixGetenvOvertaken, LetsNothingButWhatItLooksAtWait)
 {
     Ask(0);
@@ -215,7 +219,7 @@ TEST_F(PosixGetenvOvertaken, LetsNothingButWhatItLooksAtWait)
     EXPECT_EQ(Added(), KEPT_AFTER_A_CHANGE);
 }
 
-// ---- Many at once
+// ---- Many threads at once
 
 TEST_F(PosixGetenvThreads, GivesAllOfThemOnePointer)
 {
@@ -231,7 +235,8 @@ TEST_F(PosixGetenvThreads, GivesAllOfThemOnePointer)
     EXPECT_EQ(Added(), 300 * KEPT);
 }
 
-// All threads ask, then the value changes, and so on: a pointer from before the change is good.
+// All threads read the value, then the value changes, and so on: a pointer from before the change
+// stays valid.
 TEST_F(PosixGetenvThreads, APointerIsGoodThroughOneChange)
 {
     constexpr size_t ROUNDS = 2000;
@@ -273,7 +278,8 @@ TEST_F(PosixGetenvThreads, EveryNameHasOneRecord)
     EXPECT_EQ(Added(), NAMES * KEPT);
 }
 
-// While values change all the time, what is received may be gone at once, so nobody reads it.
+// While values change all the time, a returned pointer may be invalid at once, so no thread reads
+// through it.
 TEST_F(PosixGetenvThreads, ChangesThatNeverRestLoseNoBlock)
 {
     constexpr int NAMES = 3, ROUNDS = 20000;

@@ -13,7 +13,7 @@
 #include <string>
 #include <unistd.h>
 
-// The table in which the values are kept, and what it was asked for with.
+// The table of the kept values, and the arguments that it was made with.
 static HashTable *sTable;
 static uint32_t sBuckets;
 static int sFlags;
@@ -25,7 +25,7 @@ HashTable *__wrap_HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, i
                                       HashTableFreeEntryFn freeEntryFn)
 {
     HashTable *table = __real_HashTable_AllocOnce(shared, numEntries, flags, freeEntryFn);
-    if (freeEntryFn == nullptr) { return table; } // of the names of encodings
+    if (freeEntryFn == nullptr) { return table; } // the table of the encodings' names
     sBuckets = numEntries;
     sFlags = flags;
     return sTable = table;
@@ -35,16 +35,16 @@ HashTable *__wrap_HashTable_AllocOnce(HashTable **shared, uint32_t numEntries, i
 namespace {
 
 constexpr int ALONE = 77;
-// What a name keeps: an entry with its key, a record, and two blocks for its value and, once it has
-// changed, two for the one before.
+// The blocks that are kept for a name: an entry with its key, a record, two blocks for its value
+// and, after a change, two for the one before.
 constexpr ptrdiff_t KEPT = 4, KEPT_AFTER_A_CHANGE = 6;
 
-// Every test has a name of its own, which is not set and has never been asked for.
+// Every test uses a variable of its own, which is not set and has never been read.
 class PosixEnv : public testing::Test {
 protected:
     void TearDown() override { unsetenv(Name()); }
     const char *Name() const { return mName.c_str(); }
-    // Gives the variable the value, bare, and asks for it.
+    // Sets the variable with the bare call, and reads it.
     const char *Ask(const char *value) const
     {
         setenv(Name(), value, 1);
@@ -183,7 +183,7 @@ TEST_F(PosixGetenv, GoesBackToAValueThatWasThere)
     EXPECT_EQ(Posix_Getenv(Name()), again);
 }
 
-// ---- What is kept
+// ---- The kept blocks
 
 TEST_F(PosixGetenv, KeepsOneCopyOfAnUnchangedValue)
 {
@@ -206,7 +206,7 @@ TEST_F(PosixGetenv, FreesAValueThatHasBeenReplacedTwice)
 
 TEST_F(PosixGetenv, KeepsManyNamesApart)
 {
-    constexpr int NAMES = 2000; // many times the table's buckets
+    constexpr int NAMES = 2000; // many times the number of buckets
     std::vector<const char *> values;
     const auto name = [this](int i) { return Name() + std::to_string(i); };
     for (int i = 0; i < NAMES; i++) {
@@ -237,10 +237,11 @@ TEST_F(PosixGetenvDeathTest, NoRecordIsEverDropped)
 
 // ---- Without memory
 
-// Whichever block is refused, first, changed or changed again, the process ends.
+// The process ends whichever block is refused: for a first value, for a changed one or for one
+// changed again.
 TEST_F(PosixGetenvDeathTest, WithoutMemoryEndsTheProcess)
 {
-    for (const int values : {0, 1, 2, 3}) { // that were there before
+    for (const int values : {0, 1, 2, 3}) { // that the variable had before
         for (int i = 0; i < values; i++) {
             Ask(std::to_string(i).c_str());
         }
@@ -271,7 +272,7 @@ TEST_F(PosixGetenvDeathTest, WithoutMemoryEndsTheProcess)
     }
 }
 
-// ---- Bytes that are no text
+// ---- Bytes that are not text
 
 TEST_F(PosixGetenvDeathTest, EndsTheProcessForAnInvalidValue)
 {
@@ -316,7 +317,7 @@ TEST_F(PosixGetenv, TryGetenvSetsNoErrnoForUnsetVariables)
     EXPECT_EQ(errno, 0);
 }
 
-// ---- Changing it
+// ---- Changing the environment
 
 TEST_F(PosixSetenv, OverwritesOnlyWhenTold)
 {

@@ -1,5 +1,5 @@
-// The wrappers' errno, with an allocator that leaves it changed, as it may do when it succeeds, and
-// as free() may do on some hosts.
+// The wrappers' errno, with an allocator that changes errno: it may do so when it succeeds, and
+// free() may do so on some hosts.
 #include "posixCalls.h"
 
 #include <grp.h>
@@ -10,9 +10,9 @@ namespace {
 thread_local bool tSpoils;
 bool sLinkIsLong;
 int sErrorBeforeGetenv;
-int sErrorOfGetenv; // 0: it leaves errno alone
+int sErrorOfGetenv; // 0: getenv() leaves errno alone
 
-// While it lives, each call of the allocator by this thread changes errno.
+// While this object exists, each call of the allocator by this thread changes errno.
 struct SpoilingAllocator {
     SpoilingAllocator() { tSpoils = true; }
     ~SpoilingAllocator() { tSpoils = false; }
@@ -76,7 +76,7 @@ ssize_t __wrap_readlink(const char *path, char *buffer, size_t size)
     errno = EIO;
     return -1;
 }
-// Under that allocator the file is gone already when it is to be removed.
+// With that allocator, the file is already gone when the wrapper removes it.
 int __real_mkstemp(char *name);
 int __wrap_mkstemp(char *name)
 {
@@ -93,7 +93,7 @@ int __wrap_mkstemp(char *name)
 
 namespace {
 
-// The call's outcome with that allocator.
+// Returns the call's outcome with that allocator.
 CallOutcome Spoilt(CallOutcome (*call)(Texts), const std::vector<const char *> &texts)
 {
     const SpoilingAllocator allocator;
@@ -159,7 +159,7 @@ TEST(ErrnoOfPerror, IsLeftAloneEvenWhenWritingFails)
         testing::ExitedWithCode(ENOENT), "");
 }
 
-// Of a record that takes the place of one whose strings are freed.
+// The new record replaces one whose strings are freed.
 TEST(ErrnoOfUsersAndGroups, IsTheCallsOwn)
 {
     const auto user = [](Texts) { return Kept(Bare(getpwuid)(0)->pw_name); };
@@ -180,7 +180,8 @@ TEST(ErrnoOfUsersAndGroups, IsTheCallsOwn)
     }
 }
 
-// Each step of a variable's life: it is new, unchanged, changed, changed twice and more, unset.
+// Checks errno for each state of a variable: new, unchanged, changed, changed twice and more,
+// unset.
 void ExpectErrnoInEachStep(const char *name, int expected)
 {
     for (const char *value :

@@ -22,10 +22,10 @@ namespace {
 
 constexpr int ALONE = 77;
 constexpr char PROGRAM[] = TELL_STATE;
-// Found through PATH; the same program under another name.
+// A name that is found through PATH, for the same program.
 constexpr char NAME[] = "tell \xC3\xA9";
 
-// How a process began that was executed.
+// The arguments and the environment of an executed process.
 struct Start {
     std::vector<std::string> arguments, environment;
     bool operator==(const Start &) const = default;
@@ -46,7 +46,7 @@ std::string ReadAll(int file)
     return all;
 }
 
-// What becomes of a child that executes the program.
+// Returns the arguments and the environment in a child that executes the program.
 Start Started(const std::function<void()> &execute)
 {
     int ends[2];
@@ -77,7 +77,8 @@ std::vector<std::string> OwnEnvironment()
     return variables;
 }
 
-// So many texts, some of more than ASCII, one with every byte that text can have.
+// Returns this many texts: some with characters beyond ASCII, one with every byte that text can
+// have.
 std::vector<std::string> Arguments(size_t count)
 {
     std::vector<std::string> texts;
@@ -96,13 +97,13 @@ std::vector<char *> List(const std::vector<std::string> &texts)
 {
     std::vector<char *> list;
     for (const std::string &text : texts) {
-        list.push_back(const_cast<char *>(text.data())); // not written to
+        list.push_back(const_cast<char *>(text.data())); // the calls do not write to it
     }
     list.push_back(nullptr);
     return list;
 }
 
-// A folder that is first in PATH, and has the program.
+// A folder that is first in PATH and holds the program.
 class SearchedFolder {
 public:
     SearchedFolder()
@@ -162,7 +163,7 @@ TEST(PosixExecve, GivesAnEnvironmentOfItsOwn)
     }
 }
 
-// Without any argument, or without a list: what that is, the kernel decides.
+// The kernel decides what an empty list of arguments, or no list, means.
 TEST(PosixExec, WithoutArgumentsIsAsTheBareCall)
 {
     const auto bare = [](char *const *argv, char *const *envp) {
@@ -267,7 +268,7 @@ INSTANTIATE_TEST_SUITE_P(
         Failing{"Execvp", [](const char *path) { return Posix_Execvp(path, sTwo); }}),
     [](const auto &row) { return std::string(row.param.name); });
 
-// The path is converted first; then comes the array.
+// The first allocation is for the converted path, the second for the array.
 TEST(PosixExecl, FailsWithoutMemoryForItsArray)
 {
     for (const auto &execute : {+[] { return Posix_Execl(PROGRAM, "a", "b", nullptr); },

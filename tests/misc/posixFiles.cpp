@@ -1,4 +1,4 @@
-// What the wrappers do with files.
+// How the wrappers treat files.
 #include "posixCalls.h"
 
 #include "posixFixture.h"
@@ -6,7 +6,7 @@
 #include <cstring>
 #include <sys/sysmacros.h>
 
-// What these were given last.
+// The arguments of the last call.
 static std::vector<unsigned long> sGiven;
 
 extern "C" {
@@ -213,7 +213,7 @@ TEST_F(PosixAccess, AsksForTheGivenModeOnly)
     EXPECT_EQ(Posix_Access(FOLDER_NAME, X_OK), 0);
 }
 
-// Root may do anything to a file, so what the call is given is looked at.
+// Root may do anything with a file, so the test checks the argument of the call instead.
 TEST_F(PosixAccess, HandsOnEveryBitOfTheMode)
 {
     for (const int mode : {F_OK, R_OK, W_OK, X_OK, R_OK | W_OK, R_OK | W_OK | X_OK}) {

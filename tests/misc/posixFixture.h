@@ -1,4 +1,4 @@
-// posixFixture.h -- tests of wrappers, each in a folder of its own.
+// posixFixture.h -- the fixture for tests of wrappers: each test has a folder of its own.
 #ifndef PELAGO_TESTS_MISC_POSIXFIXTURE_H
 #define PELAGO_TESTS_MISC_POSIXFIXTURE_H
 

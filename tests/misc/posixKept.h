@@ -1,5 +1,5 @@
-// posixKept.h -- what the wrappers keep once they have needed it, the names of encodings and the
-// table of Posix_Getenv(), is there before any test of the program counts blocks.
+// posixKept.h -- fills the caches of the wrappers, the names of encodings and the table of
+// Posix_Getenv(), before any test of the program counts blocks.
 #ifndef PELAGO_TESTS_MISC_POSIXKEPT_H
 #define PELAGO_TESTS_MISC_POSIXKEPT_H
 

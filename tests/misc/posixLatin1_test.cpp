@@ -1,5 +1,5 @@
-// The wrappers where the host's encoding is Latin-1: what goes to the C library and what comes
-// back.
+// The wrappers where the host's encoding is Latin-1: which bytes the C library receives, and which
+// text the wrappers return.
 #include "posix.h"
 
 #include "allocations.h"
@@ -21,7 +21,7 @@
 
 extern "C" const char *CodeSet_GetCurrentCodeSet() { return "ISO-8859-1"; }
 
-// The name that a value was last kept under.
+// The key of the last value that was inserted into a table.
 static std::string sKeptUnder;
 extern "C" {
 bool __real_HashTable_Insert(HashTable *table, const void *key, void *value);
@@ -35,7 +35,7 @@ bool __wrap_HashTable_Insert(HashTable *table, const void *key, void *value)
 namespace {
 
 constexpr int ALONE = 77;
-// The same name in UTF-8 and as the host has it, and one that it cannot have.
+// The same name in UTF-8 and in the host's encoding, and a name that the host's encoding lacks.
 constexpr char TEXT[] = "caf\xC3\xA9", HOST[] = "caf\xE9", LOST[] = "caf\xC4\x93";
 
 class PosixLatin1 : public testing::Test {
@@ -43,7 +43,7 @@ protected:
     static void SetUpTestSuite()
     {
         UseIcu();
-        free(Posix_RealPath("/")); // keeps the names of encodings
+        free(Posix_RealPath("/")); // caches the names of encodings
     }
     void SetUp() override
     {
@@ -173,7 +173,7 @@ TEST_F(PosixLatin1, AnUnrepresentableMessageIsLeftOut)
         testing::ExitedWithCode(ENOENT), testing::StrEq("No such file or directory\n"));
 }
 
-// A list whose element at lost cannot be spelt; past the end, none.
+// Returns a list whose element at index lost cannot be converted; an index past the end means none.
 std::vector<char *> List(const std::vector<std::string> &texts, size_t lost, size_t first)
 {
     static std::vector<std::string> kept[2];
@@ -202,7 +202,7 @@ TEST_F(PosixLatin1, ListsAreFreedWhicheverTextIsUnrepresentable)
     }
 }
 
-// What a program receives in its arguments and in an environment of its own.
+// Checks the bytes that a program receives in its arguments and in an environment of its own.
 TEST_F(PosixLatin1, ArgumentsAndEnvironmentAreInTheHostsBytes)
 {
     std::ofstream("script") << "#!/bin/sh\nprintf '%s,%s' \"$1\" \"$PELAGO_NAME\" >out\n";

@@ -1,5 +1,5 @@
-// Users and groups of the real C library, from files that this process alone sees in /etc.  Needs
-// root for that.
+// Users and groups of the real C library, from files in /etc that only this process sees.  The test
+// needs root for that.
 #include "posix.h"
 
 #include "allocations.h"
@@ -53,7 +53,7 @@ std::string Joined(const Strings &texts)
     return joined;
 }
 
-// The longest comes last: the C library has to have room for each line up to the one it looks for.
+// The longest line is last: the C library needs room for each line up to the one that it looks for.
 std::string Groups()
 {
     return "users:x:100:\n"
@@ -279,7 +279,7 @@ TEST(PosixDatabase, HasNoSuchGroupWithoutAnError)
 template <typename Record>
 using FindIn = int (*)(const char *, Record *, char *, size_t, Record **);
 
-// Room for strings beside what else the C library has put into the buffer.
+// Returns the room for strings next to the C library's other data in the buffer.
 size_t Room(const passwd &, const char *, size_t size) { return size; }
 size_t Room(const group &record, const char *buffer, size_t size)
 {
@@ -288,8 +288,8 @@ size_t Room(const group &record, const char *buffer, size_t size)
     return (start + size) / sizeof(char *) * sizeof(char *) - arraySize - start;
 }
 
-// How ours ends in a buffer of any size, beside how the C library's own does.  Returns in how many
-// the C library has room and ours has not.
+// Compares the library's lookup with the C library's own in buffers of every size.  Returns the
+// number of sizes that are large enough for the C library only.
 template <typename Record>
 size_t Sweep(FindIn<Record> hostFind, FindIn<Record> find, const char *name, const Strings &texts)
 {
@@ -355,8 +355,8 @@ TEST(PosixDatabase, EndsTheProcessOverInvalidBytesWithoutIcu)
 using GroupNumber = std::conditional_t<
     std::is_invocable_v<decltype(getgrouplist), const char *, gid_t, gid_t *, int *>, gid_t, int>;
 
-// What the call itself gives for ada's four groups: how it says that there was room, which on one
-// host is their number, and what it counts when there is room for three.
+// The results of the bare call for ada's four groups: how it reports that there was room, which on
+// one host is the number of groups, and the number that it counts with room for three.
 struct FromTheHost {
     bool isCount;
     int neededCount = 3;

@@ -1,5 +1,5 @@
-// What only lookups of groups promise: their array of members, which the C library puts anywhere
-// into the caller's buffer.
+// The promises of lookups of groups alone: their array of members, which the C library may put
+// anywhere in the caller's buffer.
 #include "posixUsersHost.h"
 
 #include <cstring>
@@ -57,7 +57,7 @@ TEST_F(PosixCallersGroup, KeepsAnArrayOutsideTheBufferInPlace)
     ExpectPacked(buffer, {"g", "x", "ada"});
 }
 
-// An array right before the buffer, right after it, and at either end of it.
+// Tests an array right before the buffer, right after it, and at either end of it.
 TEST_F(PosixCallersGroup, KnowsWhereTheBufferEnds)
 {
     UseIcu();
@@ -124,14 +124,14 @@ class PosixCallersGroupArray
     : public PosixCallersGroup,
       public testing::WithParamInterface<std::tuple<Array, Strings, size_t>> {};
 
-// Every size of the buffer, with its start on an address of every kind.
+// Tests every size of the buffer, at every alignment of its start.
 TEST_P(PosixCallersGroupArray, FitsOrNotToTheByte)
 {
     UseIcu();
     const auto &[where, found, shift] = GetParam();
     Groups::HostHas(found, where);
     const Strings texts = Repaired(found);
-    const size_t arraySize = (texts.size() - 1) * sizeof(char *); // with its end
+    const size_t arraySize = (texts.size() - 1) * sizeof(char *); // with the final null
     size_t foundIn = 0, fittedIn = 0;
     for (size_t size = 0; size < Size(texts) + arraySize + 40; size++) {
         SCOPED_TRACE(size);
@@ -146,7 +146,7 @@ TEST_P(PosixCallersGroupArray, FitsOrNotToTheByte)
             continue;
         }
         foundIn++;
-        // The array is best kept at the end, from an aligned address on.
+        // The best place for the array is at the end, from an aligned address on.
         const auto start = reinterpret_cast<uintptr_t>(buffer.Start());
         const size_t room =
             where == Array::Outside
@@ -166,7 +166,7 @@ TEST_P(PosixCallersGroupArray, FitsOrNotToTheByte)
         }
     }
     EXPECT_GT(fittedIn, 0u);
-    // What gets longer by less may go where the array's alignment has left a gap.
+    // A text that grows by less may fit into the gap that the array's alignment has left.
     if (Size(texts) > Size(found) + alignof(char *)) { EXPECT_LT(fittedIn, foundIn); }
 }
 

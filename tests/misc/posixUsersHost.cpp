@@ -68,7 +68,7 @@ int __wrap_getgrouplist(const char *user, gid_t baseGroup, gid_t *groups, int *c
     return -3;
 }
 
-// Conversions are free to change errno.
+// A conversion may change errno.
 Unicode __real_Unicode_AllocWithLength(const void *buffer, ssize_t length, StringEncoding encoding);
 Unicode __wrap_Unicode_AllocWithLength(const void *buffer, ssize_t length, StringEncoding encoding)
 {
@@ -240,7 +240,7 @@ void Groups::ExpectArrayIsClear(const group &record, const char *start, const ch
 
 void Groups::HostHas(const Strings &texts, Array where)
 {
-    const size_t count = texts.size() - 1; // without name and password, with the array's end
+    const size_t count = texts.size() - 1; // not name and password, but the final null
     AnswerInBuffer() = [=, outside = std::vector<char *>(count)](
                            group *record, char *buffer, size_t size, group **result) mutable {
         *result = nullptr;

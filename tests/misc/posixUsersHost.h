@@ -25,7 +25,7 @@
 using Strings = std::vector<std::string>;
 template <typename Record> using Finder = std::function<int(Record *, char *, size_t, Record **)>;
 
-// What the C library finds, and what it was asked.
+// The records that the C library finds, and the names and numbers that it was called with.
 struct Host {
     Strings asked;
     passwd *user = nullptr;
@@ -33,15 +33,15 @@ struct Host {
     Finder<passwd> findUser;
     Finder<group> findGroup;
     std::string unconvertible; // this text cannot be converted
-    bool losesMembers = false; // nor can any list
+    bool losesMembers = false; // no list can be converted
 };
 // Returns the calling thread's own host.
 Host &ThisHost();
 
-constexpr int FROM_CALLER = 1111; // errno before a call; the C library leaves the next one
+constexpr int FROM_CALLER = 1111; // errno before a call; the C library leaves FROM_HOST
 constexpr int FROM_HOST = 2222, FROM_CONVERSION = 3333;
 
-// Makes a call with errno as a caller has it.
+// Makes a call after setting errno to a caller's value.
 template <typename Call> auto Calling(Call call)
 {
     errno = FROM_CALLER;
@@ -54,7 +54,7 @@ protected:
     {
         ThisHost() = {};
         CodeSet_DontUseIcu();
-        Unicode_GetCurrentEncoding(); // what it keeps is not counted
+        Unicode_GetCurrentEncoding(); // fills its cache before blocks are counted
         errno = FROM_CALLER;
     }
     ~PosixUsers() override { CodeSet_DontUseIcu(); }
@@ -66,7 +66,7 @@ inline const std::string ABSENT = "(absent)";
 
 inline std::string Text(const char *text) { return text == nullptr ? ABSENT : text; }
 
-// Returns what ICU makes of bytes that are not UTF-8, when each stands alone.
+// Returns ICU's result for bytes that are not UTF-8, when each stands alone.
 inline std::string Repaired(const std::string &bytes)
 {
     std::string text;
@@ -96,7 +96,8 @@ inline size_t Size(const Strings &texts)
 
 // ---- A caller's buffer
 
-// A buffer whose address is this many bytes after a multiple of 16; the bytes around it must stay.
+// A buffer whose address is this many bytes after a multiple of 16.  A call must not change the
+// bytes around it.
 class Buffer {
 public:
     Buffer(size_t size, size_t shift) : mSize(size), mShift(shift), mBytes(size + 2 * AROUND, FILL)
@@ -138,10 +139,9 @@ private:
 };
 
 // ---- The two kinds of records
-//
-// A record has texts, of which ABSENT stands for NULL, and numbers, which count up from the first.
+// A record has texts, of which ABSENT means NULL, and numbers, which count up from the first one.
 
-// Name, password, full name, home, shell.
+// The texts are the name, password, full name, home and shell.
 struct Users {
     using Record = passwd;
 
@@ -149,8 +149,8 @@ struct Users {
     inline static const Strings OTHER = {"bob", "*", "", "/", "/usr/sbin/nologin"};
     inline static const Strings LONGER = {"a\xFF", "\xFE", "\xFF\xFF\xFF", "/h\xE9", "/bin/\xFF"};
     inline static const Strings NOTHING = Strings(5, ABSENT);
-    // The texts that a lookup fails for when they cannot be converted, in the order of a static
-    // record's conversions.
+    // The indices of the texts whose failed conversion makes the lookup fail, in the order in which
+    // a static record is converted.
     static constexpr size_t CONVERTED[] = {1, 3, 0, 2, 4};
     static constexpr auto NAME = &passwd::pw_name;
 
@@ -169,13 +169,13 @@ struct Users {
     // A user's record has no array.
     static void ExpectArrayIsClear(const passwd &, const char *, const char *) {}
 
-    // The host puts these texts into the buffer, in this order of the fields.
+    // Has the host put these texts into the buffer, in this order of the fields.
     static void HostHas(const Strings &texts, const std::vector<size_t> &order = {0, 1, 2, 3, 4});
     // The same, with the name not at the buffer's start.
     static void HostHasNameLater(const Strings &texts) { HostHas(texts, {4, 3, 2, 1, 0}); }
 };
 
-// Where a group's array of members is: in the buffer among its texts, or outside.
+// The place of a group's array of members: in the buffer among its texts, or outside.
 enum class Array { First, Middle, Last, AtEnd, Outside };
 inline void PrintTo(Array where, std::ostream *out)
 {
@@ -183,7 +183,8 @@ inline void PrintTo(Array where, std::ostream *out)
     *out << "array " << NAMES[static_cast<int>(where)];
 }
 
-// Name, password, and the members; instead of these ABSENT, where the array is NULL.
+// The texts are the name, the password, and the members; or ABSENT instead of the members, where
+// the array is NULL.
 struct Groups {
     using Record = group;
 
@@ -208,7 +209,7 @@ struct Groups {
     // Expects that the array is aligned, and clear of the texts from start to end.
     static void ExpectArrayIsClear(const group &record, const char *start, const char *end);
 
-    // The host puts these texts into the buffer, and the array there.
+    // Has the host put these texts into the buffer, and the array at this place.
     static void HostHas(const Strings &texts, Array where = Array::Outside);
     static void HostHasNameLater(const Strings &texts) { HostHas(texts, Array::First); }
 };
@@ -244,7 +245,7 @@ private:
     typename Kind::Record mRecord = {};
 };
 
-// The host's record has its texts in memory of its own, and not in the buffer.
+// Has the host find a record whose texts are in memory of their own, and not in the buffer.
 template <typename Kind> void HostHasElsewhere(const Strings &texts)
 {
     using Record = typename Kind::Record;
@@ -333,7 +334,7 @@ protected:
         return error;
     }
 
-    // The first count texts stand one after another from the start of the buffer.
+    // Checks that the first count texts follow one another from the start of the buffer.
     void ExpectPacked(Buffer &buffer, const Strings &texts, size_t count = SIZE_MAX)
     {
         const std::vector<char *> places = Kind::Places(mRecord);

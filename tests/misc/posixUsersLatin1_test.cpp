@@ -1,5 +1,5 @@
-// Users and groups on a host whose encoding is ISO 8859-1: names are not the same bytes there, text
-// gets longer on its way back, and there is a character that it cannot spell.
+// Users and groups on a host whose encoding is ISO 8859-1: its names have other bytes, text grows
+// when it is converted to UTF-8, and the encoding lacks a character.
 #include "posix.h"
 
 #include "codeset.h"
@@ -11,7 +11,7 @@
 #include <grp.h>
 #include <pwd.h>
 
-// In the place of the library's.
+// Replaces the library's function.
 extern "C" const char *CodeSet_GetCurrentCodeSet() { return "ISO-8859-1"; }
 
 namespace {
@@ -23,7 +23,7 @@ passwd sUser;
 group sGroup;
 char *sMembers[3];
 
-// The record, with its text in the caller's buffer.
+// Fills the record, with its text in the caller's buffer.
 template <typename Record>
 int Find(const char *name, const char *text, char *Record::*field, Record *record, char *buffer,
          size_t size, Record **result)
@@ -158,7 +158,7 @@ TEST_F(PosixUsersLatin1, HaveGroupsInUtf8)
     EXPECT_EQ(record->gr_mem[2], nullptr);
 }
 
-// The name takes five bytes with the host, and six in UTF-8.
+// The name takes five bytes in the host's encoding, and six in UTF-8.
 TEST_F(PosixUsersLatin1, NeedABufferForTheirTextInUtf8)
 {
     passwd record, *result = nullptr;

@@ -1,5 +1,5 @@
-// What the lookups of users and those of groups both promise, with a C library that a test scripts.
-// posixUsersDatabase_test asks the real one.
+// The promises of both lookups of users and lookups of groups, with a scripted C library.
+// posixUsersDatabase_test uses the real one.
 #include "posixUsersHost.h"
 
 #include "together.h"
@@ -245,7 +245,7 @@ TYPED_TEST(PosixCallersRecord, IsNoneWithoutAnError)
     EXPECT_EQ(this->mResult, nullptr);
 }
 
-// Whatever else the host returns, an error is all that counts.
+// Only the error counts, whatever else the host returns.
 TYPED_TEST(PosixCallersRecord, IsTheHostsError)
 {
     using Kind = typename TypeParam::Kind;
@@ -267,7 +267,7 @@ TYPED_TEST(PosixCallersRecord, MayShareItsTexts)
     UseIcu();
     char *array[4];
     Kind::AnswerInBuffer() = [&](Record *record, char *buffer, size_t, Record **result) {
-        char *text = strcpy(buffer, "\xFF/bin/sh"); // and others are its end
+        char *text = strcpy(buffer, "\xFF/bin/sh"); // other texts are the end of this one
         Kind::SetPlaces({text + 1, text + 1, text, text + 4, text + 8}, array, record);
         *result = record;
         return 0;
@@ -320,7 +320,7 @@ TYPED_TEST(PosixCallersRecord, IsUnchangedWhenAConversionFails)
     }
 }
 
-// Every size of the buffer.
+// Tests every size of the buffer.
 TYPED_TEST(PosixCallersRecord, FitsOrNotToTheByte)
 {
     using Kind = typename TypeParam::Kind;
@@ -338,7 +338,7 @@ TYPED_TEST(PosixCallersRecord, FitsOrNotToTheByte)
     }
 }
 
-// What the host found takes less room than it does in UTF-8.
+// The host's texts take less room than the same texts in UTF-8.
 TYPED_TEST(PosixCallersRecord, KeepsWhatFitsWhereItIsPacked)
 {
     using Kind = typename TypeParam::Kind;

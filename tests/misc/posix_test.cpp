@@ -1,4 +1,4 @@
-// The wrappers beside the bare calls, where the host's encoding is UTF-8.
+// The wrappers compared with the bare calls, where the host's encoding is UTF-8.
 #include "posixCalls.h"
 
 #include "allocations.h"
@@ -14,13 +14,13 @@
 #include <set>
 #include <string_view>
 
-// What readlink() was asked, and what it answers in the kernel's place when that is set.
+// The arguments of readlink(), and the function that replaces it when it is set.
 static std::vector<size_t> sLinkSizes;
 static std::vector<std::string> sLinkPaths;
 static std::function<ssize_t(char *buffer, size_t size)> sAnswerLink;
-// What popen() was given last.
+// The mode that popen() received last.
 static std::string sGivenMode;
-// Where mkstemp() made its file.
+// The path and the descriptor of the file that mkstemp() made.
 static std::string sMade;
 static int sMadeDescriptor;
 
@@ -31,7 +31,7 @@ ssize_t __wrap_readlink(const char *path, char *buffer, size_t size)
     sLinkSizes.push_back(size);
     sLinkPaths.emplace_back(path == nullptr ? "NULL" : path);
     if (sAnswerLink) { return sAnswerLink(buffer, size); }
-    if (path == nullptr) { // the kernel takes NULL, what a sanitizer puts before it does not
+    if (path == nullptr) { // the kernel takes NULL, a sanitizer's interceptor does not
         errno = EFAULT;
         return -1;
     }
@@ -55,7 +55,7 @@ int __wrap_mkstemp(char *name)
 
 namespace {
 
-// ---- All of them
+// ---- All wrappers
 
 class EachWrapper : public testing::TestWithParam<Wrapper> {
 protected:
@@ -163,7 +163,7 @@ TEST_F(PosixPopen, RefusesAModeThatIsNone)
     EXPECT_EQ(Allocations::Live(), before);
 }
 
-// All that a message of this error writes, and errno after it.
+// The complete output for a message with this error, and errno after it.
 struct PerrorCase {
     const char *name;
     const char *message;
@@ -190,7 +190,7 @@ INSTANTIATE_TEST_SUITE_P(
                     PerrorCase{"Null", nullptr, "No such file or directory\n"}),
     [](const auto &row) { return row.param.name; });
 
-// ---- Paths that are given back
+// ---- Returned paths
 
 TEST(PosixRealPath, ResolvesLinksAndDots)
 {
@@ -221,7 +221,7 @@ TEST(PosixRealPath, TellsWhyNot)
     EXPECT_EQ(Allocations::Live(), before);
 }
 
-// A folder so deep that its path has this length; its path.
+// Makes a folder so deep that its path has this length; returns the path.
 std::string Deep(const std::string &folder, size_t length)
 {
     std::string path = folder;
@@ -259,7 +259,7 @@ TEST_F(PosixReadLink, GivesTheTargetAsItIsWritten)
 }
 
 struct LinkCase {
-    size_t length; // of the target
+    size_t length; // the target's length
     std::vector<size_t> sizes;
 };
 class PosixReadLinkLong : public testing::TestWithParam<LinkCase> {};
@@ -418,11 +418,11 @@ TEST_F(PosixMkTemp, NeedsSixXAtTheEnd)
     }
 }
 
-// ---- Bytes of the host's that are no text
+// ---- Bytes of the host that are not text
 
 constexpr char NO_TEXT[] = "caf\xE9", OF_NO_TEXT[] = "link", VARIABLE_OF_NO_TEXT[] = "PELAGO_NONE";
 
-// A call that comes upon such bytes, in its two forms, and what follows them in its result.
+// A call that finds such bytes, in its two forms, and the text after them in its result.
 struct NoTextCase {
     const char *name;
     CallOutcome (*tries)();
@@ -451,7 +451,7 @@ TEST_P(PosixOfNoText, TryFormFailsWithAndWithoutIcu)
     for (const bool usesIcu : {false, true}) {
         SCOPED_TRACE(usesIcu);
         if (usesIcu) { UseIcu(); }
-        GetParam().tries(); // keeps what there is to keep
+        GetParam().tries(); // fills the caches
         const ptrdiff_t before = Allocations::Live();
         errno = ALONE;
         EXPECT_EQ(GetParam().tries(), (CallOutcome{"NULL", EILSEQ}));
@@ -488,7 +488,8 @@ INSTANTIATE_TEST_SUITE_P(Each, PosixOfNoTextDeathTest, NO_TEXT_CASES, WRAPPER_NA
 
 // ---- One list
 
-// What has tests of its own instead of a row: it does not fail as the others do, or takes no text.
+// The wrappers with tests of their own instead of a row: they do not fail as the others do, or take
+// no text.
 const std::set<std::string> WITHOUT_A_ROW = {
     "Unsupported", "Perror",   "Putenv",    "Getpwnam",  "Getpwuid",  "Getpwent",
     "Endpwent",    "Getgrnam", "GetpwnamR", "GetpwuidR", "GetgrnamR", "Getgrouplist"};
