@@ -1,4 +1,4 @@
-// Starting programs on a host whose encoding cannot spell everything.
+// Starting programs on a host whose encoding lacks most characters.
 #include "codeset.h"
 #include "hostinfo.h"
 

@@ -1,4 +1,4 @@
-// The calls that the script is about.
+// The wrapped calls, each of which follows the script.
 #include "daemonizeFaultsScript.h"
 
 #include "str.h"
@@ -10,7 +10,8 @@
 
 namespace {
 
-// Counts the call, and returns what is to happen in it instead.
+// Counts the call.  Returns the fault that replaces the call, or nullptr when the call is to be
+// made.
 const Fault *Comes(const char *call)
 {
     if (!sScript) { return nullptr; }

@@ -1,4 +1,4 @@
-// daemonizeFaultsScript.h -- which calls of a process that daemonizes do not do their part.
+// daemonizeFaultsScript.h -- scripts which calls fail in a process that daemonizes.
 #ifndef PELAGO_TESTS_MISC_DAEMONIZEFAULTSSCRIPT_H
 #define PELAGO_TESTS_MISC_DAEMONIZEFAULTSSCRIPT_H
 
@@ -19,30 +19,31 @@ enum Way { FAILS, IS_SHORT, RETURNS_ZERO, KILLS, WORKS };
 
 struct Fault {
     Role role;
-    std::string call; // "" for any
+    std::string call; // "": any call
     int error = 0;
     Way way = FAILS;
-    int ordinal = 1;                   // of the process's calls of that name
-    std::function<void()> before = {}; // done first
+    int ordinal = 1;                   // among the process's calls of that name
+    std::function<void()> before = {}; // runs before the fault
 };
 
 struct Script {
     std::vector<Fault> faults;
     Role role = CALLER;
-    std::map<std::string, int> calls{}; // of this process; all of them by ""
-    pid_t child = -1;                   // the one in between
-    int pipeEnd = -1;                   // which is to be closed on execution
+    std::map<std::string, int> calls{}; // this process's counts by name; "": all calls
+    pid_t child = -1;                   // the process between the caller and the daemon
+    int pipeEnd = -1;                   // the end that the execution must close
 };
-inline std::optional<Script> sScript; // nothing while the test's own calls are made
+inline std::optional<Script> sScript; // nullopt while the test's own calls are made
 
-constexpr unsigned KEPT = DAEMONIZE_KEEP_SESSION_AND_STDIO; // so that what the daemon says is seen
+constexpr unsigned KEPT = DAEMONIZE_KEEP_SESSION_AND_STDIO; // keeps the daemon's messages visible
 
 class DaemonizeFaults : public StartedPrograms {
 protected:
-    // What the first conversion keeps is no loss.
+    // The first conversion fills caches, which are no leak.
     static void SetUpTestSuite() { free(Unicode_GetAllocBytes("a", STRING_ENCODING_DEFAULT)); }
 
-    // The result under the script, with the names for numbers and paths in what was said.
+    // Returns the result under the script.  In the messages, names replace the numbers and the
+    // paths.
     Result Tried(const std::vector<Fault> &faults, unsigned flags = KEPT, bool withPidFile = true,
                  const std::string &program = TELL_STATE, const std::vector<int> &keepFds = {})
     {
@@ -69,7 +70,7 @@ protected:
     }
     bool HasPidFile() const { return std::filesystem::exists(PidPath()); }
 
-    Script mScript; // as the caller left it
+    Script mScript; // the caller's copy after the call
 
 private:
     static void Replace(std::string *text, const std::string &from, const std::string &to)

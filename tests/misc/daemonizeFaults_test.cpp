@@ -1,5 +1,5 @@
-// Daemonizing where one call does not do its part, in the caller, in the child in between or in the
-// daemon: all three are this program, so the calls are in its hands up to the execution.
+// Daemonizing with one call that fails, in the caller, in the child between the two, or in the
+// daemon.  All three run this program, so the tests wrap their calls up to the execution.
 #include "daemonizeFaultsScript.h"
 
 #include "allocations.h"
@@ -161,7 +161,7 @@ TEST_F(DaemonizeFaults, AShortWriteOfThePidFails)
     EXPECT_FALSE(HasPidFile());
 }
 
-// ---- Before there is a pipe, the PID file is let be
+// ---- Before the pipe exists, the PID file is not changed
 
 TEST_F(DaemonizeFaults, KeepsAPidFileThatCannotBeOpened)
 {
@@ -230,7 +230,7 @@ TEST_F(DaemonizeFaults, FailsWhenDescriptorsCannotMoveAboveStandardOnes)
     for (const auto &[ordinal, said] :
          {std::pair{1, "Couldn't open PID path [PIDFILE], error 24.\n"},
           std::pair{2, "Couldn't create pipe, error 24.\n"},
-          std::pair{3, "Couldn't create pipe, error 24.\n"}}) { // its other end
+          std::pair{3, "Couldn't create pipe, error 24.\n"}}) { // the pipe's other end
         const std::string expected = Said(said);
         const Result result = InProcess([&, ordinal = ordinal] {
             close(0);
@@ -250,7 +250,7 @@ TEST_F(DaemonizeFaults, FailsWhenDescriptorsCannotMoveAboveStandardOnes)
 
 TEST_F(DaemonizeFaults, StartsNoDaemonWithoutMemoryForTheList)
 {
-    const std::vector<int> many(1000, 2); // so that the list is told from all other blocks
+    const std::vector<int> many(1000, 2); // identifies the list's block by its size
     size_t granted = 0;
     const std::vector<size_t> sizes =
         Allocations::SizesIn([&] { Tried({}, KEPT, true, TELL_STATE, many); });
@@ -288,7 +288,7 @@ TEST_F(DaemonizeFaults, RemovesThePidFileBeforeUnlockingIt)
     Ended();
 }
 
-// ---- What is no failure
+// ---- Failed calls that do not count as failures
 
 TEST_F(DaemonizeFaults, KeepsStandardDescriptorsWithoutTheNullDevice)
 {
@@ -363,7 +363,7 @@ TEST_F(DaemonizeFaults, ALimitThatCannotBeReadStays)
     EXPECT_EQ(ToldAndEnded().The(LIMIT_OF_RLIMIT_AS), "1125899906842624 2251799813685248");
 }
 
-// ---- Failures in a failure
+// ---- Failures while a failure is handled
 
 TEST_F(DaemonizeFaults, ReportsTheFailureEvenWhenUnlinkFails)
 {
@@ -446,13 +446,13 @@ TEST_F(DaemonizeFaults, ADaemonThatIsKilledEndsTheWait)
     Told();
 }
 
-// A daemon whose caller has died in the meantime has nobody to report to.
+// A daemon whose caller has died meanwhile has no process to report to.
 TEST_F(DaemonizeFaults, AFailedDaemonEndsEvenWithoutItsCaller)
 {
-    int ends[2]; // closes as the caller dies
+    int ends[2]; // closes when the caller dies
     ASSERT_EQ(pipe(ends), 0);
     Listening listening;
-    const int heard = dup(STDERR_FILENO); // when nobody hears the caller's any more
+    const int heard = dup(STDERR_FILENO); // for the time after the caller's is closed
     const pid_t caller = fork();
     if (caller == 0) {
         const Fault waits{DAEMON, "execv", ENOENT, FAILS, 1, [&] {

@@ -1,4 +1,4 @@
-// daemonizeForTests.h -- daemons that are the program tellState.
+// daemonizeForTests.h -- starts the program tellState as a daemon.
 #ifndef PELAGO_TESTS_MISC_DAEMONIZEFORTESTS_H
 #define PELAGO_TESTS_MISC_DAEMONIZEFORTESTS_H
 
@@ -18,7 +18,7 @@ protected:
                                   pidPath.empty() ? nullptr : pidPath.c_str(), keepFds.data(),
                                   keepFds.size());
     }
-    // The result, with what was said.
+    // Returns the result and the messages.
     static Result Tried(unsigned flags, const std::string &pidPath, const std::string &program)
     {
         Listening listening;

@@ -1,4 +1,4 @@
-// daemonizeOnce.cpp -- daemonizeOnce PROGRAM FLAGS PIDFILE -- starts a daemon, and says "started"
+// daemonizeOnce.cpp -- daemonizeOnce PROGRAM FLAGS PIDFILE -- starts a daemon, and prints "started"
 // or "failed" with the error number.
 #include "hostinfo.h"
 

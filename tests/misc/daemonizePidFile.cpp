@@ -1,4 +1,4 @@
-// The PID file of a daemon, and programs that no daemon can become.
+// The PID file of a daemon, and programs that cannot be executed.
 #include "daemonizeForTests.h"
 
 #include <fcntl.h>
@@ -151,7 +151,7 @@ TEST_F(Daemonize, ReportsALimitOnTheSizeOfFiles)
 {
     const Result result = InProcess([&] {
         const int nowhere = open("/dev/null", O_WRONLY);
-        dup2(nowhere, STDERR_FILENO); // which is a file, too
+        dup2(nowhere, STDERR_FILENO); // standard error is a file, too
         const rlimit none = {0, 0};
         if (setrlimit(RLIMIT_FSIZE, &none) != 0) { return 2; }
         return Start(0, PidPath()) ? 1 : 0;

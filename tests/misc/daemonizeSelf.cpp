@@ -1,6 +1,7 @@
 // daemonizeSelf.cpp -- a program that makes a daemon of itself, in the way that hostinfo.h shows.
-// The daemon starts a child, in the way that the argument names, and ends; the child stays half a
-// minute, and writes its number, a line, to the file that CHILD_FILE in the environment names.
+// The daemon starts a child in the way that the argument names, and ends.  The child writes its
+// process ID as a line to the file that the environment variable CHILD_FILE names, and runs for
+// half a minute.
 #include "hostinfo.h"
 
 #include <cstdlib>
@@ -12,7 +13,8 @@
 
 namespace {
 
-// What the daemon starts is not to hold its lock.
+// Marks the PID file's descriptor as close-on-exec, so that the daemon's child does not hold the
+// lock.
 void MarkPidFile(const char *pidPath)
 {
     struct stat pidFile, other;

@@ -1,4 +1,5 @@
-// A program that makes a daemon of itself, and who holds the daemon's lock when it has ended.
+// A program that makes a daemon of itself, and which process holds the daemon's lock after the
+// daemon has ended.
 #include "startedPrograms.h"
 
 #include <sys/file.h>
@@ -6,7 +7,7 @@
 
 namespace {
 
-// How the daemon starts its child, and whether that has the lock then.
+// How the daemon starts its child, and whether the child then holds the lock.
 struct ChildCase {
     const char *way;
     bool hasLock;

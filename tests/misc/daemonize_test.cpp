@@ -1,4 +1,4 @@
-// Daemons for real: each is the program tellState, which tells what it finds itself in.
+// Real daemons: each runs the program tellState, which reports the state that it starts in.
 #include "daemonizeForTests.h"
 
 #include <fcntl.h>
@@ -10,7 +10,7 @@ namespace {
 
 using testing::ElementsAre;
 
-// ---- What a daemon finds itself in
+// ---- The state that a daemon starts in
 
 TEST_F(Daemonize, StartsAProgramDetachedFromTheCaller)
 {
@@ -23,7 +23,7 @@ TEST_F(Daemonize, StartsAProgramDetachedFromTheCaller)
     EXPECT_NE(state.The("session"), state.The("pid")) << "it cannot get a terminal any more";
 }
 
-// A caller with a terminal of its own, for as long as the daemon runs.
+// The caller has a terminal of its own for as long as the daemon runs.
 TEST_F(Daemonize, DropsTheTerminalUnlessTheSessionIsKept)
 {
     for (const unsigned flags : {0u, unsigned{DAEMONIZE_KEEP_SESSION_AND_STDIO}}) {
@@ -52,7 +52,7 @@ TEST_F(Daemonize, SaysNothingWhenAllIsWell)
     ToldAndEnded();
 }
 
-// Each flag alone and with all others, in a caller that has a PID file.
+// Tests each flag alone and with all others, in a caller that has a PID file.
 class DaemonizeFlags : public Daemonize, public testing::WithParamInterface<unsigned> {};
 TEST_P(DaemonizeFlags, DoWhatTheySayAndNothingElse)
 {
@@ -109,7 +109,7 @@ TEST_F(Daemonize, DoesNotEndTheCallerAfterAFailure)
     EXPECT_EQ(Ended(), 1 << 8);
 }
 
-// The caller's exit handlers are its own: none of the three processes ends by way of them.
+// The caller's exit handlers are its own: none of the three processes runs them when it ends.
 struct Exit {
     const char *name;
     unsigned flags;
@@ -147,7 +147,8 @@ TEST_F(Daemonize, KeepsListedDescriptorsAndClosesAllOthers)
             dup2(file, fd);
         }
         dup2(file, 500);
-        // What is not open may be listed: among them is the number that the pipe gets to read from.
+        // The list may contain numbers that are not open.  One of these is the number of the pipe's
+        // read end.
         std::vector<int> kept{500, 21, 40, 21, -1, 2000000, 1, 7000};
         for (int fd = 3; fd < 20; fd++) {
             if (fcntl(fd, F_GETFD) == -1) { kept.push_back(fd); }
@@ -246,7 +247,7 @@ TEST_F(Daemonize, StartsAProgramOfAnyName)
     EXPECT_THAT(ToldAndEnded().All("argument"), ElementsAre(path));
 }
 
-// ---- What becomes of the caller
+// ---- The caller's state afterwards
 
 TEST_F(Daemonize, LeavesTheCallerAsItWas)
 {
@@ -290,7 +291,7 @@ TEST_F(Daemonize, LeavesTheCallerAsItWas)
     EXPECT_TRUE(std::filesystem::exists(ReportPath()));
 }
 
-// A caller that does not keep its children to be waited for.
+// A caller whose children are reaped before it can wait for them.
 struct Reaping {
     const char *name;
     void (*handler)(int);
@@ -340,7 +341,7 @@ INSTANTIATE_TEST_SUITE_P(That, DaemonizeInACaller,
                                          Reaping{"ReapsInARestartingHandler", ReapAll, SA_RESTART}),
                          [](const auto &row) { return row.param.name; });
 
-// Signals that interrupt the caller's calls.
+// Signals interrupt the caller's calls.
 TEST_F(Daemonize, IsNotConfusedByInterruptions)
 {
     const Result result = InProcess([&] {

@@ -13,7 +13,7 @@
 #include <sys/time.h>
 #include <vector>
 
-// What the clocks say, unless they are asked themselves.
+// What the wrapped clocks return; nullopt: the real clock is read.
 static std::optional<mach_timebase_info_data_t> sTimebase;
 static bool sTimebaseFails;
 static int sTimebaseCalls;
@@ -74,9 +74,9 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(FactorCase{1, TWO_32 - 1, 0xFFFFFFFF, 0},
                     FactorCase{4, 4 * TWO_32 - 3, 0xFFFFFFFF, 0}, // is rounded down to that
                     FactorCase{1, TWO_32 / 2, HALF, 0}, FactorCase{TWO_32, 1, HALF, 63},
-                    // above 2^-32 by half of the last bit
+                    // 2^-32 plus half of the last bit
                     FactorCase{TWO_32 - 1, 1, HALF + 1, 63},
-                    // Close below 1, which is nearer than any other factor.
+                    // Exact factors just below 1: the first and the third are nearest to 1.
                     FactorCase{2 * TWO_32, 2 * TWO_32 - 1, HALF, 31},
                     FactorCase{4 * TWO_32, 4 * TWO_32 - 3, 0xFFFFFFFF, 32},
                     FactorCase{UINT64_MAX, UINT64_MAX - 1, HALF, 31}));
@@ -106,7 +106,7 @@ INSTANTIATE_TEST_SUITE_P(Rates, HostinfoFactorOutOfRange,
                                          // rounded up to 2^32, which does not fit
                                          RatesCase{2, 2 * TWO_32 - 1}));
 
-// A number of any magnitude, so that borders come up.
+// Returns a number of any magnitude, so that the borders are tested.
 uint64_t AnyRate(std::mt19937_64 &random) { return (random() >> random() % 64) | 1; }
 
 TEST(HostinfoRateConversion, IsExactToHalfItsLastBit)
@@ -118,7 +118,8 @@ TEST(HostinfoRateConversion, IsExactToHalfItsLastBit)
         SCOPED_TRACE(std::to_string(fromHz) + " -> " + std::to_string(toHz));
         HostinfoRateConversion factor;
         if (!Hostinfo_RateConversion(fromHz, toHz, &factor)) {
-            // The rates are rounded to 53 bits: so much is left to either side of the borders.
+            // The rates are rounded to 53 bits, so there is this tolerance on either side of the
+            // borders.
             EXPECT_TRUE(toHz >= (Wide{fromHz} << 32) - fromHz ||
                         (Wide{toHz} << 32) <= fromHz + (fromHz >> 50));
             refused++;
@@ -156,12 +157,12 @@ TEST_P(HostinfoOffset, MapsOneBaseToTheOther)
 INSTANTIATE_TEST_SUITE_P(Table, HostinfoOffset,
                          testing::Values(OffsetCase{1, 0, 1, 0, 0}, OffsetCase{1, 5, 1, 7, 2},
                                          OffsetCase{1, 7, 1, 5, -2},
-                                         // 1.25, 1.5 and 1.75 and what these are rounded to
+                                         // 1.25, 1.5 and 1.75, and their rounded values
                                          OffsetCase{4, 5, 1, 10, 9}, OffsetCase{4, 6, 1, 10, 8},
                                          OffsetCase{4, 7, 1, 10, 8},
                                          // 125 thirds of 3 are a little less than 125 in 32 bits
                                          OffsetCase{3, 3, 125, 1000, 875},
-                                         // without a bit to round by
+                                         // a shift of 0, so no bit to round by
                                          OffsetCase{1, 2, TWO_32 - 1, 0, -8589934590},
                                          OffsetCase{1, 1, TWO_32 / 2, 5, 5 - 2147483648},
                                          // the whole range, in which the offset wraps around
@@ -171,7 +172,7 @@ INSTANTIATE_TEST_SUITE_P(Table, HostinfoOffset,
                                          // a product of 96 bits
                                          OffsetCase{3, UINT64_MAX, 1, 0, -6148914691952345088}));
 
-// ---- What is told of them
+// ---- The logged lines
 
 TEST(HostinfoLogRateConversion, TellsRatesAndFactor)
 {
@@ -221,7 +222,7 @@ INSTANTIATE_TEST_SUITE_P(
         TicksCase{125, 3, 3, 125}, TicksCase{125, 3, 24'000'000, 1'000'000'000},
         TicksCase{1, 2, 1, 1}, TicksCase{1, 2, 3, 2}, TicksCase{1, 2, 5, 3}, TicksCase{1, 4, 5, 1},
         TicksCase{1, 4, 6, 2}, TicksCase{1, 4, 7, 2},
-        // what Hostinfo_RateConversion() gives for these, by arithmetic on whole numbers
+        // the factor that Hostinfo_RateConversion() computes, applied in whole numbers
         TicksCase{
             125, 3, 400'000'000'000'000'000,
             static_cast<uint64_t>((Wide{400'000'000'000'000'000} * 2796202667 + (1 << 25)) >> 26)},
@@ -260,7 +261,7 @@ TEST(HostinfoSystemTimerDeathTest, EndsTheProcessWithoutAFactor)
 {
     EXPECT_PANIC(
         {
-            sTimebase.emplace().numer = 1; // by 0
+            sTimebase.emplace().numer = 1; // divided by 0
             Hostinfo_SystemTimerNS();
         },
         "VERIFY lib/misc/hostinfoPosix:2668\n");

@@ -18,11 +18,12 @@
 
 using namespace pelago;
 
-// What the kernel has by name, and which sizes it was asked for; SIZE_MAX asks for the size.
+// The kernel's values by name, and the sizes that the calls passed; SIZE_MAX: the call asked for
+// the size.
 static std::map<std::string, std::string> sValues;
 static std::vector<size_t> sSizes;
-static int sValueError = ENOENT; // when there is no such name
-static bool sGrows;              // between the question for the size and the one for the value
+static int sValueError = ENOENT; // for a name that is not in sValues
+static bool sGrows;              // between the call for the size and the call for the value
 
 extern "C" int __wrap_sysctlbyname(const char *name, void *value, size_t *size, void *fresh,
                                    size_t freshSize)
@@ -50,7 +51,7 @@ extern "C" int __wrap_sysctlbyname(const char *name, void *value, size_t *size, 
 
 namespace {
 
-// ---- What the processor says of itself
+// ---- The processor's own data
 
 std::map<uint32_t, HostinfoCpuidLeaf> sLeaves;
 std::vector<uint32_t> sAsked;
@@ -68,7 +69,7 @@ uint32_t Word(const char *bytes)
     return word;
 }
 
-// Leaf 0 of a processor of that make.
+// Returns leaf 0 of a processor from this vendor.
 HostinfoCpuidLeaf Basic(uint32_t highest, const char *vendor)
 {
     return {.eax = highest, .ebx = Word(vendor), .ecx = Word(vendor + 8), .edx = Word(vendor + 4)};
@@ -132,7 +133,7 @@ TEST_F(HostinfoCpuid, IsWarnedOfWhereThereIsNone)
 }
 
 constexpr HostinfoCpuidLeaf LEAF{
-    .eax = 0xA, .ebx = 0xBEEF, .ecx = 0xC0FFEE, .edx = 0xDEADBEEF}; // and what it is in a dump:
+    .eax = 0xA, .ebx = 0xBEEF, .ecx = 0xC0FFEE, .edx = 0xDEADBEEF}; // in a dump:
 constexpr char RECORD[] = ":0000000A0000BEEF00C0FFEEDEADBEEF";
 
 struct DumpCase {
@@ -174,7 +175,8 @@ INSTANTIATE_TEST_SUITE_P(
                     DumpCase{1, 0x80000001, {0, 1, 0x80000000, 0x80000001}},
                     DumpCase{0, 0x80000000, {0, 0x80000000}}));
 
-// Which record is the first that does not fit into the first block depends on what came before.
+// The length of the earlier records decides which record is the first that does not fit into the
+// first block.
 class HostinfoCpuidDumpWithoutMemory : public testing::TestWithParam<uint32_t> {};
 TEST_P(HostinfoCpuidDumpWithoutMemory, GivesNothingWhicheverBlockIsRefused)
 {
@@ -205,7 +207,7 @@ TEST_F(HostinfoCpuid, DumpOmitsAnAbsentGroupWithAWarning)
     EXPECT_EQ(sAsked, (std::vector<uint32_t>{0, 0x80000000}));
 }
 
-// ---- What the kernel says of it
+// ---- The kernel's data about the processor
 
 template <typename T> std::string Bytes(T value)
 {

@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
-// What the kernel says.  Nothing of all this is asked itself.
+// What the wrapped calls return.  The kernel itself is not called for these values.
 static std::vector<double> sAverages;
-static std::string sStatm; // the path of a file that stands for it
+static std::string sStatm; // the path of the file that is opened instead
 static int sStatmFlags = O_RDONLY;
 static kern_return_t sResult;
 static natural_t sFreePages;
@@ -119,7 +119,7 @@ TEST_P(HostinfoLoad, IsInWholeHundredths)
 INSTANTIATE_TEST_SUITE_P(Table, HostinfoLoad,
                          testing::Values(LoadCase{0, 0}, LoadCase{0.25, 25}, LoadCase{0.019, 1},
                                          LoadCase{12.5, 1250},
-                                         // 28 in double precision
+                                         // 0.29 * 100 is a little less than 29 in double precision
                                          LoadCase{0.29, 29}, LoadCase{1000, 100000}));
 
 TEST(HostinfoLoadAverage, IsLoggedWithTwoDecimals)
@@ -177,7 +177,7 @@ TEST(HostinfoLogMemUsage, SaysNothingWithoutTheFile)
 
 TEST(HostinfoLogMemUsage, SaysNothingWhenItCannotBeRead)
 {
-    sStatm = "/"; // a folder can be opened
+    sStatm = "/"; // a folder can be opened, but not read
     EXPECT_EQ(Told(Hostinfo_LogMemUsage), "");
 }
 

@@ -12,18 +12,18 @@
 #include <string>
 #include <vector>
 
-// What the system says, as far as it is not asked itself.
+// What the wrapped calls return; nullopt: the real system's value.
 inline std::optional<std::string> sSystem, sRelease, sNode;
 inline int sUnameCalls, sUnameFailsFrom = INT_MAX;
 
-inline std::optional<std::string> sMachine; // "(fails)": it does not tell
+inline std::optional<std::string> sMachine; // "(fails)": the call fails
 
 struct Product {
     std::optional<std::string> name, version, build;
 };
-inline std::map<std::string, Product> sPlists; // by their paths
+inline std::map<std::string, Product> sPlists; // by path
 inline std::vector<std::string> sPlistsRead;
 inline int sListsOpen;
-inline bool sHostHasLists = true; // as every macOS
+inline bool sHostHasLists = true; // as on every macOS
 
 #endif // PELAGO_TESTS_MISC_HOSTINFOOSHOST_H

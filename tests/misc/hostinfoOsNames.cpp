@@ -1,4 +1,4 @@
-// The operating system's names, and the line of its data.
+// The operating system's names, and the line of its detailed data.
 #include "hostinfo.h"
 
 #include "hostinfoInt.h"
@@ -25,7 +25,7 @@ const Product CATALINA{"Mac OS X", "10.15.7", "19H2"};
 
 // ---- Names and detailed data
 
-// Finds out what a system with these property lists is, in a child, and does this with it.
+// Runs the body in a child, after the lookup of a system with these property lists.
 template <typename Body> Outcome OnSystem(std::map<std::string, Product> plists, Body body)
 {
     return InChild([&] {
@@ -41,7 +41,7 @@ template <typename Body> Outcome OnSystem(std::map<std::string, Product> plists,
 
 std::string Names() { return Take(Hostinfo_GetOSName()) + "|" + Take(Hostinfo_GetOSShortName()); }
 
-// The line after one more look, whatever came of that.
+// Returns the line after one more lookup, whether or not the lookup succeeded.
 std::string DetailedDataOf(const Product &product)
 {
     sPlists = {{SYSTEM, product}};
@@ -135,7 +135,7 @@ TEST(HostinfoOSData, ShortNameUsesTheCachedKernelVersion)
 {
     const Outcome outcome = OnSystem({{SYSTEM, CATALINA}}, [] {
         Hostinfo_OSVersion(0);
-        sRelease = "20.1.0"; // not the version any more
+        sRelease = "20.1.0"; // the short name keeps the earlier version
         return Names();
     });
     EXPECT_EQ(outcome.result, "Mac OS X 10.15.7 (19H2) Darwin 20.1.0|darwin19-64");
@@ -218,7 +218,7 @@ TEST(HostinfoOSData, KeepsTheDetailsWhenUnameFails)
     EXPECT_EQ(outcome.errors, "Warning: HostinfoOSData: uname failed 5\n");
 }
 
-// ---- Names that do not fit: " 10 (B) Darwin 19.6.0" is 21 bytes of the 511 that do
+// ---- Names that are too long: at most 511 bytes fit; " 10 (B) Darwin 19.6.0" is 21 of them
 
 TEST(HostinfoOSData, HasRoomForThatLongAName)
 {
@@ -309,7 +309,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ValueCase{"\xC3\xA0", "distroName='\xC3\xA0' "}, // ends like a wide blank
                     ValueCase{" ", "distroName='' "}, ValueCase{"", ""}));
 
-// 16 bytes of the 1023 that fit are "distroVersion=''", and each quote takes two.
+// At most 1023 bytes fit.  "distroVersion=''" is 16 of them, and each quote takes two.
 TEST(HostinfoOSData, HasRoomForThatLongAField)
 {
     const Outcome outcome = OnSystem({{SYSTEM, {"", std::string(503, '\'') + "x", ""}}}, [] {

@@ -47,7 +47,7 @@ int __wrap_uname(utsname *answer)
     const int result = __real_uname(answer);
     Put(answer->sysname, sSystem);
     Put(answer->nodename, sNode);
-    // A release may run on to the end: no host is known to have so long a one in its field.
+    // The release may fill the answer to its end: no known host has so long a release in its field.
     if (sRelease) {
         memcpy(reinterpret_cast<char *>(answer) + offsetof(utsname, release), sRelease->c_str(),
                sRelease->size() + 1);
@@ -91,7 +91,7 @@ bool __wrap_Util_GetProductInfo(const __CFDictionary *list, char **name, char **
 void __wrap_CFRelease(const void *) { sListsOpen--; }
 }
 
-// The platform's own, in whose place this is, is in the platform's library.
+// Replaces the platform's own function, which is in the platform's library.
 bool pelago::platform::Host_HasVersionLists() { return sHostHasLists; }
 
 namespace {
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ReleaseCase{"6.1.0-18-amd64", {6, 1, 0, 18}},
                     ReleaseCase{"1.2.3.4.5", {1, 2, 3, 4}}, ReleaseCase{"1.2.3-rc", {1, 2, 3, 0}},
                     ReleaseCase{"1.2.3rc012b7", {1, 2, 3, 12}},
-                    ReleaseCase{"1.2-3", {1, 2, 0, 0}}, // behind no third number
+                    ReleaseCase{"1.2-3", {1, 2, 0, 0}}, // a fourth needs a third
                     ReleaseCase{"1.2.3-" + std::string(249, 'x') + "7", {1, 2, 3, 7}},
                     ReleaseCase{"1.2.3-" + std::string(400, 'x') + "7", {1, 2, 3, 0}}));
 

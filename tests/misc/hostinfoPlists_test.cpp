@@ -1,4 +1,4 @@
-// Runs on a machine of its own as its root: it writes the system's version files, and becomes
+// Runs as root on a machine of its own: it writes the system's version files, and switches to
 // another user.
 #include "hostinfo.h"
 
@@ -63,7 +63,7 @@ protected:
     static void WriteServer(const std::string &content) { Write("ServerVersion.plist", content); }
     static void WriteSystem(const std::string &content) { Write("SystemVersion.plist", content); }
 
-    // The system's name without the kernel's, as a new process learns it.
+    // Returns the system's name without the kernel's, as a new process reads it.
     static std::string Name()
     {
         const Outcome outcome = InChild([] { return Take(Hostinfo_GetOSName()); });
@@ -120,7 +120,7 @@ TEST_F(HostinfoPlists, MissingLeaveTheKernelsNameAlone)
     EXPECT_EQ(outcome.errors, "Log: HostinfoMacOS: Failed to read system version plist.\n");
 }
 
-// As on every Linux host, where nothing is missing then.
+// As on every Linux host, where the lists do not count as missing.
 TEST_F(HostinfoPlists, AreNotMissedWithoutTheirFolder)
 {
     std::filesystem::remove_all("/System");

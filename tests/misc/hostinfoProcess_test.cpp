@@ -12,7 +12,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
-// What the C library says, as far as it is not asked itself.
+// What the wrapped calls return; nullopt and 0: the C library is called.
 static std::optional<std::string> sUser; // "(none)", "(null)": no entry, and one without a name
 static int sUserError;
 static size_t sUserBufferSize;

@@ -1,4 +1,4 @@
-// What is found out once, by several threads at the same time.
+// Values that are looked up once, requested by several threads at the same time.
 #include "hostinfo.h"
 
 #include "hostinfoInt.h"
@@ -15,7 +15,7 @@
 
 using namespace pelago;
 
-// A timebase that gives the clock a factor to find out.
+// A timebase for which the clock must compute a factor.
 extern "C" kern_return_t __wrap_mach_timebase_info(mach_timebase_info_t info)
 {
     *info = {.numer = 125, .denom = 3};
@@ -25,7 +25,7 @@ extern "C" kern_return_t __wrap_mach_timebase_info(mach_timebase_info_t info)
 namespace {
 
 constexpr int THREADS = 8;
-constexpr int ROUNDS = 40; // each in a process that knows nothing yet
+constexpr int ROUNDS = 40; // each in a process with empty caches
 
 template <typename Body> void EachTimeAnew(Body body)
 {
@@ -79,7 +79,7 @@ TEST(HostinfoThreads, SeeTheNamesThatAnotherKeeps)
 {
     EachTimeAnew([] {
         std::atomic<bool> areKept{
-            false}; // relaxed: what else there is to see is the library's part
+            false}; // relaxed: the library must order the accesses to all other data
         Together(THREADS, [&](int thread) {
             if (thread == 0) {
                 HostinfoKeepNames("full", "short");
@@ -108,7 +108,7 @@ TEST(HostinfoThreads, SeeTheClockGoForward)
     });
 }
 
-// What one thread read is in the past of another that reads after it.
+// A value that one thread has read is in the past of any thread that reads afterwards.
 TEST(HostinfoThreads, SeeTheClockGoForwardTogether)
 {
     std::atomic<uint64_t> latest{0};

@@ -1,4 +1,4 @@
-// Every answer beside what others on this machine say.
+// Compares every answer with other sources on this machine.
 #include "hostinfo.h"
 
 #include "scopedForTests.h"
@@ -23,7 +23,7 @@ using namespace std::string_literals;
 
 namespace {
 
-// What a command prints, without the newline at its end.
+// Returns what a command prints, without the newline at its end.
 std::string Answer(const std::string &command)
 {
     FILE *output = popen(command.c_str(), "r");
@@ -43,7 +43,7 @@ std::string Content(const std::string &path)
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-// What /proc/cpuinfo says of the first processor under that name.
+// Returns the value of that name for the first processor in /proc/cpuinfo.
 std::string CpuInfo(const std::string &name)
 {
     std::ifstream file("/proc/cpuinfo");
@@ -91,7 +91,7 @@ TEST(Hostinfo, NamesTheSystem)
     EXPECT_THAT(Take(Hostinfo_GetOSDetailedData()),
                 testing::EndsWith("familyName='" + Answer("uname -s") + "' kernelVersion='" +
                                   Answer("uname -r") + "'"));
-    testing::internal::GetCapturedStderr(); // it has no version of Apple's
+    testing::internal::GetCapturedStderr(); // drops the warning that Apple's version is missing
 }
 
 // ---- The processor
@@ -104,7 +104,7 @@ TEST(Hostinfo, KnowsTheProcessorsVersion)
         {"GenuineIntel", 2}, {"AuthenticAMD", 3}, {"HygonGenuine", 6}};
     const auto vendor = vendors.find(CpuInfo("vendor_id"));
     EXPECT_EQ(summary.vendor, vendor == vendors.end() ? 0 : vendor->second);
-    // The kernel counts the further bits of both in.
+    // The kernel includes the extended bits of both.
     const unsigned extraFamily = summary.version >> 20 & 0xFF,
                    extraModel = summary.version >> 16 & 0xF;
     const unsigned family = summary.family == 15 ? 15 + extraFamily : summary.family;
@@ -159,7 +159,8 @@ TEST(Hostinfo, KnowsTheProcessorsName)
     EXPECT_EQ(Take(Hostinfo_CpuBrandString()), CpuInfo("model name"));
 }
 
-// In MHz, of any processor at this moment; and the most, where the kernel knows that.
+// Returns the highest rate in MHz where the kernel knows it, and otherwise each processor's current
+// rate.
 std::set<uint32_t> Rates()
 {
     const std::string most =
@@ -181,7 +182,7 @@ TEST(Hostinfo, KnowsTheProcessorsRate)
     const std::set<uint32_t> before = Rates();
     uint32_t mhz = 0;
     const bool isKnown = Hostinfo_CpuMHz(0, &mhz);
-    constexpr uint32_t LIMIT = INT32_MAX / 1000000; // whole MHz; between it and the next, either
+    constexpr uint32_t LIMIT = INT32_MAX / 1000000; // whole MHz; a fraction more may go either way
     if (before.empty() || *before.rbegin() != LIMIT) {
         ASSERT_EQ(isKnown, !before.empty() && *before.rbegin() < LIMIT);
     }
@@ -203,7 +204,7 @@ TEST(Hostinfo, KnowsTheMachinesModel)
 
 TEST(Hostinfo, IsNotTranslated) { EXPECT_EQ(Hostinfo_ProcTranslated(), 0); }
 
-// ---- Clocks: what was before and what is after on the system's own
+// ---- Clocks: compared with the system's own clock before and after
 
 uint64_t Monotonic()
 {
@@ -233,7 +234,7 @@ int64_t Epoch()
 TEST(Hostinfo, KnowsTheTimeOfDay)
 {
     int64_t now = 0, before = 1, after = 0;
-    while (before > after) { // somebody sets the clock
+    while (before > after) { // repeats when the clock was set back
         before = Epoch();
         Hostinfo_GetTimeOfDay(&now);
         after = Epoch();
@@ -273,7 +274,7 @@ TEST(Hostinfo, KnowsTheHostsMemory)
     unsigned int least = 0, all = 0, available = 0;
     ASSERT_TRUE(Hostinfo_GetMemoryInfoInPages(&least, &all, &available));
     EXPECT_EQ(least, 128u);
-    // The kernel keeps some for itself, and tells of the rest.
+    // The kernel reserves some of the memory, and getconf counts only the rest.
     const unsigned long pages =
         std::stoul(Answer("getconf _PHYS_PAGES")) * std::stoul(Answer("getconf PAGESIZE")) / 4096;
     EXPECT_GE(all, pages);
@@ -296,15 +297,16 @@ TEST(Hostinfo, KnowsThisProcessesMemory)
                      "Log: RUSAGE size=%d resident=%d share=%d trs=%d lrs=%d drs=%d dt=%d\n", sizes,
                      sizes + 1, sizes + 2, sizes + 3, sizes + 4, sizes + 5, sizes + 6),
               7);
-    // The test itself takes some meanwhile; and a sanitizer more than 32 bits can count.
+    // The test itself allocates some pages meanwhile; and a sanitizer reserves more than 32 bits
+    // can count.
     constexpr int MEANWHILE[7] = {1000, 1000, 1000, 0, 0, 1000, 0};
     for (int i = 0; i < 7; i++) {
         EXPECT_LE(abs(static_cast<int>(actual[i] - sizes[i])), MEANWHILE[i]) << i;
     }
 }
 
-// The first of the kernel's pools, by its own list; nothing when that may not be read, or there is
-// none.
+// Compares with the first of the kernel's pools in the kernel's own list.  Expects a warning when
+// the list may not be read, or is missing.
 TEST(Hostinfo, KnowsAKernelZone)
 {
     errno = 0;
@@ -350,7 +352,8 @@ TEST(HostinfoGetModulePath, RefusesAnyOtherPrivilege)
     }
 }
 
-// Where "run as a child with a path of this length" is the whole job of a copy of this program.
+// Returns a path of that length and makes its folder, for a copy of this program that only prints
+// its own path.
 std::string DeepPath(const std::string &top, size_t length)
 {
     std::string path = top;
@@ -364,7 +367,7 @@ std::string DeepPath(const std::string &top, size_t length)
 std::string RunCopyAt(const std::string &path)
 {
     std::filesystem::copy_file(OwnPath(), path);
-    // The child answers with its own path, or with what it was told on standard error.
+    // The child prints its own path, or its warnings on standard error.
     FILE *answer = popen(("PELAGO_TELL_PATH=1 '" + path + "' 2>&1").c_str(), "r");
     std::string text;
     char bytes[4096];
@@ -384,7 +387,7 @@ TEST(HostinfoGetModulePath, HoldsAPathOf1023BytesAndNoMore)
               "Warning: HOSTINFO: Hostinfo_GetModulePath: _NSGetExecutablePath failed.\n(none)");
 }
 
-// Before main(): the copy has nothing else to do.
+// Runs before main(): the copy does nothing else.
 const bool sTold = [] {
     if (getenv("PELAGO_TELL_PATH") != nullptr) {
         fputs(Take(Hostinfo_GetModulePath(1)).c_str(), stdout);

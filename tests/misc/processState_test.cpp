@@ -1,4 +1,4 @@
-// What a child makes of itself before it executes a program.
+// How a child changes its own state before it executes a program.
 #include "hostinfoDaemonizeInt.h"
 
 #include "startedPrograms.h"
@@ -13,8 +13,8 @@
 
 using namespace pelago;
 
-static long sOpenMaximum;            // what sysconf() tells; 0: the truth
-static std::vector<int> sActionsSet; // for which signals, in order
+static long sOpenMaximum;            // the result of sysconf(); 0: the real one
+static std::vector<int> sActionsSet; // the signals, in order
 
 extern "C" {
 long __real_sysconf(int name);
@@ -34,7 +34,8 @@ namespace {
 
 class ProcessState : public StartedPrograms {
 protected:
-    // The body runs in a process that it may change, and tells what is wrong there.
+    // Runs the body in a process that it may change.  The body returns a text that says what is
+    // wrong there.
     static void ExpectInProcess(const std::function<std::string()> &body)
     {
         Listening listening;
@@ -116,7 +117,8 @@ TEST_F(ProcessState, HasDefaultActionsForTheFirst32Signals)
     });
 }
 
-// The C library refuses some of these for itself, so that their actions do not tell.
+// The C library refuses to set the actions of some of these signals, so the test checks the calls
+// instead of the actions.
 TEST_F(ProcessState, SetsActionsOfTheFirst32SignalsOnly)
 {
     ExpectInProcess([] {
@@ -151,7 +153,8 @@ std::string Listed(const std::set<int> &fds)
     return text;
 }
 
-// With these open, beside 0 to 2; compares with the plain rule.
+// Runs the closing with these descriptors open in addition to 0 to 2.  Returns the difference from
+// the plain rule, or an empty string.
 std::string WrongAfterClosing(const std::set<int> &open, const std::vector<int> &kept, long maximum)
 {
     const int file = ::open("/dev/null", O_RDONLY | O_CLOEXEC);

@@ -1,5 +1,5 @@
-// startedPrograms.h -- for tests that start programs: what a started one tells of itself, and that
-// nothing is left of it.
+// startedPrograms.h -- for tests that start programs: reads a started program's report, and checks
+// that the program leaves no process.
 #ifndef PELAGO_TESTS_MISC_STARTEDPROGRAMS_H
 #define PELAGO_TESTS_MISC_STARTEDPROGRAMS_H
 
@@ -38,13 +38,13 @@ inline std::vector<int> OpenDescriptors()
     for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         open.push_back(std::stoi(entry.path().filename()));
     }
-    // The listing's own is among them, as the lowest number that was free.
+    // The listing includes its own descriptor, which was the lowest free number.
     std::erase_if(open, [](int fd) { return fcntl(fd, F_GETFD) == -1; });
     std::ranges::sort(open);
     return open;
 }
 
-// How tellState would tell of one of our own.
+// Returns a descriptor of this process in the form that tellState writes.
 inline std::string OwnDescriptor(int fd)
 {
     const int access = fcntl(fd, F_GETFL) & O_ACCMODE;
@@ -55,12 +55,12 @@ inline std::string OwnDescriptor(int fd)
            std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)).string();
 }
 
-// What tellState calls the limit that RLIMIT_AS is here.
+// The name that tellState uses for the limit RLIMIT_AS on this host.
 inline const std::string LIMIT_OF_RLIMIT_AS =
     static_cast<int>(RLIMIT_AS) == static_cast<int>(RLIMIT_RSS) ? "residentSet" : "addressSpace";
 
-// What this process and its children write to standard error meanwhile.  GoogleTest's own cannot be
-// used in a child again.
+// Collects what this process and its children write to standard error meanwhile.  GoogleTest's
+// capture cannot be used a second time in a child.
 class Listening {
 public:
     Listening() : mSaved(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, ABOVE_ALL))
@@ -96,15 +96,15 @@ public:
     }
 
 private:
-    static constexpr int ABOVE_ALL = 300; // a test may count on the first ones that are free
+    static constexpr int ABOVE_ALL = 300; // tests may rely on the lowest free numbers
     int mSaved, mFile = -1;
 };
 
-// The result of a function that tells by errno, too.
+// The result of a function that also sets errno.
 struct Result {
     long value;
     int error;
-    std::string said; // on standard error, in all processes
+    std::string said; // on standard error, by all processes
 };
 inline bool operator==(const Result &a, const Result &b)
 {
@@ -115,8 +115,8 @@ inline std::ostream &operator<<(std::ostream &out, const Result &result)
     return out << result.value << ", error " << result.error << ", \"" << result.said << '"';
 }
 
-// Whoever has lost its parent becomes a child of the test's, which so knows when a daemon has
-// ended, and that each test has left none.
+// A process without a parent becomes a child of the test.  So the test knows when a daemon has
+// ended, and checks that it has left no process.
 class StartedPrograms : public testing::Test {
 protected:
     void SetUp() override
@@ -136,14 +136,14 @@ protected:
     std::string ReportPath() const { return mFolder.Path() + "/report"; }
     std::string PidPath() const { return mFolder.Path() + "/pid file"; }
 
-    // The status that the only child ends with.
+    // Waits for the only child, and returns its status.
     static int Ended(pid_t child = -1)
     {
         int status = -1;
         EXPECT_GT(waitpid(child, &status, 0), 0);
         return status;
     }
-    // What a program has told that still runs.
+    // Returns the report of a program that still runs.
     State Told() const
     {
         for (int i = 0; i < 3000 && !std::filesystem::exists(ReportPath()); i++) {
@@ -151,15 +151,15 @@ protected:
         }
         return State(Content(ReportPath()));
     }
-    // Waits for the only child, which tells and ends.
+    // Waits for the only child, which writes its report and ends; returns the report.
     State ToldAndEnded() const
     {
         EXPECT_EQ(Ended(), 0);
         return State(Content(ReportPath()));
     }
 
-    // What the body returns in a process of its own, which it may change as it likes; the value is
-    // 99 when the process ends by itself.
+    // Returns the body's result from a process of its own, which the body may change as it likes;
+    // the value is 99 when the process ends by itself.
     static Result InProcess(const std::function<long()> &body)
     {
         int ends[2];
@@ -184,8 +184,8 @@ protected:
         return {outcome[0], static_cast<int>(outcome[1]), listening.Heard()};
     }
 
-    // Makes this process one with a state that is like no other's, and has it execute tellState
-    // itself: the report is then of what any program inherits.
+    // Gives this process a state unlike any other's, and has it execute tellState: the report then
+    // lists what any program inherits.
     bool ChangeAndTell() const
     {
         umask(0137);
@@ -205,7 +205,7 @@ protected:
         return Ended(child) == 0 &&
                rename(ReportPath().c_str(), (ReportPath() + ".inherited").c_str()) == 0;
     }
-    // That the program inherited what the changed process had.
+    // Checks that the program inherited the state of the changed process.
     void ExpectInherited(const State &state, const std::vector<std::string> &more = {}) const
     {
         const State inherited(Content(ReportPath() + ".inherited"));

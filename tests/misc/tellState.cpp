@@ -1,7 +1,7 @@
-// tellState.cpp -- a program that is started to tell what it finds itself in.  Writes "name value"
-// for each finding, with a NUL behind it, to standard output, or to the file that TELL_STATE in the
-// environment names; the file appears under that name when it is whole.  With TELL_STAY it then
-// stays until it is killed, or half a minute.
+// tellState.cpp -- a program that reports the state in which it was started.  It writes "name
+// value" for each item, followed by a NUL, to standard output, or to the file that the environment
+// variable TELL_STATE names; the file appears under that name when it is complete.  With TELL_STAY,
+// the program then runs until it is killed, at most half a minute.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,7 +33,7 @@ const char *Access(int fd)
     }
 }
 
-// "fd 3 w /tmp/x" for each open one.
+// Writes "fd 3 w /tmp/x" for each open descriptor.
 void TellDescriptors()
 {
     DIR *folder = opendir("/proc/self/fd");
@@ -77,7 +77,7 @@ void TellLimit(const std::string &name, decltype(RLIMIT_AS) resource)
     Tell(name, std::to_string(limit.rlim_cur) + " " + std::to_string(limit.rlim_max));
 }
 
-// "limit 7 1024 4096" for each that is not told under a name.
+// Writes "limit 7 1024 4096" for each limit that has no name of its own in the report.
 void TellOtherLimits()
 {
     for (int resource = 0; resource < static_cast<int>(RLIM_NLIMITS); resource++) {
@@ -109,7 +109,7 @@ bool Report()
 
 int main(int argc, char **argv)
 {
-    TellDescriptors(); // before anything is opened that stays
+    TellDescriptors(); // before the program opens descriptors that stay open
     TellSignals();
     TellTimers();
     for (int i = 0; i < argc; i++) {

@@ -1,4 +1,4 @@
-// tellState.h -- reads what the program tellState has told.
+// tellState.h -- reads the report of the program tellState.
 #ifndef PELAGO_TESTS_MISC_TELLSTATE_H
 #define PELAGO_TESTS_MISC_TELLSTATE_H
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// The values by their names, in order.
+// The values in the report by name, in order.
 class State {
 public:
     explicit State(const std::string &report)

@@ -1,8 +1,8 @@
 """Daemonizing, killed at each system call of its three processes, and with calls that fail.
 
-strace counts calls per process, so a point (name, ordinal) of one process is one of the others, too, as
-far as they get there; who was hit is read from the log.  What a process does alone at a point that
-another one reaches first is left to daemonizeFaults_test, which is inside of all three.
+strace counts calls per process, so a point (name, ordinal) is a point of every process that makes that
+many calls. The log shows which process was hit. A fault in one process alone, at a point that another
+process reaches first, is left to daemonizeFaults_test, which runs inside all three.
 """
 
 import errno
@@ -31,7 +31,7 @@ ERRORS = straced.ERRORS | {
     "setsid": ["EPERM"], "chdir": ["EACCES", "EIO"], "dup2": ["EBUSY", "EINTR"], "ftruncate": ["EIO", "EINTR"],
     "getdents64": ["EIO"],
 }
-# Here they cannot fail, or not so that it matters; a close that is not carried out is none of a real kernel's.
+# These calls cannot fail here, or their failure does not matter; a real kernel never leaves a close undone.
 NO_FAILURES = {"close", "exit_group", "getpid", "gettid", "set_robust_list", "brk", "mmap", "munmap", "execve",
                "rseq", "getrandom", "newfstatat", "fstat"}
 
@@ -43,13 +43,13 @@ class Case(unittest.TestCase):
         self.pid_file = Path(folder.name) / "pid"
 
     def run_traced(self, strace, program=PROGRAM, flags=LOCK, **options):
-        """strace ends when all three processes have."""
+        """Runs the driver under strace, which ends after all three processes have ended."""
         self.pid_file.unlink(missing_ok=True)
         return subprocess.run([*strace, DRIVER, program, str(flags), self.pid_file],
                               stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=30, **options)
 
     def lines(self):
-        """The log, as (role, text)."""
+        """Returns the log as a list of (role, text)."""
         found, pids, ends = [], [], {}
         for line in straced.LOG.read_text(errors="replace").splitlines():
             pid, text = line.split(maxsplit=1)
@@ -64,7 +64,7 @@ class Case(unittest.TestCase):
         return [(pids.index(pid), text) for pid, text in found]
 
     def points(self, program=PROGRAM):
-        """Of an undisturbed run, what each process does for it, as {role: [(name, ordinal)]}."""
+        """Returns the calls of each process in an undisturbed run, as {role: [(name, ordinal)]}."""
         outcome = self.run_traced(straced.tracing("-f"), program).stdout
         self.assertEqual(outcome, "started\n" if program == PROGRAM else "failed 2\n")
         counts, points, ended = Counter(), {CALLER: [], CHILD: [], DAEMON: []}, set()
@@ -95,7 +95,7 @@ class Killed(Case):
         for point in sorted({point for role in points.values() for point in role}):
             name, ordinal = point
             if name == "execve":
-                continue  # it would hit the caller's first
+                continue  # the signal would hit the caller's execution first
             run = self.run_traced(straced.injecting(name, f"signal=KILL:when={ordinal}", "-f", also=FORKS), program)
             killed = {role for role, text in self.lines() if text.startswith("+++ killed by SIGKILL")}
             self.assertTrue(killed, point)
@@ -108,7 +108,7 @@ class Killed(Case):
                 self.assertEqual(run.stdout, f"failed {errno.ECHILD}\n", point)
                 self.assertFalse(self.pid_file.exists(), point)
             elif point in points[DAEMON]:
-                # Nothing comes through the pipe, as from one that has been executed.
+                # The pipe stays empty, as after an execution.
                 self.assertEqual(run.stdout, "started\n", point)
             else:
                 self.assertEqual(run.stdout, undisturbed, f"{point}: only the program itself was killed")
@@ -144,7 +144,7 @@ class Failing(Case):
                     self.assertRegex(self.pid_file.read_text(), r"^\d+\n$", point)
                 elif name != "flock" and "Couldn't open PID path" not in run.stderr:
                     self.assertFalse(self.pid_file.exists(), point)
-                if not is_started and name != "write":  # which is how it would say so
+                if not is_started and name != "write":  # a failed write leaves no message
                     self.assertTrue(run.stderr.startswith("Hostinfo_Daemonize: "), point)
         print(f"failing: {outcomes[True]} started, {outcomes[False]} did not")
         self.assertGreater(outcomes[True], 40)
@@ -183,7 +183,7 @@ class Failing(Case):
         os.close(reader)
         self.addCleanup(os.close, writer)
         for flags in (0, KEEP_STDIO):
-            # The messages of the caller itself must not kill it either, as its own affair.
+            # The caller's own messages must not kill it either; it ignores SIGPIPE for itself.
             run = subprocess.run(["env", "--ignore-signal=PIPE", DRIVER, "/missing", str(flags), self.pid_file],
                                  stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=writer, text=True, timeout=30)
             self.assertEqual((run.stdout, self.pid_file.exists()), (f"failed {errno.ENOENT}\n", False))
