@@ -1,4 +1,4 @@
-// Closing many descriptors, in each of the ways that a kernel may leave.
+// Tests that many descriptors are closed, in each way that a kernel may allow.
 #include <closeDescriptors.h>
 
 #include "closingWays.h"
@@ -19,13 +19,14 @@ using namespace pelago::platform;
 
 namespace {
 
-constexpr int ABOVE = 2000; // is open, too
+constexpr int ABOVE = 2000; // another open descriptor, above MANY
 
 bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
 class CloseDescriptors : public testing::TestWithParam<WayCase> {
 protected:
-    // What is wrong in a process with 3 to MANY open, and ABOVE, after the body.
+    // Runs the body in a child in which the descriptors 3 to MANY and ABOVE are open.  Returns what
+    // the body finds wrong; "" for nothing.
     static std::string WrongIn(const std::function<std::string()> &body)
     {
         int ends[2];
@@ -35,7 +36,7 @@ protected:
             rlimit limit;
             getrlimit(RLIMIT_NOFILE, &limit);
             limit.rlim_cur = limit.rlim_max;
-            setrlimit(RLIMIT_NOFILE, &limit); // often 1024 to begin with
+            setrlimit(RLIMIT_NOFILE, &limit); // the soft limit is often 1024
             const int report = ABOVE + 1, file = open("/dev/null", O_RDWR);
             dup2(ends[1], report);
             for (int fd = 3; fd <= MANY; fd++) {

@@ -1,6 +1,7 @@
-// commitOnce FILE SERVICE [unlocked] -- takes SERVICE out of EnabledServices, or puts it in when it
-// is not there, and commits.  Locked around all of it, or, "unlocked", only in the commit.
-// Exit status: 0 committed; 1 not committed, with SCError() on stderr; 2 not even tried.
+// commitOnce FILE SERVICE [unlocked] -- removes SERVICE from EnabledServices, or appends it when it
+// is missing, and commits.  The program holds the lock from start to end; with "unlocked", only the
+// commit itself takes it.
+// Exit status: 0 committed; 1 not committed, with SCError() on stderr; 2 not tried.
 #include <SystemConfiguration/SystemConfiguration.h>
 
 #include <cstdio>

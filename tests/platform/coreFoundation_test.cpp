@@ -1,4 +1,4 @@
-// The Core Foundation subset: what the SDK promises its callers.
+// Tests of the Core Foundation subset: what the SDK promises its callers.
 #include "cfTypes.h"
 #include "together.h"
 
@@ -140,7 +140,7 @@ TEST(CoreFoundationObjectDeathTest, AnotherTypeEndsTheProcess)
 
 struct Utf8Case {
     const char *name, *text;
-    CFIndex unitCount; // below zero: refused
+    CFIndex unitCount; // below zero: the bytes are refused
 };
 class CoreFoundationUtf8 : public testing::TestWithParam<Utf8Case> {};
 

@@ -57,10 +57,10 @@ TEST(ExecutablePath, NeedsNoBufferToTellTheSize)
     EXPECT_EQ(size, AskedPath().size() + 1);
 }
 
-// A run of tellPath, asked whenever the test wants to know.
+// A running tellPath, which prints its path whenever the test calls Path().
 class Telling {
 public:
-    // start is to end in exec, in the child.
+    // start runs in the child and must end in exec.
     explicit Telling(const std::function<void()> &start)
     {
         int toParent[2], toChild[2];
@@ -109,7 +109,7 @@ protected:
     {
         execl(path.c_str(), "another name", static_cast<char *>(nullptr));
     }
-    // From the folder that it lies in.
+    // Starts the program from its own folder.
     Telling StartRelative(const char *path) const
     {
         return Telling([&] {
@@ -179,7 +179,7 @@ TEST_F(StartedProgram, KeepsItsPathWhenItsFolderIsRenamed)
     EXPECT_EQ(telling.Path(), folder + "/./program");
 }
 
-// The kernel's name, wherever the descriptor leads to by then.
+// The path is the kernel's name: the descriptor may lead elsewhere by the time of the call.
 TEST_F(StartedProgram, OfADescriptorHasTheKernelsName)
 {
     for (const int flags : {O_CLOEXEC, 0}) {
@@ -201,7 +201,7 @@ TEST_F(StartedProgram, HasTheKernelsNameWhenStartedAfterDeletion)
     close(fd);
 }
 
-// Then the path that was started is the script's.
+// The path that was started is the script's, not the program's.
 TEST_F(StartedProgram, ThatRunsAScriptHasTheKernelsName)
 {
     const std::string script = mFolder.Path() + "/script";
@@ -222,7 +222,7 @@ TEST_F(StartedProgram, HasTheKernelsNameInADeletedFolder)
     EXPECT_EQ(telling.Path(), mProgram);
 }
 
-// As deep as paths may go.
+// The path is nearly as long as a path may be.
 TEST_F(StartedProgram, HasItsWholePathHoweverLong)
 {
     std::string path = mFolder.Path();
@@ -235,7 +235,8 @@ TEST_F(StartedProgram, HasItsWholePathHoweverLong)
     EXPECT_EQ(Telling([&] { Execute(path); }).Path(), path);
 }
 
-// Longer than the kernel tells, so that only a relative path could start it.
+// The path is longer than any that the kernel reports, so that only a relative path could start the
+// program.
 TEST_F(StartedProgram, HasNoPathThatIsTooLong)
 {
     const Telling telling([&] {

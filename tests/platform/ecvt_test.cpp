@@ -1,4 +1,4 @@
-// ecvt_test.cpp -- ecvt and fcvt as the SDK's are: exact, and with its signs and lengths.
+// ecvt_test.cpp -- tests that ecvt and fcvt are as the SDK's: exact, with its signs and lengths.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 
 extern "C" {
 void *__real_malloc(size_t size);
-static bool sNoMemory; // for blocks of a megabyte and more
+static bool sNoMemory; // malloc() refuses blocks of a megabyte and more
 void *__wrap_malloc(size_t size);
 void *__wrap_malloc(size_t size)
 {
@@ -53,7 +53,7 @@ Digits Fcvt(double value, int count) { return Call(fcvt, value, count); }
 constexpr double INFINITE = std::numeric_limits<double>::infinity();
 constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
 
-// ---- What the SDK's give
+// ---- What the SDK's calls return
 
 struct Row {
     const char *name;
@@ -171,7 +171,7 @@ TEST(Cvt, WorksAgainAfterMemoryRanOut)
     EXPECT_EQ(Ecvt(1.5, 3), (Digits{"150", 1, 0}));
 }
 
-// ---- Exactness, beside the C library's printf, which is exact to any number of digits
+// ---- Exactness, compared with the C library's printf, which is exact to any number of digits
 
 std::string Print(const char *format, int precision, double value)
 {
@@ -269,7 +269,7 @@ TEST(Cvt, RoundsTiesToEven)
     EXPECT_EQ(Ecvt(3.5, 1).text, "4");
 }
 
-// Where the digits are found in another way.
+// Outside the ordinary numbers another algorithm finds the digits.
 TEST(Cvt, IsExactOnBothSidesOfOrdinaryNumbers)
 {
     std::mt19937_64 random(23);

@@ -1,4 +1,4 @@
-// hostFiles.cpp -- in the place of open().
+// hostFiles.cpp -- replaces open().
 #include "hostFiles.h"
 
 #include <cerrno>
@@ -13,7 +13,7 @@
 namespace {
 
 struct Instead {
-    int fd; // -1: fails
+    int fd; // -1: opening fails
     int error;
 };
 std::map<std::string, Instead> sInstead;
@@ -38,7 +38,7 @@ int __wrap_open(const char *path, int flags, ...)
         errno = found->second.error;
         return -1;
     }
-    // Opened anew, so that each reader starts at its beginning.
+    // Opens the file anew, so that each reader starts at its beginning.
     return __real_open(("/proc/self/fd/" + std::to_string(found->second.fd)).c_str(), flags);
 }
 }

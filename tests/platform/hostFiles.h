@@ -1,5 +1,5 @@
-// hostFiles.h -- other files under the paths that the platform layer opens.  For programs that are
-// linked with hostFiles.cpp and wrap open().
+// hostFiles.h -- puts other files at the paths that the platform layer opens.  For programs that
+// are linked with hostFiles.cpp and wrap open().
 #ifndef PELAGO_TESTS_PLATFORM_HOSTFILES_H
 #define PELAGO_TESTS_PLATFORM_HOSTFILES_H
 
@@ -7,7 +7,7 @@
 #include <iterator>
 #include <string>
 
-// At the path is a file with this text, while it lives.
+// While a HostFile lives, the path opens a file with this text.
 class HostFile {
 public:
     HostFile(std::string path, const std::string &text);
@@ -19,7 +19,8 @@ private:
     std::string mPath;
 };
 
-// Opening the path fails with this error, while it lives.  With EISDIR it is reading that fails.
+// While a HostFileFails lives, opening the path fails with this error.  With EISDIR opening works
+// and reading fails.
 class HostFileFails {
 public:
     HostFileFails(std::string path, int error);
@@ -31,7 +32,7 @@ private:
     std::string mPath;
 };
 
-// What is really there; "" when it cannot be read.
+// Returns the text of the host's real file; "" when it cannot be read.
 inline std::string RealFile(const std::string &path)
 {
     std::ifstream file(path);

@@ -1,4 +1,4 @@
-// Memory statistics, zones and the clock, held against the kernel's own files and calls.
+// Tests of memory statistics, zones and the clock, compared with the kernel's own files and calls.
 #include "hostFiles.h"
 #include "outOfNew.h"
 #include "sdkTypes.h"
@@ -16,9 +16,8 @@
 
 namespace {
 
-// mmap() calls of the platform layer from here on: so many are granted; and the pages it has.
-size_t sGrantedMaps = SIZE_MAX;
-ptrdiff_t sMappedPages = 0;
+size_t sGrantedMaps = SIZE_MAX; // mmap() calls that the platform layer may still make
+ptrdiff_t sMappedPages = 0;     // pages that the platform layer has mapped
 
 ptrdiff_t PagesIn(size_t size)
 {
@@ -46,7 +45,7 @@ int __wrap_munmap(void *address, size_t size)
     sMappedPages -= PagesIn(size);
     return __real_munmap(address, size);
 }
-// The clocks of a host that has slept, and whose time was set: no two show the same.
+// The clocks of a host that has slept and whose time was set: no two clocks show the same time.
 int __real_clock_gettime(clockid_t clock, struct timespec *now);
 int __wrap_clock_gettime(clockid_t clock, struct timespec *now)
 {
@@ -238,7 +237,7 @@ struct Zones {
     std::vector<mach_zone_info_t> infos;
 };
 
-// What is answered; both arrays are given back.
+// Calls mach_zone_info() and returns its answer; deallocates both arrays.
 Zones AllZones()
 {
     const ptrdiff_t before = sMappedPages;
@@ -368,7 +367,8 @@ TEST(ZoneInfo, LeavesNothingBehindWithoutPages)
     EXPECT_EQ(AllZones().code, KERN_SUCCESS);
 }
 
-// Runs the call with ever more memory until that suffices; every call before fails with the code.
+// Runs the call with ever more memory until that suffices.  Every call before must fail with
+// KERN_RESOURCE_SHORTAGE.
 void ExpectNeedsMemory(const std::function<kern_return_t()> &call, size_t atLeast)
 {
     for (size_t granted = 0;; granted++) {
@@ -460,7 +460,7 @@ TEST(VmDeallocate, RefusesRangesWhereThereIsNoMemory)
     void *block = mmap(nullptr, page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(block, MAP_FAILED);
     const auto start = reinterpret_cast<vm_address_t>(block);
-    // From the start of its page this range is a few bytes long, once all are counted.
+    // Counted from the start of its page, the length of this range overflows to a few bytes.
     EXPECT_EQ(vm_deallocate(mach_task_self(), start + 100, UINTPTR_MAX - 50),
               KERN_INVALID_ARGUMENT);
     EXPECT_TRUE(IsMapped(start));

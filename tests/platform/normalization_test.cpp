@@ -1,4 +1,4 @@
-// Normalization: Unicode's own test file, row by row, and what that does not ask.
+// Tests of normalization: Unicode's own test file, row by row, and cases that are not in that file.
 #include "cfTypes.h"
 #include "outOfNew.h"
 
@@ -84,8 +84,8 @@ struct Row {
     int line;
 };
 
-// ICU knows some Unicode, the file is made for one.  Rows with characters that are newer than ICU's
-// are left out, and counted.  Of an older file every row holds for ever: Unicode promises that.
+// ICU and the file may be of different versions of Unicode.  Rows with characters that ICU does not
+// know yet are left out, and counted.  Every row of an older file still holds: Unicode promises it.
 struct UnicodeFile {
     UnicodeFile();
     std::vector<Row> rows;
@@ -169,7 +169,8 @@ TEST(UnicodeNormalizationFile, LeavesOutNoRowThatIcuKnows)
            icuVersion[0], icuVersion[1], File().rows.size(), File().leftOut);
 }
 
-// The result's column for the canonical columns (the first three), and for the other two.
+// Which column holds the result for the canonical columns (the first three), and which for the
+// other two.
 struct FormCase {
     const char *name;
     CFStringNormalizationForm form;
@@ -264,8 +265,8 @@ std::u32string Repeated(const std::u32string &piece, size_t count)
     return text;
 }
 
-// So many that a walk from each mark back over those before it would take a quarter of an hour, and
-// so meet the test's time limit.
+// With this number of marks, a walk from each mark back over all earlier marks would take a quarter
+// of an hour, and the test would exceed its time limit.
 constexpr size_t MARK_COUNT = 1 << 20;
 
 TEST(NormalizedText, SortsMillionsOfMarksInARow)
@@ -362,9 +363,9 @@ TEST(MutableStringDeathTest, OnlyStringsWithoutALimitAreCopied)
 
 /* Out of memory */
 
-// Too long to be kept inside a string object.
+// This text is too long to be kept inside a string object.
 const std::string LONG_TEXT = Utf8(Repeated(U"a\u0308\u0316", 100));
-// One for the object, one for its text.
+// One allocation for the object, one for its text.
 constexpr size_t ALLOCATIONS_OF_A_STRING = 2;
 
 TEST(StringWithoutMemory, IsNotCreated)
@@ -394,7 +395,7 @@ TEST(StringWithoutMemory, IsNotCopied)
     }
 }
 
-// Normalizes with this number of allocations granted; whether they were enough.
+// Normalizes with this number of allocations granted.  Returns whether they were enough.
 bool NormalizesWith(size_t granted, CFMutableStringRef string)
 {
     OutOfNew limit(granted);

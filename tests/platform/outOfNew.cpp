@@ -1,5 +1,5 @@
-// outOfNew.cpp -- in the place of the C++ library's own new and delete: that allocates for strings
-// where no link reaches it.
+// outOfNew.cpp -- replaces new and delete.  The C++ library allocates for its strings in its own
+// code, where the linker's --wrap does not reach.
 #include "outOfNew.h"
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace {
 
-thread_local size_t tGranted = SIZE_MAX; // so many allocations with new, and no more
+thread_local size_t tGranted = SIZE_MAX; // allocations with new that are still granted
 thread_local bool tShowed;
 
 } // namespace
@@ -21,7 +21,7 @@ OutOfNew::OutOfNew(size_t granted)
 OutOfNew::~OutOfNew() { tGranted = SIZE_MAX; }
 bool OutOfNew::Showed() const { return tShowed; }
 
-// Not inline, since a compiler that sees one half alone takes it for a mismatch.
+// Not inline: a compiler that sees only new or only delete takes the other for a mismatch.
 [[gnu::noinline]] void *operator new(size_t size, const std::nothrow_t &) noexcept
 {
     if (tGranted == 0) {

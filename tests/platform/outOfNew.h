@@ -4,14 +4,14 @@
 
 #include <cstddef>
 
-// Grants this thread so many allocations with new and refuses all others, while it lives.
+// While it lives, grants this thread a number of allocations with new and refuses all others.
 class OutOfNew {
 public:
     explicit OutOfNew(size_t granted);
     ~OutOfNew();
     OutOfNew(const OutOfNew &) = delete;
     OutOfNew &operator=(const OutOfNew &) = delete;
-    // Whether one has been refused.
+    // Returns whether an allocation has been refused.
     bool Showed() const;
 };
 

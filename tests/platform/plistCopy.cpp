@@ -1,5 +1,5 @@
 // plistCopy [IN OUT]... -- reads each list and writes it as a commit would, for comparison.
-// A line for each pair on stdout: "ok", or why it was refused.
+// Prints a line for each pair: "ok", or the reason why the list was refused.
 #include "propertyList.h"
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// What a commit writes, and what it keeps.
+// Tests of what a commit writes, and of what it keeps.
 #include "preferencesForTests.h"
 
 #include "propertyLists.h"
@@ -55,7 +55,7 @@ TEST_F(Preferences, CommitWaitsForTheLock)
         int error = 0;
         std::thread committing([&] {
             isCommitted = SCPreferencesCommitChanges(session.get());
-            error = SCError(); // each thread has its own
+            error = SCError(); // each thread has its own last error
             isDone = true;
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(150));
@@ -149,7 +149,7 @@ TEST_F(Preferences, CommitThatFailsCanBeRepeated)
     const std::string before = Read();
     const Session session = Open();
     ASSERT_TRUE(SetServices(session.get(), {"disk"}));
-    fs::create_directory(mPath + "-new"); // cannot be removed as a file
+    fs::create_directory(mPath + "-new"); // a folder cannot be removed as a file is
     EXPECT_SC_ERROR(SCPreferencesCommitChanges(session.get()), EISDIR);
     EXPECT_EQ(Read(), before);
     EXPECT_EQ(ServicesOf(session.get()), Strings{"disk"}) << "in memory still";

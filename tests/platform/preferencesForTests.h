@@ -45,7 +45,7 @@ inline std::string XmlServices(const Strings &services, const std::string &befor
     return text + "</array></dict></plist>\n";
 }
 
-// A folder with a preferences file, or the place for one.
+// A test with a folder of its own, in which the preferences file lies or will lie.
 class Preferences : public testing::Test {
 protected:
     Session Open() { return Session(SCPreferencesCreate(nullptr, CFSTR("a test"), mID.get())); }
@@ -54,7 +54,7 @@ protected:
     {
         std::ofstream(mPath + suffix, std::ios::binary) << bytes;
     }
-    // Replaces the file as other programs do.
+    // Replaces the file as other programs do: by renaming a new file.
     void Replace(const std::string &bytes) const
     {
         Write(bytes, "-other");
@@ -81,7 +81,7 @@ protected:
         return names;
     }
 
-    // What a session of its own sees under EnabledServices; "none" for no array.
+    // Returns what a new session reads from EnabledServices; "none" for no array.
     Strings Services() { return ServicesOf(Open().get()); }
     static Strings ServicesOf(SCPreferencesRef session)
     {
@@ -113,7 +113,8 @@ protected:
     CFOwned<CFStringRef> mID{CFStringCreateWithText(mPath)};
 };
 
-// Whether the check holds for a user that is not root.
+// Returns whether the check holds for a user other than root: as the effective user, or, with
+// alsoReally, as the real and the saved user, too.
 inline bool HoldsForNobody(const std::function<bool()> &check, bool alsoReally)
 {
     constexpr uid_t NOBODY = 65534;
@@ -133,7 +134,7 @@ inline bool HoldsForNobody(const std::function<bool()> &check, bool alsoReally)
         EXPECT_EQ(SCError(), error);                                                               \
     } while (false)
 
-// A process that does some work and then waits to be told to go on, or to be killed.
+// A child process, which does some work and then waits for GoOn() or Kill().
 class Child {
 public:
     explicit Child(const std::function<bool(const std::function<void()> &ready)> &work)

@@ -1,4 +1,4 @@
-// The lock of preferences, between sessions, processes, threads and users.
+// Tests of the lock of preferences: between sessions, processes, threads and users.
 #include "preferencesForTests.h"
 
 #include "together.h"
@@ -7,7 +7,7 @@
 #include <sys/mount.h>
 #include <thread>
 
-// What happens just before the next lock is asked for, once.
+// Runs once, just before the next call of flock().
 static std::function<void()> sBeforeFlock;
 
 extern "C" {
@@ -56,7 +56,7 @@ TEST_F(Preferences, LockIsForRootOnly)
         const Session session = Open();
         const bool refused =
             !SCPreferencesLock(session.get(), true) && SCError() == kSCStatusAccessError;
-        // A commit takes the lock for itself.
+        // A commit without the lock takes it, and is refused, too.
         return refused && SetServices(session.get(), {"disk"}) &&
                !SCPreferencesCommitChanges(session.get()) && SCError() == kSCStatusAccessError;
     };
@@ -129,7 +129,8 @@ TEST_F(Preferences, LockLosingARaceLeavesTheWinnersFile)
     const int first = open(lockPath.c_str(), O_WRONLY | O_CREAT, 0600);
     ASSERT_EQ(__real_flock(first, LOCK_EX), 0);
     int next = -1;
-    // Between our open and our lock the first holder gives it back, and another one takes it.
+    // Between our open and our flock(), the first holder releases the lock and another one takes
+    // it.
     sBeforeFlock = [&] {
         unlink(lockPath.c_str());
         close(first);
@@ -200,8 +201,8 @@ TEST_F(Preferences, LockIsNotInheritedByPrograms)
     EXPECT_EQ(count, 1);
 }
 
-// Everybody who waits has the old file open: none may believe that it holds the lock after the
-// file is gone.
+// Every waiting thread has the old lock file open.  After that file is removed, none of them may
+// believe that it holds the lock.
 TEST_F(Preferences, LockExcludesOtherThreads)
 {
     constexpr int THREADS = 4, ROUNDS = 250;

@@ -1,6 +1,5 @@
-// The preferences session: call by call, between processes, and on damaged files.  Runs on a
-// machine of its own as its root: it becomes another user, mounts, and writes in the system's
-// folder.
+// Tests of the preferences session: call by call, between processes, and on damaged files.  They
+// run as root in a sandbox, for they become another user, mount, and write in the system's folder.
 #include "preferencesForTests.h"
 
 #include "propertyLists.h"
@@ -95,7 +94,7 @@ TEST_F(Preferences, ValuesBelongToTheSession)
     const uint32_t count = CFObjectOf(value)->mCount.load();
     EXPECT_EQ(SCPreferencesGetValue(session.get(), CFSTR("EnabledServices")), value);
     EXPECT_EQ(CFObjectOf(value)->mCount.load(), count) << "nothing for the caller to release";
-    // It lives on, whatever else is done with the session.
+    // The value lives on, whatever else is done with the session.
     ASSERT_TRUE(SCPreferencesLock(session.get(), true));
     ASSERT_TRUE(SCPreferencesSetValue(session.get(), CFSTR("Other"), CFSTR("value")));
     ASSERT_TRUE(SCPreferencesCommitChanges(session.get()));
@@ -173,7 +172,7 @@ TEST_P(PreferencesChange, IsSeenInTheSignature)
     Write(XmlServices({"disk"}));
     const Session session = Open();
     ASSERT_TRUE(SetServices(session.get(), {}));
-    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // file times come in such steps
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // file times advance in steps
     GetParam().change(mPath);
     EXPECT_EQ(SCPreferencesLock(session.get(), true), !GetParam().isSeen);
     if (GetParam().isSeen) { EXPECT_EQ(SCError(), kSCStatusStale); }
@@ -319,7 +318,7 @@ TEST_F(Preferences, ErrorsBelongToTheirThread)
 
 /* Two at once */
 
-// Each process adds its own service and takes it away again, under the lock: no change is lost.
+// Each process adds its own service and removes it again, under the lock.  No change is lost.
 TEST_F(Preferences, OfSeveralProcessesLoseNoChange)
 {
     constexpr int PROCESSES = 3, ROUNDS = 40;

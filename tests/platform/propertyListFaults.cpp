@@ -1,4 +1,4 @@
-// What is refused of a property list, and that nothing is lost then.
+// Tests of which property lists are refused, and that a refusal loses nothing.
 #include "propertyListForTests.h"
 
 #include "cfTypes.h"
@@ -28,7 +28,7 @@ std::string Cut(const std::string &bytes, size_t fromEnd)
     return bytes.substr(0, bytes.size() - fromEnd);
 }
 
-// Ten entities, each ten times the one before.
+// Ten entities, each of which is ten times as long as the entity before it.
 std::string EntitiesThatMultiply()
 {
     std::string subset = "<!ENTITY e0 'x'>";
@@ -187,7 +187,7 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"BooleanWithText", XmlWithValue("<true>x</true>"), Fault::Malformed}),
     [](const auto &row) { return row.param.name; });
 
-// A whole list with one byte changed, counted from its end.
+// Returns a whole list with one byte changed, which is counted from the list's end.
 std::string WithTrailerByte(size_t fromEnd, char value)
 {
     std::string bytes = BinaryWithValue("\x09");

@@ -1,4 +1,4 @@
-// propertyListForTests.h -- a property list, read and written.
+// propertyListForTests.h -- helpers that read and write a property list.
 #ifndef PELAGO_TESTS_PLATFORM_PROPERTYLISTFORTESTS_H
 #define PELAGO_TESTS_PLATFORM_PROPERTYLISTFORTESTS_H
 
@@ -13,7 +13,7 @@
 
 using namespace pelago::platform;
 
-// How GoogleTest shows a fault.
+// GoogleTest prints a fault with this function.
 inline void PrintTo(PropertyListFault fault, std::ostream *out)
 {
     *out << PropertyListFaultText(fault);
@@ -37,7 +37,7 @@ inline std::string Written(const PropertyList &list)
     return bytes;
 }
 
-// The list that comes of reading the bytes and writing them again.
+// Reads the bytes and returns the list that is written from them.
 inline std::string Rewritten(std::string_view bytes)
 {
     PropertyList list;
@@ -45,7 +45,7 @@ inline std::string Rewritten(std::string_view bytes)
     return Written(list);
 }
 
-// All values, as they are in the file that the list becomes.
+// Returns all values as they are in the file that the list is written to.
 inline CFOwned<CFDictionaryRef> Values(const PropertyList &list)
 {
     CFTypeRef object = nullptr;

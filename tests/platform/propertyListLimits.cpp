@@ -1,4 +1,4 @@
-// The limits of property lists, and lists that are near them.
+// Tests of the limits of property lists, with lists that are near them.
 #include "propertyListForTests.h"
 
 #include "cfTypes.h"
@@ -10,7 +10,7 @@ namespace {
 
 TEST(PropertyListLimits, HoldForTheNesting)
 {
-    constexpr size_t ARRAYS = PROPERTY_LIST_MAX_DEPTH - 1; // the root is a level too
+    constexpr size_t ARRAYS = PROPERTY_LIST_MAX_DEPTH - 1; // the root is a level, too
     EXPECT_EQ(FaultOf(DeepXml(ARRAYS)), Fault::None);
     EXPECT_EQ(FaultOf(DeepXml(ARRAYS + 1)), Fault::TooDeep);
     EXPECT_EQ(FaultOf(DeepXml(1000000)), Fault::TooDeep);
@@ -22,7 +22,7 @@ TEST(PropertyListLimits, HoldForTheNesting)
     EXPECT_EQ(FaultOf(DeepBinary(30000)), Fault::TooDeep);
 }
 
-// A branch that was measured near the root, and then hangs at the end of a long one.
+// A branch's depth is measured near the root; then the branch also hangs at the end of a long one.
 TEST(PropertyListLimits, HoldForANestingThatIsReachedTwice)
 {
     constexpr size_t HALF = PROPERTY_LIST_MAX_DEPTH / 2 + 10;
@@ -162,7 +162,8 @@ INSTANTIATE_TEST_SUITE_P(Files, PropertyListLarge,
                                          LargeCase{"BinaryDictionary", LargeBinaryDictionary}),
                          [](const auto &row) { return row.param.name; });
 
-// At the limit of the nesting, on a stack as small as threads are given.
+// Lists are nested as deeply as the limit allows, and the thread's stack is one of the smallest in
+// use.
 TEST(PropertyListLimits, AreSafeOnASmallStack)
 {
     pthread_attr_t attributes;

@@ -1,5 +1,5 @@
-// Property lists without memory: whichever block is refused, the call reports it, leaves nothing
-// allocated, and does not change the list.
+// Tests of property lists without memory: whichever block is refused, the call reports it, leaves
+// nothing allocated, and does not change the list.
 #include "allocations.h"
 #include "cfTypes.h"
 #include "propertyList.h"
@@ -30,8 +30,8 @@ const std::string BINARY = BinaryList(
      std::string("\x23\x3F\xF8\0\0\0\0\0\0", 9), std::string("\x33\x3F\xF8\0\0\0\0\0\0", 9),
      BinaryHead(0x4, 20) + std::string(20, 'd'), "\x80\x07", BinaryDict({1, 3})});
 
-// Runs the action with a number of blocks granted and all further ones refused; returns its fault,
-// and NoMemory for std::bad_alloc.
+// Runs the action with a number of blocks granted and all further blocks refused.  Returns the
+// action's fault, and NoMemory for std::bad_alloc.
 template <typename Action> Fault FaultWith(size_t granted, const Action &action, bool *showed)
 {
     const ScarceNew alsoNew;
@@ -39,13 +39,13 @@ template <typename Action> Fault FaultWith(size_t granted, const Action &action,
     Fault fault = Fault::NoMemory;
     try {
         fault = action();
-    } catch (const std::bad_alloc &) { // the same as NoMemory
+    } catch (const std::bad_alloc &) { // counts as NoMemory
     }
     *showed = memory.Showed();
     return fault;
 }
 
-// Runs the action with ever more blocks until they are enough; returns how many that are.
+// Runs the action with ever more blocks until they are enough.  Returns their number.
 template <typename Action> size_t BlocksFor(const Action &action)
 {
     for (size_t granted = 0;; granted++) {

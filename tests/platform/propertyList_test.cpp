@@ -1,4 +1,4 @@
-// What is read from a property list, and that nothing is lost on the way back.
+// Tests of what is read from a property list, and that nothing is lost when it is written back.
 #include "propertyListForTests.h"
 
 #include "cfTypes.h"
@@ -107,7 +107,7 @@ TEST_P(PropertyListScalar, KeepsItsTypeAndValue)
         EXPECT_EQ(CFNumberIsFloatType(number),
                   CFNumberIsFloatType(static_cast<CFNumberRef>(expected.get())));
     }
-    // The same value, set: it must come back from both formats.
+    // Sets the same value: it must come back from both formats.
     for (const std::string &before : {XmlWithValue("<true/>"), BinaryWithValue("\x09")}) {
         PropertyList list;
         ASSERT_EQ(list.Read(before), Fault::None);
@@ -304,7 +304,7 @@ TEST(PropertyListContainers, SharedPartsAreEachTheirOwnAfterwards)
     EXPECT_EQ(TextOf(CFArrayGetValueAtIndex(static_cast<CFArrayRef>(kept.get()), 1)), "shared");
 }
 
-// What is shared in a file stays shared in the next one, however often it is referred to.
+// An object that a file shares stays shared in the next file, however often it is referred to.
 TEST(PropertyListContainers, SharedPartsAreWrittenOnce)
 {
     const std::vector<size_t> items(1000, 3);

@@ -1,4 +1,4 @@
-// propertyLists.h -- property lists for tests: made by hand, whole, odd and harmful.
+// propertyLists.h -- makes property lists for tests by hand: whole, odd and harmful lists.
 #ifndef PELAGO_TESTS_PLATFORM_PROPERTYLISTS_H
 #define PELAGO_TESTS_PLATFORM_PROPERTYLISTS_H
 
@@ -24,7 +24,8 @@ inline std::string BigEndian(uint64_t value, size_t width)
     return bytes;
 }
 
-// A binary list of these objects, the first one its root; references are of four bytes.
+// Returns a binary list of these objects.  The first object is the root; a reference has four
+// bytes.
 inline std::string BinaryList(const std::vector<std::string> &objects)
 {
     constexpr size_t OFFSET_WIDTH = 4, REFERENCE_WIDTH = 4;
@@ -39,7 +40,7 @@ inline std::string BinaryList(const std::vector<std::string> &objects)
     return list + BigEndian(objects.size(), 8) + BigEndian(0, 8) + BigEndian(table, 8);
 }
 
-// The marker, and the count in the marker or behind it.
+// Returns the marker with the count in it or after it.
 inline std::string BinaryHead(unsigned marker, size_t count)
 {
     if (count < 15) { return BigEndian(marker << 4 | count, 1); }
@@ -67,7 +68,7 @@ inline std::string BinaryAscii(const std::string &text)
     return BinaryHead(0x5, text.size()) + text;
 }
 
-// { "k": the value }, with the value's further objects from number 3 on.
+// Returns the list { "k": value }.  The value's further objects have the numbers from 3 on.
 inline std::string BinaryWithValue(const std::string &value,
                                    const std::vector<std::string> &others = {})
 {
@@ -81,7 +82,7 @@ inline std::string XmlWithValue(const std::string &value)
     return "<plist version=\"1.0\"><dict><key>k</key>" + value + "</dict></plist>";
 }
 
-// Arrays in arrays: the dictionary, and that many below it.
+// Returns a dictionary with this number of arrays below it, each within the one before.
 inline std::string DeepXml(size_t arrays)
 {
     return "<dict><key>k</key>" + Repeat("<array>", arrays) + Repeat("</array>", arrays) +
@@ -96,7 +97,7 @@ inline std::string DeepBinary(size_t arrays)
     return BinaryWithValue(arrays > 1 ? BinaryArray({3}) : BinaryArray({}), others);
 }
 
-// Each level refers fourteen times to the next one: a few hundred bytes for 14^7 values.
+// Each level refers fourteen times to the next level: a few hundred bytes stand for 14^7 values.
 inline std::string SelfMultiplyingBinary()
 {
     constexpr size_t LEVELS = 7, FOLD = 14;

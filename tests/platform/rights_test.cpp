@@ -1,4 +1,4 @@
-// What depends on who asks: for a machine on which this is root.
+// Tests of calls whose results depend on the caller's rights.  They run as root in a sandbox.
 #include <mach/mach.h>
 #include <unistd.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 constexpr uid_t NOBODY = 65534;
 
-// The status with which a child ends that does this.
+// Returns the exit status of a child that does the deed.
 template <typename Deed> int StatusOfChild(const Deed &deed)
 {
     const pid_t child = fork();
@@ -27,7 +27,7 @@ template <typename Deed> int StatusOfChild(const Deed &deed)
     return WEXITSTATUS(status);
 }
 
-// Before main(), in a copy of this program that has nothing else to do.
+// Runs before main().  A copy of this program only reports issetugid() and ends here.
 const bool sTold = [] {
     if (getenv("PELAGO_TELL_SETUGID") != nullptr) { _exit(issetugid()); }
     return false;
@@ -71,7 +71,7 @@ TEST_F(SetUgid, IsNotChangedByChangingTheUser)
     EXPECT_EQ(StatusOfChild([] { return seteuid(NOBODY) == 0 ? issetugid() : 99; }), 0);
 }
 
-// The path that a program gives which was started through a link.
+// Returns the path that a program prints after it was started through a link.
 std::string PathThroughLink(mode_t mode)
 {
     constexpr char PROGRAM[] = "/tmp/tellPath", LINK[] = "/tmp/link";
@@ -88,7 +88,7 @@ std::string PathThroughLink(mode_t mode)
     return line;
 }
 
-// Who starts a program with more rights than his own chooses the path, and may change the link.
+// A user who starts a program with raised rights chooses its path, and may change the link.
 TEST(ExecutablePath, IsTheKernelsNameWithRaisedRights)
 {
     EXPECT_EQ(PathThroughLink(0755), "/tmp/link\n");

@@ -1,5 +1,5 @@
-// sdkTypes.h -- what callers rely on in the SDK's headers.  It is compiled with the platform
-// layer's headers and, by the build for macOS, with Apple's own.
+// sdkTypes.h -- checks the types and numbers in the SDK's headers that callers rely on.  It is
+// compiled with the platform layer's headers and, by the build for macOS, with Apple's own.
 #ifndef PELAGO_TESTS_PLATFORM_SDKTYPES_H
 #define PELAGO_TESTS_PLATFORM_SDKTYPES_H
 
@@ -15,7 +15,8 @@
 #include <cstdint>
 #include <type_traits>
 
-// noexcept or not, which the hosts' own headers disagree about for their own calls.
+// Whether CALL has this type.  noexcept makes no difference: the hosts' headers disagree about it
+// for their own calls.
 template <auto CALL, typename Type>
 constexpr bool IS_CALL = std::is_convertible_v<decltype(CALL), Type *>;
 

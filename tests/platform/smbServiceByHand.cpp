@@ -1,4 +1,4 @@
-// Switching the SMB service on and off by hand.
+// Tests of switching the SMB service on and off by hand.
 #include "smbServiceForTests.h"
 
 #include "outOfNew.h"
@@ -9,7 +9,7 @@ namespace {
 
 class SmbServiceByHand : public SmbService, public testing::WithParamInterface<bool> {
 protected:
-    // In the format that is tested.
+    // Writes the file in the format that is tested.
     void WriteServices(const Strings &services, const std::string &record = "") const
     {
         std::vector<std::string> objects = {BinaryDict({1, 2, 3, 4}), BinaryAscii("Workgroup"),
@@ -121,7 +121,7 @@ TEST_F(SmbService, WaitsForTheLockOnlyIfRequested)
 {
     DieHaving({"disk"});
     std::string reason;
-    // Made before the lock, which a child would inherit.
+    // The child is forked before the lock is taken: it would inherit the lock.
     Child waiting([&](const auto &ready) {
         ready();
         return SmbServiceTakeBack(mPath, true, &reason) == SmbChange::Done;
@@ -137,7 +137,7 @@ TEST_F(SmbService, WaitsForTheLockOnlyIfRequested)
     EXPECT_EQ(Services(), Strings{});
 }
 
-// Between the look and the lock another program becomes the owner.
+// Another program becomes the owner after the owner is looked up and before the lock is taken.
 TEST_F(SmbService, IsNotTakenBackFromANewOwner)
 {
     DieHaving({"disk"});
@@ -208,7 +208,7 @@ TEST_F(SmbService, ChangesFullyOrNotAtAllWithoutMemory)
             Replace(XmlServices({"print", "disk"}));
             SetRecord(mark);
             const std::string before = Read();
-            outcome = SmbChange::None; // nor is it when memory runs out
+            outcome = SmbChange::None; // stays None when bad_alloc is thrown
             try {
                 const OutOfNew outOfNew(granted);
                 std::string reason;

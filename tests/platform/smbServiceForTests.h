@@ -1,4 +1,5 @@
-// smbServiceForTests.h -- the record of who switched the SMB service on, and calls that fail.
+// smbServiceForTests.h -- access to the record of who switched the SMB service on, and system calls
+// that fail.
 #ifndef PELAGO_TESTS_PLATFORM_SMBSERVICEFORTESTS_H
 #define PELAGO_TESTS_PLATFORM_SMBSERVICEFORTESTS_H
 
@@ -10,10 +11,10 @@
 #include <functional>
 #include <sys/xattr.h>
 
-// What the next calls fail with, while it is there.
+// The error with which fsetxattr() fails; 0: it works.
 inline int sAttributeError = 0;
-inline int sSyncsToFailure = 0; // 1: the next one fails; 0: none
-// What happens just before the next lock is asked for, once.
+inline int sSyncsToFailure = 0; // n: the nth fsync() from now on fails; 0: none
+// Runs once, just before the next call of flock().
 inline std::function<void()> sBeforeFlock;
 
 constexpr char RECORD[] = "user.pelago.service";
@@ -22,7 +23,7 @@ class SmbService : public Preferences {
 protected:
     void TearDown() override { sAttributeError = sSyncsToFailure = 0; }
 
-    // The record in the file; empty for none.
+    // Returns the record in the file; "" for none.
     std::string Record() const
     {
         char record[256];
@@ -37,7 +38,7 @@ protected:
     static std::string MarkOf(pid_t pid) { return ProcessMark::Of(pid).value().Text(); }
     static std::string OwnMark() { return MarkOf(getpid()); }
 
-    // The mark of a process that has ended.
+    // Returns the mark of a process that has ended.
     static std::string DeadMark()
     {
         Child child([](const auto &ready) { return ready(), true; });
@@ -53,7 +54,7 @@ protected:
         return SCPreferencesLock(session.get(), true) && SetServices(session.get(), services) &&
                SCPreferencesCommitChanges(session.get());
     }
-    // A program that makes these the services and dies.
+    // Runs a program that commits these services and dies.
     void DieHaving(const Strings &services)
     {
         Child child([&](const auto &ready) {

@@ -1,5 +1,5 @@
-// Who switched the SMB service on, and what becomes of it when that program has ended.  Runs on a
-// machine of its own as its root.
+// Tests of the record of who switched the SMB service on, and of what becomes of the service when
+// that program has ended.  They run as root in a sandbox.
 #include "smbServiceForTests.h"
 
 #include "hostFiles.h"
@@ -130,7 +130,7 @@ TEST_F(SmbService, IsNobodysWithoutDisk)
     EXPECT_EQ(Record(), OwnMark());
 }
 
-// A process number comes again, with another start, or after the next boot.
+// The kernel gives a process number out again, with another start time or after the next boot.
 TEST_F(SmbService, HasADeadOwnerAfterPidReuse)
 {
     Write(XmlServices({"disk"}));
@@ -207,7 +207,7 @@ TEST_F(SmbService, KeepsItsRecordWhenACommitFails)
     const std::string mark = OwnMark(), before = Read();
     SetRecord(mark);
     for (const int failing :
-         {1, 2}) { // the new file's; the folder's, after which the old one comes back
+         {1, 2}) { // the new file's; the folder's, after which the old file is restored
         const Session session = Open();
         ASSERT_TRUE(SetServices(session.get(), {}));
         sSyncsToFailure = failing;
@@ -227,12 +227,12 @@ TEST_F(SmbService, IsRecordedByACommitThatIsRepeated)
     Write(XmlServices({"print"}));
     const Session session = Open();
     ASSERT_TRUE(SetServices(session.get(), {"print", "disk"}));
-    fs::create_directory(mPath + "-new"); // cannot be removed as a file
+    fs::create_directory(mPath + "-new"); // a folder cannot be removed as a file is
     EXPECT_SC_ERROR(SCPreferencesCommitChanges(session.get()), EISDIR);
     fs::remove(mPath + "-new");
     EXPECT_TRUE(SCPreferencesCommitChanges(session.get()));
     EXPECT_EQ(Record(), OwnMark());
-    // And off, and on for another reason, in the same session.
+    // The same session switches the service off, and on again.
     ASSERT_TRUE(SetServices(session.get(), {}));
     EXPECT_TRUE(SCPreferencesCommitChanges(session.get()));
     EXPECT_EQ(Record(), "");
@@ -265,7 +265,7 @@ TEST_F(SmbService, OfADeadOwnerGetsANewOne)
     ASSERT_TRUE(SCPreferencesCommitChanges(session.get()));
     EXPECT_EQ(Services(), Strings{"disk"});
     EXPECT_EQ(Record(), OwnMark());
-    // What the session then takes out is its own.
+    // The session now owns the service, and may switch it off.
     ASSERT_TRUE(SCPreferencesUnlock(session.get()));
     ASSERT_TRUE(SCPreferencesLock(session.get(), true));
     EXPECT_EQ(ServicesOf(session.get()), Strings{"disk"});
@@ -322,7 +322,7 @@ TEST_F(SmbService, LockHidesADeadOwnersServiceReadBefore)
     EXPECT_EQ(ServicesOf(session.get()), Strings{}) << "from memory";
 }
 
-// It was made from what the session saw then.
+// The session made its change from what it had read before the lock.
 TEST_F(SmbService, ChangeBeforeTheLockKeepsADeadOwner)
 {
     DieHaving({"disk"});
@@ -335,7 +335,7 @@ TEST_F(SmbService, ChangeBeforeTheLockKeepsADeadOwner)
     EXPECT_EQ(LockedServices(), Strings{"print"});
 }
 
-// The second one is an administrator's.
+// The second "disk" is an administrator's.
 TEST_F(SmbService, StaysOnWhenOthersSwitchedItOnToo)
 {
     Write(XmlServices({"disk", "print", "disk"}));
@@ -377,8 +377,8 @@ TEST_F(SmbService, SynchronizeShowsADeadOwnersServiceAgain)
 
 /* Without memory */
 
-// A session that sees the file wrongly might switch off what is another's, or keep what is
-// nobody's.
+// A session that reads the file wrongly might switch off a service that another program owns, or
+// keep one that nobody owns.
 TEST_F(SmbService, LosesNothingWhenMemoryRunsOut)
 {
     const std::string mark = DeadMark();

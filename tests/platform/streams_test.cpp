@@ -1,4 +1,4 @@
-// Files as URLs, streams that read them, and the property lists in these.
+// Tests of files as URLs, of streams that read the files, and of the property lists in them.
 #include "cfTypes.h"
 #include "hostFiles.h"
 #include "outOfNew.h"
@@ -208,7 +208,8 @@ struct Read {
     CFIndex code = 0;
 };
 
-// Reads with everything asked for; an error comes exactly when there is no value.
+// Reads a list, and requests its format and the error.  There must be an error exactly when there
+// is no value.
 Read ReadFrom(CFReadStreamRef stream, CFIndex size = 0)
 {
     Read read;
@@ -321,7 +322,7 @@ TEST_F(Files, OnlyAnOpenStreamCanBeRead)
 TEST_F(Files, AnUnreadableFileIsAStreamError)
 {
     const Stream stream = Opened(XML);
-    // A descriptor that is there, and not for reading.
+    // The descriptor is open, but not for reading.
     const OwnedFd blind(open(mFolder.Path().c_str(), O_PATH | O_CLOEXEC));
     ASSERT_GE(dup2(blind.Get(), stream->mFd.Get()), 0);
     EXPECT_EQ(ReadFrom(stream.get()).code, kCFPropertyListReadStreamError);
@@ -354,7 +355,7 @@ TEST(CoreFoundationError, EqualsAnotherOfTheSameCode)
 
 /* Without memory */
 
-// Does it with ever more memory, until that suffices.
+// Does the deed with ever more memory until that suffices.  Returns the number of allocations.
 template <typename Deed> size_t MemoryFor(const Deed &deed)
 {
     for (size_t granted = 0;; granted++) {

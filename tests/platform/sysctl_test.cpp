@@ -1,4 +1,5 @@
-// What the kernel tells of the machine, held against what this machine's own programs say.
+// Tests of what the kernel reports about the machine, compared with what this machine's own
+// programs print.
 #include <sys/sysctl.h>
 
 #include "hostFiles.h"
@@ -16,7 +17,7 @@
 #include <optional>
 #include <utility>
 
-// What the kernel says, where it is not asked itself.
+// What the kernel reports, where a test sets it.
 static std::optional<long> sConfigured, sOnline; // processors
 static std::optional<uint32_t> sMemoryUnit;
 
@@ -53,14 +54,14 @@ std::string MaxRateFile(int cpu)
     return "/sys/devices/system/cpu/cpu" + std::to_string(cpu) + "/cpufreq/cpuinfo_max_freq";
 }
 
-// 0 or errno.
+// Calls sysctlbyname() and returns 0 or errno.
 int Ask(const char *name, void *value, size_t *size, void *newValue = nullptr, size_t newSize = 0)
 {
     errno = NO_ERROR;
     return sysctlbyname(name, value, size, newValue, newSize) == 0 ? NO_ERROR : errno;
 }
 
-// The value in two steps; its NUL is part of a text.
+// Asks for the value's size, then for the value.  A text's value contains its NUL.
 std::optional<std::string> ValueOf(const char *name)
 {
     size_t size = 0;
@@ -94,7 +95,7 @@ std::string OutputOf(const char *command)
 
 std::string WithNul(const std::string &text) { return text + '\0'; }
 
-// The host has so many processors, of which so many run.
+// While it lives, the host has this number of processors, of which some are online.
 class Processors {
 public:
     explicit Processors(long configured, long online = 1)
@@ -133,7 +134,7 @@ TEST(Sysctl, TellsTheSizeOfEachValue)
 
 TEST(Sysctl, LeavesErrnoAsItWasWhenItSucceeds)
 {
-    // It looks in vain for the first file.
+    // The call fails to open the first file, and finds the second.
     const HostFileFails product(PRODUCT, ENOENT);
     const HostFile tree(DEVICE_TREE, "Board");
     size_t size = 0;
@@ -301,7 +302,7 @@ TEST(SysctlFrequency, IsTheHighestMaximumOfAllProcessors)
         other(MaxRateFile(2), "1800000\n"), fastest(MaxRateFile(3), "2200000\n");
     for (const auto &[count, expected] :
          {std::pair{1, 1600000000u}, {2, 2000000000u}, {3, 2000000000u}, {4, 2200000000u}}) {
-        const Processors processors(count); // one that rests counts as well
+        const Processors processors(count); // a processor that is offline counts as well
         EXPECT_EQ(NumberOf<uint64_t>(FREQUENCY), expected) << count;
     }
 }

@@ -1,5 +1,5 @@
-// tellPath -- leaves the folder it was started in, then says its own path, a line for each byte on
-// its standard input; an empty line when the path cannot be had.
+// tellPath -- leaves the folder that it was started in, then prints its own path for each byte on
+// its standard input: a line with the path, or an empty line when there is no path to be had.
 #include <mach-o/dyld.h>
 
 #include <climits>

@@ -1,8 +1,8 @@
-"""A commit that is killed, or refused by the kernel, at every one of its system calls.
+"""Tests of a commit that is killed, or refused by the kernel, at every one of its system calls.
 
-strace records one undisturbed run and is then told to strike at each call of it in turn, by name and
+strace records one undisturbed run, and then strikes at each call of that run in turn, by name and
 ordinal.  Whatever happens, the file is whole, old or new, and the next run works.  A kill leaves the
-kernel's memory whole, so what a power failure would do is judged by the order of the calls instead.
+kernel's memory whole, so a power failure is judged by the order of the calls instead.
 
 COMMIT_ONCE is the program that commits.  Needs root and strace.
 """
@@ -42,7 +42,7 @@ STARTS = {
     "with the service of a program that runs": Start(plistlib.FMT_XML, ["disk", "print"], "runs"),
     "with the service of a dead program": Start(plistlib.FMT_BINARY, ["disk", "print"], "dead"),
 }
-# Where one of these fails, a program may not learn that an owner is dead, or who it is itself.
+# When one of these calls fails, a program may not find out that an owner is dead, or its own mark.
 UNSURE = ("fgetxattr", "kill", "openat", "read", "newfstatat", "getdents64")
 
 
@@ -69,7 +69,7 @@ def is_dead(record):
 
 
 def toggled(services, owner_is_dead):
-    """What a run makes of these services, when it knows about their owner."""
+    """Returns the services after a run that knows whether their owner is dead."""
     seen = list(services or [])
     if owner_is_dead and "disk" in seen:
         seen.remove("disk")
@@ -84,7 +84,7 @@ class Case(unittest.TestCase):
         self.path = self.folder / "com.apple.smb.server.plist"
 
     def put(self, start):
-        """The file before a run, or None for no file."""
+        """Writes the file as it is before a run; None: there is no file."""
         for path in self.folder.iterdir():
             path.unlink()
         if start is not None:
@@ -105,7 +105,7 @@ class Case(unittest.TestCase):
             return None
 
     def present(self):
-        """The file's bytes and record; None for no file."""
+        """Returns the file's bytes and record; None for no file."""
         return (self.path.read_bytes(), self.record()) if self.path.exists() else None
 
     @property
@@ -119,7 +119,7 @@ class Case(unittest.TestCase):
         return straced.failing_at(call, ordinal, error, self.command, *selection, **QUIET)
 
     def outcome(self, start, point, failed=None):
-        """"old" or "new"; anything else is a failure.  failed is the call that was made to fail."""
+        """Returns "old" or "new"; any other state is a failure.  failed names the call that was made to fail."""
         if self.present() == self.before:
             return "old"
         self.assertIsNotNone(self.present(), f"{point}: the file is gone")
@@ -179,7 +179,7 @@ class KilledAnywhere(Case):
 
 class RefusedAnywhere(Case):
     def own_points(self):
-        """The calls from the first one that names the file; before, the program is only being loaded."""
+        """Returns the calls from the first one that names the file.  Earlier calls only load the program."""
         points = straced.recorded(self.command, **QUIET)
         first = next(i for i, point in enumerate(points) if str(self.path) in point.line)
         for point in points[first:]:
@@ -234,7 +234,7 @@ class RefusedAnywhere(Case):
                     self.assertEqual(self.path.stat().st_mode & 0o7777, MODE)
 
     def test_short_writes_are_continued(self):
-        # A full disk that takes a part first: the kernel says so by a short count.
+        # A full disk takes a part of the bytes first: the kernel returns a short count.
         self.put(STARTS["without the service"])
         big = plistlib.dumps({KEY: [], "x": "y" * 300000})
         self.path.write_bytes(big)
@@ -247,7 +247,7 @@ class RefusedAnywhere(Case):
 
 
 class CallsOfACommit(Case):
-    """What a power failure would find is decided by the order of these."""
+    """The order of these calls decides what a power failure leaves in the file."""
 
     def commit_calls(self):
         self.put(STARTS["without the service"])
@@ -283,7 +283,7 @@ class TwoAtOnce(Case):
         return [COMMIT_ONCE, str(self.path), self.SERVICE]
 
     def race(self, mode, seed):
-        """Two runs with delays of their own; the number of those that committed."""
+        """Runs the command twice at once, each with its own delays.  Returns how many of the two committed."""
         runs, chance = [], random.Random(seed)
         for i in range(2):
             log = self.folder.with_suffix(f".log{i}")
@@ -328,7 +328,7 @@ class TwoAtOnce(Case):
         waiting = subprocess.Popen(self.command)
         time.sleep(0.2)
         self.assertIsNone(waiting.poll(), "it did not wait")
-        # It dies at the end of the delay: strace holds it until then.
+        # The holder dies at the end of the delay: strace holds it until then.
         os.kill(int(Path(f"{self.path}-lock").read_text()), signal.SIGKILL)
         self.assertEqual(waiting.wait(10), 0)
         self.assertEqual(plistlib.loads(self.path.read_bytes())[KEY], ["print", self.SERVICE])

@@ -1,5 +1,5 @@
-"""Lists of every kind, made by Python's plistlib, read and written by the platform layer, and read
-again by plistlib: type, value and order of everything must be the same.
+"""Tests with lists of every kind.  Python's plistlib makes a list, the platform layer reads and
+writes it, and plistlib reads it again: each type, value and order must be the same.
 
 PLIST_COPY is the helper program that copies.
 """
@@ -32,7 +32,7 @@ DATES = [datetime.datetime(*d) for d in (
 
 
 def typed(value):
-    """The value with its types and its order, so that == sees them: 1, 1.0 and True differ."""
+    """Returns the value with its types and its order, so that == compares them: 1, 1.0 and True differ."""
     if isinstance(value, dict):
         return ("dict", [(key, typed(item)) for key, item in value.items()])
     if isinstance(value, list):
@@ -103,7 +103,7 @@ class SurvivesWriting(unittest.TestCase):
     maxDiff = None
 
     def copies(self, sources):
-        """The copies of these files; the reason in place of one that was refused."""
+        """Returns the copies of these files; in place of a refused file's copy, the reason."""
         with tempfile.TemporaryDirectory() as folder:
             paths = []
             for i, source in enumerate(sources):
@@ -154,7 +154,7 @@ class SurvivesWriting(unittest.TestCase):
         self.assertIn(date, self.copies([source])[0])
 
     def test_damaged_list_is_refused_or_read_like_plistlib(self):
-        """One byte changed anywhere: whoever accepts it must have read the same as plistlib."""
+        """Changes one byte anywhere.  The platform layer and plistlib must read the same when both accept the list."""
         counts = {"same": 0, "refused": 0, "ours alone": 0}
         for form in FORMATS:
             source = dumps({"wins server": ["a", "b&c"], "MaxClients": 100, "d": DATES[5], "r": -1.5e3, "b": b"abc",

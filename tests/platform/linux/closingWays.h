@@ -1,4 +1,4 @@
-// closingWays.h -- the ways that Linux has to close many descriptors, and how they fail.
+// closingWays.h -- Linux's ways to close many descriptors, and how each of them fails.
 #ifndef PELAGO_TESTS_PLATFORM_LINUX_CLOSINGWAYS_H
 #define PELAGO_TESTS_PLATFORM_LINUX_CLOSINGWAYS_H
 
@@ -11,9 +11,9 @@
 constexpr int MANY = 900; // descriptors that a test opens
 
 struct Trouble {
-    int rangeError;   // of close_range(); 0: it works
-    int listingError; // of opening the list
-    int readingError; // of reading it
+    int rangeError;   // of close_range(); 0: the call works
+    int listingError; // of opening the list of descriptors
+    int readingError; // of reading the list
 };
 inline Trouble sTrouble;
 inline int sCloses; // calls of close()
@@ -53,7 +53,7 @@ int __wrap_close(int fd)
 struct WayCase {
     const char *name;
     Trouble trouble;
-    int mostCloses; // for MANY open descriptors
+    int mostCloses; // allowed calls of close() for MANY open descriptors
 };
 constexpr WayCase KNOWING[] = {{"TheKernelsCall", {0, 0, 0}, 0},
                                {"TheListWithoutTheCall", {ENOSYS, 0, 0}, MANY + 8},

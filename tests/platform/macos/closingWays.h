@@ -1,4 +1,4 @@
-// closingWays.h -- the ways that macOS has to close many descriptors, and how they fail.
+// closingWays.h -- macOS's ways to close many descriptors, and how each of them fails.
 #ifndef PELAGO_TESTS_PLATFORM_MACOS_CLOSINGWAYS_H
 #define PELAGO_TESTS_PLATFORM_MACOS_CLOSINGWAYS_H
 
@@ -23,7 +23,7 @@ int __wrap_proc_pidinfo(int pid, int flavor, uint64_t argument, void *list, int 
         errno = EPERM;
         return 0;
     }
-    // One that is as long as its room may lack some.
+    // A list that fills its buffer may lack some descriptors.
     const int room = sTrouble == CUT_LIST && list != nullptr ? PROC_PIDLISTFD_SIZE : 0;
     const int filled = __real_proc_pidinfo(pid, flavor, argument, list, room == 0 ? size : room);
     return room == 0 ? filled : size;
@@ -46,7 +46,7 @@ int __wrap_close(int fd)
 struct WayCase {
     const char *name;
     Trouble trouble;
-    int mostCloses; // for MANY open descriptors
+    int mostCloses; // allowed calls of close() for MANY open descriptors
 };
 constexpr WayCase KNOWING[] = {{"TheKernelsList", NONE, MANY + 8}};
 constexpr WayCase LAST_RESORT[] = {{"NumberWithoutASize", NO_SIZE, INT_MAX},
