@@ -1,4 +1,4 @@
-// ascii_test.cpp -- each byte against lists of the bytes that are meant.
+// ascii_test.cpp -- compares the result for each byte with lists of bytes.
 #include "ascii.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Buffers that are too small, memory that runs out, and what is too long.
+// Tests of buffers that are too small, of memory that runs out, and of output that is too long.
 #include "bsd_vsnprintf.h"
 
 #include "allocations.h"
@@ -118,7 +118,8 @@ TEST(FormatBuffer, GrowsAtEveryLengthAroundItsSteps)
     }
 }
 
-// Field by field: each is written at once where all of it has room, and otherwise as far as it has.
+// The engine writes a field at once where the whole field has room, and otherwise as much of it as
+// fits.
 TEST(FormatBuffer, CutsAFieldAnywhereAndTouchesNothingAfterIt)
 {
     for (const char *directive :
@@ -185,7 +186,7 @@ TEST(FormatBuffer, IsNotTerminatedWhenTheCallFails)
 
 // ---- Memory
 
-// Into a block of its own, which is the caller's to free.
+// Formats into a new block, which the caller must free.
 __attribute__((noinline)) int FormatNew(char **block, const char *format, ...)
 {
     va_list arguments;
@@ -243,7 +244,7 @@ TEST(FormatMemory, IsNeededForPositionsAboveSeven)
 TEST(FormatMemory, MakesTheCallFailWhenItRunsOut)
 {
     char buffer[16];
-    for (size_t granted = 1;; granted++) { // without the first one it aborts
+    for (size_t granted = 1;; granted++) { // without the first block the engine aborts
         const OutOfMemory once(granted, 1);
         const int length = FormatInto(bsd_vsnprintf, buffer, sizeof buffer, "%9$s%f%ls%1$g", 1.5,
                                       L"wide", 0, 0, 0, 0, 0, 0, "word");
@@ -286,10 +287,10 @@ TEST(FormatMemory, FailsTheCallWhenTheBlockCannotGrow)
 
 TEST(FormatMemory, IsAllGivenBack)
 {
-    Format("%f", 1.5); // the converter keeps what it takes the first time
+    Format("%f", 1.5); // the converter keeps the blocks of its first call
     const std::string word(200, 'x');
     for (size_t granted = 0;; granted++) {
-        if (granted == 1) { continue; } // without the types' table it aborts
+        if (granted == 1) { continue; } // without the types' table the engine aborts
         char *buffer = nullptr;
         const ptrdiff_t before = Allocations::Live();
         const OutOfMemory once(granted, 1);
@@ -304,7 +305,7 @@ TEST(FormatMemory, IsAllGivenBack)
     }
 }
 
-// ---- What is too long
+// ---- Output that is too long
 
 TEST(FormatTooLong, IsWhatAnIntCannotCount)
 {
@@ -328,7 +329,7 @@ TEST(FormatTooLong, TakesNoMemoryToSay)
 
 TEST(FormatTooLong, IsCountedByTheByte)
 {
-    // One word of a gigabyte, which is the same two megabytes over and over.
+    // One word of a gigabyte: the same two megabytes are mapped again and again.
     constexpr size_t CHUNK = 2 << 20, CHUNKS = 512, SIZE = CHUNK * CHUNKS;
     const int file = memfd_create("word", 0);
     ASSERT_EQ(ftruncate(file, CHUNK), 0);

@@ -1,4 +1,4 @@
-// Floating numbers, and numbers in other locales.
+// Tests of floating numbers, and of numbers in other locales.
 #include "bsd_vsnprintf.h"
 
 #include "formatForTests.h"
@@ -14,11 +14,11 @@
 #include <random>
 #include <vector>
 
-static const char *sDigits; // what the converters answer instead of their own answer
+static const char *sDigits; // what the converters return instead of their own result
 static int sPoint, sSign;
 static bool sConverterFails;
-static std::vector<int> sAsked; // how many digits the converters were asked for
-static char sSharedDigits[32];  // where another thread's digits come, as soon as nothing is locked
+static std::vector<int> sAsked; // the number of digits in each call of a converter
+static char sSharedDigits[32];  // another thread's digits overwrite it once nothing is locked
 static int sLocked;
 
 extern "C" {
@@ -59,7 +59,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex)
 
 namespace {
 
-// The converters answer this, for as long as the object lives.
+// While the object lives, the converters return these digits.
 struct Converters {
     Converters(const char *digits, int point, int sign)
     {
@@ -153,7 +153,7 @@ TEST(Format, SpellsOutWhatIsNotFinite)
     EXPECT_EQ(Format("%.0f %.0f", HUGE_VAL, -HUGE_VAL), "inf -inf");
 }
 
-// The bit is set in what x86-64 makes of 0.0 / 0.0.
+// On x86-64 the result of 0.0 / 0.0 has its sign bit set.
 TEST(Format, IgnoresTheSignOfNan)
 {
     const double nan = NAN, negative = -nan;
@@ -224,7 +224,7 @@ TEST(Format, PrintsFloatingNumbersAsTheCLibraryDoes)
                 for (const char letter : {'e', 'f', 'g', 'E', 'F', 'G'}) {
                     if (precision == 0 && (letter | 0x20) == 'f') {
                         continue;
-                    } // rounds its own way
+                    } // the engine rounds these in its own way
                     for (size_t i = random() % 7; i < values.size(); i += 7) {
                         ExpectAsLibc(format + letter, values[i]);
                     }
@@ -265,7 +265,7 @@ TEST(FormatFloating, HasItsDigitsBeforeAnotherThreadConverts)
 
 // ---- Locales
 
-// Locales with groups of their own, made by the C library's compiler.
+// Makes locales that group digits differently, with the C library's compiler of locales.
 class FormatInLocale : public testing::Test {
 protected:
     static void SetUpTestSuite()
@@ -359,7 +359,7 @@ TEST_F(FormatInLocale, KeepsTheCConventionsOnRequest)
               "1234.5 1234 1234.5");
 }
 
-// Conventions as they come, without a locale that has them.
+// Formats with the given conventions, for which no locale is needed.
 std::string FormatGrouped(const char *grouping, char separator, const char *point,
                           const char *format, ...)
 {

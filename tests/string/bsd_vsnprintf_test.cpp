@@ -322,7 +322,7 @@ TEST(FormatPositions, SkipWhatNothingNamesAsInts)
 TEST(FormatPositions, ZeroExtendAnArgumentAlsoNamedAsLonger)
 {
     const auto filled = [](const char *format, auto... values) {
-        char stack[4096]; // where the next call has its table
+        char stack[4096]; // the next call has its table here
         memset(stack, 0xAA, sizeof stack);
         asm volatile("" : : "r"(stack) : "memory");
         return FormatWith(bsd_vsnprintf, format, values...);
@@ -368,7 +368,7 @@ TEST(FormatPositions, KeepTypesFoundBeforeTheTableGrew)
               "a 1.500000 2.500000 9");
 }
 
-// ---- How long the output is so far
+// ---- The length of the output so far
 
 TEST(FormatLengthSoFar, IsStoredInEverySize)
 {

@@ -1,4 +1,4 @@
-// formatForTests.h -- formatting without the compiler's opinion of the format.
+// formatForTests.h -- formats text without the compiler's checks of the format.
 #ifndef PELAGO_TESTS_STRING_FORMATFORTESTS_H
 #define PELAGO_TESTS_STRING_FORMATFORTESTS_H
 
@@ -15,7 +15,8 @@
 
 using Engine = decltype(&bsd_vsnprintf);
 
-// The dialect is the engine's own, so the compiler must not hold it against the C library's.
+// The dialect of formats is the engine's own, so the compiler must not check formats by the C
+// library's dialect.
 __attribute__((noinline)) inline int FormatInto(Engine engine, char *buffer, size_t size,
                                                 const char *format, ...)
 {
@@ -26,7 +27,7 @@ __attribute__((noinline)) inline int FormatInto(Engine engine, char *buffer, siz
     return length;
 }
 
-// What the engine makes of the format in a buffer of its own; NULs in it are kept.
+// Returns the text that the engine formats into a new buffer, with the NULs in it.
 template <typename... Values>
 std::string FormatWith(Engine engine, const char *format, Values... values)
 {
@@ -46,7 +47,7 @@ std::string FormatWith(Engine engine, const char *format, Values... values)
     return grown(format, values...);
 }
 
-// The same in the caller's buffer as well, which must give the same.
+// Returns the same text; formats into a caller's buffer, too, and expects the same text there.
 template <typename... Values> std::string Format(const char *format, Values... values)
 {
     const std::string grown = FormatWith(bsd_vsnprintf, format, values...);
@@ -59,7 +60,7 @@ template <typename... Values> std::string Format(const char *format, Values... v
     return grown;
 }
 
-// What the C library prints, which is the same for what both know.
+// Returns the C library's output, which is the same for formats that both know.
 template <typename Value> std::string Libc(const std::string &format, Value value)
 {
     char buffer[20000];
@@ -81,7 +82,7 @@ inline std::vector<std::string> AllFlags(const char *flags)
     return all;
 }
 
-// One buffer, one comparison: what is called millions of times.
+// Formats into one buffer and compares once, because it is called millions of times.
 template <typename Value> void ExpectAsLibc(const std::string &format, Value value)
 {
     char ours[2000], libc[2000];

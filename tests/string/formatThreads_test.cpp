@@ -12,7 +12,7 @@
 
 namespace {
 
-// The C library has one place for the digits of all threads, so the engine must not mix them up.
+// The C library has one place for the digits of all threads, so the engine must keep them apart.
 TEST(FormatThreads, KeepTheirDigitsApart)
 {
     constexpr int THREADS = 4, ROUNDS = 4000;
@@ -32,7 +32,7 @@ TEST(FormatThreads, KeepTheirDigitsApart)
     EXPECT_EQ(wrong, 0);
 }
 
-// Long digits take long, so that threads without a lock would meet even where there are few cores.
+// Many digits take long to make, so that threads without a lock would meet even on few cores.
 TEST(FormatThreads, KeepLongDigitsApart)
 {
     constexpr int THREADS = 4, ROUNDS = 2000;

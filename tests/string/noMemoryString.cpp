@@ -1,4 +1,4 @@
-// What lib/string does without memory.
+// Tests of lib/string without memory.
 #include "noMemory.h"
 
 #include "bsd_vsnprintf.h"
@@ -10,7 +10,7 @@
 
 namespace {
 
-const std::string WORD(300, 'w'); // more than a buffer of the engine's begins with
+const std::string WORD(300, 'w'); // longer than the first size of the engine's buffer
 
 // ---- The engine
 
@@ -57,7 +57,7 @@ bool Fills(Engine engine)
     return true;
 }
 
-// Without the block for the types of so many arguments the engine aborts.
+// The engine aborts without the block for the types of this many arguments.
 const std::vector<Ending> GROWS{FAILS, ABORTS, FAILS}, FILLS{ABORTS, FAILS};
 
 RUNS_OUT(bsd_vsnprintf, GROWS) { return Grows(bsd_vsnprintf); }
@@ -90,9 +90,9 @@ RUNS_OUT(bsd_vsnprintf_core, GROWS) { return Grows(Core); }
 
 RUNS_OUT_WHEN(bsd_vsnprintf_core, IntoABuffer, FILLS) { return Fills(Core); }
 
-// ---- The functions on it
+// ---- The functions that call the engine
 
-// For the bounded formatters, which terminate what they were not able to format.
+// Returns whether a bounded formatter succeeds.  When it fails, it must terminate its buffer.
 bool Fits(const std::function<int(char *buffer, size_t size)> &format)
 {
     char buffer[16];

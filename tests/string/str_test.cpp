@@ -16,7 +16,7 @@
 
 namespace {
 
-// Bytes at the very end of a page, behind which nothing can be read.
+// Bytes at the very end of a page, after which no byte can be read.
 class AtPageEnd {
 public:
     explicit AtPageEnd(const std::string &bytes) : mPage(static_cast<size_t>(sysconf(_SC_PAGESIZE)))
@@ -124,7 +124,7 @@ TEST(StrSnprintf, DropsTheEndOfWhatIsNoUtf8)
         const char *text, *kept;
     } const rows[] = {
         {"\x80\x80\x80\x80", ""},             // continuation bytes to the start
-        {"ab\x80z", "ab\x80"},                // behind ASCII they are kept
+        {"ab\x80z", "ab\x80"},                // after ASCII they are kept
         {"\xc3\x80\x80z", ""},                // more than the leading byte announces
         {"a\xff\x80z", "a"},                  // no leading byte at all
         {"\xe2\x82\xac\x80", "\xe2\x82\xac"}, // whole
@@ -150,7 +150,8 @@ TEST(StrSnprintf, LooksBackToTheLeadingByteHoweverFar)
     }
 }
 
-// What announces five bytes or six is no character today, but as long as it says.
+// A leading byte that announces five or six bytes begins no character today, but its sequence is as
+// long as announced.
 TEST(StrSnprintf, KeepsSequencesOfAnyAnnouncedLengthWhole)
 {
     for (const std::string sequence : {"\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80",
@@ -184,7 +185,7 @@ TEST(StrSnprintf, HasNoLimitForASizeOfNothing)
     EXPECT_STREQ(buffer, "12345##");
 }
 
-// What the header says to ask when the result is -1.
+// The header says to call Str_Asprintf() when the result is -1.
 TEST(StrSnprintf, AsprintfDistinguishesTruncationFromFailure)
 {
     ASSERT_STREQ(setlocale(LC_ALL, nullptr), "C");
@@ -278,7 +279,7 @@ TEST(StrSprintfDeathTest, EndsTheProcessWhenItDoesNotFit)
                  "lib/string/str:177 Buffer too small\n");
 }
 
-// The program's last words may be of what there was room for.
+// A handler of atexit() may print the part of the text that fit.
 char sCut[4];
 template <typename Format> void CutAndEnd(Format format)
 {
@@ -295,7 +296,7 @@ TEST(StrSprintfDeathTest, LeavesWholeCharactersWhenItEndsTheProcess)
 
 // ---- Formatting into a new string
 
-// The child that ends writes to memory that is the parent's as well.
+// The child that ends writes to memory that it shares with its parent.
 TEST(StrSprintfDeathTest, HasNoLimitForASizeOfNothing)
 {
     constexpr size_t SIZE = 4096;

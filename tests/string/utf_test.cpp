@@ -1,4 +1,4 @@
-// utf_test.cpp -- the conversions between UTF-8, UTF-16 and UTF-32.
+// utf_test.cpp -- tests the conversions between UTF-8, UTF-16 and UTF-32.
 #include "utf.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ template <typename To> std::ostream &operator<<(std::ostream &stream, const Outc
     return stream << std::dec;
 }
 
-// Converts into exactly that much room.  What lies behind the cursor must still be what it was.
+// Converts into exactly this much room.  The units after the cursor must be unchanged.
 template <typename From, typename To>
 Outcome<To> Convert(Converter<From, To> converter, const std::vector<From> &source, bool lenient,
                     size_t room = 64)
@@ -60,7 +60,7 @@ Outcome<To> Convert(Converter<From, To> converter, const std::vector<From> &sour
 
 bool IsSurrogate(uint32_t value) { return value >= 0xD800 && value <= 0xDFFF; }
 
-// As the standard's table of bit patterns has it, surrogates included.
+// Returns the value in UTF-8 by the standard's table of bit patterns, surrogates included.
 Bytes InUtf8(uint32_t value)
 {
     const auto tail = [value](int shift) {
@@ -97,7 +97,7 @@ TEST(Utf, ConvertsEveryCharacterBetweenAllForms)
 {
     constexpr uint32_t BLOCK = 0x800;
     for (uint32_t first = 0; first <= LARGEST; first += BLOCK) {
-        if (IsSurrogate(first)) { continue; } // they fill one block
+        if (IsSurrogate(first)) { continue; } // the surrogates fill one block
         Bytes utf8;
         Units utf16;
         Values utf32;
@@ -117,7 +117,7 @@ TEST(Utf, ConvertsEveryCharacterBetweenAllForms)
     }
 }
 
-// "a", the value, "b": where a conversion stops, and whether it goes on, can be seen.
+// Returns "a", the value, "b", which show where a conversion stops and whether it goes on.
 Values Between(uint32_t value) { return {'a', value, 'b'}; }
 
 TEST(Utf, StrictModeStopsAtEverySurrogate)
@@ -187,7 +187,7 @@ template <typename From, typename To> void Check(const std::vector<Case<From, To
     }
 }
 
-// The same in both modes.
+// Returns a case that has the same outcome in both modes.
 template <typename From, typename To>
 Case<From, To> Both(const char *name, Converter<From, To> converter, std::vector<From> source,
                     Outcome<To> outcome, size_t room = 64)
@@ -339,8 +339,8 @@ TEST(Utf, NulIsACharacter)
 
 // ---- Room
 
-// Characters of every size: with any room the conversion ends before the first one that does not
-// fit, and goes on from there.
+// Converts characters of every size.  With any room the conversion ends before the first character
+// that does not fit, and a second call goes on from there.
 template <typename From, typename To>
 void FillsWholeCharacters(Converter<From, To> converter, const std::vector<From> characters[],
                           const std::vector<To> expected[], size_t count)
@@ -410,7 +410,8 @@ TEST(Utf, AnIllegalCharacterIsReportedWithoutRoom)
 
 // ---- Legal sequences
 
-// The standard's table of well-formed sequences: the range of the first byte and that of each next.
+// A row of the standard's table of well-formed sequences: the ranges of the first byte and of each
+// next byte.
 struct WellFormed {
     size_t length;
     uint8_t low[4], high[4];
@@ -519,7 +520,7 @@ TEST(Utf8Cut, JudgesOtherBytesByTwoRules)
         {"a\xc0\x80", "a\xc0\x80", "a"},                 // longer than needed
         {"a\xed\xa0\x80", "a\xed\xa0\x80", "a"},         // a surrogate
         {"a\xf4\x90\x80\x80", "a\xf4\x90\x80\x80", "a"}, // above U+10FFFF
-        {"a\xe2\x82\xf0\x9f", "a\xe2\x82", "a"},         // two that were cut
+        {"a\xe2\x82\xf0\x9f", "a\xe2\x82", "a"},         // two cut characters
         {"\xc3\xff", "\xc3", ""},                        // announces eight bytes
         {std::string("\0\x80", 2), std::string("\0\x80", 2), std::string(1, '\0')},
     };
