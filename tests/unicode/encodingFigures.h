@@ -1,8 +1,8 @@
-// encodingFigures.h -- the table's rows in figures: made of IANA's registry of 2007 and ICU 4.4's
-// alias table apart from the rows, so that a name which is misspelt, missing, or in another place
-// or row shows.
-// FIGURES(MIBenum, code page, encoding, whether it is supported, preferred index, names, digest)
-// The digest is FNV-1a in 64 bits of the names, each with a line feed behind it.
+// encodingFigures.h -- the table's rows in figures.  The figures are made of IANA's registry of
+// 2007 and ICU 4.4's alias table, not of the rows, so that they show a name which is misspelt,
+// missing, or in another place or row. FIGURES(MIBenum, code page, encoding, whether it is
+// supported, preferred index, names, digest) The digest is FNV-1a in 64 bits of the names, each
+// followed by a line feed.
 #ifndef PELAGO_TESTS_UNICODE_ENCODINGFIGURES_H
 #define PELAGO_TESTS_UNICODE_ENCODINGFIGURES_H
 

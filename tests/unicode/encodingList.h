@@ -1,4 +1,5 @@
-// encodingList.h -- every encoding as the library promises it, written down apart from its table:
+// encodingList.h -- every encoding as the library promises it, written apart from the library's
+// table:
 // ENCODING(value, constant, preferred name, whether it is supported, {code pages})
 #ifndef PELAGO_TESTS_UNICODE_ENCODINGLIST_H
 #define PELAGO_TESTS_UNICODE_ENCODINGLIST_H

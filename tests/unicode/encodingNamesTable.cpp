@@ -1,4 +1,4 @@
-// What the table of encodings holds.
+// Tests of the rows in the table of encodings.
 #include "promisedEncodings.h"
 
 #include "encodingFigures.h"
@@ -71,7 +71,7 @@ TEST(EncodingTable, ListsEveryValueOnce)
     EXPECT_EQ(STRING_ENCODING_COUNT, 324);
 }
 
-// In upper case, with one underscore for all that stands between letters and digits.
+// Returns the name in upper case, with one underscore for all bytes between letters and digits.
 std::string ConstantName(const std::string &preferred)
 {
     std::string name;
@@ -235,7 +235,7 @@ TEST(EncodingTable, EndsWithTheEncodingsThatOnlyWindowsNumbers)
 TEST(EncodingTable, IsSortedByMibEnumExceptTwoRows)
 {
     int last = 0;
-    std::vector<std::pair<int, int>> late; // and what each comes after
+    std::vector<std::pair<int, int>> late; // and the number before each
     for (const EncodingRow &row : ENCODING_ROWS) {
         if (row.mibEnum == -1) { continue; }
         if (row.mibEnum < last) {
@@ -249,7 +249,7 @@ TEST(EncodingTable, IsSortedByMibEnumExceptTwoRows)
 
 TEST(EncodingTable, SixRowsWithoutMibEnumFollowTheirCharset)
 {
-    std::vector<std::pair<int, int>> found; // behind which encoding
+    std::vector<std::pair<int, int>> found; // and the encoding before each
     for (size_t i = 1; i < 325 - 61; i++) {
         if (ENCODING_ROWS[i].mibEnum == -1) {
             found.emplace_back(ENCODING_ROWS[i].encoding, ENCODING_ROWS[i - 1].encoding);
@@ -259,7 +259,7 @@ TEST(EncodingTable, SixRowsWithoutMibEnumFollowTheirCharset)
                                    std::pair(30, 29), std::pair(320, 24), std::pair(322, 23)));
 }
 
-// Names that several rows hold, and these rows' encodings in the order of the table.
+// The names that several rows have, and these rows' encodings in the order of the table.
 using SharedNames = std::map<std::string, std::vector<int>>;
 template <typename Form> SharedNames FindShared(Form form)
 {

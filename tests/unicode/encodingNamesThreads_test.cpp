@@ -28,7 +28,7 @@ protected:
         EXPECT_EQ(Allocations::Live(), mBefore);
     }
     const ptrdiff_t mBefore = Allocations::Live();
-    static constexpr int TABLE = 2, ENTRY = 1; // blocks
+    static constexpr int TABLE = 2, ENTRY = 1; // numbers of blocks
 };
 
 TEST_F(EncodingNamesThreads, AgreeOnNewNamesAndKeepEachOnce)
@@ -67,7 +67,7 @@ TEST_F(EncodingNamesThreads, ANameInTwoCasesIsKeptOnce)
 
 TEST_F(EncodingNamesThreads, AnOvertakenThreadReturnsTheCachedAnswer)
 {
-    UnicodeIANALookup("UTF-8"); // so that the next block is the copy or the entry
+    UnicodeIANALookup("UTF-8"); // the next block is the copy or the entry
     Allocations::Meanwhile([] {
         std::thread([] {
             EXPECT_EQ(UnicodeIANALookup("latin-1"), STRING_ENCODING_ISO_8859_1);
@@ -77,7 +77,8 @@ TEST_F(EncodingNamesThreads, AnOvertakenThreadReturnsTheCachedAnswer)
     EXPECT_EQ(Allocations::Live() - mBefore, TABLE + 2 * ENTRY);
 }
 
-// Between an insertion's look at the bucket and its entry.
+// Another thread adds the name after an insertion has looked at the bucket, and before it adds its
+// own entry.
 TEST_F(EncodingNamesThreads, AnOvertakenInsertionKeepsTheNameOnce)
 {
     UnicodeIANALookup("UTF-8");
@@ -86,7 +87,7 @@ TEST_F(EncodingNamesThreads, AnOvertakenInsertionKeepsTheNameOnce)
             EXPECT_EQ(UnicodeIANALookup("ISO-8859-1"), STRING_ENCODING_ISO_8859_1);
         }).join();
     });
-    EXPECT_EQ(UnicodeIANALookup("ISO-8859-1"), STRING_ENCODING_ISO_8859_1); // the entry comes next
+    EXPECT_EQ(UnicodeIANALookup("ISO-8859-1"), STRING_ENCODING_ISO_8859_1); // allocates the entry
     EXPECT_EQ(Allocations::Live() - mBefore, TABLE + 2 * ENTRY);
 }
 

@@ -16,9 +16,9 @@
 
 #include <unistd.h>
 
-static std::string sWarnings; // all that was warned of
-static const char *sCodeSet;  // what the host's code set is taken for; nullptr: what it is
-static int sCodeSetQuestions; // how often it was asked for
+static std::string sWarnings; // the text of all warnings
+static const char *sCodeSet;  // replaces the host's code set; nullptr: the real one
+static int sCodeSetQuestions; // calls that ask for the code set
 
 extern "C" {
 void __wrap_Pelago_Warning(const char *format, ...)
@@ -64,7 +64,7 @@ StringEncoding Number(int64_t number) { return static_cast<StringEncoding>(numbe
 
 // ---- From a name to an encoding ----
 
-// Every test starts with no answer kept.
+// Every test starts with an empty cache.
 class EncodingLookup : public testing::Test {
 protected:
     void SetUp() override
@@ -77,19 +77,19 @@ protected:
         Unicode_Shutdown();
         EXPECT_EQ(Allocations::Live(), mBefore) << "Unicode_Shutdown leaves nothing";
     }
-    // The answer to a name that has not been asked yet.
+    // Returns the encoding of a name that is not cached.
     static StringEncoding Afresh(const std::string &name)
     {
         Unicode_Shutdown();
         return UnicodeIANALookup(name.c_str());
     }
-    // How many blocks the look-up asks for.
+    // Returns the number of blocks that the look-up requests.
     static size_t Blocks(const char *name)
     {
         return Allocations::SizesIn([=] { UnicodeIANALookup(name); }).size();
     }
     const ptrdiff_t mBefore = Allocations::Live();
-    static constexpr int TABLE = 2, ENTRY = 1, COPY = 1; // blocks
+    static constexpr int TABLE = 2, ENTRY = 1, COPY = 1; // numbers of blocks
 };
 
 struct NameCase {
@@ -160,7 +160,7 @@ INSTANTIATE_TEST_SUITE_P(Names, EncodingLookupMiss,
                          testing::Values("", "-", "no such encoding", "windows-", "Windows-",
                                          "windows", "windows-0", "windows--1", "windows-+949",
                                          "windows- 949", "windows-1252x", "windows-9999",
-                                         // No number turns over into one that is there.
+                                         // No number overflows to a code page of the table.
                                          "windows-4294968548", "windows-18446744073709552868",
                                          "WINDOWS-949", "UTF-8x", "UTF-", "%s%n"));
 
@@ -242,7 +242,7 @@ TEST_F(EncodingLookup, TakesANameOfAnyLength)
               STRING_ENCODING_WINDOWS_1252);
 }
 
-// ---- The same answers as a search from the first row to the last ----
+// ---- The same results as a search from the first row to the last ----
 
 class EncodingLookupAndPlainSearch : public EncodingLookup {
 protected:
@@ -370,7 +370,8 @@ TEST(EncodingValidity, IsHavingAValue)
 
 // ---- The current encoding ----
 
-// It is found once a process, so each case gets a process of its own; this one never asks for it.
+// A process finds its current encoding once, so each case gets a process of its own; this process
+// never asks for it.
 template <typename Body> int StatusOf(Body body)
 {
     const pid_t child = fork();
@@ -470,7 +471,7 @@ TEST(ResolveEncoding, LeavesEverythingElseAsItIs)
     }
 }
 
-// ---- Its state ----
+// ---- The cache ----
 
 TEST_F(EncodingLookup, BeginsAnewAfterAShutdown)
 {
@@ -501,6 +502,6 @@ TEST_P(EncodingLookupDeathTest, EndsTheProcessWhicheverBlockIsRefused)
         "Unrecoverable memory allocation failure\n");
 }
 INSTANTIATE_TEST_SUITE_P(Blocks, EncodingLookupDeathTest,
-                         testing::Range(0, 4)); // of the table, the copy and the entry
+                         testing::Range(0, 4)); // the blocks of the table, the copy and the entry
 
 } // namespace

@@ -1,4 +1,4 @@
-// What strings, and the names of encodings, do without memory.
+// Tests of strings, and of the names of encodings, without memory.
 #include "noMemory.h"
 
 #include "codeset.h"
@@ -14,7 +14,8 @@ namespace {
 
 using namespace std::string_literals;
 
-// The names that conversions without ICU look up, found before and forgotten afterwards.
+// Makes the attempt without ICU.  The names that conversions then look up are cached before the
+// attempt, and dropped after it.
 bool WithNames(const std::function<bool()> &attempt)
 {
     CodeSet_DontUseIcu();
@@ -216,7 +217,7 @@ RUNS_OUT(Unicode_GetAllocBytes, PANICS)
     return Gives("ab", Scarcely([] { return Unicode_GetAllocBytes("ab", STRING_ENCODING_ASCII); }));
 }
 
-// What was made before the failure goes, too.
+// The call frees the buffers that it made before the failure.
 RUNS_OUT(Unicode_GetAllocList, PANICS, FAILS)
 {
     return WithIcu([] {
@@ -237,7 +238,7 @@ bool CopiesBytes(StringEncoding encoding, const std::string &expected)
     const bool fit =
         Scarcely([&] { return Unicode_CopyBytes(out, "ab", sizeof out, &size, encoding); });
     EXPECT_EQ(size, fit ? expected.size() : 0);
-    const std::string nothing = "\0xxx"s; // but a terminator
+    const std::string nothing = "\0xxx"s; // only a terminator
     EXPECT_EQ(std::string(out, expected.size()), fit ? expected : nothing);
     return fit;
 }

@@ -1,5 +1,5 @@
-// plainLookup.h -- the look-up of an encoding's name as slowly as it can be told: row by row, and
-// in each row name by name.
+// plainLookup.h -- looks an encoding's name up in the plainest way: row by row, and in each row
+// name by name.
 #ifndef PELAGO_TESTS_UNICODE_PLAINLOOKUP_H
 #define PELAGO_TESTS_UNICODE_PLAINLOOKUP_H
 
@@ -27,7 +27,7 @@ inline std::string PlainNormalized(const std::string &name)
     return normalized;
 }
 
-// All names and their rows, in the order of the table.
+// Returns all names and their rows, in the order of the table.
 inline const std::vector<std::pair<std::string, int>> &PlainNames()
 {
     static const auto sNames = [] {
@@ -54,7 +54,7 @@ inline int PlainFindCodePage(const std::string &name)
     return PLAIN_NO_ROW;
 }
 
-// The row of a name that has no kept answer.
+// Returns the row of a name that is not cached.
 inline int PlainFindRow(const std::string &name)
 {
     if (const int row = PlainFindCodePage(name); row != PLAIN_NO_ROW) { return row; }

@@ -24,7 +24,7 @@ bool __wrap_CodeSet_Init(const char *icuDataDir)
     if (sCodeSetIsSlow) { std::this_thread::sleep_for(std::chrono::milliseconds(50)); }
     return !sCodeSetFails && __real_CodeSet_Init(icuDataDir);
 }
-// The pause is counted and made shorter.
+// Counts the pauses, and makes them shorter.
 int __wrap_usleep(useconds_t microseconds)
 {
     sPauses++;
@@ -117,7 +117,7 @@ TEST_F(UnicodeInit, SaysNothingOfAWrongFolder)
 
 TEST_F(UnicodeInit, LetsThreadsRaceAndLooksOnce)
 {
-    sCodeSetIsSlow = true; // so that the others come while one is at it
+    sCodeSetIsSlow = true; // the others then come while one thread initialises
     std::atomic<int> satisfied{0};
     Together(8, [&](int) {
         Unicode_InitEx(0, nullptr, nullptr, mWith.Path().c_str());
@@ -130,7 +130,7 @@ TEST_F(UnicodeInit, LetsThreadsRaceAndLooksOnce)
     sCodeSetIsSlow = false;
 }
 
-// GoogleTest runs death tests first, which is before a thread has initialised this process.
+// GoogleTest runs death tests first: no thread has initialised this process yet.
 using UnicodeInitDeathTest = UnicodeInit;
 TEST_F(UnicodeInitDeathTest, EndsTheProcessWhenCodeSetInitFails)
 {
@@ -142,10 +142,10 @@ TEST_F(UnicodeInitDeathTest, EndsTheProcessWhenCodeSetInitFails)
         "Failed to initialize codeset.\n");
 }
 
-// Code of the program's that runs while its process ends.
+// A handler of the program that runs while its process ends.
 void InitializeAtTheEnd()
 {
-    alarm(10); // were the lock still held, this would wait for ever
+    alarm(10); // if the lock were still held, Unicode_InitEx() would wait for ever
     sCodeSetFails = false;
     Unicode_InitEx(0, nullptr, nullptr, nullptr);
     _exit(42);

@@ -1,4 +1,4 @@
-// Bytes from strings, and copies into a buffer.
+// Tests of bytes from strings, and of copies into a buffer.
 #include "unicodeStringsForTests.h"
 
 #include "allocations.h"
@@ -125,7 +125,7 @@ TEST_F(WithoutIcu, AStringIsNotWrittenInOtherEncodings)
 
 TEST_P(BothWays, CheckingWhetherAStringConvertsLeaksNothing)
 {
-    Unicode_CanGetBytesWithEncoding("a", STRING_ENCODING_UTF_16LE); // what is kept for later
+    Unicode_CanGetBytesWithEncoding("a", STRING_ENCODING_UTF_16LE); // fills the caches
     const ptrdiff_t live = Allocations::Live();
     for (const StringEncoding encoding :
          {STRING_ENCODING_UTF_8, STRING_ENCODING_ASCII, STRING_ENCODING_UTF_16LE}) {
@@ -150,7 +150,7 @@ TEST_P(BothWaysDeathTest, AnInvalidStringPanicsInUtf16le)
 
 Copy Nothing(size_t capacity) { return {false, 0, std::string(capacity, UNTOUCHED)}; }
 
-// As many of the characters as fit whole, and their terminator.
+// Returns the copy with as many whole characters as fit, and their terminator.
 Copy KeptWhole(const Strings &characters, size_t unit, size_t capacity)
 {
     std::string bytes;
@@ -165,7 +165,7 @@ Copy KeptWhole(const Strings &characters, size_t unit, size_t capacity)
 
 const std::u32string CUT = U"a\u00e9\u20ac\U0001F600z\U00010000\uffff\u00ff\u0080\U0010FFFF";
 
-// The characters of that text, in an encoding.
+// Returns the characters of the text in the encoding.
 Strings Characters(std::string_view utf8, StringEncoding encoding)
 {
     Strings characters;
@@ -269,7 +269,7 @@ TEST_F(WithoutIcu, ACopyInAnotherEncodingLeavesATerminator)
     EXPECT_EQ(CopyInto(9, "a", STRING_ENCODING_ISO_8859_1), Kept(false, "", 1, 9));
 }
 
-// Bytes that are not UTF-8, how many there is room for, and what is left of them.
+// Bytes that are not UTF-8, the number of bytes that fit, and the bytes that are kept.
 struct IllFormedCut {
     std::string bytes;
     size_t limit;
@@ -281,14 +281,14 @@ TEST_P(BothWays, ACutOfInvalidTextEndsBetweenCharacters)
     const IllFormedCut cuts[] = {
         {"a\xc3"s + "b", 2, "a"},      // a leading byte without the rest
         {"\xf0\x9f"s + "b", 2, ""},    // two bytes of four
-        {"\xe4\xb8\xf0\x9f.", 4, ""},  // and again
+        {"\xe4\xb8\xf0\x9f.", 4, ""},  // the same
         {"\xc3\xa9\x80", 2, "\u00e9"}, // a whole character, and a byte too many
         {"\xc3\xa9\x80"s + "b", 3, "\u00e9"},
-        {"a\x80\x80\x80", 3, "a"},        // bytes that nothing leads
+        {"a\x80\x80\x80", 3, "a"},        // no leading byte
         {"a\xc0\x80"s + "b", 3, "a"},     // longer than needed
         {"a\xed\xa0\x80"s + "b", 4, "a"}, // a surrogate
         {"a\xff"s + "b", 2, "a"},
-        {"\xff"s + "ab", 2, "\xff"s + "a"}, // before the end it stays
+        {"\xff"s + "ab", 2, "\xff"s + "a"}, // before the end the byte stays
         {"\x80\x80\x80", 2, ""},
         {"a\xf0\x9f\x98\x80"s + "b", 4, "a"},
         {"a\xf0\x9f\x98\x80"s + "b", 5, "a\U0001F600"},
@@ -305,7 +305,7 @@ TEST_P(BothWays, ACutOfInvalidTextEndsBetweenCharacters)
 
 TEST_P(BothWays, ACopyLeavesNothingBehind)
 {
-    CopyInto(40, MIXED, STRING_ENCODING_UTF_16LE); // what is kept for later conversions
+    CopyInto(40, MIXED, STRING_ENCODING_UTF_16LE); // fills the caches
     CopyInto(40, MIXED, STRING_ENCODING_UTF_16BE);
     const ptrdiff_t live = Allocations::Live();
     CopyInto(40, MIXED, STRING_ENCODING_UTF_16LE);

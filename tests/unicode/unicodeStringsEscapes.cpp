@@ -1,4 +1,4 @@
-// Escapes of bytes that are no printable ASCII.
+// Tests of the escapes of bytes that are no printable ASCII.
 #include "unicodeStringsForTests.h"
 
 #include "allocations.h"
@@ -114,7 +114,7 @@ TEST(UnicodeAllocFromEscapedAscii, AsksForTwoBytesEachAndATerminator)
 TEST_P(BothWays, TextWithEscapesLeavesNothingBehind)
 {
     const auto read = [] { Take(Unicode_AllocFromEscapedAscii("caf\\u00e9", true)); };
-    read(); // what is kept for later conversions
+    read(); // fills the caches
     const ptrdiff_t live = Allocations::Live();
     read();
     EXPECT_EQ(Allocations::Live(), live);

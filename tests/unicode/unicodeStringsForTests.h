@@ -92,7 +92,7 @@ inline const std::string MIXED = "a\u00e9\u20ac\U0001F600z";
 constexpr char16_t MIXED_16[] = u"a\u00e9\u20ac\U0001F600z";
 constexpr char32_t MIXED_32[] = U"a\u00e9\u20ac\U0001F600z";
 
-// A block of just these bytes, so that a sanitizer sees who reads on.
+// A block of exactly these bytes, so that a sanitizer reports a read after its end.
 class Block {
 public:
     explicit Block(const std::string &bytes, size_t offset = 0)
@@ -115,7 +115,7 @@ inline std::string Alloc(const std::string &bytes, StringEncoding encoding)
 
 inline const std::string NONE = "(none)";
 
-// The bytes, and the terminator's, which has that size.
+// Returns the string's bytes.  Expects a terminator of this size after them.
 inline std::string GetBytes(const std::string &string, StringEncoding encoding,
                             size_t terminator = 1)
 {
@@ -159,7 +159,7 @@ inline const std::vector<Encoding> &AllEncodings()
     return encodings;
 }
 
-// Zero bytes that are no terminator: within a unit, and beyond where one ends.
+// Zero bytes that are no terminator: within a unit, and across the border of two units.
 inline const Spelling UTF_16LE_ZEROS = {"Utf16leZeros", STRING_ENCODING_UTF_16LE, Le(u"a\u0100b"),
                                         "a\u0100b", 2};
 inline const Spelling UTF_16BE_ZEROS = {"Utf16beZeros", STRING_ENCODING_UTF_16BE,
@@ -189,7 +189,7 @@ inline Copy CopyInto(size_t capacity, const std::string &string, StringEncoding 
     return {fit, length, std::string(block.get(), capacity)};
 }
 
-// What is kept, its terminator, and nothing else.
+// Returns the copy that has these bytes and their terminator; the rest of its block is untouched.
 inline Copy Kept(bool fit, const std::string &bytes, size_t unit, size_t capacity)
 {
     std::string block = bytes + std::string(unit, '\0');

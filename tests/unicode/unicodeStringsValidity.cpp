@@ -1,4 +1,4 @@
-// Which bytes are valid text, duplicates, and lengths.
+// Tests of which bytes are valid text, of duplicates, and of lengths.
 #include "unicodeStringsForTests.h"
 
 #include "unicodeInt.h"
@@ -109,7 +109,7 @@ TEST(UnicodeLengthInBytes, CountsBytesAndNotCharacters)
     EXPECT_EQ(Unicode_LengthInBytes("a\u00e9"), 3);
 }
 
-// In characters as they are counted, for which ten more are added.
+// A string, and its characters as Unicode_BytesRequired() counts them, before it adds ten.
 struct Counted {
     const char *string;
     size_t characters;
@@ -120,12 +120,12 @@ const Counted COUNTED[] = {
     {"\x7f", 1},
     {"\u0080", 1},
     {"\u00e9x", 2},
-    {"\u20ac", 2},       // the byte that is left of it counts again
-    {"\u20acx", 2},      // and takes in the next
-    {"\u20ac\u20ac", 3}, // whatever that is
+    {"\u20ac", 2},       // the third byte counts as another character
+    {"\u20acx", 2},      // and takes in the next byte
+    {"\u20ac\u20ac", 3}, // whatever byte that is
     {"\U0001F600", 2},
     {"\U0001F600x", 3},
-    {"x\xc3", 2}, // not beyond the terminator
+    {"x\xc3", 2}, // the count stops at the terminator
 };
 
 size_t WidthOf(StringEncoding encoding)
@@ -162,7 +162,7 @@ TEST(UnicodeBytesRequired, IsTheWidthTimesCharactersPlusTen)
 size_t UnitOf(StringEncoding encoding)
 {
     const size_t width = WidthOf(encoding);
-    return width == 7 ? 1 : width; // UTF-8 and what is written byte by byte
+    return width == 7 ? 1 : width; // UTF-8 and the encodings that are written byte by byte
 }
 
 TEST_F(WithIcu, TheBytesRequiredAreEnough)

@@ -1,4 +1,4 @@
-// Strings from bytes and lists of them, and the current encoding.
+// Tests of strings from bytes, of lists of strings, and of the current encoding.
 #include "unicodeStringsForTests.h"
 
 #include "allocations.h"
@@ -38,7 +38,7 @@ TEST_P(BothWays, NoBufferGivesNoString)
 
 // ---- Strings from bytes that may be no text
 
-// The string, or what errno says of there being none.
+// Returns the string; if there is none, the name of the error in errno.
 std::string AllocIfValid(const std::string &bytes, StringEncoding encoding)
 {
     constexpr int UNTOUCHED = 4711;
@@ -89,7 +89,7 @@ TEST_P(BothWays, NoBytesAreTextInAnyEncoding)
     }
 }
 
-// Read on either way.
+// A row's bytes, which must be read as its text, with ICU or without.
 class Read : public testing::TestWithParam<Spelling> {
 protected:
     static void ExpectIt()
@@ -212,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(BothWaysDeathTest, WithoutMemoryTheBytesAreNotTold)
 {
-    Alloc("abc", STRING_ENCODING_UTF_8); // what is kept for later conversions
+    Alloc("abc", STRING_ENCODING_UTF_8); // fills the caches
     EXPECT_PANIC(
         {
             const OutOfMemory none;
@@ -343,7 +343,7 @@ TEST_F(WithoutIcuDeathTest, AnInvalidListEntryEndsTheProcess)
                  "Unicode.\n");
 }
 
-// The bytes of a list in UTF-16LE, terminators included.
+// Returns the bytes of a list in UTF-16LE, terminators included.
 Strings TakeList16(char **list, size_t count)
 {
     Strings taken;
