@@ -1,4 +1,5 @@
-// UTF-8 and UTF-16 in bulk, ours compared with its peers, on four mixes of letters in four sizes.
+// Compares the library with its peers on UTF-8 and UTF-16 in bulk: four mixes of letters, each in
+// four sizes.
 #include "workloads.h"
 
 #include "codesetUtf.h"
@@ -18,7 +19,7 @@ using namespace pelago;
 
 namespace {
 
-// How many letters in a hundred take two, three and four bytes of UTF-8.
+// The numbers of letters in a hundred that take two, three and four bytes of UTF-8.
 struct Mix {
     const char *name;
     unsigned two, three, four;
@@ -26,9 +27,9 @@ struct Mix {
 constexpr Mix MIXES[] = {
     {"ascii", 0, 0, 0}, {"latin", 20, 0, 0}, {"cjk", 0, 90, 0}, {"emoji", 0, 15, 60}};
 
-// The most of the peer's time that ours may take, for each mix; 0: no more than reading takes.  (In
-// memory that is not the first cache's, reading alone takes more than a vectorised rival's share on
-// another processor, 0.03.)
+// For each mix, our time may be at most this share of the peer's; 0: our goal is the time of
+// reading alone.  (Outside the first cache, reading alone takes more than 0.03 of the peer's time,
+// which is a vectorised rival's share on another processor.)
 struct Size {
     const char *name;
     size_t bytes; // of UTF-8
@@ -65,14 +66,15 @@ std::string Utf8Of(const Mix &mix, size_t size)
     return text;
 }
 
-// A converter's result in a block of its own.
+// A converter's result, in a new block.
 struct Block {
     char *data;
     size_t size; // without the four zeros
 };
 
-// What every peer that fills a given block has around it: room for the largest result, four zeros
-// behind the result, and the rest given back.  fill() returns the result's size.
+// Does the same work for every peer that fills a given block: allocates room for the largest
+// result, writes four zeros after the result, and gives the rest back.  fill() returns the result's
+// size.
 template <typename F> Block Filled(size_t most, F fill)
 {
     auto *block = static_cast<char *>(malloc(most + 4));
@@ -156,9 +158,9 @@ __m256i VectorAt(const char *bytes)
     return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(bytes));
 }
 
-// What the best known method takes to find the faults of whole vectors: three look-ups for each two
-// neighbours, and the leading bytes before them.  The tables are any; the choice of the
-// instructions, ASCII, and the text's end are left out.
+// Does what the best known method needs to find the faults of whole vectors: three look-ups for
+// each two neighbours, and the leading bytes before them.  The tables' values do not matter; the
+// choice of the instructions, ASCII, and the text's end are left out.
 constexpr char LOOK_UPS[] = "three look-ups a vector, bare";
 bool LookUp(const std::string &text)
 {
@@ -185,7 +187,7 @@ bool LookUp(const std::string &text)
     return _mm256_testz_si256(faults, faults) != 0;
 }
 
-// All of the text is read, and a block of the result's size is taken, filled and released.
+// Reads all of the text, and allocates, fills and frees a block of the result's size.
 constexpr char READ_AND_FILL[] = "the text read and a block filled";
 bool ReadAndFill(const std::string &text, size_t resultSize)
 {
@@ -193,18 +195,19 @@ bool ReadAndFill(const std::string &text, size_t resultSize)
     for (size_t at = 0; at + sizeof all <= text.size(); at += sizeof all) {
         all = _mm256_or_si256(all, VectorAt(text.data() + at));
     }
-    // As large as ours: where malloc() finds the one also depends on what it keeps of the other.
+    // The block is as large as ours: where malloc() finds one also depends on what it keeps of the
+    // other.
     auto *block = Opaque(static_cast<char *>(malloc(resultSize + CODESET_UTF_SLACK)));
     memset(block, 0, resultSize + 4);
     free(Opaque(block));
     return _mm256_testz_si256(all, all) != 0;
 }
 
-// What the best known method takes to write UTF-8 of units that have different numbers of bytes:
-// for each eight units, or four where some have three bytes, two comparisons, a look-up of a
-// shuffle and a store.  The table is any; units are not spread to bytes, the text is neither
-// measured nor checked, and the room is there: taking the most that a result can need would change
-// how malloc() serves the rivals.
+// Does what the best known method needs to write UTF-8 of units that have different numbers of
+// bytes: for each eight units, or four where some have three bytes, two comparisons, a look-up of a
+// shuffle and a store.  The table's values do not matter.  Units are not spread to bytes, the text
+// is neither measured nor checked, and the room is allocated before: to allocate the most that a
+// result can need would change how malloc() serves the rivals.
 constexpr char SQUEEZE[] = "a shuffle looked up for each 8 or 4 units";
 template <size_t UNITS> size_t Squeeze(const std::string &text, char *room)
 {
@@ -227,7 +230,7 @@ template <size_t UNITS> size_t Squeeze(const std::string &text, char *room)
 
 #pragma GCC pop_options
 
-// A limit is no rival, and needs the instructions.
+// Adds a limit where the processor has the instructions.  A limit is no rival.
 void AddLimit(std::vector<Rival> &rivals, const char *name, std::function<void(size_t)> run)
 {
     if (HasLimits()) { rivals.push_back({name, std::move(run), false}); }
@@ -264,7 +267,7 @@ void Validity(const Size &size, size_t mix, const Text &utf8)
         return g_utf8_validate(utf8->data(), static_cast<gssize>(utf8->size()), nullptr);
     };
     const auto icu = [=] { return IsPreflighted(*utf8); };
-    // The least that shows a text to be ASCII: all of it is read.
+    // The least work that shows a text to be ASCII is to read all of it.
     static constexpr char READING[] = "memchr, which only reads";
     const auto reading = [=] { return memchr(utf8->data(), 0xFF, utf8->size()); };
     const Goal goal =

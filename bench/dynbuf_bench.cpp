@@ -12,7 +12,7 @@ namespace {
 constexpr char PIECE[] = "0123456789abcdef";
 constexpr size_t PIECE_SIZE = 16;
 
-// The same growth as DynBuf's, with realloc() and memcpy() alone.
+// Grows a block as DynBuf does, with realloc() and memcpy() alone.
 size_t BareGrowth(size_t count)
 {
     char *data = nullptr;

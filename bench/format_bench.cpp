@@ -1,4 +1,4 @@
-// format_bench.cpp -- Str_Snprintf and Str_Asprintf beside what else formats text.
+// format_bench.cpp -- compares Str_Snprintf and Str_Asprintf with other functions that format text.
 #include "str.h"
 #include "workloads.h"
 
@@ -24,7 +24,7 @@
 #include <stb/stb_sprintf.h>
 #pragma GCC diagnostic pop
 
-// The compiler is to know nothing of the formats: they come as any format comes, at run time.
+// The compiler must not know the formats: they come at run time, as any format may.
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
@@ -39,7 +39,7 @@ constexpr char FMT_FORMAT_HEAP[] = "fmt::format", G_STRDUP[] = "g_strdup_printf"
 
 // ---- Into a buffer
 
-// The values are hidden from the compiler each time.
+// Hides the values from the compiler in each call.
 template <typename Call, typename... Values>
 std::function<void(size_t)> WithValues(Call call, std::tuple<Values...> values)
 {
@@ -48,7 +48,7 @@ std::function<void(size_t)> WithValues(Call call, std::tuple<Values...> values)
     });
 }
 
-// What a contender leaves in the buffer.
+// Returns the text that a contender writes into the buffer.
 std::string Output(const std::function<void(size_t)> &run)
 {
     memset(sBuffer, '#', SIZE);
@@ -70,7 +70,7 @@ bool AreSame(const std::function<void(size_t)> &ours, const std::vector<Rival> &
     return same;
 }
 
-// absl and fmt::format_to_n check their formats at compile time, so these come as functions.
+// absl and fmt::format_to_n check their formats at compile time, so their calls come as functions.
 template <typename Absl, typename Fmt, typename... Values>
 void IntoBuffer(const char *name, const char *format, bool isPositional, std::vector<Goal> goals,
                 Absl absl, Fmt fmt, std::tuple<Values...> values, std::vector<Rival> more = {})
@@ -86,7 +86,7 @@ void IntoBuffer(const char *name, const char *format, bool isPositional, std::ve
         {FMT_SPRINTF, WithValues(
                           [format](auto... value) {
                               const std::string text = fmt::sprintf(Opaque(format), value...);
-                              // Where the others write, for that is the job here.
+                              // The others write into the buffer, too: that is the work here.
                               memcpy(sBuffer, text.c_str(), text.size() + 1);
                               return text.size();
                           },
@@ -113,7 +113,7 @@ void IntoBuffer(const char *name, const char *format, bool isPositional, std::ve
     Workload(name, std::move(goals), ours, std::move(rivals), same);
 }
 
-// A row whose three spellings are literals; fmt's own is another language.
+// A row whose formats are literals; fmt's own format is in another language.
 #define INTO_BUFFER(name, percents, braces, isPositional, goals, values, ...)                      \
     IntoBuffer(                                                                                    \
         name, percents, isPositional, goals,                                                       \
@@ -125,7 +125,7 @@ void IntoBuffer(const char *name, const char *format, bool isPositional, std::ve
 
 using Goals = std::vector<Goal>;
 
-// Nobody who reads the format at run time is to be faster; fmt reads it when it is compiled.
+// No peer that reads the format at run time may be faster; fmt reads the format at compile time.
 Goals Readers(bool isPositional = false)
 {
     Goals goals = {{GLIBC, 1.0}, {ABSL, 1.0}, {FMT_FORMAT, 1.25}};
@@ -133,12 +133,12 @@ Goals Readers(bool isPositional = false)
     return goals;
 }
 
-// Of floating numbers the peers that give every digit exactly, which stb does not.
+// For floating numbers, the peers that print every digit exactly, which stb does not.
 constexpr char LIMIT[] = "limit: call, list, lock, digits, copy";
 Goals ExactReaders() { return {{GLIBC, 1.3}, {ABSL, 1.3}, {FMT_FORMAT, 1.3}, {LIMIT, 1.5}}; }
 
-// The least that a positive floating number takes here: the C library's digits, taken and copied
-// under a lock, and written around the locale's point; the exponent has two digits.
+// Does the least work for a positive floating number here: copies the C library's digits under a
+// lock, and writes them around the locale's point.  The exponent has two digits.
 char *PutDigits(char *to, char letter, int precision, double value)
 {
     static pthread_mutex_t sLock = PTHREAD_MUTEX_INITIALIZER;
@@ -160,7 +160,7 @@ char *PutDigits(char *to, char letter, int precision, double value)
     return std::to_chars(to + 2, to + 4, point - 1).ptr;
 }
 
-// The least that a format takes here: a call with a list of arguments, which a second function
+// Does the least work for a format here: a call with a list of arguments, which a second function
 // reads by the format.  There are no flags, widths, sizes and limits, and few conversions.
 [[gnu::noinline]] int LeastOfList(char *to, const char *format, va_list list)
 {
@@ -201,7 +201,7 @@ Rival Limit(const char *name, const char *format, std::tuple<Values...> values)
             false};
 }
 
-// What a conversion of a number is made of: no format is read.
+// Converts a number alone: no format is read.
 Rival ToChars(double value, std::chars_format style, int precision)
 {
     return {"std::to_chars alone", Repeat([=] {
@@ -215,7 +215,7 @@ Rival ToChars(double value, std::chars_format style, int precision)
 
 // ---- Into new text
 
-// The call makes a std::string, or text to be freed.
+// Returns the text that the call makes: a std::string, or a block, which is then freed.
 template <typename Call, typename... Values>
 std::string Made(Call call, const std::tuple<Values...> &values)
 {
@@ -240,7 +240,7 @@ void IntoNewText(const char *name, const char *format, Goals goals, Absl absl, F
                  std::tuple<Values...> values, std::vector<Rival> more = {})
 {
     const auto ours = [format](auto... value) {
-        size_t length = 0; // asked for, since asprintf tells it, too
+        size_t length = 0; // requested, since asprintf returns it, too
         return Str_Asprintf(&length, Opaque(format), value...);
     };
     const std::string expected = Made(ours, values);
@@ -262,7 +262,7 @@ void IntoNewText(const char *name, const char *format, Goals goals, Absl absl, F
     Workload(name, std::move(goals), Making(ours, values), std::move(rivals), same);
 }
 
-// A text of one string, as a block that starts with 64 bytes and grows once has to be made.
+// Makes a text of one string in a block that starts with 64 bytes and grows once.
 char *MakeInTwoBlocks(const char *text)
 {
     void *first = Opaque(malloc(64));

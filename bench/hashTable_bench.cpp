@@ -1,5 +1,5 @@
-// The hash table beside the containers that one would take instead.  All are asked with what a
-// caller of ours has: a C string, or an integer.
+// Compares the hash table with the containers that one would use instead.  Each lookup starts from
+// the key that a caller of the library has: a C string, or an integer.
 #include "workloads.h"
 
 #include "hashTable.h"
@@ -33,7 +33,7 @@ using Integers = std::vector<uintptr_t>;
 
 void *const VALUE = reinterpret_cast<void *>(1);
 
-// ---- One interface to all: Insert(key), Find(key) ----
+// ---- One interface to all tables: Insert(key), Find(key) ----
 
 template <int FLAGS> class OurTable {
 public:
@@ -59,7 +59,7 @@ struct ViewHash {
     size_t operator()(std::string_view key) const { return std::hash<std::string_view>()(key); }
 };
 
-// A standard container: strings are kept as std::string and looked for as Text.
+// A standard container: strings are stored as std::string and looked up as Text.
 template <typename Map, typename Text> class StandardTable {
 public:
     explicit StandardTable(uint32_t numBuckets) { mMap.reserve(numBuckets); }
@@ -165,11 +165,11 @@ private:
         static bool equal(std::string_view a, std::string_view b) { return a == b; }
         size_t operator()(std::string_view key) const { return hash(key); }
     };
-    // Looking up by another type is no const operation there.
+    // To look up by another type is no const operation of this table.
     mutable tbb::concurrent_hash_map<std::string, void *, Compare> mMap;
 };
 
-// Any of them behind a mutex.
+// A table that a mutex protects.
 template <typename Table, typename Mutex, typename ReadLock> class Locked {
 public:
     explicit Locked(uint32_t numBuckets) : mTable(numBuckets) {}
@@ -193,7 +193,7 @@ using MutexAbsl = Locked<AbslStrings, std::mutex, std::lock_guard<std::mutex>>;
 using MutexGLib = Locked<GLibStrings, std::mutex, std::lock_guard<std::mutex>>;
 using SharedStd = Locked<StdStrings, std::shared_mutex, std::shared_lock<std::shared_mutex>>;
 
-// ---- The least that the work can be ----
+// ---- The least work ----
 
 // A lookup that is a call, as a library's is: the bucket of the integer, and a walk along its
 // chain. For tables of 2048 buckets to 32768, whose hashes have three slices.
@@ -240,11 +240,11 @@ private:
     std::deque<Entry> mEntries;
 };
 
-// Whether a table is a rival, or the least that a rival can be.
+// Whether a table counts as a rival; the table with the least work does not.
 template <typename Table> constexpr bool COUNTS = true;
 template <> constexpr bool COUNTS<LeastIntegers> = false;
 
-// No table: a lookup hashes its key and compares it once, an insertion takes a block for it, too.
+// No table: a lookup hashes its key and compares it once; an insertion also allocates a block.
 class LeastShared {
 public:
     explicit LeastShared(uint32_t) {}
@@ -267,7 +267,7 @@ public:
 
 std::mt19937 sRandom(1);
 
-// Texts of 5 to 26 bytes, all different.
+// Returns texts of 5 to 26 bytes, all different.
 Strings RandomKeys(size_t count, size_t firstNumber)
 {
     const std::string_view alphabet = "abcdefghijklmnopqrstuvwxyz0123456789_-.";
@@ -282,7 +282,7 @@ Strings RandomKeys(size_t count, size_t firstNumber)
     return keys;
 }
 
-// Where blocks of a heap might lie.
+// Returns addresses at which blocks of a heap might lie.
 Integers RandomAddresses(size_t count, uintptr_t from)
 {
     Integers keys;
@@ -308,7 +308,7 @@ std::shared_ptr<Table> Filled(uint32_t numBuckets, const Keys &keys)
     return table;
 }
 
-// Looks the asked keys up in turn in a table of these.
+// Looks up the asked keys in turn in a table of the keys.
 template <typename Table, typename Keys>
 std::function<void(size_t)> Lookups(uint32_t numBuckets, const Keys &keys, const Keys &asked)
 {
@@ -318,7 +318,7 @@ std::function<void(size_t)> Lookups(uint32_t numBuckets, const Keys &keys, const
     });
 }
 
-// Whether a table of these answers so for every key that is asked.
+// Returns whether each asked key is in a table of the keys, or, if !isThere, whether none is.
 template <typename Table, typename Keys>
 bool Answers(uint32_t numBuckets, const Keys &keys, const Keys &asked, bool isThere)
 {
@@ -343,15 +343,15 @@ void LookupWorkload(const char *name, std::vector<Goal> goals, uint32_t numBucke
              same);
 }
 
-// A table is made, filled and released.
+// Makes, fills and frees a table.
 template <typename Table>
 std::function<void(size_t)> Insertions(uint32_t numBuckets, const Strings &keys)
 {
     return Repeat([numBuckets, keys] { return Filled<Table>(numBuckets, keys) != nullptr; });
 }
 
-// A thread's share of the work on a table of two: 500 keys entered, half of them the other's too,
-// and sixteen times as many lookups in between.
+// A thread's share of the work on a table that two threads use: it inserts 500 keys, of which the
+// other thread inserts half, too, and makes sixteen times as many lookups in between.
 constexpr size_t SHARED_BUCKETS = 2048, SHARED_KEYS = 500, SHARED_LOOKUPS = 16;
 
 template <typename Table> void TakePart(Table &table, const Strings &keys, size_t from)
@@ -365,7 +365,7 @@ template <typename Table> void TakePart(Table &table, const Strings &keys, size_
     }
 }
 
-// One time of this is a whole table: 2 * 500 * 17 operations, and the start of a thread.
+// One run is a whole table: 2 * 500 * 17 operations, and the start of a thread.
 template <typename Table> std::function<void(size_t)> ByTwoThreads(const Strings &keys)
 {
     return [keys](size_t count) {
@@ -402,8 +402,8 @@ void AddIntegers()
 {
     const Integers keys = RandomAddresses(2000, 0x7F1200000000);
     const Integers others = RandomAddresses(2000, 0x7F3400000000);
-    // A call takes a third of the best rival's time, which is compiled into its caller: the least
-    // shows what is left to win.
+    // A call alone takes a third of the time of the best rival, which is compiled into its caller.
+    // The table with the least work shows how much the library's table could still gain.
     static constexpr char LEAST[] = "a call and a plain chain";
     std::vector<const char *> names = PLAIN_RIVALS;
     names.push_back(LEAST);
@@ -433,7 +433,7 @@ void AddEncodingNames()
             byte = static_cast<char>(isupper(letter) ? tolower(letter) : toupper(letter));
         }
     }
-    // The rivals keep the callers' strings here, as ours does; they must outlive the tables.
+    // The rivals keep the callers' strings here, as ours does; the strings must outlive the tables.
     static const Strings sNames = names, sOtherCase = otherCase;
     LookupWorkload<OurCaseless, StdCaseless, AbslCaseless, GLibCaseless>(
         "50 encoding names, other case", {{nullptr, 1.2}}, 128, sNames, sOtherCase, true,

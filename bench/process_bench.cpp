@@ -19,7 +19,7 @@
 
 using namespace pelago;
 
-static bool sLacksCloseRange; // as on older kernels
+static bool sLacksCloseRange; // older kernels lack it
 
 constexpr int LIMIT = 1048576;
 
@@ -42,7 +42,7 @@ char *const ARGS[] = {sProgram, nullptr};
 
 // ---- The state of a child
 
-constexpr int FIRST = 3, LAST = 22; // twenty are open
+constexpr int FIRST = 3, LAST = 22; // twenty descriptors
 constexpr int KEPT[] = {15, 7, 11};
 
 bool IsKept(int fd) { return std::ranges::count(KEPT, fd) > 0; }
@@ -180,7 +180,7 @@ void DaemonizeBare()
     close(ends[0]);
 }
 
-// The time until the program is executed; the program's own time is not counted.
+// Measures the time until the program is executed; the program's own time is not counted.
 double DaemonAgainstABareOne()
 {
     std::vector<double> ratios;

@@ -1,6 +1,6 @@
-// session_bench.cpp -- what the tool costs beside what its work must cost.
+// session_bench.cpp -- compares the tool's cost with the least cost of its work.
 //
-// Runs as root on a machine of its own with a real disk at /Library (bench.sh sees to that).  Takes
+// Runs as root in a sandbox with a real disk at /Library (bench.sh sees to that).  Takes
 // the programs to compare from its environment.  Every figure is wall time from just before a
 // program is started to just after it is reaped.
 #include "programs.h"
@@ -29,7 +29,7 @@ long Run(const char *const argv[], int wantedStatus)
     return Reap(Start(argv, {}), argv[0], wantedStatus);
 }
 
-// As the tool starts a script: fork, exec, wait.
+// Runs a program as the tool runs a script: fork, exec, wait.
 void RunForked(const char *const argv[])
 {
     const pid_t child = fork();
@@ -41,7 +41,7 @@ void RunForked(const char *const argv[])
     Reap(child, argv[0], 0);
 }
 
-// The least that a durable replacement of the file can be.
+// Replaces the file durably with the least work.
 void CommitBare(const std::string &content)
 {
     const std::string fresh = PREFS.string() + "-bare";
@@ -56,8 +56,8 @@ void CommitBare(const std::string &content)
 
 void WritePrefs() { std::ofstream(PREFS) << PREFS_TEXT; }
 
-// Puts a program where the tool belongs.  Each time in fresh memory: how fast a program starts also
-// depends on where its pages happen to lie, and repetitions are to even that out.
+// Puts a program where the tool belongs, each time in fresh memory.  How fast a program starts also
+// depends on where its pages happen to lie; repetitions are meant to even that out.
 fs::path Install(const char *variable)
 {
     const fs::path place = SHARES / fs::path(variable);
@@ -78,7 +78,7 @@ void ScriptsAndCommits()
     CommitBare(content);
 }
 
-// A session whose scripts do nothing; returns the peak of its memory in KiB.
+// Runs a session whose scripts do nothing.  Returns the peak of its memory in KiB.
 long RunSession(const fs::path &tool)
 {
     const char *const argv[] = {tool.c_str(), "/srv", "Docs", "alice", "/dev/null", "rw", nullptr};
@@ -87,7 +87,7 @@ long RunSession(const fs::path &tool)
 
 constexpr char BARE[] = "the four scripts and two durable writes, bare";
 constexpr char BARE_AND_NOTHING[] = "the same, and a dynamic program that does nothing";
-// What the tool's own code and size add to the work that a session prescribes.
+// This rival shows how much the tool's own code and size add to the work of a session.
 constexpr char LEAST[] = "the least program that does the same";
 
 Contest WholeSession()
@@ -124,7 +124,7 @@ Contest UsageError()
             {{"a dynamic program that does nothing", [=](size_t) { run(nothing); }}}};
 }
 
-// Up to where the preferences are found to be missing.
+// Starts the tool, which ends when it finds the preferences missing.
 Contest StartUp()
 {
     const fs::path tool = Install("PELAGO_TOOL"), sharedIcu = Install("PELAGO_SHARED_ICU"),
