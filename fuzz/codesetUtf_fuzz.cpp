@@ -1,5 +1,5 @@
-// codesetUtf_fuzz.cpp -- every kernel beside the converters of lib/string and beside ICU's, on any
-// input, which is read as UTF-8 and as UTF-16.
+// codesetUtf_fuzz.cpp -- compares every kernel with the converters of lib/string and with ICU's.
+// The input is read as UTF-8 and as UTF-16.
 #include "codesetUtf.h"
 #include "utf.h"
 
@@ -62,7 +62,8 @@ MaybeText ByIcu(Call call, const std::string &text)
     return TextOf(target, static_cast<size_t>(length));
 }
 
-// The source and the result lie in blocks of just their sizes, for the sanitizer to watch.
+// The source and the result lie in blocks of exactly their sizes, so that a sanitizer reports any
+// access outside.
 template <typename Measure, typename Convert>
 MaybeText ByKernel(Measure measure, Convert convert, const std::string &text)
 {

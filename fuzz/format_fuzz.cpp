@@ -1,5 +1,5 @@
-// format_fuzz.cpp -- formats against the C library, where both know the same, and any bytes for a
-// format against themselves.
+// format_fuzz.cpp -- compares the engine with the C library on formats that both know, and, with
+// any bytes as the format, the engine's output in a buffer with its output in a new block.
 #include "bsd_vsnprintf.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@
 
 namespace {
 
-// What the input says, a bit at a time; zeros when it is used up.
+// Reads values from the input, byte by byte; zeros when the input is used up.
 class Input {
 public:
     Input(const uint8_t *data, size_t size) : mData(data), mSize(size) {}
@@ -67,7 +67,8 @@ __attribute__((noinline)) Output Ours(size_t size, const char *format, ...)
     return output;
 }
 
-// A buffer of any size holds the start of the whole output, and is told how long that is.
+// Returns the whole output.  In a buffer of any size, the engine must write the start of that
+// output and return the same length.
 template <typename... Values>
 std::string Whole(Input &input, const std::string &format, Values... values)
 {
@@ -93,7 +94,7 @@ void Compare(Input &input, const std::string &format, Values... values)
     }
 }
 
-// ---- One conversion that both know
+// ---- One conversion, which both know
 
 std::string Flags(Input &input, const char *allowed)
 {
@@ -104,7 +105,7 @@ std::string Flags(Input &input, const char *allowed)
     return flags;
 }
 
-// With its width and precision in the format or before the value.
+// Puts the width and the precision into the format, or passes them before the value.
 template <typename Value>
 void CompareOne(Input &input, const std::string &flags, const std::string &letter, int precision,
                 Value value)
@@ -137,8 +138,8 @@ void CompareInteger(Input &input)
     }
 }
 
-// "%.0f" has its own rounding, zero and NaN have no sign here, and the C library's "#" with "g"
-// loses zeros where rounding adds a digit.
+// The engine rounds "%.0f" in its own way and prints zero and NaN without a sign, and the C
+// library's "#" with "g" loses zeros where rounding adds a digit.
 void CompareFloating(Input &input)
 {
     const double read = input.Value<double>();
@@ -158,7 +159,7 @@ void CompareString(Input &input)
     CompareOne(input, Flags(input, "-"), "s", precision, text.c_str());
 }
 
-// ---- Several by their positions, which both know as well
+// ---- Several conversions by position, which both know, too
 
 void ComparePositions(Input &input)
 {
@@ -180,10 +181,10 @@ void ComparePositions(Input &input)
     Compare(input, format, first, second, third, text, width, precision);
 }
 
-// ---- Any bytes for a format
+// ---- Any bytes as the format
 
-// A place whose address is a valid pointer to text, wide text and a result, and a small int as
-// well.
+// Returns an address that is a valid pointer to text, wide text and a result, and whose low half is
+// a small int.
 char *Argument()
 {
     static char *sArgument;
@@ -198,8 +199,8 @@ char *Argument()
     return sArgument;
 }
 
-// Whether the arguments do for it: positions are small, and do not name a pointer as what it is
-// not.
+// Returns whether the arguments suit the format: its numbers are small, and by position it reads no
+// argument as a type that the argument does not have.
 bool CanBeServed(const std::string &format)
 {
     for (size_t i = 0; i < format.size(); i++) {
@@ -211,7 +212,7 @@ bool CanBeServed(const std::string &format)
            format.find_first_of("sSnpeEfFgGDOUlLqjtzZI") == std::string::npos;
 }
 
-// More arguments than the longest input can ask for.
+// Passes more arguments than the longest input can read.
 template <size_t... Index>
 void TryAnyFormat(Input &input, const std::string &format, std::index_sequence<Index...> /* each */)
 {
@@ -219,7 +220,7 @@ void TryAnyFormat(Input &input, const std::string &format, std::index_sequence<I
     const auto argument = [a](size_t) { return a; };
     if (format.find('n') == std::string::npos) {
         Whole(input, format, 0.5, 1.5, 2.5, 3.5, 4.5, 5.5, 6.5, 7.5, argument(Index)...);
-    } else { // changes what a points to, so that a second call would give something else
+    } else { // writes to the block at a, so that a second call would return another text
         Ours(0, format.c_str(), 0.5, 1.5, 2.5, 3.5, 4.5, 5.5, 6.5, 7.5, argument(Index)...);
     }
 }

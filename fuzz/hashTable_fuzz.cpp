@@ -1,5 +1,5 @@
-// Whatever is done to a table, it answers as a std::map does, drops each value that it should drop
-// once, and leaves no block behind (which the leak checker sees).
+// Does any operations to a table.  The table must answer as a std::map does, drop each value that
+// it should drop once, and leave no block allocated (which the leak checker checks).
 #include "hashTable.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ void Expect(bool isSo)
     if (!isSo) { abort(); }
 }
 
-// The input, byte by byte; zeroes when it is used up.
+// Reads the input byte by byte; zeroes when the input is used up.
 class Input {
 public:
     Input(const uint8_t *data, size_t size) : mAt(data), mEnd(data + size) {}
@@ -31,10 +31,10 @@ private:
 };
 
 // Values are numbers, each stored at most once.
-std::set<uintptr_t> sOwned; // what the table is to drop some time
+std::set<uintptr_t> sOwned; // the values that the table must drop
 void NoteDropped(void *value) { Expect(sOwned.erase(reinterpret_cast<uintptr_t>(value)) == 1); }
 
-// A table, and a map beside it that is told the same.
+// A table, and a map to which the same operations are done.
 class Pair {
 public:
     Pair(uint32_t numEntries, int keyType, int flags, bool drops)
@@ -86,7 +86,7 @@ public:
         case 5:
             Expect(HashTable_Remove(mTable, key, &value) == isThere);
             Expect(value == Value(old));
-            sOwned.erase(old); // handed over
+            sOwned.erase(old); // the caller has it now
             mMap.erase(name);
             break;
         case 6:
@@ -108,7 +108,7 @@ public:
         Expect(HashTable_GetNumElements(mTable) == mMap.size());
     }
 
-    // All entries, three times over: in arrays, and by a walk.
+    // Compares all entries with the map's: in the arrays of keys and values, and by a walk.
     void Compare()
     {
         const void **keys = nullptr;
@@ -154,7 +154,8 @@ private:
         mMap[name] = value;
     }
 
-    // What the table gets: the text, which lives as long as the table, or its bytes as a number.
+    // Returns the table's key: the text, which lives as long as the table, or its bytes as a
+    // number.
     const void *Key(const std::string &text)
     {
         if (mKeyType != HASH_INT_KEY) { return mTexts.insert(text).first->c_str(); }
@@ -162,7 +163,7 @@ private:
         memcpy(&number, text.data(), std::min(text.size(), sizeof number));
         return reinterpret_cast<const void *>(number);
     }
-    // What the map gets: the same for keys that are the same.
+    // Returns the map's key, which is the same for keys that are equal in the table.
     std::string Name(const void *key) const
     {
         if (mKeyType == HASH_INT_KEY) { return std::to_string(reinterpret_cast<uintptr_t>(key)); }
