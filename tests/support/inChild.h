@@ -1,4 +1,4 @@
-// inChild.h -- runs in a child process what a process can do only once.
+// inChild.h -- runs code in a child process, for calls that a process can make only once.
 #ifndef PELAGO_TESTS_SUPPORT_INCHILD_H
 #define PELAGO_TESTS_SUPPORT_INCHILD_H
 

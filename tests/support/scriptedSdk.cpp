@@ -19,7 +19,7 @@ namespace {
 
 std::map<std::string, int> sCalls;
 SCPreferencesRef sPrefs;
-CFMutableArrayRef sArray; // the last array made: there is one at a time
+CFMutableArrayRef sArray; // the last array that was made: there is one at a time
 int sDepth;               // above 0 inside a real call, whose own calls are not the tool's
 
 template <typename Call> auto CallReal(Call call)
