@@ -1,5 +1,5 @@
 # pelago_documents(COMPONENT FOLDER NAME...) installs files and folders of the sources into FOLDER, under the same names.
-# In a page a link to a file that is not among them becomes text.
+# In a page, a link to a file that is not among these files becomes text.
 function(pelago_documents component folder)
     set(maker ${PROJECT_SOURCE_DIR}/packaging/installedPage.py)
     foreach(name ${ARGN})

@@ -14,14 +14,14 @@ else()
     set(PELAGO_BUNDLE_PLACE lib/pelago)
 endif()
 
-# pelago_lean_executable(TARGET [ALONE]) links a program that starts as fast as it can: nothing that it does
-# not call, and no C++ runtime to load.  A sanitizer brings a runtime of its own.
+# pelago_lean_executable(TARGET [ALONE]) links a program that starts as fast as it can: it contains no code that it
+# does not call, and loads no C++ runtime.  A sanitizer brings a runtime of its own.
 #
-# ALONE: on Linux it loads nothing at all.  It starts in two thirds of the time, and nothing that its caller's
-# environment names, such as LD_PRELOAD, gets into a program that is root.  Its addresses are as random as before,
-# and read-only once it has relocated itself.  The price: an update of the C library reaches it when it is built
-# again, as one of ICU, expat and the C++ runtime does in any case.  Not for programs that ask the C library
-# for users, hosts or locales: it loads modules for these.
+# ALONE: on Linux the program loads no library at all.  It starts in two thirds of the time, and no library that its
+# caller's environment names, as in LD_PRELOAD, gets into a program that is root.  Its addresses are as random as
+# before, and read-only once it has relocated itself.  The price: an update of the C library reaches the program when
+# it is built again, as an update of ICU, expat and the C++ runtime does in any case.  Not for programs that ask the
+# C library for users, hosts or locales: the C library loads modules for these.
 function(pelago_lean_executable target)
     if(PELAGO_HOST STREQUAL macos)
         target_link_options(${target} PRIVATE -Wl,-dead_strip)
@@ -31,7 +31,7 @@ function(pelago_lean_executable target)
     if(PELAGO_SANITIZE)
         return()
     elseif("ALONE" IN_LIST ARGN)
-        # The linker warns of a call of dlopen(), for plug-ins of ICU, which nothing here asks it for.
+        # The linker warns of ICU's call of dlopen() for plug-ins, which no program here uses.
         target_link_options(${target} PRIVATE -static-pie -Wl,--no-warnings)
     else()
         target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)

@@ -18,7 +18,7 @@ add_custom_command(OUTPUT ${package}
     COMMAND ${CMAKE_OBJCOPY} -O binary --only-section=.rodata ${object} ${package}
     COMMAND ${CMAKE_COMMAND} -E rm ${object}
     DEPENDS ${ICU_DATA} WORKING_DIRECTORY ${whole} VERBATIM)
-# nfkc.nrm has the tables for normalization, which the SDK's own libraries do on a Mac.
+# nfkc.nrm has the tables for normalization; on a Mac the SDK's own libraries normalize.
 add_library(pelago_icu_data STATIC)
 pelago_icu_data(pelago_icu_data icudt${icuVersion}_dat ${package} ${PELAGO_ICU_CONVERTERS} nfkc.nrm)
 

@@ -6,8 +6,8 @@ if(NOT EXISTS "${PELAGO_ICU_SOURCE}")
 endif()
 set(icu ${PELAGO_ICU_SOURCE})
 if(NOT IS_DIRECTORY ${icu})
-    # Unpacked once for each archive, whose checksum is in the folder's name.  The folder gets that name only
-    # after everything was unpacked.
+    # An archive is unpacked once; its checksum is in the folder's name.  The folder gets that name only after
+    # everything was unpacked.
     file(SHA256 ${PELAGO_ICU_SOURCE} sum)
     set(unpacked ${PROJECT_BINARY_DIR}/icu/source-${sum})
     if(NOT EXISTS ${unpacked})
@@ -36,8 +36,8 @@ set(names appendable charstr cmemory cstring cwchar patternprops putil restrace 
 list(TRANSFORM names REPLACE "(.+)" "${icu}/source/common/\\1.cpp" OUTPUT_VARIABLE sources)
 add_library(pelago_icu_code STATIC ${sources})
 set(PELAGO_ICU_SUFFIX _72_pelago)
-# ICU's names get a suffix, so that a program may link another ICU 72, too.  Without its file functions
-# (UCONFIG_NO_FILE_IO) this ICU needs no <tzfile.h> and opens no files.
+# ICU's names get a suffix, so that a program may link another ICU 72, too.  Without ICU's file functions
+# (UCONFIG_NO_FILE_IO) this build needs no <tzfile.h> and opens no files.
 target_include_directories(pelago_icu_code SYSTEM PUBLIC $<BUILD_INTERFACE:${icu}/source/common>)
 target_compile_definitions(pelago_icu_code
     PUBLIC $<BUILD_INTERFACE:U_STATIC_IMPLEMENTATION> $<BUILD_INTERFACE:U_LIB_SUFFIX_C_NAME=_pelago>

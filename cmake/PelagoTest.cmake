@@ -1,4 +1,4 @@
-# A test that takes longer than this is taken for a hanging one.
+# A test that takes longer than this counts as hanging.
 set(PELAGO_TEST_SECONDS 900 CACHE STRING "how long one test may take")
 
 # Tests expect allocations to fail; the sanitizers must return NULL then, not report an error.
@@ -8,7 +8,7 @@ set(PELAGO_TEST_ENVIRONMENT "ASAN_OPTIONS=allocator_may_return_null=1;TSAN_OPTIO
 set(PELAGO_COMPLETE ${PROJECT_SOURCE_DIR}/tests/support/complete.sh)
 
 # In a cross build CMAKE_CROSSCOMPILING_EMULATOR runs the test programs.  A table lists the suites and cases that
-# cannot run that way: "suite  reason", or "suite:Case.name  reason".
+# cannot run that way.  A row is "suite  reason", or "suite:Case.name  reason".
 set(PELAGO_NOT_RUN ${PROJECT_SOURCE_DIR}/tests/macos/notRun.txt)
 if(PELAGO_CROSS)
     file(STRINGS ${PELAGO_NOT_RUN} PELAGO_NOT_RUN_ROWS REGEX "^[^#]")
@@ -50,7 +50,7 @@ function(pelago_test name)
     pelago_register(${name} unit)
 endfunction()
 
-# pelago_sandboxed_test(NAME [LIBRARY...]) does the same, and runs the test in tools/sandbox.sh.
+# pelago_sandboxed_test(NAME [LIBRARY...]) does the same, but the test runs in tools/sandbox.sh.
 function(pelago_sandboxed_test name)
     pelago_test_program(${name} ${ARGN})
     pelago_register(${name} sandbox ${PROJECT_SOURCE_DIR}/tools/sandbox.sh)
@@ -136,7 +136,7 @@ endfunction()
 
 # pelago_judges(TEST FILE...) declares that TEST checks these files; each FILE is the beginning of a path.
 # tools/mutate.py runs TEST for a change in one of them, and reads this from judges.txt: "test|targets|files".
-# Called after the test was declared, since the targets are found in the test's properties.
+# It is called after the test was declared, since the test's properties contain the targets.
 function(pelago_judges test)
     if(NOT TEST ${test})
         return() # not in this build
